@@ -1,0 +1,22 @@
+# How every target of the project is compiled: warnings, sanitizers, the language level.
+
+set(CMAKE_CXX_STANDARD 17)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+
+set(ZELIEML_WARNINGS -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+if(ZELIEML_WERROR)
+  list(APPEND ZELIEML_WARNINGS -Werror)
+endif()
+
+if(ZELIEML_SANITIZE)
+  add_compile_options(-fsanitize=${ZELIEML_SANITIZE} -fno-omit-frame-pointer
+                      -fno-sanitize-recover=all)
+  add_link_options(-fsanitize=${ZELIEML_SANITIZE})
+endif()
+
+# zelieml_compile(target) - the project's warnings for a target
+function(zelieml_compile target)
+  target_compile_options(${target} PRIVATE ${ZELIEML_WARNINGS})
+endfunction()

@@ -1,0 +1,41 @@
+// socket.cpp - SOCK_CLOEXEC, MSG_NOSIGNAL, TCP_CORK
+
+#include "platform/socket.h"
+
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+
+namespace zelieml::platform
+{
+
+int open_stream_socket()
+{
+    int const fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (fd >= 0) {
+        int const on = 1;
+        ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    }
+    return fd;
+}
+
+sockaddr_in ipv4_peer(std::uint32_t address, std::uint16_t port)
+{
+    sockaddr_in peer     = {};
+    peer.sin_family      = AF_INET;
+    peer.sin_port        = port;
+    peer.sin_addr.s_addr = address;
+    return peer;
+}
+
+ssize_t send_bytes(int fd, void const* data, std::size_t size)
+{
+    return ::send(fd, data, size, MSG_NOSIGNAL);
+}
+
+void join_small_writes(int fd, bool on)
+{
+    int const value = on ? 1 : 0;
+    ::setsockopt(fd, IPPROTO_TCP, TCP_CORK, &value, sizeof value);
+}
+
+}  // namespace zelieml::platform

@@ -1,0 +1,54 @@
+// connect.cpp - a connect that gives up
+
+#include "platform/socket.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/socket.h>
+
+#include "platform/wait.h"
+
+namespace zelieml::platform
+{
+
+namespace
+{
+
+// How a connect in progress ended: 0, or -1 with errno.
+int finish_connect(int fd, int max_us)
+{
+    if (!wait_writable(fd, max_us)) {
+        errno = ETIMEDOUT;
+        return -1;
+    }
+    int       error = 0;
+    socklen_t size  = sizeof error;
+    if (::getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size) != 0) {
+        return -1;
+    }
+    if (error != 0) {
+        errno = error;
+        return -1;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int connect_within(int fd, sockaddr_in const& peer, int max_us)
+{
+    int const flags = ::fcntl(fd, F_GETFL);
+    if (flags < 0 || ::fcntl(fd, F_SETFL, flags | O_NONBLOCK) != 0) {
+        return -1;
+    }
+    if (::connect(fd, reinterpret_cast<sockaddr const*>(&peer), sizeof peer) != 0) {
+        // A signal does not undo the attempt: it goes on by itself, as one in progress does.
+        bool const in_progress = errno == EINPROGRESS || errno == EINTR;
+        if (!in_progress || finish_connect(fd, max_us) != 0) {
+            return -1;
+        }
+    }
+    return ::fcntl(fd, F_SETFL, flags);
+}
+
+}  // namespace zelieml::platform

@@ -1,0 +1,54 @@
+// format.h - text into fixed buffers, never past their end and never cut
+
+#ifndef ZELIEML_SUPPORT_FORMAT_H
+#define ZELIEML_SUPPORT_FORMAT_H
+
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+namespace zelieml
+{
+
+// format_text - printf into a fixed array
+//
+// out     receives the text and its NUL; an empty text when it does not fit
+// format  printf format and its arguments
+//
+// Returns the length of the text, or -1 when the text and its NUL do not fit.
+template <std::size_t size>
+__attribute__((format(printf, 2, 3))) int format_text(char (&out)[size], char const* format, ...)
+{
+    std::va_list args;
+    va_start(args, format);
+    int const length = std::vsnprintf(out, size, format, args);
+    va_end(args);
+    if (length < 0 || static_cast<std::size_t>(length) >= size) {
+        out[0] = '\0';
+        return -1;
+    }
+    return length;
+}
+
+// copy_to_caller - a text and its NUL into a caller's buffer, whole or not at all
+//
+// text  copied up to its first NUL
+// buf   receives the text; untouched on failure
+// size  bytes at buf, the NUL included
+//
+// Returns 0, or -1 when buf is null or too small.
+inline int copy_to_caller(std::string const& text, char* buf, int size)
+{
+    std::size_t const needed = std::strlen(text.c_str()) + 1;
+    if (buf == nullptr || size < 0 || needed > static_cast<std::size_t>(size)) {
+        return -1;
+    }
+    std::memcpy(buf, text.c_str(), needed);
+    return 0;
+}
+
+}  // namespace zelieml
+
+#endif

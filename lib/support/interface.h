@@ -1,0 +1,42 @@
+// interface.h - making and freeing objects behind their interfaces
+//
+// The library's objects share one pattern: an abstract interface (ilock) of pure operations
+// without a virtual destructor, a final implementation (ilockw) whose only member is a pointer to
+// its context record, null until create_context, and a stateless factory (ifactory_lockw).
+
+#ifndef ZELIEML_SUPPORT_INTERFACE_H
+#define ZELIEML_SUPPORT_INTERFACE_H
+
+#include <new>
+
+namespace zelieml
+{
+
+// templ_create_interface - allocate a T, its context pointer null, as an I
+//
+// out  receives the object; null when there was no memory. The caller owns it and gives it back
+//      with templ_destroy_interface of the same T and I.
+//
+// Returns 0, or -1 when there was no memory.
+template <class T, class I>
+int templ_create_interface(I** out)
+{
+    *out = new (std::nothrow) T();
+    return *out != nullptr ? 0 : -1;
+}
+
+// templ_destroy_interface - free the memory of an object made by templ_create_interface
+//
+// p  the object, or null. Its context is not freed: destroy_context has to run first.
+//
+// Returns 0.
+template <class T, class I>
+int templ_destroy_interface(I* p)
+{
+    delete static_cast<T*>(p);
+    return 0;
+}
+
+}  // namespace zelieml
+
+#endif

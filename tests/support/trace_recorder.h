@@ -1,0 +1,26 @@
+// trace_recorder.h - what the library said to its trace hook
+//
+// trace_recorder.cpp replaces the library's empty hook and keeps the texts.
+
+#ifndef ZELIEML_TESTS_SUPPORT_TRACE_RECORDER_H
+#define ZELIEML_TESTS_SUPPORT_TRACE_RECORDER_H
+
+#include <string>
+#include <vector>
+
+namespace zelieml::test
+{
+
+// Forgets all texts.
+void clear_traces();
+
+// All texts since the last clear_traces, in order, of all threads.
+std::vector<std::string> traces();
+
+// Those of traces() that report a failure or a tolerated condition: they begin with "error",
+// "errro" or "warning".
+std::vector<std::string> trouble_traces();
+
+}  // namespace zelieml::test
+
+#endif
