@@ -1,0 +1,354 @@
+/*
+ * zelieml.h - send short status mails from a C program
+ *
+ * A caller fills a message record (eml_msg_...), posts it for a work directory, and reads how it
+ * went from a result record (eml_cb_...). Servers, accounts and switches stand in the settings
+ * file "zelismes.cf" of the work directory (eml_cf_...), passwords in encrypted form
+ * (eml_encrypt_passwd).
+ *
+ * Rules that hold for all calls, unless a function says otherwise:
+ *
+ * - Results are 0 for success and -1 for failure. Nothing is thrown; lack of memory is a failure
+ *   like any other.
+ * - Handles are opaque void pointers. Each function that makes one has a function that frees it;
+ *   freeing null is allowed. The caller owns every handle and every text that he is given.
+ * - Texts end with a NUL and are copied: the caller may free his own right after the call. Null
+ *   where a text or a handle is wanted is a failure, never a crash.
+ * - Texts that leave the library come whole or not at all: a getter fails, and leaves the buffer
+ *   as it was, when the text and its NUL do not fit.
+ * - Any thread may call any function. One handle must not be used by two threads at once.
+ * - Mail is sent over IPv4 without encryption of the connection.
+ */
+
+#ifndef ZELIEML_H
+#define ZELIEML_H
+
+#if defined(__GNUC__)
+#define ZELIEML_API __attribute__((visibility("default")))
+#else
+#define ZELIEML_API
+#endif
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+/* ------------------------------------------------------------------ messages */
+
+/*
+ * How the text of a message is encoded. The library converts nothing: subject and body have to be
+ * in this encoding already. Any other value counts as UTF-8.
+ */
+typedef enum eml_encoding {
+    /* "UTF-8": body sent as Base64 */
+    eml_encoding_utf8 = 0,
+    /* "ISO-2022-JP": body sent as 7bit text */
+    eml_encoding_iso2022jp = 1,
+    eml_encoding_32_bits   = 0x7fffffff
+} eml_encoding;
+
+/*
+ * eml_msg_create - make an empty message record
+ *
+ * msg  receives the record; free it with eml_msg_destroy
+ *
+ * All texts of a fresh record are empty, its encoding is UTF-8.
+ *
+ * Returns 0, or -1 when msg is null or there is no memory.
+ */
+ZELIEML_API int eml_msg_create(void **msg);
+
+/*
+ * eml_msg_destroy - free a message record
+ *
+ * msg  the record, or null. Posting copies a message into a file, so the record may be freed as
+ *      soon as the posting function has returned.
+ *
+ * Returns 0.
+ */
+ZELIEML_API int eml_msg_destroy(void *msg);
+
+/*
+ * eml_msg_set_from, _to, _cc, _subject, _replyto, _messageid - replace a text of the message
+ *
+ * msg   the record
+ * text  stored as it is, without any check; copied
+ *
+ *   from       goes into the From header only
+ *   to, cc     addresses separated by commas; blanks are removed from each. Both get the mail; an
+ *              empty cc means that there is none.
+ *   subject    in the encoding of the message
+ *   replyto    goes into the Reply-To header, and is the sender that the server is told: replies
+ *              and bounces go there. Empty means the null sender.
+ *   messageid  the Message-Id header, written as given; empty means that there is none
+ *
+ * A line break in any of these ends the line in the message file, and what follows it is read back
+ * as another line: keep line breaks out.
+ *
+ * Returns 0. Returns -1, leaving the record as it was, when an argument is null or there is no
+ * memory.
+ */
+ZELIEML_API int eml_msg_set_from(void *msg, const char *from);
+ZELIEML_API int eml_msg_set_to(void *msg, const char *to);
+ZELIEML_API int eml_msg_set_cc(void *msg, const char *cc);
+ZELIEML_API int eml_msg_set_subject(void *msg, const char *subject);
+ZELIEML_API int eml_msg_set_replyto(void *msg, const char *replyto);
+ZELIEML_API int eml_msg_set_messageid(void *msg, const char *id);
+
+/*
+ * eml_msg_set_body - replace the body of the message
+ *
+ * msg   the record
+ * body  the text, under 1 GiB; its lines may end in LF, CR or CR LF and are stored with CR LF.
+ *       (A body that consists of nothing but lone line breaks is stored as it is.)
+ *
+ * In the message file the body follows the header lines, and a body line that begins with one of
+ * the keys below ("to: ", say) is read back as that header, not as body. Empty lines at the start
+ * of a body are lost there too.
+ *
+ * Returns 0. Returns -1, leaving the record as it was, when an argument is null, the text is too
+ * long, or there is no memory.
+ */
+ZELIEML_API int eml_msg_set_body(void *msg, const char *body);
+
+/*
+ * eml_msg_set_encoding - say how subject and body are encoded
+ *
+ * Returns 0, or -1 when msg is null.
+ */
+ZELIEML_API int eml_msg_set_encoding(void *msg, eml_encoding enc);
+
+/*
+ * eml_msg_get_from, _to, _cc, _subject, _replyto, _encoding, _body, _messageid - copy a text of
+ * the message
+ *
+ * msg   the record
+ * buf   receives the text and its NUL
+ * size  bytes at buf, the NUL included
+ *
+ * The encoding comes as the text "UTF-8" or "ISO-2022-JP", or as whatever stood in a loaded file.
+ *
+ * Returns 0. Returns -1, leaving buf as it was, when an argument is null or the text and its NUL
+ * do not fit. There is no way to ask for the length: try again with a larger buffer.
+ */
+ZELIEML_API int eml_msg_get_from(void *msg, char *buf, int size);
+ZELIEML_API int eml_msg_get_to(void *msg, char *buf, int size);
+ZELIEML_API int eml_msg_get_cc(void *msg, char *buf, int size);
+ZELIEML_API int eml_msg_get_subject(void *msg, char *buf, int size);
+ZELIEML_API int eml_msg_get_replyto(void *msg, char *buf, int size);
+ZELIEML_API int eml_msg_get_encoding(void *msg, char *buf, int size);
+ZELIEML_API int eml_msg_get_body(void *msg, char *buf, int size);
+ZELIEML_API int eml_msg_get_messageid(void *msg, char *buf, int size);
+
+/*
+ * eml_msg_save - write a message to a file
+ *
+ * msg   the record
+ * path  the file; created (mode 0666 less the umask) or overwritten
+ *
+ * Returns 0. Returns -1 when an argument is null, or the file cannot be opened or not be written
+ * to its end; what was written by then stays in the file.
+ */
+ZELIEML_API int eml_msg_save(void *msg, const char *path);
+
+/*
+ * eml_msg_load - make a record from a message file
+ *
+ * msg   receives the record; free it with eml_msg_destroy
+ * path  the file
+ *
+ * Returns 0. Returns -1 when an argument is null, there is no memory, or the file cannot be read.
+ * A record has been made even then, unless msg is null or memory was lacking: set *msg to null
+ * before the call, and free it after the call whatever the result.
+ */
+ZELIEML_API int eml_msg_load(void **msg, const char *path);
+
+/*
+ * The keys that begin the header lines of a message file, each with the blank that belongs to it,
+ * and the line ends: "\n" after each line of the file, "\r\n" between the body lines of a record.
+ * For programs that write or read message files themselves. The library uses these very pointers:
+ * do not change them.
+ */
+ZELIEML_API extern const char *KeyFrom;
+ZELIEML_API extern const char *KeyTo;
+ZELIEML_API extern const char *KeyCc;
+ZELIEML_API extern const char *KeySubject;
+ZELIEML_API extern const char *KeyReplyTo;
+ZELIEML_API extern const char *KeyEncoding;
+ZELIEML_API extern const char *KeyMessageID;
+ZELIEML_API extern const char *ValCharLf;
+ZELIEML_API extern const char *ValCharCrLf;
+
+/* ------------------------------------------------------------------- posting */
+
+/*
+ * eml_post_sync - send a message now, on the caller's thread
+ *
+ * workdir  the work directory, without a separator at its end. The message is written to a file
+ *          there first ("<workdir>/<time>-<microseconds>-<process id>.sme", 254 bytes at most),
+ *          and the settings file "zelismes.cf" is read from there.
+ * msg      the message; stays the caller's
+ * result   receives the result record; free it with eml_cb_delete. Null when there was no memory
+ *          for a record.
+ *
+ * Connects, logs in where the settings say so, hands the mail to the server and waits for its
+ * answers. The message file is deleted afterwards, sent or not. No engine has to run, and no
+ * callback is called.
+ *
+ * How long it takes is up to the server: connecting is given up after 30 s, an answer after 15 s
+ * without a byte. There is no limit for a server that does not read what is sent to it, or that
+ * never closes the connection after the last answer.
+ *
+ * Returns 0 when the server has taken the mail and said goodbye; the record then has the code
+ * eml_send_ok. Returns -1 otherwise, with a record that says why: eml_send_error_other and an
+ * empty text when the message could not even be saved (a part of it may have been left behind in
+ * the work directory if the disk is full), else a code by the step that failed and the server's
+ * last answer. Returns -1 without a record when result is null.
+ *
+ * A server that takes the mail but not the closing command makes this a failure all the same: the
+ * code alone does not say that nothing was delivered.
+ */
+ZELIEML_API int eml_post_sync(const char *workdir, void *msg, void **result);
+
+/* ------------------------------------------------------------ result records */
+
+/*
+ * How sending ended.
+ */
+typedef enum eml_send_e {
+    eml_send_ok = 0,
+    /* message not saved or refused, settings for POP3 missing */
+    eml_send_error_other = 1,
+    /* server not named, not reached, or lost; HELO or QUIT refused */
+    eml_send_error_connection = 2,
+    /* user, password or way of logging in refused */
+    eml_send_error_auth = 3,
+    eml_send_32_bits    = 0x7fffffff
+} eml_send_e;
+
+/*
+ * eml_cb_get_code - read the code of a result record
+ *
+ * cb    the record
+ * code  receives the code
+ *
+ * Returns 0. Returns -1, leaving *code as it was, when an argument is null.
+ */
+ZELIEML_API int eml_cb_get_code(void *cb, eml_send_e *code);
+
+/*
+ * eml_cb_get_message - copy the text of a result record
+ *
+ * cb    the record
+ * buf   receives the text and its terminating NUL: the server's last answer, all its lines with
+ *       their CR LF, or an empty text when there was none
+ * size  bytes at buf, the NUL included
+ *
+ * Returns 0. Returns -1, leaving buf as it was, when an argument is null or the text and its NUL
+ * do not fit: nothing is ever cut short.
+ */
+ZELIEML_API int eml_cb_get_message(void *cb, char *buf, int size);
+
+/*
+ * eml_cb_duplicate - copy a result record
+ *
+ * cb    the record; stays as it is
+ * copy  receives a record of its own; free it with eml_cb_delete
+ *
+ * Returns 0. Returns -1 when an argument is null or there is no memory.
+ */
+ZELIEML_API int eml_cb_duplicate(void *cb, void **copy);
+
+/*
+ * eml_cb_delete - free a result record
+ *
+ * cb  the record, or null
+ *
+ * Returns 0.
+ */
+ZELIEML_API int eml_cb_delete(void *cb);
+
+/* ------------------------------------------------------------------ settings */
+
+/*
+ * eml_cf_get_string - read one value of a settings file
+ *
+ * key     the key; matched anywhere in a line, and the first line that contains it counts: asking
+ *         for "smtp_auth" finds a line "smtp_auth_type = ..." that stands above it
+ * val     receives the value and its NUL. All *length bytes of it are overwritten, and also when
+ *         the line is found but has no value that fits.
+ * length  in: bytes at val; a value of v characters needs v + 2. Out: characters in the value; 0
+ *         on failure (unchanged when the line has no "=").
+ * path    the settings file, "<workdir>/zelismes.cf"
+ *
+ * Takes no lock that would keep a writer out: while another thread or process sets a value, a
+ * read can fail.
+ *
+ * Returns 0. Returns -1 when an argument is null, the file cannot be read, no line contains the
+ * key, its line has no "=", or the value does not fit.
+ */
+ZELIEML_API int eml_cf_get_string(const char *key, char *val, unsigned int *length,
+                                  const char *path);
+
+/*
+ * eml_cf_set_string - set one value in a settings file
+ *
+ * key   the key. Every line that contains it anywhere, comments excepted, is replaced: setting
+ *       "smtp_auth" in a file that has "smtp_auth_type" overwrites that line as well. Set the
+ *       shorter keys first.
+ * val   the value; no line breaks, and "<key> = <val>" at most 1022 bytes
+ * path  the settings file; created when it does not exist
+ *
+ * The file is written anew beside the old one as "<path>.tmp", which then takes its place and its
+ * permission bits. "<path>.bak" is deleted if it exists. Two writers at once can undo each other's
+ * change.
+ *
+ * Returns 0. Returns -1 when an argument is null or not fit for a line, when the file has a line
+ * of over 1023 bytes, or when a file cannot be read, written, removed or renamed. The settings
+ * file is then as it was, unless only the very last step, the renaming, failed: then the settings
+ * are in "<path>.tmp".
+ */
+ZELIEML_API int eml_cf_set_string(const char *key, const char *val, const char *path);
+
+/* ------------------------------------------------------- passwords and hashes */
+
+/*
+ * eml_encrypt_passwd - make the form in which a password stands in the settings file
+ *
+ * password  the password, at least one byte
+ *
+ * Returns upper-case hex digits, two for each byte of the password, to be freed with
+ * eml_encrypt_free_passwd; null for an empty password, for null, and when there is no memory.
+ *
+ * The key is part of the library: this keeps a password from being read over a shoulder, not from
+ * somebody who has the file and the library. Protect the settings file by its permissions.
+ */
+ZELIEML_API unsigned char *eml_encrypt_passwd(unsigned char *password);
+ZELIEML_API void           eml_encrypt_free_passwd(unsigned char *text);
+
+/*
+ * eml_decrypt_passwd - the way back
+ *
+ * text  what eml_encrypt_passwd returned
+ *
+ * Returns the password, to be freed with eml_decrypt_free_passwd; null for null, for an odd number
+ * of digits, and when there is no memory. Characters that are no hex digits count as 0: what comes
+ * out then is not a password.
+ */
+ZELIEML_API unsigned char *eml_decrypt_passwd(unsigned char *text);
+ZELIEML_API void           eml_decrypt_free_passwd(unsigned char *text);
+
+/*
+ * eml_hash_hexstr - the MD5 digest (RFC 1321) of a text
+ *
+ * Returns 32 upper-case hex digits, to be freed with eml_hash_free_hexstr; null for null and when
+ * there is no memory. A fingerprint for telling texts apart, not a protection.
+ */
+ZELIEML_API unsigned char *eml_hash_hexstr(const char *text);
+ZELIEML_API void           eml_hash_free_hexstr(unsigned char *text);
+
+#ifdef __cplusplus
+}
+#endif
+
+#endif

@@ -1,0 +1,374 @@
+// libconf.cpp - reading and rewriting the settings file
+//
+// A mail reads some ten settings, each from the file anew: so lines are read through a buffer on
+// the stack and looked at in place, and nothing is allocated on the way to a value.
+
+#include "libconf/libconf.h"
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+#include "liblog/trace.h"
+#include "support/unique_fd.h"
+
+namespace zelieml
+{
+
+namespace
+{
+
+constexpr std::size_t line_limit = 1023;  // characters, the CR counted and the LF not
+
+constexpr mode_t new_file_mode   = 0666;  // less the umask
+constexpr mode_t private_mode    = 0600;
+constexpr mode_t permission_bits = 0777;
+
+// The lines of an open file.
+class line_reader
+{
+public:
+    enum class result {
+        line,
+        end,
+        failure
+    };
+
+    // fd  read from its position on; stays the caller's
+    explicit line_reader(int fd) : fd_(fd) {}
+
+    // Goes to the next line. A failure is an overlong line or a read error; nothing follows it.
+    result next()
+    {
+        for (;;) {
+            char* const       start = buffer_ + begin_;
+            std::size_t const ready = end_ - begin_;
+            void* const       lf    = std::memchr(start, '\n', ready);
+            if (lf == nullptr && !at_end_ && ready <= line_limit) {
+                if (!fill()) {
+                    return result::failure;
+                }
+                continue;
+            }
+            if (lf == nullptr && ready == 0) {
+                return result::end;
+            }
+            text_ = start;
+            size_ =
+                lf != nullptr ? static_cast<std::size_t>(static_cast<char*>(lf) - start) : ready;
+            if (size_ > line_limit) {
+                return result::failure;
+            }
+            start[size_] = '\0';
+            begin_ += size_ + (lf != nullptr ? 1 : 0);
+            return result::line;
+        }
+    }
+
+    // The line without its LF and with a NUL behind it, until the next call of next().
+    char const* text() const { return text_; }
+    // Its length, which counts bytes after a NUL too.
+    std::size_t size() const { return size_; }
+
+private:
+    // Reads more bytes behind those that are not taken yet, which go to the front. So a last line
+    // without LF, known as such when there was nothing more to read, has room for its NUL.
+    bool fill()
+    {
+        std::memmove(buffer_, buffer_ + begin_, end_ - begin_);
+        end_ -= begin_;
+        begin_ = 0;
+
+        ssize_t count = 0;
+        do {
+            count = ::read(fd_, buffer_ + end_, sizeof buffer_ - end_);
+        } while (count < 0 && errno == EINTR);
+        if (count < 0) {
+            return false;
+        }
+        at_end_ = count == 0;
+        end_ += static_cast<std::size_t>(count);
+        return true;
+    }
+
+    int         fd_;
+    bool        at_end_ = false;
+    std::size_t begin_  = 0;  // of the bytes not taken yet
+    std::size_t end_    = 0;
+    char const* text_   = nullptr;
+    std::size_t size_   = 0;
+    char        buffer_[4096];
+};
+
+// A file being written. Errors are kept until close() tells of them.
+class file_writer
+{
+public:
+    explicit file_writer(unique_fd fd) : fd_(std::move(fd)) {}
+
+    void put(char const* data, std::size_t size)
+    {
+        while (size > 0) {
+            if (used_ == sizeof buffer_) {
+                flush();
+            }
+            std::size_t const room = sizeof buffer_ - used_;
+            std::size_t const part = size < room ? size : room;
+            std::memcpy(buffer_ + used_, data, part);
+            used_ += part;
+            data += part;
+            size -= part;
+        }
+    }
+
+    void put(char const* text) { put(text, std::strlen(text)); }
+
+    // False when anything failed from the first put() on, the closing included.
+    bool close()
+    {
+        flush();
+        return ::close(fd_.release()) == 0 && !failed_;
+    }
+
+private:
+    void flush()
+    {
+        for (char const* data = buffer_; used_ > 0 && !failed_;) {
+            ssize_t const count = ::write(fd_.get(), data, used_);
+            if (count >= 0) {
+                data += count;
+                used_ -= static_cast<std::size_t>(count);
+            } else if (errno != EINTR) {
+                failed_ = true;
+            }
+        }
+        used_ = 0;
+    }
+
+    unique_fd   fd_;
+    bool        failed_ = false;
+    std::size_t used_   = 0;
+    char        buffer_[4096];
+};
+
+bool is_comment(char const* line)
+{
+    return line[0] == '#';
+}
+
+bool is_skip(char c)
+{
+    return c == ' ' || c == '\t';
+}
+
+// A line belongs to a key that stands anywhere in it.
+bool is_line_of(char const* line, char const* key)
+{
+    return !is_comment(line) && std::strstr(line, key) != nullptr;
+}
+
+int get_val(char const* line, char* val, unsigned int* len)
+{
+    std::memset(val, 0, *len);
+    char const* rest = std::strchr(line, '=');
+    if (rest == nullptr) {
+        return -1;  // the length stays as it was, here alone
+    }
+    do {
+        ++rest;
+    } while (is_skip(*rest));
+
+    // The last character is the CR of the line. It is counted in the room that is asked for, and
+    // dropped unseen.
+    std::size_t const n = std::strlen(rest);
+    if (*len == 0 || *len - 1 < n) {
+        *len = 0;
+        return -1;
+    }
+    std::size_t const length = n > 0 ? n - 1 : 0;
+    std::memcpy(val, rest, length);
+    *len = static_cast<unsigned int>(length);
+    return 0;
+}
+
+// Whether key and val make a line that can be read back.
+bool is_settable(char const* key, char const* val)
+{
+    std::size_t const length = std::strlen(key) + std::strlen(" = ") + std::strlen(val) + 1;
+    return length <= line_limit && std::strpbrk(key, "\r\n") == nullptr &&
+           std::strpbrk(val, "\r\n") == nullptr;
+}
+
+int check_current_file(char const* path)
+{
+    if (::access(path, F_OK) == 0) {
+        return 0;
+    }
+    unique_fd const created(::open(path, O_WRONLY | O_CREAT | O_CLOEXEC, new_file_mode));
+    if (!created) {
+        trace_msg("error:ofstream(%s)");
+        return -1;
+    }
+    return 0;
+}
+
+// Opens the temporary file, empty, with the permission bits of the settings file: passwords are
+// never readable to more users on the way than before and after it.
+unique_fd open_tmp(char const* tmp_path, int settings)
+{
+    unique_fd   tmp(::open(tmp_path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, private_mode));
+    struct stat wanted = {};
+    struct stat made   = {};
+    if (!tmp || ::fstat(settings, &wanted) != 0 || ::fstat(tmp.get(), &made) != 0) {
+        return unique_fd();
+    }
+    // Asked for only when it changes something, since not every file system has permission bits;
+    // and a link under the temporary name may lead to a device, whose bits are none of ours.
+    mode_t const bits = wanted.st_mode & permission_bits;
+    if (S_ISREG(made.st_mode) && (made.st_mode & permission_bits) != bits &&
+        ::fchmod(tmp.get(), bits) != 0) {
+        return unique_fd();
+    }
+    return tmp;
+}
+
+void write_kv(file_writer& out, char const* key, char const* val)
+{
+    out.put(key);
+    out.put(" = ");
+    out.put(val);
+    out.put("\r\n");
+}
+
+void write_buf(file_writer& out, char const* line, std::size_t size)
+{
+    if (size == 0 || (size == 1 && line[0] == '\r')) {
+        return;  // empty lines go
+    }
+    out.put(line, size);
+    out.put("\n");
+}
+
+// Copies the settings with the new value in them, and closes the copy.
+int put_tmp(int settings, file_writer& out, char const* key, char const* val)
+{
+    line_reader         in(settings);
+    line_reader::result got  = in.next();
+    bool                seen = false;
+    for (; got == line_reader::result::line; got = in.next()) {
+        if (is_line_of(in.text(), key)) {
+            write_kv(out, key, val);
+            seen = true;
+        } else {
+            write_buf(out, in.text(), in.size());
+        }
+    }
+    if (got == line_reader::result::failure) {
+        return -1;
+    }
+    if (!seen) {
+        write_kv(out, key, val);
+    }
+    return out.close() ? 0 : -1;
+}
+
+int remove_file(char const* path)
+{
+    if (::access(path, F_OK) == 0 && std::remove(path) != 0) {
+        trace_msg("error:remove(%s)");
+        return -1;
+    }
+    return 0;
+}
+
+// Puts the temporary file in the place of the settings file. Nothing is kept as a backup: the
+// ".bak" file is only deleted.
+int rename_tmp(char const* path, char const* tmp_path)
+{
+    std::string const bak_path = std::string(path) + ".bak";
+    if (remove_file(bak_path.c_str()) != 0 || remove_file(path) != 0) {
+        return -1;
+    }
+    if (std::rename(tmp_path, path) != 0) {
+        trace_msg("error:rename(%s, %s)");
+        return -1;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int conf_get_string(char const* key, char* val, unsigned int* len, char const* path)
+{
+    trace_msg("conf_get_string key=%s");
+    if (len == nullptr) {
+        return -1;
+    }
+    if (key == nullptr || val == nullptr || path == nullptr) {
+        *len = 0;
+        return -1;
+    }
+
+    unique_fd const settings(::open(path, O_RDONLY | O_CLOEXEC));
+    if (!settings) {
+        trace_msg("error:ifstream(%s)");
+        *len = 0;
+        return -1;
+    }
+    line_reader in(settings.get());
+    while (in.next() == line_reader::result::line) {
+        if (is_line_of(in.text(), key)) {
+            return get_val(in.text(), val, len);
+        }
+    }
+    trace_msg("conf_get_string key=%s not found");
+    *len = 0;
+    return -1;
+}
+
+int conf_set_string(char const* key, char const* val, char const* path)
+{
+    trace_msg("conf_set_string key=%s val=%s");
+    if (key == nullptr || val == nullptr || path == nullptr) {
+        return -1;
+    }
+    if (!is_settable(key, val)) {
+        trace_msg("error:put_tmp");
+        return -1;
+    }
+    if (check_current_file(path) != 0) {
+        return -1;
+    }
+
+    unique_fd settings(::open(path, O_RDONLY | O_CLOEXEC));
+    if (!settings) {
+        trace_msg("error:ifstream(%s)");
+        return -1;
+    }
+    std::string const tmp_path = std::string(path) + ".tmp";
+    unique_fd         tmp      = open_tmp(tmp_path.c_str(), settings.get());
+    if (!tmp) {
+        trace_msg("error:ofstream(%s)");
+        return -1;
+    }
+    file_writer out(std::move(tmp));
+    if (put_tmp(settings.get(), out, key, val) != 0) {
+        trace_msg("error:put_tmp");
+        return -1;
+    }
+    settings.reset();
+
+    if (rename_tmp(path, tmp_path.c_str()) != 0) {
+        trace_msg("error:rename_tmp");
+        return -1;
+    }
+    return 0;
+}
+
+}  // namespace zelieml

@@ -1,0 +1,67 @@
+// liblog.cpp - lines with a time stamp, appended to a file for each month
+
+#include "liblog/liblog.h"
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdio>
+#include <exception>
+#include <fstream>
+#include <ios>
+
+#include "libtimew/libtimew.h"
+
+namespace zelieml
+{
+
+namespace
+{
+
+constexpr std::size_t buffer_size = 1024;
+
+void append_line(char const* dir, char const* message)
+{
+    // One character less than fits, so that the LF always has its place.
+    char      line[buffer_size];
+    int const wanted =
+        std::snprintf(line, sizeof line - 1, "%s,%s", itimew().get_log_time().c_str(), message);
+    if (wanted < 0) {
+        return;
+    }
+    std::size_t const end =
+        std::min<std::size_t>(static_cast<std::size_t>(wanted), sizeof line - 2);
+    line[end] = '\n';
+
+    std::ofstream out(get_filepath(dir), std::ios::out | std::ios::app);
+    if (out) {
+        out.write(line, static_cast<std::streamsize>(end + 1));
+    }
+}
+
+}  // namespace
+
+void liblog(char const* dir, char const* format, ...)
+{
+    if (dir == nullptr || format == nullptr) {
+        return;
+    }
+    char         message[buffer_size] = "";
+    std::va_list args;
+    va_start(args, format);
+    std::vsnprintf(message, sizeof message, format, args);
+    va_end(args);
+
+    try {
+        append_line(dir, message);
+    } catch (std::exception const&) {
+        // no memory: no line
+    }
+}
+
+std::string get_filepath(char const* dir)
+{
+    return std::string(dir) + "\\" + itimew().get_logfile_date() + ".log";
+}
+
+}  // namespace zelieml

@@ -1,0 +1,479 @@
+// libmsg.cpp - the message record, and its file: plain lines, no CR, a key in front of each field
+
+#include "libmsg/libmsg.h"
+
+#include <cstring>
+#include <exception>
+#include <limits>
+#include <memory>
+#include <new>
+#include <sys/stat.h>
+
+#include "liblog/trace.h"
+#include "support/format.h"
+#include "support/heap.h"
+
+// Each key ends in a blank, which belongs to it.
+char const* KeyFrom      = "from: ";
+char const* KeyTo        = "to: ";
+char const* KeyCc        = "cc: ";
+char const* KeySubject   = "subject: ";
+char const* KeyReplyTo   = "replyto: ";
+char const* KeyEncoding  = "encoding: ";
+char const* KeyMessageID = "messageid: ";
+char const* ValCharLf    = "\n";
+char const* ValCharCrLf  = "\r\n";
+
+namespace zelieml
+{
+
+namespace
+{
+
+using text_member = std::string _s_msg::*;
+
+struct header_field {
+    char const* const* key;
+    text_member        text;
+    bool               left_out_when_empty;
+};
+
+// In the order in which the lines are written, and in which a line read is held against the keys.
+header_field const header_fields[] = {
+    {&KeyEncoding, &_s_msg::encoding, false},
+    {&KeyFrom, &_s_msg::from, false},
+    {&KeyTo, &_s_msg::to, false},
+    {&KeyCc, &_s_msg::cc, true},
+    {&KeySubject, &_s_msg::subject, false},
+    {&KeyReplyTo, &_s_msg::replyto, false},
+    {&KeyMessageID, &_s_msg::messageid, true},
+};
+
+int set_text(void* msg, text_member member, char const* text)
+{
+    if (msg == nullptr || text == nullptr) {
+        return -1;
+    }
+    static_cast<_s_msg*>(msg)->*member = text;
+    return 0;
+}
+
+int copy_text(void* msg, text_member member, char* buf, int size)
+{
+    return msg != nullptr ? copy_to_caller(static_cast<_s_msg*>(msg)->*member, buf, size) : -1;
+}
+
+std::string text_of(void* msg, text_member member)
+{
+    return msg != nullptr ? static_cast<_s_msg*>(msg)->*member : std::string();
+}
+
+bool begins_with(char const* text, char const* key)
+{
+    for (; *key != '\0'; ++text, ++key) {
+        if (*text != *key) {
+            return false;
+        }
+    }
+    return true;
+}
+
+bool is_directory(char const* path)
+{
+    struct stat info = {};
+    return ::stat(path, &info) == 0 && S_ISDIR(info.st_mode);
+}
+
+bool is_empty_file(char const* path)
+{
+    struct stat info = {};
+    return ::stat(path, &info) == 0 && S_ISREG(info.st_mode) && info.st_size == 0;
+}
+
+// Opens a file for writing, created or truncated. A file that is empty, as a new message file is
+// when its name has been claimed, is not truncated once more: file systems take that for the
+// replacing of a file, and write it to the disk at closing, which costs many times the rest.
+void open_for_writing(std::ofstream& out, char const* path)
+{
+    if (is_empty_file(path)) {
+        out.open(path, std::ios::in | std::ios::out);
+    }
+    if (!out.is_open()) {
+        out.clear();
+        out.open(path);
+    }
+}
+
+// False when there is nothing to read; throws when reading fails.
+bool load_file(char const* path, _s_msg* msg)
+{
+    std::ifstream in(path);
+    // A directory can be opened, and not every C++ library reports that reading it failed.
+    if (!in || is_directory(path)) {
+        return false;
+    }
+    in.exceptions(std::ios::badbit);
+    return read_msg(in, msg) == 0;
+}
+
+}  // namespace
+
+int msg_create(void** msg)
+{
+    if (msg == nullptr) {
+        return -1;
+    }
+    *msg = new (std::nothrow) _s_msg;
+    return msg_init(*msg);
+}
+
+int msg_init(void* msg)
+{
+    if (msg == nullptr) {
+        return -1;
+    }
+    _s_msg& record = *static_cast<_s_msg*>(msg);
+    record.from.clear();
+    record.to.clear();
+    record.cc.clear();
+    record.subject.clear();
+    record.replyto.clear();
+    record.messageid.clear();
+    record.body.clear();
+    record.encoding = get_encoding_str(eml_encoding_utf8);
+    return 0;
+}
+
+int msg_destroy(void* msg)
+{
+    delete static_cast<_s_msg*>(msg);
+    return 0;
+}
+
+int msg_set_from(void* msg, char const* text)
+{
+    return set_text(msg, &_s_msg::from, text);
+}
+
+int msg_set_to(void* msg, char const* text)
+{
+    return set_text(msg, &_s_msg::to, text);
+}
+
+int msg_set_cc(void* msg, char const* text)
+{
+    return set_text(msg, &_s_msg::cc, text);
+}
+
+int msg_set_subject(void* msg, char const* text)
+{
+    return set_text(msg, &_s_msg::subject, text);
+}
+
+int msg_set_replyto(void* msg, char const* text)
+{
+    return set_text(msg, &_s_msg::replyto, text);
+}
+
+int msg_set_messageid(void* msg, char const* text)
+{
+    return set_text(msg, &_s_msg::messageid, text);
+}
+
+int msg_set_body(void* msg, char const* text)
+{
+    if (msg == nullptr || text == nullptr) {
+        return -1;
+    }
+    std::size_t const length = std::strlen(text);
+    if (length > std::numeric_limits<int>::max() / 2) {
+        return -1;
+    }
+
+    std::string& body = static_cast<_s_msg*>(msg)->body;
+    // Twice the length is one byte short for a text of nothing but lone line breaks, which is
+    // therefore stored unchanged; so it has always been.
+    int                     capacity = static_cast<int>(2 * length);
+    heap_buffer<char> const buffer   = heap_array<char>(2 * length);
+    if (buffer && modify_line_feed(text, buffer.get(), &capacity) == 0) {
+        body.assign(buffer.get(), static_cast<std::size_t>(capacity));
+    } else {
+        body.assign(text, length);
+    }
+    return 0;
+}
+
+int msg_set_encoding(void* msg, eml_encoding enc)
+{
+    return set_text(msg, &_s_msg::encoding, get_encoding_str(enc));
+}
+
+char const* get_encoding_str(eml_encoding enc)
+{
+    return enc == eml_encoding_iso2022jp ? "ISO-2022-JP" : "UTF-8";
+}
+
+int modify_line_feed(char const* in, char* out, int* size)
+{
+    if (in == nullptr || out == nullptr || size == nullptr || *size < 1) {
+        return -1;
+    }
+    std::memset(out, 0, static_cast<std::size_t>(*size));
+    if (*in == '\0') {
+        return -1;
+    }
+
+    std::size_t const room  = static_cast<std::size_t>(*size) - 1;  // less the NUL
+    std::size_t       count = 0;
+    while (*in != '\0') {
+        std::size_t const run = std::strcspn(in, "\r\n");
+        if (run > room - count) {
+            return -1;
+        }
+        std::memcpy(out + count, in, run);
+        count += run;
+        in += run;
+
+        if (*in != '\0') {
+            if (room - count < 2) {
+                return -1;
+            }
+            out[count++] = '\r';
+            out[count++] = '\n';
+            in += in[0] == '\r' && in[1] == '\n' ? 2 : 1;
+        }
+    }
+    out[count] = '\0';
+    *size      = static_cast<int>(count);
+    return 0;
+}
+
+int msg_get_from(void* msg, char* buf, int size)
+{
+    return copy_text(msg, &_s_msg::from, buf, size);
+}
+
+int msg_get_to(void* msg, char* buf, int size)
+{
+    return copy_text(msg, &_s_msg::to, buf, size);
+}
+
+int msg_get_cc(void* msg, char* buf, int size)
+{
+    return copy_text(msg, &_s_msg::cc, buf, size);
+}
+
+int msg_get_subject(void* msg, char* buf, int size)
+{
+    return copy_text(msg, &_s_msg::subject, buf, size);
+}
+
+int msg_get_replyto(void* msg, char* buf, int size)
+{
+    return copy_text(msg, &_s_msg::replyto, buf, size);
+}
+
+int msg_get_encoding(void* msg, char* buf, int size)
+{
+    return copy_text(msg, &_s_msg::encoding, buf, size);
+}
+
+int msg_get_messageid(void* msg, char* buf, int size)
+{
+    return copy_text(msg, &_s_msg::messageid, buf, size);
+}
+
+int msg_get_body(void* msg, char* buf, int size)
+{
+    return copy_text(msg, &_s_msg::body, buf, size);
+}
+
+std::string msg_get_from(void* msg)
+{
+    return text_of(msg, &_s_msg::from);
+}
+
+std::string msg_get_to(void* msg)
+{
+    return text_of(msg, &_s_msg::to);
+}
+
+std::string msg_get_cc(void* msg)
+{
+    return text_of(msg, &_s_msg::cc);
+}
+
+std::string msg_get_subject(void* msg)
+{
+    return text_of(msg, &_s_msg::subject);
+}
+
+std::string msg_get_replyto(void* msg)
+{
+    return text_of(msg, &_s_msg::replyto);
+}
+
+std::string msg_get_encoding(void* msg)
+{
+    return text_of(msg, &_s_msg::encoding);
+}
+
+std::string msg_get_messageid(void* msg)
+{
+    return text_of(msg, &_s_msg::messageid);
+}
+
+std::string msg_get_body(void* msg)
+{
+    return text_of(msg, &_s_msg::body);
+}
+
+bool msg_cc_exist(void* msg)
+{
+    return msg != nullptr && !static_cast<_s_msg*>(msg)->cc.empty();
+}
+
+bool msg_messageid_exist(void* msg)
+{
+    return msg != nullptr && !static_cast<_s_msg*>(msg)->messageid.empty();
+}
+
+int msg_save(void* msg, char const* path)
+{
+    if (msg == nullptr) {
+        trace_msg("error:msg_save msg==0");
+        return -1;
+    }
+    _s_msg& record = *static_cast<_s_msg*>(msg);
+    try {
+        std::ofstream out;
+        open_for_writing(out, path != nullptr ? path : "");  // the empty path is no file's
+        out.exceptions(std::ios::badbit | std::ios::failbit);
+        for (header_field const& field : header_fields) {
+            std::string& text = record.*field.text;
+            if (!text.empty() || !field.left_out_when_empty) {
+                write_key_dat(out, *field.key, text, true);
+            }
+        }
+        write_key_dat(out, "", record.body, false);
+        out.close();  // writes what is still buffered: a full disk may show only here
+        return 0;
+    } catch (std::exception const&) {
+        trace_msg("error:ofstream(%s)");
+        return -1;
+    }
+}
+
+int msg_load(void** msg, char const* path)
+{
+    if (msg_create(msg) != 0) {
+        return -1;
+    }
+    try {
+        if (path != nullptr && load_file(path, static_cast<_s_msg*>(*msg))) {
+            return 0;
+        }
+    } catch (std::exception const&) {
+        // told below, like a file that cannot be opened
+    }
+    trace_msg("error:ifstream(%s)");
+    return -1;
+}
+
+int write_key_dat(std::ofstream& out, char const* key, std::string& value, bool add_lf)
+{
+    if (key == nullptr) {
+        return -1;
+    }
+    std::size_t const       key_length   = std::strlen(key);
+    std::size_t const       value_length = std::strlen(value.c_str());
+    heap_buffer<char> const line         = heap_array<char>(key_length + value_length + 1);
+    if (!line) {
+        trace_msg("error:malloc");
+        return -1;
+    }
+    std::memcpy(line.get(), key, key_length);
+    std::memcpy(line.get() + key_length, value.c_str(), value_length + 1);
+    remove_r(line.get());
+
+    out.write(line.get(), static_cast<std::streamsize>(std::strlen(line.get())));
+    if (add_lf) {
+        out.write(ValCharLf, static_cast<std::streamsize>(std::strlen(ValCharLf)));
+    }
+    return 0;
+}
+
+void remove_r(char* text)
+{
+    char* const first = text != nullptr ? std::strchr(text, '\r') : nullptr;
+    if (first == nullptr) {
+        return;
+    }
+    std::size_t const       length  = std::strlen(first);
+    heap_buffer<char> const scratch = heap_array<char>(length);
+    if (!scratch) {
+        trace_msg("error:malloc");
+        return;
+    }
+
+    char const* const end   = first + length;
+    std::size_t       count = 0;
+    for (char const* run = first; run < end;) {
+        std::size_t const left = static_cast<std::size_t>(end - run);
+        void const* const cr   = std::memchr(run, '\r', left);
+        std::size_t const size =
+            cr != nullptr ? static_cast<std::size_t>(static_cast<char const*>(cr) - run) : left;
+        std::memcpy(scratch.get() + count, run, size);
+        count += size;
+        run += size + 1;
+    }
+    std::memcpy(first, scratch.get(), count);
+    first[count] = '\0';
+}
+
+int read_msg(std::ifstream& in, _s_msg* msg)
+{
+    if (msg == nullptr) {
+        return -1;
+    }
+    // After a final LF one more line is read, an empty one: that is what gives a body that ended
+    // with a line break its line break back.
+    std::string line;
+    while (in.good()) {
+        std::getline(in, line);
+        if (!in.bad()) {
+            set_msg(line, msg);
+        }
+    }
+    msg->body.resize(std::strlen(msg->body.c_str()));  // up to a NUL, as all texts here
+    return 0;
+}
+
+int set_msg(std::string const& line, _s_msg* msg)
+{
+    if (msg == nullptr) {
+        return -1;
+    }
+    for (header_field const& field : header_fields) {
+        if (begins_with(line.c_str(), *field.key)) {
+            return set_dat(line, *field.key, msg->*field.text);
+        }
+    }
+    if (!msg->body.empty()) {
+        msg->body += ValCharCrLf;
+    }
+    msg->body += line;
+    return 0;
+}
+
+int set_dat(std::string const& line, char const* key, std::string& field)
+{
+    std::size_t const skipped = key != nullptr ? std::strlen(key) : line.size() + 1;
+    if (skipped > line.size()) {
+        return -1;
+    }
+    field = line.c_str() + skipped;
+    return 0;
+}
+
+}  // namespace zelieml

@@ -1,0 +1,230 @@
+// libconf_failure_test.cpp - the settings file when the system refuses a step
+//
+// The program is linked so that the library's calls of remove, rename, read, write, close and
+// fchmod come here first.
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+#include "libconf/libconf.h"
+#include "tests/support/files.h"
+#include "tests/support/trace_recorder.h"
+
+namespace
+{
+
+// What fails while it is named here; each with EIO.
+std::string failing_remove;
+bool        failing_rename       = false;
+bool        failing_read         = false;
+bool        failing_fchmod       = false;
+bool        failing_close_at_end = false;  // of a descriptor that was written to
+int         interruptions        = 0;      // reads and writes that end with EINTR first
+std::size_t most_at_once         = 0;      // bytes that a read or write moves at most, if not 0
+
+bool interrupted()
+{
+    if (interruptions == 0) {
+        return false;
+    }
+    --interruptions;
+    errno = EINTR;
+    return true;
+}
+
+int fail()
+{
+    errno = EIO;
+    return -1;
+}
+
+bool is_written_to(int fd)
+{
+    int const flags = ::fcntl(fd, F_GETFL);
+    return flags >= 0 && (flags & O_ACCMODE) == O_WRONLY;
+}
+
+}  // namespace
+
+extern "C" {
+
+int     __real_remove(char const* path);
+int     __real_rename(char const* from, char const* to);
+int     __real_close(int fd);
+ssize_t __real_read(int fd, void* data, size_t size);
+ssize_t __real_write(int fd, void const* data, size_t size);
+int     __real_fchmod(int fd, mode_t mode);
+
+int __wrap_remove(char const* path)
+{
+    return failing_remove == path ? fail() : __real_remove(path);
+}
+
+int __wrap_rename(char const* from, char const* to)
+{
+    return failing_rename ? fail() : __real_rename(from, to);
+}
+
+int __wrap_close(int fd)
+{
+    bool const fails = failing_close_at_end && is_written_to(fd);
+    int const  real  = __real_close(fd);
+    return fails ? fail() : real;
+}
+
+ssize_t __wrap_read(int fd, void* data, size_t size)
+{
+    if (interrupted()) {
+        return -1;
+    }
+    if (failing_read) {
+        return fail();
+    }
+    return __real_read(fd, data, most_at_once != 0 && size > most_at_once ? most_at_once : size);
+}
+
+ssize_t __wrap_write(int fd, void const* data, size_t size)
+{
+    if (interrupted()) {
+        return -1;
+    }
+    return __real_write(fd, data, most_at_once != 0 && size > most_at_once ? most_at_once : size);
+}
+
+int __wrap_fchmod(int fd, mode_t mode)
+{
+    return failing_fchmod ? fail() : __real_fchmod(fd, mode);
+}
+
+}  // extern "C"
+
+namespace zelieml
+{
+namespace
+{
+
+using texts = std::vector<std::string>;
+
+class SettingsFailure : public testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        path = dir.file("cf");
+        test::write_file(path, file);
+        test::clear_traces();
+    }
+
+    void TearDown() override
+    {
+        failing_remove.clear();
+        failing_rename       = false;
+        failing_read         = false;
+        failing_fchmod       = false;
+        failing_close_at_end = false;
+        interruptions        = 0;
+        most_at_once         = 0;
+    }
+
+    int set() { return conf_set_string("k", "new", path.c_str()); }
+
+    // The failures that the trace hook was told of.
+    void expect_told(texts const& wanted) { EXPECT_EQ(test::trouble_traces(), wanted); }
+
+    std::string const file = "a = b\r\nk = old\r\n";
+    test::temp_dir    dir;
+    std::string       path;
+};
+
+TEST_F(SettingsFailure, ToRemoveTheOldFileLeavesBoth)
+{
+    failing_remove = path;
+    EXPECT_EQ(set(), -1);
+    expect_told({"error:remove(%s)", "error:rename_tmp"});
+    EXPECT_EQ(test::read_file(path), file);
+    EXPECT_EQ(test::read_file(path + ".tmp"), "a = b\r\nk = new\r\n");
+}
+
+TEST_F(SettingsFailure, ToRemoveTheBackupComesBeforeAnythingElseIsRemoved)
+{
+    test::write_file(path + ".bak", "x");
+    failing_remove = path + ".bak";
+    EXPECT_EQ(set(), -1);
+    expect_told({"error:remove(%s)", "error:rename_tmp"});
+    EXPECT_EQ(test::read_file(path), file);
+}
+
+TEST_F(SettingsFailure, ToRenameLeavesTheTemporaryFileOnly)
+{
+    failing_rename = true;
+    EXPECT_EQ(set(), -1);
+    expect_told({"error:rename(%s, %s)", "error:rename_tmp"});
+    EXPECT_EQ(test::list_directory(dir.path()), texts{"cf.tmp"});
+    EXPECT_EQ(test::read_file(path + ".tmp"), "a = b\r\nk = new\r\n");
+}
+
+TEST_F(SettingsFailure, ToCloseTheTemporaryFileCountsAsNotWritten)
+{
+    failing_close_at_end = true;
+    EXPECT_EQ(set(), -1);
+    failing_close_at_end = false;
+    expect_told({"error:put_tmp"});
+    EXPECT_EQ(test::read_file(path), file);
+}
+
+TEST_F(SettingsFailure, ToReadLeavesTheFile)
+{
+    failing_read = true;
+    EXPECT_EQ(set(), -1);
+    char         val[16];
+    unsigned int len = sizeof val;
+    EXPECT_EQ(conf_get_string("k", val, &len, path.c_str()), -1);
+    failing_read = false;
+    EXPECT_EQ(len, 0u);
+    EXPECT_EQ(test::traces(),
+              (texts{"conf_set_string key=%s val=%s", "error:put_tmp", "conf_get_string key=%s",
+                     "conf_get_string key=%s not found"}));
+    EXPECT_EQ(test::read_file(path), file);
+}
+
+TEST_F(SettingsFailure, ToSetThePermissionBitsWritesNothing)
+{
+    ASSERT_EQ(::chmod(path.c_str(), 0640), 0);
+    failing_fchmod = true;
+    EXPECT_EQ(set(), -1);
+    expect_told({"error:ofstream(%s)"});
+    EXPECT_EQ(test::read_file(path), file);
+    EXPECT_EQ(test::read_file(path + ".tmp"), "") << "no password in a file of other bits";
+    ::unlink((path + ".tmp").c_str());
+
+    ASSERT_EQ(::chmod(path.c_str(), 0600), 0);
+    EXPECT_EQ(set(), 0) << "bits that are right already are not asked for";
+}
+
+TEST_F(SettingsFailure, ThatIsASignalOrAShortCountIsNone)
+{
+    for (std::size_t const at_once : {std::size_t{1}, std::size_t{3}, std::size_t{1000}}) {
+        test::write_file(path, file + "# " + std::string(900, 'x') + "\r\n");
+        interruptions       = 5;
+        most_at_once        = at_once;
+        int const    result = set();
+        char         val[16];
+        unsigned int len = sizeof val;
+        interruptions    = 1;
+        EXPECT_EQ(conf_get_string("k", val, &len, path.c_str()), 0);
+        most_at_once = 0;
+        EXPECT_EQ(result, 0);
+        EXPECT_STREQ(val, "new");
+        EXPECT_EQ(test::read_file(path), "a = b\r\nk = new\r\n# " + std::string(900, 'x') + "\r\n");
+    }
+}
+
+}  // namespace
+}  // namespace zelieml
