@@ -1,0 +1,234 @@
+// libbase64.cpp - Base64 by table: twelve bits become two characters, four characters one number
+
+#include "libbase64/libbase64.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+
+#include "support/heap.h"
+
+namespace zelieml
+{
+
+namespace
+{
+
+// Index 64 is the padding.
+constexpr char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/=";
+constexpr char padding    = alphabet[64];
+
+constexpr int line_bytes  = 57;  // make a line of 76 characters
+constexpr int line_groups = line_bytes / 3;
+
+// The two characters of every twelve bits.
+struct encode_table {
+    char pairs[4096][2] = {};
+
+    constexpr encode_table()
+    {
+        for (unsigned bits = 0; bits < 4096; ++bits) {
+            pairs[bits][0] = alphabet[bits >> 6];
+            pairs[bits][1] = alphabet[bits & 63];
+        }
+    }
+};
+constexpr encode_table encoded;
+
+// What a character adds to the number of its group, for its four places in it. The three bytes of
+// a group are the low 24 bits; the value 64 of '=' runs over into the neighbouring bits as it
+// would if each byte were put together on its own.
+constexpr std::uint32_t invalid = 1U << 31;
+constexpr std::uint32_t omits   = 1U << 30;  // '=' as third or fourth character
+
+struct decode_table {
+    std::uint32_t places[4][256] = {};
+
+    constexpr decode_table()
+    {
+        for (auto& place : places) {
+            for (std::uint32_t& entry : place) {
+                entry = invalid;
+            }
+        }
+        for (std::uint32_t value = 0; value <= 64; ++value) {
+            auto const character = static_cast<unsigned char>(alphabet[value]);
+            for (unsigned place = 0; place < 4; ++place) {
+                places[place][character] = value << (18 - 6 * place);
+            }
+        }
+        places[2][static_cast<unsigned char>(padding)] |= omits;
+        places[3][static_cast<unsigned char>(padding)] |= omits;
+    }
+};
+constexpr decode_table decoded;
+
+void put_pair(unsigned char* out, std::uint64_t bits)
+{
+    std::memcpy(out, encoded.pairs[bits & 4095], 2);
+}
+
+// Encodes groups of three bytes; returns the place after the last character.
+unsigned char* encode_groups(unsigned char const* in, int groups, unsigned char* out)
+{
+    // Two groups at a time from one load of eight bytes, of which the next group holds two.
+    for (; groups >= 3; groups -= 2, in += 6, out += 8) {
+        std::uint64_t const bits = std::uint64_t{in[0]} << 56 | std::uint64_t{in[1]} << 48 |
+                                   std::uint64_t{in[2]} << 40 | std::uint64_t{in[3]} << 32 |
+                                   std::uint64_t{in[4]} << 24 | std::uint64_t{in[5]} << 16 |
+                                   std::uint64_t{in[6]} << 8 | std::uint64_t{in[7]};
+        put_pair(out, bits >> 52);
+        put_pair(out + 2, bits >> 40);
+        put_pair(out + 4, bits >> 28);
+        put_pair(out + 6, bits >> 16);
+    }
+    for (; groups > 0; --groups, in += 3, out += 4) {
+        std::uint32_t const bits =
+            std::uint32_t{in[0]} << 16 | std::uint32_t{in[1]} << 8 | std::uint32_t{in[2]};
+        put_pair(out, bits >> 12);
+        put_pair(out + 2, bits);
+    }
+    return out;
+}
+
+// Encodes the one or two bytes after the last full group, or none.
+unsigned char* encode_remainder(unsigned char const* in, int bytes, unsigned char* out)
+{
+    if (bytes == 0) {
+        return out;
+    }
+    std::uint32_t const second = bytes == 2 ? in[1] : 0U;
+    std::uint32_t const bits   = std::uint32_t{in[0]} << 16 | second << 8;
+    put_pair(out, bits >> 12);
+    put_pair(out + 2, bits);
+    if (bytes == 1) {
+        out[2] = padding;
+    }
+    out[3] = padding;
+    return out + 4;
+}
+
+unsigned char* put_line_break(unsigned char* out)
+{
+    *out++ = '\r';
+    *out++ = '\n';
+    return out;
+}
+
+// The size of the text and its NUL.
+std::int64_t encoded_size(int len, bool line_breaks)
+{
+    std::int64_t const bytes = len;
+    std::int64_t       size  = (bytes + 2) / 3 * 4 + 1;
+    if (line_breaks) {
+        size += bytes / line_bytes * 2 + (bytes % line_bytes != 0 ? 2 : 0);
+    }
+    return size;
+}
+
+std::uint32_t decode_group(unsigned char const* in)
+{
+    return decoded.places[0][in[0]] | decoded.places[1][in[1]] | decoded.places[2][in[2]] |
+           decoded.places[3][in[3]];
+}
+
+bool is_line_break(unsigned char character)
+{
+    return character == '\r' || character == '\n';
+}
+
+}  // namespace
+
+unsigned char* base64_encode(unsigned char const* data, int len, bool line_breaks)
+{
+    if (data == nullptr || len < 0) {
+        return nullptr;
+    }
+    std::int64_t const size = encoded_size(len, line_breaks);
+    if (size > std::numeric_limits<int>::max()) {
+        return nullptr;
+    }
+    auto text = heap_array<unsigned char>(static_cast<std::size_t>(size));
+    if (!text) {
+        return nullptr;
+    }
+
+    unsigned char* out = text.get();
+    if (line_breaks) {
+        for (; len >= line_bytes; data += line_bytes, len -= line_bytes) {
+            out = put_line_break(encode_groups(data, line_groups, out));
+        }
+    }
+    int const remainder = len % 3;
+    out                 = encode_groups(data, len / 3, out);
+    out                 = encode_remainder(data + (len - remainder), remainder, out);
+    // 55 and 56 bytes fill a line too, with their padding.
+    if (line_breaks && len > line_bytes - 3) {
+        out = put_line_break(out);
+    }
+    *out = '\0';
+    return text.release();
+}
+
+unsigned char* base64_decode_ex(unsigned char const* text, int len, int* out_len)
+{
+    if (text == nullptr || len < 0 || out_len == nullptr) {
+        return nullptr;
+    }
+    auto bytes = heap_array<unsigned char>(static_cast<std::size_t>(len) / 4 * 3 + 1);
+    if (!bytes) {
+        return nullptr;
+    }
+
+    unsigned char* out  = bytes.get();
+    int            left = len;
+    while (left >= 4) {
+        std::uint32_t group = decode_group(text);
+        // A line break is no character of the alphabet: only a group that fails can begin with one.
+        if ((group & invalid) != 0) {
+            for (int skipped = 0; skipped < 2 && is_line_break(*text); ++skipped) {
+                ++text;
+                --left;
+            }
+            if (left < 4) {
+                break;
+            }
+            group = decode_group(text);
+            if ((group & invalid) != 0) {
+                return nullptr;
+            }
+        }
+
+        *out++ = static_cast<unsigned char>(group >> 16);
+        if ((group & omits) == 0) {
+            *out++ = static_cast<unsigned char>(group >> 8);
+            *out++ = static_cast<unsigned char>(group);
+        } else {
+            if (text[2] != padding) {
+                *out++ = static_cast<unsigned char>(group >> 8);
+            }
+            if (text[3] != padding) {
+                *out++ = static_cast<unsigned char>(group);
+            }
+        }
+        text += 4;
+        left -= 4;
+    }
+    *out     = '\0';
+    *out_len = static_cast<int>(out - bytes.get());
+    return bytes.release();
+}
+
+unsigned char* base64_decode(unsigned char const* text, int len)
+{
+    int ignored = 0;
+    return base64_decode_ex(text, len, &ignored);
+}
+
+void base64_free(unsigned char* buffer)
+{
+    heap_free(buffer);
+}
+
+}  // namespace zelieml

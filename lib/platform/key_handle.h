@@ -1,0 +1,201 @@
+// key_handle.h - cryptography through a provider, its keys and its contexts
+//
+// lib/platform/macos/key_handle.cpp: the CSSM interface of the Security framework.
+// lib/platform/linux/key_handle.cpp: libnettle; lib/platform/linux/key_pair.cpp, for what comes
+// after "key pairs" below: libhogweed. On Linux a program or library that reaches none of that
+// needs libhogweed no more than macOS does.
+//
+// A session is one attachment to the provider. Keys and contexts belong to their session and have
+// to be freed before it is detached. A context is one operation in progress.
+//
+// Every function returns 0, or the platform's error code; then no object and no buffer has been
+// made. An object that is null or of the wrong kind gives an error code; freeing or detaching null
+// does nothing and returns 0. Whatever a session hands out, it allocates with the memory functions
+// given to attach. One object serves one thread at a time; keys may be read by several.
+//
+// The names of the algorithms are those of CSSM; the numbers are our own.
+
+#ifndef ZELIEML_PLATFORM_KEY_HANDLE_H
+#define ZELIEML_PLATFORM_KEY_HANDLE_H
+
+#include <cstddef>
+#include <cstdint>
+
+#include "platform/crypto.h"
+
+namespace zelieml
+{
+
+enum cssm_algorithm {
+    CSSM_ALGID_NONE,
+    // digests
+    CSSM_ALGID_MD5,
+    CSSM_ALGID_SHA1,
+    CSSM_ALGID_SHA256,
+    // keys
+    CSSM_ALGID_RC4,
+    CSSM_ALGID_RSA,
+    // signatures (RFC 8017, RSASSA-PKCS1-v1_5)
+    CSSM_ALGID_SHA1WithRSA,
+    CSSM_ALGID_SHA256WithRSA
+};
+
+struct csp_session;
+struct csp_key;
+struct csp_context;
+
+// The memory functions of a session; ref is handed to each call.
+struct csp_memory {
+    void* (*malloc_func)(std::size_t size, void* ref);
+    void (*free_func)(void* buffer, void* ref);
+    void* (*realloc_func)(void* buffer, std::size_t size, void* ref);
+    void* (*calloc_func)(std::uint32_t count, std::size_t size, void* ref);
+    void* ref;
+};
+
+// Bytes of the caller's; data may be null when there are none.
+struct csp_data {
+    void const* data;
+    std::size_t size;
+};
+
+// Bytes of the provider's, allocated with the session's memory functions; the caller's to free.
+struct csp_buffer {
+    unsigned char* data = nullptr;
+    std::size_t    size = 0;
+};
+
+namespace platform
+{
+
+// start_provider - make the provider ready for this process; may be repeated, on any thread
+int start_provider();
+
+// attach - begin a session
+//
+// memory   copied
+// session  receives the session, the caller's to detach
+int attach(csp_memory const& memory, csp_session*& session);
+
+int detach(csp_session* session);
+
+// derive_key - a symmetric key from a pass phrase, by PBKDF2 with HMAC-SHA1 (RFC 8018)
+//
+// rounds     at least 1
+// algorithm  what the key is for: CSSM_ALGID_RC4
+// key_bits   8 to 2048, a multiple of 8
+// key        receives the key, the caller's to free with free_key
+int derive_key(csp_session* session, csp_data pass_phrase, csp_data salt, unsigned rounds,
+               cssm_algorithm algorithm, unsigned key_bits, csp_key*& key);
+
+// free_key - release a key of any kind
+int free_key(csp_key* key);
+
+// make_crypt_context - a context that encrypts or decrypts with a symmetric key
+//
+// key      the context keeps its own copy
+// context  receives the context, the caller's to free with free_context
+int make_crypt_context(csp_session* session, csp_key const* key, csp_context*& context);
+
+// free_context - release a context of any kind, its operation finished or not
+int free_context(csp_context* context);
+
+// crypt_at_once - encrypt or decrypt a whole text
+//
+// out  receives the result
+int crypt_at_once(csp_context* context, crypt_direction direction, csp_data in, csp_buffer& out);
+
+// begin_staged_crypt - from here on the context's pieces make a new text
+int begin_staged_crypt(csp_context* context, crypt_direction direction);
+
+// staged_crypt - encrypt or decrypt the next piece
+//
+// direction  that of begin_staged_crypt
+// last       true for the last piece of the text
+// out        capacity bytes; a block cipher may produce up to 8 bytes more than the piece has
+// produced   receives the number of bytes at out
+int staged_crypt(csp_context* context, crypt_direction direction, csp_data piece, bool last,
+                 unsigned char* out, std::size_t capacity, std::size_t& produced);
+
+// digest_at_once - the digest of a whole text
+int digest_at_once(csp_session* session, cssm_algorithm algorithm, csp_data data,
+                   csp_buffer& digest);
+
+// make_digest_context - a context that takes a text in pieces
+//
+// context  receives the context, the caller's to free with free_context
+int make_digest_context(csp_session* session, cssm_algorithm algorithm, csp_context*& context);
+
+// staged_digest - take the next piece
+//
+// digest  null while more pieces follow; with the last piece receives the digest
+int staged_digest(csp_context* context, csp_data piece, csp_buffer* digest);
+
+// ---- key pairs
+
+// generate_key_pair - a key pair for signatures
+//
+// algorithm    CSSM_ALGID_RSA
+// key_bits     512 to 16384, the size of the modulus
+// public_key, private_key  receive the keys, the caller's to free with free_key
+int generate_key_pair(csp_session* session, cssm_algorithm algorithm, unsigned key_bits,
+                      csp_key*& public_key, csp_key*& private_key);
+
+// generate_exchange_pair - a Diffie-Hellman pair
+//
+// The parameters are the provider's own (Linux: X25519, RFC 7748), so both sides of an exchange
+// have to run on the same system.
+//
+// public_value  receives what the other side gets
+// private_key   receives the key, the caller's to free with free_key
+int generate_exchange_pair(csp_session* session, csp_buffer& public_value, csp_key*& private_key);
+
+// exchange_key - the symmetric key that both sides of an exchange agree on
+//
+// private_key   own, of generate_exchange_pair
+// public_value  the other side's
+// algorithm     what the key is for: CSSM_ALGID_RC4
+// key_bits      8 to 256, a multiple of 8
+// key           receives the key, the caller's to free with free_key
+int exchange_key(csp_session* session, csp_key const* private_key, csp_data public_value,
+                 cssm_algorithm algorithm, unsigned key_bits, csp_key*& key);
+
+// sign_at_once - sign a whole text
+//
+// key        private key of generate_key_pair
+// algorithm  CSSM_ALGID_SHA1WithRSA or CSSM_ALGID_SHA256WithRSA
+int sign_at_once(csp_session* session, csp_key const* key, cssm_algorithm algorithm, csp_data data,
+                 csp_buffer& signature);
+
+// verify_at_once - check the signature of a whole text
+//
+// key  public key of generate_key_pair
+//
+// Returns 0 only when the signature is the text's.
+int verify_at_once(csp_session* session, csp_key const* key, cssm_algorithm algorithm,
+                   csp_data data, csp_data signature);
+
+// make_signature_context - a context that takes a text in pieces, to sign it with a private key
+// or to check its signature with a public key
+//
+// key      has to outlive the context
+// context  receives the context, the caller's to free with free_context
+int make_signature_context(csp_session* session, csp_key const* key, cssm_algorithm algorithm,
+                           csp_context*& context);
+
+// staged_sign - take the next piece
+//
+// signature  null while more pieces follow; with the last piece receives the signature
+int staged_sign(csp_context* context, csp_data piece, csp_buffer* signature);
+
+// staged_verify - take the next piece
+//
+// signature  null while more pieces follow; with the last piece the signature to check
+//
+// Returns 0 for the last piece only when the signature is the text's.
+int staged_verify(csp_context* context, csp_data piece, csp_data const* signature);
+
+}  // namespace platform
+}  // namespace zelieml
+
+#endif
