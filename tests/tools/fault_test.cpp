@@ -1,0 +1,86 @@
+#include "tools/mailserver/fault.h"
+
+#include <gtest/gtest.h>
+#include <stdexcept>
+
+namespace zelieml::mailserver
+{
+
+TEST(ParseFault, UnderstandsEveryAction)
+{
+    struct {
+        char const*   text;
+        char const*   step;
+        fault::action what;
+        int           amount;
+        char const*   reply;
+    } const cases[] = {
+        {"rcpt=refuse:550 5.1.1 no: user", "rcpt", fault::action::refuse, 0, "550 5.1.1 no: user"},
+        {"rcpt=refuse", "rcpt", fault::action::refuse, 0, ""},
+        {"smtp.quit=close", "smtp.quit", fault::action::close, 0, ""},
+        {"pop.quit=reset", "pop.quit", fault::action::reset, 0, ""},
+        {"text=silent", "text", fault::action::silent, 0, ""},
+        {"retr=delay:2000", "retr", fault::action::delay, 2000, ""},
+        {"greeting=trickle:0", "greeting", fault::action::trickle, 0, ""},
+        {"ehlo=cut:7", "ehlo", fault::action::cut, 7, ""},
+    };
+    for (auto const& c : cases) {
+        fault const f = parse_fault(c.text);
+        EXPECT_EQ(f.step, c.step) << c.text;
+        EXPECT_EQ(f.what, c.what) << c.text;
+        EXPECT_EQ(f.amount, c.amount) << c.text;
+        EXPECT_EQ(f.text, c.reply) << c.text;
+        EXPECT_LT(f.times, 0) << c.text;
+    }
+}
+
+TEST(ParseFault, SaysWhatIsWrong)
+{
+    struct {
+        char const* text;
+        char const* problem;
+    } const cases[] = {
+        {"rcpt", "a fault is written step=action or step=action:argument"},
+        {"", "a fault is written step=action or step=action:argument"},
+        {"rctp=close", "there is no step \"rctp\""},
+        {"smtp.retr=close", "there is no step \"smtp.retr\""},
+        {"RCPT=close", "there is no step \"RCPT\""},
+        {"rcpt=", "there is no action \"\""},
+        {"rcpt=explode", "there is no action \"explode\""},
+        {"rcpt=close:now", "the action close takes no argument"},
+        {"rcpt=delay", "the action delay takes a number, as in delay:50"},
+        {"rcpt=delay:", "the action delay takes a number, as in delay:50"},
+        {"rcpt=delay:5s", "the action delay takes a number, as in delay:50"},
+        {"rcpt=cut:-1", "the action cut takes a number, as in cut:50"},
+        {"rcpt=delay:99999999999", "the action delay takes a number, as in delay:50"},
+    };
+    for (auto const& c : cases) {
+        try {
+            parse_fault(c.text);
+            ADD_FAILURE() << c.text << " was understood";
+        } catch (std::invalid_argument const& e) {
+            EXPECT_STREQ(e.what(), c.problem) << c.text;
+        }
+    }
+}
+
+TEST(FaultTable, CountsHowOftenAFaultIsLeft)
+{
+    fault_table table({{"rcpt", fault::action::close, 0, "", 2}, {"rcpt", fault::action::reset}});
+    EXPECT_EQ(table.take(protocol::smtp, "rcpt")->what, fault::action::close);
+    EXPECT_EQ(table.take(protocol::smtp, "rcpt")->what, fault::action::close);
+    EXPECT_EQ(table.take(protocol::smtp, "rcpt")->what, fault::action::reset);
+    EXPECT_EQ(table.take(protocol::smtp, "rcpt")->what, fault::action::reset);
+    EXPECT_FALSE(table.take(protocol::smtp, "mail"));
+}
+
+TEST(FaultTable, TellsTheProtocolsApartWhenAsked)
+{
+    fault_table table({{"smtp.quit", fault::action::close}, {"noop", fault::action::close}});
+    EXPECT_TRUE(table.take(protocol::smtp, "quit"));
+    EXPECT_FALSE(table.take(protocol::pop, "quit"));
+    EXPECT_TRUE(table.take(protocol::smtp, "noop"));
+    EXPECT_TRUE(table.take(protocol::pop, "noop"));
+}
+
+}  // namespace zelieml::mailserver

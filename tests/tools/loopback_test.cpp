@@ -1,0 +1,402 @@
+// The loopback mail server as a developer starts it.
+
+#include <chrono>
+#include <csignal>
+#include <cstdlib>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <poll.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <system_error>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include "tests/support/files.h"
+#include "tests/tools/scripted_client.h"
+
+extern char** environ;
+
+namespace zelieml::test
+{
+
+namespace
+{
+
+using namespace std::chrono_literals;
+using clock = std::chrono::steady_clock;
+
+// The program, running.
+class program
+{
+public:
+    explicit program(std::vector<std::string> const& arguments)
+    {
+        std::vector<std::string> words = {LOOPBACK_PROGRAM};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        std::vector<char*> argv;
+        for (std::string& word : words) {
+            argv.push_back(word.data());
+        }
+        argv.push_back(nullptr);
+
+        posix_spawn_file_actions_t actions;
+        posix_spawn_file_actions_init(&actions);
+        posix_spawn_file_actions_addopen(&actions, 1, dir_.file("out").c_str(),
+                                         O_WRONLY | O_CREAT | O_APPEND, 0600);
+        posix_spawn_file_actions_addopen(&actions, 2, dir_.file("err").c_str(),
+                                         O_WRONLY | O_CREAT | O_APPEND, 0600);
+        int const error = ::posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ);
+        posix_spawn_file_actions_destroy(&actions);
+        if (error != 0) {
+            throw std::system_error(error, std::generic_category(), argv[0]);
+        }
+    }
+
+    ~program()
+    {
+        if (pid_ > 0) {
+            ::kill(pid_, SIGKILL);
+            ::waitpid(pid_, nullptr, 0);
+        }
+    }
+
+    void signal(int number) { ::kill(pid_, number); }
+
+    // Waits for the end; the exit status, or minus the signal.
+    int wait()
+    {
+        int status = 0;
+        ::waitpid(pid_, &status, 0);
+        pid_ = 0;
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+    }
+
+    std::string out() const
+    {
+        return file_exists(dir_.file("out")) ? read_file(dir_.file("out")) : "";
+    }
+    std::string err() const
+    {
+        return file_exists(dir_.file("err")) ? read_file(dir_.file("err")) : "";
+    }
+
+    // Waits for a text on standard output and gives what follows it there.
+    std::string wait_for(std::string const& text) const
+    {
+        auto const deadline = clock::now() + 20s;
+        for (;;) {
+            std::string const all   = out();
+            std::size_t const found = all.find(text);
+            if (found != all.npos) {
+                return all.substr(found + text.size());
+            }
+            if (clock::now() > deadline) {
+                ADD_FAILURE() << "no " << text << " in " << all << err();
+                return "";
+            }
+            std::this_thread::sleep_for(2ms);
+        }
+    }
+
+    // The port in the line that begins so; waits for the line.
+    std::uint16_t port(std::string const& protocol) const
+    {
+        wait_for("pop3 127.0.0.1:");
+        wait_for("\n");
+        return static_cast<std::uint16_t>(std::atoi(wait_for(protocol + " 127.0.0.1:").c_str()));
+    }
+
+private:
+    temp_dir dir_;
+    pid_t    pid_ = 0;
+};
+
+char const* const one_mail = R"(
+    S: 220 {any}
+    C: HELO c
+    S: 250 {any}
+    C: MAIL FROM:<a@a.test>
+    S: 250 {any}
+    C: RCPT TO:<b@b.test>
+    S: 250 {any}
+    C: RCPT TO:<c@b.test>
+    S: 250 {any}
+    C: DATA
+    S: 354 {any}
+    C: Subject: hello
+    C:
+    C: body
+    C: .
+    S: 250 {any}
+    C: QUIT
+    S: 221 {any}
+    S: (closes)
+)";
+
+void expect_talk(std::uint16_t port, std::string const& transcript)
+{
+    dialogue const d = talk(port, transcript);
+    EXPECT_EQ(d.came, d.wanted);
+}
+
+}  // namespace
+
+TEST(Loopback, PrintsItsPortsServesAndEndsBySignal)
+{
+    for (int const number : {SIGTERM, SIGINT}) {
+        program server({"--port", "0"});
+        expect_talk(server.port("smtp"), one_mail);
+        expect_talk(server.port("pop3"), R"(
+            S: +OK {any}
+            C: USER user
+            S: +OK {any}
+            C: PASS password
+            S: +OK welcome, 1 24
+            C: QUIT
+            S: +OK {any}
+            S: (closes)
+        )");
+        std::string const expected = "smtp 127.0.0.1:" + std::to_string(server.port("smtp")) +
+                                     "\npop3 127.0.0.1:" + std::to_string(server.port("pop3")) +
+                                     "\n";
+        server.signal(number);
+        EXPECT_EQ(server.wait(), 0);
+        EXPECT_EQ(server.out(), expected);
+        EXPECT_EQ(server.err(), "");
+    }
+}
+
+TEST(Loopback, EndsBySignalWhileClientsAreThere)
+{
+    program            server({"--fault", "noop=delay:60000"});
+    mailserver::stream idle = connect_to(server.port("smtp"));
+    mailserver::stream held = connect_to(server.port("pop3"));
+    hear_line(idle);
+    hear_line(held);
+    idle.write("NOOP\r\n");
+    server.signal(SIGTERM);
+    EXPECT_EQ(server.wait(), 0);
+    EXPECT_EQ(hear_line(held), "(closed)");
+}
+
+TEST(Loopback, TakesThePortsItIsGiven)
+{
+    std::uint16_t smtp = 0;
+    std::uint16_t pop  = 0;
+    {
+        mailserver::listener one(0);
+        mailserver::listener two(0);
+        smtp = one.port();
+        pop  = two.port();
+    }
+    program server({"--smtp-port", std::to_string(smtp), "--pop-port=" + std::to_string(pop)});
+    EXPECT_EQ(server.port("smtp"), smtp);
+    EXPECT_EQ(server.port("pop3"), pop);
+}
+
+TEST(Loopback, WritesTheReadyFile)
+{
+    temp_dir dir;
+    program  server({"--ready-file", dir.file("ready")});
+    server.port("smtp");
+    auto const deadline = clock::now() + 20s;
+    while (!file_exists(dir.file("ready")) && clock::now() < deadline) {
+        std::this_thread::sleep_for(2ms);
+    }
+    EXPECT_EQ(read_file(dir.file("ready")), server.out());
+    EXPECT_EQ(list_directory(dir.path()), std::vector<std::string>{"ready"});
+}
+
+TEST(Loopback, KeepsMailsInAMaildir)
+{
+    temp_dir dir;
+    program  server({"--maildir", dir.file("box")});
+    expect_talk(server.port("smtp"), one_mail);
+    auto const names = list_directory(dir.file("box/new"));
+    ASSERT_EQ(names.size(), 1u);
+    EXPECT_EQ(read_file(dir.file("box/new/" + names[0])), "Subject: hello\r\n\r\nbody\r\n");
+}
+
+TEST(Loopback, KnowsItsUsersAndWhatTheyMayUse)
+{
+    program server({"--user", "tim", "--password", "tanstaaftanstaaf", "--user", "ann",
+                    "--password", "-x,y [z]", "--auth", "login,plain", "--require-auth",
+                    "--pop-auth", "user"});
+    expect_talk(server.port("smtp"), R"(
+        S: 220 {any}
+        C: EHLO c
+        S: 250-localhost
+        S: 250-PIPELINING
+        S: 250-8BITMIME
+        S: 250-AUTH LOGIN PLAIN
+        S: 250-{any}
+        S: 250 {any}
+        C: MAIL FROM:<a@a.test>
+        S: 530 {any}
+        C: AUTH PLAIN {base64:\0user\0password}
+        S: 535 {any}
+        C: AUTH PLAIN {base64:\0ann\0-x,y [z]}
+        S: 235 {any}
+    )");
+    expect_talk(server.port("pop3"), R"(
+        S: +OK loopback mail server ready
+        C: USER tim
+        S: +OK {any}
+        C: PASS tanstaaftanstaaf
+        S: +OK {any}
+    )");
+}
+
+TEST(Loopback, OffersNoAuthenticationWhenToldSo)
+{
+    program server({"--auth", "none"});
+    expect_talk(server.port("smtp"), R"(
+        S: 220 {any}
+        C: EHLO c
+        S: 250-localhost
+        S: 250-PIPELINING
+        S: 250-8BITMIME
+        S: 250-ENHANCEDSTATUSCODES
+        S: 250 {any}
+    )");
+}
+
+TEST(Loopback, ShowsConversationsAndEnvelopes)
+{
+    program server({"--show", "--show-lines", "1", "--envelope"});
+    expect_talk(server.port("smtp"), one_mail);
+    server.wait_for("S: (closes)\n");
+    server.signal(SIGTERM);
+    EXPECT_EQ(server.wait(), 0);
+    std::string const all = server.out();
+    EXPECT_EQ(all.substr(all.find("[1 smtp]")), R"([1 smtp] C: (connects)
+[1 smtp] S: 220 localhost ESMTP loopback mail server ready
+[1 smtp] C: HELO c
+[1 smtp] S: 250 localhost
+[1 smtp] C: MAIL FROM:<a@a.test>
+[1 smtp] S: 250 2.1.0 sender ok
+[1 smtp] C: RCPT TO:<b@b.test>
+[1 smtp] S: 250 2.1.5 recipient ok
+[1 smtp] C: RCPT TO:<c@b.test>
+[1 smtp] S: 250 2.1.5 recipient ok
+[1 smtp] C: DATA
+[1 smtp] S: 354 end the text with a line that is a single dot
+[1 smtp] C: Subject: hello
+[1 smtp] # 2 more lines
+[1 smtp] C: .
+mail from:<a@a.test> to:<b@b.test> to:<c@b.test> bytes:24
+[1 smtp] S: 250 2.0.0 mail kept
+[1 smtp] C: QUIT
+[1 smtp] S: 221 2.0.0 goodbye
+[1 smtp] S: (closes)
+)");
+}
+
+TEST(Loopback, MisbehavesAsToldAndAsOften)
+{
+    program server({"--fault", "rcpt=refuse:550 5.1.1 no such user", "--fault", "quit=close",
+                    "--fault-count", "1", "--reject-recipient", "x@b.test"});
+    expect_talk(server.port("smtp"), R"(
+        S: 220 {any}
+        C: HELO c
+        S: 250 {any}
+        C: MAIL FROM:<a@a.test>
+        S: 250 {any}
+        C: RCPT TO:<b@b.test>
+        S: 550 5.1.1 no such user
+        C: RCPT TO:<b@b.test>
+        S: 250 {any}
+        C: RCPT TO:<x@b.test>
+        S: 550 5.1.1 no such user here
+        C: QUIT
+        S: (closes)
+    )");
+    expect_talk(server.port("smtp"), "S: 220 {any}\nC: QUIT\nS: 221 {any}\n");
+}
+
+TEST(Loopback, EndsAfterSoManyMails)
+{
+    program             server({"--mails", "2"});
+    std::uint16_t const port = server.port("smtp");
+    expect_talk(port, one_mail);
+    expect_talk(port, one_mail);
+    EXPECT_EQ(server.wait(), 0);
+}
+
+TEST(Loopback, EndsAfterSoManySeconds)
+{
+    auto const start = clock::now();
+    program    server({"--seconds", "0.2"});
+    EXPECT_EQ(server.wait(), 0);
+    EXPECT_GE(clock::now() - start, 200ms);
+}
+
+TEST(Loopback, ExplainsItself)
+{
+    program help({"--help"});
+    EXPECT_EQ(help.wait(), 0);
+    EXPECT_NE(help.out().find("--fault STEP=ACTION"), std::string::npos) << help.out();
+    EXPECT_EQ(help.err(), "");
+}
+
+TEST(Loopback, SaysWhatIsWrongWithItsArguments)
+{
+    struct {
+        std::vector<std::string> arguments;
+        char const*              part_of_message;
+    } const cases[] = {
+        {{"--port", "65535"}, "65535"},
+        {{"--port", "x"}, "x"},
+        {{"--port", "0", "--smtp-port", "0"}, "--smtp-port"},
+        {{"--smtp-port", "70000"}, "70000"},
+        {{"--pop-port", "-1"}, "-1"},
+        {{"--user", "tim"}, "every --user needs a --password"},
+        {{"--password", "x"}, "every --user needs a --password"},
+        {{"--auth", "md4"}, "md4"},
+        {{"--auth", "none,login"}, "--auth none goes with no other mechanism"},
+        {{"--auth", "none", "--require-auth"}, "and not with --require-auth"},
+        {{"--pop-auth", "none"}, "none"},
+        {{"--fault", "rctp=close"}, "--fault rctp=close: there is no step \"rctp\""},
+        {{"--fault"}, "--fault"},
+        {{"--fault-count", "0"}, "0"},
+        {{"--mails", "0"}, "0"},
+        {{"--seconds", "-1"}, "-1"},
+        {{"--show-lines", "0"}, "0"},
+        {{"--colour"}, "--colour"},
+        {{"word"}, "word"},
+    };
+    for (auto const& c : cases) {
+        program server(c.arguments);
+        EXPECT_EQ(server.wait(), 2) << c.part_of_message;
+        EXPECT_NE(server.err().find(c.part_of_message), std::string::npos) << server.err();
+        EXPECT_EQ(server.out(), "");
+    }
+}
+
+TEST(Loopback, SaysWhenItCannotServe)
+{
+    mailserver::listener taken(0);
+    temp_dir             dir;
+    write_file(dir.file("file"), "");
+    struct {
+        std::vector<std::string> arguments;
+        std::string              message;
+    } const cases[] = {
+        {{"--smtp-port", std::to_string(taken.port())},
+         "zelieml-loopback: cannot listen on 127.0.0.1:" + std::to_string(taken.port())},
+        {{"--maildir", dir.file("file/box")},
+         "zelieml-loopback: cannot make " + dir.file("file/box/tmp")},
+        {{"--ready-file", dir.file("file/ready")},
+         "zelieml-loopback: cannot write " + dir.file("file/ready")},
+    };
+    for (auto const& c : cases) {
+        program server(c.arguments);
+        EXPECT_EQ(server.wait(), 1) << c.message;
+        EXPECT_EQ(server.err().substr(0, c.message.size()), c.message);
+    }
+}
+
+}  // namespace zelieml::test
