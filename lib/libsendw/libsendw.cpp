@@ -1,0 +1,309 @@
+// libsendw.cpp - the send driver: one message file, one delivery
+
+#include "libsendw/libsendw.h"
+
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "libconfw/libconfw.h"
+#include "libcryptw/libcryptw.h"
+#include "liblog/trace.h"
+#include "libmsg/libmsg.h"
+#include "libsendw/pop.h"
+#include "libsendw/smtp.h"
+#include "libsendw/smtpmsg.h"
+#include "support/format.h"
+#include "support/number.h"
+
+namespace zelieml
+{
+
+namespace
+{
+
+constexpr unsigned int setting_size = 1024;
+
+struct passwd_deleter {
+    void operator()(unsigned char* text) const { icryptw().decrypt_free_passwd(text); }
+};
+using passwd_buffer = std::unique_ptr<unsigned char, passwd_deleter>;
+
+using setting = char[setting_size];
+
+// A host and its port as they stand in the settings.
+struct server_addr {
+    setting host;
+    setting port;
+};
+
+struct userinfo {
+    setting user;
+    setting password;  // clear text
+};
+
+bool read_setting(char const* key, setting& value, char const* conf,
+                  char const* when_missing = "error:conf_get_string %s")
+{
+    unsigned int length = setting_size;
+    if (confw_get_string(key, value, &length, conf) != 0) {
+        trace_msg(when_missing);
+        return false;
+    }
+    return true;
+}
+
+// Whether a setting is exactly this text.
+bool setting_is(char const* key, char const* text, char const* conf)
+{
+    setting value;
+    return read_setting(key, value, conf) && std::strcmp(value, text) == 0;
+}
+
+bool is_pop_before_smtp(char const* conf)
+{
+    return setting_is("pop_before_smtp", "yes", conf);
+}
+
+bool is_apop(char const* conf)
+{
+    return setting_is("pop_auth_type", "apop", conf);
+}
+
+bool is_auth(char const* conf)
+{
+    return setting_is("smtp_auth", "yes", conf);
+}
+
+int get_waittime(char const* conf)
+{
+    setting value;
+    return read_setting("pop_wait_time", value, conf) ? text_to_int(value) : 0;
+}
+
+std::string get_smtp_auth_type(char const* conf)
+{
+    setting value;
+    return read_setting("smtp_auth_type", value, conf) ? value : "auto";
+}
+
+int get_pop_server_addr(server_addr& addr, char const* conf)
+{
+    return read_setting("pop_server", addr.host, conf) && read_setting("pop_port", addr.port, conf)
+               ? 0
+               : -1;
+}
+
+int get_smtp_server_addr(server_addr& addr, char const* conf)
+{
+    return read_setting("smtp_server", addr.host, conf) &&
+                   read_setting("smtp_port", addr.port, conf)
+               ? 0
+               : -1;
+}
+
+// Passwords are in clear text only when the settings say so with anything but "no".
+bool passwords_are_raw(char const* conf)
+{
+    setting value;
+    return read_setting("passwd_raw", value, conf, "warning:conf_get_string %s") &&
+           std::strcmp(value, "no") != 0;
+}
+
+int get_userinfo(char const* account_key, char const* passwd_key, userinfo& info, char const* conf)
+{
+    if (!read_setting(account_key, info.user, conf) ||
+        !read_setting(passwd_key, info.password, conf)) {
+        return -1;
+    }
+    if (passwords_are_raw(conf)) {
+        return 0;
+    }
+
+    passwd_buffer const clear(
+        icryptw().decrypt_passwd(reinterpret_cast<unsigned char*>(info.password)));
+    if (!clear) {
+        trace_msg("error:crypt::decrypt_passwd");
+        return -1;
+    }
+    // Half as long as what it was decrypted from.
+    return copy_to_caller(reinterpret_cast<char const*>(clear.get()), info.password, setting_size);
+}
+
+int get_smtp_userinfo(userinfo& info, char const* conf)
+{
+    return get_userinfo("smtp_account", "smtp_passwd", info, conf);
+}
+
+int get_pop_userinfo(userinfo& info, char const* conf)
+{
+    return get_userinfo("pop_account", "pop_passwd", info, conf);
+}
+
+int _pop_before_smtp(char const* conf, std::string& result_text)
+{
+    server_addr addr;
+    if (get_pop_server_addr(addr, conf) != 0) {
+        trace_msg("error:get_pop_server_addr");
+        return send_other_failure;
+    }
+    userinfo info;
+    if (get_pop_userinfo(info, conf) != 0) {
+        trace_msg("error:get_smtp_userinfo");  // "smtp" in the POP path, on purpose
+        return send_other_failure;
+    }
+    trace_msg("pop_before_smtp user:%s passwd:%s");
+    return pop_before_smtp(addr.host, text_to_int(addr.port), info.user, info.password,
+                           is_apop(conf), get_waittime(conf), result_text);
+}
+
+int ehlo_auth(_s_smtp* session, char const* conf)
+{
+    userinfo info;
+    if (get_smtp_userinfo(info, conf) != 0) {
+        trace_msg("error:get_smtp_userinfo");
+        return -1;
+    }
+    std::string const auth_type = get_smtp_auth_type(conf);
+    trace_msg("smtp_ehlo user:%s passwd:%s");
+    return smtp_ehlo(session, auth_type, info.user, info.password);
+}
+
+bool _is_exist_in_vector(std::vector<std::string> const& addresses, std::string const& address)
+{
+    for (std::string const& known : addresses) {
+        if (std::strcmp(known.c_str(), address.c_str()) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+// The first of several equal addresses keeps its place.
+void _delete_same_address(std::vector<std::string> const& addresses,
+                          std::vector<std::string>&       unique)
+{
+    for (std::string const& address : addresses) {
+        if (!_is_exist_in_vector(unique, address)) {
+            unique.push_back(address);
+        }
+    }
+}
+
+int _send_rcptto(_s_smtp* session, void* msg)
+{
+    std::string list = msg_get_to(msg);
+    if (msg_cc_exist(msg)) {
+        list += "," + msg_get_cc(msg);
+    }
+    std::vector<std::string> addresses;
+    if (smtpmsg_split_address(list, addresses) != 0) {
+        trace_msg("error:smtpmsg_split_address");
+        return -1;
+    }
+    std::vector<std::string> unique;
+    _delete_same_address(addresses, unique);
+    if (smtp_rcptto(session, unique) != 0) {
+        trace_msg("smtp_rcptto");
+        return -1;
+    }
+    return 0;
+}
+
+int _send_message(_s_smtp* session, void* msg, char const* conf)
+{
+    // The envelope sender is the reply-to address, not From. An empty one sends "<>".
+    if (smtp_mailfrom(session, msg_get_replyto(msg)) != 0 || _send_rcptto(session, msg) != 0 ||
+        smtp_start_data(session) != 0) {
+        return -1;
+    }
+    std::vector<std::string> lines;
+    if (smtpmsg_create_multiline(msg, lines, conf) != 0 || smtp_write_data(session, lines) != 0) {
+        return -1;
+    }
+    return smtp_end_data(session);
+}
+
+int send_message(_s_smtp* session, char const* msg_fullpath, char const* conf)
+{
+    void*                loaded = nullptr;
+    int const            load   = msg_load(&loaded, msg_fullpath);
+    message_holder const msg(loaded);  // a record is made also when the file cannot be read
+    if (load != 0) {
+        return -1;
+    }
+    if (_send_message(session, msg.get(), conf) != 0) {
+        trace_msg("error:_send_message");
+        return -1;
+    }
+    return 0;
+}
+
+// From the greeting to the goodbye.
+int converse(_s_smtp* session, char const* msg_fullpath, char const* conf)
+{
+    if (is_auth(conf)) {
+        if (ehlo_auth(session, conf) != 0) {
+            trace_msg("error:smtp_ehlo");
+            return send_not_authenticated;
+        }
+    } else if (smtp_helo(session) != 0) {
+        trace_msg("error:smtp_helo");
+        return send_helo_refused;
+    }
+    if (send_message(session, msg_fullpath, conf) != 0) {
+        trace_msg("error:send_message");
+        return send_message_refused;
+    }
+    if (smtp_quit(session) != 0) {
+        trace_msg("error:smtp_quit");
+        return send_quit_refused;
+    }
+    return send_ok;
+}
+
+}  // namespace
+
+int isendw::send(char const* msg_fullpath, char const* conf_fullpath, std::string& result_text)
+{
+    trace_msg("msg_fullpath = %s");
+    trace_msg("conf_fullpath = %s");
+    if (is_pop_before_smtp(conf_fullpath)) {
+        int const result = _pop_before_smtp(conf_fullpath, result_text);
+        if (result != pop_ok) {
+            return result;
+        }
+    }
+
+    server_addr addr;
+    if (get_smtp_server_addr(addr, conf_fullpath) != 0) {
+        trace_msg("error:get_smtp_server_addr");
+        return send_no_server;
+    }
+
+    smtp_holder session;
+    if (smtp_start_session(addr.host, text_to_int(addr.port), session.out()) != 0) {
+        trace_msg("error:smtp_start_sesion");  // spelled so on purpose
+        return send_not_connected;             // result_text stays as it was
+    }
+
+    int const result = converse(session.get(), msg_fullpath, conf_fullpath);
+    result_text      = session->reply;
+    if (smtp_end_session(session.release()) != 0) {
+        trace_msg("error:smtp_end_session");
+        return send_not_ended;
+    }
+    return result;
+}
+
+int isendw_sys::init()
+{
+    return 0;
+}
+
+int isendw_sys::end()
+{
+    return 0;
+}
+
+}  // namespace zelieml

@@ -1,0 +1,311 @@
+// pop.cpp - a POP3 client (RFC 1939)
+
+#include "libsendw/pop.h"
+
+#include <cstdint>
+#include <cstring>
+#include <new>
+#include <unistd.h>
+
+#include "liblog/trace.h"
+#include "libsendw/digest_text.h"
+#include "libsendw/sock.h"
+#include "platform/sleep.h"
+#include "support/number.h"
+
+namespace zelieml
+{
+
+namespace
+{
+
+constexpr int         max_line_counter = 2000;
+constexpr std::size_t max_line_length  = 4095;
+constexpr std::size_t max_stat_length  = 1023;
+
+int send_command(_s_pop* session, std::string const& line)
+{
+    if (sock_command(session->socket, line) != 0) {
+        trace_msg("error:sock_write");
+        return -1;
+    }
+    return 0;
+}
+
+int read_reply(_s_pop* session)
+{
+    if (sock_readline(session->socket, session->reply) == -1) {
+        trace_msg("error:sock_readline");
+        return -1;
+    }
+    return 0;
+}
+
+// A command with a reply of one line that must not be an error.
+int command(_s_pop* session, std::string const& line)
+{
+    if (send_command(session, line) != 0 || read_reply(session) != 0) {
+        return -1;
+    }
+    return pop_error(session->reply) ? -1 : 0;
+}
+
+// The time stamp of an APOP greeting, angle brackets included.
+int find_challenge(std::string const& greeting, std::string& challenge)
+{
+    std::size_t const spos = greeting.find('<');
+    if (spos == std::string::npos) {
+        trace_msg("error:challenge spos %s");
+        return -1;
+    }
+    std::size_t const epos = greeting.find('>');
+    if (epos == std::string::npos) {
+        trace_msg("error:challenge epos %s");
+        return -1;
+    }
+    if (spos >= epos) {
+        trace_msg("error:challenge spos, epos %s");
+        return -1;
+    }
+    challenge = greeting.substr(spos, epos - spos + 1);
+    return 0;
+}
+
+// A token of a STAT reply as a number; a missing one leaves the number as it was.
+void store_number(char const* token, int* number)
+{
+    if (token == nullptr) {
+        trace_msg("error:token");
+        return;
+    }
+    *number = text_to_int(token);
+}
+
+int log_in(_s_pop* session, char const* user, char const* password, bool apop)
+{
+    if (apop) {
+        return pop_apop(session, user, password) == 0 ? pop_ok : pop_apop_refused;
+    }
+    if (pop_user(session, user) != 0) {
+        return pop_user_refused;
+    }
+    return pop_passwd(session, password) == 0 ? pop_ok : pop_pass_refused;
+}
+
+}  // namespace
+
+int pop_start_session(char const* host, int port, _s_pop** out)
+{
+    auto* const session = new (std::nothrow) _s_pop();
+    *out                = session;
+    if (session == nullptr ||
+        sock_connect_host(host, port, session->socket, "IP:%s Port:%d") != 0) {
+        return -1;
+    }
+    session->connected = true;
+    return read_reply(session);
+}
+
+void pop_abandon_session(_s_pop* session)
+{
+    if (session != nullptr && session->connected) {
+        ::close(session->socket);
+    }
+    pop_free(session);
+}
+
+int pop_user(_s_pop* session, char const* user)
+{
+    return login_data(session, "user", user);
+}
+
+int pop_passwd(_s_pop* session, char const* password)
+{
+    return login_data(session, "pass", password);
+}
+
+int login_data(_s_pop* session, char const* word, char const* argument)
+{
+    if (argument == nullptr) {
+        return -1;
+    }
+    return command(session, std::string(word) + " " + argument + "\r\n");
+}
+
+int pop_apop(_s_pop* session, char const* user, char const* password)
+{
+    trace_msg("pop_apop in");
+    if (user == nullptr || password == nullptr) {
+        return -1;
+    }
+    std::string text;
+    if (find_challenge(session->reply, text) != 0) {
+        return -1;
+    }
+    text += password;
+
+    digest_buffer const digest(
+        icryptw().md5(reinterpret_cast<unsigned char const*>(text.data()), text.size()));
+    if (!digest) {
+        trace_msg("error:crypt::md5");
+        return -1;
+    }
+    if (command(session, std::string("apop ") + user + " " + digest_text(digest) + "\r\n") != 0) {
+        return -1;
+    }
+    trace_msg("pop_apop out");
+    return 0;
+}
+
+int pop_stat(_s_pop* session, int* count, int* size)
+{
+    if (command(session, "stat\r\n") != 0) {
+        return -1;
+    }
+    if (session->reply.size() > max_stat_length) {
+        trace_msg("error:BufLen");
+        return -1;
+    }
+
+    std::string text  = session->reply;
+    char*       state = nullptr;
+    ::strtok_r(text.data(), " ", &state);  // the status word
+    store_number(::strtok_r(nullptr, " ", &state), count);
+    store_number(::strtok_r(nullptr, " ", &state), size);
+    return 0;
+}
+
+int pop_retr(_s_pop* session, int number)
+{
+    return command(session, "retr " + std::to_string(number) + "\r\n");
+}
+
+int pop_retr_alllines(_s_pop* session, int number, std::vector<std::string>& lines, bool& over)
+{
+    over = false;
+    if (pop_retr(session, number) != 0) {
+        trace_msg("error:pop_retr");
+        return -1;
+    }
+    trace_msg("pop.response %s");
+    lines.push_back(remove_nr(session->reply));
+    read_multiline_reply(session, lines, over);  // a message cut short counts as fetched
+    return 0;
+}
+
+int pop_dele(_s_pop* session, int number)
+{
+    return command(session, "dele " + std::to_string(number) + "\r\n");
+}
+
+int pop_quit(_s_pop* session)
+{
+    return send_command(session, "quit\r\n") == 0 ? read_reply(session) : -1;
+}
+
+int pop_end_session(_s_pop* session)
+{
+    if (session == nullptr) {
+        return -1;
+    }
+    pop_holder const held(session);
+    if (sock_end_connection(session->connected ? session->socket : -1) != 0) {
+        trace_msg("error:shutdown_connection");
+    }
+    session->connected = false;
+    return 0;
+}
+
+int pop_free(_s_pop* session)
+{
+    if (session == nullptr) {
+        return -1;
+    }
+    delete session;
+    return 0;
+}
+
+bool pop_error(std::string const& line)
+{
+    // "error" in good news counts as well, on purpose.
+    for (char const* sign : {"-ERR", "-err", "error"}) {
+        if (line.find(sign) != std::string::npos) {
+            trace_msg("error:-ERR");
+            return true;
+        }
+    }
+    return false;
+}
+
+int read_multiline_reply(_s_pop* session, std::vector<std::string>& lines, bool& over)
+{
+    for (int counter = 0; counter <= max_line_counter; ++counter) {
+        if (sock_readline(session->socket, session->reply) == -1) {
+            return -1;
+        }
+        lines.push_back(remove_nr(session->reply));
+        if (session->reply == ".\r\n") {
+            return 0;  // the "." stays among the lines
+        }
+    }
+    trace_msg("warning: POP MAX LINE COUNT");
+    over = true;
+    return 0;
+}
+
+std::string remove_nr(std::string const& line)
+{
+    if (line.size() > max_line_length) {
+        trace_msg("error:buffer over flow");
+        return {};
+    }
+    char text[max_line_length + 1];
+    std::memcpy(text, line.c_str(), line.size() + 1);
+    remove_end_char(text, '\n');
+    remove_end_char(text, '\r');
+    return text;
+}
+
+void remove_end_char(char* text, char end)
+{
+    std::size_t const length = std::strlen(text);
+    if (length > 1 && text[length - 1] == end) {
+        text[length - 1] = '\0';
+    }
+}
+
+int pop_before_smtp(char const* server, int port, char const* user, char const* password, bool apop,
+                    int wait_ms, std::string& reply)
+{
+    trace_msg("pop_before_smtp in");
+    pop_holder session;
+    if (pop_start_session(server, port, session.out()) != 0) {
+        trace_msg("pop_start_session");
+        if (session.get() != nullptr) {
+            reply = session->reply;
+        }
+        return pop_start_failed;
+    }
+
+    int code = log_in(session.get(), user, password, apop);
+    if (code == pop_ok && pop_quit(session.get()) != 0) {
+        trace_msg("error: pop_quit");
+        code = pop_quit_failed;
+    }
+
+    reply = session->reply;
+    if (pop_end_session(session.release()) != 0) {
+        trace_msg("error:smtp_end_session");  // "smtp" in the POP path, on purpose
+        return pop_end_failed;
+    }
+
+    if (code == pop_ok) {
+        trace_msg("sleep start %d");
+        platform::sleep_microseconds(std::int64_t{wait_ms} * 1000);
+        trace_msg("sleep end");
+    }
+    trace_msg("pop_before_smtp out %d");
+    return code;
+}
+
+}  // namespace zelieml

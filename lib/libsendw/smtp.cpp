@@ -1,0 +1,378 @@
+// smtp.cpp - the client's side of an SMTP session (RFC 5321) with authentication (RFC 4954)
+
+#include "libsendw/smtp.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <new>
+#include <unistd.h>
+#include <utility>
+
+#include "libbase64/libbase64.h"
+#include "libcryptw/libcryptw.h"
+#include "liblog/trace.h"
+#include "libsendw/digest_text.h"
+#include "libsendw/sock.h"
+#include "platform/socket.h"
+
+namespace zelieml
+{
+
+namespace
+{
+
+bool contains(std::string const& text, char const* part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+// Writes a command line and checks the reply; says error when either fails.
+int command(_s_smtp* session, std::string const& line, char const* code, char const* error)
+{
+    if (sock_command(session->socket, line) != 0 || read_reply_and_check_code(session, code) != 0) {
+        trace_msg(error);
+        return -1;
+    }
+    return 0;
+}
+
+int _smtp_rcptto(_s_smtp* session, std::string const& address)
+{
+    return command(session, "rcpt to: <" + address + ">\r\n", "250", "error:smtp rcpt to");
+}
+
+int _smtp_write_data(_s_smtp* session, std::string const& line)
+{
+    if (line.size() >= static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+        trace_msg("error:malloc");  // so called though no copy is made
+        return -1;
+    }
+    int const length = static_cast<int>(line.size());
+    return sock_write(session->socket, line.data(), length) == length ? 0 : -1;
+}
+
+// Greets with EHLO; auth_line receives the line that offers authentication, or an empty text.
+int ehlo(_s_smtp* session, std::string& auth_line)
+{
+    std::vector<std::string> lines;
+    if (sock_command(session->socket, "ehlo " + get_hostname() + "\r\n") != 0 ||
+        read_multiline_reply(session, lines) != 0) {
+        trace_msg("error:read_multiline_reply");
+        return -1;
+    }
+    auth_line = find_auth_reponse(lines);
+    if (!contains(lines.back(), "250")) {
+        trace_msg("error:not 250");
+        return -1;
+    }
+    return 0;
+}
+
+// Reads one reply for its last line.
+int read_last_line(_s_smtp* session, std::string& line)
+{
+    std::vector<std::string> lines;
+    if (read_multiline_reply(session, lines) != 0) {
+        trace_msg("error:read_multiline_reply");
+        return -1;
+    }
+    if (lines.empty()) {
+        trace_msg("error:no reply line");
+        return -1;
+    }
+    line = std::move(lines.back());
+    return 0;
+}
+
+// Sends a command of an AUTH exchange; a server that goes on with it answers 334.
+int start_exchange(_s_smtp* session, char const* line, std::string& reply)
+{
+    if (sock_command(session->socket, line) != 0 || read_last_line(session, reply) != 0) {
+        return -1;
+    }
+    if (!contains(reply, "334")) {
+        trace_msg("error:not 334");
+        return -1;
+    }
+    return 0;
+}
+
+// Sends a response of an AUTH exchange as a line: what stands before it, and the response in
+// Base64. The reply has to contain the code.
+int respond(_s_smtp* session, char const* before, std::string const& response, char const* code,
+            char const* error)
+{
+    base64_buffer const encoded(
+        base64_encode(reinterpret_cast<unsigned char const*>(response.data()),
+                      static_cast<int>(response.size()), false));
+    if (!encoded) {
+        trace_msg("error:base64_encode");
+        return -1;
+    }
+    return command(session,
+                   std::string(before) + reinterpret_cast<char const*>(encoded.get()) + "\r\n",
+                   code, error);
+}
+
+// The response of CRAM-MD5 to a reply "334 <challenge in Base64>".
+int cram_md5_response(std::string const& reply, char const* user, char const* password,
+                      std::string& response)
+{
+    std::string const   coded = reply.substr(reply.find(' ') + 1);
+    base64_buffer const challenge(base64_decode(
+        reinterpret_cast<unsigned char const*>(coded.data()), static_cast<int>(coded.size())));
+    if (!challenge) {
+        trace_msg("error:base64_decode");
+        return -1;
+    }
+
+    auto text_size = [](unsigned char const* text) {
+        return std::strlen(reinterpret_cast<char const*>(text));
+    };
+    auto const* const   key = reinterpret_cast<unsigned char const*>(password);
+    digest_buffer const digest(
+        icryptw().hmac_md5(key, text_size(key), challenge.get(), text_size(challenge.get())));
+    if (!digest) {
+        trace_msg("error:hmac_md5");
+        return -1;
+    }
+    response = std::string(user) + " " + digest_text(digest);
+    return 0;
+}
+
+}  // namespace
+
+int smtp_start_session(char const* host, int port, _s_smtp** out)
+{
+    auto* const session = new (std::nothrow) _s_smtp();
+    *out                = session;
+    if (session == nullptr ||
+        sock_connect_host(host, port, session->socket, "connect IP:%s Port:%d") != 0) {
+        return -1;
+    }
+    session->connected = true;
+    trace_msg("connect done.");
+    if (read_reply_and_check_code(session, "220") != 0) {
+        trace_msg("error:smtp start session");
+        return -1;
+    }
+    return 0;
+}
+
+void smtp_abandon_session(_s_smtp* session)
+{
+    if (session != nullptr && session->connected) {
+        ::close(session->socket);
+    }
+    delete session;
+}
+
+int smtp_helo(_s_smtp* session)
+{
+    return command(session, "helo " + get_hostname() + "\r\n", "250", "error:smtp helo");
+}
+
+int smtp_ehlo(_s_smtp* session, std::string const& auth_type, char const* user,
+              char const* password)
+{
+    std::string auth_line;
+    if (ehlo(session, auth_line) != 0) {
+        return -1;
+    }
+    return auth(session, auth_type, user, password, auth_line);
+}
+
+int smtp_ehlo2(_s_smtp* session, std::string const& auth_type, char const* user,
+               char const* password, char const* auth_switch)
+{
+    std::string auth_line;
+    if (ehlo(session, auth_line) != 0) {
+        return -1;
+    }
+    bool const offered = contains(auth_line, "AUTH");
+    // A setting that does not agree with the server is an error, in both directions.
+    if (std::strcmp(auth_switch, offered ? "on" : "off") != 0) {
+        trace_msg("error:smtp incorrect");
+        return -1;
+    }
+    return offered ? auth(session, auth_type, user, password, auth_line) : 0;
+}
+
+int smtp_mailfrom(_s_smtp* session, std::string const& address)
+{
+    return command(session, "mail from: <" + address + ">\r\n", "250", "error:smtp mail from");
+}
+
+int smtp_rcptto(_s_smtp* session, std::vector<std::string> const& addresses)
+{
+    for (std::string const& address : addresses) {
+        if (_smtp_rcptto(session, address) != 0) {
+            return -1;
+        }
+    }
+    return 0;
+}
+
+int smtp_start_data(_s_smtp* session)
+{
+    if (sock_command(session->socket, "data\r\n") != 0) {
+        trace_msg("error:smtp data start");
+        return -1;
+    }
+    std::vector<std::string> lines;
+    if (read_multiline_reply(session, lines) != 0) {
+        trace_msg("error:smtp start data");
+        return -1;
+    }
+    // Some servers skip 354 and answer with 250.
+    if (!contains(lines.back(), "354") && !contains(lines.back(), "250")) {
+        trace_msg("error:can not find code 354 250");
+        return -1;
+    }
+    return 0;
+}
+
+int smtp_write_data(_s_smtp* session, std::vector<std::string> const& lines)
+{
+    platform::join_small_writes(session->socket, true);
+    for (std::string const& line : lines) {
+        if (_smtp_write_data(session, line) != 0) {
+            trace_msg("error:_smtp_write_data");
+            return -1;
+        }
+    }
+    return 0;
+}
+
+int smtp_end_data(_s_smtp* session)
+{
+    int const written = sock_command(session->socket, "\r\n.\r\n");
+    platform::join_small_writes(session->socket, false);
+    if (written != 0 || read_reply_and_check_code(session, "250") != 0) {
+        trace_msg("error:smtp end data");
+        return -1;
+    }
+    return 0;
+}
+
+int smtp_quit(_s_smtp* session)
+{
+    return command(session, "quit\r\n", "221", "error:smtp quit");
+}
+
+int smtp_end_session(_s_smtp* session)
+{
+    if (session == nullptr) {
+        return -1;
+    }
+    smtp_holder const held(session);
+    if (sock_end_connection(session->connected ? session->socket : -1) != 0) {
+        trace_msg("error:shutdown_connection");
+    }
+    session->connected = false;
+    return 0;
+}
+
+int read_multiline_reply(_s_smtp* session, std::vector<std::string>& lines)
+{
+    lines.clear();
+    session->reply.clear();
+    for (;;) {
+        std::string line;
+        if (sock_readline(session->socket, line) == -1) {
+            return -1;
+        }
+        session->reply += line;
+        lines.push_back(std::move(line));
+        if (lines.back().size() >= 4 && lines.back()[3] == ' ') {
+            return 0;
+        }
+    }
+}
+
+int read_reply_and_check_code(_s_smtp* session, char const* code)
+{
+    std::string line;
+    if (read_last_line(session, line) != 0) {
+        return -1;
+    }
+    // Anywhere in the line, loose on purpose.
+    if (!contains(line, code)) {
+        trace_msg("error:can not find code (%s)");
+        return -1;
+    }
+    return 0;
+}
+
+std::string find_auth_reponse(std::vector<std::string>& lines)
+{
+    for (std::string const& line : lines) {
+        if (contains(line, "AUTH")) {
+            return line;
+        }
+    }
+    return {};
+}
+
+int auth(_s_smtp* session, std::string const& auth_type, char const* user, char const* password,
+         std::string const& auth_line)
+{
+    // The server's offer is searched in upper case, the setting in lower case.
+    bool const         from_server = contains(auth_type, "auto");
+    std::string const& choice      = from_server ? auth_line : auth_type;
+    if (contains(choice, from_server ? "CRAM-MD5" : "cram-md5")) {
+        return auth_cram_md5(session, user, password);
+    }
+    if (contains(choice, from_server ? "LOGIN" : "login")) {
+        return auth_login(session, user, password);
+    }
+    return auth_plain(session, user, password);
+}
+
+int auth_cram_md5(_s_smtp* session, char const* user, char const* password)
+{
+    trace_msg("auth_cram_md5 in");
+    std::string reply;
+    std::string response;
+    if (start_exchange(session, "AUTH CRAM-MD5\r\n", reply) != 0 ||
+        cram_md5_response(reply, user, password, response) != 0 ||
+        respond(session, "", response, "235", "error:not 235") != 0) {
+        return -1;
+    }
+    trace_msg("auth_cram_md5 out");
+    return 0;
+}
+
+int auth_login(_s_smtp* session, char const* user, char const* password)
+{
+    trace_msg("auth_login in");
+    std::string prompt;
+    if (start_exchange(session, "AUTH LOGIN\r\n", prompt) != 0 ||
+        auth_login_data(session, user, "334") != 0 ||
+        auth_login_data(session, password, "235") != 0) {
+        return -1;
+    }
+    trace_msg("auth_login out");
+    return 0;
+}
+
+int auth_login_data(_s_smtp* session, char const* text, char const* code)
+{
+    return respond(session, "", text, code, "error:auth_login_data %s for %s");
+}
+
+int auth_plain(_s_smtp* session, char const* user, char const* password)
+{
+    trace_msg("auth_plain in");
+    std::string response = std::string("^") + user + "^" + password;
+    // Every "^" becomes a NUL, one inside the user or the password too.
+    std::replace(response.begin(), response.end(), '^', '\0');
+    if (respond(session, "AUTH PLAIN ", response, "235", "error:not 235") != 0) {
+        return -1;
+    }
+    trace_msg("auth_plain out");
+    return 0;
+}
+
+}  // namespace zelieml

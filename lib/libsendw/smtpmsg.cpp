@@ -1,0 +1,362 @@
+// smtpmsg.cpp - the text of a mail (RFC 5322) in MIME (RFC 2045 to 2047)
+
+#include "libsendw/smtpmsg.h"
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+
+#include "libbase64/libbase64.h"
+#include "libconfw/libconfw.h"
+#include "liblog/trace.h"
+#include "libmsg/libmsg.h"
+#include "libtimew/libtimew.h"
+#include "support/heap.h"
+
+namespace zelieml
+{
+
+namespace
+{
+
+// What one form of mail has of its own.
+struct mail_form {
+    int (*header)(void* msg, std::vector<std::string>& out, char const* conf);
+    int (*body)(void* msg, std::vector<std::string>& out);
+};
+
+constexpr mail_form utf8_form = {msg_header_utf8, msg_body_utf8};
+constexpr mail_form jis_form  = {msg_header_jis, msg_body_jis};
+
+// What the header of one form has of its own.
+struct header_form {
+    std::string (*encoded_subject)(std::string const& subject);
+    std::string (*content_type)();
+    std::string (*content_transfer_encoding)();
+};
+
+constexpr header_form utf8_header = {get_subject_utf8_base64, get_content_type_utf8,
+                                     get_content_transfer_encoding_base64};
+constexpr header_form jis_header  = {get_subject_jis_base64, get_content_type_jis,
+                                     get_content_transfer_encoding_7bit};
+
+bool is_jis(std::string const& encoding)
+{
+    return encoding == "ISO-2022-JP";
+}
+
+int create(void* msg, std::vector<std::string>& out, char const* conf, mail_form const& form)
+{
+    out.clear();
+    if (form.header(msg, out, conf) != 0) {
+        trace_msg("error:msg_header");
+        return -1;
+    }
+    out.push_back(get_crlf());
+    if (form.body(msg, out) != 0) {
+        trace_msg("error:msg_body");
+        return -1;
+    }
+    return 0;
+}
+
+int header(void* msg, std::vector<std::string>& out, char const* conf, header_form const& form)
+{
+    out.reserve(out.size() + 12);  // ten header lines, the empty line, the body
+    out.push_back(get_date());
+    out.push_back(get_from(msg_get_from(msg)));
+    out.push_back(get_to(msg_get_to(msg)));
+    if (msg_cc_exist(msg)) {
+        out.push_back(get_cc(msg_get_cc(msg)));
+    }
+    std::string const subject = msg_get_subject(msg);
+    out.push_back(subject_use_encoding(conf) ? form.encoded_subject(subject)
+                                             : get_subject_no_encoding(subject));
+    out.push_back(get_replyto(msg_get_replyto(msg)));
+    out.push_back(get_mime_version());
+    out.push_back(form.content_type());
+    out.push_back(form.content_transfer_encoding());
+    if (msg_messageid_exist(msg)) {
+        out.push_back(get_messageid(msg_get_messageid(msg)));
+    }
+    return 0;
+}
+
+std::string address_header(std::string const& list, char const* label)
+{
+    std::vector<std::string> addresses;
+    if (smtpmsg_split_address(list, addresses) != 0) {
+        trace_msg("error:smtpmsg_split_address");
+        return {};
+    }
+    return get_multiline(addresses, label);
+}
+
+}  // namespace
+
+int smtpmsg_create_multiline(void* msg, std::vector<std::string>& out, char const* conf)
+{
+    std::string const encoding = msg_get_encoding(msg);
+    modify_body(msg);
+    if (is_jis(encoding)) {
+        trace_msg("encoding: IOS-2022-JP");  // spelled so on purpose
+        return smtpmsg_create_jis_multiline(msg, out, conf);
+    }
+    trace_msg("encoding: UTF-8");
+    return smtpmsg_create_utf8_multiline(msg, out, conf);
+}
+
+int smtpmsg_create_utf8_multiline(void* msg, std::vector<std::string>& out, char const* conf)
+{
+    return create(msg, out, conf, utf8_form);
+}
+
+int smtpmsg_create_jis_multiline(void* msg, std::vector<std::string>& out, char const* conf)
+{
+    return create(msg, out, conf, jis_form);
+}
+
+int smtpmsg_split_address(std::string const& list, std::vector<std::string>& out)
+{
+    out.clear();
+    if (list.empty()) {
+        trace_msg("error:no address");
+        return -1;
+    }
+    std::size_t start = 0;
+    for (;;) {
+        std::size_t const comma = list.find(',', start);
+        out.push_back(eliminate_space(list.substr(start, comma - start)));
+        if (comma == std::string::npos) {
+            return 0;
+        }
+        start = comma + 1;
+    }
+}
+
+std::string eliminate_space(std::string const& text)
+{
+    std::string rest = text;
+    rest.erase(std::remove(rest.begin(), rest.end(), ' '), rest.end());
+    return rest;
+}
+
+int msg_header_utf8(void* msg, std::vector<std::string>& out, char const* conf)
+{
+    return header(msg, out, conf, utf8_header);
+}
+
+int msg_header_jis(void* msg, std::vector<std::string>& out, char const* conf)
+{
+    return header(msg, out, conf, jis_header);
+}
+
+int msg_body_utf8(void* msg, std::vector<std::string>& out)
+{
+    out.push_back(_utf8_base64(msg_get_body(msg), true));
+    return 0;
+}
+
+int msg_body_jis(void* msg, std::vector<std::string>& out)
+{
+    out.push_back(_jis(msg_get_body(msg)));
+    return 0;
+}
+
+void modify_body(void* msg)
+{
+    // A UTF-8 body leaves in Base64: it needs neither line ends nor doubled dots.
+    if (!is_jis(msg_get_encoding(msg))) {
+        return;
+    }
+    std::string const     body         = msg_get_body(msg);
+    constexpr std::size_t max_capacity = std::numeric_limits<int>::max();
+    if (body.empty() || body.size() > max_capacity / 2 - 1) {
+        return;
+    }
+
+    int  size     = static_cast<int>((body.size() + 1) * 2);
+    auto modified = heap_array<char>(static_cast<std::size_t>(size));
+    if (modified && modify_body_data(body.c_str(), modified.get(), &size) == 0) {
+        msg_set_body(msg, modified.get());
+    }
+}
+
+int modify_body_data(char const* in, char* out, int* size)
+{
+    if (in == nullptr || out == nullptr || size == nullptr || *size < 1 || *in == '\0') {
+        return -1;
+    }
+    std::memset(out, 0, static_cast<std::size_t>(*size));
+
+    int const limit         = *size - 1;
+    int       length        = 0;
+    bool      start_of_line = true;
+    auto      put           = [&](char byte) {
+        if (length >= limit) {
+            return false;
+        }
+        out[length++] = byte;
+        return true;
+    };
+
+    while (*in != '\0') {
+        if (*in == '\r' || *in == '\n') {
+            in += in[0] == '\r' && in[1] == '\n' ? 2 : 1;
+            if (!put('\r') || !put('\n')) {
+                return -1;
+            }
+            start_of_line = true;
+            continue;
+        }
+        if (start_of_line && *in == '.' && !put('.')) {
+            return -1;
+        }
+        start_of_line = false;
+        if (!put(*in++)) {
+            return -1;
+        }
+    }
+    *size = length;
+    return 0;
+}
+
+bool subject_use_encoding(char const* conf)
+{
+    char         value[1024];
+    unsigned int length = sizeof value;
+    if (confw_get_string("subject_use_encoding", value, &length, conf) != 0) {
+        trace_msg("error:conf_get_string %s");
+        return true;
+    }
+    return std::strcmp(value, "yes") == 0;
+}
+
+std::string get_multiline(std::vector<std::string> const& addresses, char const* label)
+{
+    std::string text = label;
+    int         left = static_cast<int>(addresses.size());
+    for (std::string const& address : addresses) {
+        text += " " + address + _next(left) + get_crlf();
+        --left;
+    }
+    return text;
+}
+
+std::string _next(int count)
+{
+    return count >= 2 ? "," : "";
+}
+
+std::string _base64(std::string const& text, bool line_breaks)
+{
+    constexpr std::size_t max_length = std::numeric_limits<int>::max();
+    base64_buffer const   encoded(
+          text.size() > max_length
+              ? nullptr
+              : base64_encode(reinterpret_cast<unsigned char const*>(text.data()),
+                              static_cast<int>(text.size()), line_breaks));
+    if (!encoded) {
+        trace_msg("error:base64_encode");
+        return {};
+    }
+    return reinterpret_cast<char const*>(encoded.get());
+}
+
+std::string _utf8(std::string const& text)
+{
+    return text;
+}
+
+std::string _jis(std::string const& text)
+{
+    return text;
+}
+
+std::string _utf8_base64(std::string const& text, bool line_breaks)
+{
+    return _base64(_utf8(text), line_breaks);
+}
+
+std::string _jis_base64(std::string const& text, bool line_breaks)
+{
+    return _base64(_jis(text), line_breaks);
+}
+
+std::string get_date()
+{
+    return "Date: " + itimew().get_format_date() + get_crlf();
+}
+
+std::string get_from(std::string const& from)
+{
+    return "From: " + from + get_crlf();
+}
+
+std::string get_to(std::string const& to)
+{
+    return address_header(to, "To:");
+}
+
+std::string get_cc(std::string const& cc)
+{
+    return address_header(cc, "Cc:");
+}
+
+std::string get_subject_no_encoding(std::string const& subject)
+{
+    return "Subject: " + subject + get_crlf();
+}
+
+// One encoded word on one line, whatever its length.
+std::string get_subject_utf8_base64(std::string const& subject)
+{
+    return "Subject: =?UTF-8?B?" + _utf8_base64(subject, false) + "?=" + get_crlf();
+}
+
+std::string get_subject_jis_base64(std::string const& subject)
+{
+    return "Subject: =?ISO-2022-JP?B?" + _jis_base64(subject, false) + "?=" + get_crlf();
+}
+
+std::string get_replyto(std::string const& replyto)
+{
+    return "Reply-To: " + replyto + get_crlf();
+}
+
+std::string get_mime_version()
+{
+    return "Mime-Version: 1.0\r\n";
+}
+
+std::string get_content_type_utf8()
+{
+    return "Content-Type: text/plain; charset=\"UTF-8\"\r\n";
+}
+
+std::string get_content_type_jis()
+{
+    return "Content-Type: text/plain; charset=\"ISO-2022-JP\"\r\n";
+}
+
+std::string get_content_transfer_encoding_base64()
+{
+    return "Content-Transfer-Encoding: base64\r\n";
+}
+
+std::string get_content_transfer_encoding_7bit()
+{
+    return "Content-Transfer-Encoding: 7bit\r\n";
+}
+
+std::string get_messageid(std::string const& messageid)
+{
+    return "Message-Id: " + messageid + get_crlf();
+}
+
+std::string get_crlf()
+{
+    return "\r\n";
+}
+
+}  // namespace zelieml

@@ -1,0 +1,243 @@
+// sock.cpp - TCP connections to mail servers
+
+#include "libsendw/sock.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <cstring>
+#include <limits>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "liblog/trace.h"
+#include "platform/resolver.h"
+#include "platform/socket.h"
+#include "platform/wait.h"
+#include "support/format.h"
+#include "support/unique_fd.h"
+
+namespace zelieml
+{
+
+namespace
+{
+
+constexpr int connect_limit_us = 30 * 1000 * 1000;
+constexpr int poll_pause_us    = 5000;
+constexpr int max_poll_counter = 3000;
+constexpr int line_piece_size  = 1023;
+
+enum class connection_end {
+    closed,
+    left_open,
+    close_failed
+};
+
+connection_end shut_down(int fd)
+{
+    if (::shutdown(fd, SHUT_WR) != 0) {
+        trace_msg("error:shutdown");
+        return connection_end::left_open;
+    }
+
+    char unread[1024];
+    for (;;) {
+        ssize_t const received = ::recv(fd, unread, sizeof unread, 0);
+        if (received == 0) {
+            break;
+        }
+        if (received < 0) {
+            trace_msg("error:recv");
+            return connection_end::left_open;
+        }
+        trace_msg("error:unexpected %d bytes received.");
+    }
+
+    trace_msg("shutdown ok!");
+    if (::close(fd) != 0) {
+        trace_msg("error:close");
+        return connection_end::close_failed;
+    }
+    return connection_end::closed;
+}
+
+}  // namespace
+
+unsigned long sock_look_up_address(char const* name)
+{
+    trace_msg("look_up_address %s");
+    if (name == nullptr) {
+        return sock_no_address;
+    }
+
+    in_addr_t const dotted = ::inet_addr(name);
+    if (dotted != INADDR_NONE) {
+        return dotted;
+    }
+
+    trace_msg("warning:inet_addr %s");
+    std::uint32_t address = 0;
+    if (!platform::resolve_ipv4(name, address)) {
+        trace_msg("error:gethostbyname %s");
+        return sock_no_address;
+    }
+    return address;
+}
+
+int sock_connect(unsigned long addr, unsigned short port)
+{
+    unique_fd fd(platform::open_stream_socket());
+    if (!fd) {
+        trace_msg("error:socket INVALID_SOCKET");
+        return -1;
+    }
+
+    sockaddr_in const peer = platform::ipv4_peer(static_cast<std::uint32_t>(addr), port);
+    if (platform::connect_within(fd.get(), peer, connect_limit_us) != 0) {
+        trace_msg("error:connect INVALID_SOCKET");
+        return -1;
+    }
+    return fd.release();
+}
+
+int sock_connect_host(char const* host, int port, int& fd, char const* step)
+{
+    unsigned long const address = sock_look_up_address(host);
+    if (address == sock_no_address) {
+        trace_msg("error:invalid host address");
+        return -1;
+    }
+
+    trace_msg(step);
+    fd = sock_connect(address, htons(static_cast<std::uint16_t>(port)));
+    if (fd == -1) {
+        trace_msg("error:INVALID_SOCKET %d");
+        return -1;
+    }
+    return 0;
+}
+
+int _recv(int fd, char* buf, int len, int flags)
+{
+    int mode = 1;
+    if (::ioctl(fd, FIONBIO, &mode) != 0) {
+        trace_msg("error:ioctl(mode=1):%d %d");
+        return -1;
+    }
+
+    ssize_t received = -1;
+    for (int counter = 0; counter <= max_poll_counter; ++counter) {
+        received = ::recv(fd, buf, static_cast<std::size_t>(len), flags);
+        if (received >= 0 || errno != EAGAIN) {
+            break;
+        }
+        platform::wait_readable(fd, poll_pause_us);
+    }
+    trace_msg("SleepCounter:%d recv:%d");
+
+    mode = 0;
+    if (::ioctl(fd, FIONBIO, &mode) != 0) {
+        trace_msg("error:ioctl(mode=0):%d %d");
+    }
+    return static_cast<int>(received);
+}
+
+int sock_read(int fd, char* buf, int len)
+{
+    int taken = 0;
+    while (len - taken >= 1) {
+        int const received = _recv(fd, buf + taken, len - taken, 0);
+        if (received < 0) {
+            return -1;
+        }
+        if (received == 0) {
+            break;
+        }
+        taken += received;
+    }
+    buf[taken] = '\0';
+    return taken;
+}
+
+int sock_readline(int fd, std::string& line)
+{
+    line.clear();
+    char buf[line_piece_size + 1];
+    bool complete = false;
+    while (!complete) {
+        int const peeked = _recv(fd, buf, line_piece_size, MSG_PEEK);
+        if (peeked < 1) {
+            return -1;
+        }
+        void const* const lf   = std::memchr(buf, '\n', static_cast<std::size_t>(peeked));
+        int               take = peeked;
+        if (lf != nullptr) {
+            take     = static_cast<int>(static_cast<char const*>(lf) - buf) + 1;
+            complete = true;
+        }
+        if (sock_read(fd, buf, take) == -1) {
+            return -1;
+        }
+        line += buf;  // as a text: a NUL hides the rest of the piece
+        if (line.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+            return -1;
+        }
+    }
+    trace_msg("readline = %s");
+    return static_cast<int>(line.size());
+}
+
+int sock_write(int fd, char const* data, int len)
+{
+    int sent = 0;
+    while (len - sent > 0) {
+        ssize_t const taken =
+            platform::send_bytes(fd, data + sent, static_cast<std::size_t>(len - sent));
+        if (taken < 1) {
+            return -1;
+        }
+        sent += static_cast<int>(taken);
+    }
+    return len;
+}
+
+int sock_command(int fd, std::string const& line)
+{
+    if (line.size() > sock_max_command) {
+        return -1;
+    }
+    return sock_write(fd, line.data(), static_cast<int>(line.size())) == -1 ? -1 : 0;
+}
+
+int sock_shutdown_connection(int fd)
+{
+    return shut_down(fd) == connection_end::closed ? 0 : -1;
+}
+
+int sock_end_connection(int fd)
+{
+    connection_end const end = shut_down(fd);
+    if (end == connection_end::left_open) {
+        ::close(fd);
+    }
+    return end == connection_end::closed ? 0 : -1;
+}
+
+std::string get_hostname()
+{
+    char name[1024] = {};
+    if (::gethostname(name, sizeof name - 1) != 0) {
+        return "unknown";
+    }
+
+    std::uint32_t address = 0;
+    if (platform::resolve_ipv4(name, address)) {
+        unsigned char bytes[sizeof address];
+        std::memcpy(bytes, &address, sizeof bytes);
+        format_text(name, "[%u.%u.%u.%u]", bytes[0], bytes[1], bytes[2], bytes[3]);
+    }
+    return name;
+}
+
+}  // namespace zelieml

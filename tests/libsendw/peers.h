@@ -1,0 +1,140 @@
+// peers.h - the server's end of a connection, without a transcript
+//
+// For what a written conversation cannot say: bytes that are there before the client asks for
+// them, a server that stops reading, the exact bytes of a whole delivery.
+
+#ifndef ZELIEML_TESTS_LIBSENDW_PEERS_H
+#define ZELIEML_TESTS_LIBSENDW_PEERS_H
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/unique_fd.h"
+
+namespace zelieml::test
+{
+
+// A socket that listens on a free port of 127.0.0.1. Throws std::runtime_error when it cannot.
+class listening_socket
+{
+public:
+    // backlog  for listen
+    explicit listening_socket(int backlog = 8);
+
+    // In host byte order.
+    std::uint16_t port() const { return port_; }
+    int           fd() const { return fd_.get(); }
+
+    // The next client, who must have come already or come within 20 s.
+    unique_fd accept() const;
+
+private:
+    unique_fd     fd_;
+    std::uint16_t port_ = 0;
+};
+
+// A port of 127.0.0.1 on which nobody listens; nobody else gets it while the object lives.
+class closed_port
+{
+public:
+    closed_port();
+    std::uint16_t number() const { return number_; }
+
+private:
+    unique_fd     fd_;  // bound, and that is all
+    std::uint16_t number_ = 0;
+};
+
+// A port of 127.0.0.1 whose listening socket has its queue full: a connect stays in progress until
+// the queue is gone and the system has tried again, which takes a second.
+class crowded_port
+{
+public:
+    crowded_port();
+    std::uint16_t number() const { return door_.port(); }
+
+    // From now on there is room.
+    void clear();
+
+private:
+    listening_socket       door_;
+    std::vector<unique_fd> guests_;
+};
+
+// Sends all of it, or as much as a client that is there takes.
+void send_all(int fd, std::string const& bytes);
+
+// Closes a connection by breaking it (RST).
+void break_connection(unique_fd& fd);
+
+// A TCP connection with both ends in the test's hands.
+class tcp_pair
+{
+public:
+    tcp_pair();
+
+    int client() const { return client_.get(); }
+    // The client's end for code that closes it.
+    int release_client() { return client_.release(); }
+    int server() const { return server_.get(); }
+
+    // The server sends bytes, and they are with the client when this returns. Up to some 50 KB, and
+    // the client must not read meanwhile.
+    void say(std::string const& bytes);
+    // The server sends bytes to a client that reads meanwhile.
+    void say_along(std::string const& bytes) { send_all(server_.get(), bytes); }
+    // All that the client has sent so far.
+    std::string heard();
+    // All up to the end of the stream, which must come within 20 s; adds "(broken)" when the
+    // client broke the connection instead of ending it.
+    std::string heard_to_the_end();
+
+    void server_closes() { server_.reset(); }
+    void server_resets() { break_connection(server_); }
+
+private:
+    unique_fd client_;
+    unique_fd server_;
+};
+
+// A server that answers at once, each line with the next of its replies, and keeps every byte it
+// hears. Takes one client.
+class recording_server
+{
+public:
+    // replies     with their CR LF. The first is the greeting. The one after a reply that begins
+    //             with "354" answers a whole mail text. When none is left, what the client says
+    //             is heard to its end.
+    // on_silence  called when a reply is due and none is left, on the server's thread
+    explicit recording_server(std::vector<std::string> replies,
+                              std::function<void()>    on_silence = nullptr);
+    // Waits for the client to end the connection, at most 20 s after its last sign of life.
+    ~recording_server();
+    recording_server(recording_server const&)            = delete;
+    recording_server& operator=(recording_server const&) = delete;
+
+    std::uint16_t port() const { return door_.port(); }
+
+    // All bytes the client sent. Waits like the destructor; adds "(broken)" when the client broke
+    // the connection, "(left open)" when it did not end.
+    std::string const& bytes();
+
+private:
+    void serve();
+
+    listening_socket         door_;
+    std::vector<std::string> replies_;
+    std::function<void()>    on_silence_;
+    std::atomic<bool>        nobody_comes_{false};
+    std::string              bytes_;
+    std::thread              thread_;
+};
+
+}  // namespace zelieml::test
+
+#endif

@@ -1,0 +1,1190 @@
+// pop_test.cpp - conversations of the POP3 client (RFC 1939)
+
+#include "libsendw/pop.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <functional>
+#include <gtest/gtest.h>
+#include <limits>
+#include <memory>
+#include <ostream>
+#include <sys/socket.h>
+#include <system_error>
+#include <unistd.h>
+
+#include "tests/support/fake_clock.h"
+#include "tests/support/fake_resolver.h"
+#include "tests/support/files.h"
+#include "tests/support/scripted_server.h"
+#include "tests/support/trace_recorder.h"
+
+using namespace zelieml;
+using zelieml::test::scripted_server;
+
+namespace
+{
+
+using strings = std::vector<std::string>;
+
+constexpr int max_int = std::numeric_limits<int>::max();
+constexpr int min_int = std::numeric_limits<int>::min();
+
+// What the socket functions say on every way, good or bad.
+bool is_socket_talk(std::string const& text)
+{
+    for (char const* talk : {"look_up_address", "SleepCounter", "readline", "shutdown ok"}) {
+        if (text.rfind(talk, 0) == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
+strings pop_traces()
+{
+    strings all = test::traces();
+    all.erase(std::remove_if(all.begin(), all.end(), is_socket_talk), all.end());
+    return all;
+}
+
+// A port of 127.0.0.1 at which nobody listens, and nobody else can.
+class refusing_port
+{
+public:
+    refusing_port()
+    {
+        sockaddr_in here     = {};
+        here.sin_family      = AF_INET;
+        here.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size       = sizeof here;
+        auto*     address    = reinterpret_cast<sockaddr*>(&here);
+        if (fd_ < 0 || ::bind(fd_, address, size) != 0 || ::getsockname(fd_, address, &size) != 0) {
+            throw std::system_error(errno, std::generic_category());
+        }
+        port_ = ntohs(here.sin_port);
+    }
+    ~refusing_port() { ::close(fd_); }
+    refusing_port(refusing_port const&)            = delete;
+    refusing_port& operator=(refusing_port const&) = delete;
+
+    int port() const { return port_; }
+
+private:
+    int fd_   = ::socket(AF_INET, SOCK_STREAM, 0);
+    int port_ = 0;
+};
+
+}  // namespace
+
+// Each test ends with as many open descriptors as it began with.
+class Pop : public ::testing::Test
+{
+protected:
+    Pop()
+    {
+        test::reset_waits(true);
+        test::clear_hosts();
+        test::clear_traces();
+    }
+
+    void TearDown() override
+    {
+        EXPECT_EQ(pop_end_session(session_), session_ != nullptr ? 0 : -1);
+        if (server_) {
+            EXPECT_EQ(server_->heard(), server_->expected()) << server_->problem();
+            EXPECT_TRUE(server_->ok()) << server_->problem();
+        }
+        server_.reset();
+        EXPECT_EQ(test::open_descriptors(), descriptors_);
+    }
+
+    int play(std::string const& transcript)
+    {
+        server_ = std::make_unique<scripted_server>(transcript);
+        return server_->port();
+    }
+
+    // Begins a session with a server that plays the transcript; TearDown ends it.
+    _s_pop* start(std::string const& transcript)
+    {
+        EXPECT_EQ(pop_start_session("127.0.0.1", play(transcript), &session_), 0);
+        test::clear_traces();
+        return session_;
+    }
+
+    _s_pop* session() const { return session_; }
+
+private:
+    int                              descriptors_ = test::open_descriptors();
+    std::unique_ptr<scripted_server> server_;
+    _s_pop*                          session_ = nullptr;
+};
+
+// ------------------------------------------------------- POP before SMTP, whole
+
+struct login_case {
+    char const* name;
+    std::string transcript;
+    std::string user;
+    std::string password;
+    bool        apop;
+    int         code;
+    std::string reply;
+    strings     traces;  // between "in" and "out"; the connecting left out
+};
+
+void PrintTo(login_case const& c, std::ostream* out)
+{
+    *out << c.name;
+}
+
+class PopBeforeSmtp : public Pop, public ::testing::WithParamInterface<login_case>
+{
+};
+
+namespace
+{
+
+std::string case_name(::testing::TestParamInfo<login_case> const& info)
+{
+    return info.param.name;
+}
+
+strings const slept = {"sleep start %d", "sleep end"};
+
+login_case const login_cases[] = {
+    {"UserAndPass",
+     R"(
+        S: +OK ready
+        C: user anna
+        S: +OK
+        C: pass secret
+        S: +OK two messages
+        C: quit
+        S: +OK bye
+     )",
+     "anna", "secret", false, pop_ok, "+OK bye\r\n", slept},
+    {"ApopAsInRfc1939",
+     R"(
+        S: +OK POP3 server ready <1896.697170952@dbc.mtview.ca.us>
+        C: apop mrose c4c9334bac560ecc979e58001b3e22fb
+        S: +OK maildrop has 1 message (369 octets)
+        C: quit
+        S: +OK
+     )",
+     "mrose",
+     "tanstaaf",
+     true,
+     pop_ok,
+     "+OK\r\n",
+     {"pop_apop in", "pop_apop out", "sleep start %d", "sleep end"}},
+    {"TheGreetingIsNotChecked",
+     R"(
+        S: -ERR too many connections
+        C: user anna
+        S: +OK
+        C: pass secret
+        S: +OK
+        C: quit
+        S: +OK
+     )",
+     "anna", "secret", false, pop_ok, "+OK\r\n", slept},
+    {"ATimeStampCountsInABadGreetingToo",
+     R"(
+        S: -ERR <a>
+        C: apop anna f6fd9e356d52ef228fc9e0a37e62b396
+        S: +OK
+        C: quit
+        S: +OK
+     )",
+     "anna",
+     "secret",
+     true,
+     pop_ok,
+     "+OK\r\n",
+     {"pop_apop in", "pop_apop out", "sleep start %d", "sleep end"}},
+    {"NoPositiveStatusIsAskedFor",
+     R"(
+        S: hello
+        C: user anna
+        S: who is that
+        C: pass secret
+        S: if you say so
+        C: quit
+        S: what
+     )",
+     "anna", "secret", false, pop_ok, "what\r\n", slept},
+    {"BlanksAndOddBytesOfUserAndPasswordGoOutAsTheyAre",
+     R"(
+        S: +OK
+        C: user anna b <c>%d
+        S: +OK
+        C: pass \x20\xe7\xb4\x99 "x"
+        S: +OK
+        C: quit
+        S: +OK
+     )",
+     "anna b <c>%d", " \xe7\xb4\x99 \"x\"", false, pop_ok, "+OK\r\n", slept},
+    {"EmptyUserAndPassword",
+     R"(
+        S: +OK
+        C: user\x20
+        S: +OK
+        C: pass\x20
+        S: +OK
+        C: quit
+        S: +OK
+     )",
+     "", "", false, pop_ok, "+OK\r\n", slept},
+    {"RepliesThatTrickle",
+     R"(
+        S: (trickles 1)
+        S: +OK ready
+        C: user anna
+        S: +OK
+        C: pass secret
+        S: +OK
+        C: quit
+        S: +OK bye
+     )",
+     "anna", "secret", false, pop_ok, "+OK bye\r\n", slept},
+    {"RepliesThatComeBeforeTheirCommands",
+     R"(
+        S+ +OK ready
+        S+ +OK user
+        S+ +OK pass
+        S: +OK bye
+        C: user anna
+        C: pass secret
+        C: quit
+     )",
+     "anna", "secret", false, pop_ok, "+OK bye\r\n", slept},
+    {"UserRefused",
+     R"(
+        S: +OK ready
+        C: user anna
+        S: -ERR never heard of
+        C: (closes)
+     )",
+     "anna",
+     "secret",
+     false,
+     pop_user_refused,
+     "-ERR never heard of\r\n",
+     {"error:-ERR"}},
+    {"UserRefusedInLowerCase",
+     R"(
+        S: +OK ready
+        C: user anna
+        S: -err no
+        C: (closes)
+     )",
+     "anna",
+     "secret",
+     false,
+     pop_user_refused,
+     "-err no\r\n",
+     {"error:-ERR"}},
+    {"UserRefusedByErrorInGoodNews",
+     R"(
+        S: +OK ready
+        C: user anna
+        S: +OK no error so far
+        C: (closes)
+     )",
+     "anna",
+     "secret",
+     false,
+     pop_user_refused,
+     "+OK no error so far\r\n",
+     {"error:-ERR"}},
+    {"PassRefused",
+     R"(
+        S: +OK ready
+        C: user anna
+        S: +OK
+        C: pass secret
+        S: -ERR wrong
+        C: (closes)
+     )",
+     "anna",
+     "secret",
+     false,
+     pop_pass_refused,
+     "-ERR wrong\r\n",
+     {"error:-ERR"}},
+    {"ApopRefused",
+     R"(
+        S: +OK <a>
+        C: apop anna f6fd9e356d52ef228fc9e0a37e62b396
+        S: -ERR permission denied
+        C: (closes)
+     )",
+     "anna",
+     "secret",
+     true,
+     pop_apop_refused,
+     "-ERR permission denied\r\n",
+     {"pop_apop in", "error:-ERR"}},
+    {"ApopWithoutATimeStamp",
+     R"(
+        S: +OK ready
+        C: (closes)
+     )",
+     "anna",
+     "secret",
+     true,
+     pop_apop_refused,
+     "+OK ready\r\n",
+     {"pop_apop in", "error:challenge spos %s"}},
+    {"ApopWithATimeStampThatDoesNotEnd",
+     R"(
+        S: +OK <1.2@a
+        C: (closes)
+     )",
+     "anna",
+     "secret",
+     true,
+     pop_apop_refused,
+     "+OK <1.2@a\r\n",
+     {"pop_apop in", "error:challenge epos %s"}},
+    {"ApopWithATimeStampThatOnlyEnds",
+     R"(
+        S: +OK 1.2@a>
+        C: (closes)
+     )",
+     "anna",
+     "secret",
+     true,
+     pop_apop_refused,
+     "+OK 1.2@a>\r\n",
+     {"pop_apop in", "error:challenge spos %s"}},
+    {"ApopWithReversedBrackets",
+     R"(
+        S: +OK >1.2@a<
+        C: (closes)
+     )",
+     "anna",
+     "secret",
+     true,
+     pop_apop_refused,
+     "+OK >1.2@a<\r\n",
+     {"pop_apop in", "error:challenge spos, epos %s"}},
+    {"ApopWithABracketBeforeAGoodTimeStamp",
+     R"(
+        S: +OK -> <1.2@a>
+        C: (closes)
+     )",
+     "anna",
+     "secret",
+     true,
+     pop_apop_refused,
+     "+OK -> <1.2@a>\r\n",
+     {"pop_apop in", "error:challenge spos, epos %s"}},
+    {"ApopTakesTheFirstOfTwoTimeStamps",
+     R"(
+        S: +OK <a> <b>
+        C: apop anna f6fd9e356d52ef228fc9e0a37e62b396
+        S: +OK
+        C: quit
+        S: +OK
+     )",
+     "anna",
+     "secret",
+     true,
+     pop_ok,
+     "+OK\r\n",
+     {"pop_apop in", "pop_apop out", "sleep start %d", "sleep end"}},
+    {"ApopTakesFromTheFirstOpeningToTheFirstClosingBracket",
+     R"(
+        S: +OK <a<b>>
+        C: apop anna 0db916ac4846f680a28dc29507f9d311
+        S: +OK
+        C: quit
+        S: +OK
+     )",
+     "anna",
+     "secret",
+     true,
+     pop_ok,
+     "+OK\r\n",
+     {"pop_apop in", "pop_apop out", "sleep start %d", "sleep end"}},
+    {"ApopWithAnEmptyTimeStamp",
+     R"(
+        S: +OK <>
+        C: apop anna 0d889ba84ec03bc1da45e918f3893f02
+        S: +OK
+        C: quit
+        S: +OK
+     )",
+     "anna",
+     "secret",
+     true,
+     pop_ok,
+     "+OK\r\n",
+     {"pop_apop in", "pop_apop out", "sleep start %d", "sleep end"}},
+    {"ApopWithAnEmptyPassword",
+     R"(
+        S: +OK <x@y>
+        C: apop anna d34673922a653815690ab325c2f4c13e
+        S: +OK
+        C: quit
+        S: +OK
+     )",
+     "anna",
+     "",
+     true,
+     pop_ok,
+     "+OK\r\n",
+     {"pop_apop in", "pop_apop out", "sleep start %d", "sleep end"}},
+    {"QuitRefusedIsFine",
+     R"(
+        S: +OK ready
+        C: user anna
+        S: +OK
+        C: pass secret
+        S: +OK
+        C: quit
+        S: -ERR some messages were not removed
+     )",
+     "anna", "secret", false, pop_ok, "-ERR some messages were not removed\r\n", slept},
+    {"QuitAnsweredByClosing",
+     R"(
+        S: +OK ready
+        C: user anna
+        S: +OK
+        C: pass secret
+        S: +OK
+        C: quit
+        S: (closes)
+     )",
+     "anna",
+     "secret",
+     false,
+     pop_quit_failed,
+     "",
+     {"error:sock_readline", "error: pop_quit"}},
+    {"GreetingLost",
+     R"(
+        S: (closes)
+     )",
+     "anna",
+     "secret",
+     false,
+     pop_start_failed,
+     "",
+     {"error:sock_readline", "pop_start_session"}},
+    {"GreetingHalfLost",
+     R"(
+        S- +OK half a
+        S: (closes)
+     )",
+     "anna",
+     "secret",
+     false,
+     pop_start_failed,
+     "+OK half a",
+     {"error:sock_readline", "pop_start_session"}},
+    {"LostAfterUser",
+     R"(
+        S: +OK ready
+        C: user anna
+        S: (closes)
+     )",
+     "anna",
+     "secret",
+     false,
+     pop_user_refused,
+     "",
+     {"error:sock_readline"}},
+    {"LostInTheMiddleOfAReply",
+     R"(
+        S: +OK ready
+        C: user anna
+        S- +OK an
+        S: (closes)
+     )",
+     "anna",
+     "secret",
+     false,
+     pop_user_refused,
+     "+OK an",
+     {"error:sock_readline"}},
+    {"LostAfterPass",
+     R"(
+        S: +OK ready
+        C: user anna
+        S: +OK
+        C: pass secret
+        S: (closes)
+     )",
+     "anna",
+     "secret",
+     false,
+     pop_pass_refused,
+     "",
+     {"error:sock_readline"}},
+    {"LostAfterApop",
+     R"(
+        S: +OK <a>
+        C: apop anna f6fd9e356d52ef228fc9e0a37e62b396
+        S: (closes)
+     )",
+     "anna",
+     "secret",
+     true,
+     pop_apop_refused,
+     "",
+     {"pop_apop in", "error:sock_readline"}},
+    {"ANulHidesTheRestOfAReply",
+     R"(
+        S: +OK ready
+        C: user anna
+        S: +OK\0-ERR
+        C: pass secret
+        S: \0-ERR
+        C: quit
+        S: +OK by\0e
+     )",
+     "anna", "secret", false, pop_ok, "+OK by", slept},
+    {"AReplyLineOfManyPieces",
+     "S: +OK ready\nC: user anna\nS: +OK " + std::string(10000, 'x') +
+         "\nC: pass secret\nS: +OK\nC: quit\nS: +OK\n",
+     "anna", "secret", false, pop_ok, "+OK\r\n", slept},
+    {"TheLongestUserCommand",
+     "S: +OK ready\nC: user " + std::string(1016, 'a') +
+         "\nS: +OK\nC: pass secret\nS: +OK\nC: quit\nS: +OK\n",
+     std::string(1016, 'a'), "secret", false, pop_ok, "+OK\r\n", slept},
+    {"AUserCommandTooLongIsNotSent",
+     "S: +OK ready\nC: (closes)\n",
+     std::string(1017, 'a'),
+     "secret",
+     false,
+     pop_user_refused,
+     "+OK ready\r\n",
+     {"error:sock_write"}},
+    {"APassCommandTooLongIsNotSent",
+     "S: +OK ready\nC: user anna\nS: +OK go on\nC: (closes)\n",
+     "anna",
+     std::string(1017, 'a'),
+     false,
+     pop_pass_refused,
+     "+OK go on\r\n",
+     {"error:sock_write"}},
+    {"TheLongestApopCommand",
+     "S: +OK <a>\nC: apop " + std::string(983, 'a') +
+         " f6fd9e356d52ef228fc9e0a37e62b396\nS: +OK\nC: quit\nS: +OK\n",
+     std::string(983, 'a'),
+     "secret",
+     true,
+     pop_ok,
+     "+OK\r\n",
+     {"pop_apop in", "pop_apop out", "sleep start %d", "sleep end"}},
+    {"AnApopCommandTooLongIsNotSent",
+     "S: +OK <a>\nC: (closes)\n",
+     std::string(984, 'a'),
+     "secret",
+     true,
+     pop_apop_refused,
+     "+OK <a>\r\n",
+     {"pop_apop in", "error:sock_write"}},
+};
+
+}  // namespace
+
+TEST_P(PopBeforeSmtp, EndsAsTheTranscriptSays)
+{
+    login_case const& c     = GetParam();
+    std::string       reply = "as it was";
+
+    EXPECT_EQ(pop_before_smtp("127.0.0.1", play(c.transcript), c.user.c_str(), c.password.c_str(),
+                              c.apop, 1500, reply),
+              c.code);
+
+    EXPECT_EQ(reply, c.reply);
+    strings wanted = {"pop_before_smtp in", "IP:%s Port:%d"};
+    wanted.insert(wanted.end(), c.traces.begin(), c.traces.end());
+    if (c.code != pop_start_failed) {
+        wanted.emplace_back("pop_before_smtp out %d");
+    }
+    EXPECT_EQ(pop_traces(), wanted);
+    // The wait comes after a good login only.
+    std::vector<std::int64_t> const sleeps(c.code == pop_ok ? 1 : 0, 1500000);
+    EXPECT_EQ(test::waits().sleeps, sleeps);
+}
+
+INSTANTIATE_TEST_SUITE_P(Dialogue, PopBeforeSmtp, ::testing::ValuesIn(login_cases), case_name);
+
+namespace
+{
+
+char const* const good_login = R"(
+    S: +OK ready
+    C: user anna
+    S: +OK
+    C: pass secret
+    S: +OK
+    C: quit
+    S: +OK bye
+)";
+
+}  // namespace
+
+TEST_F(Pop, TheWaitIsInMillisecondsAndNoneWhenNegative)
+{
+    struct row {
+        int          wait_ms;
+        std::int64_t slept_us;
+        char const*  reason;
+    };
+    row const rows[] = {
+        {1500, 1500000, "a second and a half"},
+        {0, 0, "none"},
+        {1, 1000, "one millisecond"},
+        {max_int, std::int64_t{max_int} * 1000, "24 days: more microseconds than an int holds"},
+        {-1, 0, "negative: none"},
+        {min_int, 0, "the most negative: none"},
+    };
+    for (row const& r : rows) {
+        test::reset_waits(true);
+        scripted_server server(good_login);
+        std::string     reply;
+        EXPECT_EQ(
+            pop_before_smtp("127.0.0.1", server.port(), "anna", "secret", false, r.wait_ms, reply),
+            pop_ok);
+        ASSERT_EQ(test::waits().sleeps.size(), 1U) << r.reason;
+        // A sleep that is asked for a negative time returns at once.
+        EXPECT_EQ(std::max<std::int64_t>(test::waits().sleeps[0], 0), r.slept_us) << r.reason;
+        EXPECT_TRUE(server.ok()) << server.problem();
+    }
+}
+
+TEST_F(Pop, ARefusedConnectionFailsTheStart)
+{
+    {
+        refusing_port const nobody;
+        std::string         reply = "as it was";
+        EXPECT_EQ(pop_before_smtp("127.0.0.1", nobody.port(), "anna", "secret", false, 1500, reply),
+                  pop_start_failed);
+        EXPECT_EQ(reply, "") << "there was no reply";
+    }
+    EXPECT_EQ(pop_traces(),
+              (strings{"pop_before_smtp in", "IP:%s Port:%d", "error:connect INVALID_SOCKET",
+                       "error:INVALID_SOCKET %d", "pop_start_session"}));
+    EXPECT_TRUE(test::waits().sleeps.empty());
+}
+
+TEST_F(Pop, AnUnknownHostFailsTheStart)
+{
+    std::string reply = "as it was";
+    EXPECT_EQ(pop_before_smtp("nowhere.test", 110, "anna", "secret", false, 1500, reply),
+              pop_start_failed);
+    EXPECT_EQ(reply, "");
+    EXPECT_EQ(pop_traces(),
+              (strings{"pop_before_smtp in", "warning:inet_addr %s", "error:gethostbyname %s",
+                       "error:invalid host address", "pop_start_session"}));
+    EXPECT_EQ(test::looked_up_names(), strings{"nowhere.test"});
+}
+
+TEST_F(Pop, AKnownHostIsReachedByItsName)
+{
+    test::add_host("pop.test", "127.0.0.1");
+    std::string reply;
+    EXPECT_EQ(pop_before_smtp("pop.test", play(good_login), "anna", "secret", false, 0, reply),
+              pop_ok);
+    EXPECT_EQ(reply, "+OK bye\r\n");
+}
+
+TEST_F(Pop, ASilentGreetingIsGivenUpAfterItsFifteenSeconds)
+{
+    test::reset_waits(false);
+    std::string reply = "as it was";
+    EXPECT_EQ(
+        pop_before_smtp("127.0.0.1", play("S: (silent)"), "anna", "secret", false, 1500, reply),
+        pop_start_failed);
+    EXPECT_EQ(reply, "");
+    EXPECT_EQ(test::waits().readable_waits, std::vector<int>(3001, 5000));
+    EXPECT_TRUE(test::waits().sleeps.empty());
+    EXPECT_EQ(test::trouble_traces(), strings{"error:sock_readline"});
+}
+
+TEST_F(Pop, NullTextsAreAFailure)
+{
+    std::string reply = "as it was";
+    EXPECT_EQ(pop_before_smtp(nullptr, 110, "anna", "secret", false, 0, reply), pop_start_failed);
+    struct row {
+        char const* user;
+        char const* password;
+        bool        apop;
+        int         code;
+        char const* transcript;
+    };
+    row const rows[] = {
+        {nullptr, "secret", false, pop_user_refused, "S: +OK <a>"},
+        {"anna", nullptr, false, pop_pass_refused, "S: +OK <a>\nC: user anna\nS: +OK"},
+        {nullptr, "secret", true, pop_apop_refused, "S: +OK <a>"},
+        {"anna", nullptr, true, pop_apop_refused, "S: +OK <a>"},
+    };
+    for (row const& r : rows) {
+        scripted_server server(r.transcript);
+        EXPECT_EQ(pop_before_smtp("127.0.0.1", server.port(), r.user, r.password, r.apop, 0, reply),
+                  r.code);
+        EXPECT_TRUE(server.ok()) << server.problem();
+    }
+}
+
+TEST_F(Pop, AConnectionThatDoesNotEndInOrderIsTracedAndAGoodLoginAllTheSame)
+{
+    std::string reply;
+    EXPECT_EQ(pop_before_smtp("127.0.0.1", play(std::string(good_login) + "S: (resets)\n"), "anna",
+                              "secret", false, 1500, reply),
+              pop_ok);
+    EXPECT_EQ(reply, "+OK bye\r\n");
+    strings const trouble = test::trouble_traces();
+    ASSERT_EQ(trouble.size(), 2U);
+    // Which of the two steps meets the break is a matter of microseconds.
+    EXPECT_TRUE(trouble[0] == "error:shutdown" || trouble[0] == "error:recv") << trouble[0];
+    EXPECT_EQ(trouble[1], "error:shutdown_connection");
+    EXPECT_EQ(test::waits().sleeps, std::vector<std::int64_t>{1500000});
+}
+
+TEST_F(Pop, ABrokenConnectionIsARefusalWhateverTheStep)
+{
+    std::string reply;
+    EXPECT_EQ(pop_before_smtp("127.0.0.1", play("S: +OK ready\nC: user anna\nS: (resets)\n"),
+                              "anna", "secret", false, 0, reply),
+              pop_user_refused);
+    EXPECT_EQ(reply, "");
+}
+
+// ------------------------------------------------------------------- single steps
+
+TEST_F(Pop, TheGreetingIsKeptAsTheLastReply)
+{
+    start("S: +OK ready <1@a>");
+    EXPECT_EQ(session()->reply, "+OK ready <1@a>\r\n");
+    EXPECT_TRUE(session()->connected);
+}
+
+TEST_F(Pop, ASessionWhoseStartFailedIsHandedOutAllTheSame)
+{
+    _s_pop* failed = nullptr;
+    EXPECT_EQ(pop_start_session("nowhere.test", 110, &failed), -1);
+    ASSERT_NE(failed, nullptr);
+    EXPECT_FALSE(failed->connected);
+    EXPECT_EQ(pop_free(failed), 0);
+
+    EXPECT_EQ(pop_start_session("127.0.0.1", play("S: (closes)"), &failed), -1);
+    ASSERT_NE(failed, nullptr);
+    EXPECT_TRUE(failed->connected);
+    pop_abandon_session(failed);
+}
+
+TEST_F(Pop, NullSessionsAreAFailureToEnd)
+{
+    EXPECT_EQ(pop_end_session(nullptr), -1);
+    EXPECT_EQ(pop_free(nullptr), -1);
+    pop_abandon_session(nullptr);
+    EXPECT_EQ(test::traces(), strings());
+}
+
+TEST_F(Pop, AnyWordCanBeALogin)
+{
+    start("S: +OK\nC: xyzzy a b\nS: +OK plugh");
+    EXPECT_EQ(login_data(session(), "xyzzy", "a b"), 0);
+    EXPECT_EQ(session()->reply, "+OK plugh\r\n");
+}
+
+namespace
+{
+
+// A reply of so many bytes, its CR LF included, as it stands in a transcript.
+std::string stat_reply(std::size_t size)
+{
+    std::string const begin = "+OK 12 345 ";
+    return begin + std::string(size - begin.size() - 2, 'x');
+}
+
+}  // namespace
+
+TEST_F(Pop, StatTakesTheSecondAndTheThirdWord)
+{
+    constexpr int untouched = -77;
+    struct row {
+        std::string reply;
+        int         result;
+        int         count;
+        int         size;
+        strings     trouble;
+        char const* reason;
+    };
+    strings const missing = {"error:token"};
+    row const     rows[]  = {
+             {"+OK 0 0", 0, 0, 0, {}, "an empty mailbox"},
+             {"+OK 2 320", 0, 2, 320, {}, "as in RFC 1939"},
+             {"+OK 2 320 and more", 0, 2, 320, {}, "what follows is not looked at"},
+             {"+OK   2    320", 0, 2, 320, {}, "several blanks are one"},
+             {"+OK", 0, untouched, untouched, strings(2, "error:token"), "the status word alone"},
+             {"+OK ", 0, 0, untouched, missing, "a blank behind it: the CR LF is a word, and no number"},
+             {"+OK 5", 0, 5, untouched, missing, "the size is missing"},
+             {"+OK\\t5\\t6", 0, untouched, untouched, strings(2, "error:token"),
+              "tabs separate nothing"},
+             {"+OK -3 -4", 0, -3, -4, {}, "negative numbers come as they are"},
+             {"+OK x 7y", 0, 0, 7, {}, "no number is 0, and what follows one is dropped"},
+             {"+OK 2147483647 2147483648", 0, max_int, max_int, {}, "the largest, and one more"},
+             {"+OK -2147483648 -2147483649", 0, min_int, min_int, {}, "the smallest, and one less"},
+             {"+OK 99999999999999999999999 -99999999999999999999999",
+              0,
+              max_int,
+              min_int,
+              {},
+              "out of range for any type"},
+             {" 8 9", 0, 9, untouched, missing, "a leading blank is no word"},
+             {"\\0+OK 1 2", 0, untouched, untouched, strings(2, "error:token"), "a NUL ends the reply"},
+             {stat_reply(1023), 0, 12, 345, {}, "the longest reply"},
+             {stat_reply(1024), -1, untouched, untouched, {"error:BufLen"}, "one byte too long"},
+             {stat_reply(5000), -1, untouched, untouched, {"error:BufLen"}, "much too long"},
+             {"-ERR no", -1, untouched, untouched, {"error:-ERR"}, "refused"},
+             {"+OK 1 2 error", -1, untouched, untouched, {"error:-ERR"}, "error in good news"},
+    };
+    for (row const& r : rows) {
+        scripted_server server("S: +OK\nC: stat\nS: " + r.reply + "\n");
+        _s_pop*         pop = nullptr;
+        ASSERT_EQ(pop_start_session("127.0.0.1", server.port(), &pop), 0);
+        test::clear_traces();
+        int count = untouched;
+        int size  = untouched;
+
+        EXPECT_EQ(pop_stat(pop, &count, &size), r.result) << r.reason;
+
+        EXPECT_EQ(count, r.count) << r.reason;
+        EXPECT_EQ(size, r.size) << r.reason;
+        EXPECT_EQ(test::trouble_traces(), r.trouble) << r.reason;
+        pop_end_session(pop);
+        EXPECT_TRUE(server.ok()) << r.reason << ": " << server.problem();
+    }
+}
+
+TEST_F(Pop, DeleAndRetrNameTheMessage)
+{
+    start(R"(
+        S: +OK
+        C: retr 1
+        S: +OK 120 octets
+        C: dele 2147483647
+        S: +OK
+        C: dele -2147483648
+        S: -ERR no such message
+        C: retr 0
+        S: -ERR no such message
+        C: quit
+        S: +OK
+    )");
+    EXPECT_EQ(pop_retr(session(), 1), 0);
+    EXPECT_EQ(session()->reply, "+OK 120 octets\r\n");
+    EXPECT_EQ(pop_dele(session(), max_int), 0);
+    EXPECT_EQ(pop_dele(session(), min_int), -1);
+    EXPECT_EQ(pop_retr(session(), 0), -1);
+    EXPECT_EQ(test::trouble_traces(), strings(2, "error:-ERR"));
+    EXPECT_EQ(pop_quit(session()), 0);
+}
+
+TEST_F(Pop, ARefusedStepLeavesTheSessionUsable)
+{
+    start("S: +OK\nC: user anna\nS: -ERR\nC: user bert\nS: +OK");
+    EXPECT_EQ(pop_user(session(), "anna"), -1);
+    EXPECT_EQ(pop_user(session(), std::string(1017, 'x').c_str()), -1) << "not sent";
+    EXPECT_EQ(pop_user(session(), "bert"), 0);
+    EXPECT_EQ(test::trouble_traces(), (strings{"error:-ERR", "error:sock_write"}));
+}
+
+// Silence at every step: the step gives up, as at the greeting, and tells of the read.
+TEST_F(Pop, ASilentServerIsGivenUpAtEveryStep)
+{
+    struct row {
+        char const*                 name;
+        char const*                 command;
+        std::function<int(_s_pop*)> step;
+    };
+    int       count  = 0;
+    row const rows[] = {
+        {"user", "user anna", [](_s_pop* s) { return pop_user(s, "anna"); }},
+        {"pass", "pass secret", [](_s_pop* s) { return pop_passwd(s, "secret"); }},
+        {"apop", "apop anna f6fd9e356d52ef228fc9e0a37e62b396",
+         [](_s_pop* s) { return pop_apop(s, "anna", "secret"); }},
+        {"stat", "stat", [&](_s_pop* s) { return pop_stat(s, &count, &count); }},
+        {"retr", "retr 1", [](_s_pop* s) { return pop_retr(s, 1); }},
+        {"dele", "dele 1", [](_s_pop* s) { return pop_dele(s, 1); }},
+        {"quit", "quit", [](_s_pop* s) { return pop_quit(s); }},
+    };
+    for (row const& r : rows) {
+        test::reset_waits(true);
+        scripted_server server(std::string("S: +OK <a>\nC: ") + r.command + "\nS: (silent)\n");
+        _s_pop*         pop = nullptr;
+        ASSERT_EQ(pop_start_session("127.0.0.1", server.port(), &pop), 0);
+        test::clear_traces();
+        test::reset_waits(false);
+
+        EXPECT_EQ(r.step(pop), -1) << r.name;
+
+        EXPECT_EQ(test::waits().readable_waits.size(), 3001U) << r.name;
+        EXPECT_EQ(test::trouble_traces(), strings{"error:sock_readline"}) << r.name;
+        EXPECT_EQ(pop->reply, "") << r.name;
+        pop_end_session(pop);
+        EXPECT_TRUE(server.ok()) << r.name << ": " << server.problem();
+    }
+}
+
+// ----------------------------------------------------------------- whole messages
+
+namespace
+{
+
+std::string numbered_lines(int count, char const* before)
+{
+    std::string text;
+    for (int i = 1; i <= count; ++i) {
+        text += before + ("line " + std::to_string(i)) + "\n";
+    }
+    return text;
+}
+
+strings numbered(int count)
+{
+    strings lines;
+    for (int i = 1; i <= count; ++i) {
+        lines.push_back("line " + std::to_string(i));
+    }
+    return lines;
+}
+
+}  // namespace
+
+TEST_F(Pop, AMessageComesLineByLineWithItsStatusAndItsEndMark)
+{
+    start(R"(
+        S: +OK
+        C: retr 1
+        S: +OK 120 octets
+        S: From: anna@a.test
+        S: Subject: hi
+        S:
+        S: ..a line with two dots keeps both
+        S: . a dot and more is no end
+        S: ..
+        S- a lone LF\n
+        S- .\n
+        S- \n
+        S: two CR\r
+        S- nul\0hidden\r\n
+        S: .
+    )");
+    strings lines = {"what was there"};
+    bool    over  = true;
+
+    EXPECT_EQ(pop_retr_alllines(session(), 1, lines, over), 0);
+
+    EXPECT_EQ(lines,
+              (strings{"what was there", "+OK 120 octets", "From: anna@a.test", "Subject: hi",
+                       "\r",  // an empty line
+                       "..a line with two dots keeps both", ". a dot and more is no end", "..",
+                       "a lone LF",
+                       ".",   // no end mark without its CR
+                       "\n",  // a text of one byte loses nothing
+                       "two CR\r", "nul", "."}));
+    EXPECT_FALSE(over);
+    EXPECT_EQ(pop_traces(), strings{"pop.response %s"});
+}
+
+TEST_F(Pop, AMessageThatTricklesIsTheSame)
+{
+    start(R"(
+        S: +OK
+        C: retr 1
+        S: (trickles 1)
+        S: +OK
+        S: a
+        S:
+        S: ..
+        S: .
+    )");
+    strings lines;
+    bool    over = true;
+    EXPECT_EQ(pop_retr_alllines(session(), 1, lines, over), 0);
+    EXPECT_EQ(lines, (strings{"+OK", "a", "\r", "..", "."}));
+}
+
+class MessageLength : public Pop, public ::testing::WithParamInterface<int>
+{
+};
+
+// 2001 lines are read at most, and the end mark is one of them.
+TEST_P(MessageLength, IsLimited)
+{
+    int const count    = GetParam();
+    bool      too_long = count > 2000;
+    start("S: +OK\nC: retr 1\nS+ +OK\n" + numbered_lines(count, "S+ ") + "S: .\nC: (closes)\n");
+    strings wanted = numbered(std::min(count, 2001));
+    wanted.insert(wanted.begin(), "+OK");
+    if (!too_long) {
+        wanted.emplace_back(".");
+    }
+
+    strings lines;
+    bool    over = !too_long;
+    EXPECT_EQ(pop_retr_alllines(session(), 1, lines, over), 0);
+
+    EXPECT_EQ(over, too_long);
+    EXPECT_EQ(lines, wanted);
+    EXPECT_EQ(pop_traces(), too_long ? (strings{"pop.response %s", "warning: POP MAX LINE COUNT"})
+                                     : strings{"pop.response %s"});
+}
+
+INSTANTIATE_TEST_SUITE_P(Lines, MessageLength, ::testing::Values(0, 1, 1999, 2000, 2001, 2500));
+
+TEST_F(Pop, WhatIsUnreadOfALongMessageAnswersTheNextCommand)
+{
+    start("S: +OK\nC: retr 1\nS+ +OK\n" + numbered_lines(2002, "S+ ") +
+          "S: .\nC: dele 1\nS: +OK deleted\n");
+    strings lines;
+    bool    over = false;
+    EXPECT_EQ(pop_retr_alllines(session(), 1, lines, over), 0);
+    EXPECT_TRUE(over);
+    EXPECT_EQ(pop_dele(session(), 1), 0);
+    EXPECT_EQ(session()->reply, "line 2002\r\n");
+}
+
+TEST_F(Pop, ALineOfMoreThan4095BytesBecomesEmpty)
+{
+    std::string const longest(4093, 'x');  // and CR LF
+    start("S: +OK\nC: retr 1\nS: +OK\nS: " + longest + "\nS: " + longest +
+          "y\nS: " + std::string(20000, 'z') + "\nS: after\nS: .\n");
+    strings lines;
+    bool    over = false;
+    EXPECT_EQ(pop_retr_alllines(session(), 1, lines, over), 0);
+    EXPECT_EQ(lines, (strings{"+OK", longest, "", "", "after", "."}));
+    EXPECT_EQ(test::trouble_traces(), strings(2, "error:buffer over flow"));
+}
+
+TEST_F(Pop, AMessageCutShortCountsAsFetched)
+{
+    start("S: +OK\nC: retr 1\nS: +OK\nS: one\nS- tw\nS: (closes)\n");
+    strings lines;
+    bool    over = true;
+    EXPECT_EQ(pop_retr_alllines(session(), 1, lines, over), 0);
+    EXPECT_EQ(lines, (strings{"+OK", "one"}));
+    EXPECT_FALSE(over);
+}
+
+TEST_F(Pop, AMessageThatFallsSilentCountsAsFetched)
+{
+    start("S: +OK\nC: retr 1\nS+ +OK\nS: one\nS: (silent)\n");
+    EXPECT_EQ(pop_retr(session(), 1), 0);
+    test::reset_waits(false);
+    strings lines;
+    bool    over = false;
+    EXPECT_EQ(read_multiline_reply(session(), lines, over), -1);
+    EXPECT_EQ(lines, strings{"one"}) << "what had come is kept";
+    EXPECT_FALSE(over);
+}
+
+TEST_F(Pop, ARefusedMessageLeavesTheLinesAndClearsTheFlag)
+{
+    start("S: +OK\nC: retr 1\nS: -ERR no such message\n");
+    strings lines = {"what was there"};
+    bool    over  = true;
+    EXPECT_EQ(pop_retr_alllines(session(), 1, lines, over), -1);
+    EXPECT_EQ(lines, strings{"what was there"});
+    EXPECT_FALSE(over);
+    EXPECT_EQ(pop_traces(), (strings{"error:-ERR", "error:pop_retr"}));
+}
+
+TEST_F(Pop, AMessageLostBeforeItsStatusIsAFailure)
+{
+    start("S: +OK\nC: retr 1\nS: (closes)\n");
+    strings lines;
+    bool    over = true;
+    EXPECT_EQ(pop_retr_alllines(session(), 1, lines, over), -1);
+    EXPECT_EQ(lines, strings());
+    EXPECT_EQ(pop_traces(), (strings{"error:sock_readline", "error:pop_retr"}));
+}
+
+// -------------------------------------------------------------------- small parts
+
+TEST(PopError, IsThreeWordsAnywhere)
+{
+    struct row {
+        char const* line;
+        bool        error;
+        char const* reason;
+    };
+    row const rows[] = {
+        {"-ERR", true, "the status word"},
+        {"-ERR no such message\r\n", true, "with a text"},
+        {"-err\r\n", true, "lower case"},
+        {"+OK but -ERR\r\n", true, "anywhere"},
+        {"+OK 0 errors\r\n", true, "error in good news, as a part of a word too"},
+        {"+OK Error\r\n", false, "Error is no error"},
+        {"+OK ERROR\r\n", false, "nor is ERROR"},
+        {"-Err\r\n", false, "mixed case"},
+        {"ERR\r\n", false, "without its hyphen"},
+        {"+OK\r\n", false, "good"},
+        {"", false, "empty"},
+    };
+    for (row const& r : rows) {
+        test::clear_traces();
+        EXPECT_EQ(pop_error(r.line), r.error) << r.reason;
+        EXPECT_EQ(test::traces(), r.error ? strings{"error:-ERR"} : strings()) << r.reason;
+    }
+}
+
+TEST(RemoveNr, DropsOneLineEnd)
+{
+    struct row {
+        std::string line;
+        std::string text;
+        char const* reason;
+    };
+    row const rows[] = {
+        {"a\r\n", "a", "CR LF"},
+        {"a\n", "a", "LF"},
+        {"a\r", "a", "CR"},
+        {"a", "a", "none"},
+        {"a\n\r", "a\n", "the other way round: the CR goes"},
+        {"a\r\n\r\n", "a\r\n", "one only"},
+        {"\r\n", "\r", "a text of one byte loses nothing"},
+        {"\n", "\n", "likewise"},
+        {"\r", "\r", "likewise"},
+        {"", "", "empty"},
+        {std::string("a\0b\r\n", 5), "a", "up to a NUL"},
+        {std::string(4094, 'x') + "\n", std::string(4094, 'x'), "4095 bytes"},
+        {std::string(4095, 'x'), std::string(4095, 'x'), "4095 bytes without a line end"},
+        {std::string(4095, 'x') + "\n", "", "4096 bytes"},
+    };
+    for (row const& r : rows) {
+        test::clear_traces();
+        EXPECT_EQ(remove_nr(r.line), r.text) << r.reason;
+        EXPECT_EQ(test::traces(),
+                  r.line.size() > 4095 ? strings{"error:buffer over flow"} : strings())
+            << r.reason;
+    }
+}
+
+TEST(RemoveEndChar, DropsTheLastByteOfALongerTextIfItIsTheOne)
+{
+    struct row {
+        char const* before;
+        char        end;
+        char const* after;
+    };
+    row const rows[] = {
+        {"ab", 'b', "a"}, {"ab", 'a', "ab"}, {"b", 'b', "b"}, {"", 'b', ""}, {"bb", 'b', "b"},
+    };
+    for (row const& r : rows) {
+        char text[8];
+        std::snprintf(text, sizeof text, "%s", r.before);
+        remove_end_char(text, r.end);
+        EXPECT_STREQ(text, r.after) << r.before;
+    }
+}

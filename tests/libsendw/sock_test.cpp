@@ -1,0 +1,738 @@
+// Everything but a silent peer's 15 real seconds, which sock_silence_test waits for.
+
+#include "libsendw/sock.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <fcntl.h>
+#include <functional>
+#include <sys/ioctl.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <thread>
+#include <unistd.h>
+
+#include "tests/libsendw/peers.h"
+#include "tests/libsendw/surroundings.h"
+
+namespace zelieml::test
+{
+
+namespace
+{
+
+using texts = std::vector<std::string>;
+
+unsigned long const loopback = ::inet_addr("127.0.0.1");
+
+bool is_open(int fd)
+{
+    return ::fcntl(fd, F_GETFD) != -1;
+}
+
+bool is_blocking(int fd)
+{
+    return (::fcntl(fd, F_GETFL) & O_NONBLOCK) == 0;
+}
+
+// The waits of one receive that gives up: 3001 of 5 ms.
+std::vector<int> const a_silent_peers_waits(3001, 5000);
+
+class SockLookUp : public on_a_clean_machine
+{
+};
+
+TEST_F(SockLookUp, TakesDottedTextAsItIs)
+{
+    struct {
+        char const* text;
+        char const* address;
+        char const* reason;
+    } const cases[] = {
+        {"127.0.0.1", "127.0.0.1", "the usual form"},
+        {"0.0.0.0", "0.0.0.0", "any bits are an address"},
+        {"255.255.255.254", "255.255.255.254", "the last one that is not the failure value"},
+        {"127.1", "127.0.0.1", "the short form"},
+        {"0x7f000001", "127.0.0.1", "one number, in hexadecimal"},
+        {"010.0.0.1", "8.0.0.1", "octal"},
+    };
+    for (auto const& c : cases) {
+        clear_traces();
+        EXPECT_EQ(sock_look_up_address(c.text), ::inet_addr(c.address)) << c.reason;
+        EXPECT_EQ(traces(), texts{"look_up_address %s"}) << c.reason;
+    }
+    EXPECT_EQ(looked_up_names(), texts{});
+}
+
+TEST_F(SockLookUp, AsksTheResolverForNames)
+{
+    add_host("mail.test", "192.0.2.25");
+    EXPECT_EQ(sock_look_up_address("mail.test"), ::inet_addr("192.0.2.25"));
+    EXPECT_EQ(looked_up_names(), texts{"mail.test"});
+    EXPECT_EQ(traces(), (texts{"look_up_address %s", "warning:inet_addr %s"}));
+}
+
+TEST_F(SockLookUp, FailsForNamesThatDoNotResolve)
+{
+    struct {
+        char const* text;
+        char const* reason;
+    } const cases[] = {
+        {"no.such.host.test", "an unknown name"},
+        {"255.255.255.255", "no address to inet_addr, so it is looked up as a name"},
+        {"256.0.0.1", "not an address, so a name"},
+        {"1.2.3.4.5", "not an address, so a name"},
+        {"", "a name of no characters"},
+    };
+    texts asked;
+    for (auto const& c : cases) {
+        clear_traces();
+        EXPECT_EQ(sock_look_up_address(c.text), 0xFFFFFFFFUL) << c.reason;
+        EXPECT_EQ(traces(),
+                  (texts{"look_up_address %s", "warning:inet_addr %s", "error:gethostbyname %s"}))
+            << c.reason;
+        asked.emplace_back(c.text);
+    }
+    EXPECT_EQ(looked_up_names(), asked);
+}
+
+TEST_F(SockLookUp, FindsTheTextOfTheFailureValueWhenItIsAHost)
+{
+    add_host("255.255.255.255", "192.0.2.26");
+    EXPECT_EQ(sock_look_up_address("255.255.255.255"), ::inet_addr("192.0.2.26"));
+}
+
+TEST_F(SockLookUp, FailsForNull)
+{
+    EXPECT_EQ(sock_look_up_address(nullptr), sock_no_address);
+    EXPECT_EQ(looked_up_names(), texts{});
+}
+
+class SockConnect : public on_a_clean_machine
+{
+};
+
+TEST_F(SockConnect, GivesABlockingConnection)
+{
+    listening_socket const door;
+    unique_fd const        client(sock_connect(loopback, htons(door.port())));
+    ASSERT_TRUE(client);
+    EXPECT_TRUE(is_blocking(client.get()));
+    EXPECT_EQ(traces(), texts{});
+
+    unique_fd const server = door.accept();
+    ASSERT_EQ(sock_write(client.get(), "ping\n", 5), 5);
+    char buf[6];
+    EXPECT_EQ(sock_read(server.get(), buf, 5), 5);
+    EXPECT_STREQ(buf, "ping\n");
+}
+
+TEST_F(SockConnect, TakesTheAddressFromTheLow32Bits)
+{
+    listening_socket const door;
+    // On systems whose unsigned long has 32 bits, the address itself.
+    auto const      address = static_cast<unsigned long>(std::uint64_t{0x5A} << 32 | loopback);
+    unique_fd const client(sock_connect(address, htons(door.port())));
+    EXPECT_TRUE(client);
+}
+
+TEST_F(SockConnect, FailsWhenThePeerRefuses)
+{
+    closed_port const port;
+    EXPECT_EQ(sock_connect(loopback, htons(port.number())), -1);
+    EXPECT_EQ(traces(), texts{"error:connect INVALID_SOCKET"});
+}
+
+TEST_F(SockConnect, FailsWhenThereIsNoDescriptorLeft)
+{
+    listening_socket const door;
+    rlimit                 before = {};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit none   = before;
+    none.rlim_cur = static_cast<rlim_t>(unique_fd(::dup(door.fd())).get());
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    int const client = sock_connect(loopback, htons(door.port()));
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+
+    EXPECT_EQ(client, -1);
+    EXPECT_EQ(traces(), texts{"error:socket INVALID_SOCKET"});
+}
+
+TEST_F(SockConnect, GivesUpAfter30Seconds)
+{
+    crowded_port const port;
+    int const          descriptors = open_descriptors();
+    never_writable(true);
+    EXPECT_EQ(sock_connect(loopback, htons(port.number())), -1);
+    EXPECT_EQ(waits().writable_waits, std::vector<int>{30 * 1000 * 1000});
+    EXPECT_EQ(traces(), texts{"error:connect INVALID_SOCKET"});
+    EXPECT_EQ(open_descriptors(), descriptors);
+}
+
+TEST_F(SockConnect, LooksTheHostUpFirst)
+{
+    listening_socket const door;
+    add_host("mail.test", "127.0.0.1");
+    int fd = 0;
+    ASSERT_EQ(sock_connect_host("mail.test", door.port(), fd, "on the way"), 0);
+    unique_fd const client(fd);
+    EXPECT_EQ(traces(), (texts{"look_up_address %s", "warning:inet_addr %s", "on the way"}));
+}
+
+TEST_F(SockConnect, TakesThePortFromTheLow16Bits)
+{
+    listening_socket const door;
+    int                    fd = 0;
+    ASSERT_EQ(sock_connect_host("127.0.0.1", 0x30000 + door.port(), fd, ""), 0);
+    unique_fd const client(fd);
+}
+
+TEST_F(SockConnect, LeavesTheDescriptorAloneWhenTheHostIsUnknown)
+{
+    int fd = 77;
+    EXPECT_EQ(sock_connect_host("no.such.host.test", 25, fd, "on the way"), -1);
+    EXPECT_EQ(fd, 77);
+    EXPECT_EQ(traces(), (texts{"look_up_address %s", "warning:inet_addr %s",
+                               "error:gethostbyname %s", "error:invalid host address"}));
+}
+
+TEST_F(SockConnect, GivesNoDescriptorWhenTheHostRefuses)
+{
+    closed_port const port;
+    int               fd = 77;
+    EXPECT_EQ(sock_connect_host("127.0.0.1", port.number(), fd, "on the way"), -1);
+    EXPECT_EQ(fd, -1);
+    EXPECT_EQ(traces(), (texts{"look_up_address %s", "on the way", "error:connect INVALID_SOCKET",
+                               "error:INVALID_SOCKET %d"}));
+}
+
+class SockRecv : public on_a_clean_machine
+{
+};
+
+TEST_F(SockRecv, TakesWhatIsThere)
+{
+    tcp_pair pair;
+    pair.say("hello");
+    char buf[16] = {};
+    EXPECT_EQ(_recv(pair.client(), buf, sizeof buf, 0), 5);
+    EXPECT_STREQ(buf, "hello");
+    EXPECT_TRUE(is_blocking(pair.client()));
+    EXPECT_EQ(traces(), texts{"SleepCounter:%d recv:%d"});
+    EXPECT_EQ(waits().readable_waits, std::vector<int>{});
+}
+
+TEST_F(SockRecv, TakesNoMoreThanItIsAskedFor)
+{
+    tcp_pair pair;
+    pair.say("hello");
+    char buf[16] = {};
+    EXPECT_EQ(_recv(pair.client(), buf, 2, 0), 2);
+    EXPECT_EQ(_recv(pair.client(), buf + 2, 3, 0), 3);
+    EXPECT_STREQ(buf, "hello");
+}
+
+TEST_F(SockRecv, HandsItsFlagsOn)
+{
+    tcp_pair pair;
+    pair.say("hello");
+    char buf[16] = {};
+    EXPECT_EQ(_recv(pair.client(), buf, sizeof buf, MSG_PEEK), 5);
+    EXPECT_EQ(_recv(pair.client(), buf, sizeof buf, 0), 5) << "looked at, not taken";
+}
+
+TEST_F(SockRecv, GivesASilentPeerUpAfter3001Waits)
+{
+    tcp_pair pair;
+    reset_waits(false);
+    char buf[16];
+    EXPECT_EQ(_recv(pair.client(), buf, sizeof buf, 0), -1);
+    EXPECT_EQ(waits().readable_waits, a_silent_peers_waits);
+    EXPECT_TRUE(is_blocking(pair.client()));
+    EXPECT_EQ(traces(), texts{"SleepCounter:%d recv:%d"});
+}
+
+TEST_F(SockRecv, CountsAfreshEachTime)
+{
+    tcp_pair pair;
+    reset_waits(false);
+    char buf[16];
+    EXPECT_EQ(_recv(pair.client(), buf, sizeof buf, 0), -1);
+    EXPECT_EQ(_recv(pair.client(), buf, sizeof buf, 0), -1);
+    EXPECT_EQ(waits().readable_waits.size(), 2 * a_silent_peers_waits.size());
+}
+
+TEST_F(SockRecv, TakesAReplyThatComesLateAtOnce)
+{
+    tcp_pair pair;
+    // Each of a few may meet a busy machine; a pause of 5 ms before the reply is taken would show
+    // in all of them.
+    auto fastest = std::chrono::steady_clock::duration::max();
+    for (int i = 0; i < 20; ++i) {
+        std::chrono::steady_clock::time_point said;
+        std::thread                           server([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(7));
+            said = std::chrono::steady_clock::now();
+            pair.say_along("x");
+        });
+        char                                  byte     = 0;
+        int const                             received = _recv(pair.client(), &byte, 1, 0);
+        auto const                            taken    = std::chrono::steady_clock::now();
+        server.join();
+        ASSERT_EQ(received, 1);
+        fastest = std::min(fastest, taken - said);
+    }
+    EXPECT_LT(fastest, std::chrono::milliseconds(2));
+    EXPECT_GE(waits().readable_waits.size(), 20U);
+}
+
+TEST_F(SockRecv, SaysWhenThePeerHasClosed)
+{
+    tcp_pair pair;
+    pair.server_closes();
+    char buf[16];
+    EXPECT_EQ(_recv(pair.client(), buf, sizeof buf, 0), 0);
+}
+
+TEST_F(SockRecv, FailsAtOnceWhenThePeerBreaksTheConnection)
+{
+    tcp_pair pair;
+    pair.server_resets();
+    char buf[16];
+    EXPECT_EQ(_recv(pair.client(), buf, sizeof buf, 0), -1);
+    EXPECT_LT(waits().readable_waits.size(), a_silent_peers_waits.size());
+    EXPECT_EQ(traces(), texts{"SleepCounter:%d recv:%d"});
+}
+
+TEST_F(SockRecv, FailsAtOnceForADescriptorThatIsNoSocket)
+{
+    int ends[2];
+    ASSERT_EQ(::pipe(ends), 0);
+    unique_fd const read(ends[0]);
+    unique_fd const write(ends[1]);
+    char            buf[16];
+    EXPECT_EQ(_recv(read.get(), buf, sizeof buf, 0), -1);
+    EXPECT_EQ(waits().readable_waits, std::vector<int>{});
+}
+
+TEST_F(SockRecv, FailsForADescriptorThatIsNotOpen)
+{
+    char buf[16];
+    EXPECT_EQ(_recv(-1, buf, sizeof buf, 0), -1);
+    EXPECT_EQ(traces(), texts{"error:ioctl(mode=1):%d %d"});
+}
+
+class SockRead : public on_a_clean_machine
+{
+};
+
+TEST_F(SockRead, ReadsUpToTheCountOrTheEnd)
+{
+    struct {
+        char const* said;
+        int         count;
+        char const* read;
+        char const* reason;
+    } const cases[] = {
+        {"hello", 5, "hello", "all of it"},
+        {"hello", 3, "hel", "no more than asked for"},
+        {"hello", 9, "hello", "the peer closes before the count is reached"},
+        {"", 9, "", "the peer closes without a word"},
+        {"hello", 0, "", "nothing asked for"},
+        {"hello", -1, "", "less than nothing asked for"},
+    };
+    for (auto const& c : cases) {
+        tcp_pair pair;
+        pair.say(c.said);
+        pair.server_closes();
+        char buf[16];
+        std::memset(buf, '?', sizeof buf);
+        EXPECT_EQ(sock_read(pair.client(), buf, c.count), static_cast<int>(std::strlen(c.read)))
+            << c.reason;
+        EXPECT_STREQ(buf, c.read) << c.reason;
+    }
+}
+
+TEST_F(SockRead, JoinsPieces)
+{
+    tcp_pair    pair;
+    std::thread server([&] {
+        for (char const* const piece : {"one", "two", "three"}) {
+            pair.say_along(piece);
+            std::this_thread::sleep_for(std::chrono::milliseconds(7));
+        }
+    });
+    char        buf[16];
+    int const   length = sock_read(pair.client(), buf, 11);
+    server.join();
+    EXPECT_EQ(length, 11);
+    EXPECT_STREQ(buf, "onetwothree");
+}
+
+TEST_F(SockRead, FailsWhenThePeerFallsSilentOnTheWay)
+{
+    tcp_pair pair;
+    pair.say("half");
+    reset_waits(false);
+    char buf[16];
+    EXPECT_EQ(sock_read(pair.client(), buf, 8), -1);
+    EXPECT_EQ(waits().readable_waits, a_silent_peers_waits) << "none before the first piece";
+}
+
+TEST_F(SockRead, FailsWhenThePeerBreaksTheConnection)
+{
+    tcp_pair pair;
+    pair.server_resets();
+    char buf[16];
+    EXPECT_EQ(sock_read(pair.client(), buf, 8), -1);
+}
+
+class SockReadline : public on_a_clean_machine
+{
+};
+
+TEST_F(SockReadline, ReadsLineByLine)
+{
+    auto const long_line = [](std::size_t size) { return std::string(size - 1, 'x') + "\n"; };
+    struct {
+        std::string said;
+        texts       lines;
+        std::string rest;  // what is left in the last call, which fails as the peer closes
+        char const* reason;
+    } const cases[] = {
+        {"220 ready\r\n", {"220 ready\r\n"}, "", "a line with its terminator"},
+        {"one\r\ntwo\r\n", {"one\r\n", "two\r\n"}, "", "two lines in one segment"},
+        {"one\ntwo\n", {"one\n", "two\n"}, "", "a line feed is enough"},
+        {"\n\r\n", {"\n", "\r\n"}, "", "empty lines"},
+        {"a\rb\r\r\n", {"a\rb\r\r\n"}, "", "a carriage return ends nothing"},
+        {"one\r\ntwo", {"one\r\n"}, "two", "the last line is not complete"},
+        {"", {}, "", "no line at all"},
+        {long_line(1022), {long_line(1022)}, "", "one byte less than a piece"},
+        {long_line(1023), {long_line(1023)}, "", "a piece"},
+        {long_line(1024), {long_line(1024)}, "", "one byte more than a piece"},
+        {long_line(1025) + "x\n", {long_line(1025), "x\n"}, "", "two pieces, and another line"},
+        {long_line(2046), {long_line(2046)}, "", "two pieces"},
+        {long_line(2047), {long_line(2047)}, "", "the line feed alone in the third piece"},
+        {long_line(5000), {long_line(5000)}, "", "several pieces"},
+        {std::string(3000, 'x'), {}, std::string(3000, 'x'), "several pieces without a line feed"},
+        {std::string("a\0b\r\nc\n", 7), {"a", "c\n"}, "", "a NUL hides the rest of its piece"},
+        {std::string("\0\n250\n", 6), {"", "250\n"}, "", "a NUL hides all of its piece"},
+        {std::string("\0", 1) + long_line(1023),
+         {"\n"},
+         "",
+         "a NUL hides its piece, not the one after it"},
+        {"\xE3\x81\x82\xFF\n", {"\xE3\x81\x82\xFF\n"}, "", "any other byte passes"},
+    };
+    for (auto const& c : cases) {
+        tcp_pair pair;
+        pair.say(c.said);
+        pair.server_closes();
+        clear_traces();
+
+        std::string line;
+        for (std::string const& wanted : c.lines) {
+            EXPECT_EQ(sock_readline(pair.client(), line), static_cast<int>(wanted.size()))
+                << c.reason;
+            EXPECT_EQ(line, wanted) << c.reason;
+        }
+        line = "what was there before";
+        EXPECT_EQ(sock_readline(pair.client(), line), -1) << c.reason;
+        EXPECT_EQ(line, c.rest) << c.reason;
+
+        texts const all = traces();
+        EXPECT_EQ(std::count(all.begin(), all.end(), "readline = %s"),
+                  static_cast<std::ptrdiff_t>(c.lines.size()))
+            << c.reason;
+        EXPECT_EQ(trouble_traces(), texts{}) << c.reason;
+    }
+}
+
+TEST_F(SockReadline, TakesNothingPastTheLineFeed)
+{
+    tcp_pair pair;
+    pair.say("250 first\r\n250 second\r\n");
+    std::string line;
+    ASSERT_EQ(sock_readline(pair.client(), line), 11);
+    char rest[16] = {};
+    EXPECT_EQ(::recv(pair.client(), rest, sizeof rest - 1, 0), 12);
+    EXPECT_STREQ(rest, "250 second\r\n");
+}
+
+TEST_F(SockReadline, JoinsPiecesThatComeOneByOne)
+{
+    tcp_pair    pair;
+    std::thread server([&] {
+        for (char const piece : std::string("250 ok\r\n")) {
+            pair.say_along(std::string(1, piece));
+            std::this_thread::sleep_for(std::chrono::milliseconds(6));
+        }
+    });
+    std::string line;
+    int const   length = sock_readline(pair.client(), line);
+    server.join();
+    EXPECT_EQ(length, 8);
+    EXPECT_EQ(line, "250 ok\r\n");
+}
+
+TEST_F(SockReadline, HasNoLimitToTheLengthOfALine)
+{
+    tcp_pair          pair;
+    std::string const sent = std::string(3000000, 'x') + "\r\n";
+    std::thread       server([&] { pair.say_along(sent); });
+    std::string       line;
+    int const         length = sock_readline(pair.client(), line);
+    server.join();
+    EXPECT_EQ(length, 3000002);
+    EXPECT_TRUE(line == sent);
+}
+
+TEST_F(SockReadline, GivesUpOnASilentPeer)
+{
+    tcp_pair pair;
+    reset_waits(false);
+    std::string line = "what was there before";
+    EXPECT_EQ(sock_readline(pair.client(), line), -1);
+    EXPECT_EQ(line, "");
+    EXPECT_EQ(waits().readable_waits, a_silent_peers_waits);
+}
+
+TEST_F(SockReadline, GivesUpOnAPeerThatFallsSilentInALine)
+{
+    tcp_pair pair;
+    pair.say("250 half a");
+    reset_waits(false);
+    std::string line;
+    EXPECT_EQ(sock_readline(pair.client(), line), -1);
+    EXPECT_EQ(line, "250 half a");
+    EXPECT_EQ(waits().readable_waits, a_silent_peers_waits) << "the piece came without a wait";
+}
+
+TEST_F(SockReadline, FailsWhenThePeerBreaksTheConnection)
+{
+    tcp_pair pair;
+    pair.server_resets();
+    std::string line;
+    EXPECT_EQ(sock_readline(pair.client(), line), -1);
+}
+
+class SockWrite : public on_a_clean_machine
+{
+};
+
+TEST_F(SockWrite, WritesNothingWhenThereIsNothing)
+{
+    tcp_pair pair;
+    EXPECT_EQ(sock_write(pair.client(), "hello", 0), 0);
+    EXPECT_EQ(sock_write(pair.client(), "hello", 5), 5);
+    ::shutdown(pair.client(), SHUT_WR);
+    EXPECT_EQ(pair.heard_to_the_end(), "hello");
+}
+
+TEST_F(SockWrite, WritesAllOfATextThatIsReadSlowly)
+{
+    tcp_pair    pair;
+    std::string text;
+    for (int i = 0; i < 1000000; ++i) {
+        text += std::to_string(i % 10);
+    }
+    text += text + text + text;
+    std::string heard;
+    std::thread server([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        heard = pair.heard_to_the_end();
+    });
+    EXPECT_EQ(sock_write(pair.client(), text.data(), 4000000), 4000000);
+    ::shutdown(pair.client(), SHUT_WR);
+    server.join();
+    EXPECT_TRUE(heard == text) << heard.size();
+}
+
+TEST_F(SockWrite, FailsWithoutASignalWhenThePeerIsGone)
+{
+    tcp_pair pair;
+    pair.server_resets();
+    // The first one may still be taken by the system.
+    sock_write(pair.client(), "hello", 5);
+    EXPECT_EQ(sock_write(pair.client(), "hello", 5), -1);
+}
+
+TEST_F(SockWrite, FailsWithoutASignalAfterItsOwnShutdown)
+{
+    tcp_pair pair;
+    ::shutdown(pair.client(), SHUT_WR);
+    EXPECT_EQ(sock_write(pair.client(), "hello", 5), -1);
+}
+
+TEST_F(SockWrite, FailsWhenAPeerThatDoesNotReadBreaksTheConnection)
+{
+    tcp_pair          pair;
+    std::string const text(64000000, 'x');
+    std::thread       server([&] {
+        // What the systems' buffers hold is written by then, or soon; the rest waits.
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        pair.server_resets();
+    });
+    EXPECT_EQ(sock_write(pair.client(), text.data(), static_cast<int>(text.size())), -1);
+    server.join();
+}
+
+TEST_F(SockWrite, FailsForADescriptorThatIsNotOpen)
+{
+    EXPECT_EQ(sock_write(-1, "hello", 5), -1);
+}
+
+TEST_F(SockWrite, SendsCommandsOfUpTo1023Bytes)
+{
+    tcp_pair          pair;
+    std::string const longest = std::string(1021, 'x') + "\r\n";
+    EXPECT_EQ(sock_command(pair.client(), longest), 0);
+    EXPECT_EQ(sock_command(pair.client(), "x" + longest), -1);
+    ::shutdown(pair.client(), SHUT_WR);
+    EXPECT_EQ(pair.heard_to_the_end(), longest) << "nothing of the longer one is sent";
+    EXPECT_EQ(sock_command(pair.client(), "quit\r\n"), -1) << "the connection is lost";
+}
+
+class SockShutdown : public on_a_clean_machine
+{
+};
+
+TEST_F(SockShutdown, EndsAConnectionInOrder)
+{
+    for (auto const end : {sock_shutdown_connection, sock_end_connection}) {
+        tcp_pair  pair;
+        int const fd = pair.release_client();
+        clear_traces();
+        std::string heard;
+        std::thread server([&] {
+            heard = pair.heard_to_the_end();
+            pair.server_closes();
+        });
+        EXPECT_EQ(end(fd), 0);
+        server.join();
+        EXPECT_EQ(heard, "") << "and no broken connection";
+        EXPECT_FALSE(is_open(fd));
+        EXPECT_EQ(traces(), texts{"shutdown ok!"});
+    }
+}
+
+TEST_F(SockShutdown, DropsWhatThePeerStillSays)
+{
+    for (auto const end : {sock_shutdown_connection, sock_end_connection}) {
+        tcp_pair  pair;
+        int const fd = pair.release_client();
+        clear_traces();
+        std::thread server([&] {
+            pair.heard_to_the_end();
+            pair.say_along("one more thing");
+            pair.server_closes();
+        });
+        EXPECT_EQ(end(fd), 0);
+        server.join();
+        EXPECT_FALSE(is_open(fd));
+        EXPECT_EQ(traces(), (texts{"error:unexpected %d bytes received.", "shutdown ok!"}));
+    }
+}
+
+TEST_F(SockShutdown, DrainsInPiecesOf1024Bytes)
+{
+    tcp_pair pair;
+    pair.say(std::string(2049, 'x'));
+    pair.server_closes();
+    EXPECT_EQ(sock_shutdown_connection(pair.release_client()), 0);
+    EXPECT_EQ(trouble_traces(), texts(3, "error:unexpected %d bytes received."));
+}
+
+TEST_F(SockShutdown, LeavesADescriptorOpenThatCannotBeShutDown)
+{
+    unique_fd const unconnected(::socket(AF_INET, SOCK_STREAM, 0));
+    EXPECT_EQ(sock_shutdown_connection(unconnected.get()), -1);
+    EXPECT_TRUE(is_open(unconnected.get()));
+    EXPECT_EQ(traces(), texts{"error:shutdown"});
+}
+
+TEST_F(SockShutdown, LeavesADescriptorOpenWhenThePeerBreaksTheConnection)
+{
+    tcp_pair    pair;
+    std::thread server([&] {
+        pair.heard_to_the_end();
+        pair.server_resets();
+    });
+    EXPECT_EQ(sock_shutdown_connection(pair.client()), -1);
+    server.join();
+    EXPECT_TRUE(is_open(pair.client()));
+    EXPECT_EQ(traces(), texts{"error:recv"});
+}
+
+TEST_F(SockShutdown, TheEndOfASessionClosesTheDescriptorAllTheSame)
+{
+    unique_fd unconnected(::socket(AF_INET, SOCK_STREAM, 0));
+    int       fd = unconnected.release();
+    EXPECT_EQ(sock_end_connection(fd), -1);
+    EXPECT_FALSE(is_open(fd));
+
+    tcp_pair pair;
+    fd = pair.release_client();
+    std::thread server([&] {
+        pair.heard_to_the_end();
+        pair.server_resets();
+    });
+    EXPECT_EQ(sock_end_connection(fd), -1);
+    server.join();
+    EXPECT_FALSE(is_open(fd));
+    EXPECT_EQ(traces(), (texts{"error:shutdown", "error:recv"}));
+}
+
+TEST_F(SockShutdown, FailsForADescriptorThatIsNotOpen)
+{
+    EXPECT_EQ(sock_shutdown_connection(-1), -1);
+    EXPECT_EQ(sock_end_connection(-1), -1);
+}
+
+class GetHostname : public on_a_clean_machine
+{
+};
+
+TEST_F(GetHostname, IsTheAddressWhenTheNameResolves)
+{
+    for (char const* const address : {"192.0.2.10", "0.0.0.0", "255.255.255.255", "10.200.30.4"}) {
+        add_host("client.test", address);
+        EXPECT_EQ(get_hostname(), std::string("[") + address + "]");
+    }
+}
+
+TEST_F(GetHostname, IsThePlainNameWhenItDoesNotResolve)
+{
+    struct {
+        std::string name;
+        char const* reason;
+    } const cases[] = {
+        {"printer-7", "a name without a domain"},
+        {"", "a machine that was given an empty name"},
+        {"10.0.0.1", "a name that looks like an address is a name"},
+        {std::string(1022, 'h'), "as long as the buffer takes"},
+    };
+    texts asked;
+    for (auto const& c : cases) {
+        set_host_name(c.name);
+        EXPECT_EQ(get_hostname(), c.name) << c.reason;
+        asked.push_back(c.name);
+    }
+    EXPECT_EQ(looked_up_names(), asked);
+}
+
+TEST_F(GetHostname, IsUnknownWhenTheMachineHasNone)
+{
+    lose_host_name();
+    EXPECT_EQ(get_hostname(), "unknown");
+
+    set_host_name(std::string(1023, 'h'));
+    EXPECT_EQ(get_hostname(), "unknown") << "longer than gethostname is given room for";
+    EXPECT_EQ(looked_up_names(), texts{});
+}
+
+}  // namespace
+
+}  // namespace zelieml::test

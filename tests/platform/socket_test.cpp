@@ -1,0 +1,215 @@
+// With waits that pass at once when a test says so; wait_test has the real ones, signals included.
+
+#include "platform/socket.h"
+
+#include <arpa/inet.h>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <netinet/tcp.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <thread>
+
+#include "support/unique_fd.h"
+#include "tests/libsendw/peers.h"
+#include "tests/support/fake_clock.h"
+#include "tests/support/files.h"
+
+namespace zelieml::test
+{
+
+namespace
+{
+
+constexpr int one_second_us = 1000000;
+
+int option_of(int fd, int level, int name)
+{
+    int       value = -1;
+    socklen_t size  = sizeof value;
+    ::getsockopt(fd, level, name, &value, &size);
+    return value;
+}
+
+sockaddr_in loopback(std::uint16_t port)
+{
+    return platform::ipv4_peer(htonl(INADDR_LOOPBACK), htons(port));
+}
+
+TEST(PlatformSocket, IsATcpSocketThatIsNeitherDelayedNorInherited)
+{
+    unique_fd const fd(platform::open_stream_socket());
+    ASSERT_TRUE(fd);
+    EXPECT_EQ(option_of(fd.get(), SOL_SOCKET, SO_TYPE), SOCK_STREAM);
+    EXPECT_NE(option_of(fd.get(), IPPROTO_TCP, TCP_NODELAY), 0);
+    EXPECT_NE(::fcntl(fd.get(), F_GETFD) & FD_CLOEXEC, 0);
+    EXPECT_EQ(::fcntl(fd.get(), F_GETFL) & O_NONBLOCK, 0);
+}
+
+TEST(PlatformSocket, SaysWhenThereIsNone)
+{
+    rlimit before = {};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit none   = before;
+    none.rlim_cur = static_cast<rlim_t>(unique_fd(::dup(STDOUT_FILENO)).get());
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    int const fd    = platform::open_stream_socket();
+    int const error = errno;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(fd, -1);
+    EXPECT_EQ(error, EMFILE);
+}
+
+TEST(PlatformSocket, TakesAddressAndPortInNetworkByteOrder)
+{
+    sockaddr_in const peer = platform::ipv4_peer(::inet_addr("192.0.2.10"), htons(25));
+    EXPECT_EQ(peer.sin_family, AF_INET);
+    EXPECT_EQ(peer.sin_port, htons(25));
+    EXPECT_STREQ(::inet_ntoa(peer.sin_addr), "192.0.2.10");
+}
+
+class PlatformConnect : public testing::Test
+{
+protected:
+    PlatformConnect() { reset_waits(true); }
+
+    unique_fd const fd{platform::open_stream_socket()};
+};
+
+TEST_F(PlatformConnect, LeavesTheSocketBlocking)
+{
+    listening_socket const door;
+    EXPECT_EQ(platform::connect_within(fd.get(), loopback(door.port()), one_second_us), 0);
+    EXPECT_EQ(::fcntl(fd.get(), F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_TRUE(door.accept());
+}
+
+TEST_F(PlatformConnect, FailsWhenThePeerRefuses)
+{
+    closed_port const port;
+    EXPECT_EQ(platform::connect_within(fd.get(), loopback(port.number()), one_second_us), -1);
+    EXPECT_EQ(errno, ECONNREFUSED);
+}
+
+TEST_F(PlatformConnect, GivesUpWhenTheTimeIsOver)
+{
+    crowded_port const port;
+    never_writable(true);
+    EXPECT_EQ(platform::connect_within(fd.get(), loopback(port.number()), 12345678), -1);
+    EXPECT_EQ(errno, ETIMEDOUT);
+    EXPECT_EQ(waits().writable_waits, std::vector<int>{12345678});
+}
+
+TEST_F(PlatformConnect, GoesOnWhenThePeerTakesItsTime)
+{
+    crowded_port port;
+    std::thread  host([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        port.clear();
+    });
+    EXPECT_EQ(platform::connect_within(fd.get(), loopback(port.number()), 20 * one_second_us), 0);
+    EXPECT_EQ(::fcntl(fd.get(), F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_EQ(waits().writable_waits, std::vector<int>{20 * one_second_us});
+    host.join();
+}
+
+TEST_F(PlatformConnect, FailsForADescriptorThatIsNotOpen)
+{
+    listening_socket const door;
+    EXPECT_EQ(platform::connect_within(-1, loopback(door.port()), one_second_us), -1);
+    EXPECT_EQ(errno, EBADF);
+}
+
+// The sockets of the library, on either side of a connection.
+struct connection {
+    connection()
+    {
+        listening_socket const door;
+        platform::connect_within(client.get(), loopback(door.port()), one_second_us);
+        server = door.accept();
+    }
+
+    std::string heard(int flags) const
+    {
+        char          bytes[256];
+        ssize_t const length = ::recv(server.get(), bytes, sizeof bytes, flags);
+        return std::string(bytes, length > 0 ? static_cast<std::size_t>(length) : 0);
+    }
+
+    unique_fd client{platform::open_stream_socket()};
+    unique_fd server;
+};
+
+ssize_t send_text(int fd, char const* text)
+{
+    return platform::send_bytes(fd, text, std::strlen(text));
+}
+
+TEST(PlatformSend, SaysHowManyBytesWereTaken)
+{
+    connection const c;
+    EXPECT_EQ(send_text(c.client.get(), "hello"), 5);
+    EXPECT_EQ(c.heard(0), "hello");
+}
+
+TEST(PlatformSend, RaisesNoSignalWhenNobodyListens)
+{
+    std::signal(SIGPIPE, SIG_DFL);
+    connection c;
+    break_connection(c.server);
+    send_text(c.client.get(), "may still be taken");
+    EXPECT_EQ(send_text(c.client.get(), "not any more"), -1);
+    EXPECT_TRUE(errno == EPIPE || errno == ECONNRESET) << errno;
+
+    ::shutdown(c.client.get(), SHUT_WR);
+    EXPECT_EQ(send_text(c.client.get(), "nor after the end"), -1);
+}
+
+TEST(PlatformSend, FailsForADescriptorThatIsNotOpen)
+{
+    EXPECT_EQ(send_text(-1, "hello"), -1);
+    EXPECT_EQ(errno, EBADF);
+}
+
+// The system holds a small segment back for no longer than 200 ms; a busy machine may take longer
+// between two statements, but not every time.
+TEST(PlatformSend, JoinsSmallWritesUntilToldNotTo)
+{
+    bool joined = false;
+    for (int attempt = 0; attempt < 20 && !joined; ++attempt) {
+        connection const c;
+        platform::join_small_writes(c.client.get(), true);
+        for (char const* const part : {"one ", "two ", "three"}) {
+            send_text(c.client.get(), part);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        bool const held_back = c.heard(MSG_DONTWAIT).empty();
+        platform::join_small_writes(c.client.get(), false);
+        joined = held_back && c.heard(0) == "one two three";
+    }
+    EXPECT_TRUE(joined);
+}
+
+TEST(PlatformSend, SendsAtOnceAgainWhenJoiningIsOver)
+{
+    connection const c;
+    platform::join_small_writes(c.client.get(), true);
+    platform::join_small_writes(c.client.get(), false);
+    send_text(c.client.get(), "hello");
+    EXPECT_EQ(c.heard(0), "hello");
+}
+
+TEST(PlatformSend, JoinsNothingOnADescriptorThatIsNotOpen)
+{
+    int const descriptors = open_descriptors();
+    platform::join_small_writes(-1, true);
+    EXPECT_EQ(open_descriptors(), descriptors);
+}
+
+}  // namespace
+
+}  // namespace zelieml::test

@@ -1,0 +1,214 @@
+// Real waits, and what signals do to them: nothing.
+
+#include "platform/wait.h"
+
+#include <arpa/inet.h>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+#include <thread>
+
+#include "platform/sleep.h"
+#include "platform/socket.h"
+#include "tests/libsendw/peers.h"
+
+namespace zelieml::test
+{
+
+namespace
+{
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+
+std::atomic<int> signals_caught{0};
+
+// While it lives, a signal comes every 3 ms and cuts short whatever the test's thread waits in.
+class signal_storm
+{
+public:
+    signal_storm()
+    {
+        signals_caught           = 0;
+        struct sigaction counted = {};
+        counted.sa_handler       = [](int) { ++signals_caught; };
+        ::sigaction(SIGALRM, &counted, &action_);
+        itimerval const every = {{0, 3000}, {0, 3000}};
+        ::setitimer(ITIMER_REAL, &every, nullptr);
+    }
+
+    ~signal_storm()
+    {
+        itimerval const never = {};
+        ::setitimer(ITIMER_REAL, &never, nullptr);
+        ::sigaction(SIGALRM, &action_, nullptr);
+    }
+
+private:
+    struct sigaction action_ = {};
+};
+
+// A thread that no signal of the storm goes to.
+template <class Function>
+std::thread start_undisturbed(Function function)
+{
+    sigset_t alarm;
+    sigset_t before;
+    ::sigemptyset(&alarm);
+    ::sigaddset(&alarm, SIGALRM);
+    ::pthread_sigmask(SIG_BLOCK, &alarm, &before);
+    std::thread thread(std::move(function));
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return thread;
+}
+
+template <class Function>
+steady_clock::duration time_of(Function function)
+{
+    auto const start = steady_clock::now();
+    function();
+    return steady_clock::now() - start;
+}
+
+// Fills what the system holds for a peer that does not read.
+void fill(int fd)
+{
+    ::fcntl(fd, F_SETFL, O_NONBLOCK);
+    char const piece[4096] = {};
+    while (platform::send_bytes(fd, piece, sizeof piece) > 0) {
+    }
+}
+
+TEST(PlatformWait, EndsWhenSomethingIsThereToReceive)
+{
+    tcp_pair pair;
+    pair.say("x");
+    EXPECT_LT(time_of([&] { platform::wait_readable(pair.client(), 20000000); }), seconds(10));
+}
+
+TEST(PlatformWait, EndsWhenSomethingComes)
+{
+    tcp_pair    pair;
+    std::thread server([&] {
+        std::this_thread::sleep_for(milliseconds(10));
+        pair.say("x");
+    });
+    EXPECT_LT(time_of([&] { platform::wait_readable(pair.client(), 20000000); }), seconds(10));
+    server.join();
+}
+
+TEST(PlatformWait, EndsWhenThePeerClosesOrBreaksTheConnection)
+{
+    tcp_pair closed;
+    closed.server_closes();
+    EXPECT_LT(time_of([&] { platform::wait_readable(closed.client(), 20000000); }), seconds(10));
+    tcp_pair broken;
+    broken.server_resets();
+    EXPECT_LT(time_of([&] { platform::wait_readable(broken.client(), 20000000); }), seconds(10));
+}
+
+TEST(PlatformWait, TakesNoLessThanItsTimeWhenNothingComes)
+{
+    tcp_pair pair;
+    for (int const us : {1, 5000, 5001, 40000}) {
+        EXPECT_GE(time_of([&] { platform::wait_readable(pair.client(), us); }),
+                  std::chrono::microseconds(us));
+    }
+}
+
+TEST(PlatformWait, SaysWhetherADescriptorTakesBytes)
+{
+    tcp_pair pair;
+    EXPECT_TRUE(platform::wait_writable(pair.client(), 20000000));
+    fill(pair.client());
+    bool writable = true;
+    EXPECT_GE(time_of([&] { writable = platform::wait_writable(pair.client(), 20000); }),
+              milliseconds(20));
+    EXPECT_FALSE(writable);
+}
+
+TEST(PlatformWait, IsNotEndedBySignals)
+{
+    tcp_pair     pair;
+    signal_storm storm;
+    EXPECT_GE(time_of([&] { platform::wait_readable(pair.client(), 100000); }), milliseconds(100));
+    EXPECT_GT(signals_caught, 3);
+
+    fill(pair.client());
+    bool writable = true;
+    EXPECT_GE(time_of([&] { writable = platform::wait_writable(pair.client(), 100000); }),
+              milliseconds(100));
+    EXPECT_FALSE(writable);
+}
+
+TEST(PlatformWait, EndsWhenSomethingComesAmidSignals)
+{
+    tcp_pair    pair;
+    std::thread server = start_undisturbed([&] {
+        std::this_thread::sleep_for(milliseconds(50));
+        pair.say("x");
+    });
+    {
+        signal_storm storm;
+        EXPECT_LT(time_of([&] { platform::wait_readable(pair.client(), 20000000); }), seconds(10));
+    }
+    server.join();
+    EXPECT_GT(signals_caught, 0);
+}
+
+TEST(PlatformConnect, IsNotEndedBySignals)
+{
+    crowded_port      port;
+    sockaddr_in const peer = platform::ipv4_peer(htonl(INADDR_LOOPBACK), htons(port.number()));
+    std::thread       host = start_undisturbed([&] {
+        std::this_thread::sleep_for(milliseconds(300));
+        port.clear();
+    });
+    {
+        signal_storm storm;
+        unique_fd    late(platform::open_stream_socket());
+        EXPECT_GE(time_of([&] {
+                      EXPECT_EQ(platform::connect_within(late.get(), peer, 150000), -1);
+                      EXPECT_EQ(errno, ETIMEDOUT);
+                  }),
+                  milliseconds(150));
+        late.reset();  // or it would go before the next one
+        unique_fd const patient(platform::open_stream_socket());
+        EXPECT_EQ(platform::connect_within(patient.get(), peer, 20000000), 0);
+    }
+    host.join();
+    EXPECT_GT(signals_caught, 3);
+}
+
+TEST(PlatformSleep, TakesNoLessThanItsTime)
+{
+    for (int const us : {1, 999, 20000, 1000001}) {
+        EXPECT_GE(time_of([&] { platform::sleep_microseconds(us); }),
+                  std::chrono::microseconds(us));
+    }
+}
+
+TEST(PlatformSleep, IsNotEndedBySignals)
+{
+    signal_storm storm;
+    EXPECT_GE(time_of([] { platform::sleep_microseconds(100000); }), milliseconds(100));
+    EXPECT_GT(signals_caught, 3);
+}
+
+TEST(PlatformSleep, HasNothingToWaitForInNoTimeOrLess)
+{
+    for (std::int64_t const us :
+         {std::int64_t{0}, std::int64_t{-1}, std::int64_t{-2147483648} * 1000}) {
+        EXPECT_LT(time_of([&] { platform::sleep_microseconds(us); }), seconds(5));
+    }
+}
+
+}  // namespace
+
+}  // namespace zelieml::test
