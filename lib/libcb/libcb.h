@@ -1,0 +1,51 @@
+// libcb.h - the result record: how an attempt to send ended
+//
+// Any thread; a record belongs to whoever holds its handle.
+
+#ifndef ZELIEML_LIBCB_LIBCB_H
+#define ZELIEML_LIBCB_LIBCB_H
+
+#include <string>
+
+#include "zelieml.h"
+
+namespace zelieml
+{
+
+struct _s_cb {
+    eml_send_e  code;
+    std::string message;  // the server's last reply, or empty
+};
+
+// cb_create - make a record
+//
+// cb       receives the handle, the caller's to free with cb_destroy; untouched on failure
+// message  copied
+//
+// Returns 0, or -1 when an argument is null or there is no memory.
+int cb_create(void** cb, eml_send_e code, char const* message);
+
+// cb_destroy - free a record; null is accepted. Returns 0.
+int cb_destroy(void* cb);
+
+// cb_duplicate - copy a record
+//
+// copy  receives the handle of a record of its own; untouched on failure
+//
+// Returns 0, or -1 when an argument is null or there is no memory.
+int cb_duplicate(void* cb, void** copy);
+
+// cb_get_code - read the code. Returns 0, or -1 for a null argument.
+int cb_get_code(void* cb, eml_send_e* code);
+
+// cb_get_message - copy the text
+//
+// size  bytes at buf, the NUL included
+//
+// Returns 0. Returns -1, leaving buf as it was, for a null argument or when text and NUL do not
+// fit.
+int cb_get_message(void* cb, char* buf, int size);
+
+}  // namespace zelieml
+
+#endif

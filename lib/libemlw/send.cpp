@@ -1,0 +1,65 @@
+// send.cpp - from a message file to a result
+
+#include "libemlw/send.h"
+
+#include "libemlw/callback.h"
+#include "libemlw/libemlw.h"
+#include "liblog/liblog.h"
+#include "liblog/trace.h"
+#include "libmsg/libmsg.h"
+#include "libqueue/libqueue.h"
+#include "libsendw/libsendw.h"
+#include "support/c_boundary.h"
+#include "support/format.h"
+
+namespace zelieml
+{
+
+namespace
+{
+
+// One run of the send driver. An exception, for want of memory, is a failed attempt.
+int run_driver(char const* dir, char const* file, std::string& detail)
+{
+    return at_c_boundary<int>(send_other_failure, [&] {
+        std::string const conf = conf_fullpath(dir);
+        isendw            sender;
+        return sender.send(file, conf.c_str(), detail);
+    });
+}
+
+}  // namespace
+
+int send_sync(char const* dir, char const* file, std::string& detail)
+{
+    int const code = run_driver(dir, file, detail);
+    trace_msg(code != send_ok ? "error:isendw::send_sync" : "ok: SEND(sync)!! %s");
+    at_c_boundary(0, [&] {
+        write_log(dir, file, code, detail);
+        return 0;
+    });
+    iqmgr_erase(file);
+    return code;
+}
+
+void write_log(char const* dir, std::string const& file, int code, std::string const& detail)
+{
+    if (!log_yes(dir)) {
+        return;
+    }
+    void*                loaded = nullptr;
+    int const            load   = msg_load(&loaded, file.c_str());
+    message_holder const msg(loaded);
+    if (load != 0) {
+        return;
+    }
+
+    std::string line = get_callback_code_str(code);
+    line += "," + msg_get_from(msg.get()) + "," + msg_get_subject(msg.get());
+    if (!detail.empty()) {
+        line += "," + detail;
+    }
+    liblog(dir, "%s", line.c_str());
+}
+
+}  // namespace zelieml

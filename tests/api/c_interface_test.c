@@ -1,0 +1,400 @@
+/*
+ * c_interface_test.c - every exported function called from C, in the shared library
+ *
+ * Works in a directory of its own and sends one mail to a server in a child process.
+ */
+
+#define _XOPEN_SOURCE 700
+
+#include "zelieml.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/types.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+static int failures = 0;
+
+static void check(int good, char const* what, int line)
+{
+    if (!good) {
+        fprintf(stderr, "line %d: %s\n", line, what);
+        ++failures;
+    }
+}
+
+#define CHECK(condition)         check((condition) ? 1 : 0, #condition, __LINE__)
+#define CHECK_TEXT(text, wanted) check(strcmp((text), (wanted)) == 0, #text " is " wanted, __LINE__)
+
+/* ------------------------------------------------------------------ messages */
+
+typedef int (*setter)(void* msg, char const* text);
+typedef int (*getter)(void* msg, char* buf, int size);
+
+static const struct {
+    char const* name;
+    setter      set;
+    getter      get;
+} texts[] = {
+    {"from", eml_msg_set_from, eml_msg_get_from},
+    {"to", eml_msg_set_to, eml_msg_get_to},
+    {"cc", eml_msg_set_cc, eml_msg_get_cc},
+    {"subject", eml_msg_set_subject, eml_msg_get_subject},
+    {"replyto", eml_msg_set_replyto, eml_msg_get_replyto},
+    {"messageid", eml_msg_set_messageid, eml_msg_get_messageid},
+    {"body", eml_msg_set_body, eml_msg_get_body},
+};
+static const size_t text_count = sizeof texts / sizeof texts[0];
+
+static void test_texts(void)
+{
+    void*  msg = NULL;
+    char   buf[64];
+    size_t i;
+
+    CHECK(eml_msg_create(NULL) == -1);
+    CHECK(eml_msg_create(&msg) == 0);
+    CHECK(msg != NULL);
+    for (i = 0; i < text_count; ++i) {
+        int const size = (int)strlen(texts[i].name) + 1;
+
+        CHECK(texts[i].get(msg, buf, 1) == 0);
+        CHECK_TEXT(buf, "");
+        CHECK(texts[i].set(msg, texts[i].name) == 0);
+        CHECK(texts[i].set(msg, NULL) == -1);
+        CHECK(texts[i].set(NULL, "x") == -1);
+
+        strcpy(buf, "kept");
+        CHECK(texts[i].get(msg, buf, size - 1) == -1);
+        CHECK(texts[i].get(msg, buf, 0) == -1);
+        CHECK(texts[i].get(msg, buf, -1) == -1);
+        CHECK(texts[i].get(NULL, buf, (int)sizeof buf) == -1);
+        CHECK(texts[i].get(msg, NULL, (int)sizeof buf) == -1);
+        CHECK_TEXT(buf, "kept");
+        CHECK(texts[i].get(msg, buf, size) == 0);
+        CHECK(strcmp(buf, texts[i].name) == 0);
+    }
+    CHECK(eml_msg_set_body(msg, "a\nb\rc") == 0);
+    CHECK(eml_msg_get_body(msg, buf, (int)sizeof buf) == 0);
+    CHECK_TEXT(buf, "a\r\nb\r\nc");
+    CHECK(eml_msg_destroy(msg) == 0);
+    CHECK(eml_msg_destroy(NULL) == 0);
+}
+
+static void test_encoding(void)
+{
+    void* msg = NULL;
+    char  buf[64];
+
+    CHECK(eml_msg_create(&msg) == 0);
+    CHECK(eml_msg_get_encoding(msg, buf, (int)sizeof buf) == 0);
+    CHECK_TEXT(buf, "UTF-8");
+    CHECK(eml_msg_set_encoding(msg, eml_encoding_iso2022jp) == 0);
+    CHECK(eml_msg_get_encoding(msg, buf, 12) == 0);
+    CHECK_TEXT(buf, "ISO-2022-JP");
+    CHECK(eml_msg_get_encoding(msg, buf, 11) == -1);
+    CHECK(eml_msg_set_encoding(msg, (eml_encoding)7) == 0);
+    CHECK(eml_msg_get_encoding(msg, buf, (int)sizeof buf) == 0);
+    CHECK_TEXT(buf, "UTF-8");
+    CHECK(eml_msg_set_encoding(NULL, eml_encoding_utf8) == -1);
+    CHECK(eml_msg_get_encoding(NULL, buf, (int)sizeof buf) == -1);
+    CHECK(eml_msg_destroy(msg) == 0);
+}
+
+static void test_message_file(char const* path)
+{
+    void* msg    = NULL;
+    void* loaded = NULL;
+    char  buf[64];
+
+    CHECK(eml_msg_create(&msg) == 0);
+    CHECK(eml_msg_set_subject(msg, "paper") == 0);
+    CHECK(eml_msg_set_body(msg, "one\ntwo") == 0);
+    CHECK(eml_msg_save(msg, path) == 0);
+    CHECK(eml_msg_save(NULL, path) == -1);
+    CHECK(eml_msg_save(msg, NULL) == -1);
+    CHECK(eml_msg_destroy(msg) == 0);
+
+    CHECK(eml_msg_load(&loaded, path) == 0);
+    CHECK(eml_msg_get_subject(loaded, buf, (int)sizeof buf) == 0);
+    CHECK_TEXT(buf, "paper");
+    CHECK(eml_msg_get_body(loaded, buf, (int)sizeof buf) == 0);
+    CHECK_TEXT(buf, "one\r\ntwo");
+    CHECK(eml_msg_destroy(loaded) == 0);
+
+    /* A record is made even when the file cannot be read. */
+    CHECK(remove(path) == 0);
+    loaded = NULL;
+    CHECK(eml_msg_load(&loaded, path) == -1);
+    CHECK(loaded != NULL);
+    CHECK(eml_msg_destroy(loaded) == 0);
+    loaded = NULL;
+    CHECK(eml_msg_load(&loaded, NULL) == -1);
+    CHECK(eml_msg_destroy(loaded) == 0);
+    CHECK(eml_msg_load(NULL, path) == -1);
+}
+
+static void test_keys(void)
+{
+    CHECK_TEXT(KeyFrom, "from: ");
+    CHECK_TEXT(KeyTo, "to: ");
+    CHECK_TEXT(KeyCc, "cc: ");
+    CHECK_TEXT(KeySubject, "subject: ");
+    CHECK_TEXT(KeyReplyTo, "replyto: ");
+    CHECK_TEXT(KeyEncoding, "encoding: ");
+    CHECK_TEXT(KeyMessageID, "messageid: ");
+    CHECK_TEXT(ValCharLf, "\n");
+    CHECK_TEXT(ValCharCrLf, "\r\n");
+}
+
+/* ------------------------------------------------------- settings and passwords */
+
+static void test_settings(char const* path)
+{
+    char         val[32];
+    unsigned int length = sizeof val;
+
+    CHECK(eml_cf_get_string("smtp_server", val, &length, path) == -1);
+    CHECK(length == 0);
+    CHECK(eml_cf_set_string("smtp_server", "mail.test", path) == 0);
+    CHECK(eml_cf_set_string("smtp_port", "25", path) == 0);
+    CHECK(eml_cf_set_string("smtp_port", "2525", path) == 0);
+    length = sizeof val;
+    CHECK(eml_cf_get_string("smtp_server", val, &length, path) == 0);
+    CHECK_TEXT(val, "mail.test");
+    CHECK(length == 9);
+    length = 6; /* four characters need two bytes more */
+    CHECK(eml_cf_get_string("smtp_port", val, &length, path) == 0);
+    CHECK_TEXT(val, "2525");
+    length = 5;
+    CHECK(eml_cf_get_string("smtp_port", val, &length, path) == -1);
+
+    length = sizeof val;
+    CHECK(eml_cf_get_string(NULL, val, &length, path) == -1);
+    CHECK(eml_cf_get_string("smtp_port", NULL, &length, path) == -1);
+    CHECK(eml_cf_get_string("smtp_port", val, NULL, path) == -1);
+    CHECK(eml_cf_get_string("smtp_port", val, &length, NULL) == -1);
+    CHECK(eml_cf_set_string(NULL, "x", path) == -1);
+    CHECK(eml_cf_set_string("x", NULL, path) == -1);
+    CHECK(eml_cf_set_string("x", "x", NULL) == -1);
+}
+
+static void test_passwords(void)
+{
+    unsigned char  clear[] = "secret";
+    unsigned char  empty[] = "";
+    unsigned char  odd[]   = "ABC";
+    unsigned char* stored  = eml_encrypt_passwd(clear);
+    unsigned char* again   = NULL;
+
+    CHECK(stored != NULL);
+    if (stored != NULL) {
+        CHECK(strlen((char*)stored) == 12);
+        CHECK(strspn((char*)stored, "0123456789ABCDEF") == 12);
+        again = eml_decrypt_passwd(stored);
+        CHECK(again != NULL && strcmp((char*)again, "secret") == 0);
+    }
+    eml_decrypt_free_passwd(again);
+    eml_encrypt_free_passwd(stored);
+
+    CHECK(eml_encrypt_passwd(NULL) == NULL);
+    CHECK(eml_encrypt_passwd(empty) == NULL);
+    CHECK(eml_decrypt_passwd(NULL) == NULL);
+    CHECK(eml_decrypt_passwd(odd) == NULL);
+    eml_encrypt_free_passwd(NULL);
+    eml_decrypt_free_passwd(NULL);
+}
+
+static void test_hash(void)
+{
+    /* RFC 1321, A.5 */
+    unsigned char* hash  = eml_hash_hexstr("message digest");
+    unsigned char* empty = eml_hash_hexstr("");
+
+    CHECK(hash != NULL && strcmp((char*)hash, "F96B697D7CB7938D525A2F31AAF161D0") == 0);
+    CHECK(empty != NULL && strcmp((char*)empty, "D41D8CD98F00B204E9800998ECF8427E") == 0);
+    CHECK(eml_hash_hexstr(NULL) == NULL);
+    eml_hash_free_hexstr(hash);
+    eml_hash_free_hexstr(empty);
+    eml_hash_free_hexstr(NULL);
+}
+
+/* -------------------------------------------------------------------- posting */
+
+/* A server that takes one mail and knows no more than that; ends with 0 when it had a subject. */
+static int take_one_mail(int listener)
+{
+    int   client      = accept(listener, NULL, NULL);
+    FILE* in          = fdopen(client, "r");
+    int   in_text     = 0;
+    int   had_subject = 0;
+    char  line[1024];
+
+    if (in == NULL) {
+        return 1;
+    }
+    dprintf(client, "220 ready\r\n");
+    while (fgets(line, (int)sizeof line, in) != NULL) {
+        if (in_text) {
+            had_subject |= strcmp(line, "Subject: paper\r\n") == 0;
+            if (strcmp(line, ".\r\n") == 0) {
+                in_text = 0;
+                dprintf(client, "250 taken\r\n");
+            }
+        } else if (strcmp(line, "data\r\n") == 0) {
+            in_text = 1;
+            dprintf(client, "354 go on\r\n");
+        } else {
+            dprintf(client, strcmp(line, "quit\r\n") == 0 ? "221 bye\r\n" : "250 ok\r\n");
+        }
+    }
+    fclose(in);
+    return had_subject ? 0 : 1;
+}
+
+/* Starts the server and tells its port. */
+static pid_t start_server(char* port, size_t size)
+{
+    int const          listener = socket(AF_INET, SOCK_STREAM, 0);
+    struct sockaddr_in here;
+    socklen_t          length = sizeof here;
+    pid_t              server;
+
+    memset(&here, 0, sizeof here);
+    here.sin_family      = AF_INET;
+    here.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    CHECK(bind(listener, (struct sockaddr*)&here, length) == 0);
+    CHECK(listen(listener, 1) == 0);
+    CHECK(getsockname(listener, (struct sockaddr*)&here, &length) == 0);
+    snprintf(port, size, "%d", (int)ntohs(here.sin_port));
+
+    server = fork();
+    if (server == 0) {
+        alarm(60);
+        _exit(take_one_mail(listener));
+    }
+    close(listener);
+    return server;
+}
+
+static void* new_message(void)
+{
+    void* msg = NULL;
+    CHECK(eml_msg_create(&msg) == 0);
+    CHECK(eml_msg_set_to(msg, "anna@b.test") == 0);
+    CHECK(eml_msg_set_subject(msg, "paper") == 0);
+    CHECK(eml_msg_set_body(msg, "The tray is empty.") == 0);
+    return msg;
+}
+
+static void test_post(char const* workdir, char const* conf)
+{
+    void*       msg    = new_message();
+    void*       result = NULL;
+    eml_send_e  code   = eml_send_error_auth;
+    int         status = -1;
+    char        text[64];
+    char        port[16];
+    pid_t const server = start_server(port, sizeof port);
+
+    CHECK(eml_cf_set_string("smtp_server", "127.0.0.1", conf) == 0);
+    CHECK(eml_cf_set_string("smtp_port", port, conf) == 0);
+    CHECK(eml_cf_set_string("subject_use_encoding", "no", conf) == 0);
+
+    CHECK(eml_post_sync(workdir, msg, &result) == 0);
+    CHECK(eml_msg_destroy(msg) == 0);
+    CHECK(waitpid(server, &status, 0) == server);
+    CHECK(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+
+    CHECK(eml_cb_get_code(result, &code) == 0);
+    CHECK(code == eml_send_ok);
+    CHECK(eml_cb_get_message(result, text, (int)sizeof text) == 0);
+    CHECK_TEXT(text, "221 bye\r\n");
+    CHECK(eml_cb_delete(result) == 0);
+}
+
+static void test_failed_post(char const* workdir)
+{
+    void*      msg    = new_message();
+    void*      result = NULL;
+    void*      copy   = NULL;
+    eml_send_e code   = eml_send_ok;
+    char       text[8];
+
+    /* No settings there: no server. */
+    CHECK(eml_post_sync(workdir, msg, &result) == -1);
+    CHECK(eml_cb_duplicate(result, &copy) == 0);
+    CHECK(eml_cb_delete(result) == 0);
+    CHECK(eml_cb_get_code(copy, &code) == 0);
+    CHECK(code == eml_send_error_connection);
+    strcpy(text, "kept");
+    CHECK(eml_cb_get_message(copy, text, 0) == -1);
+    CHECK(eml_cb_get_message(copy, NULL, 8) == -1);
+    CHECK(eml_cb_get_message(NULL, text, 8) == -1);
+    CHECK_TEXT(text, "kept");
+    CHECK(eml_cb_get_message(copy, text, 1) == 0);
+    CHECK_TEXT(text, "");
+
+    CHECK(eml_cb_get_code(NULL, &code) == -1);
+    CHECK(eml_cb_get_code(copy, NULL) == -1);
+    CHECK(eml_cb_duplicate(NULL, &result) == -1);
+    CHECK(eml_cb_duplicate(copy, NULL) == -1);
+    CHECK(eml_cb_delete(copy) == 0);
+    CHECK(eml_cb_delete(NULL) == 0);
+
+    /* Nulls: a record says why, unless there is no place for it. */
+    result = NULL;
+    CHECK(eml_post_sync(NULL, msg, &result) == -1);
+    CHECK(eml_cb_get_code(result, &code) == 0);
+    CHECK(code == eml_send_error_other);
+    CHECK(eml_cb_delete(result) == 0);
+    result = NULL;
+    CHECK(eml_post_sync(workdir, NULL, &result) == -1);
+    CHECK(eml_cb_get_code(result, &code) == 0);
+    CHECK(eml_cb_delete(result) == 0);
+    CHECK(eml_post_sync(workdir, msg, NULL) == -1);
+    CHECK(eml_msg_destroy(msg) == 0);
+}
+
+/* ----------------------------------------------------------------------- main */
+
+int main(void)
+{
+    char  dir[1024];
+    char  work[1100];
+    char  path[1100];
+    char  conf[1200];
+    char* tmp = getenv("TMPDIR");
+
+    snprintf(dir, sizeof dir, "%s/zelieml-test-XXXXXX", tmp != NULL ? tmp : "/tmp");
+    if (mkdtemp(dir) == NULL) {
+        perror(dir);
+        return 1;
+    }
+    snprintf(work, sizeof work, "%s/work", dir);
+    snprintf(path, sizeof path, "%s/message.sme", dir);
+    snprintf(conf, sizeof conf, "%s/zelismes.cf", work);
+    CHECK(mkdir(work, 0777) == 0);
+
+    test_texts();
+    test_encoding();
+    test_message_file(path);
+    test_keys();
+    test_passwords();
+    test_hash();
+    test_failed_post(work);
+    test_settings(conf);
+    test_post(work, conf);
+
+    /* Nothing but the settings file is left behind. */
+    CHECK(remove(conf) == 0);
+    CHECK(rmdir(work) == 0);
+    CHECK(rmdir(dir) == 0);
+    return failures == 0 ? 0 : 1;
+}

@@ -1,0 +1,288 @@
+// no_memory_test.cpp - without memory every export fails as it says, and throws nothing
+//
+// Each call is made again and again, with memory for one request more each time, until it gets by
+// with what there is. Once all later requests fail, once a single one does.
+
+#include <functional>
+#include <gtest/gtest.h>
+#include <limits>
+#include <memory>
+#include <string>
+#include <sys/stat.h>
+#include <vector>
+
+#include "tests/support/failing_new.h"
+#include "tests/support/files.h"
+#include "tests/support/mail_server.h"
+#include "tests/support/scripted_server.h"
+#include "zelieml.h"
+
+using zelieml::test::failing_new;
+using zelieml::test::mail_server;
+using zelieml::test::scripted_server;
+using zelieml::test::temp_dir;
+
+using strings = std::vector<std::string>;
+
+namespace
+{
+
+// Longer than any string keeps without asking for memory.
+char const long_text[]  = "a text of forty-four bytes, and so allocated";
+char const other_text[] = "another text that is as long as the first is";
+
+class NoMemory : public ::testing::TestWithParam<int>
+{
+protected:
+    NoMemory() { EXPECT_EQ(eml_msg_create(&msg_), 0); }
+    ~NoMemory() override { eml_msg_destroy(msg_); }
+
+    // Makes the work directory, with settings for a server on this machine.
+    void settings(std::string const& more) const
+    {
+        ::mkdir(workdir_.c_str(), 0777);
+        zelieml::test::write_file(workdir_ + "/zelismes.cf", "smtp_server = 127.0.0.1\r\n" + more);
+    }
+
+    // call      true when it returned what it returns for success
+    // failed    after a call that did not: whether it returned its failure value and left behind
+    //           what it says
+    // Returns the number of calls that were refused memory.
+    int until_it_succeeds(std::function<bool()> const& call, std::function<void()> const& failed)
+    {
+        for (int good = 0; good < 10000; ++good) {
+            bool succeeded = false;
+            bool thrown    = false;
+            try {
+                failing_new const limit(good, GetParam());
+                succeeded = call();
+            } catch (...) {
+                thrown = true;
+            }
+            EXPECT_FALSE(thrown) << "at request " << good;
+            if (!failing_new::refused()) {
+                EXPECT_TRUE(succeeded);
+                return good;
+            }
+            EXPECT_FALSE(succeeded) << "at request " << good;
+            failed();
+            if (HasFailure()) {
+                break;
+            }
+        }
+        ADD_FAILURE() << "the call never succeeds";
+        return 0;
+    }
+
+    void*             msg_ = nullptr;
+    temp_dir const    dir_;
+    std::string const workdir_ = dir_.file("work");
+};
+
+}  // namespace
+
+INSTANTIATE_TEST_SUITE_P(Requests, NoMemory, ::testing::Values(1, std::numeric_limits<int>::max()),
+                         [](auto const& row) { return row.param == 1 ? "OneFails" : "AllFail"; });
+
+TEST_P(NoMemory, ForARecord)
+{
+    void* msg    = nullptr;
+    int   result = 0;
+    EXPECT_GT(until_it_succeeds([&] { return (result = eml_msg_create(&msg)) == 0; },
+                                [&] { EXPECT_EQ(result, -1); }),
+              0);
+    EXPECT_EQ(eml_msg_destroy(msg), 0);
+}
+
+TEST_P(NoMemory, ForATextOfARecord)
+{
+    struct row {
+        char const* name;
+        int (*set)(void*, char const*);
+        int (*get)(void*, char*, int);
+    };
+    row const rows[] = {
+        {"from", eml_msg_set_from, eml_msg_get_from},
+        {"to", eml_msg_set_to, eml_msg_get_to},
+        {"cc", eml_msg_set_cc, eml_msg_get_cc},
+        {"subject", eml_msg_set_subject, eml_msg_get_subject},
+        {"replyto", eml_msg_set_replyto, eml_msg_get_replyto},
+        {"messageid", eml_msg_set_messageid, eml_msg_get_messageid},
+        {"body", eml_msg_set_body, eml_msg_get_body},
+    };
+    for (row const& r : rows) {
+        SCOPED_TRACE(r.name);
+        EXPECT_EQ(r.set(msg_, "short"), 0);
+        int  result = 0;
+        char text[64];
+        EXPECT_GT(until_it_succeeds([&] { return (result = r.set(msg_, long_text)) == 0; },
+                                    [&] {
+                                        EXPECT_EQ(result, -1);
+                                        EXPECT_EQ(r.get(msg_, text, sizeof text), 0);
+                                        EXPECT_STREQ(text, "short") << "the record is as it was";
+                                    }),
+                  0);
+        // Reading needs none.
+        failing_new const none(0);
+        EXPECT_EQ(r.get(msg_, text, sizeof text), 0);
+        EXPECT_STREQ(text, long_text);
+    }
+}
+
+TEST_P(NoMemory, IsNoFailureForTheEncoding)
+{
+    char              text[64];
+    failing_new const none(0);
+    EXPECT_EQ(eml_msg_set_encoding(msg_, eml_encoding_iso2022jp), 0);
+    EXPECT_EQ(eml_msg_get_encoding(msg_, text, sizeof text), 0);
+    EXPECT_STREQ(text, "ISO-2022-JP");
+}
+
+TEST_P(NoMemory, ForSavingAndLoadingAMessage)
+{
+    std::string const path   = dir_.file("a message file with a name of some length.sme");
+    int               result = 0;
+    EXPECT_EQ(eml_msg_set_subject(msg_, long_text), 0);
+    EXPECT_EQ(eml_msg_set_body(msg_, other_text), 0);
+    EXPECT_GT(until_it_succeeds([&] { return (result = eml_msg_save(msg_, path.c_str())) == 0; },
+                                [&] { EXPECT_EQ(result, -1); }),
+              0);
+
+    void* loaded = nullptr;
+    EXPECT_GT(until_it_succeeds(
+                  [&] {
+                      loaded = nullptr;
+                      return (result = eml_msg_load(&loaded, path.c_str())) == 0;
+                  },
+                  [&] {
+                      EXPECT_EQ(result, -1);
+                      eml_msg_destroy(loaded);
+                  }),
+              1);
+    char text[64];
+    EXPECT_EQ(eml_msg_get_body(loaded, text, sizeof text), 0);
+    EXPECT_STREQ(text, other_text);
+    eml_msg_destroy(loaded);
+}
+
+TEST_P(NoMemory, ForSettings)
+{
+    std::string const path   = dir_.file("zelismes.cf");
+    int               result = 0;
+    EXPECT_EQ(eml_cf_set_string("key", other_text, path.c_str()), 0);
+    std::string const before = zelieml::test::read_file(path);
+    EXPECT_GT(until_it_succeeds(
+                  [&] { return (result = eml_cf_set_string("key", long_text, path.c_str())) == 0; },
+                  [&] {
+                      EXPECT_EQ(result, -1);
+                      EXPECT_EQ(zelieml::test::read_file(path), before);
+                  }),
+              0);
+
+    char         text[64];
+    unsigned int length = 0;
+    EXPECT_GT(until_it_succeeds(
+                  [&] {
+                      length = sizeof text;
+                      result = eml_cf_get_string("key", text, &length, path.c_str());
+                      return result == 0;
+                  },
+                  [&] { EXPECT_EQ(result, -1); }),
+              0);
+    EXPECT_STREQ(text, long_text);
+}
+
+TEST_P(NoMemory, ForPasswordsAndHashes)
+{
+    std::string    password = long_text;
+    auto* const    clear    = reinterpret_cast<unsigned char*>(password.data());
+    unsigned char* stored   = nullptr;
+    EXPECT_GT(until_it_succeeds([&] { return (stored = eml_encrypt_passwd(clear)) != nullptr; },
+                                [&] { EXPECT_EQ(stored, nullptr); }),
+              0);
+    unsigned char* again = nullptr;
+    EXPECT_GT(until_it_succeeds([&] { return (again = eml_decrypt_passwd(stored)) != nullptr; },
+                                [&] { EXPECT_EQ(again, nullptr); }),
+              0);
+    EXPECT_STREQ(reinterpret_cast<char*>(again), long_text);
+    {
+        failing_new const none(0);
+        eml_encrypt_free_passwd(stored);
+        eml_decrypt_free_passwd(again);
+    }
+    // The hash gets by without asking operator new, or fails; either way nothing is thrown.
+    unsigned char* hash = nullptr;
+    until_it_succeeds([&] { return (hash = eml_hash_hexstr(long_text)) != nullptr; },
+                      [&] { EXPECT_EQ(hash, nullptr); });
+    failing_new const none(0);
+    eml_hash_free_hexstr(hash);
+}
+
+TEST_P(NoMemory, ForACopyOfAResultRecord)
+{
+    scripted_server server(std::string("S: 220 ready\nC: (any)\nS: 501 ") + long_text + "\n");
+    settings("smtp_port = " + std::to_string(server.port()) + "\r\n");
+    void* record = nullptr;
+    EXPECT_EQ(eml_post_sync(workdir_.c_str(), msg_, &record), -1);
+
+    void* const untouched = &server;
+    void*       copy      = untouched;
+    int         result    = 0;
+    EXPECT_GT(until_it_succeeds([&] { return (result = eml_cb_duplicate(record, &copy)) == 0; },
+                                [&] {
+                                    EXPECT_EQ(result, -1);
+                                    EXPECT_EQ(copy, untouched);
+                                }),
+              1);
+    char       text[64];
+    eml_send_e code = eml_send_ok;
+    {
+        failing_new const none(0);  // reading needs none
+        EXPECT_EQ(eml_cb_get_code(copy, &code), 0);
+        EXPECT_EQ(eml_cb_get_message(copy, text, sizeof text), 0);
+        EXPECT_EQ(eml_cb_delete(copy), 0);
+    }
+    EXPECT_EQ(code, eml_send_error_connection);
+    EXPECT_EQ(text, std::string("501 ") + long_text + "\r\n");
+    eml_cb_delete(record);
+}
+
+// Some requests are for what can be done without, so a post can succeed all the same. Sent or not,
+// with a record or without memory for one: the message file is gone.
+TEST_P(NoMemory, ForASynchronousPost)
+{
+    int const descriptors = zelieml::test::open_descriptors();
+    auto      server      = std::make_unique<mail_server>();
+    settings("smtp_port = " + std::to_string(server->smtp_port()) + "\r\n");
+    eml_msg_set_to(msg_, "anna@b.test");
+    eml_msg_set_subject(msg_, long_text);
+    eml_msg_set_body(msg_, other_text);
+
+    std::size_t sent = 0;
+    int         good = 0;
+    for (bool refused = true; refused && !HasFailure(); ++good) {
+        SCOPED_TRACE(good);
+        void* record = nullptr;
+        int   result = 1;
+        try {
+            failing_new const limit(good, GetParam());
+            result = eml_post_sync(workdir_.c_str(), msg_, &record);
+        } catch (...) {
+            ADD_FAILURE() << "something was thrown";
+        }
+        refused = failing_new::refused();
+        EXPECT_TRUE(result == 0 || (refused && result == -1)) << result;
+        sent += result == 0 ? 1 : 0;
+        eml_send_e code = eml_send_ok;
+        if (eml_cb_get_code(record, &code) == 0) {
+            EXPECT_EQ(code == eml_send_ok, result == 0);
+        }
+        EXPECT_EQ(eml_cb_delete(record), 0);
+        EXPECT_EQ(zelieml::test::list_directory(workdir_), strings{"zelismes.cf"});
+    }
+    EXPECT_GT(good, 20) << "a post asks for memory more often than that";
+    EXPECT_GE(server->mails().size(), sent) << "what counts as sent has arrived";
+
+    server.reset();
+    EXPECT_EQ(zelieml::test::open_descriptors(), descriptors);
+}
