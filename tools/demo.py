@@ -1,0 +1,116 @@
+#!/usr/bin/env python3
+"""Sends two mails to a mail server on this machine and shows what arrives.
+
+use: demo.py BUILD-FOLDER
+"""
+
+import pathlib
+import subprocess
+import sys
+import tempfile
+import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "interop"))
+from client import Client  # noqa: E402
+from received_mail import decode, differences  # noqa: E402
+
+MAILS = [
+    {
+        "title": "a mail in UTF-8, with a Base64 body",
+        "fields": {"from": "printer7@office.test", "replyto": "helpdesk@office.test",
+                   "to": "anna@office.test, ben@office.test", "cc": "chef@office.test",
+                   "subject": "プリンタ「3階」: 用紙切れ – papier épuisé", "encoding": "utf-8"},
+        "body": "用紙がなくなりました。トレイ 2 を補充してください。\n"
+                "Le bac 2 est vide, merci de le remplir. Über alles: ¡gracias! 🖨️\n",
+    },
+    {
+        "title": "a mail in ISO-2022-JP, with a 7bit body and lines that begin with a dot",
+        "fields": {"from": "printer7@office.test", "replyto": "helpdesk@office.test",
+                   "to": "anna@office.test", "subject": "印刷が終わりました",
+                   "encoding": "iso-2022-jp"},
+        "body": "印刷が終わりました。\n.\n..点で始まる行\nおわり\n",
+    },
+]
+
+
+def start_server(build, scratch):
+    transcript = open(scratch / "transcript", "wb")
+    ready = scratch / "ready"
+    server = subprocess.Popen(
+        [build / "tools/zelieml-loopback", "--port", "0", "--ready-file", ready, "--show",
+         "--user", "printer7", "--password", "secret", "--require-auth",
+         "--maildir", scratch / "maildir"], stdout=transcript)
+    for _ in range(200):
+        if ready.exists() and ready.read_text().count("\n") == 2:
+            break
+        time.sleep(0.02)
+    ports = dict(line.split() for line in ready.read_text().splitlines())
+    return server, {name: where.rpartition(":")[2] for name, where in ports.items()}
+
+
+def headline(text):
+    print(f"\n\033[1m== {text}\033[0m" if sys.stdout.isatty() else f"\n== {text}", flush=True)
+
+
+def indented(text):
+    return "".join(f"    {line}\n" for line in text.splitlines())
+
+
+def send(client, mail):
+    headline(f"posting {mail['title']}")
+    code, text = client.send(mail["body"], **mail["fields"])
+    print(f"result record: {code}, the server's last reply: {text.strip()}")
+    return code == "ok"
+
+
+def show(mail, raw):
+    headline(f"what arrived: {mail['title']}")
+    print(indented(raw.decode("ascii", errors="backslashreplace")))
+    received = decode(raw)
+    print("  decoded:")
+    for name, value in received.items():
+        print(indented(f"{name}: {value}"), end="")
+    fields = mail["fields"]
+    posted = {"from": fields["from"], "replyto": fields["replyto"], "subject": fields["subject"],
+              "to": fields["to"].replace(" ", "").split(","),
+              "cc": [fields["cc"]] if "cc" in fields else [],
+              "body": mail["body"], "charset": fields["encoding"]}
+    problems = differences(posted, received)
+    print("  equal to what was posted" if not problems else
+          "  NOT as posted:\n" + indented("\n".join(problems)))
+    return not problems
+
+
+def main():
+    if len(sys.argv) != 2:
+        print(__doc__)
+        return 2
+    build = pathlib.Path(sys.argv[1]).resolve()
+    with tempfile.TemporaryDirectory() as folder:
+        scratch = pathlib.Path(folder)
+        workdir = scratch / "work"
+        workdir.mkdir()
+        server, ports = start_server(build, scratch)
+        try:
+            client = Client(build, workdir)
+            client.configure(smtp_server="127.0.0.1", smtp_port=ports["smtp"], smtp_auth="yes",
+                             smtp_account="printer7", smtp_passwd="secret")
+            headline("the settings file, with the password encrypted")
+            print(indented(client.settings.read_text()), end="")
+            good = all([send(client, mail) for mail in MAILS])
+        finally:
+            server.terminate()
+            server.wait(10)
+        headline("the conversations")
+        print(indented((scratch / "transcript").read_text(errors="backslashreplace")), end="")
+        arrived = sorted((scratch / "maildir/new").iterdir(), key=lambda f: f.stat().st_mtime_ns)
+        if len(arrived) != len(MAILS):
+            print(f"{len(arrived)} mails arrived instead of {len(MAILS)}")
+            return 1
+        good = all([show(m, f.read_bytes()) for m, f in zip(MAILS, arrived)]) and good
+    headline("all is well" if good else "something is wrong")
+    return 0 if good else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
