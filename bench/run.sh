@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# run.sh BUILD-FOLDER - run the benchmarks that lie in a build folder
+set -euo pipefail
+build=$1
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+scratch=$(mktemp -d)
+
+server=
+stop() {
+    [ -z "$server" ] || kill "$server" 2>/dev/null || true
+    rm -rf "$scratch"
+}
+trap stop EXIT
+
+echo '== codecs, digests, files, composition, settings'
+"$build/bench/units_bench" --benchmark_min_time=0.1 2>/dev/null
+
+"$build/tools/zelieml-loopback" --port 0 --ready-file "$scratch/ready" >"$scratch/log" &
+server=$!
+for _ in $(seq 100); do
+    [ -s "$scratch/ready" ] && break
+    sleep 0.05
+done
+port=$(sed -n 's/^smtp 127.0.0.1://p' "$scratch/ready")
+
+status=0
+echo
+echo '== one message, end to end'
+"$build/bench/post_bench" "$port" 2000 || status=1
+
+# What starting the program costs drops out of the difference.
+instructions() {
+    valgrind --tool=callgrind --callgrind-out-file="$scratch/callgrind.$1" \
+        "$build/bench/post_bench" "$port" "$1" library 2>&1 | sed -n 's/.*Collected : //p'
+}
+few=$(instructions 20)
+many=$(instructions 120)
+per_message=$(((many - few) / 100))
+echo "eml_post_sync runs $per_message instructions a message in user mode (at most 120000)"
+[ "$per_message" -le 120000 ] || status=1
+
+echo
+echo '== system calls of one message'
+strace -c -f -o "$scratch/strace" "$build/bench/post_bench" "$port" 100 library
+sed -n 1,25p "$scratch/strace"
+echo '(100 messages and one program start)'
+cd "$root" && exit $status
