@@ -2,6 +2,7 @@
 
 #include "platform/clock.h"
 
+#include <mutex>
 #include <sys/time.h>
 
 namespace zelieml::platform
@@ -21,7 +22,10 @@ int wall_microseconds()
 
 std::tm local_time(std::time_t seconds)
 {
-    std::tm local = {};
+    // One at a time: tzset replaces what the C library knows of the zone.
+    static std::mutex                 guard;
+    std::lock_guard<std::mutex> const hold(guard);
+    std::tm                           local = {};
     ::tzset();
     ::localtime_r(&seconds, &local);
     return local;
