@@ -347,18 +347,17 @@ void run(settings s)
     std::string const ports = "smtp 127.0.0.1:" + std::to_string(mail_server.smtp_port()) +
                               "\npop3 127.0.0.1:" + std::to_string(mail_server.pop_port());
     print(ports);
+    starting.unlock();
     if (!s.ready_file.empty()) {
         write_ready_file(s.ready_file, ports + "\n");
     }
-    starting.unlock();
 
     bool const farewell = wait_for_end(s, mails);
     mail_server.finish(farewell ? farewell_grace : std::chrono::milliseconds(0));
 }
 
-}  // namespace
-
-int main(int argc, char** argv)
+// The exit status.
+int parse_and_run(int argc, char** argv)
 {
     CLI::App app("A mail server for a desk without one: SMTP and POP3 on 127.0.0.1.",
                  "zelieml-loopback");
@@ -373,16 +372,23 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "%s\nRun with --help for more information.\n", e.what());
         return wrong_usage;
     }
+    // Made before the handlers can need it.
+    waker();
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGTERM, end_by_signal);
+    std::signal(SIGINT, end_by_signal);
+    run(s);
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
     try {
-        // Made before the handler can need it.
-        waker();
-        std::signal(SIGPIPE, SIG_IGN);
-        std::signal(SIGTERM, end_by_signal);
-        std::signal(SIGINT, end_by_signal);
-        run(std::move(s));
+        return parse_and_run(argc, argv);
     } catch (std::exception const& e) {
         std::fprintf(stderr, "zelieml-loopback: %s\n", e.what());
         return 1;
     }
-    return 0;
 }

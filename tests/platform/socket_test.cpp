@@ -3,10 +3,12 @@
 #include "platform/socket.h"
 
 #include <arpa/inet.h>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstring>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/tcp.h>
@@ -18,6 +20,33 @@
 #include "tests/libsendw/peers.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/files.h"
+
+namespace
+{
+
+// The next connect of the program begins as always, and then says that a signal cut it short.
+std::atomic<bool> interrupt_connect{false};
+
+}  // namespace
+
+#define TEXT_OF(token)       #token
+#define SYMBOL(prefix, name) TEXT_OF(prefix) name
+
+// The linker takes the program's own connect before the system's.
+int program_connect(int fd, sockaddr const* peer,
+                    socklen_t size) __asm__(SYMBOL(__USER_LABEL_PREFIX__, "connect"));
+
+int program_connect(int fd, sockaddr const* peer, socklen_t size)
+{
+    using function     = int (*)(int, sockaddr const*, socklen_t);
+    auto const systems = reinterpret_cast<function>(::dlsym(RTLD_NEXT, "connect"));
+    int const  result  = systems(fd, peer, size);
+    if (interrupt_connect.exchange(false)) {
+        errno = EINTR;
+        return -1;
+    }
+    return result;
+}
 
 namespace zelieml::test
 {
@@ -115,6 +144,17 @@ TEST_F(PlatformConnect, GoesOnWhenThePeerTakesItsTime)
     EXPECT_EQ(::fcntl(fd.get(), F_GETFL) & O_NONBLOCK, 0);
     EXPECT_EQ(waits().writable_waits, std::vector<int>{20 * one_second_us});
     host.join();
+}
+
+// Systems differ in whether a signal can do that to a socket that does not block.
+TEST_F(PlatformConnect, GoesOnWhenASignalCutsTheConnectShort)
+{
+    listening_socket const door;
+    interrupt_connect = true;
+    EXPECT_EQ(platform::connect_within(fd.get(), loopback(door.port()), one_second_us), 0);
+    EXPECT_FALSE(interrupt_connect);
+    EXPECT_EQ(waits().writable_waits, std::vector<int>{one_second_us});
+    EXPECT_TRUE(door.accept());
 }
 
 TEST_F(PlatformConnect, FailsForADescriptorThatIsNotOpen)

@@ -21,7 +21,6 @@ namespace zelieml::test
 namespace
 {
 
-using mailserver::descriptor;
 using mailserver::ends_with;
 using mailserver::stream;
 using mailserver::visible;
@@ -56,12 +55,12 @@ std::string shown_line(std::string_view line)
 // What came when something else was wanted.
 std::string shown_arrival(stream::arrival what, std::string_view text)
 {
-    std::string const said = text.empty() ? "" : shown_line(text);
-    if (what == stream::arrival::line) {
-        return said;
+    std::string shown = text.empty() ? "" : shown_line(text);
+    if (what != stream::arrival::line) {
+        shown += shown.empty() ? "" : "\n";
+        shown += what == stream::arrival::closed ? "C: (closes)" : "C: (silent)";
     }
-    return said + (said.empty() ? "" : "\n") +
-           (what == stream::arrival::closed ? "C: (closes)" : "C: (silent)");
+    return shown;
 }
 
 // A line however long it is, or what came of it.
@@ -185,8 +184,13 @@ private:
         }
     }
 
-    std::string host()
+    // What {host} stands for. The system is asked only for a statement that has one: the answer
+    // may take its time.
+    std::string host_in(statement const& s)
     {
+        if (!s.text.has_host()) {
+            return "";
+        }
         {
             std::lock_guard<std::mutex> hold(guard_);
             if (!host_.empty()) {
@@ -204,7 +208,7 @@ private:
             say(peer, s);
             return "";
         case kind::says_later:
-            held_back_ += s.text.bytes(host());
+            held_back_ += s.text.bytes(host_in(s));
             return "";
         case kind::trickles:
             pause_ = milliseconds(s.amount);
@@ -236,7 +240,7 @@ private:
     void say(stream& peer, statement const& s)
     {
         std::string       bytes = std::exchange(held_back_, "");
-        std::string const text  = s.text.bytes(host());
+        std::string const text  = s.text.bytes(host_in(s));
         bytes.reserve(bytes.size() + text.size() * static_cast<std::size_t>(s.amount));
         for (int i = 0; i < s.amount; ++i) {
             bytes += text;
@@ -265,9 +269,9 @@ private:
     {
         std::string           line;
         stream::arrival const what = hear_line(peer, line);
-        std::string const     came = shown_arrival(what, line);
+        std::string           came = shown_arrival(what, line);
         if (what != stream::arrival::line || !ends_with(line, "\r\n") ||
-            !s.text.matches(std::string_view(line).substr(0, line.size() - 2), host())) {
+            !s.text.matches(std::string_view(line).substr(0, line.size() - 2), host_in(s))) {
             return came;
         }
         as_expected(came);
@@ -276,7 +280,7 @@ private:
 
     std::string expect_bytes(stream& peer, statement const& s)
     {
-        std::string const wanted = s.text.bytes(host());
+        std::string const wanted = s.text.bytes(host_in(s));
         std::string       got;
         stream::arrival   what = stream::arrival::line;
         while (got.size() < wanted.size() && what == stream::arrival::line) {
@@ -331,11 +335,10 @@ private:
     // From that statement on, nothing went as written.
     void fail(std::size_t connection, std::size_t first, std::string const& came)
     {
-        std::string const name = host();
         heard_ += came + "\n";
         statement const& failed = connections_[connection][first];
         problem_                = failed.where + ": ";
-        if (std::string const wanted = failed.shown(name); !wanted.empty()) {
+        if (std::string const wanted = failed.shown(host_in(failed)); !wanted.empty()) {
             problem_ += "wanted \"" + wanted + "\", ";
         }
         std::string once = came;
@@ -348,7 +351,8 @@ private:
                 expected_ += "C: (connects)\n";
             }
             for (std::size_t i = c == connection ? first : 0; i < connections_[c].size(); ++i) {
-                std::string const line = connections_[c][i].shown(name);
+                statement const&  s    = connections_[c][i];
+                std::string const line = s.shown(host_in(s));
                 expected_ += line.empty() ? "" : line + "\n";
             }
         }

@@ -236,7 +236,8 @@ void parse_transcript(std::string const& transcript, std::string const& name,
                 append(connections, next);
             }
         } catch (std::invalid_argument const& e) {
-            throw std::invalid_argument("transcript, " + where + ", \"" + line + "\": " + e.what());
+            throw std::invalid_argument(("transcript, " + where + ", \"").append(line) +
+                                        "\": " + e.what());
         }
     }
 }
@@ -270,10 +271,9 @@ void pattern::append(std::string const& bytes)
     parts_.push_back({part::kind::literal, bytes});
 }
 
-bool pattern::has_any() const
+bool pattern::has(part::kind what) const
 {
-    return std::any_of(parts_.begin(), parts_.end(),
-                       [](part const& p) { return p.what == part::kind::any; });
+    return std::any_of(parts_.begin(), parts_.end(), [=](part const& p) { return p.what == what; });
 }
 
 std::string pattern::bytes(std::string const& host) const

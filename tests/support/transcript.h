@@ -22,7 +22,8 @@ public:
     // Appends bytes that mean themselves.
     void append(std::string const& bytes);
 
-    bool has_any() const;
+    bool has_any() const { return has(part::kind::any); }
+    bool has_host() const { return has(part::kind::host); }
 
     // What {host} stands for put in, {any} left out.
     std::string bytes(std::string const& host) const;
@@ -42,6 +43,8 @@ private:
         kind        what;
         std::string text;
     };
+
+    bool has(part::kind what) const;
 
     std::vector<part> parts_;
 };

@@ -23,7 +23,6 @@ namespace
 {
 
 using namespace std::chrono_literals;
-using mailserver::fault;
 using mailserver::options;
 using mailserver::parse_fault;
 using mailserver::stream;
@@ -389,6 +388,7 @@ TEST(Server, ServesManyClientsAtOnce)
     mail_server              server;
     std::atomic<int>         wrong{0};
     std::vector<std::thread> threads;
+    threads.reserve(clients);
     for (int i = 0; i < clients; ++i) {
         threads.emplace_back([&] {
             std::string transcript = "S: 220 {any}\nC: HELO c\nS: 250 {any}\n";

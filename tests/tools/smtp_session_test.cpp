@@ -14,7 +14,6 @@ namespace zelieml::test
 namespace
 {
 
-using mailserver::fault;
 using mailserver::options;
 
 struct smtp_case {

@@ -118,10 +118,11 @@ bool wait_for_client(listener const& door, stop_signal const& stop, std::chrono:
 stream::stream(descriptor fd, std::chrono::milliseconds patience)
     : fd_(std::move(fd)), buffer_(new char[max_piece_bytes])
 {
-    timeval   time = {};
-    int const ms   = std::max(milliseconds_of(patience), 1);
-    time.tv_sec    = ms / 1000;
-    time.tv_usec   = (ms % 1000) * 1000;
+    // A time of 0 would mean no limit.
+    auto const wait = std::max(patience, std::chrono::milliseconds(1));
+    timeval    time = {};
+    time.tv_sec     = static_cast<time_t>(wait.count() / 1000);
+    time.tv_usec    = static_cast<suseconds_t>(wait.count() % 1000 * 1000);
     set_option(fd_.get(), SOL_SOCKET, SO_RCVTIMEO, time);
     set_option(fd_.get(), SOL_SOCKET, SO_SNDTIMEO, time);
 }

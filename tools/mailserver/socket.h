@@ -39,7 +39,7 @@ private:
     int fd_;
 };
 
-// Tells threads that it is time to end, wherever they wait. Can be raised once, by any thread.
+// Tells threads that it is time to end, wherever they wait. Any thread; once raised, it stays so.
 class stop_signal
 {
 public:
