@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "liblog/trace.h"
+#include "support/no_cancellation.h"
 #include "support/unique_fd.h"
 
 namespace zelieml
@@ -133,7 +134,7 @@ public:
     bool close()
     {
         flush();
-        return ::close(fd_.release()) == 0 && !failed_;
+        return close_descriptor(fd_.release()) == 0 && !failed_;
     }
 
 private:
@@ -315,7 +316,8 @@ int conf_get_string(char const* key, char* val, unsigned int* len, char const* p
         return -1;
     }
 
-    unique_fd const settings(::open(path, O_RDONLY | O_CLOEXEC));
+    no_cancellation const shielded;
+    unique_fd const       settings(::open(path, O_RDONLY | O_CLOEXEC));
     if (!settings) {
         trace_msg("error:ifstream(%s)");
         *len = 0;
@@ -342,6 +344,7 @@ int conf_set_string(char const* key, char const* val, char const* path)
         trace_msg("error:put_tmp");
         return -1;
     }
+    no_cancellation const shielded;
     if (check_current_file(path) != 0) {
         return -1;
     }

@@ -11,6 +11,7 @@
 #include <ios>
 
 #include "libtimew/libtimew.h"
+#include "support/no_cancellation.h"
 
 namespace zelieml
 {
@@ -52,6 +53,7 @@ void liblog(char const* dir, char const* format, ...)
     std::vsnprintf(message, sizeof message, format, args);
     va_end(args);
 
+    no_cancellation const shielded;
     try {
         append_line(dir, message);
     } catch (std::exception const&) {

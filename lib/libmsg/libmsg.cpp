@@ -12,6 +12,7 @@
 #include "liblog/trace.h"
 #include "support/format.h"
 #include "support/heap.h"
+#include "support/no_cancellation.h"
 
 // Each key ends in a blank, which belongs to it.
 char const* KeyFrom      = "from: ";
@@ -78,6 +79,10 @@ bool begins_with(char const* text, char const* key)
     return true;
 }
 
+// A message is short and its file is open for a moment: a buffer on the stack saves the stream a
+// large one on the heap.
+using stream_buffer = char[4096];
+
 bool is_directory(char const* path)
 {
     struct stat info = {};
@@ -107,7 +112,10 @@ void open_for_writing(std::ofstream& out, char const* path)
 // False when there is nothing to read; throws when reading fails.
 bool load_file(char const* path, _s_msg* msg)
 {
-    std::ifstream in(path);
+    stream_buffer buffer;
+    std::ifstream in;
+    in.rdbuf()->pubsetbuf(buffer, sizeof buffer);
+    in.open(path);
     // A directory can be opened, and not every C++ library reports that reading it failed.
     if (!in || is_directory(path)) {
         return false;
@@ -344,9 +352,12 @@ int msg_save(void* msg, char const* path)
         trace_msg("error:msg_save msg==0");
         return -1;
     }
-    _s_msg& record = *static_cast<_s_msg*>(msg);
+    _s_msg&               record = *static_cast<_s_msg*>(msg);
+    no_cancellation const shielded;
     try {
+        stream_buffer buffer;
         std::ofstream out;
+        out.rdbuf()->pubsetbuf(buffer, sizeof buffer);
         open_for_writing(out, path != nullptr ? path : "");  // the empty path is no file's
         out.exceptions(std::ios::badbit | std::ios::failbit);
         for (header_field const& field : header_fields) {
@@ -369,6 +380,7 @@ int msg_load(void** msg, char const* path)
     if (msg_create(msg) != 0) {
         return -1;
     }
+    no_cancellation const shielded;
     try {
         if (path != nullptr && load_file(path, static_cast<_s_msg*>(*msg))) {
             return 0;

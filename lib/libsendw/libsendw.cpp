@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "libconfw/libconfw.h"
@@ -288,7 +289,7 @@ int isendw::send(char const* msg_fullpath, char const* conf_fullpath, std::strin
     }
 
     int const result = converse(session.get(), msg_fullpath, conf_fullpath);
-    result_text      = session->reply;
+    result_text      = std::move(session->reply);
     if (smtp_end_session(session.release()) != 0) {
         trace_msg("error:smtp_end_session");
         return send_not_ended;

@@ -38,8 +38,9 @@ public:
     //                once the session has started, before that of the POP3 step, else as it was
     //
     // Returns a send_result, or what pop_before_smtp returned (pop_result). Nothing is left open.
-    // Waits as long as connecting (30 s), the replies (15 s of silence each) and a peer that does
-    // not read or does not close (for ever) take.
+    // Waits as long as the resolver, connecting (30 s), the replies (15 s of silence each), the
+    // wait after a POP3 login, and a peer that trickles, does not read or does not close (for ever)
+    // take.
     virtual int send(char const* msg_fullpath, char const* conf_fullpath,
                      std::string& result_text) = 0;
 };

@@ -5,12 +5,12 @@
 #include <cstdint>
 #include <cstring>
 #include <new>
-#include <unistd.h>
 
 #include "liblog/trace.h"
 #include "libsendw/digest_text.h"
 #include "libsendw/sock.h"
 #include "platform/sleep.h"
+#include "support/no_cancellation.h"
 #include "support/number.h"
 
 namespace zelieml
@@ -109,7 +109,7 @@ int pop_start_session(char const* host, int port, _s_pop** out)
 void pop_abandon_session(_s_pop* session)
 {
     if (session != nullptr && session->connected) {
-        ::close(session->socket);
+        close_descriptor(session->socket);
     }
     pop_free(session);
 }

@@ -83,7 +83,7 @@ int pop_retr(_s_pop* session, int number);
 //
 // lines  the status line and then the message's lines are appended, without their line ends; the
 //        last one is ".". A line that begins with two dots keeps both.
-// over   out: the message has more than 2001 lines. Those are the ones appended, without the ".";
+// over   out: the message has more than 2000 lines. The first 2001 are appended, without the ".";
 //        the rest stays unread on the connection.
 //
 // Succeeds also when the connection is lost after the status line.

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <limits>
 #include <new>
-#include <unistd.h>
 #include <utility>
 
 #include "libbase64/libbase64.h"
@@ -15,6 +14,7 @@
 #include "libsendw/digest_text.h"
 #include "libsendw/sock.h"
 #include "platform/socket.h"
+#include "support/no_cancellation.h"
 
 namespace zelieml
 {
@@ -88,7 +88,11 @@ int read_last_line(_s_smtp* session, std::string& line)
 // Sends a command of an AUTH exchange; a server that goes on with it answers 334.
 int start_exchange(_s_smtp* session, char const* line, std::string& reply)
 {
-    if (sock_command(session->socket, line) != 0 || read_last_line(session, reply) != 0) {
+    if (sock_command(session->socket, line) != 0) {
+        trace_msg("error:not 334");
+        return -1;
+    }
+    if (read_last_line(session, reply) != 0) {
         return -1;
     }
     if (!contains(reply, "334")) {
@@ -163,7 +167,7 @@ int smtp_start_session(char const* host, int port, _s_smtp** out)
 void smtp_abandon_session(_s_smtp* session)
 {
     if (session != nullptr && session->connected) {
-        ::close(session->socket);
+        close_descriptor(session->socket);
     }
     delete session;
 }
@@ -177,7 +181,7 @@ int smtp_ehlo(_s_smtp* session, std::string const& auth_type, char const* user,
               char const* password)
 {
     std::string auth_line;
-    if (ehlo(session, auth_line) != 0) {
+    if (user == nullptr || password == nullptr || ehlo(session, auth_line) != 0) {
         return -1;
     }
     return auth(session, auth_type, user, password, auth_line);
@@ -187,7 +191,8 @@ int smtp_ehlo2(_s_smtp* session, std::string const& auth_type, char const* user,
                char const* password, char const* auth_switch)
 {
     std::string auth_line;
-    if (ehlo(session, auth_line) != 0) {
+    if (user == nullptr || password == nullptr || auth_switch == nullptr ||
+        ehlo(session, auth_line) != 0) {
         return -1;
     }
     bool const offered = contains(auth_line, "AUTH");

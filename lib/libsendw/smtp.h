@@ -55,13 +55,14 @@ int smtp_helo(_s_smtp* session);
 
 // smtp_ehlo - greet with EHLO and this host's name, and authenticate in any case
 //
-// auth_type  which mechanism, see auth()
-// user, password  the account, clear text
+// auth_type       which mechanism, see auth()
+// user, password  the account, clear text; null is a failure
 int smtp_ehlo(_s_smtp* session, std::string const& auth_type, char const* user,
               char const* password);
 
 // smtp_ehlo2 - greet with EHLO, and authenticate if the switch says so
 //
+// user, password  the account, clear text; null is a failure, also while the switch is off
 // auth_switch  "on" or "off", exactly. It has to agree with the server: one that offers AUTH
 //              while the switch is off fails as well as one that offers none while it is on.
 int smtp_ehlo2(_s_smtp* session, std::string const& auth_type, char const* user,

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <utility>
 
 #include "libbase64/libbase64.h"
 #include "libconfw/libconfw.h"
@@ -80,6 +81,23 @@ int header(void* msg, std::vector<std::string>& out, char const* conf, header_fo
         out.push_back(get_messageid(msg_get_messageid(msg)));
     }
     return 0;
+}
+
+// A header line of a label and a text.
+std::string header_line(char const* label, std::string const& text)
+{
+    std::string line;
+    line.reserve(std::strlen(label) + text.size() + 2);
+    line += label;
+    line += text;
+    line += "\r\n";
+    return line;
+}
+
+// A subject as one encoded word on one line, whatever its length.
+std::string encoded_subject(char const* start, std::string const& base64)
+{
+    return header_line(start, base64 + "?=");
 }
 
 std::string address_header(std::string const& list, char const* label)
@@ -189,35 +207,32 @@ int modify_body_data(char const* in, char* out, int* size)
     }
     std::memset(out, 0, static_cast<std::size_t>(*size));
 
-    int const limit         = *size - 1;
-    int       length        = 0;
-    bool      start_of_line = true;
-    auto      put           = [&](char byte) {
-        if (length >= limit) {
+    std::size_t const limit  = static_cast<std::size_t>(*size) - 1;
+    std::size_t       length = 0;
+    auto              put    = [&](char const* bytes, std::size_t count) {
+        if (count > limit - length) {
             return false;
         }
-        out[length++] = byte;
+        std::memcpy(out + length, bytes, count);
+        length += count;
         return true;
     };
 
+    // A line at a time: its dot, its text, its end.
     while (*in != '\0') {
-        if (*in == '\r' || *in == '\n') {
-            in += in[0] == '\r' && in[1] == '\n' ? 2 : 1;
-            if (!put('\r') || !put('\n')) {
+        std::size_t const text = std::strcspn(in, "\r\n");
+        if ((*in == '.' && !put(".", 1)) || !put(in, text)) {
+            return -1;
+        }
+        in += text;
+        if (*in != '\0') {
+            if (!put("\r\n", 2)) {
                 return -1;
             }
-            start_of_line = true;
-            continue;
-        }
-        if (start_of_line && *in == '.' && !put('.')) {
-            return -1;
-        }
-        start_of_line = false;
-        if (!put(*in++)) {
-            return -1;
+            in += in[0] == '\r' && in[1] == '\n' ? 2 : 1;
         }
     }
-    *size = length;
+    *size = static_cast<int>(length);
     return 0;
 }
 
@@ -237,7 +252,10 @@ std::string get_multiline(std::vector<std::string> const& addresses, char const*
     std::string text = label;
     int         left = static_cast<int>(addresses.size());
     for (std::string const& address : addresses) {
-        text += " " + address + _next(left) + get_crlf();
+        text += ' ';
+        text += address;
+        text += _next(left);
+        text += get_crlf();
         --left;
     }
     return text;
@@ -263,34 +281,34 @@ std::string _base64(std::string const& text, bool line_breaks)
     return reinterpret_cast<char const*>(encoded.get());
 }
 
-std::string _utf8(std::string const& text)
+std::string _utf8(std::string text)
 {
     return text;
 }
 
-std::string _jis(std::string const& text)
+std::string _jis(std::string text)
 {
     return text;
 }
 
-std::string _utf8_base64(std::string const& text, bool line_breaks)
+std::string _utf8_base64(std::string text, bool line_breaks)
 {
-    return _base64(_utf8(text), line_breaks);
+    return _base64(_utf8(std::move(text)), line_breaks);
 }
 
-std::string _jis_base64(std::string const& text, bool line_breaks)
+std::string _jis_base64(std::string text, bool line_breaks)
 {
-    return _base64(_jis(text), line_breaks);
+    return _base64(_jis(std::move(text)), line_breaks);
 }
 
 std::string get_date()
 {
-    return "Date: " + itimew().get_format_date() + get_crlf();
+    return header_line("Date: ", itimew().get_format_date());
 }
 
 std::string get_from(std::string const& from)
 {
-    return "From: " + from + get_crlf();
+    return header_line("From: ", from);
 }
 
 std::string get_to(std::string const& to)
@@ -305,23 +323,22 @@ std::string get_cc(std::string const& cc)
 
 std::string get_subject_no_encoding(std::string const& subject)
 {
-    return "Subject: " + subject + get_crlf();
+    return header_line("Subject: ", subject);
 }
 
-// One encoded word on one line, whatever its length.
 std::string get_subject_utf8_base64(std::string const& subject)
 {
-    return "Subject: =?UTF-8?B?" + _utf8_base64(subject, false) + "?=" + get_crlf();
+    return encoded_subject("Subject: =?UTF-8?B?", _utf8_base64(subject, false));
 }
 
 std::string get_subject_jis_base64(std::string const& subject)
 {
-    return "Subject: =?ISO-2022-JP?B?" + _jis_base64(subject, false) + "?=" + get_crlf();
+    return encoded_subject("Subject: =?ISO-2022-JP?B?", _jis_base64(subject, false));
 }
 
 std::string get_replyto(std::string const& replyto)
 {
-    return "Reply-To: " + replyto + get_crlf();
+    return header_line("Reply-To: ", replyto);
 }
 
 std::string get_mime_version()
@@ -351,7 +368,7 @@ std::string get_content_transfer_encoding_7bit()
 
 std::string get_messageid(std::string const& messageid)
 {
-    return "Message-Id: " + messageid + get_crlf();
+    return header_line("Message-Id: ", messageid);
 }
 
 std::string get_crlf()

@@ -81,10 +81,10 @@ std::string _next(int count);
 std::string _base64(std::string const& text, bool line_breaks);
 
 // The conversions into the two encodings, which are none, and Base64 of their results.
-std::string _utf8(std::string const& text);
-std::string _jis(std::string const& text);
-std::string _utf8_base64(std::string const& text, bool line_breaks);
-std::string _jis_base64(std::string const& text, bool line_breaks);
+std::string _utf8(std::string text);
+std::string _jis(std::string text);
+std::string _utf8_base64(std::string text, bool line_breaks);
+std::string _jis_base64(std::string text, bool line_breaks);
 
 // One header line each, with its CR LF; the address headers are empty for an empty list.
 std::string get_date();

@@ -55,7 +55,7 @@ connection_end shut_down(int fd)
     }
 
     trace_msg("shutdown ok!");
-    if (::close(fd) != 0) {
+    if (close_descriptor(fd) != 0) {
         trace_msg("error:close");
         return connection_end::close_failed;
     }
@@ -219,7 +219,7 @@ int sock_end_connection(int fd)
 {
     connection_end const end = shut_down(fd);
     if (end == connection_end::left_open) {
-        ::close(fd);
+        close_descriptor(fd);
     }
     return end == connection_end::closed ? 0 : -1;
 }

@@ -9,6 +9,7 @@
 #ifndef ZELIEML_LIBSENDW_SOCK_H
 #define ZELIEML_LIBSENDW_SOCK_H
 
+#include <cstddef>
 #include <string>
 
 namespace zelieml

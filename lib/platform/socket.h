@@ -29,7 +29,7 @@ sockaddr_in ipv4_peer(std::uint32_t address, std::uint16_t port);
 
 // connect_within - connect, but not for ever
 //
-// fd      socket of open_stream_socket; blocking again afterwards
+// fd      socket of open_stream_socket; blocking again on success, good for closing only on failure
 // peer    where to
 // max_us  microseconds after which the attempt is given up
 //

@@ -3,7 +3,7 @@
 #ifndef ZELIEML_SUPPORT_UNIQUE_FD_H
 #define ZELIEML_SUPPORT_UNIQUE_FD_H
 
-#include <unistd.h>
+#include "support/no_cancellation.h"
 
 namespace zelieml
 {
@@ -36,7 +36,7 @@ public:
     void reset(int fd = -1)
     {
         if (fd_ >= 0) {
-            ::close(fd_);
+            close_descriptor(fd_);
         }
         fd_ = fd;
     }

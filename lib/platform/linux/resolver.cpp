@@ -8,6 +8,8 @@
 #include <sys/socket.h>
 #include <vector>
 
+#include "support/no_cancellation.h"
+
 namespace zelieml::platform
 {
 
@@ -29,9 +31,10 @@ bool first_address(hostent const* entry, std::uint32_t& address)
 
 bool resolve_ipv4(char const* name, std::uint32_t& address)
 {
-    hostent  storage = {};
-    hostent* entry   = nullptr;
-    int      error   = 0;
+    no_cancellation const shielded;
+    hostent               storage = {};
+    hostent*              entry   = nullptr;
+    int                   error   = 0;
 
     char first_buffer[1024];
     int  status =
