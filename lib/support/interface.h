@@ -37,6 +37,38 @@ int templ_destroy_interface(I* p)
     return 0;
 }
 
+// templ_create_iinterface, templ_destroy_iinterface - the same for an object without an interface
+template <class T>
+int templ_create_iinterface(T** out)
+{
+    return templ_create_interface<T, T>(out);
+}
+
+template <class T>
+int templ_destroy_iinterface(T* p)
+{
+    return templ_destroy_interface<T, T>(p);
+}
+
+// create_with_context - what a factory does: allocate a T as an I, and give it its context
+//
+// out  receives the object, the caller's; null when there was no memory for it or its context
+//
+// Returns 0 or -1.
+template <class T, class I>
+int create_with_context(I** out)
+{
+    if (templ_create_interface<T, I>(out) != 0) {
+        return -1;
+    }
+    if ((*out)->create_context() != 0) {
+        templ_destroy_interface<T, I>(*out);
+        *out = nullptr;
+        return -1;
+    }
+    return 0;
+}
+
 }  // namespace zelieml
 
 #endif

@@ -81,5 +81,62 @@ TEST(InterfaceTemplates, FailWithoutMemory)
     EXPECT_EQ(thing, nullptr);
 }
 
+TEST(InterfaceTemplates, MakeAndFreeAnObjectWithoutAnInterface)
+{
+    thingw* thing = nullptr;
+    EXPECT_EQ(templ_create_iinterface<thingw>(&thing), 0);
+    ASSERT_NE(thing, nullptr);
+    EXPECT_EQ(live, 1);
+    EXPECT_EQ(templ_destroy_iinterface<thingw>(thing), 0);
+    EXPECT_EQ(live, 0);
+    EXPECT_EQ(templ_destroy_iinterface<thingw>(nullptr), 0);
+
+    no_memory         = true;
+    int const created = templ_create_iinterface<thingw>(&thing);
+    no_memory         = false;
+    EXPECT_EQ(created, -1);
+    EXPECT_EQ(thing, nullptr);
+}
+
+class thing_with_context
+{
+public:
+    thing_with_context() { ++live; }
+    ~thing_with_context() { --live; }
+    thing_with_context(thing_with_context const&)            = delete;
+    thing_with_context& operator=(thing_with_context const&) = delete;
+
+    int create_context() { return context_made; }
+
+    static int context_made;
+};
+
+int thing_with_context::context_made = 0;
+
+TEST(InterfaceTemplates, MakeAnObjectAndItsContextOrNeither)
+{
+    thing_with_context* thing = nullptr;
+    EXPECT_EQ(create_with_context<thing_with_context>(&thing), 0);
+    ASSERT_NE(thing, nullptr);
+    EXPECT_EQ(live, 1);
+
+    auto* const other                = thing;
+    thing_with_context::context_made = -1;
+    EXPECT_EQ(create_with_context<thing_with_context>(&thing), -1);
+    EXPECT_EQ(thing, nullptr);
+    EXPECT_EQ(live, 1) << "the object without a context is freed";
+    thing_with_context::context_made = 0;
+
+    thing             = other;
+    no_memory         = true;
+    int const created = create_with_context<thing_with_context>(&thing);
+    no_memory         = false;
+    EXPECT_EQ(created, -1);
+    EXPECT_EQ(thing, nullptr);
+
+    templ_destroy_iinterface<thing_with_context>(other);
+    EXPECT_EQ(live, 0);
+}
+
 }  // namespace
 }  // namespace zelieml

@@ -1,0 +1,68 @@
+// directory.h - the names in a directory, and the platform's array of texts
+//
+// lib/platform/macos/directory.mm: Foundation's file manager and a CFArray of CFStrings.
+// lib/platform/linux/directory.cpp: opendir and an array of our own.
+//
+// One rule for both systems: an array that was handed to text_array_autorelease lives until the
+// innermost release_pool of the thread ends.
+
+#ifndef ZELIEML_PLATFORM_DIRECTORY_H
+#define ZELIEML_PLATFORM_DIRECTORY_H
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace zelieml::platform
+{
+
+// The platform's array of texts.
+struct text_array;
+
+// Ends the life of what was autoreleased on this thread since it began. Pools of one thread nest.
+class release_pool
+{
+public:
+    release_pool();
+    ~release_pool();
+    release_pool(release_pool const&)            = delete;
+    release_pool& operator=(release_pool const&) = delete;
+
+private:
+    void* pool_;
+};
+
+// directory_names - the names of a directory's entries, in no particular order, without "." and
+// ".."
+//
+// Returns false when the directory cannot be listed.
+bool directory_names(char const* directory, std::vector<std::string>& names);
+
+// text_array_create - an empty array, the caller's; null when there is no memory
+text_array* text_array_create();
+
+// text_array_append - append a copy of a text
+//
+// Returns false when there is no memory, or the text is not one in the system's encoding.
+bool text_array_append(text_array* array, char const* text);
+
+// text_array_count - the number of texts
+int text_array_count(text_array const* array);
+
+// text_array_get - copy a text
+//
+// buf   receives the text and its NUL; holds no text on failure
+// size  bytes at buf, the NUL included
+//
+// Returns false when there is no such text, or when text and NUL do not fit.
+bool text_array_get(text_array const* array, int index, char* buf, std::size_t size);
+
+// text_array_autorelease - leave an array to the thread's innermost release_pool; returns it
+text_array const* text_array_autorelease(text_array* array);
+
+// text_array_release - free an array of text_array_create that was not autoreleased
+void text_array_release(text_array* array);
+
+}  // namespace zelieml::platform
+
+#endif

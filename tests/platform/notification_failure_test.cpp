@@ -1,0 +1,250 @@
+// notification_failure_test.cpp - observers that the system has no means for
+//
+// The program is linked so that the calls an observer is made with come here first.
+
+#include <atomic>
+#include <cerrno>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <new>
+#include <pthread.h>
+#include <string>
+#include <sys/eventfd.h>
+#include <sys/random.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
+
+#include "platform/notification.h"
+#include "tests/platform/notification_room.h"
+#include "tests/support/failing_new.h"
+
+namespace
+{
+
+// The name of the call that fails.
+std::atomic<char const*> failing{""};
+
+bool fails(char const* call)
+{
+    return std::string(failing) == call;
+}
+
+}  // namespace
+
+// Declares the system's own function and the one that stands in its place, which fails on demand.
+#define FAILING(result, name, parameters, arguments, failure, error)                               \
+    extern "C" result __real_##name parameters;                                                    \
+    extern "C" result __wrap_##name parameters;                                                    \
+    extern "C" result __wrap_##name parameters                                                     \
+    {                                                                                              \
+        if (fails(#name)) {                                                                        \
+            errno = error;                                                                         \
+            return failure;                                                                        \
+        }                                                                                          \
+        return __real_##name arguments;                                                            \
+    }
+
+FAILING(int, socket, (int domain, int type, int protocol), (domain, type, protocol), -1, EMFILE)
+FAILING(int, eventfd, (unsigned int value, int flags), (value, flags), -1, ENFILE)
+FAILING(int, setsockopt, (int fd, int level, int name, void const* value, socklen_t size),
+        (fd, level, name, value, size), -1, ENOMEM)
+FAILING(ssize_t, getrandom, (void* buf, std::size_t size, unsigned int flags), (buf, size, flags),
+        -1, ENOSYS)
+FAILING(int, bind, (int fd, sockaddr const* address, socklen_t size), (fd, address, size), -1,
+        ENOSPC)
+FAILING(int, fchmodat, (int fd, char const* path, mode_t mode, int flags), (fd, path, mode, flags),
+        -1, EROFS)
+FAILING(int, renameat, (int from, char const* old_path, int to, char const* new_path),
+        (from, old_path, to, new_path), -1, ENOSPC)
+FAILING(int, pthread_create,
+        (pthread_t * thread, pthread_attr_t const* attributes, void* (*body)(void*),
+         void* argument),
+        (thread, attributes, body, argument), EAGAIN, EAGAIN)
+
+#undef FAILING
+
+namespace zelieml::test
+{
+namespace
+{
+
+using texts = std::vector<std::string>;
+
+TEST(AddingAnObserver, FailsWithTheSystemAndLeavesNothing)
+{
+    struct {
+        char const* call;
+        char const* reason;
+    } const cases[] = {
+        {"socket", "there are no descriptors for a socket"},
+        {"eventfd", "nor for the wake-up"},
+        {"setsockopt", "the socket cannot tell who sends"},
+        {"getrandom", "there is nothing to make a name of"},
+        {"bind", "the disk is full when the file is made"},
+        {"fchmodat", "the file cannot be opened to others"},
+        {"renameat", "the file cannot get its name"},
+        {"pthread_create", "there is no thread to read"},
+    };
+    notification_room const room;
+    {
+        listener const first("object");  // makes the directory, and waits for a thread's stack
+    }
+    int const descriptors = open_descriptors();
+    for (auto const& c : cases) {
+        listener one("another");
+        failing          = c.call;
+        int const result = platform::add_observer(test_name, "object", listener::proc, &one);
+        failing          = "";
+        EXPECT_EQ(result, -1) << c.reason;
+        EXPECT_EQ(one.remove(), 0);
+        EXPECT_EQ(platform::remove_observer(test_name, "object", &one), -1) << c.reason;
+        EXPECT_EQ(notification_room::sockets(room.own()), texts{}) << c.reason;
+        EXPECT_EQ(open_descriptors(), descriptors) << c.reason;
+    }
+}
+
+TEST(AddingAnObserver, WithoutMemoryThrowsAndLeavesNothing)
+{
+    notification_room const room;
+    listener                one("another");
+    int const               descriptors = open_descriptors();
+    texts const             files       = notification_room::sockets(room.own());
+    int                     good        = 0;
+    for (bool added = false; !added; ++good) {
+        ASSERT_LT(good, 100);
+        {
+            failing_new const none(good);
+            try {
+                added = platform::add_observer(test_name, "object", listener::proc, &one) == 0;
+                EXPECT_TRUE(added) << "no other failure is to be had here";
+            } catch (std::bad_alloc const&) {
+            }
+        }
+        if (!added) {
+            EXPECT_EQ(notification_room::sockets(room.own()), files) << good;
+            EXPECT_EQ(open_descriptors(), descriptors) << good;
+            EXPECT_EQ(platform::remove_observer(test_name, "object", &one), -1) << good;
+        }
+    }
+    EXPECT_GT(good, 3) << "memory was needed";
+    EXPECT_EQ(platform::remove_observer(test_name, "object", &one), 0);
+}
+
+TEST(Posting, WithoutMemoryThrowsAndLeavesNothing)
+{
+    notification_room const room;
+    listener                one("object");
+    int const               descriptors = open_descriptors();
+    int                     good        = 0;
+    for (bool posted = false; !posted; ++good) {
+        ASSERT_LT(good, 200);
+        failing_new const none(good);
+        try {
+            posted = platform::post_notification(test_name, "object", test_key, "hello") == 0;
+        } catch (std::bad_alloc const&) {
+        }
+    }
+    EXPECT_GT(good, 3) << "memory was needed";
+    EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_EQ(one.heard().wait_for(1), 1U);
+}
+
+TEST(Delivery, WithoutMemoryLosesWhatComesThen)
+{
+    notification_room const      room;
+    std::unique_ptr<failing_new> none;
+    std::string const            longer_than_a_string_holds(100, 'v');
+    listener                     one("object", test_name, [&](std::string const& value) {
+        if (value == "no memory from here") {
+            none = std::make_unique<failing_new>(0, 3);
+        }
+    });
+    post("object", "no memory from here");
+    EXPECT_EQ(one.heard().wait_for(1), 1U);
+    for (int i = 0; i < 5; ++i) {
+        post("object", longer_than_a_string_holds);
+    }
+    EXPECT_EQ(one.heard().wait_for(3), 3U) << "three are lost, two come";
+    EXPECT_EQ(one.heard().all(), (texts{"no memory from here", longer_than_a_string_holds,
+                                        longer_than_a_string_holds}));
+}
+
+// While it lives there is room for so many more descriptors.
+class few_descriptors
+{
+public:
+    explicit few_descriptors(int room)
+    {
+        ::getrlimit(RLIMIT_NOFILE, &before_);
+        // A limit is one of numbers, not of how many there are: the gaps are filled first.
+        int const enough = open_descriptors() + 16;
+        do {
+            filling_.push_back(::dup(0));
+        } while (filling_.back() < enough);
+        rlimit const now = {static_cast<rlim_t>(filling_.back() + 1 + room), before_.rlim_max};
+        ::setrlimit(RLIMIT_NOFILE, &now);
+    }
+    ~few_descriptors()
+    {
+        ::setrlimit(RLIMIT_NOFILE, &before_);
+        for (int const fd : filling_) {
+            ::close(fd);
+        }
+    }
+    few_descriptors(few_descriptors const&)            = delete;
+    few_descriptors& operator=(few_descriptors const&) = delete;
+
+private:
+    rlimit           before_ = {};
+    std::vector<int> filling_;
+};
+
+TEST(AddingAnObserver, FailsWhileThereAreNoDescriptors)
+{
+    for (bool const shared : {false, true}) {
+        notification_room const room;
+        if (shared) {
+            room.share();
+        }
+        std::string const where = shared ? room.shared() : room.own();
+        listener          one("another");
+        texts const       files       = notification_room::sockets(where);
+        int const         descriptors = open_descriptors();
+        int               spare       = 0;
+        for (bool added = false; !added; ++spare) {
+            ASSERT_LT(spare, 20);
+            {
+                few_descriptors const few(spare);
+                added = platform::add_observer(test_name, "object", listener::proc, &one) == 0;
+            }
+            if (!added) {
+                EXPECT_EQ(notification_room::sockets(where), files) << spare;
+                EXPECT_EQ(open_descriptors(), descriptors) << spare;
+            }
+        }
+        EXPECT_EQ(spare, 4) << "a directory, a socket and a wake-up";
+        EXPECT_EQ(platform::remove_observer(test_name, "object", &one), 0);
+    }
+}
+
+TEST(Posting, ReachesNobodyWhileThereAreNoDescriptors)
+{
+    notification_room const room;
+    listener                one("object");
+    int const               descriptors = open_descriptors();
+    for (int spare = 0; spare < 3; ++spare) {
+        few_descriptors const few(spare);
+        EXPECT_EQ(post("object", std::to_string(spare)), 0);
+    }
+    EXPECT_EQ(post("object", "enough"), 0);
+    EXPECT_EQ(one.heard().wait_for(2), 2U);
+    EXPECT_EQ(one.heard().all(), (texts{"2", "enough"})) << "two are needed, of any number";
+    EXPECT_EQ(open_descriptors(), descriptors);
+}
+
+}  // namespace
+}  // namespace zelieml::test

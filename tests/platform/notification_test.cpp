@@ -1,0 +1,643 @@
+// notification_test.cpp - observers and posts within one process
+
+#include "platform/notification.h"
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <sys/syscall.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include "libnotifyw/libnotifyw.h"
+#include "support/gate.h"
+#include "tests/platform/notification_room.h"
+
+namespace zelieml::test
+{
+namespace
+{
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+
+using texts = std::vector<std::string>;
+
+std::string all_bytes_but_nul()
+{
+    std::string bytes;
+    for (int i = 1; i < 255; ++i) {
+        bytes += static_cast<char>(i);
+    }
+    return bytes;
+}
+
+std::size_t threads_of_the_process()
+{
+    return list_directory("/proc/self/task").size();
+}
+
+// A thread that has ended may still be listed for a moment.
+bool threads_become(std::size_t count)
+{
+    for (int i = 0; i < 2000 && threads_of_the_process() != count; ++i) {
+        std::this_thread::sleep_for(milliseconds(5));
+    }
+    return threads_of_the_process() == count;
+}
+
+// ------------------------------------------------------------------ addresses
+
+TEST(Address, IsTheWholeSymbolByteForByte)
+{
+    struct {
+        std::string symbol;
+        char const* reason;
+    } const cases[] = {
+        {"zelieml_stocksymbol", "the usual one"},
+        {"zelieml_stocksymbo", "a beginning of another"},
+        {"zelieml_stocksymbol2", "a continuation of another"},
+        {"ZELIEML_STOCKSYMBOL", "another case"},
+        {"zelieml_stocksymbol ", "a blank at the end"},
+        {" zelieml_stocksymbol", "a blank at the beginning"},
+        {"a", "one byte"},
+        {" ", "nothing but a blank"},
+        {".", "a directory's name for itself"},
+        {"..", "and for its parent"},
+        {"/", "the root"},
+        {"../../etc/passwd", "a way out of a directory"},
+        {"%s%n%d", "printf directives"},
+        {"%", "a lone percent sign"},
+        {"two\nlines\r\n", "line ends"},
+        {"\xff\xfe\x80 \xc3", "invalid UTF-8"},
+        {"\xe5\x8d\xb0\xe5\x88\xb7", "valid UTF-8"},
+        {"-rf", "an option"},
+        {"*?[a]", "wild cards"},
+        {std::string(254, 'x'), "the longest"},
+        {std::string(253, 'x'), "the longest but one"},
+        {std::string(253, 'x') + "y", "the longest, but for the last byte"},
+        {all_bytes_but_nul(), "every byte"},
+        // Pairs with the same FNV-1a hash of 64 bits.
+        {"8yn0iYCKYHlIj4-BwPqk", "a collision"},
+        {"GReLUrM4wMqfg9yzV3KQ", "a collision"},
+        {"7mohtcOFVz", "a collision"},
+        {"c1E51sSEyx", "a collision"},
+    };
+    notification_room const                room;
+    std::vector<std::unique_ptr<listener>> listeners;
+    for (auto const& c : cases) {
+        listeners.push_back(std::make_unique<listener>(c.symbol));
+        EXPECT_EQ(listeners.back()->added(), 0) << c.reason;
+    }
+    for (auto const& c : cases) {
+        EXPECT_EQ(post(c.symbol, c.reason), 0) << c.reason;
+    }
+    // What went astray before would be there when this comes.
+    for (std::size_t i = 0; i < listeners.size(); ++i) {
+        post(cases[i].symbol, "last");
+        EXPECT_EQ(listeners[i]->heard().wait_for(2), 2U) << cases[i].reason;
+        EXPECT_EQ(listeners[i]->heard().all(), (texts{cases[i].reason, "last"}));
+    }
+}
+
+TEST(Address, IsTheNameAsWell)
+{
+    notification_room const room;
+    listener                usual("object");
+    listener                longer("object", test_name + std::string("s"));
+    listener                shorter("object", "the nam");
+    listener                shifted("eobject", "the nam");  // the same bytes one after the other
+    listener                other("object", "another name");
+    for (char const* const name : {"the name", "the names", "the nam", "another name"}) {
+        EXPECT_EQ(platform::post_notification(name, "object", test_key, name), 0);
+    }
+    platform::post_notification("the nam", "eobject", test_key, "shifted");
+    EXPECT_EQ(shifted.heard().wait_for(1), 1U);
+    for (auto const& [who, value] :
+         {std::pair(&usual, "the name"), std::pair(&longer, "the names"),
+          std::pair(&shorter, "the nam"), std::pair(&other, "another name"),
+          std::pair(&shifted, "shifted")}) {
+        who->heard().wait_for(1);
+        EXPECT_EQ(who->heard().all(), texts{value});
+    }
+}
+
+TEST(Address, IsSharedByAnyNumberOfObservers)
+{
+    notification_room const                room;
+    std::vector<std::unique_ptr<listener>> listeners;
+    for (int i = 0; i < 5; ++i) {
+        listeners.push_back(std::make_unique<listener>("one for all"));
+    }
+    listener other("another");
+    post("one for all", "hello");
+    for (auto const& one : listeners) {
+        EXPECT_EQ(one->heard().wait_for(1), 1U);
+        EXPECT_EQ(one->heard().all(), texts{"hello"});
+    }
+    EXPECT_EQ(listeners[2]->remove(), 0);
+    post("one for all", "again");
+    EXPECT_EQ(listeners[4]->heard().wait_for(2), 2U);
+    EXPECT_EQ(listeners[2]->heard().all(), texts{"hello"});
+    EXPECT_TRUE(other.heard().all().empty());
+}
+
+TEST(Address, NeedsNobodyWhoListens)
+{
+    notification_room const room;
+    auto const              start = steady_clock::now();
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(post("nobody", "hello"), 0);
+    }
+    EXPECT_LT(steady_clock::now() - start, seconds(2));
+    EXPECT_TRUE(room.everything().empty()) << "a post leaves nothing behind";
+}
+
+TEST(Address, IsWhatASenderOfMessageFilesPostsTo)
+{
+    notification_room const room;
+    heard_values            heard;
+    auto const              note = [](platform::notification_center*, void* observer,
+                         platform::notification_text const*, platform::notification_text const*,
+                         platform::notification_info const* info) {
+        char path[400];
+        if (platform::notification_value(info, "new_mail_file_path", path, sizeof path)) {
+            static_cast<heard_values*>(observer)->add(path);
+        }
+    };
+    ASSERT_EQ(platform::add_observer("zelieml_notifyname", "symbol", note, &heard), 0);
+    inotifyw_sender sender;
+    EXPECT_EQ(sender.send("/w/a.sme", "symbol"), 0);
+    EXPECT_EQ(heard.wait_for(1), 1U);
+    EXPECT_EQ(heard.all(), texts{"/w/a.sme"});
+    EXPECT_EQ(platform::remove_observer("zelieml_notifyname", "symbol", &heard), 0);
+}
+
+// ------------------------------------------------------------------ the text field
+
+struct value_request {
+    std::string key;
+    std::size_t size;
+};
+
+struct value_outcome {
+    bool        found = false;
+    std::string text;
+    bool        kept_to_the_buffer = false;
+};
+
+// Asks for the value from within the proc, where the notification lives.
+struct value_asker {
+    value_request              request;
+    std::vector<value_outcome> outcomes;
+    gate                       done;
+
+    static void proc(platform::notification_center*, void* observer,
+                     platform::notification_text const*, platform::notification_text const*,
+                     platform::notification_info const* info)
+    {
+        auto* const   self = static_cast<value_asker*>(observer);
+        std::string   bytes(self->request.size + 8, '#');
+        value_outcome outcome;
+        outcome.found = platform::notification_value(info, self->request.key.c_str(), bytes.data(),
+                                                     self->request.size);
+        outcome.text  = outcome.found ? bytes.c_str() : "";
+        outcome.kept_to_the_buffer = bytes.substr(self->request.size) == "########";
+        self->outcomes.push_back(outcome);
+        self->done.open();
+    }
+};
+
+TEST(Value, IsCopiedWholeOrNotAtAll)
+{
+    std::string const odd = "/w/\xff\n%s \x01.sme";
+    struct {
+        char const*                reason;
+        char const*                key;
+        std::optional<std::string> value;
+        value_request              asked;
+        bool                       found;
+    } const cases[] = {
+        {"a path", "path", "/w/a.sme", {"path", 400}, true},
+        {"odd bytes", "path", odd, {"path", 400}, true},
+        {"an empty text is one", "path", "", {"path", 400}, true},
+        {"an empty text and its NUL", "path", "", {"path", 1}, true},
+        {"there is no value", "path", std::nullopt, {"path", 400}, false},
+        {"there is another key", "paths", "/w/a.sme", {"path", 400}, false},
+        {"the key is a beginning", "pat", "/w/a.sme", {"path", 400}, false},
+        {"the key is empty", "", "/w/a.sme", {"path", 400}, false},
+        {"399 bytes fit", "path", std::string(399, 'a'), {"path", 400}, true},
+        {"400 bytes do not", "path", std::string(400, 'a'), {"path", 400}, false},
+        {"nor do 5000", "path", std::string(5000, 'a'), {"path", 400}, false},
+        {"5000 bytes fit elsewhere", "path", std::string(5000, 'a'), {"path", 5001}, true},
+        {"nothing fits nowhere", "path", "", {"path", 0}, false},
+    };
+    notification_room const room;
+    for (auto const& c : cases) {
+        value_asker asker;
+        asker.request = c.asked;
+        ASSERT_EQ(platform::add_observer("n", "o", value_asker::proc, &asker), 0) << c.reason;
+        EXPECT_EQ(
+            platform::post_notification("n", "o", c.key, c.value ? c.value->c_str() : nullptr), 0);
+        asker.done.wait();
+        EXPECT_EQ(platform::remove_observer("n", "o", &asker), 0) << c.reason;
+        ASSERT_EQ(asker.outcomes.size(), 1U) << c.reason;
+        EXPECT_EQ(asker.outcomes[0].found, c.found) << c.reason;
+        EXPECT_EQ(asker.outcomes[0].text, c.found ? *c.value : "") << c.reason;
+        EXPECT_TRUE(asker.outcomes[0].kept_to_the_buffer) << c.reason;
+    }
+}
+
+TEST(Value, ThatIsTooLongForADatagramIsNotDelivered)
+{
+    notification_room const room;
+    listener                one("object");
+    EXPECT_EQ(post("object", std::string(70000, 'a')), 0) << "more than an observer takes";
+    EXPECT_EQ(post("object", std::string(1000000, 'a')), 0) << "more than the system sends";
+    EXPECT_EQ(post("object", "short"), 0);
+    EXPECT_EQ(one.heard().wait_for(1), 1U);
+    EXPECT_EQ(one.heard().all(), texts{"short"});
+}
+
+TEST(Order, IsThatOfTheThreadThatPosts)
+{
+    constexpr int           each = 500;
+    notification_room const room;
+    listener                one("object");
+    std::thread             threads[4];
+    for (int t = 0; t < 4; ++t) {
+        threads[t] = std::thread([t] {
+            for (int i = 0; i < each; ++i) {
+                post("object", std::to_string(t) + " " + std::to_string(i));
+            }
+        });
+    }
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(one.heard().wait_for(4 * each), 4U * each);
+    int next[4] = {};
+    for (std::string const& value : one.heard().all()) {
+        int& expected = next[value[0] - '0'];
+        EXPECT_EQ(value.substr(2), std::to_string(expected));
+        ++expected;
+    }
+}
+
+// ------------------------------------------------------------------ removing
+
+TEST(Removing, WaitsForADeliveryInProgress)
+{
+    notification_room const room;
+    gate                    begun;
+    gate                    may_end;
+    std::atomic<bool>       ended{false};
+    std::atomic<bool>       removed{false};
+    listener                one("object", test_name, [&](std::string const&) {
+        begun.open();
+        may_end.wait();
+        ended = true;
+    });
+    post("object", "the one in progress");
+    begun.wait();
+    for (int i = 0; i < 5; ++i) {
+        post("object", "waiting in the socket");
+    }
+    std::thread remover([&] {
+        EXPECT_EQ(one.remove(), 0);
+        EXPECT_TRUE(ended);
+        removed = true;
+    });
+    std::this_thread::sleep_for(milliseconds(200));
+    EXPECT_FALSE(removed);
+    EXPECT_TRUE(notification_room::sockets(room.own()).empty()) << "nobody is to post to it";
+    may_end.open();
+    remover.join();
+    std::this_thread::sleep_for(milliseconds(50));
+    EXPECT_EQ(one.heard().all(), texts{"the one in progress"}) << "nothing after the removal";
+}
+
+TEST(Removing, FromItsOwnDeliveryReturnsAtOnceAndIsTheEnd)
+{
+    notification_room const room;
+    std::size_t const       threads = threads_of_the_process();
+    gate                    begun;
+    gate                    may_remove;
+    gate                    removed;
+    int                     result = -2;
+    listener*               self   = nullptr;
+    listener                one("object", test_name, [&](std::string const&) {
+        begun.open();
+        may_remove.wait();
+        result = self->remove();
+        removed.open();
+    });
+    self = &one;
+    post("object", "the first");
+    begun.wait();
+    post("object", "the second");
+    post("object", "the third");
+    may_remove.open();
+    removed.wait();
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(one.remove(), -1);
+    EXPECT_TRUE(threads_become(threads)) << "the delivery's thread ends by itself";
+    EXPECT_EQ(one.heard().all(), texts{"the first"});
+    EXPECT_TRUE(notification_room::sockets(room.own()).empty());
+}
+
+TEST(Removing, AnotherFromADeliveryWaitsForThatOne)
+{
+    notification_room const room;
+    listener                victim("victim");
+    gate                    done;
+    int                     result = -2;
+    listener                one("object", test_name, [&](std::string const&) {
+        result = victim.remove();
+        done.open();
+    });
+    post("object", "now");
+    done.wait();
+    EXPECT_EQ(result, 0);
+    post("victim", "too late");
+    std::this_thread::sleep_for(milliseconds(20));
+    EXPECT_TRUE(victim.heard().all().empty());
+}
+
+TEST(Removing, FindsOnlyWhatWasAdded)
+{
+    notification_room const room;
+    listener                one("object");
+    int                     another = 0;
+    EXPECT_EQ(platform::remove_observer("another", "object", &one), -1) << "another name";
+    EXPECT_EQ(platform::remove_observer(test_name, "another", &one), -1) << "another object";
+    EXPECT_EQ(platform::remove_observer(test_name, "object", &another), -1) << "another observer";
+    EXPECT_EQ(platform::remove_observer(test_name, "object", nullptr), -1) << "no observer";
+    EXPECT_EQ(one.remove(), 0);
+    EXPECT_EQ(one.remove(), -1) << "removed already";
+}
+
+TEST(Removing, OneOfTwoEqualObserversLeavesTheOther)
+{
+    notification_room const room;
+    heard_values            heard;
+    auto const              note = [](platform::notification_center*, void* observer,
+                         platform::notification_text const*, platform::notification_text const*,
+                         platform::notification_info const*) {
+        static_cast<heard_values*>(observer)->add("heard");
+    };
+    ASSERT_EQ(platform::add_observer("n", "o", note, &heard), 0);
+    ASSERT_EQ(platform::add_observer("n", "o", note, &heard), 0);
+    platform::post_notification("n", "o", "k", "v");
+    EXPECT_EQ(heard.wait_for(2), 2U);
+    EXPECT_EQ(platform::remove_observer("n", "o", &heard), 0);
+    platform::post_notification("n", "o", "k", "v");
+    EXPECT_EQ(heard.wait_for(3), 3U);
+    EXPECT_EQ(platform::remove_observer("n", "o", &heard), 0);
+    EXPECT_EQ(platform::remove_observer("n", "o", &heard), -1);
+    EXPECT_EQ(heard.all().size(), 3U);
+}
+
+TEST(Removing, IsDoneByOneOfTwoThreads)
+{
+    notification_room const room;
+    for (int i = 0; i < 50; ++i) {
+        listener         one("object");
+        std::atomic<int> removed{0};
+        auto const       remove = [&] { removed += one.remove() == 0 ? 1 : 0; };
+        std::thread      other(remove);
+        remove();
+        other.join();
+        EXPECT_EQ(removed, 1);
+    }
+}
+
+TEST(Adding, IsAllowedFromADelivery)
+{
+    notification_room const   room;
+    std::unique_ptr<listener> second;
+    gate                      added;
+    listener                  one("object", test_name, [&](std::string const&) {
+        second = std::make_unique<listener>("second");
+        added.open();
+    });
+    post("object", "now");
+    added.wait();
+    EXPECT_EQ(second->added(), 0);
+    post("second", "hello");
+    EXPECT_EQ(second->heard().wait_for(1), 1U);
+}
+
+TEST(Posting, IsAllowedFromADelivery)
+{
+    notification_room const room;
+    listener                one("object", test_name, [](std::string const& value) {
+        if (value.size() < 5) {
+            post("object", value + "+");
+        }
+    });
+    post("object", "a");
+    EXPECT_EQ(one.heard().wait_for(5), 5U);
+    EXPECT_EQ(one.heard().all(), (texts{"a", "a+", "a++", "a+++", "a++++"}));
+}
+
+// ------------------------------------------------------------------ what is left
+
+void add_and_remove(int times)
+{
+    for (int i = 0; i < times; ++i) {
+        listener one("object");
+        EXPECT_EQ(one.added(), 0);
+        post("object", "hello");
+        EXPECT_GE(one.heard().wait_for(1), 1U);
+        EXPECT_EQ(one.remove(), 0);
+    }
+}
+
+TEST(AddingAndRemoving, LeavesNothing)
+{
+    notification_room const room;
+    add_and_remove(50);
+    std::size_t const threads     = threads_of_the_process();
+    int const         descriptors = open_descriptors();
+    std::size_t const bytes       = ::mallinfo2().uordblks;  // 0 under a sanitizer, which looks too
+    add_and_remove(200);
+    EXPECT_TRUE(threads_become(threads));
+    EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_TRUE(notification_room::sockets(room.own()).empty());
+    EXPECT_LT(::mallinfo2().uordblks, bytes + 200 * sizeof(void*))
+        << "less than one pointer each time";
+}
+
+TEST(AddingAndRemoving, FromItsDeliveryLeavesNothingEither)
+{
+    notification_room const room;
+    add_and_remove(1);
+    std::size_t const threads     = threads_of_the_process();
+    int const         descriptors = open_descriptors();
+    for (int i = 0; i < 50; ++i) {
+        gate      begin;
+        listener* self = nullptr;
+        listener  one("object", test_name, [&](std::string const&) {
+            begin.wait();
+            EXPECT_EQ(self->remove(), 0);
+        });
+        self = &one;
+        begin.open();
+        post("object", "hello");
+        EXPECT_EQ(one.heard().wait_for(1), 1U);
+        EXPECT_TRUE(threads_become(threads));
+    }
+    EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_TRUE(notification_room::sockets(room.own()).empty());
+}
+
+TEST(AddingAndRemoving, ByThreadsAtOnceWhileOthersPost)
+{
+    notification_room const  room;
+    std::atomic<bool>        enough{false};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 2; ++t) {
+        threads.emplace_back([&enough] {
+            while (!enough) {
+                post("object", "hello");
+            }
+        });
+    }
+    std::thread adders[2];
+    for (std::thread& adder : adders) {
+        adder = std::thread([] { add_and_remove(60); });
+    }
+    for (std::thread& adder : adders) {
+        adder.join();
+    }
+    enough = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_TRUE(notification_room::sockets(room.own()).empty());
+}
+
+// ------------------------------------------------------------------ the delivery's thread
+
+std::atomic<long> handled_by{0};
+
+TEST(DeliveryThread, HasEverySignalBlocked)
+{
+    notification_room const room;
+    sigset_t                mask;
+    listener                one("object", test_name,
+                                [&](std::string const&) { ::pthread_sigmask(SIG_SETMASK, nullptr, &mask); });
+    post("object", "hello");
+    one.heard().wait_for(1);
+    ASSERT_EQ(one.remove(), 0);
+    for (int number = 1; number < NSIG; ++number) {
+        bool const cannot_be = number == SIGKILL || number == SIGSTOP ||
+                               (number > SIGSYS && number < SIGRTMIN);  // the C library's own
+        EXPECT_TRUE(cannot_be || ::sigismember(&mask, number) == 1) << number;
+    }
+}
+
+TEST(DeliveryThread, LeavesSignalsToTheHost)
+{
+    notification_room const room;
+    listener                one("object");
+    struct sigaction        noted = {};
+    struct sigaction        before;
+    noted.sa_handler = [](int) { handled_by = ::syscall(SYS_gettid); };
+    ::sigaction(SIGUSR1, &noted, &before);
+    sigset_t usr1;
+    ::sigemptyset(&usr1);
+    ::sigaddset(&usr1, SIGUSR1);
+    ::pthread_sigmask(SIG_BLOCK, &usr1, nullptr);
+    ::kill(::getpid(), SIGUSR1);
+    std::this_thread::sleep_for(milliseconds(50));
+    EXPECT_EQ(handled_by, 0) << "no other thread takes it";
+    ::pthread_sigmask(SIG_UNBLOCK, &usr1, nullptr);
+    ::kill(::getpid(), SIGUSR1);
+    EXPECT_EQ(handled_by, ::syscall(SYS_gettid));
+    ::sigaction(SIGUSR1, &before, nullptr);
+}
+
+TEST(DeliveryThread, OutlivesWhatAProcThrows)
+{
+    notification_room const room;
+    listener                one("object", test_name, [](std::string const& value) {
+        if (value == "an exception") {
+            throw std::runtime_error("any");
+        }
+        if (value == "a number") {
+            throw 7;
+        }
+    });
+    texts const             values = {"an exception", "a number", "nothing", "an exception", "end"};
+    for (std::string const& value : values) {
+        post("object", value);
+    }
+    EXPECT_EQ(one.heard().wait_for(values.size()), values.size());
+    EXPECT_EQ(one.heard().all(), values);
+    EXPECT_EQ(one.remove(), 0);
+}
+
+TEST(DeliveryThread, CallsOneProcAtATime)
+{
+    notification_room const room;
+    std::atomic<int>        inside{0};
+    listener                one("object", test_name, [&](std::string const&) {
+        EXPECT_EQ(++inside, 1);
+        std::this_thread::sleep_for(milliseconds(1));
+        --inside;
+    });
+    std::thread             other([] {
+        for (int i = 0; i < 30; ++i) {
+            post("object", "hello");
+        }
+    });
+    for (int i = 0; i < 30; ++i) {
+        post("object", "hello");
+    }
+    other.join();
+    EXPECT_EQ(one.heard().wait_for(60), 60U);
+}
+
+// The times a thread was put to sleep or interrupted.
+std::string switches_of(long thread)
+{
+    std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/status");
+    std::string   found;
+    for (std::string line; std::getline(status, line);) {
+        if (line.find("ctxt_switches") != std::string::npos) {
+            found += line + "\n";
+        }
+    }
+    return found;
+}
+
+TEST(DeliveryThread, SleepsWhenThereIsNothingToDo)
+{
+    notification_room const room;
+    std::atomic<long>       thread{0};
+    listener one("object", test_name, [&](std::string const&) { thread = ::syscall(SYS_gettid); });
+    post("object", "hello");
+    one.heard().wait_for(1);
+    std::this_thread::sleep_for(milliseconds(100));
+    std::string const before = switches_of(thread);
+    std::this_thread::sleep_for(seconds(1));
+    EXPECT_FALSE(before.empty());
+    EXPECT_EQ(switches_of(thread), before);
+}
+
+}  // namespace
+}  // namespace zelieml::test

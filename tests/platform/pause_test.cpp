@@ -1,0 +1,182 @@
+// pause_test.cpp - waits that another thread ends, in real time
+
+#include "platform/pause.h"
+
+#include <chrono>
+#include <csignal>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <sys/resource.h>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+#include "tests/support/files.h"
+
+namespace zelieml::test
+{
+namespace
+{
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using std::chrono::steady_clock;
+
+template <class Function>
+steady_clock::duration time_of(Function function)
+{
+    auto const start = steady_clock::now();
+    function();
+    return steady_clock::now() - start;
+}
+
+TEST(Pause, LastsAsLongAsItIsMeantTo)
+{
+    platform::pause pause;
+    ASSERT_TRUE(pause.open());
+    for (int i = 0; i < 3; ++i) {
+        auto const time = time_of([&] { pause.wait(100); });
+        EXPECT_GE(time, milliseconds(100));
+        EXPECT_LT(time, milliseconds(900));
+    }
+}
+
+TEST(Pause, OfNoTimeIsNone)
+{
+    platform::pause pause;
+    ASSERT_TRUE(pause.open());
+    EXPECT_LT(time_of([&] { pause.wait(0); }), milliseconds(900));
+}
+
+TEST(Pause, EndsEarlyWhenAnotherThreadSaysSo)
+{
+    platform::pause pause;
+    ASSERT_TRUE(pause.open());
+    std::thread other([&] {
+        std::this_thread::sleep_for(milliseconds(50));
+        pause.end();
+    });
+    auto const  time = time_of([&] { pause.wait(60000); });
+    other.join();
+    EXPECT_GE(time, milliseconds(40));
+    EXPECT_LT(time, seconds(10));
+}
+
+TEST(Pause, DoesNotBeginAfterItsEnd)
+{
+    platform::pause pause;
+    ASSERT_TRUE(pause.open());
+    pause.end();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_LT(time_of([&] { pause.wait(60000); }), seconds(10));
+    }
+}
+
+TEST(Pause, EndsForAllWhoWait)
+{
+    platform::pause pause;
+    ASSERT_TRUE(pause.open());
+    auto const  start = steady_clock::now();
+    std::thread waiting[3];
+    for (std::thread& thread : waiting) {
+        thread = std::thread([&] { pause.wait(60000); });
+    }
+    pause.end();
+    for (std::thread& thread : waiting) {
+        thread.join();
+    }
+    EXPECT_LT(steady_clock::now() - start, seconds(10));
+}
+
+TEST(Pause, CanBeEndedAnyNumberOfTimes)
+{
+    platform::pause pause;
+    ASSERT_TRUE(pause.open());
+    for (int i = 0; i < 200000; ++i) {  // more than a pipe holds
+        pause.end();
+    }
+    EXPECT_LT(time_of([&] { pause.wait(60000); }), seconds(10));
+}
+
+TEST(Pause, IsNotEndedBySignals)
+{
+    struct sigaction counted = {};
+    struct sigaction before  = {};
+    counted.sa_handler       = [](int) {};
+    ::sigaction(SIGALRM, &counted, &before);
+    itimerval const every = {{0, 3000}, {0, 3000}};
+    ::setitimer(ITIMER_REAL, &every, nullptr);
+    platform::pause pause;
+    ASSERT_TRUE(pause.open());
+    EXPECT_GE(time_of([&] { pause.wait(100); }), milliseconds(100));
+    itimerval const never = {};
+    ::setitimer(ITIMER_REAL, &never, nullptr);
+    ::sigaction(SIGALRM, &before, nullptr);
+}
+
+TEST(Pause, GivesItsDescriptorsBack)
+{
+    int const before = open_descriptors();
+    for (int i = 0; i < 2000; ++i) {
+        platform::pause pause;
+        ASSERT_TRUE(pause.open()) << i;
+        pause.end();
+        pause.wait(60000);
+    }
+    EXPECT_EQ(open_descriptors(), before);
+}
+
+TEST(Pause, HasDescriptorsThatOtherProgramsDoNotGet)
+{
+    int const       first = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    platform::pause pause;
+    ASSERT_TRUE(pause.open());
+    int found = 0;
+    for (int fd = first + 1; fd < first + 3; ++fd) {
+        int const flags = ::fcntl(fd, F_GETFD);
+        EXPECT_NE(flags & FD_CLOEXEC, 0) << fd;
+        found += flags != -1 ? 1 : 0;
+    }
+    EXPECT_EQ(found, 2);
+    ::close(first);
+}
+
+TEST(Pause, CannotBeHadWithoutDescriptors)
+{
+    rlimit before = {};
+    ::getrlimit(RLIMIT_NOFILE, &before);
+    for (int room = 0; room < 2; ++room) {
+        int const       next = ::dup(0);
+        platform::pause pause;
+        ::close(next);
+        rlimit const now = {static_cast<rlim_t>(next + room), before.rlim_max};
+        ::setrlimit(RLIMIT_NOFILE, &now);
+        bool const opened = pause.open();
+        ::setrlimit(RLIMIT_NOFILE, &before);
+        EXPECT_FALSE(opened) << room;
+    }
+}
+
+TEST(Pause, CanBeFreedInAForkedChildWhileItsParentWaits)
+{
+    auto pause = std::make_unique<platform::pause>();
+    ASSERT_TRUE(pause->open());
+    auto const  start = steady_clock::now();
+    std::thread waiting([&] { pause->wait(1000); });
+    std::this_thread::sleep_for(milliseconds(50));
+    pid_t const child = ::fork();
+    if (child == 0) {
+        pause.reset();
+        ::_exit(0);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
+    waiting.join();
+    EXPECT_GE(steady_clock::now() - start, milliseconds(1000)) << "the parent's lasts";
+}
+
+}  // namespace
+}  // namespace zelieml::test
