@@ -1,8 +1,9 @@
 /*
  * zelieml.h - send short status mails from a C program
  *
- * A caller fills a message record (eml_msg_...), posts it for a work directory, and reads how it
- * went from a result record (eml_cb_...). Servers, accounts and switches stand in the settings
+ * A caller fills a message record (eml_msg_...) and posts it for a work directory: an engine
+ * (eml_start) sends it and calls back with a result record (eml_cb_...), or eml_post_sync sends it
+ * at once and returns the record. Servers, accounts and switches stand in the settings
  * file "zelismes.cf" of the work directory (eml_cf_...), passwords in encrypted form
  * (eml_encrypt_passwd).
  *
@@ -182,6 +183,60 @@ ZELIEML_API extern const char *ValCharCrLf;
 /* ------------------------------------------------------------------- posting */
 
 /*
+ * Posting writes a message into the work directory of an engine and tells the engine by a
+ * notification that carries its stock symbol. The engine may run in this process or in another, of
+ * the same user or, where the system allows it, of a different one. See the engine below for what
+ * becomes of the message.
+ *
+ * Functions without _with_stocksymbol use the stock symbol "zelieml_stocksymbol".
+ */
+
+/*
+ * eml_post, eml_post_with_stocksymbol - post a message to an engine
+ *
+ * workdir       the engine's work directory, without a separator at its end
+ * stock_symbol  the engine's stock symbol, not empty
+ * msg           the message; stays the caller's, and may be freed right away
+ *
+ * The message is written to a file in the work directory
+ * ("<workdir>/<time>-<microseconds>-<process id>.sme", 254 bytes at most); should that name be
+ * taken, to one beside the directory, where only the notification tells of it. Nothing waits for the
+ * sending; an engine that is stopped by a debugger or a signal can cost half a second.
+ *
+ * Returns 0 when the message is saved. That does not say that an engine has heard of it: when none
+ * has, an engine that runs for this directory finds the file within half an hour, but one that is
+ * started later deletes it unsent. Returns -1 when an argument is null or the message could not be
+ * saved; a part of it may then be left in the work directory.
+ */
+ZELIEML_API int eml_post(const char *workdir, void *msg);
+ZELIEML_API int eml_post_with_stocksymbol(const char *workdir, const char *stock_symbol, void *msg);
+
+/*
+ * eml_post_sys - post a message to an engine of this process
+ *
+ * eml  the engine; its work directory and stock symbol are used
+ * msg  the message; stays the caller's
+ *
+ * Returns what eml_post_with_stocksymbol returns, and -1 for a null engine.
+ */
+ZELIEML_API int eml_post_sys(void *eml, void *msg);
+
+/*
+ * eml_post_message_file, eml_post_message_file_with_stocksymbol - announce a message file that
+ * exists
+ *
+ * fullpath      full path of the file, at most 399 bytes (a longer one is not taken up). The engine
+ *               reads and sends it from there and deletes it like any other.
+ * stock_symbol  the engine's stock symbol
+ *
+ * Returns 0, whether an engine has heard of it or not. Returns -1 when an argument is null or the
+ * stock symbol is empty.
+ */
+ZELIEML_API int eml_post_message_file(const char *fullpath);
+ZELIEML_API int eml_post_message_file_with_stocksymbol(const char *fullpath,
+                                                       const char *stock_symbol);
+
+/*
  * eml_post_sync - send a message now, on the caller's thread
  *
  * workdir  the work directory, without a separator at its end. The message is written to a file
@@ -193,11 +248,12 @@ ZELIEML_API extern const char *ValCharCrLf;
  *
  * Connects, logs in where the settings say so, hands the mail to the server and waits for its
  * answers. The message file is deleted afterwards, sent or not. No engine has to run, and no
- * callback is called.
+ * callback is called. A thread that is cancelled while it waits leaves the file behind.
  *
  * How long it takes is up to the server: connecting is given up after 30 s, an answer after 15 s
- * without a byte. There is no limit for a server that does not read what is sent to it, or that
- * never closes the connection after the last answer.
+ * without a byte. There is no limit for a server that trickles bytes, does not read what is sent to
+ * it, or never closes the connection after the last answer. Looking up the server's name takes as
+ * long as the system's resolver does, and "pop_wait_time" is waited for as set.
  *
  * Returns 0 when the server has taken the mail and said goodbye; the record then has the code
  * eml_send_ok. Returns -1 otherwise, with a record that says why: eml_send_error_other and an
@@ -209,6 +265,94 @@ ZELIEML_API extern const char *ValCharCrLf;
  * code alone does not say that nothing was delivered.
  */
 ZELIEML_API int eml_post_sync(const char *workdir, void *msg, void **result);
+
+/* ---------------------------------------------------------------- the engine */
+
+/*
+ * An engine has a worker thread that sends the messages of one work directory. It is addressed by
+ * its stock symbol. Several engines, each with a work directory and a stock symbol of its own, can
+ * run in one process or in several.
+ *
+ * What becomes of a message:
+ *
+ * - Starting an engine deletes every message file that lies in its work directory from before:
+ *   messages posted while no engine runs are lost when the next one starts.
+ * - A posted message is tried within about a second. When that fails, it is tried once more, half an
+ *   hour to forty minutes after it was posted. When that fails too, its file is deleted.
+ * - An engine keeps 500 messages waiting. One more pushes out, and deletes, the oldest.
+ * - Each attempt, good or bad, is reported to the callbacks. A message pushed out is not reported.
+ * - Stopping an engine finishes the attempt it is in and leaves the other files where they are.
+ */
+
+/*
+ * eml_start, eml_start_with_stocksymbol - start an engine
+ *
+ * workdir       the work directory, under 256 bytes, without a separator at its end. Message files
+ *               that lie in it are deleted.
+ * stock_symbol  1 to 254 bytes; "zelieml_stocksymbol" for eml_start
+ * eml           receives the engine; give it back with eml_stop or eml_stop_multi
+ *
+ * The worker thread, and the thread that hears notifications where there is one, have all signals
+ * blocked. On macOS notifications arrive through the run loop of the thread that called this.
+ *
+ * A child made by fork() has no running engine: stopping its copy there only frees memory.
+ *
+ * Returns 0 when the engine runs: a message posted from then on is sent. Returns -1, leaving *eml
+ * as it was and nothing running, when an argument is null, a name is empty or too long, or the
+ * system has no thread or no place for the notifications to give.
+ */
+ZELIEML_API int eml_start(const char *workdir, void **eml);
+ZELIEML_API int eml_start_with_stocksymbol(const char *workdir, const char *stock_symbol,
+                                           void **eml);
+
+/*
+ * eml_stop - stop an engine and free it
+ *
+ * eml  the engine; dangling afterwards
+ *
+ * Waits for the send in progress. From one of the engine's own callbacks it does not wait: the
+ * worker ends by itself after the attempt that it is reporting.
+ *
+ * Returns 0, or -1 for null. On one engine, one thread only.
+ */
+ZELIEML_API int eml_stop(void *eml);
+
+/*
+ * eml_stop_multi - stop an engine that several paths of a program may want to stop
+ *
+ * eml  points at the handle, which becomes null
+ *
+ * Does nothing when the handle is null already, or while another call is in progress: that call is
+ * not waited for. It turns away a nested call; it is no lock between threads.
+ *
+ * Returns 0.
+ */
+ZELIEML_API int eml_stop_multi(void **eml);
+
+/*
+ * eml_set_callback - have a procedure called after every attempt of an engine
+ *
+ * eml   the engine
+ * proc  called on the engine's worker thread with a result record and user; what it returns is not
+ *       looked at. The record dies when it returns: keep a copy made with eml_cb_duplicate and
+ *       free that with eml_cb_delete. While it runs, nothing else is sent.
+ * user  handed back unchanged
+ *
+ * Procedures are called in the order in which they were registered. One that is registered already
+ * stays as it is, with its old user. A procedure may register and remove procedures; that takes
+ * effect for the next attempt. Register before posting and remove after stopping.
+ *
+ * Returns 0, or -1 when eml or proc is null or there is no memory.
+ */
+ZELIEML_API int eml_set_callback(void *eml, int (*proc)(void *result, void *user), void *user);
+
+/*
+ * eml_reset_callback - remove a procedure
+ *
+ * Returns 0, also when it was not registered; -1 when eml or proc is null or there is no memory.
+ * An attempt that is being reported right now may still call it.
+ */
+ZELIEML_API int eml_reset_callback(void *eml, int (*proc)(void *result, void *user));
 
 /* ------------------------------------------------------------ result records */
 
@@ -278,7 +422,7 @@ ZELIEML_API int eml_cb_delete(void *cb);
  * val     receives the value and its NUL. All *length bytes of it are overwritten, and also when
  *         the line is found but has no value that fits.
  * length  in: bytes at val; a value of v characters needs v + 2. Out: characters in the value; 0
- *         on failure (unchanged when the line has no "=").
+ *         on failure (unchanged when the line has no "=", or for want of memory).
  * path    the settings file, "<workdir>/zelismes.cf"
  *
  * Takes no lock that would keep a writer out: while another thread or process sets a value, a
@@ -293,7 +437,7 @@ ZELIEML_API int eml_cf_get_string(const char *key, char *val, unsigned int *leng
 /*
  * eml_cf_set_string - set one value in a settings file
  *
- * key   the key. Every line that contains it anywhere, comments excepted, is replaced: setting
+ * key   the key; no line breaks. Every line that contains it anywhere, comments excepted, is replaced: setting
  *       "smtp_auth" in a file that has "smtp_auth_type" overwrites that line as well. Set the
  *       shorter keys first.
  * val   the value; no line breaks, and "<key> = <val>" at most 1022 bytes

@@ -1,14 +1,67 @@
-// callback.cpp - from result numbers to result records
+// callback.cpp - result callbacks, and from result numbers to result records
 
 #include "libemlw/callback.h"
 
+#include <algorithm>
+
 #include "libcb/libcb.h"
+#include "libemlw/libemlw.h"
 #include "liblog/trace.h"
 #include "libsendw/libsendw.h"
 #include "libsendw/pop.h"
+#include "support/c_boundary.h"
 
 namespace zelieml
 {
+
+using callback_list = snapshot<c_cb_param>::list;
+
+bool operator==(c_cb_param const& a, c_cb_param const& b)
+{
+    return a.proc == b.proc;
+}
+
+int set_callback_raw(_s_iemlw* engine, int (*proc)(void*, void*), void* user)
+{
+    c_cb_param const added   = {proc, user};
+    bool const       changed = engine->callbacks.update([&](callback_list& list) {
+        if (std::find(list.begin(), list.end(), added) != list.end()) {
+            return false;
+        }
+        list.push_back(added);
+        return true;
+    });
+    trace_msg(changed ? "added proc" : "warning:proc already exists in callback param");
+    return 0;
+}
+
+int reset_callback_raw(_s_iemlw* engine, int (*proc)(void*, void*))
+{
+    bool const changed = engine->callbacks.update([&](callback_list& list) {
+        auto const found = std::find(list.begin(), list.end(), c_cb_param{proc, nullptr});
+        if (found == list.end()) {
+            return false;
+        }
+        list.erase(found);
+        return true;
+    });
+    trace_msg(changed ? "the proc is erased." : "warning:the proc is not found");
+    return 0;
+}
+
+int call_callback_raw(_s_iemlw* engine, std::string const& message, int result)
+{
+    void* const cb = create_callback_info(result, message);
+    if (cb == nullptr) {
+        return -1;
+    }
+    auto const procedures = engine->callbacks.get();
+    for (c_cb_param const& procedure : *procedures) {
+        at_c_boundary(0, [&] { return procedure.proc(cb, procedure.user); });
+    }
+    cb_destroy(cb);
+    return 0;
+}
 
 eml_send_e get_callback_code(int result)
 {

@@ -1,22 +1,27 @@
-// libemlw.cpp - posting messages
+// libemlw.cpp - the engine, its factory, and posting
 
 #include "libemlw/libemlw.h"
 
 #include <cerrno>
 #include <ctime>
 #include <fcntl.h>
+#include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "libemlw/callback.h"
 #include "libemlw/send.h"
+#include "libemlw/thread.h"
 #include "liblog/trace.h"
 #include "libmsg/libmsg.h"
-#include "libqueue/libqueue.h"
+#include "libnotifyw/libnotifyw.h"
 #include "libsendw/libsendw.h"
 #include "libtimew/libtimew.h"
 #include "platform/clock.h"
+#include "platform/notification.h"
+#include "support/c_boundary.h"
 #include "support/format.h"
+#include "support/interface.h"
+#include "support/no_cancellation.h"
 #include "support/unique_fd.h"
 
 namespace zelieml
@@ -28,7 +33,8 @@ namespace
 // Creates a file that did not exist. Returns false only when it did.
 bool claim(char const* path)
 {
-    unique_fd const fd(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
+    no_cancellation const shielded;
+    unique_fd const       fd(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
     return fd || errno != EEXIST;
 }
 
@@ -37,11 +43,62 @@ void drop_empty_claim(char const* path)
 {
     struct stat status = {};
     if (::stat(path, &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0) {
-        iqmgr_erase(path);
+        ::unlink(path);
     }
 }
 
+// Saves a message under a fresh name. Returns 0, or -1 when it was not saved.
+int save_message(char const* workdir, void* msg, char (&path)[fullpath_size])
+{
+    if (workdir == nullptr || create_fullpath(workdir, path) != 0) {
+        return -1;
+    }
+    if (msg_save(msg, path) != 0) {
+        trace_msg("error:msg_save(%s)");
+        drop_empty_claim(path);
+        return -1;
+    }
+    return 0;
+}
+
+struct sender_destroyer {
+    void operator()(inotify_sender* sender) const { ifactory_notifyw_sender().destroy(sender); }
+};
+using sender_holder = std::unique_ptr<inotify_sender, sender_destroyer>;
+
+// Copies a name into the engine record, whole or not at all.
+template <std::size_t size>
+bool copy_name(char const* name, char (&out)[size])
+{
+    return name != nullptr && copy_to_caller(name, out, static_cast<int>(size)) == 0;
+}
+
 }  // namespace
+
+void share_engine(_s_iemlw* engine)
+{
+    ++engine->shares;
+}
+
+void release_engine(_s_iemlw* engine)
+{
+    if (--engine->shares != 0) {
+        return;
+    }
+    end_observation(engine);
+    if (iqmgr* const queue = engine->queue) {
+        iqmgr_destroy(queue);
+    }
+    delete engine;
+}
+
+void end_observation(_s_iemlw* engine)
+{
+    if (engine->observing) {
+        engine->observing = false;
+        platform::remove_observer(notify_name, engine->stock_symbol, engine);
+    }
+}
 
 std::string conf_fullpath(std::string const& workdir)
 {
@@ -80,6 +137,122 @@ int create_fullpath(char const* workdir, char (&out)[fullpath_size])
     return -1;
 }
 
+int notify(char const* fullpath, char const* stock_symbol)
+{
+    ifactory_notifyw_sender factory;
+    inotify_sender*         sender = nullptr;
+    if (factory.create(&sender) != 0) {
+        trace_msg("error:inotify_send_create");
+        return -1;
+    }
+    sender_holder const held(sender);
+    // The message is saved by now: want of memory is no reason for the post to fail.
+    int const status =
+        at_c_boundary(-1, [&] { return sender->send(std::string(fullpath), stock_symbol); });
+    if (status != 0) {
+        trace_msg("error:inotify_send::send");
+    }
+    return status;
+}
+
+int iemlw::start(char const* workdir, char const* stock_symbol)
+{
+    if (!copy_name(workdir, context_->workdir)) {
+        return -1;
+    }
+    trace_msg("workdir = %s");
+    if (!copy_name(stock_symbol, context_->stock_symbol)) {
+        return -1;
+    }
+    trace_msg("stock_symbol = %s");
+
+    isendw_sys sending;
+    sending.init();
+    if (start_thread(context_) != 0) {
+        trace_msg("error:start_thread");
+        return -1;
+    }
+    return 0;
+}
+
+int iemlw::stop()
+{
+    if (stop_thread(context_) != 0) {
+        trace_msg("error:stop_thread");
+        return -1;
+    }
+    isendw_sys sending;
+    sending.end();
+    return 0;
+}
+
+int iemlw::post(void* msg)
+{
+    return ifactory_emlw().post(context_->workdir, context_->stock_symbol, msg);
+}
+
+int iemlw::set_callback(int (*proc)(void*, void*), void* user)
+{
+    return set_callback_raw(context_, proc, user);
+}
+
+int iemlw::reset_callback(int (*proc)(void*, void*))
+{
+    return reset_callback_raw(context_, proc);
+}
+
+int iemlw::create_context()
+{
+    return at_c_boundary(-1, [&] {
+        context_ = new _s_iemlw();
+        return 0;
+    });
+}
+
+int iemlw::destroy_context()
+{
+    if (context_ != nullptr) {
+        release_engine(context_);  // a worker that was stopped from its own callback keeps it alive
+        context_ = nullptr;
+    }
+    return 0;
+}
+
+_s_iemlw* iemlw::get_context()
+{
+    return context_;
+}
+
+int ifactory_emlw::create(ieml** out)
+{
+    return create_with_context<iemlw>(out);
+}
+
+int ifactory_emlw::destroy(ieml* eml)
+{
+    if (eml == nullptr) {
+        trace_msg("error:eml == 0");
+        return -1;
+    }
+    eml->destroy_context();
+    return templ_destroy_interface<iemlw, ieml>(eml);
+}
+
+int ifactory_emlw::post(char const* workdir, char const* stock_symbol, void* msg)
+{
+    trace_msg("post in workdir=%s");
+    char path[fullpath_size] = {};
+    if (stock_symbol == nullptr || save_message(workdir, msg, path) != 0) {
+        return -1;
+    }
+    if (notify(path, stock_symbol) != 0) {
+        trace_msg("error:msg_save(%s)");  // the text of the save error, on purpose; salvage finds
+                                          // the file
+    }
+    trace_msg("post out");
+    return 0;
+}
+
 int ifactory_emlw::post_sync(char const* workdir, void* msg, void** result)
 {
     trace_msg("post_sync in workdir=%s");
@@ -89,13 +262,7 @@ int ifactory_emlw::post_sync(char const* workdir, void* msg, void** result)
     *result = nullptr;
 
     char path[fullpath_size] = {};
-    if (workdir == nullptr || msg == nullptr || create_fullpath(workdir, path) != 0) {
-        *result = create_callback_info(send_other_failure, "");
-        return -1;
-    }
-    if (msg_save(msg, path) != 0) {
-        trace_msg("error:msg_save(%s)");
-        drop_empty_claim(path);
+    if (save_message(workdir, msg, path) != 0) {
         *result = create_callback_info(send_other_failure, "");
         return -1;
     }
@@ -106,14 +273,24 @@ int ifactory_emlw::post_sync(char const* workdir, void* msg, void** result)
     int const   code = send_sync(workdir, path, text);
     if (code != send_ok) {
         trace_msg("error:send_sync(%s)");
-    }
-    *result = create_callback_info(code, text);
-    sending.end();
-    if (code != send_ok) {
+        *result = create_callback_info(code, text);
+        sending.end();
         return -1;
     }
+    sending.end();
     trace_msg("post_sync out");
+    *result = create_callback_info(code, text);
     return 0;
+}
+
+int ifactory_emlw::post(char const* fullpath, char const* stock_symbol)
+{
+    if (fullpath == nullptr || stock_symbol == nullptr) {
+        return -1;
+    }
+    trace_msg("post fullpath=%s");
+    trace_msg("post stock_symbol=%s");
+    return notify(fullpath, stock_symbol);
 }
 
 }  // namespace zelieml

@@ -1,19 +1,60 @@
-// libemlw.h - posting messages
+// libemlw.h - the engine, its factory, and posting
 //
-// A post writes the message into the work directory under a name of its own. A synchronous post
-// sends it from there at once.
+// An engine sends the messages of one work directory. It is told of new message files by
+// notifications that carry its stock symbol; the poster may be any process. A synchronous post
+// needs no engine.
 
 #ifndef ZELIEML_LIBEMLW_LIBEMLW_H
 #define ZELIEML_LIBEMLW_LIBEMLW_H
 
+#include <atomic>
 #include <cstddef>
+#include <pthread.h>
 #include <string>
+#include <sys/types.h>
+
+#include "libemlw/callback.h"
+#include "libqueue/libqueue.h"
+#include "platform/pause.h"
+#include "support/gate.h"
+#include "support/snapshot.h"
 
 namespace zelieml
 {
 
-// Bytes of a buffer for the full path of a new message file, its NUL included.
-constexpr std::size_t fullpath_size = 255;
+// Bytes of buffers, NULs included: the full path of a message file, a work directory, a stock
+// symbol.
+constexpr std::size_t fullpath_size     = 255;
+constexpr std::size_t workdir_size      = 256;
+constexpr std::size_t stock_symbol_size = 255;
+
+// The engine record. The engine holds one share of it, its running worker another.
+struct _s_iemlw {
+    char                 workdir[workdir_size] = {};
+    snapshot<c_cb_param> callbacks;
+    std::atomic<iqmgr*>  queue{nullptr};  // made by the worker
+    pthread_t            thread = {};
+    pthread_mutex_t      mutex  = PTHREAD_MUTEX_INITIALIZER;  // around stop, and around the passes'
+                                                              // reading of the queue
+    char              stock_symbol[stock_symbol_size] = {};
+    std::atomic<bool> stop{false};
+
+    platform::pause  tick;                // between two cycles of the worker
+    gate             started;             // opened when the worker has prepared its queue, or ended
+    bool             observing  = false;  // the observer is registered
+    bool             has_worker = false;  // thread is a worker that nobody has joined
+    pid_t            owner      = 0;      // the process that has the worker
+    std::atomic<int> shares{1};
+};
+
+// share_engine, release_engine - take, and give back, a share of the record
+//
+// The last one to give back ends the observer if there is one, and frees the record and its queue.
+void share_engine(_s_iemlw* engine);
+void release_engine(_s_iemlw* engine);
+
+// end_observation - remove the engine's observer if there is one; waits for its callback
+void end_observation(_s_iemlw* engine);
 
 // conf_fullpath - the path of a work directory's settings file
 std::string conf_fullpath(std::string const& workdir);
@@ -32,9 +73,77 @@ std::string conf_fullpath(std::string const& workdir);
 // process.
 int create_fullpath(char const* workdir, char (&out)[fullpath_size]);
 
+// notify - announce a message file to the engine of a stock symbol
+//
+// Returns 0, whether an engine heard it or not; -1 when the symbol is empty or there is no memory.
+int notify(char const* fullpath, char const* stock_symbol);
+
+class ieml
+{
+public:
+    // start - start the worker for a work directory and a stock symbol
+    //
+    // workdir       under 256 bytes, without a separator at its end
+    // stock_symbol  1 to 254 bytes
+    //
+    // Returns 0 when the engine runs; see start_thread. Returns -1 when a name does not fit or the
+    // worker could not be started.
+    virtual int start(char const* workdir, char const* stock_symbol) = 0;
+
+    // stop - end the worker; see stop_thread. Returns 0, or -1 when there is none to end.
+    virtual int stop() = 0;
+
+    // post - post a message to this engine, as ifactory_eml::post does
+    virtual int post(void* msg) = 0;
+
+    // set_callback, reset_callback - see set_callback_raw and reset_callback_raw
+    virtual int set_callback(int (*proc)(void*, void*), void* user) = 0;
+    virtual int reset_callback(int (*proc)(void*, void*))           = 0;
+
+    virtual int       create_context()  = 0;
+    virtual int       destroy_context() = 0;
+    virtual _s_iemlw* get_context()     = 0;
+};
+
+class iemlw final : public ieml
+{
+public:
+    int       start(char const* workdir, char const* stock_symbol) override;
+    int       stop() override;
+    int       post(void* msg) override;
+    int       set_callback(int (*proc)(void*, void*), void* user) override;
+    int       reset_callback(int (*proc)(void*, void*)) override;
+    int       create_context() override;
+    int       destroy_context() override;
+    _s_iemlw* get_context() override;
+
+private:
+    _s_iemlw* context_ = nullptr;
+};
+
 class ifactory_eml
 {
 public:
+    // create - make an engine that does not run yet
+    //
+    // out  receives it, the caller's to give back with destroy; null on failure
+    //
+    // Returns 0, or -1 when there is no memory.
+    virtual int create(ieml** out) = 0;
+
+    // destroy - free an engine; stop it before. Returns 0, or -1 for null.
+    virtual int destroy(ieml* eml) = 0;
+
+    // post - save a message into a work directory and announce it
+    //
+    // workdir       work directory of the engine
+    // stock_symbol  of the engine, which may run in another process, or not at all
+    // msg           message record; stays the caller's
+    //
+    // Returns 0 when the message was saved, whether an engine has heard of it or not. Returns -1
+    // when it was not saved; a part of it may then be left in the work directory.
+    virtual int post(char const* workdir, char const* stock_symbol, void* msg) = 0;
+
     // post_sync - send a message now, on the caller's thread
     //
     // workdir  work directory
@@ -45,12 +154,21 @@ public:
     // Returns 0 when the message was sent, -1 otherwise. The message file is gone afterwards; a
     // part of it is left behind when saving failed after some of it had been written.
     virtual int post_sync(char const* workdir, void* msg, void** result) = 0;
+
+    // post - announce a message file that exists
+    //
+    // Returns 0, or -1 when the symbol is empty.
+    virtual int post(char const* fullpath, char const* stock_symbol) = 0;
 };
 
 class ifactory_emlw final : public ifactory_eml
 {
 public:
+    int create(ieml** out) override;
+    int destroy(ieml* eml) override;
+    int post(char const* workdir, char const* stock_symbol, void* msg) override;
     int post_sync(char const* workdir, void* msg, void** result) override;
+    int post(char const* fullpath, char const* stock_symbol) override;
 };
 
 }  // namespace zelieml

@@ -2,15 +2,16 @@
 
 #include "libemlw/send.h"
 
+#include <vector>
+
 #include "libemlw/callback.h"
-#include "libemlw/libemlw.h"
 #include "liblog/liblog.h"
 #include "liblog/trace.h"
 #include "libmsg/libmsg.h"
 #include "libqueue/libqueue.h"
 #include "libsendw/libsendw.h"
 #include "support/c_boundary.h"
-#include "support/format.h"
+#include "support/mutex_lock.h"
 
 namespace zelieml
 {
@@ -29,6 +30,47 @@ int run_driver(char const* dir, char const* file, std::string& detail)
 }
 
 }  // namespace
+
+int send_queue(_s_iemlw* engine, unsigned int try_count, unsigned int interval)
+{
+    trace_msg("send_queue in");
+    std::vector<std::string> files;
+    {
+        mutex_lock const hold(engine->mutex);
+        engine->queue.load()->get(files, try_count, interval);
+    }
+    int result = send_ok;
+    for (std::string const& file : files) {
+        if (engine->stop) {
+            trace_msg("warning: STOP flag ON !!");
+            return 0;
+        }
+        result = _send_queue(engine, file, try_count);
+    }
+    trace_msg("send_queue out %d");
+    return result;
+}
+
+int _send_queue(_s_iemlw* engine, std::string const& file, unsigned int try_count)
+{
+    trace_msg("_send_queue in %s try_count=%d");
+    std::string detail;
+    int const   code = run_driver(engine->workdir, file.c_str(), detail);
+    trace_msg(code != send_ok ? "error:isendw::send" : "ok: SEND!! %s");
+    call_callback_raw(engine, detail, code);
+    write_log(engine->workdir, file, code, detail);
+
+    // A first failure leaves the file queued for its second attempt.
+    bool const given_up = code != send_ok && try_count != 0;
+    if (given_up) {
+        trace_msg("FAILED!!(SECOND)");
+    }
+    if (given_up || code == send_ok) {
+        engine->queue.load()->erase({file});
+    }
+    trace_msg("_send_queue out %d");
+    return code;
+}
 
 int send_sync(char const* dir, char const* file, std::string& detail)
 {

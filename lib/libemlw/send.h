@@ -1,15 +1,36 @@
 // send.h - from a message file to a result
 //
-// Runs the send driver on a message file, writes the send log, and deletes the file when it is
-// done with.
+// Runs the send driver on message files, reports to the callbacks and the send log, and deletes a
+// file when it is done with: sent, or failed for the second time.
 
 #ifndef ZELIEML_LIBEMLW_SEND_H
 #define ZELIEML_LIBEMLW_SEND_H
 
 #include <string>
 
+#include "libemlw/libemlw.h"
+
 namespace zelieml
 {
+
+// send_queue - send what is due
+//
+// try_count, interval  which entries; see iqmgr::get
+//
+// Each entry that is due counts as tried at once. When the engine is asked to stop, the entries
+// that were not reached stay queued. The engine's mutex is held while the queue is read, and not
+// while sending.
+//
+// Returns the result number of the last attempt, 0 when nothing was due. Worker thread.
+int send_queue(_s_iemlw* engine, unsigned int try_count, unsigned int interval);
+
+// _send_queue - one attempt for one file: sends it, reports it, decides about the file
+//
+// try_count  0: a failed attempt leaves the file queued; else the file is deleted and leaves the
+//            queue also when the attempt failed
+//
+// Returns the result number, send_other_failure when memory was lacking on the way. Worker thread.
+int _send_queue(_s_iemlw* engine, std::string const& file, unsigned int try_count);
 
 // send_sync - send one message file now and delete it, whatever the result
 //

@@ -1,4 +1,4 @@
-// zelieml.cpp - the exported functions: messages, posting, result records
+// zelieml.cpp - the exported functions: messages, posting, the engine, result records
 //
 // Each forwards to the unit that does the work and lets nothing be thrown through the C interface.
 // The contracts stand in zelieml.h.
@@ -7,10 +7,28 @@
 
 #include "libcb/libcb.h"
 #include "libemlw/libemlw.h"
+#include "liblog/trace.h"
 #include "libmsg/libmsg.h"
 #include "support/c_boundary.h"
 
 using namespace zelieml;
+
+namespace
+{
+
+constexpr char default_stock_symbol[] = "zelieml_stocksymbol";
+
+// An eml_stop_multi is in progress in this process.
+bool g_in_stop_multi = false;
+
+void stop_and_destroy(void* eml)
+{
+    auto* const engine = static_cast<ieml*>(eml);
+    at_c_boundary(-1, [&] { return engine->stop(); });  // freed whether it stopped or not
+    at_c_boundary(-1, [&] { return ifactory_emlw().destroy(engine); });
+}
+
+}  // namespace
 
 int eml_msg_create(void** msg)
 {
@@ -112,9 +130,115 @@ int eml_msg_load(void** msg, char const* path)
     return at_c_boundary(-1, [&] { return msg_load(msg, path); });
 }
 
+int eml_post(char const* workdir, void* msg)
+{
+    return eml_post_with_stocksymbol(workdir, default_stock_symbol, msg);
+}
+
+int eml_post_with_stocksymbol(char const* workdir, char const* stock_symbol, void* msg)
+{
+    return at_c_boundary(-1, [&] { return ifactory_emlw().post(workdir, stock_symbol, msg); });
+}
+
+int eml_post_sys(void* eml, void* msg)
+{
+    trace_msg("eml_post in");
+    if (eml == nullptr) {
+        return -1;
+    }
+    if (at_c_boundary(-1, [&] { return static_cast<ieml*>(eml)->post(msg); }) != 0) {
+        trace_msg("errro:eml_post");  // spelled so on purpose
+        return -1;
+    }
+    trace_msg("eml_post out");
+    return 0;
+}
+
+int eml_post_message_file(char const* fullpath)
+{
+    return eml_post_message_file_with_stocksymbol(fullpath, default_stock_symbol);
+}
+
+int eml_post_message_file_with_stocksymbol(char const* fullpath, char const* stock_symbol)
+{
+    return at_c_boundary(-1, [&] { return ifactory_emlw().post(fullpath, stock_symbol); });
+}
+
 int eml_post_sync(char const* workdir, void* msg, void** result)
 {
     return at_c_boundary(-1, [&] { return ifactory_emlw().post_sync(workdir, msg, result); });
+}
+
+int eml_start(char const* workdir, void** eml)
+{
+    return eml_start_with_stocksymbol(workdir, default_stock_symbol, eml);
+}
+
+int eml_start_with_stocksymbol(char const* workdir, char const* stock_symbol, void** eml)
+{
+    trace_msg("eml_start in");
+    ifactory_emlw factory;
+    ieml*         engine = nullptr;
+    if (eml == nullptr || at_c_boundary(-1, [&] { return factory.create(&engine); }) != 0) {
+        trace_msg("error:ieml_create");
+        return -1;
+    }
+    engine->get_context();  // not needed
+    if (at_c_boundary(-1, [&] { return engine->start(workdir, stock_symbol); }) != 0) {
+        trace_msg("error: ieml::start");
+        at_c_boundary(-1, [&] { return factory.destroy(engine); });
+        return -1;
+    }
+    *eml = engine;
+    trace_msg("eml_start out %x");
+    return 0;
+}
+
+int eml_stop(void* eml)
+{
+    trace_msg("eml_stop in");
+    if (eml == nullptr) {
+        trace_msg("error:eml_stop eml == 0");
+        return -1;
+    }
+    stop_and_destroy(eml);
+    trace_msg("eml_stop out");
+    return 0;
+}
+
+int eml_stop_multi(void** eml)
+{
+    void* const engine = eml != nullptr ? *eml : nullptr;
+    trace_msg("eml_stop_multi in %x");
+    if (engine == nullptr) {
+        trace_msg("eml_stop_multi out eml == 0 now !!");
+    } else if (!__atomic_load_n(&g_in_stop_multi, __ATOMIC_RELAXED)) {
+        // Tested and set in two steps: it turns a nested call away and does not serialise.
+        __atomic_store_n(&g_in_stop_multi, true, __ATOMIC_RELAXED);
+        stop_and_destroy(engine);
+        *eml = nullptr;
+        __atomic_store_n(&g_in_stop_multi, false, __ATOMIC_RELAXED);
+        trace_msg("eml_stop_multi out");
+    } else {
+        trace_msg("g_in_stop_multi == 0");  // the opposite of what is the case, on purpose
+    }
+    return 0;
+}
+
+int eml_set_callback(void* eml, int (*proc)(void*, void*), void* user)
+{
+    if (eml == nullptr || proc == nullptr) {
+        return -1;
+    }
+    return at_c_boundary(-1, [&] { return static_cast<ieml*>(eml)->set_callback(proc, user); });
+}
+
+int eml_reset_callback(void* eml, int (*proc)(void*, void*))
+{
+    if (eml == nullptr || proc == nullptr) {
+        return -1;
+    }
+    return at_c_boundary(-1, [&] { return static_cast<ieml*>(eml)->reset_callback(proc); });
 }
 
 int eml_cb_get_code(void* cb, eml_send_e* code)

@@ -9,6 +9,7 @@
 #include "zelieml.h"
 
 #include <arpa/inet.h>
+#include <dirent.h>
 #include <netinet/in.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -362,7 +363,122 @@ static void test_failed_post(char const* workdir)
     CHECK(eml_msg_destroy(msg) == 0);
 }
 
+/* ----------------------------------------------------------------- the engine */
+
+static int do_nothing(void* result, void* user)
+{
+    (void)result;
+    (void)user;
+    return 0;
+}
+
+/* The message files of a directory. */
+static int count_messages(char const* workdir)
+{
+    DIR*           directory = opendir(workdir);
+    struct dirent* entry;
+    int            count = 0;
+
+    if (directory == NULL) {
+        return -1;
+    }
+    while ((entry = readdir(directory)) != NULL) {
+        count += strstr(entry->d_name, ".sme") != NULL ? 1 : 0;
+    }
+    closedir(directory);
+    return count;
+}
+
+static void test_engine(char const* workdir)
+{
+    void* msg   = new_message();
+    void* eml   = NULL;
+    void* other = NULL;
+
+    CHECK(eml_start(workdir, &eml) == 0);
+    CHECK(eml != NULL);
+    CHECK(eml_start_with_stocksymbol(workdir, "another", &other) == 0);
+    CHECK(eml_set_callback(eml, do_nothing, msg) == 0);
+    CHECK(eml_set_callback(eml, do_nothing, NULL) == 0);
+    CHECK(eml_reset_callback(eml, do_nothing) == 0);
+    CHECK(eml_reset_callback(eml, do_nothing) == 0);
+    CHECK(eml_post_sys(eml, msg) == 0);
+    CHECK(eml_stop(eml) == 0);
+    CHECK(eml_stop_multi(&other) == 0);
+    CHECK(other == NULL);
+    CHECK(eml_stop_multi(&other) == 0);
+    CHECK(eml_msg_destroy(msg) == 0);
+
+    /* Nulls, and names that address nobody. */
+    eml = &other;
+    CHECK(eml_start(NULL, &eml) == -1);
+    CHECK(eml_start(workdir, NULL) == -1);
+    CHECK(eml_start_with_stocksymbol(NULL, "symbol", &eml) == -1);
+    CHECK(eml_start_with_stocksymbol(workdir, NULL, &eml) == -1);
+    CHECK(eml_start_with_stocksymbol(workdir, "", &eml) == -1);
+    CHECK(eml_start_with_stocksymbol(workdir, "symbol", NULL) == -1);
+    CHECK(eml == &other);
+    CHECK(eml_stop(NULL) == -1);
+    CHECK(eml_stop_multi(NULL) == 0);
+    CHECK(eml_set_callback(NULL, do_nothing, NULL) == -1);
+    CHECK(eml_reset_callback(NULL, do_nothing) == -1);
+    CHECK(eml_start(workdir, &eml) == 0);
+    CHECK(eml_set_callback(eml, NULL, NULL) == -1);
+    CHECK(eml_reset_callback(eml, NULL) == -1);
+    CHECK(eml_post_sys(eml, NULL) == -1);
+    CHECK(eml_stop(eml) == 0);
+}
+
+static void test_post_to_nobody(char const* workdir, char const* nowhere, char const* path)
+{
+    void* msg = new_message();
+    void* eml = NULL;
+
+    CHECK(count_messages(workdir) == 0);
+    CHECK(eml_post(workdir, msg) == 0);
+    CHECK(eml_post_with_stocksymbol(workdir, "nobody", msg) == 0);
+    CHECK(count_messages(workdir) == 2);
+    CHECK(eml_post_message_file(path) == 0);
+    CHECK(eml_post_message_file_with_stocksymbol(path, "nobody") == 0);
+
+    CHECK(eml_post(nowhere, msg) == -1);
+    CHECK(eml_post(NULL, msg) == -1);
+    CHECK(eml_post(workdir, NULL) == -1);
+    CHECK(eml_post_with_stocksymbol(nowhere, "nobody", msg) == -1);
+    CHECK(eml_post_with_stocksymbol(NULL, "nobody", msg) == -1);
+    CHECK(eml_post_with_stocksymbol(workdir, NULL, msg) == -1);
+    CHECK(eml_post_with_stocksymbol(workdir, "nobody", NULL) == -1);
+    CHECK(eml_post_sys(NULL, msg) == -1);
+    CHECK(eml_post_message_file(NULL) == -1);
+    CHECK(eml_post_message_file_with_stocksymbol(NULL, "nobody") == -1);
+    CHECK(eml_post_message_file_with_stocksymbol(path, NULL) == -1);
+    CHECK(eml_post_message_file_with_stocksymbol(path, "") == -1);
+    CHECK(count_messages(workdir) == 2);
+    CHECK(eml_msg_destroy(msg) == 0);
+
+    /* The next engine throws away what lies there. */
+    CHECK(eml_start(workdir, &eml) == 0);
+    CHECK(count_messages(workdir) == 0);
+    CHECK(eml_stop(eml) == 0);
+}
+
 /* ----------------------------------------------------------------------- main */
+
+/* Notifications of the test's own: others may run on this machine. */
+static void set_notification_root(char const* dir, char const* tmp)
+{
+    CHECK(mkdir(tmp, 0777) == 0);
+    CHECK(setenv("ZELIEML_NOTIFICATION_ROOT", dir, 1) == 0);
+}
+
+static void remove_notification_root(char const* tmp)
+{
+    char own[1200];
+
+    snprintf(own, sizeof own, "%s/.zelieml-%lu", tmp, (unsigned long)geteuid());
+    rmdir(own); /* empty, if the system has needed it */
+    CHECK(rmdir(tmp) == 0);
+}
 
 int main(void)
 {
@@ -370,6 +486,7 @@ int main(void)
     char  work[1100];
     char  path[1100];
     char  conf[1200];
+    char  root[1100];
     char* tmp = getenv("TMPDIR");
 
     snprintf(dir, sizeof dir, "%s/zelieml-test-XXXXXX", tmp != NULL ? tmp : "/tmp");
@@ -380,7 +497,9 @@ int main(void)
     snprintf(work, sizeof work, "%s/work", dir);
     snprintf(path, sizeof path, "%s/message.sme", dir);
     snprintf(conf, sizeof conf, "%s/zelismes.cf", work);
+    snprintf(root, sizeof root, "%s/tmp", dir);
     CHECK(mkdir(work, 0777) == 0);
+    set_notification_root(dir, root);
 
     test_texts();
     test_encoding();
@@ -391,10 +510,13 @@ int main(void)
     test_failed_post(work);
     test_settings(conf);
     test_post(work, conf);
+    test_engine(work);
+    test_post_to_nobody(work, path, path);
 
     /* Nothing but the settings file is left behind. */
     CHECK(remove(conf) == 0);
     CHECK(rmdir(work) == 0);
+    remove_notification_root(root);
     CHECK(rmdir(dir) == 0);
     return failures == 0 ? 0 : 1;
 }

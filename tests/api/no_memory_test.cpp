@@ -3,6 +3,8 @@
 // Each call is made again and again, with memory for one request more each time, until it gets by
 // with what there is. Once all later requests fail, once a single one does.
 
+#include <algorithm>
+#include <cstdlib>
 #include <functional>
 #include <gtest/gtest.h>
 #include <limits>
@@ -31,10 +33,21 @@ namespace
 char const long_text[]  = "a text of forty-four bytes, and so allocated";
 char const other_text[] = "another text that is as long as the first is";
 
+int do_nothing(void*, void*)
+{
+    return 0;
+}
+
 class NoMemory : public ::testing::TestWithParam<int>
 {
 protected:
-    NoMemory() { EXPECT_EQ(eml_msg_create(&msg_), 0); }
+    NoMemory()
+    {
+        EXPECT_EQ(eml_msg_create(&msg_), 0);
+        // Notifications of the test's own.
+        EXPECT_EQ(::mkdir(dir_.file("tmp").c_str(), 0777), 0);
+        EXPECT_EQ(::setenv("ZELIEML_NOTIFICATION_ROOT", dir_.path().c_str(), 1), 0);
+    }
     ~NoMemory() override { eml_msg_destroy(msg_); }
 
     // Makes the work directory, with settings for a server on this machine.
@@ -72,6 +85,27 @@ protected:
         }
         ADD_FAILURE() << "the call never succeeds";
         return 0;
+    }
+
+    // The work directory's message files.
+    strings messages() const
+    {
+        strings names = zelieml::test::list_directory(workdir_);
+        names.erase(std::remove(names.begin(), names.end(), "zelismes.cf"), names.end());
+        return names;
+    }
+
+    // The sockets of engines, on a system that has such.
+    strings sockets() const
+    {
+        strings           found;
+        std::string const tmp = dir_.file("tmp");
+        for (std::string const& place : zelieml::test::list_directory(tmp)) {
+            for (std::string const& name : zelieml::test::list_directory(tmp + "/" + place)) {
+                found.push_back(name);
+            }
+        }
+        return found;
     }
 
     void*             msg_ = nullptr;
@@ -144,9 +178,9 @@ TEST_P(NoMemory, ForSavingAndLoadingAMessage)
     int               result = 0;
     EXPECT_EQ(eml_msg_set_subject(msg_, long_text), 0);
     EXPECT_EQ(eml_msg_set_body(msg_, other_text), 0);
-    EXPECT_GT(until_it_succeeds([&] { return (result = eml_msg_save(msg_, path.c_str())) == 0; },
-                                [&] { EXPECT_EQ(result, -1); }),
-              0);
+    // Saving gets by without asking operator new, or fails; either way nothing is thrown.
+    until_it_succeeds([&] { return (result = eml_msg_save(msg_, path.c_str())) == 0; },
+                      [&] { EXPECT_EQ(result, -1); });
 
     void* loaded = nullptr;
     EXPECT_GT(until_it_succeeds(
@@ -285,4 +319,99 @@ TEST_P(NoMemory, ForASynchronousPost)
 
     server.reset();
     EXPECT_EQ(zelieml::test::open_descriptors(), descriptors);
+}
+
+TEST_P(NoMemory, ForStartingAnEngine)
+{
+    settings("");
+    int   untouched = 0;
+    void* eml       = nullptr;
+    int   result    = 0;
+    // What stays for the next start is there from the first one on.
+    EXPECT_EQ(eml_start(workdir_.c_str(), &eml), 0);
+    EXPECT_EQ(eml_stop(eml), 0);
+    int const descriptors = zelieml::test::open_descriptors();
+    EXPECT_GT(until_it_succeeds(
+                  [&] {
+                      eml    = &untouched;
+                      result = eml_start(workdir_.c_str(), &eml);
+                      return result == 0;
+                  },
+                  [&] {
+                      EXPECT_EQ(result, -1);
+                      EXPECT_EQ(eml, &untouched);
+                      EXPECT_EQ(zelieml::test::open_descriptors(), descriptors);
+                      EXPECT_EQ(sockets(), strings());
+                  }),
+              3);
+    {
+        failing_new const none(0);
+        EXPECT_EQ(eml_stop(eml), 0) << "stopping needs none";
+    }
+    EXPECT_EQ(eml_start(workdir_.c_str(), &eml), 0);
+    {
+        failing_new const none(0);
+        EXPECT_EQ(eml_stop_multi(&eml), 0);
+    }
+    EXPECT_EQ(eml, nullptr);
+    EXPECT_EQ(zelieml::test::open_descriptors(), descriptors);
+    EXPECT_EQ(sockets(), strings());
+}
+
+TEST_P(NoMemory, ForCallbacks)
+{
+    settings("");
+    void* eml    = nullptr;
+    int   result = 0;
+    EXPECT_EQ(eml_start(workdir_.c_str(), &eml), 0);
+    EXPECT_GT(
+        until_it_succeeds([&] { return (result = eml_set_callback(eml, do_nothing, msg_)) == 0; },
+                          [&] { EXPECT_EQ(result, -1); }),
+        0);
+    EXPECT_GT(until_it_succeeds([&] { return (result = eml_reset_callback(eml, do_nothing)) == 0; },
+                                [&] { EXPECT_EQ(result, -1); }),
+              0);
+    EXPECT_EQ(eml_stop(eml), 0);
+}
+
+// A post that cannot be announced for want of memory is saved all the same, and so it succeeds.
+TEST_P(NoMemory, ForAPostToAnEngine)
+{
+    settings("");
+    EXPECT_EQ(eml_msg_set_subject(msg_, long_text), 0);
+    void* eml = nullptr;
+    EXPECT_EQ(eml_start(workdir_.c_str(), &eml), 0);
+    int const         descriptors = zelieml::test::open_descriptors();
+    std::string const file        = dir_.file("a message file with a name of some length.sme");
+    struct row {
+        char const*          name;
+        std::function<int()> post;
+        bool                 makes_a_file;
+    } const rows[] = {
+        {"eml_post", [&] { return eml_post(workdir_.c_str(), msg_); }, true},
+        {"eml_post_sys", [&] { return eml_post_sys(eml, msg_); }, true},
+        {"eml_post_message_file", [&] { return eml_post_message_file(file.c_str()); }, false},
+    };
+    for (row const& r : rows) {
+        SCOPED_TRACE(r.name);
+        bool refused = true;
+        int  good    = 0;
+        for (; refused && !HasFailure(); ++good) {
+            SCOPED_TRACE(good);
+            std::size_t const before = messages().size();
+            int               result = 1;
+            try {
+                failing_new const limit(good, GetParam());
+                result = r.post();
+            } catch (...) {
+                ADD_FAILURE() << "something was thrown";
+            }
+            refused = failing_new::refused();
+            EXPECT_TRUE(result == 0 || (refused && result == -1)) << result;
+            EXPECT_EQ(messages().size(), before + (result == 0 && r.makes_a_file ? 1 : 0));
+        }
+        EXPECT_GT(good, 3) << "a post asks for memory more often than that";
+    }
+    EXPECT_EQ(zelieml::test::open_descriptors(), descriptors);
+    EXPECT_EQ(eml_stop(eml), 0);
 }

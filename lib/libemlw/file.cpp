@@ -1,0 +1,50 @@
+// file.cpp - finding the message files of a work directory
+
+#include "libemlw/file.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/format.h"
+
+namespace zelieml
+{
+
+namespace
+{
+
+constexpr std::size_t path_size = 256;
+
+struct array_releaser {
+    void operator()(platform::text_array* array) const { platform::text_array_release(array); }
+};
+
+}  // namespace
+
+platform::text_array const* FindSMEFiles(char const* directory)
+{
+    std::vector<std::string> names;
+    if (!platform::directory_names(directory, names) || names.empty()) {
+        return nullptr;
+    }
+
+    std::unique_ptr<platform::text_array, array_releaser> files(platform::text_array_create());
+    if (!files) {
+        return nullptr;
+    }
+    for (std::string const& name : names) {
+        char path[path_size];
+        // Anywhere in the name, on purpose.
+        if (name.find(".sme") != std::string::npos &&
+            format_text(path, "%s/%s", directory, name.c_str()) != -1) {
+            platform::text_array_append(files.get(), path);
+        }
+    }
+    if (platform::text_array_count(files.get()) == 0) {
+        return nullptr;
+    }
+    return platform::text_array_autorelease(files.release());
+}
+
+}  // namespace zelieml

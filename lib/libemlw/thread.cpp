@@ -1,0 +1,244 @@
+// thread.cpp - the worker thread of an engine
+
+#include "libemlw/thread.h"
+
+#include <unistd.h>
+
+#include "libemlw/salvage.h"
+#include "libemlw/send.h"
+#include "liblog/trace.h"
+#include "libnotifyw/libnotifyw.h"
+#include "libqueue/libqueue.h"
+#include "platform/thread.h"
+#include "support/c_boundary.h"
+#include "support/mutex_lock.h"
+
+namespace zelieml
+{
+
+namespace
+{
+
+constexpr unsigned int salvage_interval_ms = 1800000;
+constexpr unsigned int try_interval_ms     = 600000;
+constexpr int          poll_period_ms      = 1000;
+
+constexpr std::size_t notified_path_size = 400;
+
+bool stop_requested(_s_iemlw* engine)
+{
+    mutex_lock const hold(engine->mutex);
+    return engine->stop;
+}
+
+void request_stop(_s_iemlw* engine)
+{
+    {
+        mutex_lock const hold(engine->mutex);
+        engine->stop = true;
+    }
+    engine->tick.end();
+}
+
+// An exception, for want of memory, ends one step of the worker and not the host.
+template <class Step>
+void guarded(Step&& step)
+{
+    at_c_boundary(0, [&] {
+        step();
+        return 0;
+    });
+}
+
+// The cycles of the worker, until STOP.
+void poll_queue(_s_iemlw* engine)
+{
+    unsigned int const salvage_period  = get_interval_queue_salvage(engine->workdir) / 1000;
+    unsigned int const try_period      = get_interval_queue_try(engine->workdir) / 1000;
+    unsigned int       salvage_counter = 0;
+    unsigned int       try_counter     = 0;
+    do {
+        engine->tick.wait(poll_period_ms);
+        ++salvage_counter;
+        ++try_counter;
+        if (salvage_counter >= salvage_period) {
+            guarded([&] { timer_proc_queue_salvage(engine); });
+            salvage_counter = 0;
+        }
+        if (try_counter >= try_period) {
+            guarded([&] { timer_proc_queue_try(engine); });
+            try_counter = 0;
+        } else {
+            guarded([&] { send_queue(engine, 0, 0); });
+        }
+    } while (!stop_requested(engine));
+}
+
+// The worker's share of the engine record, and the gate that start_thread waits at: given back and
+// opened on whichever way the worker ends.
+class worker_share
+{
+public:
+    explicit worker_share(_s_iemlw* engine) : engine_(engine) {}
+    ~worker_share()
+    {
+        engine_->started.open();
+        release_engine(engine_);
+    }
+    worker_share(worker_share const&)            = delete;
+    worker_share& operator=(worker_share const&) = delete;
+
+private:
+    _s_iemlw* engine_;
+};
+
+// The queue, with what lay in the work directory before thrown away.
+int prepare_queue(_s_iemlw* engine)
+{
+    iqmgr* queue = nullptr;
+    if (iqmgr_create(&queue) != 0) {
+        trace_msg("error:iqmgr_create");
+        return -1;
+    }
+    engine->queue = queue;
+    guarded([&] { salvage_queue(engine, false); });
+    return 0;
+}
+
+}  // namespace
+
+int start_thread(_s_iemlw* engine)
+{
+    trace_msg("start_thread in");
+    if (engine->stock_symbol[0] == '\0' || !engine->tick.open() ||
+        platform::add_observer(notify_name, engine->stock_symbol, timer_proc_mailslot, engine) !=
+            0) {
+        return -1;
+    }
+    engine->observing = true;
+    ::pthread_mutex_init(&engine->mutex, nullptr);
+    engine->stop = false;
+
+    share_engine(engine);
+    if (platform::start_thread_without_signals(engine->thread, eml_thread, engine) != 0) {
+        release_engine(engine);
+        ::pthread_mutex_destroy(&engine->mutex);
+        return -1;  // the observer stays until the engine is destroyed
+    }
+    engine->has_worker = true;
+    engine->owner      = ::getpid();
+    engine->started.wait();
+    trace_msg("start_thread out");
+    return 0;
+}
+
+int stop_thread(_s_iemlw* engine)
+{
+    trace_msg("stop_thread in");
+    if (!engine->has_worker) {
+        return -1;
+    }
+    if (engine->owner != ::getpid()) {
+        // A forked child has no worker, and its parent's locks may be held for ever.
+        engine->has_worker = false;
+        engine->observing  = false;
+        release_engine(engine);
+        trace_msg("stop_thread out");
+        return 0;
+    }
+
+    request_stop(engine);
+    if (::pthread_equal(::pthread_self(), engine->thread) != 0) {
+        // From a callback: the worker goes on by itself, and frees the record when it is done.
+        ::pthread_detach(engine->thread);
+        engine->has_worker = false;
+        end_observation(engine);
+        trace_msg("stop_thread out");
+        return 0;
+    }
+    if (::pthread_join(engine->thread, nullptr) != 0) {
+        return -1;
+    }
+    engine->has_worker = false;
+    ::pthread_mutex_destroy(&engine->mutex);
+    end_observation(engine);
+    iqmgr_destroy(engine->queue.exchange(nullptr));
+    trace_msg("stop_thread out");
+    return 0;
+}
+
+void* eml_thread(void* argument)
+{
+    trace_msg("eml_thread in");
+    if (argument == nullptr) {
+        trace_msg("error:eml_thread param error");
+        return nullptr;
+    }
+    auto* const        engine = static_cast<_s_iemlw*>(argument);
+    worker_share const share(engine);
+    if (prepare_queue(engine) != 0) {
+        return nullptr;
+    }
+    engine->started.open();
+    poll_queue(engine);
+    trace_msg("eml_thread out");
+    return nullptr;
+}
+
+void timer_proc_mailslot(platform::notification_center* /*center*/, void* observer,
+                         platform::notification_text const* /*name*/,
+                         platform::notification_text const* /*object*/,
+                         platform::notification_info const* info)
+{
+    if (observer == nullptr) {
+        trace_msg("error:TlsGetValue");
+        return;
+    }
+    char path[notified_path_size];
+    if (!platform::notification_value(info, notify_path_key, path, sizeof path)) {
+        return;
+    }
+    iqmgr* const queue = static_cast<_s_iemlw*>(observer)->queue;
+    if (queue == nullptr) {
+        return;
+    }
+    mutex_lock const hold(queue->mutex());
+    queue->add({path});
+}
+
+void timer_proc_queue_salvage(_s_iemlw* engine)
+{
+    trace_msg("---timer_proc_queue_salvage---");
+    if (engine == nullptr) {
+        trace_msg("error:TlsGetValue");
+        return;
+    }
+    salvage_queue(engine, true);
+}
+
+void timer_proc_queue_try(_s_iemlw* engine)
+{
+    trace_msg("---timer_proc_queue_try---");
+    if (engine == nullptr) {
+        trace_msg("error:TlsGetValue");
+        return;
+    }
+    // The salvage interval, not the try interval, is the age for a second attempt; it is meant so.
+    unsigned int const retry_age_ms = get_interval_queue_salvage(engine->workdir);
+    send_queue(engine, 0, 0);
+    send_queue(engine, 1, retry_age_ms);
+}
+
+unsigned int get_interval_queue_salvage(char const* workdir)
+{
+    guarded([&] { conf_fullpath(workdir); });  // where a key for it would stand
+    return salvage_interval_ms;
+}
+
+unsigned int get_interval_queue_try(char const* workdir)
+{
+    guarded([&] { conf_fullpath(workdir); });  // where a key for it would stand
+    return try_interval_ms;
+}
+
+}  // namespace zelieml

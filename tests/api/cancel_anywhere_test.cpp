@@ -1,0 +1,134 @@
+// A thread that is cancelled anywhere inside a call of the library ends, and the process goes on.
+//
+// The trace hook of this program asks for the end of its own thread at the n-th text: the request
+// is then pending at whatever comes next, the closing of a descriptor or of a file included.
+
+#include <atomic>
+#include <cstdlib>
+#include <filesystem>
+#include <functional>
+#include <gtest/gtest.h>
+#include <pthread.h>
+#include <string>
+
+#include "liblog/trace.h"
+#include "tests/support/files.h"
+#include "tests/support/mail_server.h"
+#include "zelieml.h"
+
+namespace
+{
+
+thread_local int texts_left = -1;  // until the request; negative: none
+
+}  // namespace
+
+void zelieml::trace_msg(char const* /*text*/)
+{
+    if (texts_left > 0 && --texts_left == 0) {
+        ::pthread_cancel(::pthread_self());
+    }
+}
+
+namespace
+{
+
+using call = std::function<void()>;
+
+struct victim {
+    call const* run;
+    int         texts;
+    bool        reached = false;  // the request was made
+};
+
+void* run_victim(void* argument)
+{
+    auto* const v = static_cast<victim*>(argument);
+    texts_left    = v->texts;
+    // Also when the thread is cut off here.
+    struct at_end {
+        victim* of;
+        ~at_end() { of->reached = texts_left == 0; }
+    } const note = {v};
+    (*v->run)();
+    return nullptr;
+}
+
+// Makes the call with the request at its first text, its second, and so on to its last.
+int cancel_everywhere(call const& run)
+{
+    int texts = 1;
+    for (;; ++texts) {
+        victim    v      = {&run, texts};
+        pthread_t thread = {};
+        EXPECT_EQ(::pthread_create(&thread, nullptr, run_victim, &v), 0);
+        EXPECT_EQ(::pthread_join(thread, nullptr), 0);
+        if (!v.reached) {
+            return texts - 1;
+        }
+    }
+}
+
+class CancelAnywhere : public ::testing::Test
+{
+protected:
+    CancelAnywhere()
+    {
+        std::filesystem::create_directories(dir_.file("root/tmp"));
+        std::filesystem::create_directory(work_);
+        ::setenv("ZELIEML_NOTIFICATION_ROOT", dir_.file("root").c_str(), 1);
+        eml_msg_create(&msg_);
+        eml_msg_set_to(msg_, "anna@b.test, ben@b.test");
+        eml_msg_set_body(msg_, "ready\n");
+    }
+    ~CancelAnywhere() override { eml_msg_destroy(msg_); }
+
+    zelieml::test::temp_dir const dir_;
+    std::string const             work_ = dir_.file("work");
+    void*                         msg_  = nullptr;
+};
+
+TEST_F(CancelAnywhere, InSendingAMessage)
+{
+    zelieml::test::mail_server server;
+    zelieml::test::write_file(
+        work_ + "/zelismes.cf",
+        "smtp_server = 127.0.0.1\r\nsmtp_port = " + std::to_string(server.smtp_port()) +
+            "\r\nsmtp_auth = yes\r\nsmtp_account = user\r\n"
+            "smtp_passwd = password\r\npasswd_raw = yes\r\n");
+    int const points = cancel_everywhere([&] {
+        void* result = nullptr;
+        eml_post_sync(work_.c_str(), msg_, &result);
+        eml_cb_delete(result);
+    });
+    EXPECT_GT(points, 50);
+}
+
+TEST_F(CancelAnywhere, InPosting)
+{
+    EXPECT_GE(cancel_everywhere([&] { eml_post(work_.c_str(), msg_); }), 2);
+}
+
+TEST_F(CancelAnywhere, InSettings)
+{
+    std::string const path = work_ + "/zelismes.cf";
+    EXPECT_GT(cancel_everywhere([&] { eml_cf_set_string("smtp_port", "25", path.c_str()); }), 0);
+    EXPECT_GT(cancel_everywhere([&] {
+                  char         value[64];
+                  unsigned int length = sizeof value;
+                  eml_cf_get_string("not there", value, &length, path.c_str());
+              }),
+              1);
+}
+
+TEST_F(CancelAnywhere, InLoadingWhatCannotBeLoaded)
+{
+    EXPECT_GT(cancel_everywhere([&] {
+                  void* msg = nullptr;
+                  eml_msg_load(&msg, work_.c_str());
+                  eml_msg_destroy(msg);
+              }),
+              0);
+}
+
+}  // namespace

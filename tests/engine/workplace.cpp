@@ -1,0 +1,171 @@
+#include "tests/engine/workplace.h"
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <system_error>
+
+namespace zelieml::test
+{
+
+notification_root::notification_root()
+{
+    ::mkdir(dir.file("tmp").c_str(), 0777);
+    ::setenv("ZELIEML_NOTIFICATION_ROOT", dir.path().c_str(), 1);
+}
+
+strings notification_root::sockets() const
+{
+    strings           found;
+    std::string const tmp = dir.file("tmp");
+    for (std::string const& place : list_directory(tmp)) {
+        for (std::string const& name : list_directory(tmp + "/" + place)) {
+            found.push_back(tmp + "/" + place + "/" + name);
+        }
+    }
+    return found;
+}
+
+workplace::workplace(std::uint16_t smtp_port, std::string const& more_settings)
+    : path_(dir_.file("work"))
+{
+    ::mkdir(path(), 0777);
+    write_file(file("zelismes.cf"),
+               "smtp_server = 127.0.0.1\r\nsmtp_port = " + std::to_string(smtp_port) +
+                   "\r\nsubject_use_encoding = no\r\n" + more_settings);
+}
+
+strings workplace::messages() const
+{
+    strings names = list_directory(path_);
+    names.erase(std::remove(names.begin(), names.end(), "zelismes.cf"), names.end());
+    return names;
+}
+
+closed_port::closed_port() : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
+{
+    sockaddr_in here     = {};
+    here.sin_family      = AF_INET;
+    here.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size       = sizeof here;
+    auto*     address    = reinterpret_cast<sockaddr*>(&here);
+    if (::bind(fd_.get(), address, size) != 0 || ::getsockname(fd_.get(), address, &size) != 0) {
+        throw std::system_error(errno, std::generic_category(), "bind");
+    }
+    number_ = ntohs(here.sin_port);
+}
+
+void* new_mail(std::string const& subject, std::string const& body)
+{
+    void* msg = nullptr;
+    EXPECT_EQ(eml_msg_create(&msg), 0);
+    EXPECT_EQ(eml_msg_set_from(msg, "tim@a.test"), 0);
+    EXPECT_EQ(eml_msg_set_to(msg, "anna@b.test"), 0);
+    EXPECT_EQ(eml_msg_set_subject(msg, subject.c_str()), 0);
+    EXPECT_EQ(eml_msg_set_body(msg, body.c_str()), 0);
+    return msg;
+}
+
+int post_mail(std::string const& workdir, std::string const& symbol, std::string const& subject)
+{
+    void* const msg    = new_mail(subject);
+    int const   status = eml_post_with_stocksymbol(workdir.c_str(), symbol.c_str(), msg);
+    eml_msg_destroy(msg);
+    return status;
+}
+
+strings subjects_of(std::vector<mailserver::mail> const& mails)
+{
+    std::string const label = "\r\nSubject: ";
+    strings           subjects;
+    for (mailserver::mail const& mail : mails) {
+        std::size_t const begin = mail.text.find(label) + label.size();
+        subjects.push_back(mail.text.substr(begin, mail.text.find("\r\n", begin) - begin));
+    }
+    return subjects;
+}
+
+strings sorted(strings texts)
+{
+    std::sort(texts.begin(), texts.end());
+    return texts;
+}
+
+strings numbered(std::string const& name, int count)
+{
+    strings names;
+    for (int i = 0; i < count; ++i) {
+        names.push_back(name + "." + std::to_string(i));
+    }
+    return names;
+}
+
+strings beginning_with(std::string const& start, strings const& texts)
+{
+    strings found;
+    std::copy_if(texts.begin(), texts.end(), std::back_inserter(found),
+                 [&](std::string const& text) { return text.rfind(start, 0) == 0; });
+    return found;
+}
+
+bool operator==(result const& a, result const& b)
+{
+    return a.code == b.code && a.text == b.text;
+}
+
+void PrintTo(result const& r, std::ostream* out)
+{
+    *out << r.code << " " << r.text;
+}
+
+int result_list::note(void* record, void* user)
+{
+    char       text[1024] = "(a long answer)";
+    eml_send_e code       = eml_send_32_bits;
+    eml_cb_get_code(record, &code);
+    eml_cb_get_message(record, text, sizeof text);
+
+    auto* const                       list = static_cast<result_list*>(user);
+    std::lock_guard<std::mutex> const hold(list->guard_);
+    list->results_.push_back({code, text});
+    list->changed_.notify_all();
+    return 0;
+}
+
+std::vector<result> result_list::all() const
+{
+    std::lock_guard<std::mutex> const hold(guard_);
+    return results_;
+}
+
+std::size_t result_list::count() const
+{
+    std::lock_guard<std::mutex> const hold(guard_);
+    return results_.size();
+}
+
+bool result_list::wait_for(std::size_t count, std::chrono::milliseconds limit)
+{
+    std::unique_lock<std::mutex> hold(guard_);
+    return changed_.wait_for(hold, limit, [&] { return results_.size() >= count; });
+}
+
+running_engine::running_engine(workplace const& work, std::string const& symbol)
+{
+    EXPECT_EQ(eml_start_with_stocksymbol(work.path(), symbol.c_str(), &eml_), 0);
+    EXPECT_EQ(eml_set_callback(eml_, result_list::note, &results), 0);
+}
+
+void running_engine::stop()
+{
+    if (eml_ != nullptr) {
+        EXPECT_EQ(eml_stop(eml_), 0);
+        eml_ = nullptr;
+    }
+}
+
+}  // namespace zelieml::test

@@ -1,0 +1,145 @@
+// workplace.h - what a test of whole engines needs around them
+
+#ifndef ZELIEML_TESTS_ENGINE_WORKPLACE_H
+#define ZELIEML_TESTS_ENGINE_WORKPLACE_H
+
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "support/unique_fd.h"
+#include "tests/support/files.h"
+#include "tests/support/mail_server.h"
+#include "zelieml.h"
+
+namespace zelieml::test
+{
+
+using strings = std::vector<std::string>;
+
+// Notifications of the test's own: this process, and those it starts, meet no others. Make it
+// before the first engine and the first post.
+class notification_root
+{
+public:
+    notification_root();
+
+    // The paths of the sockets that observers have left or still have there.
+    strings sockets() const;
+
+    temp_dir const dir;
+};
+
+// A work directory with settings for a server on this machine. Subjects go out as plain text.
+class workplace
+{
+public:
+    explicit workplace(std::uint16_t smtp_port, std::string const& more_settings = "");
+
+    char const* path() const { return path_.c_str(); }
+    // The directory that holds it, and nothing else.
+    std::string const& outside() const { return dir_.path(); }
+    std::string        file(std::string const& name) const { return path_ + "/" + name; }
+
+    // The names of all files but the settings.
+    strings messages() const;
+
+private:
+    temp_dir    dir_;
+    std::string path_;
+};
+
+// A port of this machine on which nobody answers, now or while the object lives.
+class closed_port
+{
+public:
+    closed_port();
+
+    std::uint16_t number() const { return number_; }
+
+private:
+    unique_fd     fd_;  // bound, but not listening
+    std::uint16_t number_ = 0;
+};
+
+// A mail to anna@b.test, to be freed with eml_msg_destroy.
+void* new_mail(std::string const& subject, std::string const& body = "The tray is empty.\n");
+
+// Posts such a mail; what eml_post_with_stocksymbol returned.
+int post_mail(std::string const& workdir, std::string const& symbol, std::string const& subject);
+
+// The subjects of mails, in order, and sorted.
+strings subjects_of(std::vector<mailserver::mail> const& mails);
+strings sorted(strings texts);
+
+// "name.0", "name.1", ...
+strings numbered(std::string const& name, int count);
+
+// Those of the texts that begin so, in order.
+strings beginning_with(std::string const& start, strings const& texts);
+
+struct result {
+    eml_send_e  code;
+    std::string text;
+};
+bool operator==(result const& a, result const& b);
+void PrintTo(result const& r, std::ostream* out);
+
+// What the server of the tests says last when it has taken a mail.
+result const sent = {eml_send_ok, "221 2.0.0 goodbye\r\n"};
+
+// The results that callbacks were given; any thread.
+class result_list
+{
+public:
+    // A callback; the user is a result_list.
+    static int note(void* record, void* user);
+
+    std::vector<result> all() const;
+    std::size_t         count() const;
+
+    // True when so many have come, or come in time.
+    bool wait_for(std::size_t count, std::chrono::milliseconds limit = std::chrono::seconds(20));
+
+private:
+    mutable std::mutex      guard_;
+    std::condition_variable changed_;
+    std::vector<result>     results_;
+};
+
+// A running engine whose results are kept; stopped with the object.
+class running_engine
+{
+public:
+    explicit running_engine(workplace const& work, std::string const& symbol = "symbol");
+    ~running_engine() { stop(); }
+    running_engine(running_engine const&)            = delete;
+    running_engine& operator=(running_engine const&) = delete;
+
+    void* handle() const { return eml_; }
+    void  stop();
+
+    result_list results;
+
+private:
+    void* eml_ = nullptr;
+};
+
+// The milliseconds that a call takes.
+template <class Call>
+int ms_of(Call&& call)
+{
+    auto const start = std::chrono::steady_clock::now();
+    call();
+    return static_cast<int>(std::chrono::duration_cast<std::chrono::milliseconds>(
+                                std::chrono::steady_clock::now() - start)
+                                .count());
+}
+
+}  // namespace zelieml::test
+
+#endif
