@@ -5,59 +5,18 @@
 //
 // PORT is that of a mail server on 127.0.0.1 that takes everything.
 
-#include <algorithm>
-#include <chrono>
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <filesystem>
 #include <stdexcept>
-#include <string>
-#include <unistd.h>
-#include <vector>
 
 #include "bench/bare_client.h"
-#include "zelieml.h"
+#include "bench/mail.h"
+#include "bench/work_dir.h"
 
 namespace
 {
 
-char const body[] = "Printer 7 on the third floor says:\ntray 2 is empty, please refill.\n";
-
-struct work_dir {
-    explicit work_dir(std::string const& port)
-    {
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / "zelieml-bench-XXXXXX").string();
-        if (::mkdtemp(pattern.data()) == nullptr) {
-            throw std::runtime_error("no temporary directory");
-        }
-        path                   = pattern;
-        std::string const conf = path + "/zelismes.cf";
-        eml_cf_set_string("smtp_server", "127.0.0.1", conf.c_str());
-        eml_cf_set_string("smtp_port", port.c_str(), conf.c_str());
-        eml_cf_set_string("smtp_auth", "no", conf.c_str());
-        eml_cf_set_string("pop_before_smtp", "no", conf.c_str());
-        eml_cf_set_string("subject_use_encoding", "yes", conf.c_str());
-    }
-    ~work_dir() { std::filesystem::remove_all(path); }
-    std::string path;
-};
-
 void post(work_dir const& dir)
 {
-    void* msg    = nullptr;
-    void* result = nullptr;
-    eml_msg_create(&msg);
-    eml_msg_set_from(msg, "printer@office.test");
-    eml_msg_set_to(msg, "anna@office.test");
-    eml_msg_set_replyto(msg, "helpdesk@office.test");
-    eml_msg_set_subject(msg, "Printer 7: tray 2 is empty");
-    eml_msg_set_body(msg, body);
-    int const status = eml_post_sync(dir.path.c_str(), msg, &result);
-    eml_cb_delete(result);
-    eml_msg_destroy(msg);
-    if (status != 0) {
+    if (send_mail(dir.path()) != 0) {
         throw std::runtime_error("eml_post_sync failed");
     }
 }
@@ -80,28 +39,9 @@ void post_bare(int port)
 template <class Body>
 double microseconds(Body const& run)
 {
-    using clock      = std::chrono::steady_clock;
-    auto const start = clock::now();
+    auto const start = bench_clock::now();
     run();
-    return std::chrono::duration<double, std::micro>(clock::now() - start).count();
-}
-
-struct figures {
-    double median;
-    double p99;
-    double longest;
-};
-
-figures summarise(std::vector<double> times)
-{
-    std::sort(times.begin(), times.end());
-    return {times[times.size() / 2], times[times.size() * 99 / 100], times.back()};
-}
-
-void print(char const* name, figures const& of)
-{
-    std::printf("%-14s median %7.1f us   99th percentile %7.1f us   longest %7.1f us\n", name,
-                of.median, of.p99, of.longest);
+    return microseconds_since(start);
 }
 
 int compare(work_dir const& dir, int port, int rounds)
@@ -129,8 +69,9 @@ try {
         std::fprintf(stderr, "use: post_bench PORT ROUNDS [library]\n");
         return 2;
     }
-    work_dir const dir(argv[1]);
+    work_dir const dir;
     int const      rounds = std::max(1, std::atoi(argv[2]));
+    write_settings(dir.path(), argv[1]);
     if (argc > 3) {
         for (int i = 0; i < rounds; ++i) {
             post(dir);

@@ -40,6 +40,10 @@ echo "eml_post_sync runs $per_message instructions a message in user mode (at mo
 [ "$per_message" -le 120000 ] || status=1
 
 echo
+echo '== an engine'
+"$build/bench/engine_bench" "$port" "${ZELIEML_BENCH_IDLE_SECONDS:-60}" || status=1
+
+echo
 echo '== system calls of one message'
 strace -c -f -o "$scratch/strace" "$build/bench/post_bench" "$port" 100 library
 sed -n 1,25p "$scratch/strace"

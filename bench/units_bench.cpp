@@ -4,18 +4,18 @@
 
 #include <benchmark/benchmark.h>
 #include <cstdlib>
-#include <filesystem>
 #include <fstream>
 #include <openssl/evp.h>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "bench/work_dir.h"
 #include "libbase64/libbase64.h"
 #include "libconfw/libconfw.h"
 #include "libcryptw/libcryptw.h"
 #include "libetc/libetc.h"
 #include "libmsg/libmsg.h"
+#include "libqueue/libqueue.h"
 #include "libsendw/smtpmsg.h"
 
 namespace
@@ -23,25 +23,10 @@ namespace
 
 using namespace zelieml;
 
-// A directory of this run's own.
-struct work_dir {
-    work_dir()
-    {
-        std::string pattern =
-            (std::filesystem::temp_directory_path() / "zelieml-bench-XXXXXX").string();
-        if (::mkdtemp(pattern.data()) == nullptr) {
-            throw std::runtime_error("no temporary directory");
-        }
-        path = pattern;
-    }
-    ~work_dir() { std::filesystem::remove_all(path); }
-    std::string path;
-};
-
 std::string const& dir()
 {
     static work_dir const own;
-    return own.path;
+    return own.path();
 }
 
 std::string text_of(std::int64_t size)
@@ -266,6 +251,49 @@ void settings_write(benchmark::State& state)
     }
 }
 
+// A queue that is full but for one place.
+void queue_add_get_erase(benchmark::State& state)
+{
+    iqmgr* queue = nullptr;
+    iqmgr_create(&queue);
+    std::vector<std::string> files;
+    for (std::size_t i = 1; i < max_queue; ++i) {
+        files.push_back(dir() + "/20261121101530-00012345-1234" + std::to_string(i) + ".sme");
+    }
+    queue->add(files);
+    files.clear();
+    queue->get(files, 0, 0);
+
+    std::vector<std::string> const one = {dir() + "/20261121101530-00012345-9999.sme"};
+    for (auto _ : state) {
+        queue->add(one);
+        std::vector<std::string> due;
+        queue->get(due, 0, 0);
+        queue->erase(due);  // the file does not exist
+    }
+    iqmgr_destroy(queue);
+}
+
+// A pass that finds nothing due, as an engine makes every second.
+void queue_get_nothing(benchmark::State& state)
+{
+    iqmgr* queue = nullptr;
+    iqmgr_create(&queue);
+    std::vector<std::string> files;
+    for (std::size_t i = 0; i < max_queue; ++i) {
+        files.push_back(dir() + "/20261121101530-00012345-1234" + std::to_string(i) + ".sme");
+    }
+    queue->add(files);
+    files.clear();
+    queue->get(files, 0, 0);
+    for (auto _ : state) {
+        std::vector<std::string> due;
+        queue->get(due, 0, 0);
+        benchmark::DoNotOptimize(due.data());
+    }
+    iqmgr_destroy(queue);
+}
+
 constexpr std::int64_t small  = 100;
 constexpr std::int64_t medium = 10 * 1000;
 constexpr std::int64_t large  = 10 * 1000 * 1000;
@@ -285,5 +313,7 @@ BENCHMARK_CAPTURE(compose, utf8, eml_encoding_utf8)->RangeMultiplier(10)->Range(
 BENCHMARK_CAPTURE(compose, jis, eml_encoding_iso2022jp)->RangeMultiplier(10)->Range(small, large);
 BENCHMARK(settings_read);
 BENCHMARK(settings_write);
+BENCHMARK(queue_add_get_erase);
+BENCHMARK(queue_get_nothing);
 
 }  // namespace

@@ -1,5 +1,7 @@
 #!/usr/bin/env python3
-"""Sends two mails to a mail server on this machine and shows what arrives.
+"""Shows the main job: an engine in one process sends what another process posts.
+
+The mail server is the loopback server of this project; nothing leaves this machine.
 
 use: demo.py BUILD-FOLDER
 """
@@ -13,6 +15,9 @@ import time
 sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent / "interop"))
 from client import Client  # noqa: E402
 from received_mail import decode, differences  # noqa: E402
+
+STOCK_SYMBOL = "zelieml demo"
+REFUSED = "nobody@office.test"
 
 MAILS = [
     {
@@ -30,7 +35,16 @@ MAILS = [
                    "encoding": "iso-2022-jp"},
         "body": "印刷が終わりました。\n.\n..点で始まる行\nおわり\n",
     },
+    {
+        "title": "a mail to somebody whom the server does not know",
+        "fields": {"from": "printer7@office.test", "replyto": "helpdesk@office.test",
+                   "to": REFUSED, "subject": "paper jam", "encoding": "utf-8"},
+        "body": "This one is refused.\n",
+    },
 ]
+
+# What the engine's callback has to print for each of them.
+RESULTS = ["result 0 (sent): 221 ", "result 0 (sent): 221 ", "result 1 (not sent): 550 5.1.1 "]
 
 
 def start_server(build, scratch):
@@ -39,7 +53,7 @@ def start_server(build, scratch):
     server = subprocess.Popen(
         [build / "tools/zelieml-loopback", "--port", "0", "--ready-file", ready, "--show",
          "--user", "printer7", "--password", "secret", "--require-auth",
-         "--maildir", scratch / "maildir"], stdout=transcript)
+         "--reject-recipient", REFUSED, "--maildir", scratch / "maildir"], stdout=transcript)
     for _ in range(200):
         if ready.exists() and ready.read_text().count("\n") == 2:
             break
@@ -56,11 +70,39 @@ def indented(text):
     return "".join(f"    {line}\n" for line in text.splitlines())
 
 
-def send(client, mail):
-    headline(f"posting {mail['title']}")
-    code, text = client.send(mail["body"], **mail["fields"])
-    print(f"result record: {code}, the server's last reply: {text.strip()}")
-    return code == "ok"
+class Engine:
+    """The engine, in a process of its own; what its callback prints comes line by line."""
+
+    def __init__(self, build, workdir):
+        self.process = subprocess.Popen([build / "examples/engine", workdir, STOCK_SYMBOL],
+                                        stdout=subprocess.PIPE, text=True)
+        if self.process.stdout.readline() != "ready\n":
+            raise RuntimeError("the engine did not start")
+
+    def next_result(self):
+        return self.process.stdout.readline().rstrip("\n")
+
+    def stop(self):
+        self.process.terminate()
+        return self.process.wait(30)
+
+
+def post_all(build, client, engine):
+    """Posts each mail from a process of its own; returns whether all results were right."""
+    good = True
+    for mail, wanted in zip(MAILS, RESULTS):
+        headline(f"another process posts {mail['title']}")
+        arguments = [client.workdir, STOCK_SYMBOL, *client.arguments(mail["fields"])]
+        encoding = mail["fields"]["encoding"]
+        subprocess.run([build / "examples/post", *arguments], input=mail["body"].encode(encoding),
+                       check=True)
+        print("posted; the engine's callback says:", flush=True)
+        result = engine.next_result()
+        print(f"    {result}", flush=True)
+        if not result.startswith(wanted):
+            print(f"    WRONG: it should begin with {wanted!r}")
+            good = False
+    return good
 
 
 def show(mail, raw):
@@ -91,23 +133,32 @@ def main():
         workdir = scratch / "work"
         workdir.mkdir()
         server, ports = start_server(build, scratch)
+        engine = None
         try:
             client = Client(build, workdir)
             client.configure(smtp_server="127.0.0.1", smtp_port=ports["smtp"], smtp_auth="yes",
                              smtp_account="printer7", smtp_passwd="secret")
             headline("the settings file, with the password encrypted")
             print(indented(client.settings.read_text()), end="")
-            good = all([send(client, mail) for mail in MAILS])
+            engine = Engine(build, workdir)
+            good = post_all(build, client, engine)
         finally:
+            if engine is not None and engine.stop() != 0:
+                good = False
             server.terminate()
             server.wait(10)
         headline("the conversations")
         print(indented((scratch / "transcript").read_text(errors="backslashreplace")), end="")
+        sent = MAILS[:2]
         arrived = sorted((scratch / "maildir/new").iterdir(), key=lambda f: f.stat().st_mtime_ns)
-        if len(arrived) != len(MAILS):
-            print(f"{len(arrived)} mails arrived instead of {len(MAILS)}")
+        if len(arrived) != len(sent):
+            print(f"{len(arrived)} mails arrived instead of {len(sent)}")
             return 1
-        good = all([show(m, f.read_bytes()) for m, f in zip(MAILS, arrived)]) and good
+        good = all([show(m, f.read_bytes()) for m, f in zip(sent, arrived)]) and good
+        waiting = list(workdir.glob("*.sme"))
+        headline("what waits in the work directory for a second attempt")
+        print(indented("\n".join(f.name for f in waiting)), end="")
+        good = good and len(waiting) == 1
     headline("all is well" if good else "something is wrong")
     return 0 if good else 1
 

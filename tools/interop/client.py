@@ -21,15 +21,21 @@ class Client:
         pairs = [f"{key}={settings[key]}" for key in sorted(settings)]
         subprocess.run([self.examples / "configure", self.settings, *pairs], check=True)
 
+    @staticmethod
+    def arguments(fields):
+        """The fields of a mail as the example programs take them, in the mail's encoding."""
+        encoding = fields.get("encoding", "utf-8")
+        return [f"{name}={value}".encode(encoding) for name, value in fields.items()]
+
     def send(self, body, **fields):
         """Posts a mail; body and fields are texts in UTF-8, converted to the mail's encoding.
 
         Returns the code's name and the server's last reply.
         """
-        encoding = fields.get("encoding", "utf-8")
-        arguments = [f"{name}={value}".encode(encoding) for name, value in fields.items()]
-        run = subprocess.run([self.examples / "send_and_wait", self.workdir, *arguments],
-                             input=body.encode(encoding), stdout=subprocess.PIPE)
+        run = subprocess.run([self.examples / "send_and_wait", self.workdir,
+                              *self.arguments(fields)],
+                             input=body.encode(fields.get("encoding", "utf-8")),
+                             stdout=subprocess.PIPE)
         output = run.stdout.decode(errors="replace")
         match = re.fullmatch(r"result code: (\d)\nserver said: (.*)", output, re.DOTALL)
         if match is None:
