@@ -1,0 +1,33 @@
+# Installs the library and builds a program with what was installed, both ways.
+
+cmake_minimum_required(VERSION 3.20)
+
+function(must)
+  execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+  if(NOT result EQUAL 0)
+    message(FATAL_ERROR "${ARGN}\n${output}")
+  endif()
+endfunction()
+
+file(REMOVE_RECURSE ${WORK})
+must(${CMAKE_COMMAND} --install ${BUILD} --prefix ${WORK}/prefix)
+
+# As README says, with what pkg-config would say.
+file(STRINGS ${WORK}/prefix/${LIBDIR}/pkgconfig/zelieml.pc lines REGEX "^(Libs|Cflags): ")
+if(NOT lines MATCHES "-lzelieml" OR NOT lines MATCHES "-I")
+  message(FATAL_ERROR "zelieml.pc: ${lines}")
+endif()
+must(${CC} ${EXAMPLE} ${MAIN} -o ${WORK}/by_hand -I${WORK}/prefix/include
+     -L${WORK}/prefix/${LIBDIR} -lzelieml -Wl,-rpath,${WORK}/prefix/${LIBDIR})
+must(${WORK}/by_hand)
+
+file(WRITE ${WORK}/user/CMakeLists.txt "
+cmake_minimum_required(VERSION 3.20)
+project(user LANGUAGES C CXX)
+find_package(zelieml 1.0 REQUIRED)
+add_executable(user ${EXAMPLE} ${MAIN})
+target_link_libraries(user PRIVATE zelieml::zelieml)
+")
+must(${CMAKE_COMMAND} -S ${WORK}/user -B ${WORK}/user/build -DCMAKE_PREFIX_PATH=${WORK}/prefix)
+must(${CMAKE_COMMAND} --build ${WORK}/user/build)
+must(${WORK}/user/build/user)

@@ -1,0 +1,23 @@
+# Every test that docs/ODDITIES.md names exists.
+
+cmake_minimum_required(VERSION 3.20)
+
+file(READ ${ROOT}/docs/ODDITIES.md text)
+string(REGEX MATCHALL "`[A-Z][A-Za-z0-9]+\\.[A-Z][A-Za-z0-9]+`" names "${text}")
+list(LENGTH names count)
+if(count LESS 50)
+  message(FATAL_ERROR "only ${count} tests are named")
+endif()
+file(GLOB_RECURSE files ${ROOT}/tests/*_test.cpp)
+set(sources "")
+foreach(file IN LISTS files)
+  file(READ ${file} source)
+  string(APPEND sources "${source}")
+endforeach()
+foreach(name IN LISTS names)
+  string(REGEX REPLACE "`(.*)\\.(.*)`" "(\\1, \\2)" test "${name}")
+  string(FIND "${sources}" "${test}" found)
+  if(found EQUAL -1)
+    message(SEND_ERROR "no test ${name}")
+  endif()
+endforeach()
