@@ -50,8 +50,6 @@ bool fails(char const* call)
 
 FAILING(int, socket, (int domain, int type, int protocol), (domain, type, protocol), -1, EMFILE)
 FAILING(int, eventfd, (unsigned int value, int flags), (value, flags), -1, ENFILE)
-FAILING(int, setsockopt, (int fd, int level, int name, void const* value, socklen_t size),
-        (fd, level, name, value, size), -1, ENOMEM)
 FAILING(ssize_t, getrandom, (void* buf, std::size_t size, unsigned int flags), (buf, size, flags),
         -1, ENOSYS)
 FAILING(int, bind, (int fd, sockaddr const* address, socklen_t size), (fd, address, size), -1,
@@ -82,7 +80,6 @@ TEST(AddingAnObserver, FailsWithTheSystemAndLeavesNothing)
     } const cases[] = {
         {"socket", "there are no descriptors for a socket"},
         {"eventfd", "nor for the wake-up"},
-        {"setsockopt", "the socket cannot tell who sends"},
         {"getrandom", "there is nothing to make a name of"},
         {"bind", "the disk is full when the file is made"},
         {"fchmodat", "the file cannot be opened to others"},

@@ -7,6 +7,7 @@
 #include <grp.h>
 #include <gtest/gtest.h>
 #include <sstream>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 
 #include "tests/platform/notification_room.h"
@@ -46,7 +47,8 @@ notification_peer::notification_peer(surroundings const& around)
                            (around.user == ::geteuid() ||
                             (::setgroups(0, nullptr) == 0 && ::setgid(around.user) == 0 &&
                              ::setuid(around.user) == 0)) &&
-                           ::chdir(around.directory.c_str()) == 0;
+                           ::chdir(around.directory.c_str()) == 0 &&
+                           ::prctl(PR_SET_PDEATHSIG, SIGKILL) == 0;  // a stopped one as well
         if (ready) {
             ::fexecve(program.get(), arguments, environment.data());
         }

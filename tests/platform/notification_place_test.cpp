@@ -151,7 +151,7 @@ TEST(Place, OfALongPathIsAsGood)
 
 TEST(Place, HasItsModesWhateverTheUmask)
 {
-    for (mode_t const mask : {0000, 0022, 0077, 0777}) {
+    for (mode_t const mask : {0000U, 0022U, 0077U, 0777U}) {
         notification_room const room;
         mode_t const            before = ::umask(mask);
         listener                own("object");

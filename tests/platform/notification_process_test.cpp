@@ -44,7 +44,7 @@ milliseconds time_of(Function function)
 }
 
 // What a post costs that waits for nobody, on a busy machine.
-constexpr auto at_once = milliseconds(400);
+constexpr auto at_once = milliseconds(490);
 // And one that waits for somebody who does not take it.
 constexpr auto half_a_second = milliseconds(1000);
 
@@ -439,7 +439,7 @@ TEST(ForkedChild, ThatOutlivesTheObserverIsNotTakenForIt)
 TEST(ForkedChild, OfAProcEndsWhereItsProcDoes)
 {
     notification_room const room;
-    notification_peer       observer({{room.variable(), "ASAN_OPTIONS=detect_leaks=0"}});
+    notification_peer       observer(within(room));
     ASSERT_EQ(observer.ask("observe-and-fork 0 " + hex(test_name) + " " + hex("object")), "0");
     for (std::size_t i = 1; i < 4; ++i) {
         EXPECT_EQ(post("object", "fork"), 0);

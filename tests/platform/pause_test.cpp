@@ -130,17 +130,20 @@ TEST(Pause, GivesItsDescriptorsBack)
 
 TEST(Pause, HasDescriptorsThatOtherProgramsDoNotGet)
 {
-    int const       first = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    auto const handed_on = [] {
+        int count = 0;
+        for (int fd = 0; fd < 256; ++fd) {
+            int const flags = ::fcntl(fd, F_GETFD);
+            count += flags != -1 && (flags & FD_CLOEXEC) == 0 ? 1 : 0;
+        }
+        return count;
+    };
+    int const       before      = handed_on();
+    int const       descriptors = open_descriptors();
     platform::pause pause;
     ASSERT_TRUE(pause.open());
-    int found = 0;
-    for (int fd = first + 1; fd < first + 3; ++fd) {
-        int const flags = ::fcntl(fd, F_GETFD);
-        EXPECT_NE(flags & FD_CLOEXEC, 0) << fd;
-        found += flags != -1 ? 1 : 0;
-    }
-    EXPECT_EQ(found, 2);
-    ::close(first);
+    EXPECT_EQ(open_descriptors(), descriptors + 2);
+    EXPECT_EQ(handed_on(), before);
 }
 
 TEST(Pause, CannotBeHadWithoutDescriptors)

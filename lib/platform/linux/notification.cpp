@@ -600,19 +600,19 @@ bool notification_value(notification_info const* info, char const* key, char* bu
 int add_observer(char const* name, char const* object, notification_proc proc, void* observer)
 {
     watch_forks();
-    auto record      = std::make_unique<observer_record>();
+    // The proc may remove its observer from its first call on: it finds it in the registry then.
+    registry&                         all = the_registry();
+    std::lock_guard<std::mutex> const hold(all.guard);
+    all.observers.reserve(all.observers.size() + 1);  // nothing is thrown after open_socket
+
+    auto   record    = std::make_unique<observer_record>();
+    mode_t mode      = 0;
     record->name     = name;
     record->object   = object;
     record->proc     = proc;
     record->observer = observer;
     record->user     = ::geteuid();
-
-    // The proc may remove its observer from its first call on: it finds it in the registry then.
-    registry&                         all = the_registry();
-    std::lock_guard<std::mutex> const hold(all.guard);
-    all.observers.reserve(all.observers.size() + 1);  // nothing is thrown after open_socket
-    mode_t mode   = 0;
-    record->where = observers_place(mode);
+    record->where    = observers_place(mode);
     if (!record->where.fd || !open_socket(*record, mode)) {
         return -1;
     }
