@@ -45,7 +45,9 @@ int send_queue(_s_iemlw* engine, unsigned int try_count, unsigned int interval)
             trace_msg("warning: STOP flag ON !!");
             return 0;
         }
-        result = _send_queue(engine, file, try_count);
+        // For want of memory one attempt ends, and not the pass.
+        result = at_c_boundary<int>(send_other_failure,
+                                    [&] { return _send_queue(engine, file, try_count); });
     }
     trace_msg("send_queue out %d");
     return result;

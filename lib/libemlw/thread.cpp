@@ -118,6 +118,7 @@ int start_thread(_s_iemlw* engine)
     engine->observing = true;
     ::pthread_mutex_init(&engine->mutex, nullptr);
     engine->stop = false;
+    engine->started.close();
 
     share_engine(engine);
     if (platform::start_thread_without_signals(engine->thread, eml_thread, engine) != 0) {

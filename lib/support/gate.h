@@ -1,4 +1,4 @@
-// gate.h - a gate that is opened once, and threads that wait for it
+// gate.h - a gate, and threads that wait until it is open
 
 #ifndef ZELIEML_SUPPORT_GATE_H
 #define ZELIEML_SUPPORT_GATE_H
@@ -18,6 +18,13 @@ public:
         std::lock_guard<std::mutex> const hold(guard_);
         open_ = true;
         changed_.notify_all();
+    }
+
+    // Holds up those who come from now on. A gate is closed at first.
+    void close()
+    {
+        std::lock_guard<std::mutex> const hold(guard_);
+        open_ = false;
     }
 
     // Returns when the gate is open.

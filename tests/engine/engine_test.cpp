@@ -1,8 +1,10 @@
 // engine_test.cpp - engines of one process, by the real clock, as a host program sees them
 
+#include <csignal>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "tests/engine/program.h"
 #include "tests/engine/workplace.h"
@@ -407,6 +409,39 @@ TEST(Engine, HandsOutRecordsThatCanBeKept)
     EXPECT_EQ(result_list::note(copy, &kept), 0);
     EXPECT_EQ(kept.all(), std::vector<result>{refused});
     EXPECT_EQ(eml_cb_delete(copy), 0);
+}
+
+TEST(Engine, LeavesSignalsToItsHost)
+{
+    sigset_t mine;
+    sigset_t before;
+    ::sigemptyset(&mine);
+    ::sigaddset(&mine, SIGUSR1);
+    ASSERT_EQ(::pthread_sigmask(SIG_BLOCK, &mine, &before), 0);
+    {
+        // A thread that did not block it would take it, and the process would end.
+        workplace      work(nobody.number());
+        running_engine engine(work);
+        EXPECT_EQ(post_mail(work.path(), "symbol", "x"), 0);
+        EXPECT_EQ(::kill(::getpid(), SIGUSR1), 0);
+        EXPECT_TRUE(engine.results.wait_for(1));
+    }
+    timespec const at_once = {0, 0};
+    EXPECT_EQ(::sigtimedwait(&mine, nullptr, &at_once), SIGUSR1) << "it waits for the host";
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+TEST(Engine, HandsNoDescriptorsToOtherPrograms)
+{
+    auto const descriptors_of_others = [] {
+        program other({"/bin/ls", "/proc/self/fd"});
+        EXPECT_EQ(other.wait(), 0);
+        return other.out();
+    };
+    std::string const before = descriptors_of_others();
+    workplace         work(nobody.number());
+    running_engine    engine(work);
+    EXPECT_EQ(descriptors_of_others(), before);
 }
 
 }  // namespace zelieml::test

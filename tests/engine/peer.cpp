@@ -2,19 +2,23 @@
 //
 //     peer post                   for each line "WORKDIR SYMBOL NAME COUNT" of its input: posts mails
 //                                 "NAME.0", "NAME.1", ..., then prints "posted"
-//     peer post_large             likewise, mails of 300 KiB
+//     peer post_large             likewise, mails of 20 KiB
 //     peer outlive WORKDIR SYMBOL starts an engine and forks a child, which lives on, with all that
 //                                 it has inherited, until the input ends
 //     peer fork WORKDIR SYMBOL    starts an engine and forks a child, which posts, stops its copy of
 //                                 the engine, and posts again; prints the results of all
 //     peer fork_engine WORKDIR SYMBOL OTHER-WORKDIR OTHER-SYMBOL
 //                                 starts an engine and forks a child, which starts one of its own
+//     peer leave WORKDIR SYMBOL COUNT MS
+//                                 starts an engine, posts mails, and ends after so many
+//                                 milliseconds without stopping the engine
 //
 // The exit status is the number of calls that failed.
 
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 #include <string>
 #include <sys/wait.h>
@@ -81,7 +85,7 @@ int print_result(void* record, void*)
     char       text[256] = "";
     eml_cb_get_code(record, &code);
     eml_cb_get_message(record, text, sizeof text);
-    text[std::string(text).find_first_of("\r\n")] = '\0';
+    text[std::strcspn(text, "\r\n")] = '\0';
     say("result " + std::to_string(code) + " " + text);
     ++results;
     return 0;
@@ -161,6 +165,16 @@ void fork_and_start(char** names)
     expect(eml_stop(eml) == 0, "eml_stop");
 }
 
+void leave(char** arguments)
+{
+    static void* const eml = start(arguments[0], arguments[1]);
+    expect(eml != nullptr, "an engine");
+    for (int i = 0; i < std::atoi(arguments[2]); ++i) {
+        post(arguments[0], arguments[1], "mail." + std::to_string(i));
+    }
+    ::usleep(static_cast<useconds_t>(std::atoi(arguments[3])) * 1000);
+}
+
 }  // namespace
 
 int main(int argc, char** argv)
@@ -170,7 +184,7 @@ int main(int argc, char** argv)
         post_as_told("The tray is empty.\n");
     } else if (job == "post_large") {
         std::string body;
-        while (body.size() < std::size_t{300} << 10U) {
+        while (body.size() < std::size_t{20} << 10U) {
             body += "The tray is empty.\n";
         }
         post_as_told(body + "the last line\n");
@@ -180,6 +194,8 @@ int main(int argc, char** argv)
         fork_and_stop(argv + 2);
     } else if (job == "fork_engine" && argc == 6) {
         fork_and_start(argv + 2);
+    } else if (job == "leave" && argc == 6) {
+        leave(argv + 2);
     } else {
         return 99;
     }

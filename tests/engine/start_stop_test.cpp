@@ -111,8 +111,7 @@ TEST(StartStop, AMailPostedAfterTheStartIsNeverTakenForALeftover)
         for (int leftover = 0; leftover < 5; ++leftover) {
             write_file(work.file("leftover" + std::to_string(leftover) + ".sme"), "to: x@b.test\n");
         }
-        void*            eml     = nullptr;
-        std::atomic<int> results = 0;
+        void* eml = nullptr;
         ASSERT_EQ(eml_start_with_stocksymbol(work.path(), "symbol", &eml), 0);
         thread.call();
         if (round % 4 == 0) {

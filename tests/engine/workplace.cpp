@@ -4,7 +4,9 @@
 #include <arpa/inet.h>
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <iterator>
 #include <netinet/in.h>
+#include <ostream>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <system_error>

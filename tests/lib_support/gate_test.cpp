@@ -1,4 +1,4 @@
-// gate_test.cpp - a gate that is opened once
+// gate_test.cpp - a gate, and threads that wait until it is open
 
 #include "support/gate.h"
 
@@ -40,6 +40,23 @@ TEST(Gate, HoldsEverybodyUpUntilItIsOpen)
         thread.join();
     }
     EXPECT_EQ(through, 4);
+}
+
+TEST(Gate, CanBeClosedAgain)
+{
+    gate g;
+    g.open();
+    g.wait();
+    g.close();
+    std::atomic<bool> opened{false};
+    std::thread       waiting([&] {
+        g.wait();
+        EXPECT_TRUE(opened);
+    });
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    opened = true;
+    g.open();
+    waiting.join();
 }
 
 TEST(Gate, ShowsWhatWasDoneBeforeItWasOpened)

@@ -1,5 +1,6 @@
 #include "tests/support/trace_recorder.h"
 
+#include <cstdlib>
 #include <mutex>
 
 #include "liblog/trace.h"
@@ -7,8 +8,27 @@
 namespace
 {
 
-std::mutex               guard;
-std::vector<std::string> texts;
+// What the library says is kept even while operator new fails.
+template <class T>
+struct own_memory {
+    using value_type = T;
+
+    own_memory() = default;
+    template <class U>
+    own_memory(own_memory<U> const& /*other*/)
+    {
+    }
+    T*   allocate(std::size_t count) { return static_cast<T*>(std::malloc(count * sizeof(T))); }
+    void deallocate(T* memory, std::size_t /*count*/) { std::free(memory); }
+
+    friend bool operator==(own_memory const& /*a*/, own_memory const& /*b*/) { return true; }
+    friend bool operator!=(own_memory const& /*a*/, own_memory const& /*b*/) { return false; }
+};
+
+using kept_text = std::basic_string<char, std::char_traits<char>, own_memory<char>>;
+
+std::mutex                                    guard;
+std::vector<kept_text, own_memory<kept_text>> texts;
 
 }  // namespace
 
@@ -33,7 +53,11 @@ void clear_traces()
 std::vector<std::string> traces()
 {
     std::lock_guard<std::mutex> hold(guard);
-    return texts;
+    std::vector<std::string>    all;
+    for (kept_text const& text : texts) {
+        all.emplace_back(text.c_str());
+    }
+    return all;
 }
 
 std::vector<std::string> trouble_traces()
