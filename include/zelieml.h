@@ -17,7 +17,8 @@
  *   where a text or a handle is wanted is a failure, never a crash.
  * - Texts that leave the library come whole or not at all: a getter fails, and leaves the buffer
  *   as it was, when the text and its NUL do not fit.
- * - Any thread may call any function. One handle must not be used by two threads at once.
+ * - Any thread may call any function. One record must not be used by two threads at once; an engine
+ *   may: only its start and stop belong to one thread.
  * - Mail is sent over IPv4 without encryption of the connection.
  */
 
@@ -280,7 +281,9 @@ ZELIEML_API int eml_post_sync(const char *workdir, void *msg, void **result);
  * - A posted message is tried within about a second. When that fails, it is tried once more, half an
  *   hour to forty minutes after it was posted. When that fails too, its file is deleted.
  * - An engine keeps 500 messages waiting. One more pushes out, and deletes, the oldest.
- * - Each attempt, good or bad, is reported to the callbacks. A message pushed out is not reported.
+ * - Each attempt, good or bad, is reported to the callbacks. A message pushed out is not reported,
+ *   unless its attempt was due already: that fails then, for want of the file.
+ * - A file that is announced again after it was sent is tried, and reported as failed, twice.
  * - Stopping an engine finishes the attempt it is in and leaves the other files where they are.
  */
 
