@@ -13,6 +13,7 @@
 #include "libmsg/libmsg.h"
 #include "libsendw/pop.h"
 #include "libsendw/smtp.h"
+#include "libsendw/smtp_converse.h"
 #include "libsendw/smtpmsg.h"
 #include "support/format.h"
 #include "support/number.h"
@@ -282,19 +283,9 @@ int isendw::send(char const* msg_fullpath, char const* conf_fullpath, std::strin
         return send_no_server;
     }
 
-    smtp_holder session;
-    if (smtp_start_session(addr.host, text_to_int(addr.port), session.out()) != 0) {
-        trace_msg("error:smtp_start_sesion");  // spelled so on purpose
-        return send_not_connected;             // result_text stays as it was
-    }
-
-    int const result = converse(session.get(), msg_fullpath, conf_fullpath);
-    result_text      = std::move(session->reply);
-    if (smtp_end_session(session.release()) != 0) {
-        trace_msg("error:smtp_end_session");
-        return send_not_ended;
-    }
-    return result;
+    return smtp_converse(addr.host, text_to_int(addr.port), result_text, [&](_s_smtp* session) {
+        return converse(session, msg_fullpath, conf_fullpath);
+    });
 }
 
 int isendw_sys::init()

@@ -1,0 +1,139 @@
+// libaccess.cpp - server records, and a test login to the servers they name
+
+#include "libaccess/libaccess.h"
+
+#include <cstring>
+
+#include "libemlw/callback.h"
+#include "liblog/trace.h"
+#include "libsendw/libsendw.h"
+#include "libsendw/pop.h"
+#include "libsendw/smtp.h"
+#include "libsendw/smtp_converse.h"
+
+namespace zelieml
+{
+
+namespace
+{
+
+// EHLO, the login, and QUIT unless the login failed.
+int greet(_s_smtp* session, _s_mailserver const& server)
+{
+    if (smtp_ehlo2(session, "auto", server.smtp_user, server.smtp_password, server.smtp_auth) !=
+        0) {
+        trace_msg("error:smtp_ehlo2");
+        return send_not_authenticated;
+    }
+    if (smtp_quit(session) != 0) {
+        trace_msg("error:smtp_quit");
+        return send_quit_refused;
+    }
+    return send_ok;
+}
+
+// The result of an access as the library's callers see it; the buffer's size is the caller's care.
+eml_send_e report(int result, std::string const& reply, char* message)
+{
+    if (message != nullptr) {
+        std::strcpy(message, reply.c_str());
+    }
+    return get_callback_code(result);
+}
+
+}  // namespace
+
+int server_create(void** server)
+{
+    if (server == nullptr) {
+        return -1;
+    }
+    *server = new _s_mailserver();
+    return 0;
+}
+
+int server_destroy(void* server)
+{
+    delete static_cast<_s_mailserver*>(server);
+    return 0;
+}
+
+int set_pop(void* server, char const* host, char const* user, char const* password,
+            char const* auth_type, int port, int wait_ms)
+{
+    if (server == nullptr) {
+        return -1;
+    }
+    auto& record         = *static_cast<_s_mailserver*>(server);
+    record.pop_host      = host;
+    record.pop_user      = user;
+    record.pop_password  = password;
+    record.pop_auth_type = auth_type;
+    record.pop_port      = port;
+    record.pop_wait      = wait_ms;
+    return 0;
+}
+
+int set_smtp(void* server, char const* host, char const* user, char const* password,
+             char const* auth, int port)
+{
+    if (server == nullptr) {
+        return -1;
+    }
+    auto& record         = *static_cast<_s_mailserver*>(server);
+    record.smtp_host     = host;
+    record.smtp_user     = user;
+    record.smtp_password = password;
+    record.smtp_auth     = auth;
+    record.smtp_port     = port;
+    return 0;
+}
+
+int pop_access(_s_mailserver const* server, bool use_wait, std::string& reply)
+{
+    if (server == nullptr || server->pop_auth_type == nullptr) {
+        return send_other_failure;
+    }
+    // Whatever is not "pop" is APOP here; for receiving it is the other way round, on purpose.
+    bool const apop = std::strcmp(server->pop_auth_type, "pop") != 0;
+    return pop_before_smtp(server->pop_host, server->pop_port, server->pop_user,
+                           server->pop_password, apop, use_wait ? server->pop_wait : 0, reply);
+}
+
+int access_receive(_s_mailserver const* server, std::string& reply)
+{
+    return pop_access(server, false, reply);
+}
+
+int access_send(_s_mailserver* server, char const* pop_before_smtp, std::string& reply)
+{
+    if (server == nullptr || pop_before_smtp == nullptr) {
+        return send_other_failure;
+    }
+    server->pop_before_smtp = pop_before_smtp;
+    if (std::strcmp(pop_before_smtp, "on") == 0) {
+        int const result = pop_access(server, true, reply);
+        if (result != pop_ok) {
+            return result;
+        }
+    }
+
+    return smtp_converse(server->smtp_host, server->smtp_port, reply,
+                         [&](_s_smtp* session) { return greet(session, *server); });
+}
+
+eml_send_e test_pop_auth(void* server, char* message)
+{
+    std::string reply;
+    int const   result = access_receive(static_cast<_s_mailserver*>(server), reply);
+    return report(result, reply, message);
+}
+
+eml_send_e test_smtp_auth(void* server, char const* pop_before_smtp, char* message)
+{
+    std::string reply;
+    int const   result = access_send(static_cast<_s_mailserver*>(server), pop_before_smtp, reply);
+    return report(result, reply, message);
+}
+
+}  // namespace zelieml

@@ -1,0 +1,43 @@
+// smtp_converse.h - the frame of every SMTP session: start, conversation, end
+
+#ifndef ZELIEML_LIBSENDW_SMTP_CONVERSE_H
+#define ZELIEML_LIBSENDW_SMTP_CONVERSE_H
+
+#include <string>
+#include <utility>
+
+#include "liblog/trace.h"
+#include "libsendw/libsendw.h"
+#include "libsendw/smtp.h"
+
+namespace zelieml
+{
+
+// smtp_converse - hold one SMTP session (RFC 5321), from the greeting to its end
+//
+// host, port    of the server; a null host is one that is not found
+// reply         receives the server's last reply; as it was when the session has not started
+// conversation  called with the session once it has started; returns a send_result
+//
+// Returns what conversation returned, or send_not_connected or send_not_ended. Nothing is left
+// open, also when conversation throws.
+template <class Conversation>
+int smtp_converse(char const* host, int port, std::string& reply, Conversation&& conversation)
+{
+    smtp_holder session;
+    if (smtp_start_session(host, port, session.out()) != 0) {
+        trace_msg("error:smtp_start_sesion");  // spelled so on purpose
+        return send_not_connected;
+    }
+    int const result = conversation(session.get());
+    reply            = std::move(session->reply);
+    if (smtp_end_session(session.release()) != 0) {
+        trace_msg("error:smtp_end_session");
+        return send_not_ended;
+    }
+    return result;
+}
+
+}  // namespace zelieml
+
+#endif
