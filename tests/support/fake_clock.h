@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <ctime>
+#include <functional>
 #include <vector>
 
 namespace zelieml::test
@@ -30,6 +31,9 @@ wait_record waits();
 // Forgets what was written down. While real_readable_waits is true, waits for readable descriptors
 // are made as well as written down; false lets a silent peer's time pass at once.
 void reset_waits(bool real_readable_waits);
+// Waits for readable descriptors are made until silence says that nobody will speak any more; then
+// its time passes at once. Until the next reset_waits.
+void reset_waits_until(std::function<bool()> const& silence);
 // While true, waits for writable descriptors say at once that the time is over.
 void never_writable(bool on);
 

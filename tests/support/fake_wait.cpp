@@ -1,3 +1,4 @@
+#include <functional>
 #include <mutex>
 #include <poll.h>
 
@@ -10,7 +11,8 @@ namespace
 
 std::mutex                 guard;
 zelieml::test::wait_record record;
-bool                       real_waits         = true;
+bool                       real_waits = true;
+std::function<bool()>      silent;
 bool                       time_over_at_write = false;
 
 }  // namespace
@@ -30,7 +32,7 @@ void platform::wait_readable(int fd, int max_us)
     {
         std::lock_guard<std::mutex> hold(guard);
         record.readable_waits.push_back(max_us);
-        real = real_waits;
+        real = real_waits && !(silent && silent());
     }
     if (real) {
         pollfd entry = {fd, POLLIN, 0};
@@ -62,7 +64,15 @@ void test::reset_waits(bool real_readable_waits)
     std::lock_guard<std::mutex> hold(guard);
     record             = {};
     real_waits         = real_readable_waits;
+    silent             = nullptr;
     time_over_at_write = false;
+}
+
+void test::reset_waits_until(std::function<bool()> const& silence)
+{
+    reset_waits(true);
+    std::lock_guard<std::mutex> hold(guard);
+    silent = silence;
 }
 
 void test::never_writable(bool on)

@@ -131,7 +131,8 @@ public:
     std::string const&              problem() const { return problem_; }
     std::vector<std::string> const& mails() const { return mails_; }
 
-    int accepted() const { return accepted_; }
+    bool fell_silent() const { return fell_silent_; }
+    int  accepted() const { return accepted_; }
 
 private:
     void run()
@@ -241,6 +242,9 @@ private:
     {
         std::string       bytes = std::exchange(held_back_, "");
         std::string const text  = s.text.bytes(host_in(s));
+        if (text.empty()) {
+            fell_silent_ = true;  // (silent) alone has no text
+        }
         bytes.reserve(bytes.size() + text.size() * static_cast<std::size_t>(s.amount));
         for (int i = 0; i < s.amount; ++i) {
             bytes += text;
@@ -385,6 +389,7 @@ private:
         }
     }
 
+    std::atomic<bool>               fell_silent_{false};
     std::vector<conversation> const connections_;
     milliseconds const              limit_;
     mailserver::listener            door_;
@@ -464,6 +469,11 @@ std::string scripted_server::data(std::size_t index)
 {
     wait();
     return index < player_->mails().size() ? player_->mails()[index] : "";
+}
+
+bool scripted_server::fell_silent() const
+{
+    return player_->fell_silent();
 }
 
 int scripted_server::connections() const

@@ -131,6 +131,9 @@ public:
     // that ends it, dots as stuffed by the client. Empty when there is no such text.
     std::string data(std::size_t index = 0);
 
+    // Whether the server has come to a (silent). Does not wait.
+    bool fell_silent() const;
+
     // Connections accepted so far, unexpected ones included. Does not wait.
     int connections() const;
 

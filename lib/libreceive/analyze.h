@@ -1,0 +1,53 @@
+// analyze.h - which received mails come from an allowed domain
+//
+// The rule is a plain substring search, with regard to case, in the text after the "@" of the
+// sender line. So the entry "example.com" also accepts "mail.example.com", "notexample.com" and
+// "example.com.other.net"; it does not accept "EXAMPLE.COM". An empty entry accepts every mail.
+//
+// Any thread: no shared state.
+
+#ifndef ZELIEML_LIBRECEIVE_ANALYZE_H
+#define ZELIEML_LIBRECEIVE_ANALYZE_H
+
+#include <string>
+#include <vector>
+
+namespace zelieml
+{
+
+// analyze_domain - keep the mails whose sender is in an allowed domain
+//
+// domains        entries separated by commas; blanks are removed from each
+// count          in: how many mails; out: how many were accepted
+// from, subject  the header lines of the mails, count entries each
+// kept_from, kept_subject  the lines of the accepted mails are appended, in order
+//
+// Returns 0.
+int analyze_domain(std::string const& domains, int& count, std::vector<std::string> const& from,
+                   std::vector<std::string> const& subject, std::vector<std::string>& kept_from,
+                   std::vector<std::string>& kept_subject);
+
+// split_domain - cut a list of domains
+//
+// domains  as above
+// entries  receives them without their blanks, empty ones included; emptied first. An empty list
+//          has none.
+//
+// Returns 0.
+int split_domain(std::string const& domains, std::vector<std::string>& entries);
+
+// find_domain - whether one of the entries accepts a sender line
+bool find_domain(std::string const& sender, std::vector<std::string> const& entries);
+
+// find_domain_ok - whether this entry accepts a sender line
+bool find_domain_ok(std::string const& sender, std::string const& entry);
+
+// get_domain - the domain of a sender line
+//
+// Returns what follows the first "@", up to the first ">" after it or to the end of the line; an
+// empty text when there is no "@".
+std::string get_domain(std::string const& sender);
+
+}  // namespace zelieml
+
+#endif

@@ -1,0 +1,211 @@
+// fetchmail.cpp - fetch mails from a POP3 server (RFC 1939), and delete them there
+
+#include "libreceive/fetchmail.h"
+
+#include <cstring>
+
+#include "liblog/trace.h"
+
+namespace zelieml
+{
+
+namespace
+{
+
+int log_in(_s_pop* session, _s_mailserver const& server)
+{
+    if (is_apop(server)) {
+        if (pop_apop(session, server.pop_user, server.pop_password) != 0) {
+            trace_msg("error: pop_apop");
+            return -1;
+        }
+        return 0;
+    }
+    if (pop_user(session, server.pop_user) != 0) {
+        trace_msg("error: pop_user");
+        return -1;
+    }
+    if (pop_passwd(session, server.pop_password) != 0) {
+        trace_msg("error: pop_passwd");
+        return -1;
+    }
+    return 0;
+}
+
+// Log in and ask how much there is.
+int open_mailbox(_s_pop* session, _s_mailserver const& server, mailbox_state& mailbox)
+{
+    if (log_in(session, server) != 0) {
+        return -1;
+    }
+    if (pop_stat(session, &mailbox.count, &mailbox.size) != 0) {
+        trace_msg("error: pop_stat");
+        return -1;
+    }
+    trace_msg("main num = %d size = %d");
+    return 0;
+}
+
+// QUIT, at which the server deletes, and the end of the connection.
+int close_mailbox(pop_holder& session, std::string& reply)
+{
+    int const quit = pop_quit(session.get());
+    if (quit != 0) {
+        trace_msg("error: pop_quit");
+    }
+    reply = session->reply;
+    if (pop_end_session(session.release()) != 0) {
+        trace_msg("error:smtp_end_session");  // "smtp" in the POP path, on purpose
+        return -1;
+    }
+    return quit;
+}
+
+// One session: start, what is to be done with it, end.
+template <class Work>
+int with_mailbox(_s_mailserver const& server, std::string& reply, mailbox_state& mailbox,
+                 Work&& work)
+{
+    mailbox = {};
+    if (server.pop_auth_type == nullptr) {
+        return -1;
+    }
+    pop_holder session;
+    int const  started = pop_start_session(server.pop_host, server.pop_port, session.out());
+    if (started != 0) {
+        trace_msg("error: pop_start_session");
+    }
+    if (started != 0 || open_mailbox(session.get(), server, mailbox) != 0 ||
+        work(session.get()) != 0) {
+        if (session.get() != nullptr) {
+            reply = session->reply;
+        }
+        return -1;
+    }
+    return close_mailbox(session, reply);
+}
+
+int delete_fetched(_s_pop* session, int count, mailbox_state& mailbox)
+{
+    if (delete_mails(session, count, mailbox.dele_refused) != 0) {
+        trace_msg("error: delete_mails");
+        return -1;
+    }
+    return 0;
+}
+
+int fetch_one(_s_pop* session, std::int32_t& fetched, std::int32_t& remaining, std::string& from,
+              std::string& subject, mailbox_state& mailbox)
+{
+    fetched   = 0;
+    remaining = 0;
+    if (mailbox.count <= 0) {
+        return 0;
+    }
+    remaining = mailbox.count;
+    std::vector<std::string> lines;
+    bool                     over = false;
+    if (pop_retr_alllines(session, 1, lines, over) != 0) {
+        trace_msg("error:pop_retr_alllines");
+        return -1;
+    }
+    if (!over) {
+        from = find_item(lines, key_from);
+        trace_msg("from %s");
+        subject = find_item(lines, key_subject);
+        trace_msg("subject %s");
+        fetched = 1;
+    }
+    --remaining;
+    return delete_fetched(session, 1, mailbox);
+}
+
+}  // namespace
+
+bool is_apop(_s_mailserver const& server)
+{
+    // Whatever is not "apop" is USER and PASS here; for the test login it is the other way round,
+    // on purpose.
+    return std::strcmp(server.pop_auth_type, "apop") == 0;
+}
+
+int fetchmail_get_one_mail(_s_mailserver const& server, std::int32_t& fetched,
+                           std::int32_t& remaining, std::string& from, std::string& subject,
+                           std::string& reply, mailbox_state& mailbox)
+{
+    trace_msg("fetchmail_get_one_mail in");
+    int const result = with_mailbox(server, reply, mailbox, [&](_s_pop* session) {
+        return fetch_one(session, fetched, remaining, from, subject, mailbox);
+    });
+    trace_msg("fetchmail_get_one_mail out %d");
+    return result;
+}
+
+int fetchmail_get_mails(_s_mailserver const& server, std::vector<std::string>& froms,
+                        std::vector<std::string>& subjects, std::string& reply)
+{
+    trace_msg("fetchmail_get_mails in");
+    mailbox_state mailbox;
+    int const     result = with_mailbox(server, reply, mailbox, [&](_s_pop* session) {
+        if (fetch_mails(session, mailbox.count, froms, subjects) != 0) {
+            trace_msg("error: fetch_mails");
+            return -1;
+        }
+        return delete_fetched(session, mailbox.count, mailbox);
+    });
+    trace_msg("fetchmail_get_mails out %d");
+    return result;
+}
+
+int fetch_mails(_s_pop* session, int count, std::vector<std::string>& froms,
+                std::vector<std::string>& subjects)
+{
+    for (int index = 1; index <= count; ++index) {
+        std::vector<std::string> lines;
+        bool                     over = false;
+        if (pop_retr_alllines(session, index, lines, over) != 0 || over) {
+            trace_msg("error:pop_retr_alllines index = %d");
+            return -1;
+        }
+        froms.push_back(find_item(lines, key_from));
+        trace_msg("push_back from %s");
+        subjects.push_back(find_item(lines, key_subject));
+        trace_msg("push_back subject %s");
+    }
+    return 0;
+}
+
+int delete_mails(_s_pop* session, int count, bool& refused)
+{
+    refused = false;
+    for (int number = 1; number <= count; ++number) {
+        if (pop_dele(session, number) != 0) {
+            trace_msg("error:pop_dele %s");
+            refused = true;
+        }
+    }
+    return 0;
+}
+
+std::string find_item(std::vector<std::string> const& lines, char const* key)
+{
+    // In the status line and in the body too, and anywhere in a line, on purpose.
+    for (std::string const& line : lines) {
+        if (line.find(key) != std::string::npos) {
+            return line;
+        }
+    }
+    return {};
+}
+
+std::string delete_keyword(std::string const& text, char const* key)
+{
+    std::size_t const start = text.find(key);
+    if (start == std::string::npos) {
+        trace_msg("error: no keyword");
+        return text;
+    }
+    return text.substr(start + std::strlen(key));
+}
+
+}  // namespace zelieml

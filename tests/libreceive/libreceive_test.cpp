@@ -1,0 +1,334 @@
+// Emptying a mailbox: the loop over its sessions, the list, its getters.
+
+#include "libreceive/libreceive.h"
+
+#include <gtest/gtest.h>
+#include <memory>
+
+#include "tests/libsendw/peers.h"
+#include "tests/libsendw/surroundings.h"
+
+namespace zelieml::test
+{
+
+namespace
+{
+
+using texts = std::vector<std::string>;
+
+struct list_deleter {
+    void operator()(void* list) const { receive_msg_destroy(list); }
+};
+
+class Receive : public on_a_clean_machine
+{
+protected:
+    void SetUp() override
+    {
+        on_a_clean_machine::SetUp();
+        void* made = nullptr;
+        ASSERT_EQ(receive_msg_create(&made), 0);
+        list_.reset(made);
+    }
+
+    void TearDown() override
+    {
+        list_.reset();
+        on_a_clean_machine::TearDown();
+    }
+
+    // Empties the mailbox of a server.
+    int receive(scripted_server& from, char const* domains = nullptr)
+    {
+        _s_mailserver server;
+        server.pop_host      = "127.0.0.1";
+        server.pop_port      = from.port();
+        server.pop_user      = "anna";
+        server.pop_password  = "secret";
+        server.pop_auth_type = "pop";
+        return receive_mails(&server, list(), domains);
+    }
+
+    void* list() const { return list_.get(); }
+    auto& mails() const { return *static_cast<_s_receive_msg*>(list_.get()); }
+
+private:
+    std::unique_ptr<void, list_deleter> list_;
+};
+
+std::string const login = R"(
+    S: +OK ready
+    C: user anna
+    S: +OK
+    C: pass secret
+    S: +OK
+    C: stat
+)";
+
+// One session of a mailbox: what STAT says, and the first mail.
+std::string session(std::string const& stat, std::string const& mail,
+                    std::string const& dele = "+OK")
+{
+    return login + "S: +OK " + stat + "\nC: retr 1\nS: +OK\n" + mail +
+           "\nS: .\nC: dele 1\nS: " + dele + "\nC: quit\nS: +OK\n";
+}
+
+std::string const next = "C: (connects)\n";
+
+std::string const three_mails = session("3 300", "S: From: a@d.test\nS: Subject: 1") + next +
+                                session("2 200", "S: From: b@e.test\nS: Subject: 2") + next +
+                                session("1 100", "S: From: c@mail.d.test");
+
+// ------------------------------------------------------------------------ the loop
+
+TEST_F(Receive, AnEmptyMailboxTakesOneSession)
+{
+    local_server server(login + "S: +OK 0 0\nC: quit\nS: +OK\n");
+    EXPECT_EQ(receive(server), 0);
+    EXPECT_EQ(receive_msg_count(list()), 0);
+    EXPECT_EQ(server.heard(), server.expected()) << server.problem();
+    EXPECT_EQ(trouble_traces(), texts());
+}
+
+TEST_F(Receive, ThreeMailsTakeThreeSessionsEachWithTheFirstMail)
+{
+    local_server server(three_mails);
+    EXPECT_EQ(receive(server), 0);
+    EXPECT_EQ(server.heard(), server.expected()) << server.problem();
+    EXPECT_EQ(server.connections(), 3);
+    EXPECT_EQ(receive_msg_count(list()), 3);
+    EXPECT_EQ(mails().from, (texts{"From: a@d.test", "From: b@e.test", "From: c@mail.d.test"}));
+    EXPECT_EQ(mails().subject, (texts{"Subject: 1", "Subject: 2", ""}));
+}
+
+TEST_F(Receive, AnEmptyListOfDomainsLetsAllPass)
+{
+    local_server server(three_mails);
+    EXPECT_EQ(receive(server, ""), 0);
+    EXPECT_EQ(receive_msg_count(list()), 3);
+}
+
+TEST_F(Receive, OnlyMailsFromAllowedDomainsAreKeptAndAllAreDeleted)
+{
+    local_server server(three_mails);
+    EXPECT_EQ(receive(server, "x.test, d.test"), 0);
+    EXPECT_EQ(server.heard(), server.expected()) << server.problem();
+    EXPECT_EQ(receive_msg_count(list()), 2);
+    EXPECT_EQ(mails().from, (texts{"From: a@d.test", "From: c@mail.d.test"}));
+    EXPECT_EQ(mails().subject, (texts{"Subject: 1", ""}));
+
+    local_server again(three_mails);
+    EXPECT_EQ(receive(again, "nobody.test"), 0);
+    EXPECT_EQ(receive_msg_count(list()), 0);
+    EXPECT_TRUE(again.ok()) << again.problem();
+}
+
+TEST_F(Receive, AMailThatIsTooLongIsLeftOutAndTheOthersAreNot)
+{
+    std::string too_long;
+    for (int i = 0; i < 2100; ++i) {
+        too_long += "S+ x\n";
+    }
+    // The line that DELE takes for its answer, and QUIT the next.
+    local_server server(session("2 200", too_long + "S- ") + next +
+                        session("1 100", "S: From: a@d.test"));
+    EXPECT_EQ(receive(server), 0);
+    EXPECT_EQ(server.heard(), server.expected()) << server.problem();
+    EXPECT_EQ(receive_msg_count(list()), 1);
+    EXPECT_EQ(mails().from, texts{"From: a@d.test"});
+}
+
+TEST_F(Receive, StartsTheListAfresh)
+{
+    local_server first(three_mails);
+    EXPECT_EQ(receive(first), 0);
+    local_server second(session("1 100", "S: From: z@z.test"));
+    EXPECT_EQ(receive(second), 0);
+    EXPECT_EQ(receive_msg_count(list()), 1);
+    EXPECT_EQ(mails().from, texts{"From: z@z.test"});
+}
+
+TEST_F(Receive, AFailureLeavesTheListEmptyAlthoughMailsAreGone)
+{
+    local_server full(three_mails);
+    EXPECT_EQ(receive(full), 0);
+    clear_traces();
+
+    local_server server(session("2 200", "S: From: a@d.test") + next + login +
+                        "S: -ERR locked\nC: (closes)");
+    EXPECT_EQ(receive(server), -1);
+    EXPECT_EQ(server.heard(), server.expected()) << server.problem();
+    EXPECT_EQ(receive_msg_count(list()), 0);
+    EXPECT_EQ(mails().from, texts());
+    EXPECT_EQ(mails().subject, texts());
+    EXPECT_EQ(trouble_traces(), (texts{"error:-ERR", "error: pop_stat",
+                                       "error:fetchmail_get_one_mail", "error:process_one_mail"}));
+    char buffer[100];
+    EXPECT_EQ(receive_msg_get_from(list(), 0, buffer, sizeof buffer), -1);
+}
+
+TEST_F(Receive, NullIsAFailure)
+{
+    _s_mailserver server;
+    EXPECT_EQ(receive_msg_create(nullptr), -1);
+    EXPECT_EQ(receive_msg_destroy(nullptr), 0);
+    EXPECT_EQ(receive_msg_count(nullptr), 0);
+    EXPECT_EQ(receive_mails(nullptr, list(), nullptr), -1);
+    EXPECT_EQ(receive_mails(&server, nullptr, nullptr), -1);
+    EXPECT_EQ(traces(), texts()) << "nobody was asked";
+    EXPECT_EQ(receive_mails(&server, list(), nullptr), -1) << "a record that was not set";
+}
+
+// ------------------------------------------- a mailbox that never gets smaller
+
+// Plays session(n) for n = 1, 2, ... up to count sessions.
+std::string sessions(int count, std::string (*one)(int))
+{
+    std::string all;
+    for (int n = 1; n <= count; ++n) {
+        all += (n > 1 ? next : "") + one(n);
+    }
+    return all;
+}
+
+TEST_F(Receive, AServerThatRefusesDELEIsGivenUpAfter1000Sessions)
+{
+    local_server server(sessions(1000, [](int n) {
+        return session(std::to_string(n + 5) + " " + std::to_string(n), "S: x", "-ERR read only");
+    }));
+    EXPECT_EQ(receive(server), -1);
+    EXPECT_EQ(server.heard(), server.expected()) << server.problem();
+    EXPECT_EQ(receive_msg_count(list()), 0);
+    EXPECT_EQ(traces().back(), "error:process_one_mail");
+}
+
+TEST_F(Receive, AMailboxThatStaysTheSameIsGivenUpAfter1000Sessions)
+{
+    // The first of them is not the same as any before it.
+    local_server server(sessions(1001, [](int) { return session("2 200", "S: x"); }));
+    EXPECT_EQ(receive(server), -1);
+    EXPECT_EQ(server.heard(), server.expected()) << server.problem();
+    EXPECT_EQ(receive_msg_count(list()), 0);
+}
+
+TEST_F(Receive, OneSessionThatGetsOnLetsItStartToCountAgain)
+{
+    // 999 refusals, one success, 999 refusals, and the last mail.
+    local_server server(sessions(2000, [](int n) {
+        std::string const size = std::to_string(n);
+        return n == 2000 ? session("1 1", "S: x")
+                         : session("2 " + size, "S: x", n == 1000 ? "+OK" : "-ERR no");
+    }));
+    EXPECT_EQ(receive(server), 0);
+    EXPECT_EQ(server.heard(), server.expected()) << server.problem();
+    EXPECT_EQ(receive_msg_count(list()), 2000);
+}
+
+TEST_F(Receive, AMailboxThatIsEmptyInTheEndIsNoFailureHoweverLongItTook)
+{
+    local_server server(sessions(
+        1000, [](int n) { return session(n == 1000 ? "1 7" : "2 7", "S: x", "-ERR no"); }));
+    EXPECT_EQ(receive(server), 0);
+    EXPECT_EQ(receive_msg_count(list()), 1000);
+}
+
+// ----------------------------------------------------------------------- the list
+
+TEST_F(Receive, AFreshListIsEmpty)
+{
+    char buffer[10] = "kept";
+    EXPECT_EQ(receive_msg_count(list()), 0);
+    EXPECT_EQ(receive_msg_get_from(list(), 0, buffer, sizeof buffer), -1);
+    EXPECT_EQ(receive_msg_get_subject(list(), 0, buffer, sizeof buffer), -1);
+    EXPECT_STREQ(buffer, "kept");
+}
+
+TEST_F(Receive, InitEmptiesAList)
+{
+    mails() = {1, {"From: a"}, {"Subject: s"}};
+    receive_msg_init(mails());
+    EXPECT_EQ(mails().count, 0);
+    EXPECT_EQ(mails().from, texts());
+    EXPECT_EQ(mails().subject, texts());
+}
+
+TEST_F(Receive, GettersCutTheKeyOff)
+{
+    mails() = {3,
+               {"From: Anna <a@d.test>", "X-From: b@e.test", ""},
+               {"Subject: paper", "Re: Subject: of old", ""}};
+    struct {
+        int         index;
+        char const* from;
+        char const* subject;
+        char const* reason;
+    } const cases[] = {
+        {0, "Anna <a@d.test>", "paper", "as usual"},
+        {1, "b@e.test", "of old", "what precedes the key goes with it"},
+        {2, "", "", "a mail without such lines"},
+    };
+    for (auto const& c : cases) {
+        char buffer[100] = "";
+        EXPECT_EQ(receive_msg_get_from(list(), c.index, buffer, sizeof buffer), 0) << c.reason;
+        EXPECT_STREQ(buffer, c.from) << c.reason;
+        EXPECT_EQ(receive_msg_get_subject(list(), c.index, buffer, sizeof buffer), 0) << c.reason;
+        EXPECT_STREQ(buffer, c.subject) << c.reason;
+    }
+    EXPECT_EQ(trouble_traces(), (texts{"error: no keyword", "error: no keyword"}));
+}
+
+TEST_F(Receive, ABufferAsLongAsTheWholeLineIsTooShort)
+{
+    std::string const from    = "From: a@d.test";
+    std::string const subject = "Subject: s";
+    mails()                   = {1, {from}, {subject}};
+    struct {
+        int         length;
+        int         from_result;
+        int         subject_result;
+        char const* reason;
+    } const cases[] = {
+        {static_cast<int>(from.size()) + 1, 0, 0, "the line and its NUL"},
+        {static_cast<int>(from.size()), -1, 0, "the NUL of From needs room"},
+        {static_cast<int>(subject.size()) + 1, -1, 0, "the line of Subject and its NUL"},
+        {static_cast<int>(subject.size()), -1, -1, "the NUL of Subject needs room"},
+        {9, -1, -1, "room for the texts without their keys"},
+        {0, -1, -1, "no room"},
+        {-1, -1, -1, "less than no room"},
+    };
+    for (auto const& c : cases) {
+        char buffer[100] = "kept";
+        EXPECT_EQ(receive_msg_get_from(list(), 0, buffer, c.length), c.from_result) << c.reason;
+        EXPECT_STREQ(buffer, c.from_result == 0 ? "a@d.test" : "kept") << c.reason;
+        char other[100] = "kept";
+        EXPECT_EQ(receive_msg_get_subject(list(), 0, other, c.length), c.subject_result)
+            << c.reason;
+        EXPECT_STREQ(other, c.subject_result == 0 ? "s" : "kept") << c.reason;
+    }
+}
+
+TEST_F(Receive, GettersTakeNoIndexOutsideAndNoNull)
+{
+    mails()         = {1, {"From: a"}, {"Subject: s"}};
+    char buffer[20] = "kept";
+    for (int const index : {1, 2, -1, -2147483647 - 1, 2147483647}) {
+        EXPECT_EQ(receive_msg_get_from(list(), index, buffer, sizeof buffer), -1) << index;
+        EXPECT_EQ(receive_msg_get_subject(list(), index, buffer, sizeof buffer), -1) << index;
+    }
+    EXPECT_EQ(receive_msg_get_from(nullptr, 0, buffer, sizeof buffer), -1);
+    EXPECT_EQ(receive_msg_get_subject(nullptr, 0, buffer, sizeof buffer), -1);
+    EXPECT_EQ(receive_msg_get_from(list(), 0, nullptr, sizeof buffer), -1);
+    EXPECT_EQ(receive_msg_get_subject(list(), 0, nullptr, sizeof buffer), -1);
+    EXPECT_STREQ(buffer, "kept");
+}
+
+TEST(CopyInToOut, AppendsInOrder)
+{
+    texts out = {"a"};
+    copy_in_to_out({"b", "c"}, out);
+    EXPECT_EQ(out, (texts{"a", "b", "c"}));
+}
+
+}  // namespace
+
+}  // namespace zelieml::test
