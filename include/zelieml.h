@@ -7,14 +7,18 @@
  * file "zelismes.cf" of the work directory (eml_cf_...), passwords in encrypted form
  * (eml_encrypt_passwd).
  *
+ * A server record (server_info_...) names an SMTP and a POP3 server directly. With it settings are
+ * tried out before they are relied on (test_pop_auth, test_smtp_auth), and a mailbox is emptied
+ * (eml_receive_...).
+ *
  * Rules that hold for all calls, unless a function says otherwise:
  *
  * - Results are 0 for success and -1 for failure. Nothing is thrown; lack of memory is a failure
  *   like any other.
  * - Handles are opaque void pointers. Each function that makes one has a function that frees it;
  *   freeing null is allowed. The caller owns every handle and every text that he is given.
- * - Texts end with a NUL and are copied: the caller may free his own right after the call. Null
- *   where a text or a handle is wanted is a failure, never a crash.
+ * - Texts end with a NUL and are copied: the caller may free his own right after the call, save
+ *   those of a server record. Null where a text or a handle is wanted is a failure, never a crash.
  * - Texts that leave the library come whole or not at all: a getter fails, and leaves the buffer
  *   as it was, when the text and its NUL do not fit.
  * - Any thread may call any function. One record must not be used by two threads at once; an engine
@@ -493,6 +497,184 @@ ZELIEML_API void           eml_decrypt_free_passwd(unsigned char *text);
  */
 ZELIEML_API unsigned char *eml_hash_hexstr(const char *text);
 ZELIEML_API void           eml_hash_free_hexstr(unsigned char *text);
+
+/* ------------------------------------------- server records and login tests */
+
+/*
+ * server_info_create - make a server record
+ *
+ * server  receives the record; free it with server_info_destroy
+ *
+ * The record names no servers: set what a call needs before the call. Without it the call fails.
+ *
+ * Returns 0, or -1 when server is null or there is no memory.
+ */
+ZELIEML_API int server_info_create(void **server);
+
+/*
+ * server_info_destroy - free a server record
+ *
+ * server  the record, or null. The texts it points at stay the caller's.
+ *
+ * Returns 0.
+ */
+ZELIEML_API int server_info_destroy(void *server);
+
+/*
+ * server_info_set_pop - name the POP3 server, for test_pop_auth, test_smtp_auth with POP before
+ * SMTP, and eml_receive_mails
+ *
+ * THE TEXTS ARE NOT COPIED. The record keeps these pointers: every text has to stay alive and
+ * unchanged until the last call with the record has returned.
+ *
+ * server     the record
+ * host       host name or dotted IPv4 address
+ * user       the account
+ * password   in clear text
+ * auth_type  "pop" for USER and PASS, "apop" for APOP, in lower case. Use no other text: the tests
+ *            take it for "apop", receiving takes it for "pop".
+ * port       usually 110
+ * wait_ms    milliseconds to wait between a login for POP before SMTP and the SMTP session; none
+ *            when negative
+ *
+ * Returns 0, or -1 for a null record. A null text makes the calls with the record fail.
+ */
+ZELIEML_API int server_info_set_pop(void *server, const char *host, const char *user,
+                                    const char *password, const char *auth_type, int port,
+                                    int wait_ms);
+
+/*
+ * server_info_set_smtp - name the SMTP server, for test_smtp_auth
+ *
+ * THE TEXTS ARE NOT COPIED, see server_info_set_pop.
+ *
+ * server    the record
+ * host      host name or dotted IPv4 address
+ * user      the account; not null, also without authentication
+ * password  in clear text; not null, also without authentication
+ * auth      "on" or "off", in lower case. It has to agree with the server: the test fails when the
+ *           server offers authentication and this is "off", as it does the other way round.
+ * port      usually 25 or 587
+ *
+ * Returns 0, or -1 for a null record. A null text makes the test fail.
+ */
+ZELIEML_API int server_info_set_smtp(void *server, const char *host, const char *user,
+                                     const char *password, const char *auth, int port);
+
+/*
+ * test_pop_auth - log in to the POP3 server, and out again
+ *
+ * server   the record, after server_info_set_pop
+ * message  receives the server's last line and its NUL, or an empty text when there was none; may
+ *          be null. THE LENGTH IS NOT CHECKED: the server decides how much is written. A line of a
+ *          POP3 server has 512 bytes at most if it keeps to the rules (RFC 2449), but nothing here
+ *          holds it to them. Pass null for a server that is not trusted.
+ *
+ * Runs on the caller's thread. No mail is read or deleted. How long it takes is up to the server,
+ * as for eml_post_sync.
+ *
+ * Returns eml_send_ok when the login was accepted. Otherwise eml_send_error_auth when user or
+ * password was refused, or APOP is not possible; eml_send_error_connection when the server was not
+ * found or not reached; eml_send_error_other when QUIT was not answered, the record is null or was
+ * not set, or there is no memory.
+ */
+ZELIEML_API eml_send_e test_pop_auth(void *server, char *message);
+
+/*
+ * test_smtp_auth - greet the SMTP server, log in, and quit; no mail is sent
+ *
+ * server           the record, after server_info_set_smtp
+ * pop_before_smtp  "on": log in to the record's POP3 server first, and wait as it says. When that
+ *                  fails, the SMTP server is not contacted. Any other text, "off" say: do not. The
+ *                  record keeps this pointer too.
+ * message          receives the server's last reply, all its lines with their CR LF, and its NUL,
+ *                  or an empty text when there was none; may be null. THE LENGTH IS NOT CHECKED: the
+ *                  server decides how much is written. A reply line has 512 bytes at most if the
+ *                  server keeps to the rules (RFC 5321), and a reply has any number of lines. Pass
+ *                  null for a server that is not trusted.
+ *
+ * The strongest of CRAM-MD5, LOGIN and PLAIN that the server offers is used. Runs on the caller's
+ * thread. How long it takes is up to the server, as for eml_post_sync.
+ *
+ * Returns eml_send_ok when the server accepted greeting, login and QUIT. Otherwise
+ * eml_send_error_auth when EHLO or the login was refused, or the switch does not agree with the
+ * server; eml_send_error_connection when the server was not found or not reached, or refused the
+ * QUIT; what test_pop_auth returns when the POP3 login failed; eml_send_error_other when an argument
+ * but message is null, or there is no memory.
+ */
+ZELIEML_API eml_send_e test_smtp_auth(void *server, const char *pop_before_smtp, char *message);
+
+/* ----------------------------------------------------------------- receiving */
+
+/*
+ * Receiving empties a POP3 mailbox and hands back who wrote and about what. THE MAILS ARE DELETED
+ * ON THE SERVER: those that are handed back, those whose sender is not allowed, those too long to
+ * be taken (over 2000 lines), and, when receiving fails half way, those that were fetched by then,
+ * although none of them is handed back. Use a mailbox that nobody else reads.
+ */
+
+/*
+ * eml_receive_msg_create - make an empty list of received mails
+ *
+ * list  receives the list; free it with eml_receive_msg_destroy
+ *
+ * Returns 0, or -1 when list is null or there is no memory.
+ */
+ZELIEML_API int eml_receive_msg_create(void **list);
+
+/*
+ * eml_receive_msg_destroy - free a list of received mails
+ *
+ * list  the list, or null
+ *
+ * Returns 0.
+ */
+ZELIEML_API int eml_receive_msg_destroy(void *list);
+
+/*
+ * eml_receive_msg_count - the number of mails in a list
+ *
+ * Returns the number, 0 for null.
+ */
+ZELIEML_API int eml_receive_msg_count(void *list);
+
+/*
+ * eml_receive_mails - fetch all mails of a mailbox, and delete them on the server
+ *
+ * server   a server record, after server_info_set_pop
+ * list     receives the mails, in the order of the mailbox; what was in it is dropped
+ * domains  the domains whose mails are handed back, separated by commas, blanks removed; null or
+ *          empty for all. One matches when it stands anywhere in the sender's domain, with regard to
+ *          case: "example.com" also lets "mail.example.com" and "notexample.com" pass, and an empty
+ *          entry ("example.com,") lets everything pass. This selects mails; it does not tell who
+ *          sent them.
+ *
+ * Holds one session with the server for each mail, on the caller's thread. How long it takes is up
+ * to the server, as for eml_post_sync.
+ *
+ * Returns 0 when the mailbox is empty. Returns -1 when server or list is null, any session fails,
+ * there is no memory, or the server does not delete and would be asked for ever; the list is empty
+ * then, and THE MAILS FETCHED BY THEN ARE LOST.
+ */
+ZELIEML_API int eml_receive_mails(void *server, void *list, const char *domains);
+
+/*
+ * eml_receive_msg_get_from, eml_receive_msg_get_subject - copy the sender or the subject of a mail
+ *
+ * list   the list
+ * index  the mail, from 0
+ * buf    receives the text and its NUL: what followed "From: " or "Subject: " in the first line of
+ *        the mail that contains it, header or body, as the server sent it: encoded words are not
+ *        decoded, continuation lines are not joined. Empty when there is no such line.
+ * size   bytes at buf. There has to be room for the key as well, and for the NUL, although the key
+ *        is not copied: a text of n characters needs n + 7 bytes (From) or n + 10 (Subject). 4096
+ *        are always enough.
+ *
+ * Returns 0. Returns -1, leaving buf as it was, when list or buf is null, there is no such mail, or
+ * there is not enough room.
+ */
+ZELIEML_API int eml_receive_msg_get_from(void *list, int index, char *buf, int size);
+ZELIEML_API int eml_receive_msg_get_subject(void *list, int index, char *buf, int size);
 
 #ifdef __cplusplus
 }

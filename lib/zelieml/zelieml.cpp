@@ -1,14 +1,17 @@
-// zelieml.cpp - the exported functions: messages, posting, the engine, result records
+// zelieml.cpp - the exported functions: messages, posting, the engine, result records,
+// server records and login tests, receiving
 //
 // Each forwards to the unit that does the work and lets nothing be thrown through the C interface.
 // The contracts stand in zelieml.h.
 
 #include "zelieml.h"
 
+#include "libaccess/libaccess.h"
 #include "libcb/libcb.h"
 #include "libemlw/libemlw.h"
 #include "liblog/trace.h"
 #include "libmsg/libmsg.h"
+#include "libreceive/libreceive.h"
 #include "support/c_boundary.h"
 
 using namespace zelieml;
@@ -259,4 +262,69 @@ int eml_cb_duplicate(void* cb, void** copy)
 int eml_cb_delete(void* cb)
 {
     return at_c_boundary(-1, [&] { return cb_destroy(cb); });
+}
+
+int server_info_create(void** server)
+{
+    return at_c_boundary(-1, [&] { return server_create(server); });
+}
+
+int server_info_destroy(void* server)
+{
+    return at_c_boundary(-1, [&] { return server_destroy(server); });
+}
+
+int server_info_set_pop(void* server, char const* host, char const* user, char const* password,
+                        char const* auth_type, int port, int wait_ms)
+{
+    return at_c_boundary(
+        -1, [&] { return set_pop(server, host, user, password, auth_type, port, wait_ms); });
+}
+
+int server_info_set_smtp(void* server, char const* host, char const* user, char const* password,
+                         char const* auth, int port)
+{
+    return at_c_boundary(-1, [&] { return set_smtp(server, host, user, password, auth, port); });
+}
+
+eml_send_e test_pop_auth(void* server, char* message)
+{
+    return at_c_boundary(eml_send_error_other,
+                         [&] { return zelieml::test_pop_auth(server, message); });
+}
+
+eml_send_e test_smtp_auth(void* server, char const* pop_before_smtp, char* message)
+{
+    return at_c_boundary(eml_send_error_other,
+                         [&] { return zelieml::test_smtp_auth(server, pop_before_smtp, message); });
+}
+
+int eml_receive_msg_create(void** list)
+{
+    return at_c_boundary(-1, [&] { return receive_msg_create(list); });
+}
+
+int eml_receive_msg_destroy(void* list)
+{
+    return at_c_boundary(-1, [&] { return receive_msg_destroy(list); });
+}
+
+int eml_receive_msg_count(void* list)
+{
+    return at_c_boundary(0, [&] { return receive_msg_count(list); });
+}
+
+int eml_receive_mails(void* server, void* list, char const* domains)
+{
+    return at_c_boundary(-1, [&] { return receive_mails(server, list, domains); });
+}
+
+int eml_receive_msg_get_from(void* list, int index, char* buf, int size)
+{
+    return at_c_boundary(-1, [&] { return receive_msg_get_from(list, index, buf, size); });
+}
+
+int eml_receive_msg_get_subject(void* list, int index, char* buf, int size)
+{
+    return at_c_boundary(-1, [&] { return receive_msg_get_subject(list, index, buf, size); });
 }

@@ -1,7 +1,7 @@
 /*
  * c_interface_test.c - every exported function called from C, in the shared library
  *
- * Works in a directory of its own and sends one mail to a server in a child process.
+ * Works in a directory of its own; its servers are child processes.
  */
 
 #define _XOPEN_SOURCE 700
@@ -259,8 +259,42 @@ static int take_one_mail(int listener)
     return had_subject ? 0 : 1;
 }
 
-/* Starts the server and tells its port. */
-static pid_t start_server(char* port, size_t size)
+/* A mailbox with one mail, for two sessions: the first only logs in. Ends with 0 when the mail was
+ * deleted. */
+static int keep_one_mail(int listener)
+{
+    int deleted = 0;
+    int session;
+
+    for (session = 1; session <= 2; ++session) {
+        int const client = accept(listener, NULL, NULL);
+        FILE*     in     = fdopen(client, "r");
+        char      line[1024];
+
+        if (in == NULL) {
+            return 1;
+        }
+        dprintf(client, "+OK ready\r\n");
+        while (fgets(line, (int)sizeof line, in) != NULL) {
+            deleted |= session == 2 && strcmp(line, "dele 1\r\n") == 0;
+            if (strcmp(line, "retr 1\r\n") == 0) {
+                dprintf(client, "+OK\r\nFrom: anna@a.test\r\nSubject: paper\r\n.\r\n");
+            } else if (strcmp(line, "stat\r\n") == 0) {
+                dprintf(client, "+OK 1 40\r\n");
+            } else {
+                dprintf(client, "+OK\r\n");
+            }
+            if (strcmp(line, "quit\r\n") == 0) {
+                break;
+            }
+        }
+        fclose(in);
+    }
+    return deleted ? 0 : 1;
+}
+
+/* Starts a server and tells its port. */
+static pid_t start_server(int (*serve)(int listener), int* port)
 {
     int const          listener = socket(AF_INET, SOCK_STREAM, 0);
     struct sockaddr_in here;
@@ -273,12 +307,12 @@ static pid_t start_server(char* port, size_t size)
     CHECK(bind(listener, (struct sockaddr*)&here, length) == 0);
     CHECK(listen(listener, 1) == 0);
     CHECK(getsockname(listener, (struct sockaddr*)&here, &length) == 0);
-    snprintf(port, size, "%d", (int)ntohs(here.sin_port));
+    *port = (int)ntohs(here.sin_port);
 
     server = fork();
     if (server == 0) {
         alarm(60);
-        _exit(take_one_mail(listener));
+        _exit(serve(listener));
     }
     close(listener);
     return server;
@@ -301,9 +335,11 @@ static void test_post(char const* workdir, char const* conf)
     eml_send_e  code   = eml_send_error_auth;
     int         status = -1;
     char        text[64];
+    int         number = 0;
     char        port[16];
-    pid_t const server = start_server(port, sizeof port);
+    pid_t const server = start_server(take_one_mail, &number);
 
+    snprintf(port, sizeof port, "%d", number);
     CHECK(eml_cf_set_string("smtp_server", "127.0.0.1", conf) == 0);
     CHECK(eml_cf_set_string("smtp_port", port, conf) == 0);
     CHECK(eml_cf_set_string("subject_use_encoding", "no", conf) == 0);
@@ -361,6 +397,79 @@ static void test_failed_post(char const* workdir)
     CHECK(eml_cb_delete(result) == 0);
     CHECK(eml_post_sync(workdir, msg, NULL) == -1);
     CHECK(eml_msg_destroy(msg) == 0);
+}
+
+/* ------------------------------------------- server records, tests, receiving */
+
+static void test_servers(void)
+{
+    void*       server  = NULL;
+    void*       list    = NULL;
+    int         port    = 0;
+    pid_t const mailbox = start_server(keep_one_mail, &port);
+    int         status  = -1;
+    char        text[1024];
+    char        small[17] = "kept";
+
+    CHECK(server_info_create(NULL) == -1);
+    CHECK(server_info_create(&server) == 0);
+    CHECK(server_info_set_pop(NULL, "127.0.0.1", "anna", "secret", "pop", port, 0) == -1);
+    CHECK(server_info_set_pop(server, "127.0.0.1", "anna", "secret", "pop", port, 0) == 0);
+
+    CHECK(test_pop_auth(NULL, NULL) == eml_send_error_other);
+    CHECK(test_pop_auth(server, text) == eml_send_ok);
+    CHECK_TEXT(text, "+OK\r\n");
+
+    CHECK(eml_receive_msg_create(NULL) == -1);
+    CHECK(eml_receive_msg_create(&list) == 0);
+    CHECK(eml_receive_msg_count(NULL) == 0);
+    CHECK(eml_receive_msg_count(list) == 0);
+    CHECK(eml_receive_mails(NULL, list, NULL) == -1);
+    CHECK(eml_receive_mails(server, NULL, NULL) == -1);
+    CHECK(eml_receive_mails(server, list, "b.test, a.test") == 0);
+    CHECK(waitpid(mailbox, &status, 0) == mailbox);
+    CHECK(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+
+    CHECK(eml_receive_msg_count(list) == 1);
+    CHECK(eml_receive_msg_get_from(list, 0, small, 17) == -1);
+    CHECK_TEXT(small, "kept");
+    CHECK(eml_receive_msg_get_subject(list, 0, small, 15) == 0);
+    CHECK_TEXT(small, "paper");
+    CHECK(eml_receive_msg_get_from(list, 0, text, 18) == 0);
+    CHECK_TEXT(text, "anna@a.test");
+    CHECK(eml_receive_msg_get_from(list, 1, text, (int)sizeof text) == -1);
+    CHECK(eml_receive_msg_get_from(NULL, 0, text, (int)sizeof text) == -1);
+    CHECK(eml_receive_msg_get_subject(list, -1, text, (int)sizeof text) == -1);
+    CHECK(eml_receive_msg_get_subject(list, 0, NULL, 100) == -1);
+
+    /* The server is gone. */
+    CHECK(test_pop_auth(server, NULL) == eml_send_error_connection);
+    CHECK(eml_receive_mails(server, list, "") == -1);
+    CHECK(eml_receive_msg_count(list) == 0);
+    CHECK(eml_receive_msg_destroy(list) == 0);
+    CHECK(eml_receive_msg_destroy(NULL) == 0);
+    CHECK(server_info_destroy(server) == 0);
+    CHECK(server_info_destroy(NULL) == 0);
+}
+
+static void test_smtp_server(void)
+{
+    void*       server = NULL;
+    int         port   = 0;
+    pid_t const smtp   = start_server(take_one_mail, &port);
+    char        text[1024];
+
+    CHECK(server_info_create(&server) == 0);
+    CHECK(server_info_set_smtp(NULL, "127.0.0.1", "", "", "off", port) == -1);
+    CHECK(server_info_set_smtp(server, "127.0.0.1", "", "", "off", port) == 0);
+    CHECK(test_smtp_auth(NULL, "off", text) == eml_send_error_other);
+    CHECK(test_smtp_auth(server, NULL, text) == eml_send_error_other);
+    CHECK_TEXT(text, "");
+    CHECK(test_smtp_auth(server, "off", text) == eml_send_ok);
+    CHECK_TEXT(text, "221 bye\r\n");
+    CHECK(waitpid(smtp, NULL, 0) == smtp);
+    CHECK(test_smtp_auth(server, "off", NULL) == eml_send_error_connection);
+    CHECK(server_info_destroy(server) == 0);
 }
 
 /* ----------------------------------------------------------------- the engine */
@@ -510,6 +619,8 @@ int main(void)
     test_failed_post(work);
     test_settings(conf);
     test_post(work, conf);
+    test_servers();
+    test_smtp_server();
     test_engine(work);
     test_post_to_nobody(work, path, path);
 

@@ -321,6 +321,95 @@ TEST_P(NoMemory, ForASynchronousPost)
     EXPECT_EQ(zelieml::test::open_descriptors(), descriptors);
 }
 
+TEST_P(NoMemory, ForServerRecordsAndLists)
+{
+    void* server = nullptr;
+    void* list   = nullptr;
+    int   result = 0;
+    EXPECT_GT(until_it_succeeds([&] { return (result = server_info_create(&server)) == 0; },
+                                [&] { EXPECT_EQ(result, -1); }),
+              0);
+    EXPECT_GT(until_it_succeeds([&] { return (result = eml_receive_msg_create(&list)) == 0; },
+                                [&] { EXPECT_EQ(result, -1); }),
+              0);
+    failing_new const none(0);
+    EXPECT_EQ(server_info_set_pop(server, "h", "u", "p", "pop", 110, 0), 0);
+    EXPECT_EQ(server_info_set_smtp(server, "h", "u", "p", "on", 25), 0);
+    EXPECT_EQ(eml_receive_msg_count(list), 0);
+    EXPECT_EQ(eml_receive_msg_destroy(list), 0);
+    EXPECT_EQ(server_info_destroy(server), 0);
+}
+
+TEST_P(NoMemory, ForLoginTests)
+{
+    int const                    descriptors = zelieml::test::open_descriptors();
+    zelieml::mailserver::options options;
+    options.users = {{"an account with a name of some length", long_text}};
+    auto  host    = std::make_unique<mail_server>(options);
+    void* server  = nullptr;
+    EXPECT_EQ(server_info_create(&server), 0);
+    char const* const user = options.users[0].user.c_str();
+    server_info_set_pop(server, "127.0.0.1", user, long_text, "apop", host->pop_port(), 0);
+    server_info_set_smtp(server, "127.0.0.1", user, long_text, "on", host->smtp_port());
+
+    eml_send_e code = eml_send_ok;
+    EXPECT_GT(
+        until_it_succeeds([&] { return (code = test_pop_auth(server, nullptr)) == eml_send_ok; },
+                          [&] { EXPECT_NE(code, eml_send_ok); }),
+        3);
+    EXPECT_GT(until_it_succeeds(
+                  [&] { return (code = test_smtp_auth(server, "on", nullptr)) == eml_send_ok; },
+                  [&] { EXPECT_NE(code, eml_send_ok); }),
+              3);
+    EXPECT_EQ(server_info_destroy(server), 0);
+    host.reset();
+    EXPECT_EQ(zelieml::test::open_descriptors(), descriptors);
+}
+
+TEST_P(NoMemory, ForReceiving)
+{
+    int const                    descriptors = zelieml::test::open_descriptors();
+    zelieml::mailserver::options options;
+    options.users = {{"tim", "tanstaaf"}};
+    auto  host    = std::make_unique<mail_server>(options);
+    void* server  = nullptr;
+    void* list    = nullptr;
+    EXPECT_EQ(server_info_create(&server), 0);
+    EXPECT_EQ(eml_receive_msg_create(&list), 0);
+    server_info_set_pop(server, "127.0.0.1", "tim", "tanstaaf", "pop", host->pop_port(), 0);
+
+    auto const fill = [&] {
+        while (host->mailbox().size() < 2) {
+            host->put(std::string("From: ") + long_text + "@a.test\r\nSubject: " + other_text +
+                      "\r\n\r\ntext\r\n");
+        }
+    };
+    fill();
+    int result = 0;
+    EXPECT_GT(until_it_succeeds(
+                  [&] {
+                      result = eml_receive_mails(server, list, "b.test, a.test");
+                      return result == 0;
+                  },
+                  [&] {
+                      EXPECT_EQ(result, -1);
+                      EXPECT_EQ(eml_receive_msg_count(list), 0) << "an empty list";
+                      fill();
+                  }),
+              5);
+    EXPECT_EQ(eml_receive_msg_count(list), 2);
+    char text[100];
+    EXPECT_GT(until_it_succeeds(
+                  [&] { return (result = eml_receive_msg_get_subject(list, 1, text, 100)) == 0; },
+                  [&] { EXPECT_EQ(result, -1); }),
+              0);
+    EXPECT_STREQ(text, other_text);
+    eml_receive_msg_destroy(list);
+    server_info_destroy(server);
+    host.reset();
+    EXPECT_EQ(zelieml::test::open_descriptors(), descriptors);
+}
+
 TEST_P(NoMemory, ForStartingAnEngine)
 {
     settings("");
