@@ -104,6 +104,33 @@ TEST_F(CancelAnywhere, InSendingAMessage)
     EXPECT_GT(points, 50);
 }
 
+TEST_F(CancelAnywhere, InLoginTestsAndReceiving)
+{
+    int const descriptors = zelieml::test::open_descriptors();
+    {
+        zelieml::test::mail_server host;
+        void*                      server = nullptr;
+        ASSERT_EQ(server_info_create(&server), 0);
+        server_info_set_pop(server, "127.0.0.1", "user", "password", "pop", host.pop_port(), 0);
+        server_info_set_smtp(server, "127.0.0.1", "user", "password", "on", host.smtp_port());
+
+        EXPECT_GT(cancel_everywhere([&] { test_smtp_auth(server, "on", nullptr); }), 20);
+
+        void* list = nullptr;
+        ASSERT_EQ(eml_receive_msg_create(&list), 0);
+        EXPECT_GT(cancel_everywhere([&] {
+                      host.put("From: anna@a.test\r\n\r\n");
+                      eml_receive_mails(server, list, "a.test");
+                  }),
+                  20);
+        // What a thread that was cut off had done to the list leaves it good for use.
+        EXPECT_EQ(eml_receive_mails(server, list, nullptr), 0);
+        eml_receive_msg_destroy(list);
+        server_info_destroy(server);
+    }
+    EXPECT_EQ(zelieml::test::open_descriptors(), descriptors);
+}
+
 TEST_F(CancelAnywhere, InPosting)
 {
     EXPECT_GE(cancel_everywhere([&] { eml_post(work_.c_str(), msg_); }), 2);
