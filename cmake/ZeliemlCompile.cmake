@@ -5,6 +5,11 @@ set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 
+# 32-bit Linux: times after 2038, and directories whose file numbers need 64 bits.
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=64)
+endif()
+
 set(ZELIEML_WARNINGS -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
 if(ZELIEML_WERROR)
   list(APPEND ZELIEML_WARNINGS -Werror)

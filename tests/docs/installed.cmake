@@ -17,7 +17,8 @@ file(STRINGS ${WORK}/prefix/${LIBDIR}/pkgconfig/zelieml.pc lines REGEX "^(Libs|C
 if(NOT lines MATCHES "-lzelieml" OR NOT lines MATCHES "-I")
   message(FATAL_ERROR "zelieml.pc: ${lines}")
 endif()
-must(${CC} ${EXAMPLE} ${MAIN} -o ${WORK}/by_hand -I${WORK}/prefix/include
+separate_arguments(flags NATIVE_COMMAND "${CFLAGS}")
+must(${CC} ${flags} ${EXAMPLE} ${MAIN} -o ${WORK}/by_hand -I${WORK}/prefix/include
      -L${WORK}/prefix/${LIBDIR} -lzelieml -Wl,-rpath,${WORK}/prefix/${LIBDIR})
 must(${WORK}/by_hand)
 
@@ -28,6 +29,7 @@ find_package(zelieml 1.0 REQUIRED)
 add_executable(user ${EXAMPLE} ${MAIN})
 target_link_libraries(user PRIVATE zelieml::zelieml)
 ")
-must(${CMAKE_COMMAND} -G ${GENERATOR} -S ${WORK}/user -B ${WORK}/user/build -DCMAKE_PREFIX_PATH=${WORK}/prefix)
+must(${CMAKE_COMMAND} -G ${GENERATOR} -S ${WORK}/user -B ${WORK}/user/build
+     -DCMAKE_PREFIX_PATH=${WORK}/prefix "-DCMAKE_C_FLAGS=${CFLAGS}" "-DCMAKE_CXX_FLAGS=${CFLAGS}")
 must(${CMAKE_COMMAND} --build ${WORK}/user/build)
 must(${WORK}/user/build/user)

@@ -6,8 +6,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "tests/engine/program.h"
 #include "tests/engine/workplace.h"
+#include "tests/examples/example_programs.h"
 
 namespace zelieml::test
 {
@@ -16,54 +16,6 @@ namespace
 {
 
 notification_root const root;
-
-// The loopback mail server, as a program.
-class loopback : public program
-{
-public:
-    explicit loopback(strings const& arguments = {}) : program(words(arguments))
-    {
-        wait_for("pop3 127.0.0.1:");
-    }
-
-    std::string smtp_port() const
-    {
-        std::string const start = "smtp 127.0.0.1:";
-        std::string const text  = out();
-        std::size_t const begin = text.find(start) + start.size();
-        return text.substr(begin, text.find('\n', begin) - begin);
-    }
-
-private:
-    static strings words(strings const& arguments)
-    {
-        strings all = {LOOPBACK_PROGRAM, "--port", "0", "--show", "--envelope"};
-        all.insert(all.end(), arguments.begin(), arguments.end());
-        return all;
-    }
-};
-
-struct outcome {
-    int         status;
-    std::string out;
-    std::string err;
-};
-
-outcome run(char const* example, strings arguments, std::string const& input = "")
-{
-    arguments.insert(arguments.begin(), example);
-    program p(arguments);
-    p.tell(input);
-    int const status = p.wait();
-    return {status, p.out(), p.err()};
-}
-
-void expect(outcome const& came, int status, std::string const& out, std::string const& err = "")
-{
-    EXPECT_EQ(came.status, status);
-    EXPECT_EQ(came.out, out);
-    EXPECT_EQ(came.err, err);
-}
 
 class Examples : public ::testing::Test
 {
@@ -83,14 +35,6 @@ protected:
     std::string const work_     = dir_.file("work");
     std::string const settings_ = work_ + "/zelismes.cf";
 };
-
-strings const mail = {"from=tim@a.test", "to=anna@b.test", "subject=paper", "replyto=box@a.test"};
-
-strings with_mail(strings arguments)
-{
-    arguments.insert(arguments.end(), mail.begin(), mail.end());
-    return arguments;
-}
 
 }  // namespace
 

@@ -96,6 +96,13 @@ TEST(TimeTexts, AreThoseOfTheLocalTime)
          "197001",
          "1970/01/01 00:00:00",
          "where time begins"},
+        {{2038, 1, 19, 3, 14, 8},
+         "GMT0",
+         0,
+         "Tue, 19 Jan 2038 03:14:08 -0000",
+         "203801",
+         "2038/01/19 03:14:08",
+         "the first second that needs more than 31 bits"},
     };
     for (auto const& c : cases) {
         set_time(c.gmt[0], c.gmt[1], c.gmt[2], c.gmt[3], c.gmt[4], c.gmt[5], c.zone);

@@ -1,0 +1,40 @@
+// example_programs.h - the examples as a test runs them, and the mail server they talk to
+
+#ifndef ZELIEML_TESTS_EXAMPLES_EXAMPLE_PROGRAMS_H
+#define ZELIEML_TESTS_EXAMPLES_EXAMPLE_PROGRAMS_H
+
+#include <string>
+
+#include "tests/engine/program.h"
+#include "tests/engine/workplace.h"
+
+namespace zelieml::test
+{
+
+// The loopback mail server, as a program.
+class loopback : public program
+{
+public:
+    explicit loopback(strings const& arguments = {});
+
+    std::string smtp_port() const;
+};
+
+struct outcome {
+    int         status;
+    std::string out;
+    std::string err;
+};
+
+// Runs an example with this input to its end.
+outcome run(std::string const& example, strings arguments, std::string const& input = "");
+
+// Compares; a difference fails the running test.
+void expect(outcome const& came, int status, std::string const& out, std::string const& err = "");
+
+// The arguments, and behind them the fields of a mail from tim@a.test to anna@b.test.
+strings with_mail(strings arguments);
+
+}  // namespace zelieml::test
+
+#endif
