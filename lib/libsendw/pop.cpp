@@ -239,8 +239,9 @@ bool pop_error(std::string const& line)
 
 int read_multiline_reply(_s_pop* session, std::vector<std::string>& lines, bool& over)
 {
+    sock_non_blocking const connection(session->socket);
     for (int counter = 0; counter <= max_line_counter; ++counter) {
-        if (sock_readline(session->socket, session->reply) == -1) {
+        if (sock_readline(connection, session->reply) == -1) {
             return -1;
         }
         lines.push_back(remove_nr(session->reply));

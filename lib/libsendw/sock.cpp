@@ -62,6 +62,39 @@ connection_end shut_down(int fd)
     return connection_end::closed;
 }
 
+// _recv, for a descriptor that does not block.
+int receive(int fd, char* buf, int len, int flags)
+{
+    ssize_t received = -1;
+    for (int counter = 0; counter <= max_poll_counter; ++counter) {
+        received = ::recv(fd, buf, static_cast<std::size_t>(len), flags);
+        if (received >= 0 || errno != EAGAIN) {
+            break;
+        }
+        platform::wait_readable(fd, poll_pause_us);
+    }
+    trace_msg("SleepCounter:%d recv:%d");
+    return static_cast<int>(received);
+}
+
+// sock_read, by _recv or by receive.
+int read_all(int fd, char* buf, int len, int (*take)(int, char*, int, int))
+{
+    int taken = 0;
+    while (len - taken >= 1) {
+        int const received = take(fd, buf + taken, len - taken, 0);
+        if (received < 0) {
+            return -1;
+        }
+        if (received == 0) {
+            break;
+        }
+        taken += received;
+    }
+    buf[taken] = '\0';
+    return taken;
+}
+
 }  // namespace
 
 unsigned long sock_look_up_address(char const* name)
@@ -118,55 +151,50 @@ int sock_connect_host(char const* host, int port, int& fd, char const* step)
     return 0;
 }
 
-int _recv(int fd, char* buf, int len, int flags)
+sock_non_blocking::sock_non_blocking(int fd) : fd_(fd)
 {
-    int mode = 1;
-    if (::ioctl(fd, FIONBIO, &mode) != 0) {
+    int mode  = 1;
+    switched_ = ::ioctl(fd_, FIONBIO, &mode) == 0;
+    if (!switched_) {
         trace_msg("error:ioctl(mode=1):%d %d");
-        return -1;
     }
+}
 
-    ssize_t received = -1;
-    for (int counter = 0; counter <= max_poll_counter; ++counter) {
-        received = ::recv(fd, buf, static_cast<std::size_t>(len), flags);
-        if (received >= 0 || errno != EAGAIN) {
-            break;
-        }
-        platform::wait_readable(fd, poll_pause_us);
-    }
-    trace_msg("SleepCounter:%d recv:%d");
-
-    mode = 0;
-    if (::ioctl(fd, FIONBIO, &mode) != 0) {
+sock_non_blocking::~sock_non_blocking()
+{
+    int mode = 0;
+    if (switched_ && ::ioctl(fd_, FIONBIO, &mode) != 0) {
         trace_msg("error:ioctl(mode=0):%d %d");
     }
-    return static_cast<int>(received);
+}
+
+int _recv(int fd, char* buf, int len, int flags)
+{
+    sock_non_blocking const connection(fd);
+    return connection ? receive(fd, buf, len, flags) : -1;
 }
 
 int sock_read(int fd, char* buf, int len)
 {
-    int taken = 0;
-    while (len - taken >= 1) {
-        int const received = _recv(fd, buf + taken, len - taken, 0);
-        if (received < 0) {
-            return -1;
-        }
-        if (received == 0) {
-            break;
-        }
-        taken += received;
-    }
-    buf[taken] = '\0';
-    return taken;
+    return read_all(fd, buf, len, _recv);
 }
 
 int sock_readline(int fd, std::string& line)
 {
+    return sock_readline(sock_non_blocking(fd), line);
+}
+
+int sock_readline(sock_non_blocking const& connection, std::string& line)
+{
     line.clear();
-    char buf[line_piece_size + 1];
-    bool complete = false;
+    if (!connection) {
+        return -1;
+    }
+    int const fd = connection.fd();
+    char      buf[line_piece_size + 1];
+    bool      complete = false;
     while (!complete) {
-        int const peeked = _recv(fd, buf, line_piece_size, MSG_PEEK);
+        int const peeked = receive(fd, buf, line_piece_size, MSG_PEEK);
         if (peeked < 1) {
             return -1;
         }
@@ -176,7 +204,7 @@ int sock_readline(int fd, std::string& line)
             take     = static_cast<int>(static_cast<char const*>(lf) - buf) + 1;
             complete = true;
         }
-        if (sock_read(fd, buf, take) == -1) {
+        if (read_all(fd, buf, take, receive) == -1) {
             return -1;
         }
         line += buf;  // as a text: a NUL hides the rest of the piece

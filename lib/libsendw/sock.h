@@ -49,6 +49,27 @@ int sock_connect(unsigned long addr, unsigned short port);
 // Returns 0 or -1.
 int sock_connect_host(char const* host, int port, int& fd, char const* step);
 
+// sock_non_blocking - a descriptor that does not block while the object lives
+//
+// What is read line by line is mostly switching to and fro: one switch is enough for many lines.
+class sock_non_blocking
+{
+public:
+    // fd  connected descriptor, blocking; stays the caller's, and open until the object is gone
+    explicit sock_non_blocking(int fd);
+    ~sock_non_blocking();
+    sock_non_blocking(sock_non_blocking const&)            = delete;
+    sock_non_blocking& operator=(sock_non_blocking const&) = delete;
+
+    // Whether it could be switched.
+    explicit operator bool() const { return switched_; }
+    int      fd() const { return fd_; }
+
+private:
+    int  fd_;
+    bool switched_ = false;
+};
+
 // _recv - one receive that gives up on a silent peer
 //
 // fd     connected descriptor; non-blocking during the call, blocking afterwards
@@ -82,6 +103,9 @@ int sock_read(int fd, char* buf, int len);
 // Takes nothing past the line feed: a second reply in the same segment waits in the socket for the
 // next call.
 int sock_readline(int fd, std::string& line);
+
+// sock_readline - the same for a descriptor that was switched beforehand
+int sock_readline(sock_non_blocking const& connection, std::string& line);
 
 // sock_write - write all of some bytes
 //

@@ -518,6 +518,34 @@ TEST_F(SockReadline, FailsWhenThePeerBreaksTheConnection)
     EXPECT_EQ(sock_readline(pair.client(), line), -1);
 }
 
+TEST_F(SockReadline, ReadsManyLinesOfADescriptorThatIsSwitchedOnce)
+{
+    tcp_pair pair;
+    pair.say("one\r\ntwo\r\n");
+    {
+        sock_non_blocking const connection(pair.client());
+        ASSERT_TRUE(connection);
+        for (char const* const wanted : {"one\r\n", "two\r\n"}) {
+            std::string line;
+            EXPECT_EQ(sock_readline(connection, line), 5);
+            EXPECT_EQ(line, wanted);
+            EXPECT_FALSE(is_blocking(pair.client()));
+        }
+    }
+    EXPECT_TRUE(is_blocking(pair.client()));
+    EXPECT_EQ(traces(),
+              (texts{"SleepCounter:%d recv:%d", "SleepCounter:%d recv:%d", "readline = %s",
+                     "SleepCounter:%d recv:%d", "SleepCounter:%d recv:%d", "readline = %s"}));
+}
+
+TEST_F(SockReadline, FailsForADescriptorThatIsNotOpen)
+{
+    std::string line = "what was there before";
+    EXPECT_EQ(sock_readline(-1, line), -1);
+    EXPECT_EQ(line, "");
+    EXPECT_EQ(traces(), texts{"error:ioctl(mode=1):%d %d"});
+}
+
 class SockWrite : public on_a_clean_machine
 {
 };
