@@ -574,9 +574,9 @@ ZELIEML_API int server_info_set_smtp(void *server, const char *host, const char 
  * as for eml_post_sync.
  *
  * Returns eml_send_ok when the login was accepted. Otherwise eml_send_error_auth when user or
- * password was refused, or APOP is not possible; eml_send_error_connection when the server was not
- * found or not reached; eml_send_error_other when QUIT was not answered, the record is null or was
- * not set, or there is no memory.
+ * password was refused, or not answered, or APOP is not possible; eml_send_error_connection when
+ * the server was not found, not reached or did not greet; eml_send_error_other when QUIT was not
+ * answered, the record is null or was not set, or there is no memory.
  */
 ZELIEML_API eml_send_e test_pop_auth(void *server, char *message);
 
@@ -588,19 +588,20 @@ ZELIEML_API eml_send_e test_pop_auth(void *server, char *message);
  *                  fails, the SMTP server is not contacted. Any other text, "off" say: do not. The
  *                  record keeps this pointer too.
  * message          receives the server's last reply, all its lines with their CR LF, and its NUL,
- *                  or an empty text when there was none; may be null. THE LENGTH IS NOT CHECKED: the
- *                  server decides how much is written. A reply line has 512 bytes at most if the
- *                  server keeps to the rules (RFC 5321), and a reply has any number of lines. Pass
- *                  null for a server that is not trusted.
+ *                  or an empty text when there was none; may be null. THE LENGTH IS NOT CHECKED:
+ *                  the server decides how much is written. A reply line has 512 bytes at most if
+ *                  the server keeps to the rules (RFC 5321), and a reply has any number of lines.
+ *                  Pass null for a server that is not trusted.
  *
  * The strongest of CRAM-MD5, LOGIN and PLAIN that the server offers is used. Runs on the caller's
  * thread. How long it takes is up to the server, as for eml_post_sync.
  *
  * Returns eml_send_ok when the server accepted greeting, login and QUIT. Otherwise
- * eml_send_error_auth when EHLO or the login was refused, or the switch does not agree with the
- * server; eml_send_error_connection when the server was not found or not reached, or refused the
- * QUIT; what test_pop_auth returns when the POP3 login failed; eml_send_error_other when an argument
- * but message is null, or there is no memory.
+ * eml_send_error_auth when EHLO or the login was refused, or not answered, or the switch does not
+ * agree with the server; eml_send_error_connection when the server was not found, not reached, did
+ * not greet (message then holds the last line of a POP3 login before it), or did not accept the
+ * QUIT; what test_pop_auth returns when the POP3 login failed;
+ * eml_send_error_other when an argument but message is null, or there is no memory.
  */
 ZELIEML_API eml_send_e test_smtp_auth(void *server, const char *pop_before_smtp, char *message);
 
@@ -644,17 +645,20 @@ ZELIEML_API int eml_receive_msg_count(void *list);
  * server   a server record, after server_info_set_pop
  * list     receives the mails, in the order of the mailbox; what was in it is dropped
  * domains  the domains whose mails are handed back, separated by commas, blanks removed; null or
- *          empty for all. One matches when it stands anywhere in the sender's domain, with regard to
- *          case: "example.com" also lets "mail.example.com" and "notexample.com" pass, and an empty
- *          entry ("example.com,") lets everything pass. This selects mails; it does not tell who
- *          sent them.
+ *          empty for all. One matches when it stands anywhere in the sender's domain, with regard
+ *          to case: "example.com" also lets "mail.example.com" and "notexample.com" pass, and an
+ *          empty entry ("example.com,") lets everything pass. This selects mails; it does not tell
+ *          who sent them.
  *
  * Holds one session with the server for each mail, on the caller's thread. How long it takes is up
  * to the server, as for eml_post_sync.
  *
- * Returns 0 when the mailbox is empty. Returns -1 when server or list is null, any session fails,
- * there is no memory, or the server does not delete and would be asked for ever; the list is empty
- * then, and THE MAILS FETCHED BY THEN ARE LOST.
+ * A mail that falls silent half way counts as fetched, with the lines that had come.
+ *
+ * Returns 0 when the server had no further mail; one that it refused to delete can come again.
+ * Returns -1 when server or list is null, any session fails, there is no memory, or the server
+ * refused to delete in 1000 sessions in a row or showed the very same mailbox in 1000; the list is
+ * empty then, and THE MAILS FETCHED BY THEN ARE LOST.
  */
 ZELIEML_API int eml_receive_mails(void *server, void *list, const char *domains);
 
@@ -666,9 +670,9 @@ ZELIEML_API int eml_receive_mails(void *server, void *list, const char *domains)
  * buf    receives the text and its NUL: what followed "From: " or "Subject: " in the first line of
  *        the mail that contains it, header or body, as the server sent it: encoded words are not
  *        decoded, continuation lines are not joined. Empty when there is no such line.
- * size   bytes at buf. There has to be room for the key as well, and for the NUL, although the key
- *        is not copied: a text of n characters needs n + 7 bytes (From) or n + 10 (Subject). 4096
- *        are always enough.
+ * size   bytes at buf. There has to be room for the whole line and a NUL, although the key and what
+ *        stands before it are not copied: a text of n characters behind its key needs n + 7 bytes
+ *        (From) or n + 10 (Subject). 4096 are always enough.
  *
  * Returns 0. Returns -1, leaving buf as it was, when list or buf is null, there is no such mail, or
  * there is not enough room.

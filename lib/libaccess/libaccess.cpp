@@ -32,9 +32,16 @@ int greet(_s_smtp* session, _s_mailserver const& server)
     return send_ok;
 }
 
-// The result of an access as the library's callers see it; the buffer's size is the caller's care.
-eml_send_e report(int result, std::string const& reply, char* message)
+// An access, with its result as the library's callers see it. The buffer's size is the caller's
+// care. It holds an empty text even when memory is lacking.
+template <class Access>
+eml_send_e report(char* message, Access&& access)
 {
+    if (message != nullptr) {
+        *message = '\0';
+    }
+    std::string reply;
+    int const   result = access(reply);
     if (message != nullptr) {
         std::strcpy(message, reply.c_str());
     }
@@ -124,16 +131,16 @@ int access_send(_s_mailserver* server, char const* pop_before_smtp, std::string&
 
 eml_send_e test_pop_auth(void* server, char* message)
 {
-    std::string reply;
-    int const   result = access_receive(static_cast<_s_mailserver*>(server), reply);
-    return report(result, reply, message);
+    return report(message, [&](std::string& reply) {
+        return access_receive(static_cast<_s_mailserver*>(server), reply);
+    });
 }
 
 eml_send_e test_smtp_auth(void* server, char const* pop_before_smtp, char* message)
 {
-    std::string reply;
-    int const   result = access_send(static_cast<_s_mailserver*>(server), pop_before_smtp, reply);
-    return report(result, reply, message);
+    return report(message, [&](std::string& reply) {
+        return access_send(static_cast<_s_mailserver*>(server), pop_before_smtp, reply);
+    });
 }
 
 }  // namespace zelieml

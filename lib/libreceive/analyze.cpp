@@ -18,10 +18,11 @@ int analyze_domain(std::string const& domains, int& count, std::vector<std::stri
     split_domain(domains, entries);
 
     int accepted = 0;
-    for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i) {
-        if (find_domain(from[i], entries)) {
-            kept_from.push_back(from[i]);
-            kept_subject.push_back(subject[i]);
+    for (int i = 0; i < count; ++i) {
+        auto const mail = static_cast<std::size_t>(i);
+        if (find_domain(from[mail], entries)) {
+            kept_from.push_back(from[mail]);
+            kept_subject.push_back(subject[mail]);
             ++accepted;
         }
     }

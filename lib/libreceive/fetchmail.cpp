@@ -117,7 +117,10 @@ int fetch_one(_s_pop* session, std::int32_t& fetched, std::int32_t& remaining, s
         fetched = 1;
     }
     --remaining;
-    return delete_fetched(session, 1, mailbox);
+    int const result = delete_fetched(session, 1, mailbox);
+    // A line of the mail that stayed unread was taken for the answer: it refuses nothing.
+    mailbox.dele_refused = mailbox.dele_refused && !over;
+    return result;
 }
 
 }  // namespace

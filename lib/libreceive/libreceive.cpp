@@ -23,16 +23,18 @@ public:
     bool reached(mailbox_state const& now)
     {
         bool const same = now.count == before_.count && now.size == before_.size;
-        sessions_       = same || now.dele_refused ? sessions_ + 1 : 0;
+        same_           = same ? same_ + 1 : 1;
+        refused_        = now.dele_refused ? refused_ + 1 : 0;
         before_         = now;
-        return sessions_ >= limit;
+        return same_ >= limit || refused_ >= limit;
     }
 
 private:
     static constexpr int limit = 1000;
 
-    mailbox_state before_;  // empty, as no mailbox is that goes on
-    int           sessions_ = 0;
+    mailbox_state before_;       // empty, as no mailbox is that goes on
+    int           same_    = 0;  // sessions in a row in which STAT said the very same
+    int           refused_ = 0;  // sessions in a row in which DELE was refused
 };
 
 // One line of a list, without its key.

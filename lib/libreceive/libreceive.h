@@ -54,8 +54,7 @@ int receive_msg_count(void* list);
 //
 // Returns 0. Returns -1 when server or list is null or any session fails; the list is empty then,
 // and the mails of the sessions before are lost. Also fails when the mailbox does not get smaller:
-// in each of 1000 sessions in a row DELE was refused, or the mailbox was exactly as large as in
-// the session before.
+// when DELE was refused in 1000 sessions in a row, or STAT said the very same in 1000.
 int receive_mails(void* server, void* list, char const* domains);
 
 // process_one_mail - one session: append what it fetched

@@ -352,11 +352,18 @@ TEST_P(NoMemory, ForLoginTests)
     server_info_set_pop(server, "127.0.0.1", user, long_text, "apop", host->pop_port(), 0);
     server_info_set_smtp(server, "127.0.0.1", user, long_text, "on", host->smtp_port());
 
-    eml_send_e code = eml_send_ok;
-    EXPECT_GT(
-        until_it_succeeds([&] { return (code = test_pop_auth(server, nullptr)) == eml_send_ok; },
-                          [&] { EXPECT_NE(code, eml_send_ok); }),
-        3);
+    eml_send_e code         = eml_send_ok;
+    char       message[100] = "";
+    EXPECT_GT(until_it_succeeds(
+                  [&] {
+                      message[0] = '?';
+                      return (code = test_pop_auth(server, message)) == eml_send_ok;
+                  },
+                  [&] {
+                      EXPECT_NE(code, eml_send_ok);
+                      EXPECT_NE(message[0], '?') << "the buffer always holds a text";
+                  }),
+              3);
     EXPECT_GT(until_it_succeeds(
                   [&] { return (code = test_smtp_auth(server, "on", nullptr)) == eml_send_ok; },
                   [&] { EXPECT_NE(code, eml_send_ok); }),

@@ -325,6 +325,11 @@ one_mail_case const one_mail_cases[] = {
             "+OK 0 errors\r\n", {"error:-ERR", "error: pop_passwd"}),
     failure("APOP is refused", "S: +OK <a>\nC: apop {any}\nS: -ERR no\nC: (closes)", "-ERR no\r\n",
             {"error:-ERR", "error: pop_apop"}, "apop"),
+    failure("error in the good news of APOP",
+            "S: +OK <a>\nC: apop {any}\nS: +OK 0 errors\nC: (closes)", "+OK 0 errors\r\n",
+            {"error:-ERR", "error: pop_apop"}, "apop"),
+    failure("error in the good news of STAT", login + "C: stat\nS: +OK 1 9 error\nC: (closes)",
+            "+OK 1 9 error\r\n", {"error:-ERR", "error: pop_stat"}),
     failure("a greeting without brackets", "S: +OK\nC: (closes)", "+OK\r\n",
             {"error:challenge spos %s", "error: pop_apop"}, "apop"),
     failure("a greeting without a closing bracket", "S: +OK <1@a\nC: (closes)", "+OK <1@a\r\n",
@@ -401,6 +406,18 @@ TEST_F(Fetch, AMailOfMoreThan2000LinesIsDeletedAndLeftOut)
     }
 }
 
+// The answer to DELE is a line of the mail then, and no refusal whatever it says.
+TEST_F(Fetch, AMailOfMoreThan2000LinesRefusesNoDele)
+{
+    local_server  server(login + "C: stat\nS: +OK 2 9\nC: retr 1\nS+ +OK\n" + lines(2001, "x") +
+                         "S+ 3 errors\nS: .\nC: dele 1\nS: +OK\nC: quit\nS: +OK bye\n");
+    outcome const o = fetch_one(account("pop", server.port()));
+    EXPECT_EQ(o.result, 0);
+    EXPECT_FALSE(o.mailbox.dele_refused);
+    EXPECT_EQ(trouble_traces()[1], "error:-ERR") << "so it was taken";
+    EXPECT_EQ(server.heard(), server.expected()) << server.problem();
+}
+
 TEST_F(Fetch, TracesItsWay)
 {
     local_server server(session_with("S: From: a@a.test"));
@@ -441,6 +458,7 @@ TEST_F(Fetch, ASilentServerIsGivenUpAtEveryStep)
         "S: (silent)\n",
         "S: +OK\nC: user anna\nS: (silent)\n",
         "S: +OK\nC: user anna\nS: +OK\nC: pass secret\nS: (silent)\n",
+        "S: +OK <a>\nC: apop {any}\nS: (silent)\n",
         login + "C: stat\nS: (silent)\n",
         login + "C: stat\nS: +OK 1 9\nC: retr 1\nS: (silent)\n",
         login + "C: stat\nS: +OK 1 9\nC: retr 1\nS: +OK\nS: From: a@a.test\nS: (silent)\n"
@@ -452,7 +470,8 @@ TEST_F(Fetch, ASilentServerIsGivenUpAtEveryStep)
     for (std::string const& step : steps) {
         local_server server(step);
         reset_waits_until([&] { return server.fell_silent(); });
-        outcome const o = fetch_one(account("pop", server.port()));
+        bool const    apop = step.find("apop") != std::string::npos;
+        outcome const o    = fetch_one(account(apop ? "apop" : "pop", server.port()));
         EXPECT_EQ(o.result, -1) << step;
         EXPECT_EQ(o.reply, "") << step;
         EXPECT_EQ(trouble_traces().front(), lost) << step;
