@@ -36,14 +36,6 @@ void post_bare(int port)
     }
 }
 
-template <class Body>
-double microseconds(Body const& run)
-{
-    auto const start = bench_clock::now();
-    run();
-    return microseconds_since(start);
-}
-
 int compare(work_dir const& dir, int port, int rounds)
 {
     std::vector<double> library;

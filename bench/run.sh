@@ -36,6 +36,19 @@ for _ in $(seq 100); do
     sleep 0.05
 done
 port=$(sed -n 's/^smtp 127.0.0.1://p' "$scratch/ready")
+pop_port=$(sed -n 's/^pop3 127.0.0.1://p' "$scratch/ready")
+
+echo
+# Before anything is posted: the mailbox is empty, as receive_bench wants it.
+echo '== receiving, one session for each mail'
+"$build/bench/receive_bench" "$port" "$pop_port" 8000 || status=1
+
+echo
+echo '== system calls of receiving'
+"$build/bench/receive_bench" "$port" "$pop_port" 100 fill
+strace -c -f -o "$scratch/strace" "$build/bench/receive_bench" "$port" "$pop_port" 100 empty
+sed -n 1,12p "$scratch/strace"
+echo '(100 mails and one program start)'
 
 echo
 echo '== one message, end to end'

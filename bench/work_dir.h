@@ -42,6 +42,15 @@ inline double microseconds_since(bench_clock::time_point start)
     return std::chrono::duration<double, std::micro>(bench_clock::now() - start).count();
 }
 
+// What a call takes.
+template <class Body>
+double microseconds(Body const& run)
+{
+    auto const start = bench_clock::now();
+    run();
+    return microseconds_since(start);
+}
+
 struct figures {
     double median;
     double p99;
