@@ -22,6 +22,20 @@ must(${CC} ${flags} ${EXAMPLE} ${MAIN} -o ${WORK}/by_hand -I${WORK}/prefix/inclu
      -L${WORK}/prefix/${LIBDIR} -lzelieml -Wl,-rpath,${WORK}/prefix/${LIBDIR})
 must(${WORK}/by_hand)
 
+# The archive, with what pkg-config adds for it.
+file(STRINGS ${WORK}/prefix/${LIBDIR}/pkgconfig/zelieml.pc private REGEX "^Libs.private: ")
+string(REGEX REPLACE "^Libs.private: " "" private "${private}")
+separate_arguments(private UNIX_COMMAND "${private}")
+must(${CC} ${flags} ${EXAMPLE} ${MAIN} -o ${WORK}/static -I${WORK}/prefix/include
+     ${WORK}/prefix/${LIBDIR}/libzelieml.a ${private})
+must(${WORK}/static)
+
+foreach(page IN ITEMS zelieml zelieml_posting eml_post test_pop_auth eml_receive_mails)
+  if(NOT EXISTS ${WORK}/prefix/${MANDIR}/man3/${page}.3)
+    message(FATAL_ERROR "no manual page ${page}(3)")
+  endif()
+endforeach()
+
 file(WRITE ${WORK}/user/CMakeLists.txt "
 cmake_minimum_required(VERSION 3.20)
 project(user LANGUAGES C CXX)
