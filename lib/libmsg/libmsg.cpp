@@ -83,16 +83,16 @@ bool begins_with(char const* text, char const* key)
 // large one on the heap.
 using stream_buffer = char[4096];
 
-bool is_directory(char const* path)
+// Looks at a file, through links.
+bool is_regular_file(char const* path, struct stat& info)
 {
-    struct stat info = {};
-    return ::stat(path, &info) == 0 && S_ISDIR(info.st_mode);
+    return ::stat(path, &info) == 0 && S_ISREG(info.st_mode);
 }
 
 bool is_empty_file(char const* path)
 {
     struct stat info = {};
-    return ::stat(path, &info) == 0 && S_ISREG(info.st_mode) && info.st_size == 0;
+    return is_regular_file(path, info) && info.st_size == 0;
 }
 
 // Opens a file for writing, created or truncated. A file that is empty, as a new message file is
@@ -112,12 +112,17 @@ void open_for_writing(std::ofstream& out, char const* path)
 // False when there is nothing to read; throws when reading fails.
 bool load_file(char const* path, _s_msg* msg)
 {
+    // Only a regular file is sure to come to an end: opening a pipe waits for its writer, a device
+    // may have no end, and not every C++ library reports that reading a directory failed.
+    struct stat info = {};
+    if (!is_regular_file(path, info)) {
+        return false;
+    }
     stream_buffer buffer;
     std::ifstream in;
     in.rdbuf()->pubsetbuf(buffer, sizeof buffer);
     in.open(path);
-    // A directory can be opened, and not every C++ library reports that reading it failed.
-    if (!in || is_directory(path)) {
+    if (!in) {
         return false;
     }
     in.exceptions(std::ios::badbit);

@@ -134,7 +134,7 @@ int msg_save(void* msg, char const* path);
 // are lost. A NUL ends the value it stands in. Nothing is thrown.
 //
 // Returns 0, or -1 when there is no memory for a record (*msg is null then), or the file cannot be
-// opened or read, as a directory cannot.
+// opened or read or is no regular file: a pipe or a device is not opened, lest it has no end.
 int msg_load(void** msg, char const* path);
 
 // The steps of msg_save and msg_load.

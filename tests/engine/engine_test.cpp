@@ -183,6 +183,22 @@ TEST(Engine, ReportsAFileThatIsNotThereAsAFailedAttempt)
     EXPECT_EQ(server.mails().size(), 0u);
 }
 
+// To open a pipe waits for its writer: an engine that did would never stop either.
+TEST(Engine, ReportsAPipeAsAFailedAttemptAndStops)
+{
+    mail_server       server;
+    workplace         work(server.smtp_port());
+    running_engine    engine(work);
+    std::string const path = work.file("pipe.sme");
+    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    EXPECT_EQ(eml_post_message_file_with_stocksymbol(path.c_str(), "symbol"), 0);
+    EXPECT_TRUE(engine.results.wait_for(1));
+    result const no_message = {eml_send_error_other, "250 localhost\r\n"};
+    EXPECT_EQ(engine.results.all(), std::vector<result>{no_message});
+    EXPECT_LT(ms_of([&] { engine.stop(); }), 3000);
+    EXPECT_EQ(work.messages(), strings{"pipe.sme"});
+}
+
 TEST(Engine, DropsAPathOf400Bytes)
 {
     mail_server       server;

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 #include "libmsg/libmsg.h"
@@ -278,6 +279,29 @@ TEST_F(MessageFile, ReportsWhatCannotBeOpened)
         msg_destroy(loaded);
         loaded = nullptr;
     }
+}
+
+// Opening a pipe would wait for a writer, and reading the device would never come to an end.
+TEST_F(MessageFile, ThatIsNoRegularFileIsNotLoaded)
+{
+    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    ASSERT_EQ(::symlink(path.c_str(), dir.file("link").c_str()), 0);
+    for (std::string const& pipe_or_device :
+         {path, dir.file("link"), std::string("/dev/zero"), std::string("/dev/null")}) {
+        test::clear_traces();
+        EXPECT_EQ(msg_load(&loaded, pipe_or_device.c_str()), -1) << pipe_or_device;
+        EXPECT_EQ(test::traces(), texts{"error:ifstream(%s)"}) << pipe_or_device;
+        msg_destroy(loaded);
+        loaded = nullptr;
+    }
+}
+
+TEST_F(MessageFile, IsLoadedThroughALink)
+{
+    test::write_file(path, "subject: s");
+    ASSERT_EQ(::symlink(path.c_str(), dir.file("link").c_str()), 0);
+    EXPECT_EQ(msg_load(&loaded, dir.file("link").c_str()), 0);
+    EXPECT_EQ(msg_get_subject(loaded), "s");
 }
 
 TEST_F(MessageFile, ThatIsMissingCannotBeLoaded)
