@@ -198,12 +198,24 @@ int get_val(char const* line, char* val, unsigned int* len)
     return 0;
 }
 
-// Whether key and val make a line that can be read back.
+// Whether key and val make a line that can be read back. The empty key stands in every line, and
+// would put its own in the place of them all.
 bool is_settable(char const* key, char const* val)
 {
     std::size_t const length = std::strlen(key) + std::strlen(" = ") + std::strlen(val) + 1;
-    return length <= line_limit && std::strpbrk(key, "\r\n") == nullptr &&
-           std::strpbrk(val, "\r\n") == nullptr;
+    return length <= line_limit && *key != '\0' && !is_comment(key) &&
+           std::strpbrk(key, "=\r\n") == nullptr && std::strpbrk(val, "\r\n") == nullptr;
+}
+
+// Opens the settings file for reading. A pipe, whose opening waits for a writer, or a device, which
+// may have no end, is not opened; a directory is, and shows when it is read.
+unique_fd open_settings(char const* path)
+{
+    struct stat info = {};
+    if (::stat(path, &info) != 0 || !(S_ISREG(info.st_mode) || S_ISDIR(info.st_mode))) {
+        return unique_fd();
+    }
+    return unique_fd(::open(path, O_RDONLY | O_CLOEXEC));
 }
 
 int check_current_file(char const* path)
@@ -220,12 +232,14 @@ int check_current_file(char const* path)
 }
 
 // Opens the temporary file, empty, with the permission bits of the settings file: passwords are
-// never readable to more users on the way than before and after it.
+// never readable to more users on the way than before and after it. A pipe under its name is not
+// waited for.
 unique_fd open_tmp(char const* tmp_path, int settings)
 {
-    unique_fd   tmp(::open(tmp_path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, private_mode));
-    struct stat wanted = {};
-    struct stat made   = {};
+    constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC;
+    unique_fd     tmp(::open(tmp_path, flags, private_mode));
+    struct stat   wanted = {};
+    struct stat   made   = {};
     if (!tmp || ::fstat(settings, &wanted) != 0 || ::fstat(tmp.get(), &made) != 0) {
         return unique_fd();
     }
@@ -288,12 +302,25 @@ int remove_file(char const* path)
     return 0;
 }
 
-// Puts the temporary file in the place of the settings file. Nothing is kept as a backup: the
-// ".bak" file is only deleted.
-int rename_tmp(char const* path, char const* tmp_path)
+bool is_file_at(char const* path, int fd)
+{
+    struct stat open  = {};
+    struct stat named = {};
+    return ::fstat(fd, &open) == 0 && ::stat(path, &named) == 0 && open.st_dev == named.st_dev &&
+           open.st_ino == named.st_ino;
+}
+
+// Puts the temporary file, open as tmp, in the place of the settings file. Nothing is kept as a
+// backup: the ".bak" file is only deleted.
+int rename_tmp(char const* path, char const* tmp_path, int tmp)
 {
     std::string const bak_path = std::string(path) + ".bak";
-    if (remove_file(bak_path.c_str()) != 0 || remove_file(path) != 0) {
+    if (remove_file(bak_path.c_str()) != 0) {
+        return -1;
+    }
+    // Another writer may have moved the temporary file to the settings' place: to remove that one
+    // would lose all settings.
+    if (!is_file_at(tmp_path, tmp) || remove_file(path) != 0) {
         return -1;
     }
     if (std::rename(tmp_path, path) != 0) {
@@ -317,7 +344,7 @@ int conf_get_string(char const* key, char* val, unsigned int* len, char const* p
     }
 
     no_cancellation const shielded;
-    unique_fd const       settings(::open(path, O_RDONLY | O_CLOEXEC));
+    unique_fd const       settings = open_settings(path);
     if (!settings) {
         trace_msg("error:ifstream(%s)");
         *len = 0;
@@ -349,7 +376,7 @@ int conf_set_string(char const* key, char const* val, char const* path)
         return -1;
     }
 
-    unique_fd settings(::open(path, O_RDONLY | O_CLOEXEC));
+    unique_fd settings = open_settings(path);
     if (!settings) {
         trace_msg("error:ifstream(%s)");
         return -1;
@@ -360,14 +387,16 @@ int conf_set_string(char const* key, char const* val, char const* path)
         trace_msg("error:ofstream(%s)");
         return -1;
     }
-    file_writer out(std::move(tmp));
+    // Open until the renaming: while it is, no other file can be taken for this one.
+    unique_fd const held(::fcntl(tmp.get(), F_DUPFD_CLOEXEC, 0));
+    file_writer     out(std::move(tmp));
     if (put_tmp(settings.get(), out, key, val) != 0) {
         trace_msg("error:put_tmp");
         return -1;
     }
     settings.reset();
 
-    if (rename_tmp(path, tmp_path.c_str()) != 0) {
+    if (rename_tmp(path, tmp_path.c_str(), held.get()) != 0) {
         trace_msg("error:rename_tmp");
         return -1;
     }

@@ -9,7 +9,8 @@
 //
 // Threads and processes: any, and nothing keeps them apart. A reader that comes while a writer
 // puts the new file in the old one's place finds no file; otherwise it reads the old file or the
-// new one. Two writers at once can lose each other's change, or fail.
+// new one. Two writers at once write one temporary file: they can fail, lose each other's change,
+// or lose settings that neither meant to touch, all of them at worst. Allow one writer at a time.
 
 #ifndef ZELIEML_LIBCONF_LIBCONF_H
 #define ZELIEML_LIBCONF_LIBCONF_H
@@ -28,15 +29,17 @@ namespace zelieml
 // the CR; blanks before the CR are part of it. In a line that lacks its CR the last character is
 // taken for it and lost. The file is opened and closed, nothing is remembered.
 //
-// Returns 0. Returns -1 with *len 0 when an argument is null, the file cannot be opened or read,
-// no line up to the first overlong one contains the key, or the value does not fit; -1 with *len
-// as it was when the line has no "=".
+// Returns 0. Returns -1 with *len 0 when an argument is null, the file cannot be opened or read or
+// is no regular file, no line up to the first overlong one contains the key, or the value does not
+// fit; -1 with *len as it was when the line has no "=".
 int conf_get_string(char const* key, char* val, unsigned int* len, char const* path);
 
 // conf_set_string - set the value of a key
 //
-// key, val  texts without CR and LF that make a line of at most 1023 characters
-// path      settings file; made when there is none
+// key   not empty, not beginning with "#", without "=", CR and LF: what it sets can be read back
+// val   without CR and LF; key and val make a line of at most 1023 characters. Blanks at its
+//       beginning are written, but not read back.
+// path  settings file; made when there is none
 //
 // Every line that contains the key is replaced; without one, a line is added at the end. Comments
 // and all other lines keep all their bytes and their order; empty lines go.
@@ -46,9 +49,11 @@ int conf_get_string(char const* key, char* val, unsigned int* len, char const* p
 // stays as it was. "<path>.bak" is deleted if it exists; nothing is ever written under this name.
 //
 // Returns 0. Returns -1 when an argument is null or makes no line, a line of the file is overlong,
-// or a file cannot be read, written, removed or renamed. The settings file is then as it was,
-// except when the renaming at the very end failed: then only "<path>.tmp" is left, and it is
-// complete. In other failures it can be left too, and is incomplete.
+// a file cannot be read, written, removed or renamed, the settings file is no regular file, or
+// another writer took the temporary file away. The settings file is then as it was, or an empty one
+// has been made when there was none; except when the renaming at the very end failed: then only
+// "<path>.tmp" is left, and it is complete. In other failures it can be left too, and is
+// incomplete.
 int conf_set_string(char const* key, char const* val, char const* path);
 
 }  // namespace zelieml

@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <functional>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/stat.h>
@@ -28,6 +29,8 @@ bool        failing_fchmod       = false;
 bool        failing_close_at_end = false;  // of a descriptor that was written to
 int         interruptions        = 0;      // reads and writes that end with EINTR first
 std::size_t most_at_once         = 0;      // bytes that a read or write moves at most, if not 0
+
+std::function<void()> when_backup_goes;  // called after the ".bak" file is removed
 
 bool interrupted()
 {
@@ -64,7 +67,12 @@ int     __real_fchmod(int fd, mode_t mode);
 
 int __wrap_remove(char const* path)
 {
-    return failing_remove == path ? fail() : __real_remove(path);
+    int const result = failing_remove == path ? fail() : __real_remove(path);
+    if (when_backup_goes) {
+        when_backup_goes();
+        when_backup_goes = nullptr;
+    }
+    return result;
 }
 
 int __wrap_rename(char const* from, char const* to)
@@ -131,6 +139,7 @@ protected:
         failing_close_at_end = false;
         interruptions        = 0;
         most_at_once         = 0;
+        when_backup_goes     = nullptr;
     }
 
     int set() { return conf_set_string("k", "new", path.c_str()); }
@@ -168,6 +177,25 @@ TEST_F(SettingsFailure, ToRenameLeavesTheTemporaryFileOnly)
     expect_told({"error:rename(%s, %s)", "error:rename_tmp"});
     EXPECT_EQ(test::list_directory(dir.path()), texts{"cf.tmp"});
     EXPECT_EQ(test::read_file(path + ".tmp"), "a = b\r\nk = new\r\n");
+}
+
+// Another writer has put the temporary file in the settings' place, and may have begun a new one.
+TEST_F(SettingsFailure, ToFindItsOwnTemporaryFileRemovesNothing)
+{
+    for (bool const begins_anew : {false, true}) {
+        test::write_file(path, file);
+        test::write_file(path + ".bak", "x");
+        when_backup_goes = [&] {
+            __real_rename((path + ".tmp").c_str(), path.c_str());
+            if (begins_anew) {
+                test::write_file(path + ".tmp", "a = ");
+            }
+        };
+        test::clear_traces();
+        EXPECT_EQ(set(), -1) << begins_anew;
+        expect_told({"error:rename_tmp"});
+        EXPECT_EQ(test::read_file(path), "a = b\r\nk = new\r\n") << begins_anew;
+    }
 }
 
 TEST_F(SettingsFailure, ToCloseTheTemporaryFileCountsAsNotWritten)

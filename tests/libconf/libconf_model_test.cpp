@@ -99,7 +99,8 @@ bool model_set(std::string& file, std::string const& key, std::string const& val
             after += line + "\n";
         }
     }
-    if (!complete || new_line.size() > 1023 ||
+    if (!complete || new_line.size() > 1023 || key.empty() || key[0] == '#' ||
+        key.find('=') != std::string::npos ||
         (key + value).find_first_of("\r\n") != std::string::npos) {
         return false;
     }
@@ -121,7 +122,7 @@ public:
 
     std::string key()
     {
-        return pick({"a", "ab", "smtp_auth", "smtp_auth_type", "k", "=", "", " "});
+        return pick({"a", "ab", "smtp_auth", "smtp_auth_type", "k", "=", "", " ", "#", "k#"});
     }
 
     std::string value()

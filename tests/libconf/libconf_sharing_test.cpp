@@ -1,4 +1,4 @@
-// libconf_sharing_test.cpp - a writer and readers on several threads and in two processes
+// libconf_sharing_test.cpp - writers and readers on several threads and in two processes
 
 #include <atomic>
 #include <cstring>
@@ -139,6 +139,35 @@ TEST_F(SharedSettings, AreSeenWholeByAnotherProcessWhileAThreadWrites)
     ended = true;
     writer.join();
     EXPECT_TRUE(well);
+}
+
+// They may fail, and lose what they like: what is certain is that the file can be used afterwards.
+TEST_F(SharedSettings, CanBeSetAfterTwoWritersMet)
+{
+    for (int round = 0; round < 200; ++round) {
+        SetUp();
+        std::atomic<int> ready{0};
+        auto const       write_along = [&](char const* key, std::string const& value, int& result) {
+            ++ready;
+            while (ready < 2) {
+            }
+            result = confw_set_string(key, value.c_str(), path.c_str());
+        };
+        int         first  = 1;
+        int         second = 1;
+        std::thread writer([&] { write_along("turns", "one", first); });
+        write_along("other", "two", second);
+        writer.join();
+        EXPECT_TRUE(first == 0 || first == -1) << first;
+        EXPECT_TRUE(second == 0 || second == -1) << second;
+
+        EXPECT_EQ(confw_set_string("later", "three", path.c_str()), 0);
+        char         val[16];
+        unsigned int len = sizeof val;
+        EXPECT_EQ(confw_get_string("later", val, &len, path.c_str()), 0);
+        EXPECT_STREQ(val, "three");
+        EXPECT_EQ(test::list_directory(dir.path()), std::vector<std::string>{"cf"});
+    }
 }
 
 }  // namespace

@@ -262,6 +262,13 @@ TEST_F(SettingsFile, IsRewrittenAsTheseLinesSay)
     }
 }
 
+TEST_F(SettingsFile, LosesTheBlanksAtTheBeginningOfAValue)
+{
+    EXPECT_EQ(set("k", " \tv "), 0);
+    EXPECT_EQ(test::read_file(path), "k =  \tv \r\n") << "written as it is";
+    EXPECT_EQ(get("k"), "v ");
+}
+
 TEST_F(SettingsFile, TakesAnEmptyValue)
 {
     EXPECT_EQ(set("k", ""), 0);
@@ -356,6 +363,11 @@ TEST_F(SettingsFile, IsLeftAloneWhenALineToWriteCouldNotBeReadBack)
         {"k", "a\r", -1, "a CR in the value"},
         {"k\n", "a", -1, "a LF in the key"},
         {"\rk", "a", -1, "a CR in the key"},
+        {"", "a", -1, "the empty key, which stands in every line"},
+        {"#k", "a", -1, "a comment"},
+        {"k#", "a", 0, "a # that makes no comment"},
+        {"k=l", "a", -1, "a = in the key"},
+        {"=", "a", -1, "a = as the key"},
     };
     for (auto const& c : cases) {
         ::unlink(path.c_str());
@@ -478,9 +490,42 @@ TEST_F(SettingsFile, ReportsATemporaryFileThatCannotBeOpened)
 {
     test::write_file(path, "k = old\r\n");
     ASSERT_EQ(::mkdir((path + ".tmp").c_str(), 0700), 0);
-    EXPECT_EQ(set("k", "new"), -1);
+    EXPECT_EQ(set("k", "new"), -1) << "a directory";
     EXPECT_EQ(set_traces(), texts{"error:ofstream(%s)"});
     EXPECT_EQ(get("k"), "old");
+
+    ASSERT_EQ(::rmdir((path + ".tmp").c_str()), 0);
+    ASSERT_EQ(::mkfifo((path + ".tmp").c_str(), 0600), 0);
+    test::clear_traces();
+    EXPECT_EQ(set("k", "new"), -1) << "a pipe that nobody reads";
+    EXPECT_EQ(set_traces(), texts{"error:ofstream(%s)"});
+    EXPECT_EQ(get("k"), "old");
+}
+
+TEST_F(SettingsFile, StaysEmptyWhenItWasMadeAndALaterStepFails)
+{
+    ASSERT_EQ(::mkdir((path + ".tmp").c_str(), 0700), 0);
+    EXPECT_EQ(set("k", "new"), -1);
+    EXPECT_EQ(set_traces(), texts{"error:ofstream(%s)"});
+    EXPECT_EQ(test::read_file(path), "");
+}
+
+// Opening a pipe would wait for a writer, and a device may never come to an end.
+TEST_F(SettingsFile, ThatIsAPipeOrADeviceIsNeitherReadNorReplaced)
+{
+    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    ASSERT_EQ(::symlink(path.c_str(), dir.file("pipe").c_str()), 0);
+    ASSERT_EQ(::symlink("/dev/zero", dir.file("device").c_str()), 0);
+    texts const names = test::list_directory(dir.path());
+    for (char const* name : {"zelismes.cf", "pipe", "device"}) {
+        path = dir.file(name);
+        test::clear_traces();
+        EXPECT_EQ(get("k"), "(-1)") << name;
+        EXPECT_EQ(get_traces(), texts{"error:ifstream(%s)"}) << name;
+        EXPECT_EQ(set("k", "v"), -1) << name;
+        EXPECT_EQ(set_traces(), texts{"error:ifstream(%s)"}) << name;
+    }
+    EXPECT_EQ(test::list_directory(dir.path()), names);
 }
 
 TEST_F(SettingsFile, ThatIsADirectoryIsNeitherReadNorReplaced)
