@@ -10,7 +10,6 @@
 #include "libsendw/digest_text.h"
 #include "libsendw/sock.h"
 #include "platform/sleep.h"
-#include "support/no_cancellation.h"
 #include "support/number.h"
 
 namespace zelieml
@@ -108,10 +107,7 @@ int pop_start_session(char const* host, int port, _s_pop** out)
 
 void pop_abandon_session(_s_pop* session)
 {
-    if (session != nullptr && session->connected) {
-        close_descriptor(session->socket);
-    }
-    pop_free(session);
+    abandon_session(session);
 }
 
 int pop_user(_s_pop* session, char const* user)
@@ -205,15 +201,7 @@ int pop_quit(_s_pop* session)
 
 int pop_end_session(_s_pop* session)
 {
-    if (session == nullptr) {
-        return -1;
-    }
-    pop_holder const held(session);
-    if (sock_end_connection(session->connected ? session->socket : -1) != 0) {
-        trace_msg("error:shutdown_connection");
-    }
-    session->connected = false;
-    return 0;
+    return end_session(session);
 }
 
 int pop_free(_s_pop* session)
@@ -290,11 +278,12 @@ int pop_before_smtp(char const* server, int port, char const* user, char const* 
 
     int code = log_in(session.get(), user, password, apop);
     if (code == pop_ok && pop_quit(session.get()) != 0) {
-        trace_msg("error: pop_quit");
+        trace_msg("error: pop_quit");  // with its blank, on purpose
         code = pop_quit_failed;
     }
 
     reply = session->reply;
+    // Only a null session fails to end: 2003 is a number that callers know, and never comes out.
     if (pop_end_session(session.release()) != 0) {
         trace_msg("error:smtp_end_session");  // "smtp" in the POP path, on purpose
         return pop_end_failed;

@@ -54,7 +54,7 @@ int pop_start_session(char const* host, int port, _s_pop** out);
 void pop_abandon_session(_s_pop* session);
 
 // A POP3 session that is abandoned unless it is released.
-using pop_holder = session_holder<_s_pop, pop_abandon_session>;
+using pop_holder = session_holder<_s_pop>;
 
 // pop_user, pop_passwd - log in by USER and PASS
 int pop_user(_s_pop* session, char const* user);

@@ -14,7 +14,6 @@
 #include "libsendw/digest_text.h"
 #include "libsendw/sock.h"
 #include "platform/socket.h"
-#include "support/no_cancellation.h"
 
 namespace zelieml
 {
@@ -77,6 +76,7 @@ int read_last_line(_s_smtp* session, std::string& line)
         trace_msg("error:read_multiline_reply");
         return -1;
     }
+    // A complete reply has a line: this stands for the day when the reader may see it otherwise.
     if (lines.empty()) {
         trace_msg("error:no reply line");
         return -1;
@@ -166,10 +166,7 @@ int smtp_start_session(char const* host, int port, _s_smtp** out)
 
 void smtp_abandon_session(_s_smtp* session)
 {
-    if (session != nullptr && session->connected) {
-        close_descriptor(session->socket);
-    }
-    delete session;
+    abandon_session(session);
 }
 
 int smtp_helo(_s_smtp* session)
@@ -268,15 +265,7 @@ int smtp_quit(_s_smtp* session)
 
 int smtp_end_session(_s_smtp* session)
 {
-    if (session == nullptr) {
-        return -1;
-    }
-    smtp_holder const held(session);
-    if (sock_end_connection(session->connected ? session->socket : -1) != 0) {
-        trace_msg("error:shutdown_connection");
-    }
-    session->connected = false;
-    return 0;
+    return end_session(session);
 }
 
 int read_multiline_reply(_s_smtp* session, std::vector<std::string>& lines)

@@ -48,7 +48,7 @@ int smtp_start_session(char const* host, int port, _s_smtp** out);
 void smtp_abandon_session(_s_smtp* session);
 
 // An SMTP session that is abandoned unless it is released.
-using smtp_holder = session_holder<_s_smtp, smtp_abandon_session>;
+using smtp_holder = session_holder<_s_smtp>;
 
 // smtp_helo - greet with HELO and this host's name
 int smtp_helo(_s_smtp* session);

@@ -31,6 +31,7 @@ int smtp_converse(char const* host, int port, std::string& reply, Conversation&&
     }
     int const result = conversation(session.get());
     reply            = std::move(session->reply);
+    // Only a null session fails to end: 1002 is a number that callers know, and never comes out.
     if (smtp_end_session(session.release()) != 0) {
         trace_msg("error:smtp_end_session");
         return send_not_ended;

