@@ -14,6 +14,7 @@
 #include <unistd.h>
 
 #include "tests/support/fake_clock.h"
+#include "tests/support/fake_heap.h"
 #include "tests/support/fake_resolver.h"
 #include "tests/support/files.h"
 #include "tests/support/scripted_server.h"
@@ -787,6 +788,15 @@ TEST_F(Pop, NullSessionsAreAFailureToEnd)
     EXPECT_EQ(pop_free(nullptr), -1);
     pop_abandon_session(nullptr);
     EXPECT_EQ(test::traces(), strings());
+}
+
+TEST_F(Pop, WithoutMemoryForTheDigestNoApopIsSent)
+{
+    start("S: +OK ready <1@a>");
+    test::fail_heap_after(0);
+    EXPECT_EQ(pop_apop(session(), "anna", "secret"), -1);
+    test::fail_heap_after(-1);
+    EXPECT_EQ(pop_traces(), (strings{"pop_apop in", "error:cdsaCspAttach", "error:crypt::md5"}));
 }
 
 TEST_F(Pop, AnyWordCanBeALogin)

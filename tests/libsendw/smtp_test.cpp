@@ -1074,7 +1074,7 @@ TEST_F(SmtpSession, SendsTheLinesOfATextTogether)
 }
 
 // Against a server that answers at once. A pause of 5 ms before each reply or of 40 ms after each
-// small write shows every time; a busy machine does not.
+// small write shows every time; a busy machine does not, since each step has many tries.
 TEST_F(SmtpSession, TakesNoTimeOfItsOwn)
 {
     using std::chrono::steady_clock;
@@ -1083,7 +1083,9 @@ TEST_F(SmtpSession, TakesNoTimeOfItsOwn)
         char const*            name;
         smtp_act               act;
         steady_clock::duration fastest = steady_clock::duration::max();
+        bool                   quick() const { return fastest < std::chrono::milliseconds(4); }
     } steps[] = {
+        {"greeting", nullptr},
         {"helo", smtp_helo},
         {"mail from", mail_from_reply},
         {"rcpt to", rcpt_to({"x@b.test"})},
@@ -1093,25 +1095,27 @@ TEST_F(SmtpSession, TakesNoTimeOfItsOwn)
         {"quit", smtp_quit},
         {"end", smtp_end_session},
     };
-    std::vector<steady_clock::duration> whole;
-    for (int run = 0; run < 21; ++run) {
+    auto const all_quick = [&] {
+        return std::all_of(std::begin(steps), std::end(steps),
+                           [](auto const& step) { return step.quick(); });
+    };
+    auto const give_up = steady_clock::now() + std::chrono::seconds(30);
+    while (!all_quick() && steady_clock::now() < give_up) {
         recording_server server({"220 ready\r\n", "250 a\r\n", "250 b\r\n", "250 c\r\n",
                                  "354 d\r\n", "250 e\r\n", "221 f\r\n"});
-        auto const       start   = steady_clock::now();
         _s_smtp*         session = nullptr;
-        ASSERT_EQ(smtp_start_session("127.0.0.1", server.port(), &session), 0);
         for (auto& step : steps) {
             auto const before = steady_clock::now();
-            ASSERT_EQ(step.act(session), 0) << step.name;
+            ASSERT_EQ(session == nullptr ? smtp_start_session("127.0.0.1", server.port(), &session)
+                                         : step.act(session),
+                      0)
+                << step.name;
             step.fastest = std::min(step.fastest, steady_clock::now() - before);
         }
-        whole.push_back(steady_clock::now() - start);
     }
     for (auto const& step : steps) {
-        EXPECT_LT(step.fastest, std::chrono::milliseconds(4)) << step.name;
+        EXPECT_TRUE(step.quick()) << step.name;
     }
-    std::sort(whole.begin(), whole.end());
-    EXPECT_LT(whole[whole.size() / 2], std::chrono::milliseconds(30)) << "the median";
 }
 
 }  // namespace

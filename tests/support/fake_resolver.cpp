@@ -22,6 +22,11 @@ bool platform::resolve_ipv4(char const* name, std::uint32_t& address)
 {
     std::lock_guard<std::mutex> hold(guard);
     questions.emplace_back(name);
+    in_addr_t const dotted = ::inet_addr(name);
+    if (dotted != INADDR_NONE) {
+        address = dotted;
+        return true;
+    }
     auto found = hosts.find(name);
     if (found == hosts.end()) {
         found = hosts.find("*");
