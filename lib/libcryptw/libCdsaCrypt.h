@@ -1,8 +1,8 @@
 // libCdsaCrypt.h - the platform's cryptography under the names that the crypto unit uses
 //
-// Each function is one step over the platform's interfaces (platform/key_handle.h; platform/crypto.h
-// for cdsaDigest2 and cdsaDeriveKey2), where arguments, limits and ownership are explained, and
-// returns 0 or the platform's error code.
+// Each function is one step over the platform's interfaces (platform/key_handle.h, and
+// platform/crypto.h for cdsaDigest2 and cdsaDeriveKey2), where arguments, limits and ownership are
+// explained, and returns 0 or the platform's error code.
 //
 // Sessions, keys and buffers that a session hands out come from the four app functions, hence from
 // the library's heap: a csp_buffer is given back with appFree(buffer.data, nullptr).
@@ -29,7 +29,8 @@ namespace zelieml
 //
 // ref  not used
 //
-// Null when there is no memory, or when count * size is more than a size_t; appCalloc's bytes are 0.
+// Null when there is no memory, or when count * size is more than a size_t. appCalloc's bytes are
+// 0.
 void* appMalloc(std::size_t size, void* ref);
 void  appFree(void* buffer, void* ref);
 void* appRealloc(void* buffer, std::size_t size, void* ref);

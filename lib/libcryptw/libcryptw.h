@@ -67,6 +67,9 @@ public:
     // md5hexstr - the MD5 digest as 32 upper-case hex digits; given back with md5hexstr_free
     virtual unsigned char* md5hexstr(unsigned char const* data, unsigned long len) = 0;
     virtual void           md5hexstr_free(unsigned char* buffer)                   = 0;
+
+protected:
+    ~icrypt() = default;
 };
 
 // Made on the stack wherever it is needed.

@@ -43,6 +43,9 @@ public:
     // take.
     virtual int send(char const* msg_fullpath, char const* conf_fullpath,
                      std::string& result_text) = 0;
+
+protected:
+    ~isend() = default;
 };
 
 class isendw final : public isend
@@ -58,6 +61,9 @@ class isend_sys
 public:
     virtual int init() = 0;
     virtual int end()  = 0;
+
+protected:
+    ~isend_sys() = default;
 };
 
 class isendw_sys final : public isend_sys

@@ -12,6 +12,7 @@
 #include "tests/support/fake_heap.h"
 #include "tests/support/files.h"
 #include "tests/support/hex.h"
+#include "tests/support/slot.h"
 #include "tests/support/trace_recorder.h"
 
 namespace zelieml
@@ -509,6 +510,22 @@ TEST_F(Crypt, WithoutMemoryEachFunctionSaysWhereItFailed)
         EXPECT_TRUE(c.call()) << c.name << ", granted " << granted;
         EXPECT_EQ(test::trouble_traces(), traces{}) << c.name;
     }
+}
+
+TEST(CryptInterface, KeepsTheOrderOfItsOperations)
+{
+    EXPECT_EQ(test::slot_of(&icrypt::md5), 0);
+    EXPECT_EQ(test::slot_of(&icrypt::hmac_md5), 1);
+    EXPECT_EQ(test::slot_of(&icrypt::init), 2);
+    EXPECT_EQ(test::slot_of(&icrypt::encrypt), 3);
+    EXPECT_EQ(test::slot_of(&icrypt::decrypt), 4);
+    EXPECT_EQ(test::slot_of(&icrypt::free), 5);
+    EXPECT_EQ(test::slot_of(&icrypt::encrypt_passwd), 6);
+    EXPECT_EQ(test::slot_of(&icrypt::encrypt_free_passwd), 7);
+    EXPECT_EQ(test::slot_of(&icrypt::decrypt_passwd), 8);
+    EXPECT_EQ(test::slot_of(&icrypt::decrypt_free_passwd), 9);
+    EXPECT_EQ(test::slot_of(&icrypt::md5hexstr), 10);
+    EXPECT_EQ(test::slot_of(&icrypt::md5hexstr_free), 11);
 }
 
 // ---- threads

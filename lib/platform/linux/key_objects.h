@@ -1,7 +1,7 @@
 // key_objects.h - what sessions, keys and contexts are made of, for key_handle.cpp and key_pair.cpp
 //
-// Keys and contexts of every kind are freed through their virtual destructor, so that key_handle.cpp
-// frees key pairs without knowing them.
+// Keys and contexts of every kind are freed through their virtual destructor, so that
+// key_handle.cpp frees key pairs without knowing them.
 
 #ifndef ZELIEML_PLATFORM_LINUX_KEY_OBJECTS_H
 #define ZELIEML_PLATFORM_LINUX_KEY_OBJECTS_H
