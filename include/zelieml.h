@@ -14,7 +14,7 @@
  * Rules that hold for all calls, unless a function says otherwise:
  *
  * - Results are 0 for success and -1 for failure. Nothing is thrown; lack of memory is a failure
- *   like any other.
+ *   like any other, unless a function says otherwise (eml_msg_save does, and posting).
  * - Handles are opaque void pointers. Each function that makes one has a function that frees it;
  *   freeing null is allowed. The caller owns every handle and every text that he is given.
  * - Texts end with a NUL and are copied: the caller may free his own right after the call, save
@@ -152,6 +152,9 @@ ZELIEML_API int eml_msg_get_messageid(void *msg, char *buf, int size);
  * msg   the record
  * path  the file; created (mode 0666 less the umask) or overwritten
  *
+ * Each line takes a buffer of its own. A line for which there is no memory is left out, and that is
+ * no failure.
+ *
  * Returns 0. Returns -1 when an argument is null, or the file cannot be opened or not be written
  * to its end; what was written by then stays in the file.
  */
@@ -163,9 +166,9 @@ ZELIEML_API int eml_msg_save(void *msg, const char *path);
  * msg   receives the record; free it with eml_msg_destroy
  * path  the file
  *
- * Returns 0. Returns -1 when an argument is null, there is no memory, or the file cannot be read.
- * A record has been made even then, unless msg is null or memory was lacking: set *msg to null
- * before the call, and free it after the call whatever the result.
+ * Returns 0. Returns -1 when an argument is null, there is no memory, or the file cannot be read or
+ * is no regular file. A record has been made even then, unless msg is null or memory was lacking:
+ * set *msg to null before the call, and free it after the call whatever the result.
  */
 ZELIEML_API int eml_msg_load(void **msg, const char *path);
 
@@ -192,6 +195,9 @@ ZELIEML_API extern const char *ValCharCrLf;
  * notification that carries its stock symbol. The engine may run in this process or in another, of
  * the same user or, where the system allows it, of a different one. See the engine below for what
  * becomes of the message.
+ *
+ * A message is saved as by eml_msg_save, and a subject or a body that there is no memory to encode
+ * is sent as an empty text: lack of memory can cost a part of a mail unnoticed.
  *
  * Functions without _with_stocksymbol use the stock symbol "zelieml_stocksymbol".
  */
@@ -435,8 +441,8 @@ ZELIEML_API int eml_cb_delete(void *cb);
  * Takes no lock that would keep a writer out: while another thread or process sets a value, a
  * read can fail.
  *
- * Returns 0. Returns -1 when an argument is null, the file cannot be read, no line contains the
- * key, its line has no "=", or the value does not fit.
+ * Returns 0. Returns -1 when an argument is null, the file cannot be read or is no regular file, no
+ * line contains the key, its line has no "=", or the value does not fit.
  */
 ZELIEML_API int eml_cf_get_string(const char *key, char *val, unsigned int *length,
                                   const char *path);
@@ -444,20 +450,22 @@ ZELIEML_API int eml_cf_get_string(const char *key, char *val, unsigned int *leng
 /*
  * eml_cf_set_string - set one value in a settings file
  *
- * key   the key; no line breaks. Every line that contains it anywhere, comments excepted, is replaced: setting
- *       "smtp_auth" in a file that has "smtp_auth_type" overwrites that line as well. Set the
- *       shorter keys first.
- * val   the value; no line breaks, and "<key> = <val>" at most 1022 bytes
+ * key   the key; not empty, no "#" at its beginning, no "=" and no line breaks. Every line that
+ *       contains it anywhere, comments excepted, is replaced: setting "smtp_auth" in a file that
+ *       has "smtp_auth_type" overwrites that line as well. Set the shorter keys first.
+ * val   the value; no line breaks, and "<key> = <val>" at most 1022 bytes. Blanks at its beginning
+ *       are not read back.
  * path  the settings file; created when it does not exist
  *
  * The file is written anew beside the old one as "<path>.tmp", which then takes its place and its
- * permission bits. "<path>.bak" is deleted if it exists. Two writers at once can undo each other's
- * change.
+ * permission bits. "<path>.bak" is deleted if it exists. Two writers at once, on threads or in
+ * processes, can fail or lose settings, all of them at worst: allow one writer at a time.
  *
  * Returns 0. Returns -1 when an argument is null or not fit for a line, when the file has a line
- * of over 1023 bytes, or when a file cannot be read, written, removed or renamed. The settings
- * file is then as it was, unless only the very last step, the renaming, failed: then the settings
- * are in "<path>.tmp".
+ * of over 1023 bytes or is no regular file, or when a file cannot be read, written, removed or
+ * renamed. The settings file is then as it was (an empty one may have been made where there was
+ * none), unless only the very last step, the renaming, failed: then the settings are in
+ * "<path>.tmp".
  */
 ZELIEML_API int eml_cf_set_string(const char *key, const char *val, const char *path);
 
