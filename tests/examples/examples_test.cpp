@@ -8,6 +8,7 @@
 
 #include "tests/engine/workplace.h"
 #include "tests/examples/example_programs.h"
+#include "tests/support/mail_server.h"
 
 namespace zelieml::test
 {
@@ -35,6 +36,41 @@ protected:
     std::string const work_     = dir_.file("work");
     std::string const settings_ = work_ + "/zelismes.cf";
 };
+
+// The server of one user, and what tells an example of it.
+mailserver::options for_tim()
+{
+    mailserver::options options;
+    options.users = {{"tim", "secret"}};
+    return options;
+}
+
+strings pop_of(mail_server const& server)
+{
+    return {"pop_server=127.0.0.1", "pop_account=tim", "pop_passwd=secret",
+            "pop_port=" + std::to_string(server.pop_port())};
+}
+
+strings smtp_of(mail_server const& server)
+{
+    return {"smtp_server=127.0.0.1", "smtp_account=tim", "smtp_passwd=secret", "smtp_auth=on",
+            "smtp_port=" + std::to_string(server.smtp_port())};
+}
+
+// Arguments in a row. Where a field is set twice, the first one holds.
+strings words(strings first, strings const& second = {}, strings const& third = {})
+{
+    first.insert(first.end(), second.begin(), second.end());
+    first.insert(first.end(), third.begin(), third.end());
+    return first;
+}
+
+void put_mails(mail_server& server)
+{
+    server.put("From: Tim <tim@a.test>\r\nSubject: =?UTF-8?B?cGFwZXI=?=\r\n\r\nx\r\n");
+    server.put("Date: today\r\nFrom: anna@b.test\r\n\r\nno subject\r\n");
+    server.put("Subject: toner\r\nFrom: ben@sub.a.test\r\n\r\nx\r\n");
+}
 
 }  // namespace
 
@@ -195,12 +231,149 @@ TEST_F(Examples, PostSaysWhenItCannotSave)
            "post: the message could not be saved in " + nowhere + "\n");
 }
 
+TEST(SettingsExample, TriesBothServersAndPrintsWhatTheySaid)
+{
+    mail_server server(for_tim());
+    expect(run(SETTINGS_EXAMPLE, words({"--trust"}, pop_of(server), smtp_of(server))), 0,
+           "POP3: accepted\nserver said: +OK goodbye\r\n"
+           "SMTP: accepted\nserver said: 221 2.0.0 goodbye\r\n");
+    ASSERT_EQ(server.sessions().size(), 2u);
+    EXPECT_NE(server.sessions()[0].find("C: user tim\n"), std::string::npos);
+    EXPECT_NE(server.sessions()[1].find("C: AUTH CRAM-MD5\n"), std::string::npos);
+}
+
+TEST(SettingsExample, PrintsNoTextOfServersThatAreNotTrusted)
+{
+    mail_server server(for_tim());
+    expect(run(SETTINGS_EXAMPLE, words(pop_of(server), {"pop_auth_type=apop"})), 0,
+           "POP3: accepted\n");
+    expect(run(SETTINGS_EXAMPLE, words(smtp_of(server))), 0, "SMTP: accepted\n");
+}
+
+TEST(SettingsExample, SaysInWordsWhatIsWrong)
+{
+    mailserver::options none    = for_tim();
+    none.smtp_mechanisms        = {};
+    none.pop_apop               = false;
+    mailserver::options refuses = for_tim();
+    refuses.faults              = {{"pop.quit", mailserver::fault::action::close}};
+    mail_server       server(for_tim());
+    mail_server       plain(none);
+    mail_server       broken(refuses);
+    closed_port const nobody;
+    strings const     nowhere = {"pop_port=" + std::to_string(nobody.number()),
+                                 "smtp_port=" + std::to_string(nobody.number())};
+    struct row {
+        char const* reason;
+        strings     arguments;
+        std::string out;
+    } const rows[] = {
+        {"a wrong POP3 password", words({"pop_passwd=wrong"}, pop_of(server)),
+         "POP3: login refused\nserver said: -ERR user name or password wrong\r\n"},
+        {"a wrong APOP password", words({"pop_passwd=wrong", "pop_auth_type=apop"}, pop_of(server)),
+         "POP3: login refused\nserver said: -ERR user name or password wrong\r\n"},
+        {"APOP is not offered", words({"pop_auth_type=apop"}, pop_of(plain)),
+         "POP3: login refused\nserver said: +OK loopback mail server ready\r\n"},
+        {"QUIT is not answered", words(pop_of(broken)), "POP3: failed\nserver said: nothing\n"},
+        {"no POP3 server", words(nowhere, pop_of(server)),
+         "POP3: no connection\nserver said: nothing\n"},
+        {"a wrong SMTP password", words({"smtp_passwd=wrong"}, smtp_of(server)),
+         "SMTP: login refused\nserver said: 535 5.7.8 user name or password wrong\r\n"},
+        {"the switch is off, the server offers", words({"smtp_auth=off"}, smtp_of(server)),
+         "SMTP: login refused\nserver said: 250-localhost\r\n250-PIPELINING\r\n"
+         "250-8BITMIME\r\n250-AUTH CRAM-MD5 LOGIN PLAIN\r\n250-ENHANCEDSTATUSCODES\r\n"
+         "250 SIZE 67108864\r\n"},
+        {"the switch is on, the server offers nothing", words(smtp_of(plain)),
+         "SMTP: login refused\nserver said: 250-localhost\r\n250-PIPELINING\r\n"
+         "250-8BITMIME\r\n250-ENHANCEDSTATUSCODES\r\n250 SIZE 67108864\r\n"},
+        {"no SMTP server", words(nowhere, smtp_of(server)),
+         "SMTP: no connection\nserver said: nothing\n"},
+    };
+    for (row const& r : rows) {
+        SCOPED_TRACE(r.reason);
+        expect(run(SETTINGS_EXAMPLE, words({"--trust"}, r.arguments)), 1, r.out);
+    }
+}
+
+TEST(SettingsExample, LogsInToPop3FirstWhenToldTo)
+{
+    mail_server   server(for_tim());
+    strings const both =
+        words({"--trust", "pop_before_smtp=on", "pop_wait_time=300"}, pop_of(server));
+    int const ms = ms_of([&] {
+        expect(run(SETTINGS_EXAMPLE, words(both, smtp_of(server))), 0,
+               "POP3: accepted\nserver said: +OK goodbye\r\n"
+               "SMTP: accepted\nserver said: 221 2.0.0 goodbye\r\n");
+    });
+    EXPECT_GE(ms, 300);
+    EXPECT_EQ(server.sessions().size(), 3u) << "POP3, and POP3 before SMTP";
+
+    mail_server untouched(for_tim());
+    expect(run(SETTINGS_EXAMPLE, words({"--trust", "pop_before_smtp=on", "pop_passwd=wrong"},
+                                       pop_of(server), smtp_of(untouched))),
+           1,
+           "POP3: login refused\nserver said: -ERR user name or password wrong\r\n"
+           "SMTP: login refused\nserver said: -ERR user name or password wrong\r\n");
+    EXPECT_EQ(untouched.sessions(), strings());
+}
+
+TEST(ReceiveExample, PrintsAllMailsAndEmptiesTheMailbox)
+{
+    mail_server server(for_tim());
+    expect(run(RECEIVE_EXAMPLE, words({"--delete"}, pop_of(server))), 0, "mails: 0\n");
+    put_mails(server);
+    expect(run(RECEIVE_EXAMPLE, words({"--delete", "pop_auth_type=apop"}, pop_of(server))), 0,
+           "mails: 3\n"
+           "From: Tim <tim@a.test>\nSubject: =?UTF-8?B?cGFwZXI=?=\n"
+           "From: anna@b.test\nSubject: \n"
+           "From: ben@sub.a.test\nSubject: toner\n");
+    EXPECT_EQ(server.mailbox(), strings());
+}
+
+TEST(ReceiveExample, PrintsTheMailsOfSomeDomainsAndDeletesAll)
+{
+    mail_server server(for_tim());
+    put_mails(server);
+    expect(run(RECEIVE_EXAMPLE, words({"--delete", "domains=c.test, a.test"}, pop_of(server))), 0,
+           "mails: 2\n"
+           "From: Tim <tim@a.test>\nSubject: =?UTF-8?B?cGFwZXI=?=\n"
+           "From: ben@sub.a.test\nSubject: toner\n");
+    EXPECT_EQ(server.mailbox(), strings());
+}
+
+TEST(ReceiveExample, TouchesNothingWithoutALogin)
+{
+    mail_server server(for_tim());
+    put_mails(server);
+    expect(run(RECEIVE_EXAMPLE, words({"--delete", "pop_passwd=wrong"}, pop_of(server))), 1, "",
+           "receive: no login; no mail was touched\n");
+    EXPECT_EQ(server.mailbox().size(), 3u);
+}
+
+TEST(ReceiveExample, SaysThatMailsAreLost)
+{
+    // The first mail goes; then the server is tired.
+    mailserver::options tired = for_tim();
+    tired.faults              = {{"pop.stat", mailserver::fault::action::delay, 0, "", 1},
+                                 {"pop.stat", mailserver::fault::action::close}};
+    mail_server server(tired);
+    put_mails(server);
+    expect(run(RECEIVE_EXAMPLE, words({"--delete"}, pop_of(server))), 1, "",
+           "receive: failed; mails fetched before that are lost\n");
+    EXPECT_EQ(server.mailbox().size(), 2u);
+}
+
 TEST_F(Examples, ExplainWrongUse)
 {
     std::string const configure = "use: configure SETTINGS-FILE key=value...\n";
     std::string const send      = "use: send_and_wait WORKDIR field=value... < body\n";
     std::string const post      = "use: post WORKDIR STOCK-SYMBOL field=value... < body\n";
     std::string const engine    = "use: engine WORKDIR [STOCK-SYMBOL]\n";
+    std::string const settings =
+        "use: test_settings [--trust] pop_server=HOST smtp_server=HOST field=value...\n";
+    std::string const receive  = "use: receive --delete pop_server=HOST field=value...\n";
+    std::string const pop      = "pop_server=127.0.0.1";
+    std::string const no_field = "not a field of a server: ";
     struct row {
         char const* reason;
         char const* example;
@@ -226,6 +399,31 @@ TEST_F(Examples, ExplainWrongUse)
         {"no such field", POST_EXAMPLE, {work_, "symbol", "=x"}, "not a field of a mail: =x\n"},
         {"no directory", ENGINE_EXAMPLE, {}, engine},
         {"too many names", ENGINE_EXAMPLE, {work_, "symbol", "more"}, engine},
+        {"no server", SETTINGS_EXAMPLE, {}, settings},
+        {"no server", SETTINGS_EXAMPLE, {"--trust"}, settings},
+        {"no server", SETTINGS_EXAMPLE, {"pop_port=110"}, settings},
+        {"no value", SETTINGS_EXAMPLE, {pop, "pop_port"}, no_field + "pop_port\n"},
+        {"no such field", SETTINGS_EXAMPLE, {pop, "pop=1"}, no_field + "pop=1\n"},
+        {"no number", SETTINGS_EXAMPLE, {pop, "pop_port="}, no_field + "pop_port=\n"},
+        {"no number", SETTINGS_EXAMPLE, {pop, "pop_port=1a"}, no_field + "pop_port=1a\n"},
+        {"no port", SETTINGS_EXAMPLE, {pop, "smtp_port=65536"}, no_field + "smtp_port=65536\n"},
+        {"too many digits",
+         SETTINGS_EXAMPLE,
+         {pop, "pop_wait_time=000001"},
+         no_field + "pop_wait_time=000001\n"},
+        {"upper case",
+         SETTINGS_EXAMPLE,
+         {pop, "pop_auth_type=POP"},
+         no_field + "pop_auth_type=POP\n"},
+        {"no such switch", SETTINGS_EXAMPLE, {pop, "smtp_auth=yes"}, no_field + "smtp_auth=yes\n"},
+        {"the second one is wrong",
+         SETTINGS_EXAMPLE,
+         {pop, "pop_port=1", "pop_port=x"},
+         no_field + "pop_port=x\n"},
+        {"nothing", RECEIVE_EXAMPLE, {}, receive},
+        {"not told to delete", RECEIVE_EXAMPLE, {pop, "pop_account=tim"}, receive},
+        {"no server", RECEIVE_EXAMPLE, {"--delete", "pop_account=tim"}, receive},
+        {"no such field", RECEIVE_EXAMPLE, {"--delete", pop, "x=y"}, no_field + "x=y\n"},
     };
     for (row const& r : rows) {
         SCOPED_TRACE(r.reason + std::string(": ") + r.example);
