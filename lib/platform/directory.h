@@ -35,7 +35,9 @@ private:
 // directory_names - the names of a directory's entries, in no particular order, without "." and
 // ".."
 //
-// Returns false when the directory cannot be listed.
+// names  the names are appended; on failure some of them may have been
+//
+// Returns false when the directory cannot be listed. Throws std::bad_alloc.
 bool directory_names(char const* directory, std::vector<std::string>& names);
 
 // text_array_create - an empty array, the caller's; null when there is no memory
@@ -57,7 +59,9 @@ int text_array_count(text_array const* array);
 // Returns false when there is no such text, or when text and NUL do not fit.
 bool text_array_get(text_array const* array, int index, char* buf, std::size_t size);
 
-// text_array_autorelease - leave an array to the thread's innermost release_pool; returns it
+// text_array_autorelease - leave an array to the thread's innermost release_pool
+//
+// Returns the array. Throws std::bad_alloc, having freed it. There has to be a pool.
 text_array const* text_array_autorelease(text_array* array);
 
 // text_array_release - free an array of text_array_create that was not autoreleased

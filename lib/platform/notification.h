@@ -47,8 +47,8 @@ bool notification_value(notification_info const* info, char const* key, char* bu
 //               remove_observer finds the observer by
 //
 // Returns 0 when every notification posted from now on will be seen. Returns -1, leaving nothing
-// behind, when the system has no place or means for an observer. A forked child does not observe
-// what its parent does. Any thread.
+// behind, when there is no memory, or the system has no place or means for an observer. A forked
+// child does not observe what its parent does. Any thread.
 int add_observer(char const* name, char const* object, notification_proc proc, void* observer);
 
 // remove_observer - end what add_observer began
@@ -64,9 +64,11 @@ int remove_observer(char const* name, char const* object, void* observer);
 // key, value  the text field; without one when value is null
 //
 // An observer that does not take it in time is passed over: on Linux stopped processes whose
-// buffers are full cost the poster half a second in all. Whether anybody heard is not known.
+// buffers are full, and more observers than can be told, cost the poster half a second in all.
+// Whether anybody heard is not known.
 //
-// Returns 0, or -1 when the object could not be made into one of the system's texts. Any thread.
+// Returns 0, or -1 when the object could not be made into one of the system's texts. Throws
+// std::bad_alloc, when some may have been told and others not, for want of memory. Any thread.
 int post_notification(char const* name, char const* object, char const* key, char const* value);
 
 }  // namespace zelieml::platform

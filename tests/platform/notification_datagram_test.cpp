@@ -157,6 +157,8 @@ TEST(Datagram, OfAnyOtherFormIsDropped)
         {"64 KB of nothing", std::string(65536, '\0')},
         {"one byte more than is taken", good(std::string(65537 - good("").size(), 'v'))},
         {"much more than is taken", good(std::string(100000, 'v'))},
+        {"one byte more, of which the head knows nothing",
+         good(std::string(65536 - good("").size(), 'v')) + "v"},
     };
     notification_room const room;
     listener                one("object");

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <memory>
@@ -15,6 +16,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -65,6 +67,24 @@ FAILING(int, pthread_create,
 
 #undef FAILING
 
+namespace
+{
+
+// What each connection takes.
+std::atomic<int> connecting_ms{0};
+std::atomic<int> connections{0};
+
+}  // namespace
+
+extern "C" int __real_connect(int fd, sockaddr const* address, socklen_t size);
+extern "C" int __wrap_connect(int fd, sockaddr const* address, socklen_t size);
+extern "C" int __wrap_connect(int fd, sockaddr const* address, socklen_t size)
+{
+    ++connections;
+    std::this_thread::sleep_for(std::chrono::milliseconds(connecting_ms));
+    return __real_connect(fd, address, size);
+}
+
 namespace zelieml::test
 {
 namespace
@@ -104,23 +124,25 @@ TEST(AddingAnObserver, FailsWithTheSystemAndLeavesNothing)
     }
 }
 
-TEST(AddingAnObserver, WithoutMemoryThrowsAndLeavesNothing)
+TEST(AddingAnObserver, WithoutMemoryFailsAndLeavesNothing)
 {
     notification_room const room;
-    listener                one("another");
-    int const               descriptors = open_descriptors();
-    texts const             files       = notification_room::sockets(room.own());
-    int                     good        = 0;
+    // As many as fill a vector that doubles: the next one may need memory to be registered.
+    std::vector<std::unique_ptr<listener>> many;
+    for (int i = 1; i < 32; ++i) {
+        many.push_back(std::make_unique<listener>("many"));
+    }
+    listener    one("another");
+    int const   descriptors = open_descriptors();
+    texts const files       = notification_room::sockets(room.own());
+    int         good        = 0;
     for (bool added = false; !added; ++good) {
         ASSERT_LT(good, 100);
         {
             failing_new const none(good);
-            try {
-                added = platform::add_observer(test_name, "object", listener::proc, &one) == 0;
-                EXPECT_TRUE(added) << "no other failure is to be had here";
-            } catch (std::bad_alloc const&) {
-            }
+            added = platform::add_observer(test_name, "object", listener::proc, &one) == 0;
         }
+        EXPECT_NE(added, failing_new::refused()) << "no other failure is to be had here";
         if (!added) {
             EXPECT_EQ(notification_room::sockets(room.own()), files) << good;
             EXPECT_EQ(open_descriptors(), descriptors) << good;
@@ -233,14 +255,33 @@ TEST(Posting, ReachesNobodyWhileThereAreNoDescriptors)
     notification_room const room;
     listener                one("object");
     int const               descriptors = open_descriptors();
-    for (int spare = 0; spare < 3; ++spare) {
+    for (int spare = 0; spare < 4; ++spare) {
         few_descriptors const few(spare);
         EXPECT_EQ(post("object", std::to_string(spare)), 0);
     }
     EXPECT_EQ(post("object", "enough"), 0);
     EXPECT_EQ(one.heard().wait_for(2), 2U);
-    EXPECT_EQ(one.heard().all(), (texts{"2", "enough"})) << "two are needed, of any number";
+    EXPECT_EQ(one.heard().all(), (texts{"3", "enough"})) << "three are needed, of any number";
     EXPECT_EQ(open_descriptors(), descriptors);
+}
+
+TEST(Posting, TakesItsTimeAndNoMoreHoweverManyThereAreToTell)
+{
+    notification_room const                room;
+    std::vector<std::unique_ptr<listener>> many;
+    for (int i = 0; i < 100; ++i) {
+        many.push_back(std::make_unique<listener>("object"));
+    }
+    connections      = 0;
+    connecting_ms    = 20;  // two seconds for all
+    auto const start = std::chrono::steady_clock::now();
+    EXPECT_EQ(post("object", "hello"), 0);
+    auto const time = std::chrono::steady_clock::now() - start;
+    connecting_ms   = 0;
+    EXPECT_GE(time, std::chrono::milliseconds(450));
+    EXPECT_LT(time, std::chrono::milliseconds(1000));
+    EXPECT_GT(connections, 0);
+    EXPECT_LT(connections, 30);
 }
 
 }  // namespace

@@ -144,6 +144,7 @@ void notification_peer::begin_burst(std::string const& object, std::string const
 
 void notification_peer::signal(int number) const
 {
+    ASSERT_GT(process_, 0);
     ASSERT_EQ(::kill(process_, number), 0);
     if (number == SIGSTOP) {
         int status = 0;

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <filesystem>
 #include <functional>
@@ -300,6 +301,38 @@ TEST(Place, HoldsSocketsAndNoLinksToThem)
     EXPECT_EQ(one.heard().all(), texts{"to the socket"});
 }
 
+// Of an observer that was killed before its socket got its name.
+TEST(Place, LosesSocketsThatNeverGotTheirNames)
+{
+    notification_room const room;
+    listener const          first("object");  // makes the directory
+    std::string const       start = room.own() + "/00112233445566778-4711-8899aabbccddeeff";
+    struct {
+        char const* suffix;
+        mode_t      type;
+        int         age;
+        bool        stays;
+        char const* reason;
+    } const cases[] = {
+        {".new", S_IFSOCK, 3600, false, "nobody gives it a name any more"},
+        {"0.new", S_IFSOCK, 0, true, "it may get its name yet"},
+        {"1.new", S_IFREG, 3600, true, "not a socket"},
+        {".sock", S_IFSOCK, 3600, true, "it has its name"},
+    };
+    for (auto const& c : cases) {
+        std::string const path = start + c.suffix;
+        ASSERT_EQ(::mknod(path.c_str(), c.type | 0600, 0), 0) << path;
+        timespec const then     = {::time(nullptr) - c.age, 0};
+        timespec const times[2] = {then, then};
+        ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
+    }
+    listener const next("object");
+    EXPECT_EQ(next.added(), 0);
+    for (auto const& c : cases) {
+        EXPECT_EQ(file_exists(start + c.suffix), c.stays) << c.reason;
+    }
+}
+
 TEST(Place, IsOnePerUserAndRootsToLookInto)
 {
     notification_room const room;
@@ -545,6 +578,79 @@ TEST(Trust, IsInAStrangerWhoOwnsTheFile)
         EXPECT_EQ(stranger.post("object", c.path).result, 0) << c.reason;
         if (c.believed) {
             wanted.push_back(c.path);
+        }
+        post("object", c.reason);  // root's comes after it in any case
+        wanted.push_back(c.reason);
+        EXPECT_EQ(observer.wait_for(wanted.size()), wanted.size()) << c.reason;
+        EXPECT_EQ(observer.values(), wanted) << c.reason;
+    }
+}
+
+// What is his own to change is nobody else's to rely on.
+TEST(Trust, IsNotInAStrangersOwnDirectories)
+{
+    if (!is_root()) {
+        EXPECT_NE(::seteuid(0), 0) << "there is no stranger to be";
+        return;
+    }
+    struct {
+        char const* reason;
+        char const* path;  // below the folder that is open to all
+        uid_t       owner;
+        mode_t      mode;
+        bool        believed;
+    } const directories[] = {
+        {"root's, closed", "root's", 0, 0755, true},
+        {"root's, open and sticky", "sticky", 0, 01777, true},
+        {"root's, open", "open", 0, 0777, false},
+        {"root's, open to its group", "group", 0, 0775, false},
+        {"the engine's user's, closed", "user's", one_user, 0755, true},
+        {"the engine's user's, open and sticky", "user's sticky", one_user, 01777, true},
+        {"the engine's user's, open", "user's open", one_user, 0777, false},
+        {"the sender's", "sender's", another_user, 0755, false},
+        {"the sender's, sticky", "sender's sticky", another_user, 01777, false},
+        {"a third user's", "third", 4713, 0755, false},
+        {"root's in the sender's", "sender's/root's", 0, 0755, false},
+        {"root's in an open one", "open/root's", 0, 0755, false},
+        {"the engine's user's in a sticky one", "sticky/user's", one_user, 0755, true},
+    };
+    notification_room const room;
+    room.share();
+    owned_files const files(room);
+    for (auto const& d : directories) {
+        files.directory(d.path, d.owner);
+        ASSERT_EQ(::chmod(files.path(d.path).c_str(), d.mode), 0);
+    }
+    files.link("link", files.path("user's"), 0);
+    files.link("sticky/link", files.path("user's"), another_user);
+    struct named_file {
+        std::string reason;
+        std::string path;
+        std::string delivered;  // empty: not believed
+    };
+    std::vector<named_file> cases = {
+        {"through root's link", files.path("link/x.sme"), files.path("user's/x.sme")},
+        {"through the sender's link, which is no longer on the way",
+         files.path("sticky/link/x.sme"), files.path("user's/x.sme")},
+        {"dots and slashes", files.path("open/..//root's/./x.sme"), files.path("root's/x.sme")},
+        {"a directory that is no directory", files.path("root's/x.sme/y.sme"), ""},
+        {"a relative path", "x.sme", ""},
+        {"the root directory", "/", ""},
+        {"nothing in the root directory", "/zelieml-test-nothing.sme", ""},
+    };
+    for (auto const& d : directories) {
+        std::string const path = files.file(std::string(d.path) + "/x.sme", another_user);
+        cases.push_back({d.reason, path, d.believed ? path : ""});
+    }
+
+    notification_peer observer(within(room, one_user));
+    notification_peer stranger(within(room, another_user));
+    ASSERT_EQ(observer.observe("object"), "0");
+    texts wanted;
+    for (named_file const& c : cases) {
+        EXPECT_EQ(stranger.post("object", c.path).result, 0) << c.reason;
+        if (!c.delivered.empty()) {
+            wanted.push_back(c.delivered);
         }
         post("object", c.reason);  // root's comes after it in any case
         wanted.push_back(c.reason);

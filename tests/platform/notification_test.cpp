@@ -481,12 +481,24 @@ TEST(AddingAndRemoving, LeavesNothing)
         << "less than one pointer each time";
 }
 
+// A thread that is neither joined nor detached leaves its stack.
+int memory_mappings()
+{
+    std::ifstream maps("/proc/self/maps");
+    int           count = 0;
+    for (std::string line; std::getline(maps, line);) {
+        ++count;
+    }
+    return count;
+}
+
 TEST(AddingAndRemoving, FromItsDeliveryLeavesNothingEither)
 {
     notification_room const room;
     add_and_remove(1);
     std::size_t const threads     = threads_of_the_process();
     int const         descriptors = open_descriptors();
+    int const         mappings    = memory_mappings();
     for (int i = 0; i < 50; ++i) {
         gate      begin;
         listener* self = nullptr;
@@ -501,6 +513,7 @@ TEST(AddingAndRemoving, FromItsDeliveryLeavesNothingEither)
         EXPECT_TRUE(threads_become(threads));
     }
     EXPECT_EQ(open_descriptors(), descriptors);
+    EXPECT_LT(memory_mappings(), mappings + 50) << "less than one each time";
     EXPECT_TRUE(notification_room::sockets(room.own()).empty());
 }
 

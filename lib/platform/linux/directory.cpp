@@ -4,10 +4,10 @@
 
 #include <cerrno>
 #include <cstring>
-#include <dirent.h>
 #include <memory>
 #include <new>
 
+#include "platform/linux/directory_handle.h"
 #include "support/c_boundary.h"
 
 namespace zelieml::platform
@@ -27,10 +27,6 @@ struct pool {
 
 thread_local pool* innermost = nullptr;
 
-struct directory_closer {
-    void operator()(DIR* directory) const { ::closedir(directory); }
-};
-
 }  // namespace
 
 release_pool::release_pool() : pool_(new pool{{}, innermost})
@@ -47,7 +43,7 @@ release_pool::~release_pool()
 
 bool directory_names(char const* directory, std::vector<std::string>& names)
 {
-    std::unique_ptr<DIR, directory_closer> const open(::opendir(directory));
+    directory_handle const open(::opendir(directory));
     if (!open) {
         return false;
     }

@@ -14,6 +14,8 @@
 //
 // Threads: each observer has one, which ends by taking its record out of the registry. Descriptors
 // of observers are made and closed under the registry's lock, so that a fork finds them all.
+//
+// Posting goes through /proc/self/fd, and so does an observer in a directory with a long path.
 
 #include "platform/notification.h"
 
@@ -26,10 +28,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <dirent.h>
+#include <ctime>
 #include <fcntl.h>
 #include <memory>
-#include <mutex>
 #include <poll.h>
 #include <pthread.h>
 #include <string>
@@ -45,8 +46,11 @@
 #include <utility>
 #include <vector>
 
+#include "platform/linux/directory_handle.h"
 #include "platform/thread.h"
 #include "support/c_boundary.h"
+#include "support/mutex_lock.h"
+#include "support/no_cancellation.h"
 #include "support/unique_fd.h"
 
 namespace zelieml::platform
@@ -68,13 +72,18 @@ struct notification_info {
 namespace
 {
 
-constexpr std::size_t max_datagram    = 65536;
-constexpr auto        wait_for_room   = std::chrono::milliseconds(500);
-constexpr mode_t      own_directory   = 0700;
-constexpr mode_t      shared_socket   = 0666;
-constexpr mode_t      own_socket      = 0600;
-constexpr char        socket_suffix[] = ".sock";
-constexpr char        users_prefix[]  = ".zelieml-";
+using clock      = std::chrono::steady_clock;
+using time_point = clock::time_point;
+
+constexpr std::size_t max_datagram     = 65536;
+constexpr auto        post_limit       = std::chrono::milliseconds(500);
+constexpr std::time_t unready_s        = 60;
+constexpr mode_t      own_directory    = 0700;
+constexpr mode_t      shared_socket    = 0666;
+constexpr mode_t      own_socket       = 0600;
+constexpr char        socket_suffix[]  = ".sock";
+constexpr char        unready_suffix[] = ".new";
+constexpr char        users_prefix[]   = ".zelieml-";
 
 // ------------------------------------------------------------------ places
 
@@ -126,21 +135,22 @@ place open_place(std::string const& path, uid_t owner = ::geteuid())
     return opened;
 }
 
-struct directory_closer {
-    void operator()(DIR* directory) const { ::closedir(directory); }
-};
-
-// The names in a directory that begin and end like this.
-std::vector<std::string> names_in(int directory, std::string const& start, std::string const& end)
+// The names in a directory that begin and end like this; those that are found in time.
+std::vector<std::string> names_in(int directory, std::string const& start, std::string const& end,
+                                  time_point until)
 {
     std::vector<std::string> names;
     unique_fd                fd(::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    std::unique_ptr<DIR, directory_closer> const open(fd ? ::fdopendir(fd.get()) : nullptr);
+    directory_handle const   open(fd ? ::fdopendir(fd.get()) : nullptr);
     if (!open) {
         return names;
     }
     fd.release();  // the listing's now
-    while (dirent const* const entry = ::readdir(open.get())) {
+    while (clock::now() < until) {
+        dirent const* const entry = ::readdir(open.get());
+        if (entry == nullptr) {
+            break;
+        }
         std::string const name = entry->d_name;
         if (name.size() >= start.size() + end.size() && name.compare(0, start.size(), start) == 0 &&
             name.compare(name.size() - end.size(), end.size(), end) == 0) {
@@ -156,7 +166,7 @@ struct place_to_look {
     uid_t       owner;
 };
 
-std::vector<place_to_look> posters_places()
+std::vector<place_to_look> posters_places(time_point until)
 {
     uid_t const                self = ::geteuid();
     std::vector<place_to_look> places;
@@ -166,7 +176,7 @@ std::vector<place_to_look> posters_places()
         return places;
     }
     unique_fd const fd(::open(users_root().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    for (std::string const& name : names_in(fd.get(), users_prefix, "")) {
+    for (std::string const& name : names_in(fd.get(), users_prefix, "", until)) {
         auto const owner =
             static_cast<uid_t>(std::strtoul(name.c_str() + sizeof users_prefix - 1, nullptr, 10));
         std::string path = users_place(owner);
@@ -178,15 +188,16 @@ std::vector<place_to_look> posters_places()
     return places;
 }
 
-// The address of a socket file. A path that is too long for one goes through the descriptor.
-sockaddr_un address_of(place const& where, std::string const& name)
+// A short path to what a descriptor stands for, whatever its name means by now.
+std::string path_through(unique_fd const& fd)
+{
+    return "/proc/self/fd/" + std::to_string(fd.get());
+}
+
+sockaddr_un address_of(std::string const& path)
 {
     sockaddr_un address = {};
     address.sun_family  = AF_UNIX;
-    std::string path    = where.path + "/" + name;
-    if (path.size() >= sizeof address.sun_path) {
-        path = "/proc/self/fd/" + std::to_string(where.fd.get()) + "/" + name;
-    }
     std::memcpy(address.sun_path, path.c_str(), std::min(path.size(), sizeof address.sun_path - 1));
     return address;
 }
@@ -269,6 +280,7 @@ bool decode(std::string_view datagram, notification& out)
 // ------------------------------------------------------------------ observers
 
 struct observer_record {
+    observer_record*  next = nullptr;  // in the registry
     std::string       name;
     std::string       object;
     notification_proc proc     = nullptr;
@@ -286,17 +298,26 @@ struct observer_record {
 };
 
 // The observers of the process. A record stays until its thread ends, even when its observer has
-// been removed: then it is marked as ended.
+// been removed: then it is marked as ended. Nothing here is ever destroyed, since threads may still
+// deliver while the process ends; and an empty list has no memory that a host could lose by
+// unloading the library.
 struct registry {
-    std::mutex                                    guard;
-    std::vector<std::unique_ptr<observer_record>> observers;
+    pthread_mutex_t  guard;
+    observer_record* first;
 };
 
-// Never destroyed: threads may still deliver while the process ends.
-registry& the_registry()
+registry observers = {PTHREAD_MUTEX_INITIALIZER, nullptr};
+
+// Takes a record out of the registry, whose lock the caller holds.
+std::unique_ptr<observer_record> take_out(observer_record const& record)
 {
-    static registry& made = *new registry;
-    return made;
+    observer_record** link = &observers.first;
+    while (*link != &record) {
+        link = &(*link)->next;
+    }
+    std::unique_ptr<observer_record> taken(*link);
+    *link = taken->next;
+    return taken;
 }
 
 // The observer whose proc runs on this thread.
@@ -306,48 +327,91 @@ thread_local observer_record const* delivering = nullptr;
 // dead engine looks alive.
 void before_fork()
 {
-    the_registry().guard.lock();
+    ::pthread_mutex_lock(&observers.guard);
 }
 
 void after_fork_in_parent()
 {
-    the_registry().guard.unlock();
+    ::pthread_mutex_unlock(&observers.guard);
 }
 
 void after_fork_in_child()
 {
-    registry& all = the_registry();
-    for (auto const& record : all.observers) {
+    observer_record* next = nullptr;
+    for (observer_record* record = observers.first; record != nullptr; record = next) {
+        next          = record->next;
         record->ended = true;
         record->socket.reset();
         record->wake_up.reset();
         record->where.fd.reset();
+        // A proc that forks returns to its thread also in the child; that record is still in use.
+        if (record != delivering) {
+            take_out(*record);
+        }
     }
-    // A proc that forks returns to its thread also in the child; that record is still in use.
-    all.observers.erase(
-        std::remove_if(all.observers.begin(), all.observers.end(),
-                       [](auto const& record) { return record.get() != delivering; }),
-        all.observers.end());
-    all.guard.unlock();
+    ::pthread_mutex_unlock(&observers.guard);
 }
 
-void watch_forks()
+[[maybe_unused]] int const forks_watched =
+    ::pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
+
+// Whether a stranger can exchange nothing on the way to a directory, and in it nothing but what is
+// his own: each is root's or the user's, and others may not write to it unless it is sticky.
+//
+// directory  absolute, without links, as realpath makes it
+bool is_out_of_reach(std::string const& directory, uid_t user)
 {
-    static int const watched =
-        ::pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
-    (void)watched;
+    // From the root on: what has been looked at stays what it is.
+    for (std::size_t size = 1;; size = std::min(directory.find('/', size + 1), directory.size())) {
+        struct stat status = {};
+        if (::lstat(directory.substr(0, size).c_str(), &status) != 0 || !S_ISDIR(status.st_mode) ||
+            (status.st_uid != 0 && status.st_uid != user) ||
+            ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (status.st_mode & S_ISVTX) == 0)) {
+            return false;
+        }
+        if (size == directory.size()) {
+            return true;
+        }
+    }
+}
+
+struct text_releaser {
+    void operator()(char* text) const { std::free(text); }
+};
+
+// The path by which the observer's user reaches a stranger's file, now and later: empty when it is
+// not the stranger's own regular file, or when he could have the path lead to another one.
+std::string path_to_strangers_file(std::string const& path, uid_t stranger, uid_t user)
+{
+    std::size_t const slash = path.rfind('/');
+    if (slash == std::string::npos) {
+        return {};
+    }
+    std::unique_ptr<char, text_releaser> const resolved(
+        ::realpath(path.substr(0, slash + 1).c_str(), nullptr));
+    if (!resolved || !is_out_of_reach(resolved.get(), user)) {
+        return {};
+    }
+    std::string const directory = resolved.get();
+    std::string       file      = (directory == "/" ? "" : directory) + path.substr(slash);
+    struct stat       status    = {};
+    bool const        is_his =
+        ::lstat(file.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == stranger;
+    return is_his ? file : std::string();
 }
 
 // A notification names a file that will be read, mailed and deleted: it counts when it comes from
 // the observer's own user, from root, or from the owner of that very file.
-bool may_be_trusted(ucred const& sender, uid_t user, notification_info const& info)
+//
+// info  a stranger's path is replaced by one that he has no hold on
+bool may_be_trusted(ucred const& sender, uid_t user, notification_info& info)
 {
     if (sender.uid == user || sender.uid == 0) {
         return true;
     }
-    struct stat status = {};
-    return info.has_value && ::lstat(info.value.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
-           status.st_uid == sender.uid;
+    // As the proc reads it, up to a NUL.
+    info.value = path_to_strangers_file(info.value.c_str(), sender.uid, user);
+    return info.has_value && !info.value.empty();
 }
 
 enum class reception {
@@ -415,10 +479,8 @@ void read_notifications(observer_record& record)
 
 void forget(observer_record const& ended)
 {
-    registry&                         all = the_registry();
-    std::lock_guard<std::mutex> const hold(all.guard);
-    all.observers.erase(std::find_if(all.observers.begin(), all.observers.end(),
-                                     [&](auto const& record) { return record.get() == &ended; }));
+    mutex_lock const hold(observers.guard);
+    take_out(ended);
 }
 
 void* observe(void* argument)
@@ -437,6 +499,19 @@ void* observe(void* argument)
     return nullptr;
 }
 
+// Removes what observers have left that were killed before their sockets got their names.
+void remove_unready_sockets(int directory)
+{
+    std::time_t const now = std::time(nullptr);
+    for (std::string const& name : names_in(directory, "", unready_suffix, time_point::max())) {
+        struct stat status = {};
+        if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+            S_ISSOCK(status.st_mode) && now - status.st_mtime > unready_s) {
+            ::unlinkat(directory, name.c_str(), 0);
+        }
+    }
+}
+
 // Makes the record's socket file. It gets its name when it is ready to be met.
 bool open_socket(observer_record& record, mode_t mode)
 {
@@ -452,11 +527,16 @@ bool open_socket(observer_record& record, mode_t mode)
 
     char tail[64];
     std::snprintf(tail, sizeof tail, "-%d-%016" PRIx64, static_cast<int>(::getpid()), random);
-    std::string const unready = hash_of(record.object.c_str()) + tail;
-    record.file               = unready + socket_suffix;
+    std::string const name    = hash_of(record.object.c_str()) + tail;
+    std::string const unready = name + unready_suffix;
+    record.file               = name + socket_suffix;
 
+    std::string path = record.where.path + "/" + unready;
+    if (path.size() >= sizeof sockaddr_un::sun_path) {
+        path = path_through(record.where.fd) + "/" + unready;
+    }
     int const         directory = record.where.fd.get();
-    sockaddr_un const address   = address_of(record.where, unready);
+    sockaddr_un const address   = address_of(path);
     if (::bind(record.socket.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address) !=
         0) {
         return false;
@@ -504,23 +584,20 @@ void close_observer(observer_record& record)
 
 // Sends one datagram to one socket, and removes the file of an observer that is no more.
 //
-// wait  for room, at most so long; 0 or less: not at all
+// until  waits for room until then; when that is past, not at all
 //
 // Returns false when there was no room.
 bool tell(place const& where, std::string const& name, std::string const& datagram,
-          std::chrono::microseconds wait)
+          time_point until)
 {
-    using std::chrono::steady_clock;
-    auto const until = steady_clock::now() + wait;
-
     // A link would take root's datagrams to where a user wants them.
-    struct stat status = {};
-    if (::fstatat(where.fd.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
-        !S_ISSOCK(status.st_mode)) {
+    unique_fd const file(::openat(where.fd.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    struct stat     status = {};
+    if (!file || ::fstat(file.get(), &status) != 0 || !S_ISSOCK(status.st_mode)) {
         return true;
     }
     unique_fd const   fd(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    sockaddr_un const address = address_of(where, name);
+    sockaddr_un const address = address_of(path_through(file));
     if (!fd) {
         return true;
     }
@@ -549,7 +626,7 @@ bool tell(place const& where, std::string const& name, std::string const& datagr
 
     // Polling says nothing about the peer's queue: the send itself has to wait for room.
     for (;;) {
-        auto const left = std::chrono::ceil<std::chrono::microseconds>(until - steady_clock::now());
+        auto const left  = std::chrono::ceil<std::chrono::microseconds>(until - clock::now());
         int        flags = MSG_NOSIGNAL | MSG_DONTWAIT;
         if (left.count() > 0) {
             timeval limit = {};
@@ -572,18 +649,63 @@ struct full_observer {
     std::string          file;
 };
 
-// Tries them once more, and waits for room: for all of them together no longer than is allowed for
-// one, so that many dead ends cost a poster no more than one does.
-void tell_full_ones(std::vector<full_observer> const& observers, std::string const& datagram)
+// Tries them once more, and waits for room: each has its share of the time that is left, so that
+// many dead ends cost a poster no more than one does.
+void tell_full_ones(std::vector<full_observer> const& full, std::string const& datagram,
+                    time_point until)
 {
-    using std::chrono::steady_clock;
-    auto const until = steady_clock::now() + wait_for_room;
-    auto       count = static_cast<int>(observers.size());
-    for (full_observer const& observer : observers) {
-        auto const left = std::chrono::ceil<std::chrono::microseconds>(until - steady_clock::now());
+    auto count = static_cast<int>(full.size());
+    for (full_observer const& observer : full) {
+        time_point const now = clock::now();
+        if (now >= until) {
+            return;
+        }
         tell(open_place(observer.where->path, observer.where->owner), observer.file, datagram,
-             left / count--);
+             now + (until - now) / count--);
     }
+}
+
+void post_datagram(char const* object, std::string const& datagram)
+{
+    time_point const                 until  = clock::now() + post_limit;
+    std::string const                start  = hash_of(object) + "-";
+    std::vector<place_to_look> const places = posters_places(until);
+    std::vector<full_observer>       full;
+    for (place_to_look const& look : places) {
+        place const where = open_place(look.path, look.owner);
+        for (std::string const& file : names_in(where.fd.get(), start, socket_suffix, until)) {
+            if (clock::now() >= until) {
+                return;  // so many sockets, or so slow ones, that the post has taken its time
+            }
+            if (!tell(where, file, datagram, time_point())) {
+                full.push_back({&look, file});
+            }
+        }
+    }
+    tell_full_ones(full, datagram, until);
+}
+
+// add_observer, for a record that is complete but for its place, socket and thread.
+int start_observing(std::unique_ptr<observer_record> record)
+{
+    mode_t mode   = 0;
+    record->where = observers_place(mode);
+    if (!record->where.fd) {
+        return -1;
+    }
+    remove_unready_sockets(record->where.fd.get());
+    if (!open_socket(*record, mode)) {
+        return -1;
+    }
+    observer_record& added = *record.release();
+    added.next             = observers.first;
+    observers.first        = &added;
+    if (start_thread_without_signals(added.thread, observe, &added) != 0) {
+        close_observer(added);
+        take_out(added);
+        return -1;
+    }
+    return 0;
 }
 
 }  // namespace
@@ -599,31 +721,17 @@ bool notification_value(notification_info const* info, char const* key, char* bu
 
 int add_observer(char const* name, char const* object, notification_proc proc, void* observer)
 {
-    watch_forks();
     // The proc may remove its observer from its first call on: it finds it in the registry then.
-    registry&                         all = the_registry();
-    std::lock_guard<std::mutex> const hold(all.guard);
-    all.observers.reserve(all.observers.size() + 1);  // nothing is thrown after open_socket
-
-    auto   record    = std::make_unique<observer_record>();
-    mode_t mode      = 0;
-    record->name     = name;
-    record->object   = object;
-    record->proc     = proc;
-    record->observer = observer;
-    record->user     = ::geteuid();
-    record->where    = observers_place(mode);
-    if (!record->where.fd || !open_socket(*record, mode)) {
-        return -1;
-    }
-    observer_record& added = *record;
-    all.observers.push_back(std::move(record));
-    if (start_thread_without_signals(added.thread, observe, &added) != 0) {
-        close_observer(added);
-        all.observers.pop_back();
-        return -1;
-    }
-    return 0;
+    mutex_lock const hold(observers.guard);
+    return at_c_boundary(-1, [&] {
+        auto record      = std::make_unique<observer_record>();
+        record->name     = name;
+        record->object   = object;
+        record->proc     = proc;
+        record->observer = observer;
+        record->user     = ::geteuid();
+        return start_observing(std::move(record));
+    });
 }
 
 int remove_observer(char const* name, char const* object, void* observer)
@@ -631,19 +739,18 @@ int remove_observer(char const* name, char const* object, void* observer)
     pthread_t thread          = {};
     bool      from_its_thread = false;
     {
-        registry&                         all = the_registry();
-        std::lock_guard<std::mutex> const hold(all.guard);
-        auto const                        found =
-            std::find_if(all.observers.begin(), all.observers.end(), [&](auto const& record) {
-                return !record->ended && record->observer == observer && record->name == name &&
-                       record->object == object;
-            });
-        if (found == all.observers.end()) {
+        mutex_lock const hold(observers.guard);
+        observer_record* found = observers.first;
+        while (found != nullptr && (found->ended || found->observer != observer ||
+                                    found->name != name || found->object != object)) {
+            found = found->next;
+        }
+        if (found == nullptr) {
             return -1;
         }
-        thread          = (*found)->thread;
-        from_its_thread = found->get() == delivering;
-        close_observer(**found);
+        thread          = found->thread;
+        from_its_thread = found == delivering;
+        close_observer(*found);
     }
     // The record may be gone by now.
     if (from_its_thread) {
@@ -656,19 +763,8 @@ int remove_observer(char const* name, char const* object, void* observer)
 
 int post_notification(char const* name, char const* object, char const* key, char const* value)
 {
-    std::string const                datagram = encode(name, object, key, value);
-    std::string const                start    = hash_of(object) + "-";
-    std::vector<place_to_look> const places   = posters_places();
-    std::vector<full_observer>       full;
-    for (place_to_look const& look : places) {
-        place const where = open_place(look.path, look.owner);
-        for (std::string const& file : names_in(where.fd.get(), start, socket_suffix)) {
-            if (!tell(where, file, datagram, std::chrono::microseconds(0))) {
-                full.push_back({&look, file});
-            }
-        }
-    }
-    tell_full_ones(full, datagram);
+    no_cancellation const shielded;  // descriptors are open, and it takes half a second at most
+    post_datagram(object, encode(name, object, key, value));
     return 0;
 }
 
