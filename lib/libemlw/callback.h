@@ -33,12 +33,12 @@ bool operator==(c_cb_param const& a, c_cb_param const& b);
 //
 // One that is registered already stays as it is, with the user it was registered with.
 //
-// Returns 0.
+// Returns 0. Throws std::bad_alloc, leaving the list as it was, when there is no memory.
 int set_callback_raw(_s_iemlw* engine, int (*proc)(void*, void*), void* user);
 
 // reset_callback_raw - remove a procedure; the others keep their order
 //
-// Returns 0, also when it was not registered.
+// Returns 0, also when it was not registered. Throws as set_callback_raw does.
 int reset_callback_raw(_s_iemlw* engine, int (*proc)(void*, void*));
 
 // call_callback_raw - report an attempt to all registered procedures, in order
@@ -47,7 +47,7 @@ int reset_callback_raw(_s_iemlw* engine, int (*proc)(void*, void*));
 // result   result number
 //
 // The record that the procedures get dies when this returns. What they return, or throw, is not
-// looked at.
+// looked at. In a child that one of them forked, and returned from, the others are not called.
 //
 // Returns 0, or -1, with nobody called, when there is no memory for the record.
 int call_callback_raw(_s_iemlw* engine, std::string const& message, int result);

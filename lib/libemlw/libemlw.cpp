@@ -92,6 +92,11 @@ void release_engine(_s_iemlw* engine)
     delete engine;
 }
 
+bool in_forked_child(_s_iemlw const* engine)
+{
+    return engine->owner != 0 && engine->owner != ::getpid();
+}
+
 void end_observation(_s_iemlw* engine)
 {
     if (engine->observing) {

@@ -34,16 +34,15 @@ struct _s_iemlw {
     snapshot<c_cb_param> callbacks;
     std::atomic<iqmgr*>  queue{nullptr};  // made by the worker
     pthread_t            thread = {};
-    pthread_mutex_t      mutex  = PTHREAD_MUTEX_INITIALIZER;  // around stop, and around the passes'
-                                                              // reading of the queue
-    char              stock_symbol[stock_symbol_size] = {};
-    std::atomic<bool> stop{false};
+    pthread_mutex_t      mutex  = {};  // around stop, and around the passes' reading of the queue
+    char                 stock_symbol[stock_symbol_size] = {};
+    std::atomic<bool>    stop{false};
 
     platform::pause  tick;                // between two cycles of the worker
     gate             started;             // opened when the worker has prepared its queue, or ended
     bool             observing  = false;  // the observer is registered
     bool             has_worker = false;  // thread is a worker that nobody has joined
-    pid_t            owner      = 0;      // the process that has the worker
+    pid_t            owner      = 0;      // the process that has the worker; 0 before there is one
     std::atomic<int> shares{1};
 };
 
@@ -52,6 +51,12 @@ struct _s_iemlw {
 // The last one to give back ends the observer if there is one, and frees the record and its queue.
 void share_engine(_s_iemlw* engine);
 void release_engine(_s_iemlw* engine);
+
+// in_forked_child - whether this process is a child of the one in which the engine was started
+//
+// A callback may fork, and return in the child as well: the copy of the worker must then end, and
+// until it has ended take no lock, which a thread of the parent may have held.
+bool in_forked_child(_s_iemlw const* engine);
 
 // end_observation - remove the engine's observer if there is one; waits for its callback
 void end_observation(_s_iemlw* engine);
@@ -75,7 +80,8 @@ int create_fullpath(char const* workdir, char (&out)[fullpath_size]);
 
 // notify - announce a message file to the engine of a stock symbol
 //
-// Returns 0, whether an engine heard it or not; -1 when the symbol is empty or there is no memory.
+// Returns 0, whether an engine heard it or not; -1 when the symbol is empty, there is no memory, or
+// the system refuses.
 int notify(char const* fullpath, char const* stock_symbol);
 
 class ieml
@@ -87,10 +93,11 @@ public:
     // stock_symbol  1 to 254 bytes
     //
     // Returns 0 when the engine runs; see start_thread. Returns -1 when a name does not fit or the
-    // worker could not be started.
+    // worker could not be started. The thread must not be cancelled meanwhile, nor in stop.
     virtual int start(char const* workdir, char const* stock_symbol) = 0;
 
-    // stop - end the worker; see stop_thread. Returns 0, or -1 when there is none to end.
+    // stop - end the worker; see stop_thread. Returns 0, or -1 when there is none to end or it
+    // could not be waited for.
     virtual int stop() = 0;
 
     // post - post a message to this engine, as ifactory_eml::post does
@@ -157,7 +164,7 @@ public:
 
     // post - announce a message file that exists
     //
-    // Returns 0, or -1 when the symbol is empty.
+    // Returns what notify returns, and -1 for null.
     virtual int post(char const* fullpath, char const* stock_symbol) = 0;
 };
 

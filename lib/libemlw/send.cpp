@@ -29,11 +29,26 @@ int run_driver(char const* dir, char const* file, std::string& detail)
     });
 }
 
+// Writes the send log if there is memory for it: what was sent is deleted in any case.
+//
+// file  a string, or the text to make one of
+template <class Path>
+void log_attempt(char const* dir, Path const& file, int code, std::string const& detail)
+{
+    at_c_boundary(0, [&] {
+        write_log(dir, file, code, detail);
+        return 0;
+    });
+}
+
 }  // namespace
 
 int send_queue(_s_iemlw* engine, unsigned int try_count, unsigned int interval)
 {
     trace_msg("send_queue in");
+    if (in_forked_child(engine)) {
+        return 0;  // from a callback in the first of two passes
+    }
     std::vector<std::string> files;
     {
         mutex_lock const hold(engine->mutex);
@@ -41,7 +56,7 @@ int send_queue(_s_iemlw* engine, unsigned int try_count, unsigned int interval)
     }
     int result = send_ok;
     for (std::string const& file : files) {
-        if (engine->stop) {
+        if (engine->stop || in_forked_child(engine)) {
             trace_msg("warning: STOP flag ON !!");
             return 0;
         }
@@ -56,11 +71,16 @@ int send_queue(_s_iemlw* engine, unsigned int try_count, unsigned int interval)
 int _send_queue(_s_iemlw* engine, std::string const& file, unsigned int try_count)
 {
     trace_msg("_send_queue in %s try_count=%d");
-    std::string detail;
-    int const   code = run_driver(engine->workdir, file.c_str(), detail);
+    // Made before anything is sent: what has been sent must not stay for want of memory.
+    std::vector<std::string> const done = {file};
+    std::string                    detail;
+    int const                      code = run_driver(engine->workdir, file.c_str(), detail);
     trace_msg(code != send_ok ? "error:isendw::send" : "ok: SEND!! %s");
     call_callback_raw(engine, detail, code);
-    write_log(engine->workdir, file, code, detail);
+    if (in_forked_child(engine)) {
+        return code;  // the file and the log are the parent's
+    }
+    log_attempt(engine->workdir, file, code, detail);
 
     // A first failure leaves the file queued for its second attempt.
     bool const given_up = code != send_ok && try_count != 0;
@@ -68,7 +88,7 @@ int _send_queue(_s_iemlw* engine, std::string const& file, unsigned int try_coun
         trace_msg("FAILED!!(SECOND)");
     }
     if (given_up || code == send_ok) {
-        engine->queue.load()->erase({file});
+        engine->queue.load()->erase(done);
     }
     trace_msg("_send_queue out %d");
     return code;
@@ -78,10 +98,7 @@ int send_sync(char const* dir, char const* file, std::string& detail)
 {
     int const code = run_driver(dir, file, detail);
     trace_msg(code != send_ok ? "error:isendw::send_sync" : "ok: SEND(sync)!! %s");
-    at_c_boundary(0, [&] {
-        write_log(dir, file, code, detail);
-        return 0;
-    });
+    log_attempt(dir, file, code, detail);
     iqmgr_erase(file);
     return code;
 }

@@ -21,7 +21,9 @@ namespace zelieml
 // that were not reached stay queued. The engine's mutex is held while the queue is read, and not
 // while sending.
 //
-// Returns the result number of the last attempt, 0 when nothing was due. Worker thread.
+// Returns the result number of the last attempt, 0 when nothing was due or the pass was stopped.
+// Throws std::bad_alloc, with nothing handed out, when there is no memory for the list. Worker
+// thread.
 int send_queue(_s_iemlw* engine, unsigned int try_count, unsigned int interval);
 
 // _send_queue - one attempt for one file: sends it, reports it, decides about the file
@@ -29,7 +31,9 @@ int send_queue(_s_iemlw* engine, unsigned int try_count, unsigned int interval);
 // try_count  0: a failed attempt leaves the file queued; else the file is deleted and leaves the
 //            queue also when the attempt failed
 //
-// Returns the result number, send_other_failure when memory was lacking on the way. Worker thread.
+// Returns the result number, send_other_failure when memory was lacking on the way. Throws
+// std::bad_alloc when there is no memory to begin with, and no attempt has been made; or when the
+// file is done with and deleted, but its entry could not leave the queue. Worker thread.
 int _send_queue(_s_iemlw* engine, std::string const& file, unsigned int try_count);
 
 // send_sync - send one message file now and delete it, whatever the result
@@ -49,7 +53,8 @@ int send_sync(char const* dir, char const* file, std::string& detail);
 // code    result number of the attempt
 // detail  the server's last reply; left out of the line when empty
 //
-// Writes nothing when the file cannot be loaded. Reports nothing. Any thread.
+// Writes nothing when the file cannot be loaded. Reports nothing. Throws std::bad_alloc when there
+// is no memory. Any thread.
 void write_log(char const* dir, std::string const& file, int code, std::string const& detail);
 
 // log_yes - whether the send log is written

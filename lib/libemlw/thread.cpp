@@ -27,6 +27,9 @@ constexpr std::size_t notified_path_size = 400;
 
 bool stop_requested(_s_iemlw* engine)
 {
+    if (in_forked_child(engine)) {
+        return true;
+    }
     mutex_lock const hold(engine->mutex);
     return engine->stop;
 }
@@ -82,7 +85,9 @@ public:
     explicit worker_share(_s_iemlw* engine) : engine_(engine) {}
     ~worker_share()
     {
-        engine_->started.open();
+        if (!in_forked_child(engine_)) {
+            engine_->started.open();
+        }
         release_engine(engine_);
     }
     worker_share(worker_share const&)            = delete;
@@ -117,7 +122,8 @@ int start_thread(_s_iemlw* engine)
     }
     engine->observing = true;
     ::pthread_mutex_init(&engine->mutex, nullptr);
-    engine->stop = false;
+    engine->stop  = false;
+    engine->owner = ::getpid();
     engine->started.close();
 
     share_engine(engine);
@@ -127,7 +133,6 @@ int start_thread(_s_iemlw* engine)
         return -1;  // the observer stays until the engine is destroyed
     }
     engine->has_worker = true;
-    engine->owner      = ::getpid();
     engine->started.wait();
     trace_msg("start_thread out");
     return 0;
@@ -139,17 +144,21 @@ int stop_thread(_s_iemlw* engine)
     if (!engine->has_worker) {
         return -1;
     }
-    if (engine->owner != ::getpid()) {
-        // A forked child has no worker, and its parent's locks may be held for ever.
+    bool const is_worker = ::pthread_equal(::pthread_self(), engine->thread) != 0;
+    if (in_forked_child(engine)) {
+        // Its parent's locks may be held for ever, and there is no worker: unless the child was
+        // forked in a callback, and goes back to the worker's share of the record.
         engine->has_worker = false;
         engine->observing  = false;
-        release_engine(engine);
+        if (!is_worker) {
+            release_engine(engine);
+        }
         trace_msg("stop_thread out");
         return 0;
     }
 
     request_stop(engine);
-    if (::pthread_equal(::pthread_self(), engine->thread) != 0) {
+    if (is_worker) {
         // From a callback: the worker goes on by itself, and frees the record when it is done.
         ::pthread_detach(engine->thread);
         engine->has_worker = false;

@@ -20,20 +20,24 @@ namespace zelieml
 //
 // Returns 0 when the worker has made its queue and deleted the message files left from before, or
 // has ended for want of memory: what is posted from then on is never taken for a leftover. Returns
-// -1 when the stock symbol is empty, or no observer or thread can be had; the observer then ends
-// with the engine.
+// -1 when the stock symbol is empty, or no observer or thread can be had; an observer then ends
+// with the engine. The calling thread must not be cancelled meanwhile.
 int start_thread(_s_iemlw* engine);
 
 // stop_thread - ask the worker to end and wait for it
 //
 // Waits for the send in progress. When it is called from a callback of this very engine, it does
 // not wait: the worker ends after the attempt it is in. In a forked child, where there is no
-// worker, it only forgets it.
+// worker, it only forgets it. The calling thread must not be cancelled meanwhile.
 //
-// Returns 0, or -1 when there is no worker to stop.
+// Returns 0, or -1 when there is no worker to stop, or when it cannot be waited for: it ends all
+// the same, and the engine is as it was.
 int stop_thread(_s_iemlw* engine);
 
-// eml_thread - the body of the worker; the argument is the engine record. Returns null.
+// eml_thread - the body of the worker; the argument is the engine record
+//
+// Returns null. In a child that a callback forked it returns when the callback has returned there,
+// and with it ends the child's only thread, and so the child.
 void* eml_thread(void* argument);
 
 // timer_proc_mailslot - the notification callback; the observer is the engine record

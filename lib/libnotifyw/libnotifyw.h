@@ -25,7 +25,8 @@ public:
     // fullpath      full path of the file
     // stock_symbol  of the engine
     //
-    // Returns 0, whether an engine heard it or not; -1 when the symbol is empty or null.
+    // Returns 0, whether an engine heard it or not; -1 when the symbol is empty or null, or when
+    // the system refuses. Throws std::bad_alloc when there is no memory.
     virtual int send(std::string const& fullpath, char const* stock_symbol) = 0;
 
     virtual int                 create_context()  = 0;

@@ -71,7 +71,8 @@ public:
     // A full queue gives up its oldest file, which is deleted from the disk, for the first new one,
     // and the rest of the list is not queued: those files are found again by salvage.
     //
-    // Returns 0.
+    // Returns 0. Throws std::bad_alloc, with the file it had come to and those after it not queued,
+    // when there is no memory.
     int add(std::vector<std::string> const& files);
 
     // get - the files that are due; each counts as handed out once more and stays queued
@@ -80,7 +81,7 @@ public:
     // try_count  0: those never handed out; 1: those handed out before and queued long enough ago
     // interval   milliseconds since queueing that count as long enough; cut to whole seconds
     //
-    // Returns 0.
+    // Returns 0. Throws std::bad_alloc, with nothing handed out, when there is no memory.
     int get(std::vector<std::string>& files, unsigned int try_count, unsigned int interval);
 
     // erase - delete files from the disk, and then remove them from the queue
@@ -88,7 +89,8 @@ public:
     // files  full paths; one that is not queued is left alone. One that cannot be deleted leaves
     //        the queue all the same.
     //
-    // Returns 0.
+    // Returns 0. Throws std::bad_alloc when there is no memory: the file it had come to is deleted
+    // then, but still queued, and those after it are untouched.
     int erase(std::vector<std::string> const& files);
 
     // For callers of add() that may meet each other.
@@ -99,7 +101,7 @@ private:
     friend int iqmgr_destroy(iqmgr* manager);
 
     _s_iqmgr*       context_ = nullptr;
-    pthread_mutex_t mutex_   = PTHREAD_MUTEX_INITIALIZER;
+    pthread_mutex_t mutex_   = {};  // initialised by iqmgr_create
 };
 
 // iqmgr_create - make a queue manager with an empty queue

@@ -13,6 +13,7 @@
 #include "libmsg/libmsg.h"
 #include "libreceive/libreceive.h"
 #include "support/c_boundary.h"
+#include "support/no_cancellation.h"
 
 using namespace zelieml;
 
@@ -26,7 +27,8 @@ bool g_in_stop_multi = false;
 
 void stop_and_destroy(void* eml)
 {
-    auto* const engine = static_cast<ieml*>(eml);
+    no_cancellation const shielded;
+    auto* const           engine = static_cast<ieml*>(eml);
     at_c_boundary(-1, [&] { return engine->stop(); });  // freed whether it stopped or not
     at_c_boundary(-1, [&] { return ifactory_emlw().destroy(engine); });
 }
@@ -179,6 +181,7 @@ int eml_start(char const* workdir, void** eml)
 
 int eml_start_with_stocksymbol(char const* workdir, char const* stock_symbol, void** eml)
 {
+    no_cancellation const shielded;
     trace_msg("eml_start in");
     ifactory_emlw factory;
     ieml*         engine = nullptr;

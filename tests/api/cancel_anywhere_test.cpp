@@ -133,7 +133,33 @@ TEST_F(CancelAnywhere, InLoginTestsAndReceiving)
 
 TEST_F(CancelAnywhere, InPosting)
 {
+    void* eml = nullptr;
+    ASSERT_EQ(eml_start(work_.c_str(), &eml), 0);
+    int const descriptors = zelieml::test::open_descriptors();
     EXPECT_GE(cancel_everywhere([&] { eml_post(work_.c_str(), msg_); }), 2);
+    EXPECT_EQ(zelieml::test::open_descriptors(), descriptors);
+    EXPECT_EQ(eml_stop(eml), 0);
+}
+
+// These are gone through with whatever is asked meanwhile.
+TEST_F(CancelAnywhere, ButNotInStartingAndStoppingAnEngine)
+{
+    std::atomic<int> failures{0};
+    std::atomic<int> ends{0};
+    int const        descriptors = zelieml::test::open_descriptors();
+    int const        points      = cancel_everywhere([&] {
+        void* eml = nullptr;
+        failures += eml_start_with_stocksymbol(work_.c_str(), "", &eml) == -1 ? 0 : 1;
+        failures += eml_start_with_stocksymbol(work_.c_str(), "first", &eml) == 0 ? 0 : 1;
+        failures += eml_stop(eml) == 0 ? 0 : 1;
+        failures += eml_start_with_stocksymbol(work_.c_str(), "second", &eml) == 0 ? 0 : 1;
+        failures += eml_stop_multi(&eml) == 0 && eml == nullptr ? 0 : 1;
+        ++ends;
+    });
+    EXPECT_GT(points, 20);
+    EXPECT_EQ(failures, 0);
+    EXPECT_EQ(ends, points + 1);
+    EXPECT_EQ(zelieml::test::open_descriptors(), descriptors);
 }
 
 TEST_F(CancelAnywhere, InSettings)

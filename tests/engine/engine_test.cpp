@@ -6,8 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "tests/engine/program.h"
 #include "tests/engine/workplace.h"
+#include "tests/support/program.h"
 
 namespace zelieml::test
 {

@@ -1,9 +1,9 @@
-// fork_engine_test.cpp - an engine in a child of a process that has engines
+// fork_engine_test.cpp - an engine in a child of a process that has one
 
 #include <gtest/gtest.h>
 
-#include "tests/engine/program.h"
 #include "tests/engine/workplace.h"
+#include "tests/support/program.h"
 
 namespace zelieml::test
 {
@@ -26,6 +26,20 @@ TEST(ForkEngine, RunsBesideThoseOfTheParent)
     EXPECT_EQ(engines.wait(), 0) << engines.err();
     EXPECT_EQ(subjects_of(server.mails()), strings{"to the parent's"});
     EXPECT_EQ(subjects_of(other.mails()), strings{"to the child's"});
+    EXPECT_EQ(root.sockets(), strings());
+}
+
+// Its only thread is the copy of the worker.
+TEST(ForkEngine, EndsInAChildThatReturnsFromACallback)
+{
+    mail_server server;
+    workplace   work(server.smtp_port());
+    program     engine({PEER_PROGRAM, "fork_in_callback", work.path(), "symbol"});
+    EXPECT_EQ(engine.wait(), 0) << engine.err();
+    EXPECT_EQ(engine.out(), "child 0\nresult 0 221 2.0.0 goodbye\nresult 0 221 2.0.0 goodbye\n");
+    EXPECT_EQ(engine.err(), "");
+    EXPECT_EQ(subjects_of(server.mails()), numbered("mail", 2));
+    EXPECT_EQ(work.messages(), strings());
     EXPECT_EQ(root.sockets(), strings());
 }
 

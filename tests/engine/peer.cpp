@@ -9,6 +9,9 @@
 //                                 the engine, and posts again; prints the results of all
 //     peer fork_engine WORKDIR SYMBOL OTHER-WORKDIR OTHER-SYMBOL
 //                                 starts an engine and forks a child, which starts one of its own
+//     peer fork_in_callback WORKDIR SYMBOL
+//                                 starts an engine whose first callback forks a child and returns in
+//                                 both; prints how the child ended, and the results
 //     peer leave WORKDIR SYMBOL COUNT MS
 //                                 starts an engine, posts mails, and ends after so many
 //                                 milliseconds without stopping the engine
@@ -165,6 +168,34 @@ void fork_and_start(char** names)
     expect(eml_stop(eml) == 0, "eml_stop");
 }
 
+int fork_once(void*, void*)
+{
+    static bool done = false;
+    if (!done) {
+        done              = true;
+        pid_t const child = ::fork();
+        if (child != 0) {
+            say("child " + std::to_string(status_of(child)));
+        } else {
+            // Or a sanitizer misses what the stacks of the parent's threads point at.
+            std::atexit([] { ::_exit(0); });
+        }
+    }
+    return 0;
+}
+
+void fork_in_callback(char** names)
+{
+    void* eml = nullptr;
+    expect(eml_start_with_stocksymbol(names[0], names[1], &eml) == 0, "eml_start");
+    expect(eml_set_callback(eml, fork_once, nullptr) == 0, "eml_set_callback");
+    expect(eml_set_callback(eml, print_result, nullptr) == 0, "eml_set_callback");
+    post(names[0], names[1], "mail.0");
+    post(names[0], names[1], "mail.1");
+    wait_for_results(2);
+    expect(eml_stop(eml) == 0, "eml_stop");
+}
+
 void leave(char** arguments)
 {
     static void* const eml = start(arguments[0], arguments[1]);
@@ -194,6 +225,8 @@ int main(int argc, char** argv)
         fork_and_stop(argv + 2);
     } else if (job == "fork_engine" && argc == 6) {
         fork_and_start(argv + 2);
+    } else if (job == "fork_in_callback" && argc == 4) {
+        fork_in_callback(argv + 2);
     } else if (job == "leave" && argc == 6) {
         leave(argv + 2);
     } else {

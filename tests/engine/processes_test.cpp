@@ -8,8 +8,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "tests/engine/program.h"
 #include "tests/engine/workplace.h"
+#include "tests/support/program.h"
 
 namespace zelieml::test
 {

@@ -6,9 +6,9 @@
 #include <thread>
 
 #include "tests/engine/counting_new.h"
-#include "tests/engine/program.h"
 #include "tests/engine/workplace.h"
 #include "tests/support/fake_heap.h"
+#include "tests/support/program.h"
 
 namespace zelieml::test
 {

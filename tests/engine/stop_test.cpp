@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 #include <thread>
 
-#include "tests/engine/program.h"
 #include "tests/engine/workplace.h"
+#include "tests/support/program.h"
 
 namespace zelieml::test
 {

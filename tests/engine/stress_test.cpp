@@ -12,8 +12,8 @@
 #include <thread>
 #include <unistd.h>
 
-#include "tests/engine/program.h"
 #include "tests/engine/workplace.h"
+#include "tests/support/program.h"
 
 namespace zelieml::test
 {

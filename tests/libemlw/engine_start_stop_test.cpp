@@ -425,6 +425,19 @@ TEST_F(EngineStart, PostsThroughTheEngineToItsOwnSymbol)
     eml_msg_destroy(msg);
 }
 
+TEST_F(EngineStart, AnnouncesNothingWithoutMemoryForASender)
+{
+    for (int good = 0; good < 2; ++good) {  // the sender, and its context
+        test::clear_traces();
+        {
+            test::failing_new const once(good, 1);
+            EXPECT_EQ(notify("/w/a.sme", symbol), -1);
+        }
+        EXPECT_EQ(test::traces(), strings{"error:inotify_send_create"});
+    }
+    EXPECT_EQ(test::posts().size(), 0U);
+}
+
 // -------------------------------------------------------------------- stopping
 
 class EngineStop : public EngineStart
@@ -663,9 +676,55 @@ TEST_F(NestedStop, OfNoEngineIsNoStop)
 
 // -------------------------------------------------------------- a forked child
 
+// Ends the process with the thread, when it is to; the exit status says whether the record was, or
+// was not, freed by then.
+struct last_of_thread {
+    bool                      ends_process = false;
+    bool                      wants_freed  = false;
+    std::weak_ptr<void const> record       = {};
+    ~last_of_thread()
+    {
+        if (ends_process) {
+            ::_exit(record.expired() == wants_freed ? 0 : 1);
+        }
+    }
+};
+
+thread_local last_of_thread last;
+
 class StopInAChild : public EngineStop
 {
 protected:
+    // Forks in a callback that returns in the child as well, having stopped its copy of the engine
+    // or not. Returns how the child ended.
+    int fork_and_return(bool stops)
+    {
+        std::weak_ptr<void const> const record = life_of_record();
+        ::pid_t const                   child  = ::fork();
+        if (child == 0) {
+            std::signal(SIGALRM, SIG_DFL);
+            ::alarm(30);
+            if (stops && eml_stop(engine_) != 0) {
+                ::_exit(2);
+            }
+            last.ends_process = true;
+            last.wants_freed  = stops;
+            last.record       = record;
+            return 0;
+        }
+        int status = -1;
+        EXPECT_EQ(::waitpid(child, &status, 0), child);
+        return status;
+    }
+    // A callback; the user is the process that may call it.
+    static int die_elsewhere(void*, void* user)
+    {
+        if (::getpid() != *static_cast<::pid_t*>(user)) {
+            ::_exit(3);
+        }
+        return 0;
+    }
+
     // Forks, and makes the call in the child; what it returned, or -3 when it did not return.
     static int in_a_child(std::function<int()> const& call)
     {
@@ -741,4 +800,52 @@ TEST_F(StopInAChild, ThatACallbackForkedDoesNotWaitForItself)
     test::pass_pauses(1);
     EXPECT_EQ(result, 0);
     expect_that_the_parents_engine_runs();
+}
+
+TEST_F(StopInAChild, ThatACallbackForkedAndReturnedInEndsTheChildOnly)
+{
+    mail_server server;
+    settings(server.smtp_port());
+    start();
+    ::pid_t self = ::getpid();
+    ASSERT_EQ(eml_set_callback(engine_, die_elsewhere, &self), 0);
+    std::size_t mails = 0;
+    for (bool const stops : {false, true}) {
+        int status       = -1;
+        attempts_.action = [&] {
+            attempts_.action = nullptr;
+            status           = fork_and_return(stops);
+            EXPECT_TRUE(test::file_exists(file("a"))) << "the child left it to the parent";
+        };
+        post("a");
+        post("b");
+        post("c");
+        test::pass_pauses(2);
+        mails += 3;
+        EXPECT_EQ(status, 0) << stops;
+        EXPECT_EQ(attempts_.codes(), std::vector<eml_send_e>(mails, eml_send_ok)) << stops;
+        EXPECT_EQ(server.mails().size(), mails) << "once each";
+        EXPECT_EQ(on_disk(), strings());
+    }
+}
+
+// A pass of first attempts is followed by one of second ones.
+TEST_F(StopInAChild, ThatACallbackForkedInTheRetryPassEndsTheChildOnly)
+{
+    start();
+    post("a");
+    test::pass_pauses(599);
+    int status       = -1;
+    attempts_.action = [&] {
+        attempts_.action = nullptr;
+        // A stop in the parent may hold it at that moment.
+        ASSERT_EQ(::pthread_mutex_lock(&context().mutex), 0);
+        status = fork_and_return(false);
+        ASSERT_EQ(::pthread_mutex_unlock(&context().mutex), 0);
+    };
+    post("b");
+    test::pass_pauses(1);
+    EXPECT_EQ(status, 0);
+    EXPECT_EQ(attempts_.list().size(), 2U);
+    EXPECT_EQ(on_disk(), (strings{"a.sme", "b.sme"}));
 }

@@ -73,9 +73,14 @@ protected:
         iqmgr* queue = nullptr;
         EXPECT_EQ(iqmgr_create(&queue), 0);
         engine_.queue = queue;
+        ::pthread_mutex_init(&engine_.mutex, nullptr);
         set_callback_raw(&engine_, test::attempts::note, &attempts_);
     }
-    ~SendQueue() override { EXPECT_EQ(iqmgr_destroy(engine_.queue.exchange(nullptr)), 0); }
+    ~SendQueue() override
+    {
+        ::pthread_mutex_destroy(&engine_.mutex);
+        EXPECT_EQ(iqmgr_destroy(engine_.queue.exchange(nullptr)), 0);
+    }
 
     static constexpr std::time_t start = 1700000000;
 

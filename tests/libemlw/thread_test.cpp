@@ -81,6 +81,7 @@ protected:
         iqmgr* queue = nullptr;
         EXPECT_EQ(iqmgr_create(&queue), 0);
         engine_.queue = queue;
+        ::pthread_mutex_init(&engine_.mutex, nullptr);
         dir_.path().copy(engine_.workdir, workdir_size - 1);
         EXPECT_EQ(platform::add_observer(notify_name, "s", timer_proc_mailslot, &engine_), 0);
         test::clear_traces();
@@ -88,6 +89,7 @@ protected:
     ~EngineAtRest() override
     {
         EXPECT_EQ(platform::remove_observer(notify_name, "s", &engine_), 0);
+        ::pthread_mutex_destroy(&engine_.mutex);
         if (engine_.queue != nullptr) {
             iqmgr_destroy(engine_.queue.exchange(nullptr));
         }

@@ -5,6 +5,7 @@
 #include <atomic>
 #include <gtest/gtest.h>
 #include <limits>
+#include <new>
 #include <optional>
 #include <vector>
 
@@ -88,6 +89,9 @@ TEST_P(WorkerMemory, MayLackInAnyAttempt)
 
         std::vector<eml_send_e> const made = attempts_.codes();
         EXPECT_LE(made.size(), before + 1);
+        if (made.size() > before && made.back() == eml_send_ok) {
+            EXPECT_FALSE(test::file_exists(path)) << "what was sent is never sent again";
+        }
         if (test::file_exists(path)) {
             EXPECT_TRUE(is_queued(path)) << "nobody forgets a file that is there";
         }
@@ -133,7 +137,7 @@ protected:
     ~PassMemory() override { stop(); }
 };
 
-// The first of three lacks memory when its file is to be deleted.
+// The first of three lacks memory for a queue without it.
 TEST_F(PassMemory, LackingInOneAttemptIsThereForTheOthers)
 {
     mail_server server;
@@ -149,8 +153,24 @@ TEST_F(PassMemory, LackingInOneAttemptIsThereForTheOthers)
     post("c");
     test::pass_pauses(1);
     EXPECT_EQ(attempts_.codes(), std::vector<eml_send_e>(3, eml_send_ok));
-    EXPECT_EQ(on_disk(), strings{"a.sme"});
+    EXPECT_EQ(on_disk(), strings());
     strings tried;
     queue().get(tried, 1, 0);
-    EXPECT_EQ(tried, strings{file("a")}) << "it stays for its second attempt";
+    EXPECT_EQ(tried, strings{file("a")}) << "its entry stays, for an attempt without a file";
+}
+
+TEST_F(PassMemory, LackingBeforeAnAttemptMeansThatThereIsNone)
+{
+    mail_server server;
+    settings(server.smtp_port());
+    start();
+    test::wait_for_pause();
+    std::string const path = message("a message with a name of some length");
+    {
+        failing_new const limit(0, 1);
+        EXPECT_THROW(_send_queue(&context(), path, 1), std::bad_alloc);
+    }
+    EXPECT_EQ(server.mails().size(), 0U);
+    EXPECT_EQ(attempts_.list().size(), 0U);
+    EXPECT_TRUE(test::file_exists(path));
 }

@@ -2,22 +2,15 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdint>
 #include <cstdlib>
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <memory>
-#include <poll.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <system_error>
-#include <thread>
-#include <unistd.h>
+#include <string>
 #include <vector>
 
 #include "tests/support/files.h"
+#include "tests/support/program.h"
 #include "tests/tools/scripted_client.h"
-
-extern char** environ;
 
 namespace zelieml::test
 {
@@ -29,90 +22,31 @@ using namespace std::chrono_literals;
 using clock = std::chrono::steady_clock;
 
 // The program, running.
-class program
+class loopback : public program
 {
 public:
-    explicit program(std::vector<std::string> const& arguments)
-    {
-        std::vector<std::string> words = {LOOPBACK_PROGRAM};
-        words.insert(words.end(), arguments.begin(), arguments.end());
-        std::vector<char*> argv;
-        argv.reserve(words.size() + 1);
-        for (std::string& word : words) {
-            argv.push_back(word.data());
-        }
-        argv.push_back(nullptr);
+    explicit loopback(std::vector<std::string> const& arguments) : program(command(arguments)) {}
 
-        posix_spawn_file_actions_t actions;
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 1, dir_.file("out").c_str(),
-                                         O_WRONLY | O_CREAT | O_APPEND, 0600);
-        posix_spawn_file_actions_addopen(&actions, 2, dir_.file("err").c_str(),
-                                         O_WRONLY | O_CREAT | O_APPEND, 0600);
-        int const error = ::posix_spawn(&pid_, argv[0], &actions, nullptr, argv.data(), environ);
-        posix_spawn_file_actions_destroy(&actions);
-        if (error != 0) {
-            throw std::system_error(error, std::generic_category(), argv[0]);
-        }
-    }
-
-    ~program()
-    {
-        if (pid_ > 0) {
-            ::kill(pid_, SIGKILL);
-            ::waitpid(pid_, nullptr, 0);
-        }
-    }
-
-    void signal(int number) { ::kill(pid_, number); }
-
-    // Waits for the end; the exit status, or minus the signal.
-    int wait()
-    {
-        int status = 0;
-        ::waitpid(pid_, &status, 0);
-        pid_ = 0;
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
-    }
-
-    std::string out() const
-    {
-        return file_exists(dir_.file("out")) ? read_file(dir_.file("out")) : "";
-    }
-    std::string err() const
-    {
-        return file_exists(dir_.file("err")) ? read_file(dir_.file("err")) : "";
-    }
-
-    // Waits for a text on standard output and gives what follows it there.
-    std::string wait_for(std::string const& text) const
-    {
-        auto const deadline = clock::now() + 20s;
-        for (;;) {
-            std::string const all   = out();
-            std::size_t const found = all.find(text);
-            if (found != all.npos) {
-                return all.substr(found + text.size());
-            }
-            if (clock::now() > deadline) {
-                ADD_FAILURE() << "no " << text << " in " << all << err();
-                return "";
-            }
-            std::this_thread::sleep_for(2ms);
-        }
-    }
-
-    // The port in the line that begins so; waits for the line.
+    // The port in the line that begins so; waits for both lines.
     std::uint16_t port(std::string const& protocol) const
     {
-        wait_for("pop3 127.0.0.1:");
-        wait_for("\n");
-        return static_cast<std::uint16_t>(std::atoi(wait_for(protocol + " 127.0.0.1:").c_str()));
+        wait_for("\n", 2);
+        std::string const all   = out();
+        std::string const start = protocol + " 127.0.0.1:";
+        std::size_t const found = all.find(start);
+        EXPECT_NE(found, all.npos) << all;
+        return found == all.npos
+                   ? std::uint16_t{0}
+                   : static_cast<std::uint16_t>(std::atoi(all.c_str() + found + start.size()));
     }
 
 private:
-    temp_dir dir_;
-    pid_t    pid_ = 0;
+    static std::vector<std::string> command(std::vector<std::string> const& arguments)
+    {
+        std::vector<std::string> words = {LOOPBACK_PROGRAM};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        return words;
+    }
 };
 
 char const* const one_mail = R"(
@@ -148,7 +82,7 @@ void expect_talk(std::uint16_t port, std::string const& transcript)
 TEST(Loopback, PrintsItsPortsServesAndEndsBySignal)
 {
     for (int const number : {SIGTERM, SIGINT}) {
-        program server({"--port", "0"});
+        loopback server({"--port", "0"});
         expect_talk(server.port("smtp"), one_mail);
         expect_talk(server.port("pop3"), R"(
             S: +OK {any}
@@ -172,7 +106,7 @@ TEST(Loopback, PrintsItsPortsServesAndEndsBySignal)
 
 TEST(Loopback, EndsBySignalWhileClientsAreThere)
 {
-    program            server({"--fault", "noop=delay:60000"});
+    loopback           server({"--fault", "noop=delay:60000"});
     mailserver::stream idle = connect_to(server.port("smtp"));
     mailserver::stream held = connect_to(server.port("pop3"));
     hear_line(idle);
@@ -193,7 +127,7 @@ TEST(Loopback, TakesThePortsItIsGiven)
         smtp = one.port();
         pop  = two.port();
     }
-    program server({"--smtp-port", std::to_string(smtp), "--pop-port=" + std::to_string(pop)});
+    loopback server({"--smtp-port", std::to_string(smtp), "--pop-port=" + std::to_string(pop)});
     EXPECT_EQ(server.port("smtp"), smtp);
     EXPECT_EQ(server.port("pop3"), pop);
 }
@@ -201,12 +135,9 @@ TEST(Loopback, TakesThePortsItIsGiven)
 TEST(Loopback, WritesTheReadyFile)
 {
     temp_dir dir;
-    program  server({"--ready-file", dir.file("ready")});
+    loopback server({"--ready-file", dir.file("ready")});
     server.port("smtp");
-    auto const deadline = clock::now() + 20s;
-    while (!file_exists(dir.file("ready")) && clock::now() < deadline) {
-        std::this_thread::sleep_for(2ms);
-    }
+    EXPECT_TRUE(wait_until([&] { return file_exists(dir.file("ready")); }));
     EXPECT_EQ(read_file(dir.file("ready")), server.out());
     EXPECT_EQ(list_directory(dir.path()), std::vector<std::string>{"ready"});
 }
@@ -214,7 +145,7 @@ TEST(Loopback, WritesTheReadyFile)
 TEST(Loopback, KeepsMailsInAMaildir)
 {
     temp_dir dir;
-    program  server({"--maildir", dir.file("box")});
+    loopback server({"--maildir", dir.file("box")});
     expect_talk(server.port("smtp"), one_mail);
     auto const names = list_directory(dir.file("box/new"));
     ASSERT_EQ(names.size(), 1u);
@@ -223,9 +154,9 @@ TEST(Loopback, KeepsMailsInAMaildir)
 
 TEST(Loopback, KnowsItsUsersAndWhatTheyMayUse)
 {
-    program server({"--user", "tim", "--password", "tanstaaftanstaaf", "--user", "ann",
-                    "--password", "-x,y [z]", "--auth", "login,plain", "--require-auth",
-                    "--pop-auth", "user"});
+    loopback server({"--user", "tim", "--password", "tanstaaftanstaaf", "--user", "ann",
+                     "--password", "-x,y [z]", "--auth", "login,plain", "--require-auth",
+                     "--pop-auth", "user"});
     expect_talk(server.port("smtp"), R"(
         S: 220 {any}
         C: EHLO c
@@ -253,7 +184,7 @@ TEST(Loopback, KnowsItsUsersAndWhatTheyMayUse)
 
 TEST(Loopback, OffersNoAuthenticationWhenToldSo)
 {
-    program server({"--auth", "none"});
+    loopback server({"--auth", "none"});
     expect_talk(server.port("smtp"), R"(
         S: 220 {any}
         C: EHLO c
@@ -267,7 +198,7 @@ TEST(Loopback, OffersNoAuthenticationWhenToldSo)
 
 TEST(Loopback, ShowsConversationsAndEnvelopes)
 {
-    program server({"--show", "--show-lines", "1", "--envelope"});
+    loopback server({"--show", "--show-lines", "1", "--envelope"});
     expect_talk(server.port("smtp"), one_mail);
     server.wait_for("S: (closes)\n");
     server.signal(SIGTERM);
@@ -298,8 +229,8 @@ mail from:<a@a.test> to:<b@b.test> to:<c@b.test> bytes:24
 
 TEST(Loopback, MisbehavesAsToldAndAsOften)
 {
-    program server({"--fault", "rcpt=refuse:550 5.1.1 no such user", "--fault", "quit=close",
-                    "--fault-count", "1", "--reject-recipient", "x@b.test"});
+    loopback server({"--fault", "rcpt=refuse:550 5.1.1 no such user", "--fault", "quit=close",
+                     "--fault-count", "1", "--reject-recipient", "x@b.test"});
     expect_talk(server.port("smtp"), R"(
         S: 220 {any}
         C: HELO c
@@ -320,7 +251,7 @@ TEST(Loopback, MisbehavesAsToldAndAsOften)
 
 TEST(Loopback, EndsAfterSoManyMails)
 {
-    program             server({"--mails", "2"});
+    loopback            server({"--mails", "2"});
     std::uint16_t const port = server.port("smtp");
     expect_talk(port, one_mail);
     expect_talk(port, one_mail);
@@ -330,14 +261,14 @@ TEST(Loopback, EndsAfterSoManyMails)
 TEST(Loopback, EndsAfterSoManySeconds)
 {
     auto const start = clock::now();
-    program    server({"--seconds", "0.2"});
+    loopback   server({"--seconds", "0.2"});
     EXPECT_EQ(server.wait(), 0);
     EXPECT_GE(clock::now() - start, 200ms);
 }
 
 TEST(Loopback, ExplainsItself)
 {
-    program help({"--help"});
+    loopback help({"--help"});
     EXPECT_EQ(help.wait(), 0);
     EXPECT_NE(help.out().find("--fault STEP=ACTION"), std::string::npos) << help.out();
     EXPECT_EQ(help.err(), "");
@@ -370,7 +301,7 @@ TEST(Loopback, SaysWhatIsWrongWithItsArguments)
         {{"word"}, "word"},
     };
     for (auto const& c : cases) {
-        program server(c.arguments);
+        loopback server(c.arguments);
         EXPECT_EQ(server.wait(), 2) << c.part_of_message;
         EXPECT_NE(server.err().find(c.part_of_message), std::string::npos) << server.err();
         EXPECT_EQ(server.out(), "");
@@ -394,7 +325,7 @@ TEST(Loopback, SaysWhenItCannotServe)
          "zelieml-loopback: cannot write " + dir.file("file/ready")},
     };
     for (auto const& c : cases) {
-        program server(c.arguments);
+        loopback server(c.arguments);
         EXPECT_EQ(server.wait(), 1) << c.message;
         EXPECT_EQ(server.err().substr(0, c.message.size()), c.message);
     }

@@ -1,4 +1,4 @@
-#include "tests/engine/program.h"
+#include "tests/support/program.h"
 
 #include <csignal>
 #include <fcntl.h>
@@ -24,11 +24,14 @@ program::program(std::vector<std::string> const& words)
     argv.push_back(nullptr);
 
     int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0) {
+    if (::pipe(ends) != 0) {
         throw std::system_error(errno, std::generic_category(), "pipe");
     }
     unique_fd const its_end(ends[0]);
     input_.reset(ends[1]);
+    for (int const end : ends) {
+        ::fcntl(end, F_SETFD, FD_CLOEXEC);
+    }
 
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);

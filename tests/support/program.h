@@ -1,7 +1,7 @@
 // program.h - another program, as a test starts it
 
-#ifndef ZELIEML_TESTS_ENGINE_PROGRAM_H
-#define ZELIEML_TESTS_ENGINE_PROGRAM_H
+#ifndef ZELIEML_TESTS_SUPPORT_PROGRAM_H
+#define ZELIEML_TESTS_SUPPORT_PROGRAM_H
 
 #include <chrono>
 #include <string>
