@@ -211,8 +211,8 @@ ZELIEML_API extern const char *ValCharCrLf;
  *
  * The message is written to a file in the work directory
  * ("<workdir>/<time>-<microseconds>-<process id>.sme", 254 bytes at most); should that name be
- * taken, to one beside the directory, where only the notification tells of it. Nothing waits for the
- * sending; an engine that is stopped by a debugger or a signal can cost half a second.
+ * taken, to one beside the directory, where only the notification tells of it. Nothing waits for
+ * the sending; an engine that is stopped by a debugger or a signal can cost half a second.
  *
  * Returns 0 when the message is saved. That does not say that an engine has heard of it: when none
  * has, an engine that runs for this directory finds the file within half an hour, but one that is
@@ -288,8 +288,8 @@ ZELIEML_API int eml_post_sync(const char *workdir, void *msg, void **result);
  *
  * - Starting an engine deletes every message file that lies in its work directory from before:
  *   messages posted while no engine runs are lost when the next one starts.
- * - A posted message is tried within about a second. When that fails, it is tried once more, half an
- *   hour to forty minutes after it was posted. When that fails too, its file is deleted.
+ * - A posted message is tried within about a second. When that fails, it is tried once more, half
+ *   an hour to forty minutes after it was posted. When that fails too, its file is deleted.
  * - An engine keeps 500 messages waiting. One more pushes out, and deletes, the oldest.
  * - Each attempt, good or bad, is reported to the callbacks. A message pushed out is not reported,
  *   unless its attempt was due already: that fails then, for want of the file.
@@ -308,7 +308,12 @@ ZELIEML_API int eml_post_sync(const char *workdir, void *msg, void **result);
  * The worker thread, and the thread that hears notifications where there is one, have all signals
  * blocked. On macOS notifications arrive through the run loop of the thread that called this.
  *
- * A child made by fork() has no running engine: stopping its copy there only frees memory.
+ * A thread that is cancelled meanwhile ends afterwards, the engine running.
+ *
+ * A child made by fork() has no running engine. It may post, stop its copy of the engine, which
+ * only frees memory, and start an engine of its own; it must do nothing else with an inherited one,
+ * such as changing its callbacks. A child that a callback forked, and in which that callback
+ * returns, ends there with exit status 0.
  *
  * Returns 0 when the engine runs: a message posted from then on is sent. Returns -1, leaving *eml
  * as it was and nothing running, when an argument is null, a name is empty or too long, or the
@@ -324,7 +329,11 @@ ZELIEML_API int eml_start_with_stocksymbol(const char *workdir, const char *stoc
  * eml  the engine; dangling afterwards
  *
  * Waits for the send in progress. From one of the engine's own callbacks it does not wait: the
- * worker ends by itself after the attempt that it is reporting.
+ * worker ends by itself after the attempt that it is reporting. It still runs the library's code
+ * then, so a program that stopped an engine like that must not unload the library.
+ *
+ * A thread that is cancelled meanwhile ends afterwards, the engine stopped: it waits as long for
+ * the send in progress.
  *
  * Returns 0, or -1 for null. On one engine, one thread only.
  */
@@ -335,8 +344,9 @@ ZELIEML_API int eml_stop(void *eml);
  *
  * eml  points at the handle, which becomes null
  *
- * Does nothing when the handle is null already, or while another call is in progress: that call is
- * not waited for. It turns away a nested call; it is no lock between threads.
+ * Stops and frees as eml_stop does. Does nothing when the handle is null already, or while another
+ * call is in progress, for this engine or any other: that call is not waited for. It turns away a
+ * nested call; it is no lock between threads.
  *
  * Returns 0.
  */
