@@ -24,21 +24,14 @@ constexpr std::size_t buffer_size = 1024;
 void append_line(char const* dir, char const* message)
 {
     std::string const path = get_filepath(dir);
-    std::string const time = itimew().get_log_time();
-
+    std::string       line = itimew().get_log_time() + "," + message;
     // One character less than fits, so that the LF always has its place.
-    char      line[buffer_size];
-    int const wanted = std::snprintf(line, sizeof line - 1, "%s,%s", time.c_str(), message);
-    if (wanted < 0) {
-        return;
-    }
-    std::size_t const end =
-        std::min<std::size_t>(static_cast<std::size_t>(wanted), sizeof line - 2);
-    line[end] = '\n';
+    line.resize(std::min(line.size(), buffer_size - 2));
+    line += '\n';
 
     std::ofstream out(path, std::ios::out | std::ios::app);
     if (out) {
-        out.write(line, static_cast<std::streamsize>(end + 1));
+        out.write(line.data(), static_cast<std::streamsize>(line.size()));
     }
 }
 
