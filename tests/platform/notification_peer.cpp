@@ -281,6 +281,14 @@ std::string answer(std::string const& line)
     return "what?";
 }
 
+// Nobody may be told anything any more when the program ends.
+void remove_all()
+{
+    for (observer& heard : observers) {
+        platform::remove_observer(heard.name.c_str(), heard.object.c_str(), &heard);
+    }
+}
+
 }  // namespace
 }  // namespace zelieml::test
 
@@ -290,5 +298,6 @@ int main()
     while (std::getline(std::cin, line)) {
         std::cout << zelieml::test::answer(line) << std::endl;
     }
+    zelieml::test::remove_all();
     return 0;
 }
