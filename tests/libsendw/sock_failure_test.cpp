@@ -30,7 +30,7 @@ int fail()
 extern "C" {
 
 int __real_close(int fd);
-int __real_ioctl(int fd, unsigned long request, int* mode);
+int REAL_IOCTL(int fd, unsigned long request, int* mode);
 
 int __wrap_close(int fd)
 {
@@ -42,10 +42,10 @@ int __wrap_close(int fd)
     return fail();
 }
 
-int __wrap_ioctl(int fd, unsigned long request, int* mode)
+int WRAP_IOCTL(int fd, unsigned long request, int* mode)
 {
     return failing_blocking && request == FIONBIO && *mode == 0 ? fail()
-                                                                : __real_ioctl(fd, request, mode);
+                                                                : REAL_IOCTL(fd, request, mode);
 }
 
 }  // extern "C"
