@@ -35,8 +35,8 @@ int digest_md5(void const* data, std::size_t size, unsigned char (&digest)[md5_s
 // derive_rc4_key - an RC4 key from a pass phrase, by PBKDF2 with HMAC-SHA1 (RFC 8018)
 //
 // pass_phrase  its bytes, which are UTF-8
-// salt         salt_size bytes
-// rounds       at least 1
+// salt         salt_size bytes; macOS fails with fewer than 8
+// rounds       at least 1; macOS fails with fewer than 1000
 // key          receives key_bits / 8 bytes
 // key_bits     8 to 2048, a multiple of 8
 int derive_rc4_key(char const* pass_phrase, std::size_t pass_phrase_size, unsigned char const* salt,

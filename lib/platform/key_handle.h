@@ -81,7 +81,8 @@ int detach(csp_session* session);
 
 // derive_key - a symmetric key from a pass phrase, by PBKDF2 with HMAC-SHA1 (RFC 8018)
 //
-// rounds     at least 1
+// salt       macOS fails with fewer than 8 bytes
+// rounds     at least 1; macOS fails with fewer than 1000
 // algorithm  what the key is for: CSSM_ALGID_RC4
 // key_bits   8 to 2048, a multiple of 8
 // key        receives the key, the caller's to free with free_key

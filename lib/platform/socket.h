@@ -46,7 +46,7 @@ ssize_t send_bytes(int fd, void const* data, std::size_t size);
 //
 // on  true: a partial segment waits for more; false: what waits leaves at once
 //
-// Only speed depends on it: a failure is not reported.
+// Only speed depends on it: a failure is not reported, and macOS joins nothing.
 void join_small_writes(int fd, bool on);
 
 }  // namespace zelieml::platform

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <nettle/arcfour.h>
 
 #include "platform/linux/key_objects.h"
@@ -13,18 +14,6 @@ namespace zelieml::platform
 
 namespace
 {
-
-enum class crypt_stage {
-    idle,
-    encrypting,
-    decrypting
-};
-
-crypt_stage stage_of(crypt_direction direction)
-{
-    return direction == crypt_direction::encrypt ? crypt_stage::encrypting
-                                                 : crypt_stage::decrypting;
-}
 
 struct crypt_context final : csp_context {
     using csp_context::csp_context;

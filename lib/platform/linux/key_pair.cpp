@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 #include <nettle/bignum.h>
 #include <nettle/curve25519.h>
 #include <nettle/rsa.h>
@@ -19,8 +20,6 @@ namespace zelieml::platform
 namespace
 {
 
-constexpr unsigned      min_rsa_bits    = 512;
-constexpr unsigned      max_rsa_bits    = 16384;
 constexpr unsigned long public_exponent = 65537;
 
 // The kernel's randomness, stretched by a generator that cannot fail half-way.
@@ -147,20 +146,6 @@ int verify_digest(signature_context& context, csp_data signature)
     ::nettle_mpz_set_str_256_u(number.value, signature.size,
                                static_cast<std::uint8_t const*>(signature.data));
     return context.scheme->verify(&key, digest, number.value) != 0 ? 0 : EBADMSG;
-}
-
-// One-shot signatures are staged ones of a single piece.
-template <class Step>
-int with_signature_context(csp_session* session, csp_key const* key, cssm_algorithm algorithm,
-                           Step&& step)
-{
-    csp_context* context = nullptr;
-    int const    status  = make_signature_context(session, key, algorithm, context);
-    if (status != 0) {
-        return status;
-    }
-    object_holder<csp_context> const holder(context);
-    return step(context);
 }
 
 }  // namespace

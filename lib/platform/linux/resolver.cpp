@@ -3,31 +3,14 @@
 #include "platform/resolver.h"
 
 #include <cerrno>
-#include <cstring>
 #include <netdb.h>
-#include <sys/socket.h>
 #include <vector>
 
+#include "platform/first_address.h"
 #include "support/no_cancellation.h"
 
 namespace zelieml::platform
 {
-
-namespace
-{
-
-// Stores the first address of an answer, when it is an IPv4 one.
-bool first_address(hostent const* entry, std::uint32_t& address)
-{
-    if (entry == nullptr || entry->h_addrtype != AF_INET || entry->h_length != sizeof address ||
-        entry->h_addr_list[0] == nullptr) {
-        return false;
-    }
-    std::memcpy(&address, entry->h_addr_list[0], sizeof address);
-    return true;
-}
-
-}  // namespace
 
 bool resolve_ipv4(char const* name, std::uint32_t& address)
 {

@@ -1,0 +1,32 @@
+// first_address.h - what the resolvers of both systems take from an answer
+
+#ifndef ZELIEML_PLATFORM_FIRST_ADDRESS_H
+#define ZELIEML_PLATFORM_FIRST_ADDRESS_H
+
+#include <cstdint>
+#include <cstring>
+#include <netdb.h>
+#include <sys/socket.h>
+
+namespace zelieml::platform
+{
+
+// first_address - the first address of an answer, when it is an IPv4 one
+//
+// entry    may be null: no answer
+// address  receives the address in network byte order; untouched otherwise
+//
+// Returns whether there is one.
+inline bool first_address(hostent const* entry, std::uint32_t& address)
+{
+    if (entry == nullptr || entry->h_addrtype != AF_INET || entry->h_length != sizeof address ||
+        entry->h_addr_list[0] == nullptr) {
+        return false;
+    }
+    std::memcpy(&address, entry->h_addr_list[0], sizeof address);
+    return true;
+}
+
+}  // namespace zelieml::platform
+
+#endif
