@@ -16,6 +16,8 @@
 
 #include <zelieml.h>
 
+#include "wait_for_end.h"
+
 /* Called on the engine's own thread after each attempt; the record lives until it returns. */
 static int print_result(void *result, void *user)
 {
@@ -38,7 +40,6 @@ int main(int argc, char **argv)
 {
     void    *eml = NULL;
     sigset_t ends;
-    int      signal_number;
     int      status;
 
     if (argc < 2 || argc > 3) {
@@ -61,7 +62,7 @@ int main(int argc, char **argv)
     printf("ready\n");
     fflush(stdout);
 
-    sigwait(&ends, &signal_number);
+    wait_for_end(&ends);
     eml_stop(eml); /* finishes the mail that is being sent */
     return 0;
 }

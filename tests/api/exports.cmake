@@ -12,7 +12,9 @@ if(NOT result EQUAL 0)
   message(FATAL_ERROR "${NM} failed: ${result}")
 endif()
 
-string(REGEX MATCHALL "[^\n]+" lines "${output}")
+# A library for several processors has a section for each of them, with a heading.
+string(REGEX MATCHALL "[0-9a-f]+ [A-Za-z] [^\n]+" lines "${output}")
+list(REMOVE_DUPLICATES lines)
 set(exported)
 foreach(line IN LISTS lines)
   string(REGEX REPLACE "^.* ${PREFIX}" "" name "${line}")

@@ -53,9 +53,9 @@ protected:
     csp_key_holder derived_key(std::string const& pass_phrase, unsigned bits = 128)
     {
         csp_key* key = nullptr;
-        EXPECT_EQ(
-            cdsaDeriveKey(session(), data(pass_phrase), data("salt"), CSSM_ALGID_RC4, bits, key),
-            0);
+        EXPECT_EQ(cdsaDeriveKey(session(), data(pass_phrase), data("saltsalt"), CSSM_ALGID_RC4,
+                                bits, key),
+                  0);
         return csp_key_holder(key);
     }
 
@@ -226,16 +226,17 @@ TEST_F(Wrappers, DerivedKeysDependOnPassPhraseSaltAndSize)
 
     csp_key* other_salt = nullptr;
     ASSERT_EQ(
-        cdsaDeriveKey(session(), data("phrase"), data("Salt"), CSSM_ALGID_RC4, 128, other_salt), 0);
+        cdsaDeriveKey(session(), data("phrase"), data("SaltSalt"), CSSM_ALGID_RC4, 128, other_salt),
+        0);
     EXPECT_NE(encrypted(csp_key_holder(other_salt), text), stream);
 }
 
 TEST_F(Wrappers, DerivationWithoutASessionGivesTheSameKey)
 {
     unsigned char key[16];
-    ASSERT_EQ(
-        cdsaDeriveKey2(data("phrase"), reinterpret_cast<unsigned char const*>("salt"), 4, 128, key),
-        0);
+    ASSERT_EQ(cdsaDeriveKey2(data("phrase"), reinterpret_cast<unsigned char const*>("saltsalt"), 8,
+                             128, key),
+              0);
     unsigned char       stream[16];
     unsigned char const zeros[16] = {};
     ASSERT_EQ(

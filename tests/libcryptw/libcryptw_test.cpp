@@ -340,7 +340,8 @@ TEST_F(Crypt, AStagedStepThatFailsIsNamedByItsDirection)
     ASSERT_EQ(cdsaCspAttach(attached), 0);
     csp_session_holder const session(attached);
     csp_key*                 derived = nullptr;
-    ASSERT_EQ(cdsaDeriveKey(session.get(), {"p", 1}, {"s", 1}, CSSM_ALGID_RC4, 40, derived), 0);
+    ASSERT_EQ(cdsaDeriveKey(session.get(), {"p", 1}, {"saltsalt", 8}, CSSM_ALGID_RC4, 40, derived),
+              0);
     csp_key_holder const key(derived);
     csp_context*         made = nullptr;
     ASSERT_EQ(genCryptHandle(session.get(), key.get(), made), 0);

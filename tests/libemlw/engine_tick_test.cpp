@@ -78,7 +78,7 @@ TEST_F(EngineTick, NeedsDescriptorsWithoutWhichThereIsNoEngine)
 
     rlimit before = {};
     ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-    for (rlim_t spare : {0, 1}) {
+    for (rlim_t spare : {0U, 1U}) {
         int const free_descriptor = ::dup(0);
         ::close(free_descriptor);
         rlimit const now = {static_cast<rlim_t>(free_descriptor) + spare, before.rlim_max};

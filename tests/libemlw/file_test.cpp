@@ -225,7 +225,7 @@ TEST_F(MessageFiles, ThatAreNoneLeaveTheListForSalvage)
 TEST_F(MessageFiles, ForSalvageFit254BytesOrAreLeftOut)
 {
     std::string const directory = deep_directory(240);
-    for (std::size_t const length : {253, 254, 255, 256}) {
+    for (std::size_t const length : {253U, 254U, 255U, 256U}) {
         test::write_file(directory + "/" + name_for(directory, length), "");
     }
     strings files;

@@ -82,9 +82,9 @@ protected:
     csp_key* rc4_key()
     {
         csp_key* key = nullptr;
-        EXPECT_EQ(
-            platform::derive_key(session, data("phrase"), data("salt"), 1, CSSM_ALGID_RC4, 40, key),
-            0);
+        EXPECT_EQ(platform::derive_key(session, data("phrase"), data("saltsalt"), 1000,
+                                       CSSM_ALGID_RC4, 40, key),
+                  0);
         return key;
     }
 

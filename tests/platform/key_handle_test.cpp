@@ -76,8 +76,8 @@ TEST_F(KeyHandle, EncryptsInPiecesAsAtOnce)
     // The published streams have keys that cannot be derived: compared with rc4_crypt instead.
     csp_key*      key = rc4_key();
     unsigned char raw_key[5];
-    ASSERT_EQ(derive_rc4_key("phrase", 6, reinterpret_cast<unsigned char const*>("salt"), 4, 1,
-                             raw_key, 40),
+    ASSERT_EQ(derive_rc4_key("phrase", 6, reinterpret_cast<unsigned char const*>("saltsalt"), 8,
+                             1000, raw_key, 40),
               0);
     std::string const text(100, 'x');
     std::string       want(text.size(), '\0');
@@ -137,10 +137,10 @@ TEST_F(KeyHandle, StagedStepsNeedABeginningOfTheirDirectionAndRoom)
 TEST_F(KeyHandle, RefusesKeysThatAreNoRc4Keys)
 {
     csp_key* key = nullptr;
-    EXPECT_NE(derive_key(session, data("p"), data("s"), 1, CSSM_ALGID_RSA, 40, key), 0);
-    EXPECT_NE(derive_key(session, data("p"), data("s"), 0, CSSM_ALGID_RC4, 40, key), 0);
-    EXPECT_NE(derive_key(session, data("p"), data("s"), 1, CSSM_ALGID_RC4, 41, key), 0);
-    EXPECT_NE(derive_key(nullptr, data("p"), data("s"), 1, CSSM_ALGID_RC4, 40, key), 0);
+    EXPECT_NE(derive_key(session, data("p"), data("saltsalt"), 1000, CSSM_ALGID_RSA, 40, key), 0);
+    EXPECT_NE(derive_key(session, data("p"), data("saltsalt"), 0, CSSM_ALGID_RC4, 40, key), 0);
+    EXPECT_NE(derive_key(session, data("p"), data("saltsalt"), 1000, CSSM_ALGID_RC4, 41, key), 0);
+    EXPECT_NE(derive_key(nullptr, data("p"), data("saltsalt"), 1000, CSSM_ALGID_RC4, 40, key), 0);
     EXPECT_EQ(key, nullptr);
 }
 
@@ -190,7 +190,8 @@ TEST_F(KeyHandle, WithoutMemoryNothingIsMade)
 
     memory.left = 0;
     EXPECT_NE(attach(memory.functions(), another), 0);
-    EXPECT_NE(derive_key(session, data("p"), data("s"), 1, CSSM_ALGID_RC4, 40, no_key), 0);
+    EXPECT_NE(derive_key(session, data("p"), data("saltsalt"), 1000, CSSM_ALGID_RC4, 40, no_key),
+              0);
     EXPECT_NE(make_crypt_context(session, key, none), 0);
     EXPECT_NE(make_digest_context(session, CSSM_ALGID_MD5, none), 0);
     EXPECT_NE(crypt_at_once(crypt, crypt_direction::decrypt, data("x"), out), 0);

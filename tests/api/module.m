@@ -1,0 +1,10 @@
+/* module.m - the header as a module, for Objective-C and Swift */
+
+@import zelieml;
+
+const char *key_of(void *eml);
+
+const char *key_of(void *eml)
+{
+    return eml_stop(eml) == 0 ? KeyFrom : 0;
+}

@@ -1,0 +1,60 @@
+// fake.h - CoreFoundation, Foundation and Security for Linux, strict
+//
+// A shared library that implements the headers of tests/macos/sdk, so that the library's macOS
+// back end runs, and is tested, without macOS. What the real frameworks would crash on, or would
+// leave undefined, aborts here, with a line that says why:
+//
+// - releasing or using an object that is no more, null where an object is needed, an object of the
+//   wrong type, an index out of range
+// - autoreleasing without a pool, pools that do not nest
+// - a transform run without one of the attributes that it needs
+// - a notification with anything but property-list values, and any use of the distributed center
+//   in a forked child: the real one may be used after exec only
+// - a key-handle session detached while it has contexts or keys
+//
+// Objects that are still alive when a process ends are an error of the process: it says which,
+// and exits with 86. A forked child is not asked, nor a process that ends while it observes.
+//
+// What may fail in the real frameworks can be made to fail here. The functions below are for tests.
+
+#ifndef ZELIEML_TESTS_MACOS_FAKE_H
+#define ZELIEML_TESTS_MACOS_FAKE_H
+
+namespace zelieml::fake
+{
+
+constexpr int leak_exit_code = 86;
+
+// live_objects - how many objects somebody owns: Foundation's, CoreFoundation's, keys, transforms,
+// and of the key-handle interface sessions, contexts and keys
+long live_objects();
+
+// fail_creation - make one creation fail, the nth from now on; 0 for none
+//
+// A creation is whatever the frameworks' reference lets end without its object, or with an error.
+void fail_creation(int nth);
+
+// creation_failed - whether the failure asked for has come to pass
+bool creation_failed();
+
+// Where notifications are delivered.
+enum class delivery {
+    pump_thread,  // on a thread of the fake's own, which stands for a host's main thread
+    run_loop      // in CFRunLoopRunInMode, on the thread that calls it
+};
+
+// deliver_from - the default is the pump thread; to be called while there is no observer
+void deliver_from(delivery where);
+
+// undelivered - notifications that have reached this process and wait for their delivery
+int undelivered();
+
+// set_default_zone - the default time zone is so many seconds ahead of GMT
+void set_default_zone(double seconds);
+
+// reset_default_zone - it is the C library's again
+void reset_default_zone();
+
+}  // namespace zelieml::fake
+
+#endif

@@ -1,0 +1,245 @@
+#include "tests/macos/fake/object.h"
+
+#include <cstdio>
+#include <cstring>
+#include <mutex>
+#include <set>
+#include <unistd.h>
+
+#include "tests/macos/fake/center.h"
+#include "tests/macos/fake/fake.h"
+
+extern "C" void* objc_getClass(char const* name);
+
+namespace zelieml::fake
+{
+
+namespace
+{
+
+constexpr std::size_t quarantine_size = 4096;
+
+struct alignas(16) header {
+    kind      what;
+    bool      immortal;
+    long      count;
+    destroyer destroy;
+};
+
+object* object_of(header* head)
+{
+    return reinterpret_cast<object*>(head + 1);
+}
+
+header* header_of(void const* pointer)
+{
+    return static_cast<header*>(const_cast<void*>(pointer)) - 1;
+}
+
+struct counted_name {
+    char const* name;
+    long        count;
+};
+
+using pointers = std::set<void const*, std::less<void const*>, malloc_allocator<void const*>>;
+
+struct state {
+    std::mutex         guard;
+    pointers           live;
+    list<counted_name> counts;
+    // Rooms of objects that were released, so that a stale pointer does not find another object.
+    header*     quarantine[quarantine_size] = {};
+    std::size_t next_in_quarantine          = 0;
+    int         fail_in                     = 0;
+    bool        failed                      = false;
+    pid_t       process                     = ::getpid();
+};
+
+// Never destroyed: the library's own statics may hold objects until the very end.
+state& the_state()
+{
+    static state* const one = new (malloc_allocator<state>().allocate(1)) state();
+    return *one;
+}
+
+long& count_of(state& all, char const* name)
+{
+    for (counted_name& entry : all.counts) {
+        if (std::strcmp(entry.name, name) == 0) {
+            return entry.count;
+        }
+    }
+    all.counts.push_back({name, 0});
+    return all.counts.back().count;
+}
+
+char const* kind_name(kind what)
+{
+    static char const* const names[] = {"string",     "number", "boolean",   "data",     "array",
+                                        "dictionary", "error",  "time zone", "run loop", "center",
+                                        "allocator",  "key",    "transform", "instance"};
+    return names[static_cast<int>(what)];
+}
+
+// Asks a process that ends for what it has left behind.
+struct leak_check {
+    leak_check() { the_state(); }
+    ~leak_check()
+    {
+        state& all = the_state();
+        if (all.process != ::getpid()) {
+            return;
+        }
+        bool const observed = stop_delivery();
+        if (observed || live_objects() == 0) {
+            return;
+        }
+        for (counted_name const& entry : all.counts) {
+            if (entry.count != 0) {
+                std::fprintf(stderr, "fake: left behind: %ld of %s\n", entry.count, entry.name);
+            }
+        }
+        std::fflush(nullptr);
+        ::_exit(leak_exit_code);
+    }
+} const the_leak_check;
+
+}  // namespace
+
+void refuse(char const* function, char const* why)
+{
+    std::fprintf(stderr, "fake: %s: %s\n", function, why);
+    std::abort();
+}
+
+long live_objects()
+{
+    state&                            all = the_state();
+    std::lock_guard<std::mutex> const hold(all.guard);
+    long                              sum = 0;
+    for (counted_name const& entry : all.counts) {
+        sum += entry.count;
+    }
+    return sum;
+}
+
+void fail_creation(int nth)
+{
+    state&                            all = the_state();
+    std::lock_guard<std::mutex> const hold(all.guard);
+    all.fail_in = nth;
+    all.failed  = false;
+}
+
+bool creation_failed()
+{
+    state&                            all = the_state();
+    std::lock_guard<std::mutex> const hold(all.guard);
+    return all.failed;
+}
+
+bool may_create()
+{
+    state&                            all = the_state();
+    std::lock_guard<std::mutex> const hold(all.guard);
+    if (all.fail_in == 0 || --all.fail_in != 0) {
+        return true;
+    }
+    all.failed = true;
+    return false;
+}
+
+object* allocate(kind what, std::size_t size, destroyer destroy, char const* name)
+{
+    auto* const head = static_cast<header*>(std::calloc(1, sizeof(header) + size));
+    if (head == nullptr) {
+        std::abort();
+    }
+    head->what         = what;
+    head->count        = 1;
+    head->destroy      = destroy;
+    object* const made = object_of(head);
+    made->isa          = objc_getClass(name);
+
+    state&                            all = the_state();
+    std::lock_guard<std::mutex> const hold(all.guard);
+    all.live.insert(made);
+    ++count_of(all, kind_name(what));
+    return made;
+}
+
+void make_immortal(object* immortal)
+{
+    state&                            all  = the_state();
+    header* const                     head = header_of(immortal);
+    std::lock_guard<std::mutex> const hold(all.guard);
+    head->immortal = true;
+    --count_of(all, kind_name(head->what));
+}
+
+object* checked(void const* pointer, char const* function)
+{
+    if (pointer == nullptr) {
+        refuse(function, "null");
+    }
+    state&                            all = the_state();
+    std::lock_guard<std::mutex> const hold(all.guard);
+    if (all.live.count(pointer) == 0) {
+        refuse(function, "no object, or no more");
+    }
+    return static_cast<object*>(const_cast<void*>(pointer));
+}
+
+kind kind_of(void const* pointer, char const* function)
+{
+    return header_of(checked(pointer, function))->what;
+}
+
+void retain(void const* pointer, char const* function)
+{
+    header* const                     head = header_of(checked(pointer, function));
+    std::lock_guard<std::mutex> const hold(the_state().guard);
+    ++head->count;
+}
+
+void release(void const* pointer, char const* function)
+{
+    object* const ended = checked(pointer, function);
+    header* const head  = header_of(ended);
+    state&        all   = the_state();
+    {
+        std::lock_guard<std::mutex> const hold(all.guard);
+        if (head->immortal || --head->count != 0) {
+            return;
+        }
+        all.live.erase(ended);
+        --count_of(all, kind_name(head->what));
+    }
+    head->destroy(ended);
+    std::lock_guard<std::mutex> const hold(all.guard);
+    std::free(std::exchange(all.quarantine[all.next_in_quarantine], head));
+    all.next_in_quarantine = (all.next_in_quarantine + 1) % quarantine_size;
+}
+
+long references(void const* pointer, char const* function)
+{
+    header* const                     head = header_of(checked(pointer, function));
+    std::lock_guard<std::mutex> const hold(the_state().guard);
+    return head->count;
+}
+
+void count_in(char const* name)
+{
+    state&                            all = the_state();
+    std::lock_guard<std::mutex> const hold(all.guard);
+    ++count_of(all, name);
+}
+
+void count_out(char const* name)
+{
+    state&                            all = the_state();
+    std::lock_guard<std::mutex> const hold(all.guard);
+    --count_of(all, name);
+}
+
+}  // namespace zelieml::fake

@@ -1,0 +1,151 @@
+// macos_delivery_test.cpp - notifications that a run loop delivers, and those that come late
+//
+// The program has no pump thread: nothing is delivered unless a run loop runs.
+
+#include <CoreFoundation/CoreFoundation.h>
+#include <atomic>
+#include <chrono>
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/notification.h"
+#include "support/gate.h"
+#include "tests/macos/fake/fake.h"
+#include "tests/platform/notification_room.h"
+
+namespace zelieml::test
+{
+namespace
+{
+
+using texts = std::vector<std::string>;
+
+// Whether so many notifications come to wait for their delivery.
+bool wait_for_undelivered(int count)
+{
+    for (int i = 0; i < 2000 && fake::undelivered() != count; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    return fake::undelivered() == count;
+}
+
+SInt32 run_loop(double seconds, bool one_only = false)
+{
+    return CFRunLoopRunInMode(kCFRunLoopDefaultMode, seconds, one_only);
+}
+
+class RunLoop : public ::testing::Test
+{
+protected:
+    static void SetUpTestSuite() { fake::deliver_from(fake::delivery::run_loop); }
+
+    notification_room const room_;
+};
+
+TEST_F(RunLoop, DeliversOnItsThreadAndWhenItRuns)
+{
+    std::thread::id where;
+    listener        one("object", test_name,
+                        [&](std::string const&) { where = std::this_thread::get_id(); });
+    post("object", "first");
+    post("object", "second");
+    ASSERT_TRUE(wait_for_undelivered(2));
+    EXPECT_TRUE(one.heard().all().empty());
+    EXPECT_EQ(run_loop(10, true), kCFRunLoopRunHandledSource);
+    EXPECT_EQ(one.heard().all(), texts{"first"});
+    EXPECT_EQ(where, std::this_thread::get_id());
+    EXPECT_EQ(run_loop(0.01), kCFRunLoopRunTimedOut);
+    EXPECT_EQ(one.heard().all(), (texts{"first", "second"}));
+}
+
+TEST_F(RunLoop, NeedNotRunForAnObserverToBeRemoved)
+{
+    listener one("object");
+    post("object", "never heard");
+    ASSERT_TRUE(wait_for_undelivered(1));
+    EXPECT_EQ(one.remove(), 0);
+    EXPECT_EQ(run_loop(0.01), kCFRunLoopRunTimedOut);
+    EXPECT_TRUE(one.heard().all().empty());
+}
+
+TEST_F(RunLoop, MayRemoveAnObserverFromItsDelivery)
+{
+    listener* self   = nullptr;
+    int       result = -2;
+    listener  one("object", test_name, [&](std::string const&) { result = self->remove(); });
+    self = &one;
+    post("object", "the only one");
+    post("object", "too late");
+    ASSERT_TRUE(wait_for_undelivered(2));
+    run_loop(0.05);
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(one.heard().all(), texts{"the only one"});
+}
+
+// The center settles whom it calls before it calls the first.
+TEST_F(RunLoop, MayCallWhoWasRemovedByTheCallBefore)
+{
+    listener* second = nullptr;
+    listener  one("object", test_name, [&](std::string const&) {
+        if (second != nullptr) {
+            EXPECT_EQ(second->remove(), 0);
+        }
+    });
+    listener  other("object");
+    second = &other;
+    post("object", "for both");
+    ASSERT_TRUE(wait_for_undelivered(1));
+    run_loop(0.05);
+    EXPECT_EQ(one.heard().all(), texts{"for both"});
+    EXPECT_TRUE(other.heard().all().empty()) << "it had been removed";
+    second = nullptr;
+}
+
+TEST_F(RunLoop, IsWaitedForByWhoRemovesFromAnotherThread)
+{
+    gate              begun;
+    gate              may_end;
+    std::atomic<bool> ended{false};
+    listener          one("object", test_name, [&](std::string const&) {
+        begun.open();
+        may_end.wait();
+        ended = true;
+    });
+    post("object", "in progress");
+    ASSERT_TRUE(wait_for_undelivered(1));
+    std::thread remover([&] {
+        begun.wait();
+        std::thread opener([&] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            may_end.open();
+        });
+        EXPECT_EQ(one.remove(), 0);
+        EXPECT_TRUE(ended);
+        opener.join();
+    });
+    run_loop(1, true);
+    remover.join();
+}
+
+TEST_F(RunLoop, LeavesAloneWhatIsNoText)
+{
+    listener                     one("object");
+    CFMutableDictionaryRef const info = CFDictionaryCreateMutable(
+        nullptr, 0, &kCFTypeDictionaryKeyCallBacks, &kCFTypeDictionaryValueCallBacks);
+    CFStringRef const name   = CFStringCreateWithCString(nullptr, test_name, kCFStringEncodingUTF8);
+    CFStringRef const object = CFStringCreateWithCString(nullptr, "object", kCFStringEncodingUTF8);
+    CFNotificationCenterRef const center = CFNotificationCenterGetDistributedCenter();
+    CFNotificationCenterPostNotification(center, name, object, nullptr, TRUE);
+    CFNotificationCenterPostNotification(center, name, object, info, TRUE);
+    CFRelease(info);
+    CFRelease(object);
+    CFRelease(name);
+    ASSERT_TRUE(wait_for_undelivered(2));
+    run_loop(0.05);
+    EXPECT_EQ(one.heard().all(), (texts{"(no value)", "(no value)"}));
+}
+
+}  // namespace
+}  // namespace zelieml::test

@@ -1,0 +1,13 @@
+/* strings.h - texts without regard to case */
+
+#ifndef ZELIEML_SDK_STRINGS_H
+#define ZELIEML_SDK_STRINGS_H
+
+#include <sys/types.h>
+
+SINCE(10.0)
+int strcasecmp(char const* one, char const* other);
+int strncasecmp(char const* one, char const* other, size_t size);
+END_SINCE
+
+#endif
