@@ -15,9 +15,9 @@ pthread_mutex_t guard = PTHREAD_MUTEX_INITIALIZER;
 // Nobody is amid a conversion when the process forks: the child would wait for ever, for this lock
 // or for the C library's own. From the start on, since the first conversion may be under way at the
 // first fork.
-[[maybe_unused]] int const forks_watched = ::pthread_atfork(
-    [] { ::pthread_mutex_lock(&guard); }, [] { ::pthread_mutex_unlock(&guard); },
-    [] { ::pthread_mutex_unlock(&guard); });
+[[maybe_unused]] int const forks_watched =
+    ::pthread_atfork([] { ::pthread_mutex_lock(&guard); }, [] { ::pthread_mutex_unlock(&guard); },
+                     [] { ::pthread_mutex_unlock(&guard); });
 
 }  // namespace
 
