@@ -1,4 +1,4 @@
-#include <atomic>
+#include <mutex>
 
 #include "platform/zone.h"
 #include "tests/support/fake_clock.h"
@@ -6,7 +6,8 @@
 namespace
 {
 
-std::atomic<double> offset{0};
+std::mutex guard;
+double     offset = 0;
 
 }  // namespace
 
@@ -15,11 +16,13 @@ namespace zelieml
 
 double platform::zone_offset_seconds()
 {
+    std::lock_guard<std::mutex> const hold(guard);
     return offset;
 }
 
 void test::set_zone_offset(double seconds)
 {
+    std::lock_guard<std::mutex> const hold(guard);
     offset = seconds;
 }
 
