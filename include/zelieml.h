@@ -306,7 +306,8 @@ ZELIEML_API int eml_post_sync(const char *workdir, void *msg, void **result);
  * eml           receives the engine; give it back with eml_stop or eml_stop_multi
  *
  * The worker thread, and the thread that hears notifications where there is one, have all signals
- * blocked. On macOS notifications arrive through the run loop of the thread that called this.
+ * blocked. On macOS notifications arrive through the run loop of the process's main thread,
+ * whichever thread called this.
  *
  * A thread that is cancelled meanwhile ends afterwards, the engine running.
  *

@@ -18,9 +18,15 @@ if(NOT lines MATCHES "-lzelieml" OR NOT lines MATCHES "-I")
   message(FATAL_ERROR "zelieml.pc: ${lines}")
 endif()
 separate_arguments(flags NATIVE_COMMAND "${CFLAGS}")
-must(${CC} ${flags} ${EXAMPLE} ${MAIN} -o ${WORK}/by_hand -I${WORK}/prefix/include
-     -L${WORK}/prefix/${LIBDIR} -lzelieml -Wl,-rpath,${WORK}/prefix/${LIBDIR})
-must(${WORK}/by_hand)
+set(path LD_LIBRARY_PATH=${WORK}/prefix/${LIBDIR})  # as for any library outside the system's folders
+if(lines MATCHES "-rpath")
+  set(path)
+endif()
+string(REGEX REPLACE ".*Libs: ([^;]*).*" "\\1" libs "${lines}")
+string(REPLACE "\${libdir}" "${WORK}/prefix/${LIBDIR}" libs "${libs}")
+separate_arguments(libs UNIX_COMMAND "${libs}")
+must(${CC} ${flags} ${EXAMPLE} ${MAIN} -o ${WORK}/by_hand -I${WORK}/prefix/include ${libs})
+must(${CMAKE_COMMAND} -E env ${path} ${WORK}/by_hand)
 
 # The archive, with what pkg-config adds for it.
 file(STRINGS ${WORK}/prefix/${LIBDIR}/pkgconfig/zelieml.pc private REGEX "^Libs.private: ")
@@ -29,6 +35,10 @@ separate_arguments(private UNIX_COMMAND "${private}")
 must(${CC} ${flags} ${EXAMPLE} ${MAIN} -o ${WORK}/static -I${WORK}/prefix/include
      ${WORK}/prefix/${LIBDIR}/libzelieml.a ${private})
 must(${WORK}/static)
+
+if(NOT EXISTS ${WORK}/prefix/include/zelieml/module.modulemap)
+  message(FATAL_ERROR "no module map")
+endif()
 
 foreach(page IN ITEMS zelieml zelieml_posting eml_post test_pop_auth eml_receive_mails)
   if(NOT EXISTS ${WORK}/prefix/${MANDIR}/man3/${page}.3)
