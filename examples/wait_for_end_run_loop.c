@@ -8,17 +8,31 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <pthread.h>
 #include <stdbool.h>
+#include <unistd.h>
 
 #include "wait_for_end.h"
 
-static volatile sig_atomic_t told_to_end;
+static pthread_mutex_t guard = PTHREAD_MUTEX_INITIALIZER;
+static bool            told_to_end; /* guarded */
+
+static bool is_told_to_end(void)
+{
+    bool told;
+
+    pthread_mutex_lock(&guard);
+    told = told_to_end;
+    pthread_mutex_unlock(&guard);
+    return told;
+}
 
 static void *stop_at_signal(void *ends)
 {
     int number;
 
     sigwait(ends, &number);
-    told_to_end = 1;
+    pthread_mutex_lock(&guard);
+    told_to_end = true;
+    pthread_mutex_unlock(&guard);
     CFRunLoopStop(CFRunLoopGetMain());
     return NULL;
 }
@@ -32,8 +46,11 @@ void wait_for_end(const sigset_t *ends)
         return;
     }
     /* An application calls its own function here, or CFRunLoopRun, and no condition is needed. */
-    while (!told_to_end) {
-        CFRunLoopRunInMode(kCFRunLoopDefaultMode, 1, false);
+    while (!is_told_to_end()) {
+        /* With nothing to wait for the run loop returns at once. */
+        if (CFRunLoopRunInMode(kCFRunLoopDefaultMode, 1, false) == kCFRunLoopRunFinished) {
+            usleep(200000);
+        }
     }
     pthread_join(waiting, NULL);
 }

@@ -9,6 +9,7 @@
 #include "liblog/trace.h"
 #include "libnotifyw/libnotifyw.h"
 #include "libqueue/libqueue.h"
+#include "platform/directory.h"
 #include "platform/thread.h"
 #include "support/c_boundary.h"
 #include "support/mutex_lock.h"
@@ -43,11 +44,13 @@ void request_stop(_s_iemlw* engine)
     engine->tick.end();
 }
 
-// An exception, for want of memory, ends one step of the worker and not the host.
+// An exception, for want of memory, ends one step of the worker and not the host. What the system
+// leaves to the thread's pool goes with the step: the thread may live for months.
 template <class Step>
 void guarded(Step&& step)
 {
     at_c_boundary(0, [&] {
+        platform::release_pool const pool;
         step();
         return 0;
     });

@@ -6,7 +6,8 @@
 // lib/platform/linux/crypto.cpp: libnettle.
 //
 // Each function returns 0, or the platform's error code with its output undefined. Any thread;
-// nothing is kept between calls.
+// nothing is kept between calls. On macOS each fails in a forked child of a process that has used
+// the frameworks: called one of these, posted or observed.
 
 #ifndef ZELIEML_PLATFORM_CRYPTO_H
 #define ZELIEML_PLATFORM_CRYPTO_H
@@ -35,8 +36,8 @@ int digest_md5(void const* data, std::size_t size, unsigned char (&digest)[md5_s
 // derive_rc4_key - an RC4 key from a pass phrase, by PBKDF2 with HMAC-SHA1 (RFC 8018)
 //
 // pass_phrase  its bytes, which are UTF-8
-// salt         salt_size bytes; macOS fails with fewer than 8
-// rounds       at least 1; macOS fails with fewer than 1000
+// salt         salt_size bytes; macOS may fail with fewer than 8
+// rounds       at least 1; macOS may fail with fewer than 1000
 // key          receives key_bits / 8 bytes
 // key_bits     8 to 2048, a multiple of 8
 int derive_rc4_key(char const* pass_phrase, std::size_t pass_phrase_size, unsigned char const* salt,

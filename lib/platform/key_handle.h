@@ -6,7 +6,8 @@
 // needs libhogweed no more than macOS does.
 //
 // A session is one attachment to the provider. Keys and contexts belong to their session and have
-// to be freed before it is detached. A context is one operation in progress.
+// to be freed before it is detached. A context is one operation in progress; when the provider
+// fails in a step, the text ends there.
 //
 // Every function returns 0, or the platform's error code; then no object and no buffer has been
 // made. An object that is null or of the wrong kind gives an error code; freeing or detaching null
@@ -137,7 +138,7 @@ int staged_digest(csp_context* context, csp_data piece, csp_buffer* digest);
 // generate_key_pair - a key pair for signatures
 //
 // algorithm    CSSM_ALGID_RSA
-// key_bits     512 to 16384, the size of the modulus
+// key_bits     512 to 16384, the size of the modulus; macOS: 8192 at most
 // public_key, private_key  receive the keys, the caller's to free with free_key
 int generate_key_pair(csp_session* session, cssm_algorithm algorithm, unsigned key_bits,
                       csp_key*& public_key, csp_key*& private_key);

@@ -48,7 +48,8 @@ bool notification_value(notification_info const* info, char const* key, char* bu
 //
 // Returns 0 when every notification posted from now on will be seen. Returns -1, leaving nothing
 // behind, when there is no memory, or the system has no place or means for an observer. A forked
-// child does not observe what its parent does. Any thread.
+// child does not observe what its parent does; on macOS it observes nothing if its parent has
+// observed, posted, or called a function of platform/crypto.h. Any thread.
 int add_observer(char const* name, char const* object, notification_proc proc, void* observer);
 
 // remove_observer - end what add_observer began
@@ -65,7 +66,7 @@ int remove_observer(char const* name, char const* object, void* observer);
 //
 // An observer that does not take it in time is passed over: on Linux stopped processes whose
 // buffers are full, and more observers than can be told, cost the poster half a second in all.
-// Whether anybody heard is not known.
+// Whether anybody heard is not known. On macOS nobody hears a forked child that may not observe.
 //
 // Returns 0, or -1 when the object could not be made into one of the system's texts. Throws
 // std::bad_alloc, when some may have been told and others not, for want of memory. Any thread.

@@ -16,6 +16,7 @@
 
 #include "libsendw/libsendw.h"
 #include "platform/clock.h"
+#include "platform/directory.h"
 #include "tests/libemlw/engine_room.h"
 #include "tests/support/mail_server.h"
 #include "tests/support/trace_recorder.h"
@@ -282,6 +283,17 @@ TEST_F(Worker, SendsWhatIsPostedWithinOneCycle)
     EXPECT_EQ(on_disk(), strings());
     cycles(3);
     EXPECT_EQ(attempts_.list().size(), 1U);
+}
+
+TEST_F(Worker, HasAPoolForWhatItsCallbacksAutorelease)
+{
+    attempts_.action = [] { platform::text_array_autorelease(platform::text_array_create()); };
+    start();
+    for (std::size_t made = 1; made <= 2; ++made) {
+        post("anna" + std::to_string(made));
+        cycles(1);
+        EXPECT_EQ(attempts_.list().size(), made);
+    }
 }
 
 TEST_F(Worker, LooksIntoItsQueueOnceACycle)

@@ -4,6 +4,7 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <Security/Security.h>
+#include <cstdlib>
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -126,9 +127,65 @@ TEST(FakeDeathTest, AbortsWhenATransformLacksAnAttribute)
         "an attribute is missing");
 }
 
+// A digest of nothing, run.
+CFTypeRef run_transform()
+{
+    SecTransformRef const transform = SecDigestTransformCreate(kSecDigestMD5, 0, nullptr);
+    CFDataRef const       input     = CFDataCreate(nullptr, reinterpret_cast<UInt8 const*>(""), 0);
+    SecTransformSetAttribute(transform, kSecTransformInputAttributeName, input, nullptr);
+    CFTypeRef const result = SecTransformExecute(transform, nullptr);
+    CFRelease(input);
+    CFRelease(transform);
+    return result;
+}
+
 TEST(FakeDeathTest, AbortsWhenAForkedChildUsesTheCenter)
 {
+    CFNotificationCenterGetDistributedCenter();
     EXPECT_DEATH(CFNotificationCenterGetDistributedCenter(), "a forked child");
+}
+
+TEST(FakeDeathTest, AbortsWhenAForkedChildRunsATransform)
+{
+    CFRelease(run_transform());
+    EXPECT_DEATH(run_transform(), "a forked child");
+}
+
+TEST(FakeDeathTest, AbortsWhenAContextIsInitialisedForASecondText)
+{
+    CSSM_VERSION const          version = {2, 0};
+    CSSM_GUID const             caller  = {};
+    CSSM_API_MEMORY_FUNCS const memory  = {
+         [](CSSM_SIZE size, void*) { return std::malloc(size); },
+         [](void* buffer, void*) { std::free(buffer); },
+         [](void* buffer, CSSM_SIZE size, void*) { return std::realloc(buffer, size); },
+         [](uint32 count, CSSM_SIZE size, void*) { return std::calloc(count, size); }, nullptr};
+    CSSM_ACCESS_CREDENTIALS const nobody   = {};
+    uint8                         bytes[5] = {1, 2, 3, 4, 5};
+    CSSM_KEY                      key      = {};
+    key.KeyHeader.HeaderVersion            = CSSM_KEYHEADER_VERSION;
+    key.KeyHeader.AlgorithmId              = CSSM_ALGID_RC4;
+    key.KeyHeader.KeyUsage                 = CSSM_KEYUSE_ANY;
+    key.KeyData                            = {sizeof bytes, bytes};
+
+    CSSM_PVC_MODE      policy  = CSSM_PVC_NONE;
+    CSSM_MODULE_HANDLE session = 0;
+    CSSM_CC_HANDLE     context = 0;
+    ASSERT_EQ(CSSM_Init(&version, CSSM_PRIVILEGE_SCOPE_NONE, &caller, CSSM_KEY_HIERARCHY_NONE,
+                        &policy, nullptr),
+              CSSM_OK);
+    ASSERT_EQ(CSSM_ModuleLoad(&gGuidAppleCSP, CSSM_KEY_HIERARCHY_NONE, nullptr, nullptr), CSSM_OK);
+    ASSERT_EQ(CSSM_ModuleAttach(&gGuidAppleCSP, &version, &memory, 0, CSSM_SERVICE_CSP, 0,
+                                CSSM_KEY_HIERARCHY_NONE, nullptr, 0, nullptr, &session),
+              CSSM_OK);
+    ASSERT_EQ(CSSM_CSP_CreateSymmetricContext(session, CSSM_ALGID_RC4, CSSM_ALGMODE_NONE, &nobody,
+                                              &key, nullptr, CSSM_PADDING_NONE, nullptr, &context),
+              CSSM_OK);
+    EXPECT_EQ(CSSM_EncryptDataInit(context), CSSM_OK);
+    EXPECT_DEATH(CSSM_EncryptDataInit(context), "initialised again");
+    EXPECT_DEATH(CSSM_DecryptDataInit(context), "initialised again");
+    EXPECT_EQ(CSSM_DeleteContext(context), CSSM_OK);
+    EXPECT_EQ(CSSM_ModuleDetach(session), CSSM_OK);
 }
 
 TEST(FakeDeathTest, AProcessThatLeavesObjectsBehindFails)

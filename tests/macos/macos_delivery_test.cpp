@@ -60,6 +60,21 @@ TEST_F(RunLoop, DeliversOnItsThreadAndWhenItRuns)
     EXPECT_EQ(one.heard().all(), (texts{"first", "second"}));
 }
 
+// The turns of a host with a loop of its own.
+TEST_F(RunLoop, DeliversAllThereIsInTurnsWithoutTime)
+{
+    listener one("object");
+    for (char const* const value : {"first", "second", "third"}) {
+        post("object", value);
+    }
+    ASSERT_TRUE(wait_for_undelivered(3));
+    run_loop(0);
+    EXPECT_EQ(one.heard().all(), texts{"first"}) << "a single turn";
+    while (run_loop(0, true) == kCFRunLoopRunHandledSource) {
+    }
+    EXPECT_EQ(one.heard().all(), (texts{"first", "second", "third"}));
+}
+
 TEST_F(RunLoop, NeedNotRunForAnObserverToBeRemoved)
 {
     listener one("object");

@@ -2,6 +2,7 @@
 //
 // Whichever it is, the seam's function fails cleanly or does without, and nothing is left behind.
 
+#include <Security/Security.h>
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
@@ -143,7 +144,7 @@ TEST(Failure, OfPostingIsNotBeingHeard)
     fake::fail_creation(0);
 }
 
-// The frameworks end a forked child that uses the center; the seam does not let it come to that.
+// A forked child of a process that has used the frameworks may not; the seam does not let it.
 TEST(ForkedChild, IsNeitherHeardNorObserves)
 {
     int who = 0;
@@ -159,6 +160,27 @@ TEST(ForkedChild, IsNeitherHeardNorObserves)
     ASSERT_EQ(::waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
     EXPECT_EQ(platform::remove_observer("n", "o", &who), 0);
+}
+
+TEST(ForkedChild, HasNoCryptography)
+{
+    unsigned char digest[platform::md5_size];
+    ASSERT_EQ(platform::digest_md5(input, sizeof input, digest), 0);
+    pid_t const child = ::fork();
+    if (child == 0) {
+        unsigned char key[5] = {1, 2, 3, 4, 5};
+        unsigned char out[sizeof input];
+        bool const    as_said =
+            platform::digest_md5(input, sizeof input, digest) == errSecUnimplemented &&
+            platform::derive_rc4_key("phrase", 6, salt, sizeof salt, 1000, key, 40) ==
+                errSecUnimplemented &&
+            platform::rc4_crypt(key, sizeof key, crypt_direction::encrypt, input, sizeof input,
+                                out) == errSecUnimplemented;
+        ::_exit(as_said ? 0 : 1);
+    }
+    int status = -1;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0);
 }
 
 using KeyHandleFailure = ProviderTest;
@@ -187,6 +209,23 @@ TEST_F(KeyHandleFailure, OfDigestsIsAnErrorCode)
                    take(digest);
                    return true;
                }});
+}
+
+TEST_F(KeyHandleFailure, OfAPieceEndsItsText)
+{
+    csp_buffer   digest;
+    csp_context* context = nullptr;
+    ASSERT_EQ(platform::digest_at_once(session, CSSM_ALGID_SHA1, data("text"), digest), 0);
+    std::string const wanted = take(digest);
+
+    ASSERT_EQ(platform::make_digest_context(session, CSSM_ALGID_SHA1, context), 0);
+    EXPECT_EQ(platform::staged_digest(context, data("first"), nullptr), 0);
+    fake::fail_creation(1);
+    EXPECT_NE(platform::staged_digest(context, data("second"), nullptr), 0);
+    fake::fail_creation(0);
+    EXPECT_EQ(platform::staged_digest(context, data("text"), &digest), 0);
+    EXPECT_EQ(take(digest), wanted);
+    platform::free_context(context);
 }
 
 TEST_F(KeyHandleFailure, OfEncryptionIsAnErrorCode)

@@ -1,7 +1,7 @@
 // crypto.cpp - the Security framework's transforms
 //
 // A transform is made, given its attributes, and executed once over the whole input. The calling
-// thread waits for it while the system's own threads work: not for a forked child.
+// thread waits for it while the system's own threads work. A forked child would wait for ever.
 
 #include "platform/crypto.h"
 
@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "platform/macos/cf_owner.h"
+#include "platform/macos/first_process.h"
 
 namespace zelieml::platform
 {
@@ -116,6 +117,9 @@ dictionary_owner derivation(CFDataRef salt, unsigned rounds, unsigned key_bits)
 
 int digest_md5(void const* data, std::size_t size, unsigned char (&digest)[md5_size])
 {
+    if (is_forked()) {
+        return errSecUnimplemented;
+    }
     data_owner const input = make_data(data, size);
     if (!input) {
         return errSecAllocate;
@@ -133,6 +137,9 @@ int digest_md5(void const* data, std::size_t size, unsigned char (&digest)[md5_s
 int derive_rc4_key(char const* pass_phrase, std::size_t pass_phrase_size, unsigned char const* salt,
                    std::size_t salt_size, unsigned rounds, unsigned char* key, unsigned key_bits)
 {
+    if (is_forked()) {
+        return errSecUnimplemented;
+    }
     // The framework counts rounds in 31 bits, and takes none as a wish to choose itself.
     if (rounds == 0 || rounds > INT32_MAX || key_bits == 0 || key_bits % 8 != 0 ||
         key_bits / 8 > rc4_max_size || !fits_cf_index(pass_phrase_size)) {
@@ -166,6 +173,9 @@ int derive_rc4_key(char const* pass_phrase, std::size_t pass_phrase_size, unsign
 int rc4_crypt(unsigned char const* key, std::size_t key_size, crypt_direction direction,
               unsigned char const* in, std::size_t size, unsigned char* out)
 {
+    if (is_forked()) {
+        return errSecUnimplemented;
+    }
     if (key_size == 0 || key_size > rc4_max_size) {
         return errSecParam;
     }

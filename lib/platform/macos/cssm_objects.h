@@ -66,6 +66,9 @@ private:
     CSSM_CC_HANDLE handle_ = CSSM_INVALID_HANDLE;
 };
 
+// The credentials of a caller who has none. Contexts refer to them.
+inline constexpr CSSM_ACCESS_CREDENTIALS nobody = {};
+
 // as_cssm - bytes of the caller's for the provider, which only reads them
 //
 // Where there are none, the provider still gets a place to look at.
@@ -91,7 +94,7 @@ struct text_context : csp_context {
 // begin, update  CSSM_DigestDataInit and CSSM_DigestDataUpdate, or those of signatures
 // piece          an empty one is none to a provider
 //
-// Returns 0 or an error code.
+// Returns 0 or an error code, after which the next piece is the first of a new text.
 template <class Begin, class Update>
 int give_piece(Begin begin, Update update, text_context& running, csp_data piece)
 {
@@ -100,10 +103,12 @@ int give_piece(Begin begin, Update update, text_context& running, csp_data piece
         if (status != CSSM_OK) {
             return status;
         }
-        running.begun = true;
     }
-    CSSM_DATA const data = as_cssm(piece);
-    return piece.size != 0 ? update(running.context.get(), &data, 1) : CSSM_OK;
+    CSSM_DATA const   data = as_cssm(piece);
+    CSSM_RETURN const status =
+        piece.size != 0 ? update(running.context.get(), &data, 1) : CSSM_RETURN{CSSM_OK};
+    running.begun = status == CSSM_OK;
+    return status;
 }
 
 // take_result - end a text, and take what the provider allocates with the session's memory

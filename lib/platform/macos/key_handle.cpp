@@ -29,7 +29,7 @@ struct crypt_context final : csp_context {
     }
 
     CSSM_KEY    key = {};  // a copy of our own, to which the provider's context refers
-    cc_owner    context;
+    cc_owner    context;   // of one text
     crypt_stage stage = crypt_stage::idle;
 };
 
@@ -190,15 +190,7 @@ int make_crypt_context(csp_session* session, csp_key const* key, csp_context*& c
     std::memcpy(bytes.data, symmetric->key.KeyData.Data, bytes.size);
     made->key              = symmetric->key;
     made->key.KeyData.Data = bytes.data;
-
-    CSSM_ACCESS_CREDENTIALS const nobody = {};
-    CSSM_RETURN const             status = ::CSSM_CSP_CreateSymmetricContext(
-                    csp_of(*session), ::CSSM_ALGID_RC4, CSSM_ALGMODE_NONE, &nobody, &made->key, nullptr,
-                    CSSM_PADDING_NONE, nullptr, made->context.out());
-    if (status != CSSM_OK) {
-        return status;
-    }
-    context = made.release();
+    context                = made.release();
     return 0;
 }
 
@@ -236,10 +228,21 @@ int begin_staged_crypt(csp_context* context, crypt_direction direction)
     if (crypt == nullptr) {
         return EINVAL;
     }
+    // A new context: the provider forgets to free the cipher of one that it initialises again.
+    crypt->stage = crypt_stage::idle;
+    crypt->context.reset();
+    CSSM_RETURN const made = ::CSSM_CSP_CreateSymmetricContext(
+        csp_of(crypt->session), ::CSSM_ALGID_RC4, CSSM_ALGMODE_NONE, &nobody, &crypt->key, nullptr,
+        CSSM_PADDING_NONE, nullptr, crypt->context.out());
+    if (made != CSSM_OK) {
+        return made;
+    }
     auto const begin =
         direction == crypt_direction::encrypt ? CSSM_EncryptDataInit : CSSM_DecryptDataInit;
     CSSM_RETURN const status = begin(crypt->context.get());
-    crypt->stage             = status == CSSM_OK ? stage_of(direction) : crypt_stage::idle;
+    if (status == CSSM_OK) {
+        crypt->stage = stage_of(direction);
+    }
     return status;
 }
 

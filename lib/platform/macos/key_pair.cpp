@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <cstring>
 
 #include "platform/macos/cssm_objects.h"
 
@@ -37,6 +38,8 @@ constexpr unsigned char exchange_parameters[] = {
     0x15, 0xd2, 0x26, 0x18, 0x98, 0xfa, 0x05, 0x10, 0x15, 0x72, 0x8e, 0x5a, 0x8a, 0xac, 0xaa, 0x68,
     0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0x02, 0x01, 0x02,
 };
+constexpr unsigned char const* exchange_prime      = exchange_parameters + 24;
+constexpr std::size_t          exchange_prime_size = exchange_bits / 8;
 
 struct rsa_public final : cssm_key {
     using cssm_key::cssm_key;
@@ -97,13 +100,21 @@ int generate(csp_session const& session, CSSM_ALGORITHMS algorithm, unsigned key
                                   nullptr, &private_half.key);
 }
 
-// Whether a public value makes the same secret, 0 or 1, with every key.
-bool is_trivial(csp_data value)
+// Whether a number is a public value, 2 to the prime less 2: with 0, 1 and the prime less 1 the
+// secret hardly depends on the key.
+bool is_public_value(csp_data value)
 {
     auto const* const begin = static_cast<unsigned char const*>(value.data);
     auto const* const end   = begin + value.size;
     auto const* const first = std::find_if(begin, end, [](unsigned char c) { return c != 0; });
-    return first == end || (first + 1 == end && *first == 1);
+    auto const        size  = static_cast<std::size_t>(end - first);
+    if (size != exchange_prime_size) {
+        return size < exchange_prime_size && (size > 1 || (size == 1 && *first > 1));
+    }
+    // The prime is odd: one less differs in the last byte only.
+    constexpr std::size_t last  = exchange_prime_size - 1;
+    int const             order = std::memcmp(first, exchange_prime, last);
+    return order < 0 || (order == 0 && first[last] < exchange_prime[last] - 1);
 }
 
 }  // namespace
@@ -161,15 +172,14 @@ int exchange_key(csp_session* session, csp_key const* private_key, csp_data publ
                  cssm_algorithm algorithm, unsigned key_bits, csp_key*& key)
 {
     auto const* const own = dynamic_cast<exchange_private const*>(private_key);
-    if (session == nullptr || own == nullptr || is_trivial(public_value) ||
+    if (session == nullptr || own == nullptr || !is_public_value(public_value) ||
         algorithm != CSSM_ALGID_RC4 || !is_rc4_size(key_bits, max_exchange_key_bits)) {
         return EINVAL;
     }
-    CSSM_ACCESS_CREDENTIALS const nobody = {};
-    cc_owner                      context;
-    CSSM_RETURN const             status = ::CSSM_CSP_CreateDeriveKeyContext(
-                    csp_of(*session), CSSM_ALGID_DH, ::CSSM_ALGID_RC4, key_bits, &nobody, &own->key, 0, nullptr,
-                    nullptr, context.out());
+    cc_owner          context;
+    CSSM_RETURN const status = ::CSSM_CSP_CreateDeriveKeyContext(
+        csp_of(*session), CSSM_ALGID_DH, ::CSSM_ALGID_RC4, key_bits, &nobody, &own->key, 0, nullptr,
+        nullptr, context.out());
     if (status != CSSM_OK) {
         return status;
     }
@@ -205,10 +215,9 @@ int make_signature_context(csp_session* session, csp_key const* key, cssm_algori
     if (!made) {
         return ENOMEM;
     }
-    CSSM_ACCESS_CREDENTIALS const nobody = {};
-    CSSM_RETURN const             status = ::CSSM_CSP_CreateSignatureContext(
-                    csp_of(*session), number, &nobody, &static_cast<cssm_key const*>(key)->key,
-                    made->context.out());
+    CSSM_RETURN const status = ::CSSM_CSP_CreateSignatureContext(
+        csp_of(*session), number, &nobody, &static_cast<cssm_key const*>(key)->key,
+        made->context.out());
     if (status != CSSM_OK) {
         return status;
     }

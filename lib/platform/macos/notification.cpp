@@ -15,10 +15,10 @@
 #include <memory>
 #include <mutex>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
 #include "platform/macos/cf_owner.h"
+#include "platform/macos/first_process.h"
 #include "support/c_boundary.h"
 
 namespace zelieml::platform
@@ -26,16 +26,6 @@ namespace zelieml::platform
 
 namespace
 {
-
-// The process that the library was loaded into. In a child of it CoreFoundation ends the process
-// when the center is used before an exec, and a lock may be held for ever. Not pthread_atfork: this
-// system would call its handlers also when the library has been unloaded.
-pid_t const home = ::getpid();
-
-bool is_forked()
-{
-    return ::getpid() != home;
-}
 
 struct observer_record {
     std::uintptr_t        number = 0;
@@ -165,7 +155,7 @@ int add_observer(char const* name, char const* object, notification_proc proc, v
 
 int remove_observer(char const* name, char const* object, void* observer)
 {
-    shared_record const record = !is_forked() ? take_out(name, object, observer) : nullptr;
+    shared_record const record = is_first_process() ? take_out(name, object, observer) : nullptr;
     if (!record) {
         return -1;
     }

@@ -1,12 +1,15 @@
-// zone_lock.cpp - a lock for all processes but forked children
+// zone_lock.cpp - a lock that does not outlive its holder's process
 //
-// A child has one thread, and a lock that another thread of its parent held is held for ever. Not
-// pthread_atfork: this system would call its handlers also when the library has been unloaded.
+// It knows the process that holds it. A forked child has none of its parent's other threads, and
+// takes what one of them held at that moment; its own threads wait for each other like any others.
+// Not pthread_atfork: this system would call its handlers also when the library has been unloaded.
 
 #include "platform/zone_lock.h"
 
-#include <pthread.h>
+#include <atomic>
 #include <unistd.h>
+
+#include "platform/sleep.h"
 
 namespace zelieml::platform
 {
@@ -14,23 +17,27 @@ namespace zelieml::platform
 namespace
 {
 
-pid_t const     home  = ::getpid();  // the process that the library was loaded into
-pthread_mutex_t guard = PTHREAD_MUTEX_INITIALIZER;
+std::atomic<pid_t> holder{0};  // 0: nobody
+
+constexpr int wait_us = 50;  // about as long as a conversion takes
 
 }  // namespace
 
 zone_lock::zone_lock()
 {
-    if (::getpid() == home) {
-        ::pthread_mutex_lock(&guard);
+    pid_t const self = ::getpid();
+    pid_t       seen = 0;
+    while (!holder.compare_exchange_strong(seen, self)) {
+        if (seen == self) {
+            sleep_microseconds(wait_us);
+            seen = 0;
+        }
     }
 }
 
 zone_lock::~zone_lock()
 {
-    if (::getpid() == home) {
-        ::pthread_mutex_unlock(&guard);
-    }
+    holder.store(0);
 }
 
 }  // namespace zelieml::platform

@@ -87,7 +87,8 @@ struct context {
     bytes           salt;
     bytes           parameters;
     hash_run        digest;
-    arcfour_ctx     cipher = {};
+    bool            ciphers = false;  // has been initialised
+    arcfour_ctx     cipher  = {};
 };
 
 struct provider {
@@ -530,6 +531,9 @@ context* end_hash(CSSM_CC_HANDLE handle, purpose what, stage wanted,
 CSSM_RETURN begin_cipher(CSSM_CC_HANDLE handle, stage next, char const* function)
 {
     context* const running = context_of(handle, purpose::cipher, function);
+    if (running->ciphers) {
+        refuse(function, "initialised again, it loses the cipher that it has");
+    }
     if (!may_create()) {
         return no_memory;
     }
@@ -538,7 +542,8 @@ CSSM_RETURN begin_cipher(CSSM_CC_HANDLE handle, stage next, char const* function
         return bad_input;
     }
     ::arcfour_set_key(&running->cipher, key.Length, key.Data);
-    running->at = next;
+    running->ciphers = true;
+    running->at      = next;
     return CSSM_OK;
 }
 

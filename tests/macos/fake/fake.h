@@ -8,9 +8,11 @@
 //   wrong type, an index out of range
 // - autoreleasing without a pool, pools that do not nest
 // - a transform run without one of the attributes that it needs
-// - a notification with anything but property-list values, and any use of the distributed center
-//   in a forked child: the real one may be used after exec only
-// - a key-handle session detached while it has contexts or keys
+// - a notification with anything but property-list values
+// - any use of the distributed center, and running a transform, in a forked child of a process that
+//   has done either: the real ones may be used after exec only
+// - a key-handle session detached while it has contexts or keys, and a context that is initialised
+//   for a second text to be encrypted
 //
 // Objects that are still alive when a process ends are an error of the process: it says which,
 // and exits with 86. A forked child is not asked, nor a process that ends while it observes.

@@ -1,5 +1,6 @@
 #include "tests/macos/fake/object.h"
 
+#include <atomic>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
@@ -110,6 +111,16 @@ void refuse(char const* function, char const* why)
 {
     std::fprintf(stderr, "fake: %s: %s\n", function, why);
     std::abort();
+}
+
+void require_first_process(char const* function)
+{
+    static std::atomic<pid_t> first{0};
+    pid_t const               self = ::getpid();
+    pid_t                     seen = 0;
+    if (!first.compare_exchange_strong(seen, self) && seen != self) {
+        refuse(function, "a forked child may not use it before exec");
+    }
 }
 
 long live_objects()

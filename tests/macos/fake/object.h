@@ -52,6 +52,11 @@ using bytes = list<unsigned char>;
 // refuse - say what the caller did wrong, and abort
 [[noreturn]] void refuse(char const* function, char const* why);
 
+// require_first_process - refuse what may be used in one process only, in a forked child of it
+//
+// The process is the first that comes here.
+void require_first_process(char const* function);
+
 // may_create - whether this creation is not the one that has to fail
 bool may_create();
 

@@ -1,0 +1,88 @@
+// macos_daemon_test.cpp - hosts that fork, and use the library only then
+//
+// This process never uses the frameworks itself: its children are the first that do.
+
+#include <cstring>
+#include <functional>
+#include <gtest/gtest.h>
+#include <string>
+#include <sys/wait.h>
+#include <unistd.h>
+#include <vector>
+
+#include "platform/crypto.h"
+#include "platform/notification.h"
+#include "tests/platform/notification_room.h"
+
+namespace zelieml::test
+{
+namespace
+{
+
+constexpr unsigned patience_s = 60;
+
+// Whether it is so in a forked child; one that hangs is ended.
+bool in_child(std::function<bool()> const& is_so)
+{
+    pid_t const child = ::fork();
+    if (child == 0) {
+        ::alarm(patience_s);
+        ::_exit(is_so() ? 0 : 1);
+    }
+    int status = -1;
+    return ::waitpid(child, &status, 0) == child && status == 0;
+}
+
+bool is_heard()
+{
+    listener   one("object");
+    bool const posted = post("object", "from a daemon") == 0;
+    return one.added() == 0 && posted && one.heard().wait_for(1) == 1 &&
+           one.heard().all() == std::vector<std::string>{"from a daemon"} && one.remove() == 0;
+}
+
+bool has_digests()
+{
+    unsigned char digest[platform::md5_size];
+    return platform::digest_md5("text", std::strlen("text"), digest) == 0;
+}
+
+TEST(Daemon, IsHeardAndObserves)
+{
+    notification_room const room;
+    EXPECT_TRUE(in_child(is_heard));
+}
+
+TEST(Daemon, HasCryptography)
+{
+    EXPECT_TRUE(in_child(has_digests));
+}
+
+TEST(Daemon, MayForkOnceMoreBeforeItBegins)
+{
+    notification_room const room;
+    EXPECT_TRUE(in_child([] { return in_child([] { return has_digests() && is_heard(); }); }));
+}
+
+TEST(Daemon, HasChildrenThatMayDoNeither)
+{
+    notification_room const room;
+    EXPECT_TRUE(in_child([] {
+        return has_digests() &&
+               in_child([] { return !has_digests() && listener("object").added() == -1; });
+    }));
+    EXPECT_TRUE(in_child([] {
+        return post("object", "unheard") == 0 &&
+               in_child([] { return !has_digests() && listener("object").added() == -1; });
+    }));
+}
+
+TEST(Daemon, IsNotSettledByRemovingAnObserver)
+{
+    EXPECT_TRUE(in_child([] {
+        return platform::remove_observer("n", "o", nullptr) == -1 && in_child(has_digests);
+    }));
+}
+
+}  // namespace
+}  // namespace zelieml::test
