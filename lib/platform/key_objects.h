@@ -99,23 +99,6 @@ inline crypt_stage stage_of(crypt_direction direction)
                                                  : crypt_stage::decrypting;
 }
 
-// with_signature_context - run a step on a context that is freed after it: signing and verifying
-// at once are staged operations of a single piece
-//
-// step  callable with the context; its result is handed on
-template <class Step>
-int with_signature_context(csp_session* session, csp_key const* key, cssm_algorithm algorithm,
-                           Step&& step)
-{
-    csp_context* context = nullptr;
-    int const    status  = make_signature_context(session, key, algorithm, context);
-    if (status != 0) {
-        return status;
-    }
-    object_holder<csp_context> const holder(context);
-    return step(context);
-}
-
 }  // namespace platform
 }  // namespace zelieml
 

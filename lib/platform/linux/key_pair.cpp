@@ -233,22 +233,6 @@ int exchange_key(csp_session* session, csp_key const* private_key, csp_data publ
     return 0;
 }
 
-int sign_at_once(csp_session* session, csp_key const* key, cssm_algorithm algorithm, csp_data data,
-                 csp_buffer& signature)
-{
-    return with_signature_context(session, key, algorithm, [&](csp_context* context) {
-        return staged_sign(context, data, &signature);
-    });
-}
-
-int verify_at_once(csp_session* session, csp_key const* key, cssm_algorithm algorithm,
-                   csp_data data, csp_data signature)
-{
-    return with_signature_context(session, key, algorithm, [&](csp_context* context) {
-        return staged_verify(context, data, &signature);
-    });
-}
-
 int make_signature_context(csp_session* session, csp_key const* key, cssm_algorithm algorithm,
                            csp_context*& context)
 {

@@ -168,14 +168,6 @@ int derive_key(csp_session* session, csp_data pass_phrase, csp_data salt, unsign
     return derive_with(*session, context.get(), as_cssm({&parameters, sizeof parameters}), key);
 }
 
-int free_key(csp_key* key)
-{
-    if (key != nullptr) {
-        destroy_object(key);
-    }
-    return 0;
-}
-
 int make_crypt_context(csp_session* session, csp_key const* key, csp_context*& context)
 {
     auto const* const symmetric = dynamic_cast<symmetric_key const*>(key);
@@ -191,14 +183,6 @@ int make_crypt_context(csp_session* session, csp_key const* key, csp_context*& c
     made->key              = symmetric->key;
     made->key.KeyData.Data = bytes.data;
     context                = made.release();
-    return 0;
-}
-
-int free_context(csp_context* context)
-{
-    if (context != nullptr) {
-        destroy_object(context);
-    }
     return 0;
 }
 

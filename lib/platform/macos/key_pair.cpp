@@ -186,22 +186,6 @@ int exchange_key(csp_session* session, csp_key const* private_key, csp_data publ
     return derive_with(*session, context.get(), as_cssm(public_value), key);
 }
 
-int sign_at_once(csp_session* session, csp_key const* key, cssm_algorithm algorithm, csp_data data,
-                 csp_buffer& signature)
-{
-    return with_signature_context(session, key, algorithm, [&](csp_context* context) {
-        return staged_sign(context, data, &signature);
-    });
-}
-
-int verify_at_once(csp_session* session, csp_key const* key, cssm_algorithm algorithm,
-                   csp_data data, csp_data signature)
-{
-    return with_signature_context(session, key, algorithm, [&](csp_context* context) {
-        return staged_verify(context, data, &signature);
-    });
-}
-
 int make_signature_context(csp_session* session, csp_key const* key, cssm_algorithm algorithm,
                            csp_context*& context)
 {

@@ -1,0 +1,26 @@
+// key_handle.cpp - the ends of keys and contexts, whatever made them
+
+#include "platform/key_handle.h"
+
+#include "platform/key_objects.h"
+
+namespace zelieml::platform
+{
+
+int free_key(csp_key* key)
+{
+    if (key != nullptr) {
+        destroy_object(key);
+    }
+    return 0;
+}
+
+int free_context(csp_context* context)
+{
+    if (context != nullptr) {
+        destroy_object(context);
+    }
+    return 0;
+}
+
+}  // namespace zelieml::platform
