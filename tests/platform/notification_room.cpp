@@ -152,4 +152,15 @@ int post(std::string const& object, std::string const& value)
     return platform::post_notification(test_name, object.c_str(), test_key, value.c_str());
 }
 
+void add_and_remove(int times)
+{
+    for (int i = 0; i < times; ++i) {
+        listener one("object");
+        EXPECT_EQ(one.added(), 0);
+        post("object", "hello");
+        EXPECT_GE(one.heard().wait_for(1), 1U);
+        EXPECT_EQ(one.remove(), 0);
+    }
+}
+
 }  // namespace zelieml::test

@@ -109,6 +109,9 @@ private:
 // Posts a value under the name and key of the tests.
 int post(std::string const& object, std::string const& value);
 
+// Adds an observer, has it hear a post, and removes it, so many times.
+void add_and_remove(int times);
+
 }  // namespace zelieml::test
 
 #endif

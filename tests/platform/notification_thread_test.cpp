@@ -55,17 +55,6 @@ TEST(Value, ThatIsTooLongForADatagramIsNotDelivered)
 
 // ------------------------------------------------------------------ what is left
 
-void add_and_remove(int times)
-{
-    for (int i = 0; i < times; ++i) {
-        listener one("object");
-        EXPECT_EQ(one.added(), 0);
-        post("object", "hello");
-        EXPECT_GE(one.heard().wait_for(1), 1U);
-        EXPECT_EQ(one.remove(), 0);
-    }
-}
-
 TEST(AddingAndRemoving, LeavesNothing)
 {
     notification_room const room;
