@@ -25,3 +25,14 @@ endif()
 function(zelieml_compile target)
   target_compile_options(${target} PRIVATE ${ZELIEML_WARNINGS})
 endfunction()
+
+# zelieml_compile_quickly(target) - the same for what is run on the developer's machine only
+#
+# Tests and developers' tools: optimising them takes most of the time of a build. In the default
+# build type they have line numbers for traces and no more; the library stays as it is shipped.
+# Other build types, the sanitizers' among them, are left alone.
+function(zelieml_compile_quickly target)
+  zelieml_compile(${target})
+  target_compile_options(${target} PRIVATE
+    "$<$<CONFIG:RelWithDebInfo>:-O0>" "$<$<CONFIG:RelWithDebInfo>:-g1>")
+endfunction()

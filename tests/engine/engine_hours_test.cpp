@@ -3,11 +3,11 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 
-#include "tests/engine/workplace.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/fake_pause.h"
 #include "tests/support/program.h"
 #include "tests/support/trace_recorder.h"
+#include "tests/support/workplace.h"
 
 namespace zelieml::test
 {

@@ -6,8 +6,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "tests/engine/workplace.h"
 #include "tests/support/program.h"
+#include "tests/support/workplace.h"
 
 namespace zelieml::test
 {

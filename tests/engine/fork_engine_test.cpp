@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include "tests/engine/workplace.h"
 #include "tests/support/program.h"
+#include "tests/support/workplace.h"
 
 namespace zelieml::test
 {

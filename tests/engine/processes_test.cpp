@@ -8,8 +8,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "tests/engine/workplace.h"
 #include "tests/support/program.h"
+#include "tests/support/workplace.h"
 
 namespace zelieml::test
 {

@@ -5,10 +5,10 @@
 #include <memory>
 #include <thread>
 
-#include "tests/engine/counting_new.h"
-#include "tests/engine/workplace.h"
+#include "tests/support/counting_new.h"
 #include "tests/support/fake_heap.h"
 #include "tests/support/program.h"
+#include "tests/support/workplace.h"
 
 namespace zelieml::test
 {

@@ -4,8 +4,8 @@
 #include <gtest/gtest.h>
 #include <thread>
 
-#include "tests/engine/workplace.h"
 #include "tests/support/program.h"
+#include "tests/support/workplace.h"
 
 namespace zelieml::test
 {

@@ -12,8 +12,8 @@
 #include <thread>
 #include <unistd.h>
 
-#include "tests/engine/workplace.h"
 #include "tests/support/program.h"
+#include "tests/support/workplace.h"
 
 namespace zelieml::test
 {

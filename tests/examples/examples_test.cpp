@@ -6,9 +6,9 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
-#include "tests/engine/workplace.h"
 #include "tests/examples/example_programs.h"
 #include "tests/support/mail_server.h"
+#include "tests/support/workplace.h"
 
 namespace zelieml::test
 {

@@ -8,8 +8,8 @@
 #include <ostream>
 #include <sys/stat.h>
 
-#include "tests/engine/workplace.h"
 #include "tests/examples/example_programs.h"
+#include "tests/support/workplace.h"
 
 namespace zelieml::test
 {

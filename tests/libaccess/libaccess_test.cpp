@@ -8,8 +8,8 @@
 
 #include "libsendw/libsendw.h"
 #include "libsendw/pop.h"
-#include "tests/libsendw/peers.h"
 #include "tests/libsendw/surroundings.h"
+#include "tests/support/peers.h"
 
 namespace zelieml::test
 {

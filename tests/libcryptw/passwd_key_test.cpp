@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "libcryptw/libcryptw.h"
-#include "tests/libcryptw/fake_crypto.h"
+#include "tests/support/fake_crypto.h"
 #include "tests/support/fake_heap.h"
 #include "tests/support/trace_recorder.h"
 

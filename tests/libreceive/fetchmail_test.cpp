@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 #include <ostream>
 
-#include "tests/libsendw/peers.h"
 #include "tests/libsendw/surroundings.h"
+#include "tests/support/peers.h"
 
 namespace zelieml::test
 {

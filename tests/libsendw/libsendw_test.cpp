@@ -18,9 +18,9 @@
 #include "libbase64/libbase64.h"
 #include "libcryptw/libcryptw.h"
 #include "libsendw/sock.h"
-#include "tests/libsendw/peers.h"
 #include "tests/libsendw/surroundings.h"
 #include "tests/support/mail_server.h"
+#include "tests/support/peers.h"
 
 namespace zelieml::test
 {

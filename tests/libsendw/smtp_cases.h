@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "libsendw/smtp.h"
-#include "tests/libsendw/peers.h"
 #include "tests/libsendw/surroundings.h"
+#include "tests/support/peers.h"
 
 namespace zelieml::test
 {

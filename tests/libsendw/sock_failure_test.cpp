@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "libsendw/sock.h"
-#include "tests/libsendw/peers.h"
 #include "tests/libsendw/surroundings.h"
+#include "tests/support/peers.h"
 
 namespace
 {

@@ -4,7 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "libsendw/sock.h"
-#include "tests/libsendw/peers.h"
+#include "tests/support/peers.h"
 
 namespace zelieml::test
 {

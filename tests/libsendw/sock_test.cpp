@@ -15,8 +15,8 @@
 #include <thread>
 #include <unistd.h>
 
-#include "tests/libsendw/peers.h"
 #include "tests/libsendw/surroundings.h"
+#include "tests/support/peers.h"
 
 namespace zelieml::test
 {

@@ -11,9 +11,9 @@
 #include <gtest/gtest.h>
 #include <string>
 
-#include "tests/libsendw/fake_hostname.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/fake_heap.h"
+#include "tests/support/fake_hostname.h"
 #include "tests/support/fake_resolver.h"
 #include "tests/support/files.h"
 #include "tests/support/scripted_server.h"

@@ -12,7 +12,7 @@
 
 #include "platform/crypto.h"
 #include "platform/notification.h"
-#include "tests/platform/notification_room.h"
+#include "tests/support/notification_room.h"
 
 namespace zelieml::test
 {

@@ -13,7 +13,7 @@
 #include "platform/notification.h"
 #include "support/gate.h"
 #include "tests/macos/fake/fake.h"
-#include "tests/platform/notification_room.h"
+#include "tests/support/notification_room.h"
 
 namespace zelieml::test
 {

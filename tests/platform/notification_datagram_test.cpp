@@ -18,7 +18,7 @@
 #include "platform/notification.h"
 #include "support/gate.h"
 #include "support/unique_fd.h"
-#include "tests/platform/notification_room.h"
+#include "tests/support/notification_room.h"
 
 namespace zelieml::test
 {

@@ -21,8 +21,8 @@
 #include <vector>
 
 #include "platform/notification.h"
-#include "tests/platform/notification_room.h"
 #include "tests/support/failing_new.h"
+#include "tests/support/notification_room.h"
 
 namespace
 {

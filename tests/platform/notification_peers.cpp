@@ -10,8 +10,8 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
-#include "tests/platform/notification_room.h"
 #include "tests/support/hex.h"
+#include "tests/support/notification_room.h"
 
 namespace zelieml::test
 {

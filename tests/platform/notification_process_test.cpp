@@ -17,7 +17,7 @@
 
 #include "platform/notification.h"
 #include "tests/platform/notification_peers.h"
-#include "tests/platform/notification_room.h"
+#include "tests/support/notification_room.h"
 
 namespace zelieml::test
 {

@@ -14,7 +14,7 @@
 
 #include "libnotifyw/libnotifyw.h"
 #include "support/gate.h"
-#include "tests/platform/notification_room.h"
+#include "tests/support/notification_room.h"
 
 namespace zelieml::test
 {

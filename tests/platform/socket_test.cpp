@@ -17,9 +17,9 @@
 #include <thread>
 
 #include "support/unique_fd.h"
-#include "tests/libsendw/peers.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/files.h"
+#include "tests/support/peers.h"
 
 namespace
 {

@@ -15,7 +15,7 @@
 
 #include "platform/sleep.h"
 #include "platform/socket.h"
-#include "tests/libsendw/peers.h"
+#include "tests/support/peers.h"
 
 namespace zelieml::test
 {

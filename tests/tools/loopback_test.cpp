@@ -10,7 +10,7 @@
 
 #include "tests/support/files.h"
 #include "tests/support/program.h"
-#include "tests/tools/scripted_client.h"
+#include "tests/support/scripted_client.h"
 
 namespace zelieml::test
 {

@@ -14,7 +14,7 @@
 
 #include "tests/support/files.h"
 #include "tests/support/mail_server.h"
-#include "tests/tools/scripted_client.h"
+#include "tests/support/scripted_client.h"
 
 namespace zelieml::test
 {

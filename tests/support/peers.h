@@ -3,8 +3,8 @@
 // For what a written conversation cannot say: bytes that are there before the client asks for
 // them, a server that stops reading, the exact bytes of a whole delivery.
 
-#ifndef ZELIEML_TESTS_LIBSENDW_PEERS_H
-#define ZELIEML_TESTS_LIBSENDW_PEERS_H
+#ifndef ZELIEML_TESTS_SUPPORT_PEERS_H
+#define ZELIEML_TESTS_SUPPORT_PEERS_H
 
 #include <atomic>
 #include <cstddef>

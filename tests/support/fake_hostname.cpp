@@ -1,4 +1,4 @@
-#include "tests/libsendw/fake_hostname.h"
+#include "tests/support/fake_hostname.h"
 
 #include <cerrno>
 #include <cstring>

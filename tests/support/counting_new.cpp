@@ -1,4 +1,4 @@
-#include "tests/engine/counting_new.h"
+#include "tests/support/counting_new.h"
 
 #include <atomic>
 #include <cstddef>

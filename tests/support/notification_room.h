@@ -3,8 +3,8 @@
 // The folder stands for the root of a machine of the test's own: /run, /tmp, and what processes
 // put there. Other processes of a test are notification_peers.
 
-#ifndef ZELIEML_TESTS_PLATFORM_NOTIFICATION_ROOM_H
-#define ZELIEML_TESTS_PLATFORM_NOTIFICATION_ROOM_H
+#ifndef ZELIEML_TESTS_SUPPORT_NOTIFICATION_ROOM_H
+#define ZELIEML_TESTS_SUPPORT_NOTIFICATION_ROOM_H
 
 #include <condition_variable>
 #include <functional>

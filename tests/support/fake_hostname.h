@@ -2,8 +2,8 @@
 //
 // fake_hostname.cpp defines the system's gethostname anew, for the whole program.
 
-#ifndef ZELIEML_TESTS_LIBSENDW_FAKE_HOSTNAME_H
-#define ZELIEML_TESTS_LIBSENDW_FAKE_HOSTNAME_H
+#ifndef ZELIEML_TESTS_SUPPORT_FAKE_HOSTNAME_H
+#define ZELIEML_TESTS_SUPPORT_FAKE_HOSTNAME_H
 
 #include <string>
 

@@ -1,4 +1,4 @@
-#include "tests/libsendw/peers.h"
+#include "tests/support/peers.h"
 
 #include <cerrno>
 #include <chrono>
@@ -103,6 +103,7 @@ closed_port::closed_port() : fd_(::socket(AF_INET, SOCK_STREAM, 0))
     if (!fd_) {
         fail("socket");
     }
+    ::fcntl(fd_.get(), F_SETFD, FD_CLOEXEC);
     number_ = bind_somewhere(fd_.get());
 }
 

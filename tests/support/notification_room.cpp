@@ -1,4 +1,4 @@
-#include "tests/platform/notification_room.h"
+#include "tests/support/notification_room.h"
 
 #include <algorithm>
 #include <chrono>

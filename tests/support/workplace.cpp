@@ -1,15 +1,11 @@
-#include "tests/engine/workplace.h"
+#include "tests/support/workplace.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <iterator>
-#include <netinet/in.h>
 #include <ostream>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <system_error>
 
 namespace zelieml::test
 {
@@ -46,19 +42,6 @@ strings workplace::messages() const
     strings names = list_directory(path_);
     names.erase(std::remove(names.begin(), names.end(), "zelismes.cf"), names.end());
     return names;
-}
-
-closed_port::closed_port() : fd_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0))
-{
-    sockaddr_in here     = {};
-    here.sin_family      = AF_INET;
-    here.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size       = sizeof here;
-    auto*     address    = reinterpret_cast<sockaddr*>(&here);
-    if (::bind(fd_.get(), address, size) != 0 || ::getsockname(fd_.get(), address, &size) != 0) {
-        throw std::system_error(errno, std::generic_category(), "bind");
-    }
-    number_ = ntohs(here.sin_port);
 }
 
 void* new_mail(std::string const& subject, std::string const& body)

@@ -1,4 +1,4 @@
-#include "tests/libcryptw/fake_crypto.h"
+#include "tests/support/fake_crypto.h"
 
 #include <atomic>
 

@@ -1,4 +1,4 @@
-#include "tests/tools/scripted_client.h"
+#include "tests/support/scripted_client.h"
 
 #include <arpa/inet.h>
 #include <cerrno>

@@ -2,8 +2,8 @@
 //
 // counting_new.cpp replaces operator new of the whole program.
 
-#ifndef ZELIEML_TESTS_ENGINE_COUNTING_NEW_H
-#define ZELIEML_TESTS_ENGINE_COUNTING_NEW_H
+#ifndef ZELIEML_TESTS_SUPPORT_COUNTING_NEW_H
+#define ZELIEML_TESTS_SUPPORT_COUNTING_NEW_H
 
 namespace zelieml::test
 {

@@ -1,7 +1,7 @@
 // workplace.h - what a test of whole engines needs around them
 
-#ifndef ZELIEML_TESTS_ENGINE_WORKPLACE_H
-#define ZELIEML_TESTS_ENGINE_WORKPLACE_H
+#ifndef ZELIEML_TESTS_SUPPORT_WORKPLACE_H
+#define ZELIEML_TESTS_SUPPORT_WORKPLACE_H
 
 #include <chrono>
 #include <condition_variable>
@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "support/unique_fd.h"
 #include "tests/support/files.h"
 #include "tests/support/mail_server.h"
+#include "tests/support/peers.h"
 #include "zelieml.h"
 
 namespace zelieml::test
@@ -52,19 +52,6 @@ public:
 private:
     temp_dir    dir_;
     std::string path_;
-};
-
-// A port of this machine on which nobody answers, now or while the object lives.
-class closed_port
-{
-public:
-    closed_port();
-
-    std::uint16_t number() const { return number_; }
-
-private:
-    unique_fd     fd_;  // bound, but not listening
-    std::uint16_t number_ = 0;
 };
 
 // A mail to anna@b.test, to be freed with eml_msg_destroy.

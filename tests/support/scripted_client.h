@@ -3,8 +3,8 @@
 // The transcripts of scripted_server.h read from the other side: the client sends what stands
 // behind C and compares what stands behind S, {any} included.
 
-#ifndef ZELIEML_TESTS_TOOLS_SCRIPTED_CLIENT_H
-#define ZELIEML_TESTS_TOOLS_SCRIPTED_CLIENT_H
+#ifndef ZELIEML_TESTS_SUPPORT_SCRIPTED_CLIENT_H
+#define ZELIEML_TESTS_SUPPORT_SCRIPTED_CLIENT_H
 
 #include <chrono>
 #include <cstdint>

@@ -2,8 +2,8 @@
 //
 // fake_crypto.cpp replaces platform/crypto.h with toys: they only tell pass phrases apart.
 
-#ifndef ZELIEML_TESTS_LIBCRYPTW_FAKE_CRYPTO_H
-#define ZELIEML_TESTS_LIBCRYPTW_FAKE_CRYPTO_H
+#ifndef ZELIEML_TESTS_SUPPORT_FAKE_CRYPTO_H
+#define ZELIEML_TESTS_SUPPORT_FAKE_CRYPTO_H
 
 namespace zelieml::test
 {
