@@ -1,29 +1,33 @@
 /*
  * zelieml.h - send short status mails from a C program
  *
- * A caller fills a message record (eml_msg_...) and posts it for a work directory: an engine
- * (eml_start) sends it and calls back with a result record (eml_cb_...), or eml_post_sync sends it
- * at once and returns the record. Servers, accounts and switches stand in the settings
- * file "zelismes.cf" of the work directory (eml_cf_...), passwords in encrypted form
- * (eml_encrypt_passwd).
+ * The interface has these parts:
  *
- * A server record (server_info_...) names an SMTP and a POP3 server directly. With it settings are
- * tried out before they are relied on (test_pop_auth, test_smtp_auth), and a mailbox is emptied
- * (eml_receive_...).
+ * - [messages]: fill a message record; save it to a file and load it.
+ * - [posting]: hand a message to an engine, or send it at once and wait for the result.
+ * - [the engine]: a thread that sends the messages of a work directory, tries a second time after
+ *   a failure, and reports each result to callbacks.
+ * - [result records]: a result code and the server's last reply.
+ * - [settings]: the file "zelismes.cf" of a work directory, with servers, accounts and switches.
+ * - [passwords and hashes]: encrypt passwords for the settings file.
+ * - [server records and login tests]: name an SMTP and a POP3 server, and try to log in.
+ * - [receiving]: empty a POP3 mailbox, and get sender and subject of its mails.
  *
  * Rules that hold for all calls, unless a function says otherwise:
  *
- * - Results are 0 for success and -1 for failure. Nothing is thrown; lack of memory is a failure
- *   like any other, unless a function says otherwise (eml_msg_save does, and posting).
- * - Handles are opaque void pointers. Each function that makes one has a function that frees it;
- *   freeing null is allowed. The caller owns every handle and every text that he is given.
- * - Texts end with a NUL and are copied: the caller may free his own right after the call, save
- *   those of a server record. Null where a text or a handle is wanted is a failure, never a crash.
- * - Texts that leave the library come whole or not at all: a getter fails, and leaves the buffer
- *   as it was, when the text and its NUL do not fit.
- * - Any thread may call any function. One record must not be used by two threads at once; an engine
- *   may: only its start and stop belong to one thread.
- * - Mail is sent over IPv4 without encryption of the connection.
+ * - Results are 0 for success and -1 for failure. Nothing is thrown. Lack of memory is a failure
+ *   like any other.
+ * - A null string, handle or output pointer is a failure where one is needed, never a crash.
+ * - Handles are opaque void pointers. The caller owns every handle and every string that a
+ *   function hands out, and frees it with the function named there. Freeing null is allowed.
+ * - Strings end with a NUL. The library copies the strings that it is given: the caller may free
+ *   them right after the call. Server records do not copy them, see server_info_set_pop.
+ * - Strings are never truncated. A getter fails and leaves the buffer unchanged if the string and
+ *   its NUL do not fit.
+ * - Sizes are in bytes.
+ * - Every function may be called on any thread. Two threads must not use the same record at the
+ *   same time. They may use the same engine, but only one of them may start and stop it.
+ * - Mail is sent and received over IPv4. The connections are not encrypted.
  */
 
 #ifndef ZELIEML_H
@@ -42,13 +46,13 @@ extern "C" {
 /* ------------------------------------------------------------------ messages */
 
 /*
- * How the text of a message is encoded. The library converts nothing: subject and body have to be
- * in this encoding already. Any other value counts as UTF-8.
+ * The encoding of the subject and the body of a message. The library does not convert them: the
+ * caller passes them in this encoding. Any other value counts as UTF-8.
  */
 typedef enum eml_encoding {
-    /* "UTF-8": body sent as Base64 */
+    /* "UTF-8": the body is sent as Base64 */
     eml_encoding_utf8 = 0,
-    /* "ISO-2022-JP": body sent as 7bit text */
+    /* "ISO-2022-JP": the body is sent as it is, 7bit */
     eml_encoding_iso2022jp = 1,
     eml_encoding_32_bits   = 0x7fffffff
 } eml_encoding;
@@ -58,40 +62,39 @@ typedef enum eml_encoding {
  *
  * msg  receives the record; free it with eml_msg_destroy
  *
- * All texts of a fresh record are empty, its encoding is UTF-8.
+ * All strings of the record are empty, its encoding is UTF-8.
  *
- * Returns 0, or -1 when msg is null or there is no memory.
+ * Returns 0. Returns -1 when msg is null or there is no memory; *msg is null then.
  */
 ZELIEML_API int eml_msg_create(void **msg);
 
 /*
  * eml_msg_destroy - free a message record
  *
- * msg  the record, or null. Posting copies a message into a file, so the record may be freed as
- *      soon as the posting function has returned.
+ * msg  the record, or null. It is not needed any more once a posting function has returned, which
+ *      has copied the message into a file.
  *
  * Returns 0.
  */
 ZELIEML_API int eml_msg_destroy(void *msg);
 
 /*
- * eml_msg_set_from, _to, _cc, _subject, _replyto, _messageid - replace a text of the message
+ * eml_msg_set_from, _to, _cc, _subject, _replyto, _messageid - set a header of the message
  *
- * msg   the record
- * text  stored as it is, without any check; copied
+ * msg      the record
+ * from     the From header; it is used for nothing else
+ * to, cc   addresses, separated by commas; spaces are removed. Both get the mail. An empty cc means
+ *          that there is no Cc header.
+ * subject  the subject, in the encoding of the message
+ * replyto  the Reply-To header, and the envelope sender: replies and bounces go to this address.
+ *          Empty means the null sender "<>".
+ * id       the Message-Id header, sent as it is; empty means that there is none
  *
- *   from       goes into the From header only
- *   to, cc     addresses separated by commas; blanks are removed from each. Both get the mail; an
- *              empty cc means that there is none.
- *   subject    in the encoding of the message
- *   replyto    goes into the Reply-To header, and is the sender that the server is told: replies
- *              and bounces go there. Empty means the null sender.
- *   messageid  the Message-Id header, written as given; empty means that there is none
+ * Each replaces the string that was set before. The strings are stored without any check. Do not
+ * pass line breaks: in the message file a line break ends the header, and what follows it is read
+ * back as another line.
  *
- * A line break in any of these ends the line in the message file, and what follows it is read back
- * as another line: keep line breaks out.
- *
- * Returns 0. Returns -1, leaving the record as it was, when an argument is null or there is no
+ * Returns 0. Returns -1, leaving the record unchanged, when an argument is null or there is no
  * memory.
  */
 ZELIEML_API int eml_msg_set_from(void *msg, const char *from);
@@ -102,17 +105,21 @@ ZELIEML_API int eml_msg_set_replyto(void *msg, const char *replyto);
 ZELIEML_API int eml_msg_set_messageid(void *msg, const char *id);
 
 /*
- * eml_msg_set_body - replace the body of the message
+ * eml_msg_set_body - set the body of the message
  *
  * msg   the record
- * body  the text, under 1 GiB; its lines may end in LF, CR or CR LF and are stored with CR LF.
- *       (A body that consists of nothing but lone line breaks is stored as it is.)
+ * body  the body, less than 1 GiB, in the encoding of the message. Its lines may end in LF, CR or
+ *       CR LF; they are stored with CR LF. A body of nothing but lone LFs or CRs is stored as it
+ *       is, and so is one that there is no memory to convert.
  *
- * In the message file the body follows the header lines, and a body line that begins with one of
- * the keys below ("to: ", say) is read back as that header, not as body. Empty lines at the start
- * of a body are lost there too.
+ * Every message is sent from its file, where the body follows the headers. Two things are not read
+ * back from there as they were written:
  *
- * Returns 0. Returns -1, leaving the record as it was, when an argument is null, the text is too
+ * - A line that begins with the key of a header ("to: ", for example; see KeyFrom) is taken as that
+ *   header, and is missing from the body.
+ * - Empty lines at the start of the body are lost.
+ *
+ * Returns 0. Returns -1, leaving the record unchanged, when an argument is null, the body is too
  * long, or there is no memory.
  */
 ZELIEML_API int eml_msg_set_body(void *msg, const char *body);
@@ -120,22 +127,25 @@ ZELIEML_API int eml_msg_set_body(void *msg, const char *body);
 /*
  * eml_msg_set_encoding - say how subject and body are encoded
  *
- * Returns 0, or -1 when msg is null.
+ * msg  the record
+ * enc  the encoding
+ *
+ * Returns 0. Returns -1, leaving the record unchanged, when msg is null or there is no memory.
  */
 ZELIEML_API int eml_msg_set_encoding(void *msg, eml_encoding enc);
 
 /*
- * eml_msg_get_from, _to, _cc, _subject, _replyto, _encoding, _body, _messageid - copy a text of
+ * eml_msg_get_from, _to, _cc, _subject, _replyto, _encoding, _body, _messageid - copy a string of
  * the message
  *
  * msg   the record
- * buf   receives the text and its NUL
+ * buf   receives the string and its NUL
  * size  bytes at buf, the NUL included
  *
- * The encoding comes as the text "UTF-8" or "ISO-2022-JP", or as whatever stood in a loaded file.
+ * eml_msg_get_encoding gives "UTF-8" or "ISO-2022-JP", or whatever a loaded file says.
  *
- * Returns 0. Returns -1, leaving buf as it was, when an argument is null or the text and its NUL
- * do not fit. There is no way to ask for the length: try again with a larger buffer.
+ * Returns 0. Returns -1, leaving buf unchanged, when an argument is null or the string and its NUL
+ * do not fit. The length cannot be asked for: try again with a larger buffer.
  */
 ZELIEML_API int eml_msg_get_from(void *msg, char *buf, int size);
 ZELIEML_API int eml_msg_get_to(void *msg, char *buf, int size);
@@ -147,36 +157,37 @@ ZELIEML_API int eml_msg_get_body(void *msg, char *buf, int size);
 ZELIEML_API int eml_msg_get_messageid(void *msg, char *buf, int size);
 
 /*
- * eml_msg_save - write a message to a file
+ * eml_msg_save - save a message to a file
  *
  * msg   the record
- * path  the file; created (mode 0666 less the umask) or overwritten
- *
- * Each line takes a buffer of its own. A line for which there is no memory is left out, and that is
- * no failure.
+ * path  the file; created (mode 0666 minus the umask) or overwritten. See docs/FORMATS.md for its
+ *       format.
  *
  * Returns 0. Returns -1 when an argument is null, or the file cannot be opened or not be written
- * to its end; what was written by then stays in the file.
+ * completely; what was written by then stays in the file.
+ *
+ * Lack of memory is not reported: each line is written through a buffer of its own, and a line for
+ * which there is none is missing from the file.
  */
 ZELIEML_API int eml_msg_save(void *msg, const char *path);
 
 /*
- * eml_msg_load - make a record from a message file
+ * eml_msg_load - make a message record from a message file
  *
  * msg   receives the record; free it with eml_msg_destroy
  * path  the file
  *
  * Returns 0. Returns -1 when an argument is null, there is no memory, or the file cannot be read or
- * is no regular file. A record has been made even then, unless msg is null or memory was lacking:
- * set *msg to null before the call, and free it after the call whatever the result.
+ * is not a regular file. *msg can hold a record even then: set it to null before the call, and free
+ * it after the call whatever the result.
  */
 ZELIEML_API int eml_msg_load(void **msg, const char *path);
 
 /*
- * The keys that begin the header lines of a message file, each with the blank that belongs to it,
- * and the line ends: "\n" after each line of the file, "\r\n" between the body lines of a record.
- * For programs that write or read message files themselves. The library uses these very pointers:
- * do not change them.
+ * The keys of the headers in a message file, and the line ends. Each key includes the space that
+ * belongs to it: KeyTo is "to: ". ValCharLf, "\n", ends each line of the file; ValCharCrLf, "\r\n",
+ * separates the body lines of a record. They are for programs that write or read message files
+ * themselves, see docs/FORMATS.md. The library uses these very pointers: do not change them.
  */
 ZELIEML_API extern const char *KeyFrom;
 ZELIEML_API extern const char *KeyTo;
@@ -191,33 +202,36 @@ ZELIEML_API extern const char *ValCharCrLf;
 /* ------------------------------------------------------------------- posting */
 
 /*
- * Posting writes a message into the work directory of an engine and tells the engine by a
- * notification that carries its stock symbol. The engine may run in this process or in another, of
- * the same user or, where the system allows it, of a different one. See the engine below for what
- * becomes of the message.
- *
- * A message is saved as by eml_msg_save, and a subject or a body that there is no memory to encode
- * is sent as an empty text: lack of memory can cost a part of a mail unnoticed.
+ * eml_post, eml_post_sys and eml_post_message_file hand a message to an engine: a file in its work
+ * directory, and a notification with its stock symbol that names the file. The engine sends the
+ * mail later, see [the engine]. It may run in this process or in another one, of the same user or,
+ * where the system allows it, of a different user (see docs/ENGINE.md). eml_post_sync sends the
+ * mail itself and needs no engine.
  *
  * Functions without _with_stocksymbol use the stock symbol "zelieml_stocksymbol".
+ *
+ * Lack of memory can cost a part of a mail without any failure: a line that is not saved, see
+ * eml_msg_save, is missing, and a subject or a body that cannot be encoded is sent empty.
  */
 
 /*
  * eml_post, eml_post_with_stocksymbol - post a message to an engine
  *
- * workdir       the engine's work directory, without a separator at its end
- * stock_symbol  the engine's stock symbol, not empty
- * msg           the message; stays the caller's, and may be freed right away
+ * workdir       the engine's work directory, without a separator at its end. 218 bytes always fit.
+ * stock_symbol  the engine's stock symbol; with an empty one no engine is notified
+ * msg           the message; stays the caller's, and may be freed right after the call
  *
- * The message is written to a file in the work directory
- * ("<workdir>/<time>-<microseconds>-<process id>.sme", 254 bytes at most); should that name be
- * taken, to one beside the directory, where only the notification tells of it. Nothing waits for
- * the sending; an engine that is stopped by a debugger or a signal can cost half a second.
+ * Saves the message as "<workdir>/<time>-<microseconds>-<process id>.sme", which must not exceed
+ * 254 bytes, and notifies the engine. If that file exists already, the message is saved beside the
+ * work directory instead, where an engine that misses the notification does not find it.
  *
- * Returns 0 when the message is saved. That does not say that an engine has heard of it: when none
- * has, an engine that runs for this directory finds the file within half an hour, but one that is
- * started later deletes it unsent. Returns -1 when an argument is null or the message could not be
- * saved; a part of it may then be left in the work directory.
+ * Does not wait until the mail is sent. An engine that is stopped by a debugger or a signal can
+ * delay the call by half a second.
+ *
+ * Returns 0 when the message is saved, whether an engine was notified or not. If none was, an
+ * engine that runs for this directory finds the file within half an hour, but one that is started
+ * later deletes it unsent. Returns -1 when an argument is null or the message could not be saved; a
+ * part of it may then be left in the work directory.
  */
 ZELIEML_API int eml_post(const char *workdir, void *msg);
 ZELIEML_API int eml_post_with_stocksymbol(const char *workdir, const char *stock_symbol, void *msg);
@@ -233,92 +247,102 @@ ZELIEML_API int eml_post_with_stocksymbol(const char *workdir, const char *stock
 ZELIEML_API int eml_post_sys(void *eml, void *msg);
 
 /*
- * eml_post_message_file, eml_post_message_file_with_stocksymbol - announce a message file that
- * exists
+ * eml_post_message_file, eml_post_message_file_with_stocksymbol - post an existing message file
  *
- * fullpath      full path of the file, at most 399 bytes (a longer one is not taken up). The engine
- *               reads and sends it from there and deletes it like any other.
+ * fullpath      absolute path of the file, 399 bytes at most: the engine ignores a longer one. The
+ *               engine reads the file where it is, and deletes it like any other message file.
  * stock_symbol  the engine's stock symbol
  *
- * Returns 0, whether an engine has heard of it or not. Returns -1 when an argument is null or the
- * stock symbol is empty.
+ * Notifies the engine and does not look at the file.
+ *
+ * Returns 0, whether an engine was notified or not. Returns -1 when an argument is null, the stock
+ * symbol is empty, or there is no memory.
  */
 ZELIEML_API int eml_post_message_file(const char *fullpath);
 ZELIEML_API int eml_post_message_file_with_stocksymbol(const char *fullpath,
                                                        const char *stock_symbol);
 
 /*
- * eml_post_sync - send a message now, on the caller's thread
+ * eml_post_sync - send a message now and wait for the result
  *
- * workdir  the work directory, without a separator at its end. The message is written to a file
- *          there first ("<workdir>/<time>-<microseconds>-<process id>.sme", 254 bytes at most),
- *          and the settings file "zelismes.cf" is read from there.
+ * workdir  the work directory, without a separator at its end. The settings are read from its file
+ *          "zelismes.cf".
  * msg      the message; stays the caller's
  * result   receives the result record; free it with eml_cb_delete. Null when there was no memory
  *          for a record.
  *
- * Connects, logs in where the settings say so, hands the mail to the server and waits for its
- * answers. The message file is deleted afterwards, sent or not. No engine has to run, and no
- * callback is called. A thread that is cancelled while it waits leaves the file behind.
+ * Saves the message to a file as eml_post does, connects to the server, logs in if the settings say
+ * so, hands over the mail and waits for the server's replies. The file is deleted afterwards,
+ * whether the mail was sent or not. No engine is needed, and no callback is called. If the thread
+ * is cancelled while it waits, the file stays.
  *
- * How long it takes is up to the server: connecting is given up after 30 s, an answer after 15 s
- * without a byte. There is no limit for a server that trickles bytes, does not read what is sent to
- * it, or never closes the connection after the last answer. Looking up the server's name takes as
- * long as the system's resolver does, and "pop_wait_time" is waited for as set.
+ * Runs on the caller's thread, and the server decides how long: use a thread that can wait.
+ * Connecting is given up after 30 s, a reply after 15 s without a byte. There is no limit with a
+ * server that trickles bytes, does not read what it is sent, or does not close the connection at
+ * the end. Looking up the server's name takes as long as the system's resolver does, and the
+ * setting "pop_wait_time" is waited for in full.
  *
- * Returns 0 when the server has taken the mail and said goodbye; the record then has the code
- * eml_send_ok. Returns -1 otherwise, with a record that says why: eml_send_error_other and an
- * empty text when the message could not even be saved (a part of it may have been left behind in
- * the work directory if the disk is full), else a code by the step that failed and the server's
- * last answer. Returns -1 without a record when result is null.
+ * Returns 0 when the server has taken the mail and confirmed the end of the session; the code of
+ * the record is then eml_send_ok. Otherwise returns -1, and the record says why:
  *
- * A server that takes the mail but not the closing command makes this a failure all the same: the
- * code alone does not say that nothing was delivered.
+ * - A code that depends on the step that failed, and the server's last reply.
+ * - eml_send_error_other and an empty string when the message could not be saved. A part of it may
+ *   be left in the work directory if the disk is full.
+ * - No record when result is null.
+ *
+ * -1 does not mean that nothing was delivered: a server can take the mail and refuse only the end
+ * of the session.
  */
 ZELIEML_API int eml_post_sync(const char *workdir, void *msg, void **result);
 
 /* ---------------------------------------------------------------- the engine */
 
 /*
- * An engine has a worker thread that sends the messages of one work directory. It is addressed by
- * its stock symbol. Several engines, each with a work directory and a stock symbol of its own, can
- * run in one process or in several.
+ * An engine is a worker thread that sends the messages of one work directory. Other threads and
+ * processes reach it by its stock symbol, see [posting]. A process can run several engines. Give
+ * each engine a work directory and a stock symbol of its own.
  *
  * What becomes of a message:
  *
- * - Starting an engine deletes every message file that lies in its work directory from before:
- *   messages posted while no engine runs are lost when the next one starts.
- * - A posted message is tried within about a second. When that fails, it is tried once more, half
- *   an hour to forty minutes after it was posted. When that fails too, its file is deleted.
- * - An engine keeps 500 messages waiting. One more pushes out, and deletes, the oldest.
- * - Each attempt, good or bad, is reported to the callbacks. A message pushed out is not reported,
- *   unless its attempt was due already: that fails then, for want of the file.
- * - A file that is announced again after it was sent is tried, and reported as failed, twice.
- * - Stopping an engine finishes the attempt it is in and leaves the other files where they are.
+ * - Starting an engine deletes every message file that is in its work directory, unsent. What was
+ *   posted while no engine ran is lost then: start the engine first.
+ * - A posted message is tried within about a second. If that fails, it is tried once more, 30 to 40
+ *   minutes after it was posted. If that fails too, its file is deleted.
+ * - At most 500 messages wait. For one more, the engine deletes the oldest.
+ * - The result of each attempt is reported to the callbacks, see eml_set_callback. A message that
+ *   was deleted to make room is not reported, unless its attempt was already due: that attempt
+ *   fails, because the file is missing.
+ * - A file that is posted again after it was sent makes two failed attempts, and both are reported.
+ * - Stopping an engine completes the attempt in progress and leaves all other files where they are.
+ *   The next start deletes them.
+ *
+ * See docs/ENGINE.md for daemons, main loops, posting between users, and known limits.
  */
 
 /*
  * eml_start, eml_start_with_stocksymbol - start an engine
  *
- * workdir       the work directory, under 256 bytes, without a separator at its end. Message files
- *               that lie in it are deleted.
+ * workdir       the work directory, less than 256 bytes, without a separator at its end. ALL
+ *               MESSAGE FILES IN IT ARE DELETED. It is not checked whether the directory exists.
  * stock_symbol  1 to 254 bytes; "zelieml_stocksymbol" for eml_start
- * eml           receives the engine; give it back with eml_stop or eml_stop_multi
+ * eml           receives the engine; stop and free it with eml_stop or eml_stop_multi
  *
- * The worker thread, and the thread that hears notifications where there is one, have all signals
- * blocked. On macOS notifications arrive through the run loop of the process's main thread,
- * whichever thread called this.
+ * Threads: the worker thread, and the thread that receives notifications if there is one, block all
+ * signals. On macOS notifications arrive through the run loop of the process's main thread,
+ * whichever thread makes this call; that run loop has to run. If the calling thread is cancelled
+ * during the call, that takes effect afterwards, when the engine runs.
  *
- * A thread that is cancelled meanwhile ends afterwards, the engine running.
+ * fork(): in a child process no engine runs. With an inherited engine a child may only post, or
+ * stop it, which merely frees memory; anything else, such as changing its callbacks, can hang. It
+ * may start an engine of its own. On macOS it may neither start an engine nor send before it calls
+ * exec, and what it posts is found only at the engine's half-hourly look. If a callback forks and
+ * then returns in the child, the child ends there with exit status 0: end it with _exit instead.
  *
- * A child made by fork() has no running engine. It may post, stop its copy of the engine, which
- * only frees memory, and start an engine of its own; it must do nothing else with an inherited one,
- * such as changing its callbacks. A child that a callback forked, and in which that callback
- * returns, ends there with exit status 0.
- *
- * Returns 0 when the engine runs: a message posted from then on is sent. Returns -1, leaving *eml
- * as it was and nothing running, when an argument is null, a name is empty or too long, or the
- * system has no thread or no place for the notifications to give.
+ * Returns 0 when the engine runs: a message that is posted from then on is sent. Returns -1,
+ * leaving *eml unchanged and nothing running, when an argument is null, the stock symbol is empty,
+ * workdir or stock symbol is too long, there is no memory for the engine, or the system provides no
+ * thread or no place for the notifications. Lack of memory for the engine's queue alone is not
+ * reported: the call returns 0, and the engine sends nothing.
  */
 ZELIEML_API int eml_start(const char *workdir, void **eml);
 ZELIEML_API int eml_start_with_stocksymbol(const char *workdir, const char *stock_symbol,
@@ -327,93 +351,111 @@ ZELIEML_API int eml_start_with_stocksymbol(const char *workdir, const char *stoc
 /*
  * eml_stop - stop an engine and free it
  *
- * eml  the engine; dangling afterwards
+ * eml  the engine; the handle is invalid afterwards. Only one thread may stop an engine, and only
+ *      once.
  *
- * Waits for the send in progress. From one of the engine's own callbacks it does not wait: the
- * worker ends by itself after the attempt that it is reporting. It still runs the library's code
- * then, so a program that stopped an engine like that must not unload the library.
+ * Waits for the attempt in progress; see eml_post_sync for how long that can take. If the calling
+ * thread is cancelled meanwhile, that takes effect afterwards, when the engine is stopped.
  *
- * A thread that is cancelled meanwhile ends afterwards, the engine stopped: it waits as long for
- * the send in progress.
+ * In a callback of this engine it does not wait: the worker thread ends by itself after the attempt
+ * that is being reported. It still runs code of the library until then, and nothing tells when it
+ * has ended. A program that stops an engine in a callback must not unload the library.
  *
- * Returns 0, or -1 for null. On one engine, one thread only.
+ * Returns 0, or -1 for null.
  */
 ZELIEML_API int eml_stop(void *eml);
 
 /*
  * eml_stop_multi - stop an engine that several paths of a program may want to stop
  *
- * eml  points at the handle, which becomes null
+ * eml  points to the handle, which is set to null
  *
- * Stops and frees as eml_stop does. Does nothing when the handle is null already, or while another
- * call is in progress, for this engine or any other: that call is not waited for. It turns away a
- * nested call; it is no lock between threads.
+ * Stops and frees the engine as eml_stop does. Does nothing if the handle is null. Does nothing
+ * either while another call of eml_stop_multi is in progress in this process, for this engine or
+ * any other: it leaves the handle as it is and does not wait. This turns away nested calls; it is
+ * not a lock between threads.
  *
- * Returns 0.
+ * Returns 0 in all cases.
  */
 ZELIEML_API int eml_stop_multi(void **eml);
 
 /*
- * eml_set_callback - have a procedure called after every attempt of an engine
+ * eml_set_callback - register a callback for the results of an engine
  *
  * eml   the engine
- * proc  called on the engine's worker thread with a result record and user; what it returns is not
- *       looked at. The record dies when it returns: keep a copy made with eml_cb_duplicate and
- *       free that with eml_cb_delete. While it runs, nothing else is sent.
- * user  handed back unchanged
+ * proc  the callback; what it returns is ignored
+ * user  passed to the callback unchanged; what it points to stays the caller's
  *
- * Procedures are called in the order in which they were registered. One that is registered already
- * stays as it is, with its old user. A procedure may register and remove procedures; that takes
- * effect for the next attempt. Register before posting and remove after stopping.
+ * After each attempt the engine calls proc on its worker thread with a result record and user. The
+ * record is valid until the callback returns: keep a copy that is made with eml_cb_duplicate. While
+ * a callback runs, nothing is sent. An attempt is not reported if there is no memory for its
+ * record.
+ *
+ * Callbacks are called in the order in which they were registered. One that is registered already
+ * keeps its place and its first user. A callback may register and remove callbacks; that takes
+ * effect with the next attempt.
+ *
+ * Register before anything is posted. There is no need to remove a callback before eml_stop, and
+ * afterwards the engine does not exist any more. What user points to is needed until eml_stop has
+ * returned or, when a callback stops the engine, until the callback has returned.
  *
  * Returns 0, or -1 when eml or proc is null or there is no memory.
  */
 ZELIEML_API int eml_set_callback(void *eml, int (*proc)(void *result, void *user), void *user);
 
 /*
- * eml_reset_callback - remove a procedure
+ * eml_reset_callback - remove a callback from an engine
  *
- * Returns 0, also when it was not registered; -1 when eml or proc is null or there is no memory.
- * An attempt that is being reported right now may still call it.
+ * eml   the engine
+ * proc  the callback
+ *
+ * An attempt that is being reported at this moment may still call it.
+ *
+ * Returns 0, also when the callback was not registered. Returns -1 when eml or proc is null or
+ * there is no memory.
  */
 ZELIEML_API int eml_reset_callback(void *eml, int (*proc)(void *result, void *user));
 
 /* ------------------------------------------------------------ result records */
 
 /*
- * How sending ended.
+ * How a sending attempt or a login test ended. The step that failed decides. A step fails if the
+ * server refuses it or does not answer, or if the connection is lost.
  */
 typedef enum eml_send_e {
+    /* the server accepted everything */
     eml_send_ok = 0,
-    /* message not saved or refused, settings for POP3 missing */
+    /* message not saved, not readable or not accepted; POP3 settings missing; POP3 QUIT failed; no
+       memory */
     eml_send_error_other = 1,
-    /* server not named, not reached, or lost; HELO or QUIT refused */
+    /* SMTP server not in the settings; server not found or not reached; no greeting; HELO or SMTP
+       QUIT failed */
     eml_send_error_connection = 2,
-    /* user, password or way of logging in refused */
+    /* EHLO or login failed (user, password, way of logging in); no SMTP account in the settings */
     eml_send_error_auth = 3,
     eml_send_32_bits    = 0x7fffffff
 } eml_send_e;
 
 /*
- * eml_cb_get_code - read the code of a result record
+ * eml_cb_get_code - get the code of a result record
  *
  * cb    the record
  * code  receives the code
  *
- * Returns 0. Returns -1, leaving *code as it was, when an argument is null.
+ * Returns 0. Returns -1, leaving *code unchanged, when an argument is null.
  */
 ZELIEML_API int eml_cb_get_code(void *cb, eml_send_e *code);
 
 /*
- * eml_cb_get_message - copy the text of a result record
+ * eml_cb_get_message - copy the server's last reply from a result record
  *
  * cb    the record
- * buf   receives the text and its terminating NUL: the server's last answer, all its lines with
- *       their CR LF, or an empty text when there was none
+ * buf   receives the reply and its NUL: all its lines with their CR LF, or an empty string if there
+ *       was no reply
  * size  bytes at buf, the NUL included
  *
- * Returns 0. Returns -1, leaving buf as it was, when an argument is null or the text and its NUL
- * do not fit: nothing is ever cut short.
+ * Returns 0. Returns -1, leaving buf unchanged, when an argument is null or the reply and its NUL
+ * do not fit. The length cannot be asked for: try again with a larger buffer.
  */
 ZELIEML_API int eml_cb_get_message(void *cb, char *buf, int size);
 
@@ -421,16 +463,17 @@ ZELIEML_API int eml_cb_get_message(void *cb, char *buf, int size);
  * eml_cb_duplicate - copy a result record
  *
  * cb    the record; stays as it is
- * copy  receives a record of its own; free it with eml_cb_delete
+ * copy  receives the copy; free it with eml_cb_delete
  *
- * Returns 0. Returns -1 when an argument is null or there is no memory.
+ * Returns 0. Returns -1, leaving *copy unchanged, when an argument is null or there is no memory.
  */
 ZELIEML_API int eml_cb_duplicate(void *cb, void **copy);
 
 /*
  * eml_cb_delete - free a result record
  *
- * cb  the record, or null
+ * cb  a record from eml_post_sync or eml_cb_duplicate, or null. The engine frees the record that it
+ *     passes to a callback.
  *
  * Returns 0.
  */
@@ -439,21 +482,28 @@ ZELIEML_API int eml_cb_delete(void *cb);
 /* ------------------------------------------------------------------ settings */
 
 /*
+ * The settings file of a work directory is "<workdir>/zelismes.cf". See docs/FORMATS.md for its
+ * keys and values, and eml_encrypt_passwd for the passwords in it.
+ */
+
+/*
  * eml_cf_get_string - read one value of a settings file
  *
- * key     the key; matched anywhere in a line, and the first line that contains it counts: asking
- *         for "smtp_auth" finds a line "smtp_auth_type = ..." that stands above it
- * val     receives the value and its NUL. All *length bytes of it are overwritten, and also when
- *         the line is found but has no value that fits.
- * length  in: bytes at val; a value of v characters needs v + 2. Out: characters in the value; 0
- *         on failure (unchanged when the line has no "=", or for want of memory).
- * path    the settings file, "<workdir>/zelismes.cf"
+ * key     the key. It is found anywhere in a line, and the first line that contains it counts: if
+ *         "smtp_auth_type = auto" comes before "smtp_auth = yes", the value of "smtp_auth" is read
+ *         as "auto". Write the shorter key first.
+ * val     receives the value and its NUL. Once a line with the key is found, all *length bytes are
+ *         overwritten, even if the call fails.
+ * length  in: bytes at val; a value of v characters needs v + 2. Out: characters in the value, or 0
+ *         on failure; unchanged if the line has no "=" or there is no memory.
+ * path    the settings file
  *
- * Takes no lock that would keep a writer out: while another thread or process sets a value, a
- * read can fail.
+ * Nothing keeps writers out: the call can fail while another thread or process sets a value. Try
+ * again then.
  *
- * Returns 0. Returns -1 when an argument is null, the file cannot be read or is no regular file, no
- * line contains the key, its line has no "=", or the value does not fit.
+ * Returns 0. Returns -1 when an argument is null, the file cannot be read or is not a regular file,
+ * no line contains the key, the line has no "=", the value does not fit, or there is no memory.
+ * Reading ends at a line of more than 1023 bytes.
  */
 ZELIEML_API int eml_cf_get_string(const char *key, char *val, unsigned int *length,
                                   const char *path);
@@ -461,21 +511,23 @@ ZELIEML_API int eml_cf_get_string(const char *key, char *val, unsigned int *leng
 /*
  * eml_cf_set_string - set one value in a settings file
  *
- * key   the key; not empty, no "#" at its beginning, no "=" and no line breaks. Every line that
- *       contains it anywhere, comments excepted, is replaced: setting "smtp_auth" in a file that
- *       has "smtp_auth_type" overwrites that line as well. Set the shorter keys first.
- * val   the value; no line breaks, and "<key> = <val>" at most 1022 bytes. Blanks at its beginning
- *       are not read back.
- * path  the settings file; created when it does not exist
+ * key   the key: not empty, no "#" at its beginning, no "=" and no line breaks. Every line that
+ *       contains it anywhere is replaced, except comments: setting "smtp_auth" also overwrites
+ *       "smtp_auth_type". Set the shorter key first.
+ * val   the value: no line breaks, and "<key> = <val>" is 1022 bytes at most. Spaces and tabs at
+ *       its beginning are lost when it is read.
+ * path  the settings file; created if it does not exist
  *
- * The file is written anew beside the old one as "<path>.tmp", which then takes its place and its
- * permission bits. "<path>.bak" is deleted if it exists. Two writers at once, on threads or in
- * processes, can fail or lose settings, all of them at worst: allow one writer at a time.
+ * The new settings are written to "<path>.tmp", which gets the permission bits of the old file and
+ * then takes its place. "<path>.bak" is deleted if it exists.
  *
- * Returns 0. Returns -1 when an argument is null or not fit for a line, when the file has a line
- * of over 1023 bytes or is no regular file, or when a file cannot be read, written, removed or
- * renamed. The settings file is then as it was (an empty one may have been made where there was
- * none), unless only the very last step, the renaming, failed: then the settings are in
+ * Allow only one writer at a time. Two writers, on threads or in processes, can fail, or lose
+ * settings, in the worst case all of them.
+ *
+ * Returns 0. Returns -1 when an argument is null, key or val is not allowed, the file has a line of
+ * more than 1023 bytes or is not a regular file, a file cannot be read, written, removed or
+ * renamed, or there is no memory. The settings file is then unchanged (if there was none, an empty
+ * one may be there), unless the very last step failed, the renaming: then the settings are in
  * "<path>.tmp".
  */
 ZELIEML_API int eml_cf_set_string(const char *key, const char *val, const char *path);
@@ -483,36 +535,42 @@ ZELIEML_API int eml_cf_set_string(const char *key, const char *val, const char *
 /* ------------------------------------------------------- passwords and hashes */
 
 /*
- * eml_encrypt_passwd - make the form in which a password stands in the settings file
+ * eml_encrypt_passwd, eml_encrypt_free_passwd - encrypt a password for the settings file
  *
- * password  the password, at least one byte
+ * password  the password in clear text, at least one byte
+ * text      the result, to be freed; or null
  *
- * Returns upper-case hex digits, two for each byte of the password, to be freed with
- * eml_encrypt_free_passwd; null for an empty password, for null, and when there is no memory.
+ * The key is part of the library: the password cannot be read over a shoulder, but anybody who has
+ * the file and the library can decrypt it. Protect the settings file by its permissions.
  *
- * The key is part of the library: this keeps a password from being read over a shoulder, not from
- * somebody who has the file and the library. Protect the settings file by its permissions.
+ * Returns upper-case hex digits, two for each byte of the password; free them with
+ * eml_encrypt_free_passwd. Returns null when the password is null or empty, or there is no memory.
  */
 ZELIEML_API unsigned char *eml_encrypt_passwd(unsigned char *password);
 ZELIEML_API void           eml_encrypt_free_passwd(unsigned char *text);
 
 /*
- * eml_decrypt_passwd - the way back
+ * eml_decrypt_passwd, eml_decrypt_free_passwd - decrypt a password
  *
- * text  what eml_encrypt_passwd returned
+ * text  what eml_encrypt_passwd returned; for eml_decrypt_free_passwd the result, to be freed, or
+ *       null
  *
- * Returns the password, to be freed with eml_decrypt_free_passwd; null for null, for an odd number
- * of digits, and when there is no memory. Characters that are no hex digits count as 0: what comes
- * out then is not a password.
+ * Returns the password in clear text; free it with eml_decrypt_free_passwd. Returns null when text
+ * is null or has an odd number of digits, or there is no memory. Characters that are not hex digits
+ * count as 0: the result is then not the password, and no failure is reported.
  */
 ZELIEML_API unsigned char *eml_decrypt_passwd(unsigned char *text);
 ZELIEML_API void           eml_decrypt_free_passwd(unsigned char *text);
 
 /*
- * eml_hash_hexstr - the MD5 digest (RFC 1321) of a text
+ * eml_hash_hexstr, eml_hash_free_hexstr - the MD5 digest (RFC 1321) of a string
  *
- * Returns 32 upper-case hex digits, to be freed with eml_hash_free_hexstr; null for null and when
- * there is no memory. A fingerprint for telling texts apart, not a protection.
+ * text  the string; for eml_hash_free_hexstr the result, to be freed, or null
+ *
+ * A fingerprint to tell strings apart. It protects nothing.
+ *
+ * Returns 32 upper-case hex digits; free them with eml_hash_free_hexstr. Returns null when text is
+ * null or there is no memory.
  */
 ZELIEML_API unsigned char *eml_hash_hexstr(const char *text);
 ZELIEML_API void           eml_hash_free_hexstr(unsigned char *text);
@@ -524,113 +582,129 @@ ZELIEML_API void           eml_hash_free_hexstr(unsigned char *text);
  *
  * server  receives the record; free it with server_info_destroy
  *
- * The record names no servers: set what a call needs before the call. Without it the call fails.
+ * The record names no servers yet. Call server_info_set_pop or server_info_set_smtp, or both,
+ * before a call that needs them: without it that call fails.
  *
- * Returns 0, or -1 when server is null or there is no memory.
+ * Returns 0. Returns -1, leaving *server unchanged, when server is null or there is no memory.
  */
 ZELIEML_API int server_info_create(void **server);
 
 /*
  * server_info_destroy - free a server record
  *
- * server  the record, or null. The texts it points at stay the caller's.
+ * server  the record, or null. The strings that it points to stay the caller's.
  *
  * Returns 0.
  */
 ZELIEML_API int server_info_destroy(void *server);
 
 /*
- * server_info_set_pop - name the POP3 server, for test_pop_auth, test_smtp_auth with POP before
- * SMTP, and eml_receive_mails
+ * server_info_set_pop - set the POP3 server of a server record
  *
- * THE TEXTS ARE NOT COPIED. The record keeps these pointers: every text has to stay alive and
- * unchanged until the last call with the record has returned.
+ * THE STRINGS ARE NOT COPIED. The record keeps the pointers: leave every string valid and unchanged
+ * until the last call with the record has returned.
  *
  * server     the record
  * host       host name or dotted IPv4 address
  * user       the account
- * password   in clear text
- * auth_type  "pop" for USER and PASS, "apop" for APOP, in lower case. Use no other text: the tests
- *            take it for "apop", receiving takes it for "pop".
+ * password   the password in clear text
+ * auth_type  "pop" for USER and PASS, "apop" for APOP, both in lower case. Pass nothing else: the
+ *            login tests take any other string as "apop", eml_receive_mails takes it as "pop".
  * port       usually 110
- * wait_ms    milliseconds to wait between a login for POP before SMTP and the SMTP session; none
- *            when negative
+ * wait_ms    milliseconds that test_smtp_auth waits after a POP3 login before it connects to the
+ *            SMTP server; a negative number is 0
  *
- * Returns 0, or -1 for a null record. A null text makes the calls with the record fail.
+ * Used by test_pop_auth, eml_receive_mails, and test_smtp_auth with POP before SMTP.
+ *
+ * Returns 0, or -1 for a null record. A null string is stored, and makes those calls fail.
  */
 ZELIEML_API int server_info_set_pop(void *server, const char *host, const char *user,
                                     const char *password, const char *auth_type, int port,
                                     int wait_ms);
 
 /*
- * server_info_set_smtp - name the SMTP server, for test_smtp_auth
+ * server_info_set_smtp - set the SMTP server of a server record
  *
- * THE TEXTS ARE NOT COPIED, see server_info_set_pop.
+ * THE STRINGS ARE NOT COPIED, see server_info_set_pop.
  *
  * server    the record
  * host      host name or dotted IPv4 address
- * user      the account; not null, also without authentication
- * password  in clear text; not null, also without authentication
- * auth      "on" or "off", in lower case. It has to agree with the server: the test fails when the
- *           server offers authentication and this is "off", as it does the other way round.
+ * user      the account; not null, even without authentication
+ * password  the password in clear text; not null, even without authentication
+ * auth      "on" or "off", in lower case. It has to agree with the server: test_smtp_auth fails if
+ *           the server offers authentication and this is "off", and the other way round.
  * port      usually 25 or 587
  *
- * Returns 0, or -1 for a null record. A null text makes the test fail.
+ * Used by test_smtp_auth.
+ *
+ * Returns 0, or -1 for a null record. A null string is stored, and makes the test fail.
  */
 ZELIEML_API int server_info_set_smtp(void *server, const char *host, const char *user,
                                      const char *password, const char *auth, int port);
 
 /*
- * test_pop_auth - log in to the POP3 server, and out again
+ * test_pop_auth - try to log in to the POP3 server
  *
  * server   the record, after server_info_set_pop
- * message  receives the server's last line and its NUL, or an empty text when there was none; may
- *          be null. THE LENGTH IS NOT CHECKED: the server decides how much is written. A line of a
- *          POP3 server has 512 bytes at most if it keeps to the rules (RFC 2449), but nothing here
- *          holds it to them. Pass null for a server that is not trusted.
+ * message  receives the server's last line and its NUL, or an empty string if there was none; may
+ *          be null. THE LENGTH IS NOT CHECKED: the server decides how much is written. A server
+ *          that keeps to RFC 2449 sends lines of 512 bytes at most, but nothing enforces that. Pass
+ *          null for a server that you do not trust.
  *
- * Runs on the caller's thread. No mail is read or deleted. How long it takes is up to the server,
- * as for eml_post_sync.
+ * Logs in and out. No mail is read or deleted. Runs on the caller's thread; see eml_post_sync for
+ * how long it can take.
  *
- * Returns eml_send_ok when the login was accepted. Otherwise eml_send_error_auth when user or
- * password was refused, or not answered, or APOP is not possible; eml_send_error_connection when
- * the server was not found, not reached or did not greet; eml_send_error_other when QUIT was not
- * answered, the record is null or was not set, or there is no memory.
+ * Returns eml_send_ok when the server accepted the login. Otherwise one of these:
+ *
+ * - eml_send_error_auth: user or password was refused or not answered, or APOP is not
+ *   possible with this server.
+ * - eml_send_error_connection: the server was not found, not reached, or did not greet.
+ * - eml_send_error_other: QUIT was not answered, the record is null or has no POP3 server, or there
+ *   is no memory.
  */
 ZELIEML_API eml_send_e test_pop_auth(void *server, char *message);
 
 /*
- * test_smtp_auth - greet the SMTP server, log in, and quit; no mail is sent
+ * test_smtp_auth - try to log in to the SMTP server
  *
  * server           the record, after server_info_set_smtp
- * pop_before_smtp  "on": log in to the record's POP3 server first, and wait as it says. When that
- *                  fails, the SMTP server is not contacted. Any other text, "off" say: do not. The
- *                  record keeps this pointer too.
+ * pop_before_smtp  "on": log in to the record's POP3 server first and wait wait_ms milliseconds,
+ *                  see server_info_set_pop. If that login fails, the SMTP server is not contacted.
+ *                  Any other string: log in to the SMTP server only. The record keeps this pointer
+ *                  too.
  * message          receives the server's last reply, all its lines with their CR LF, and its NUL,
- *                  or an empty text when there was none; may be null. THE LENGTH IS NOT CHECKED:
- *                  the server decides how much is written. A reply line has 512 bytes at most if
- *                  the server keeps to the rules (RFC 5321), and a reply has any number of lines.
- *                  Pass null for a server that is not trusted.
+ *                  or an empty string if there was none; may be null. THE LENGTH IS NOT CHECKED:
+ *                  the server decides how much is written. A server that keeps to RFC 5321 sends
+ *                  lines of 512 bytes at most, but any number of them. Pass null for a server that
+ *                  you do not trust.
  *
- * The strongest of CRAM-MD5, LOGIN and PLAIN that the server offers is used. Runs on the caller's
- * thread. How long it takes is up to the server, as for eml_post_sync.
+ * Greets the server, logs in with the strongest of CRAM-MD5, LOGIN and PLAIN that it offers, and
+ * ends the session. No mail is sent. Runs on the caller's thread; see eml_post_sync for how long it
+ * can take.
  *
- * Returns eml_send_ok when the server accepted greeting, login and QUIT. Otherwise
- * eml_send_error_auth when EHLO or the login was refused, or not answered, or the switch does not
- * agree with the server; eml_send_error_connection when the server was not found, not reached, did
- * not greet (message then holds the last line of a POP3 login before it), or did not accept the
- * QUIT; what test_pop_auth returns when the POP3 login failed;
- * eml_send_error_other when an argument but message is null, or there is no memory.
+ * Returns eml_send_ok when the server accepted greeting, login and QUIT. If the POP3 login failed,
+ * returns what test_pop_auth returns. Otherwise one of these:
+ *
+ * - eml_send_error_auth: EHLO or the login was refused or not answered, or the authentication
+ *   switch of the record does not agree with the server.
+ * - eml_send_error_connection: the server was not found, not reached, did not greet, or did not
+ *   accept QUIT, or the record has no SMTP server. If no SMTP session was started, message holds
+ *   the last line of the POP3 login, if there was one.
+ * - eml_send_error_other: server or pop_before_smtp is null, or there is no memory.
  */
 ZELIEML_API eml_send_e test_smtp_auth(void *server, const char *pop_before_smtp, char *message);
 
 /* ----------------------------------------------------------------- receiving */
 
 /*
- * Receiving empties a POP3 mailbox and hands back who wrote and about what. THE MAILS ARE DELETED
- * ON THE SERVER: those that are handed back, those whose sender is not allowed, those too long to
- * be taken (over 2000 lines), and, when receiving fails half way, those that were fetched by then,
- * although none of them is handed back. Use a mailbox that nobody else reads.
+ * Receiving empties a POP3 mailbox and hands back the senders and subjects of its mails. THE MAILS
+ * ARE DELETED ON THE SERVER, and not only those that are handed back:
+ *
+ * - mails whose sender is not in an allowed domain,
+ * - mails of more than 2000 lines, which are too long to be taken,
+ * - when receiving fails half way, all mails fetched by then, of which none is handed back.
+ *
+ * Use a mailbox that nobody else reads.
  */
 
 /*
@@ -638,7 +712,7 @@ ZELIEML_API eml_send_e test_smtp_auth(void *server, const char *pop_before_smtp,
  *
  * list  receives the list; free it with eml_receive_msg_destroy
  *
- * Returns 0, or -1 when list is null or there is no memory.
+ * Returns 0. Returns -1, leaving *list unchanged, when list is null or there is no memory.
  */
 ZELIEML_API int eml_receive_msg_create(void **list);
 
@@ -654,6 +728,8 @@ ZELIEML_API int eml_receive_msg_destroy(void *list);
 /*
  * eml_receive_msg_count - the number of mails in a list
  *
+ * list  the list
+ *
  * Returns the number, 0 for null.
  */
 ZELIEML_API int eml_receive_msg_count(void *list);
@@ -662,22 +738,22 @@ ZELIEML_API int eml_receive_msg_count(void *list);
  * eml_receive_mails - fetch all mails of a mailbox, and delete them on the server
  *
  * server   a server record, after server_info_set_pop
- * list     receives the mails, in the order of the mailbox; what was in it is dropped
- * domains  the domains whose mails are handed back, separated by commas, blanks removed; null or
- *          empty for all. One matches when it stands anywhere in the sender's domain, with regard
- *          to case: "example.com" also lets "mail.example.com" and "notexample.com" pass, and an
- *          empty entry ("example.com,") lets everything pass. This selects mails; it does not tell
- *          who sent them.
+ * list     receives the mails, in the order of the mailbox; its previous contents are dropped
+ * domains  the allowed sender domains, separated by commas; spaces are removed. Null or empty
+ *          allows all. A domain matches anywhere in the sender's domain, case-sensitively:
+ *          "example.com" also allows "mail.example.com" and "notexample.com". An empty entry, as in
+ *          "example.com,", allows everything. This selects mails; it does not prove who sent them.
  *
- * Holds one session with the server for each mail, on the caller's thread. How long it takes is up
- * to the server, as for eml_post_sync.
+ * Opens one session with the server for each mail, on the caller's thread; see eml_post_sync for
+ * how long each can take. A mail that the server does not send to its end counts as fetched, with
+ * the lines that arrived.
  *
- * A mail that falls silent half way counts as fetched, with the lines that had come.
+ * Returns 0 when the server has no further mail. A mail that it refused to delete can be in the
+ * list more than once.
  *
- * Returns 0 when the server had no further mail; one that it refused to delete can come again.
- * Returns -1 when server or list is null, any session fails, there is no memory, or the server
- * refused to delete in 1000 sessions in a row or showed the very same mailbox in 1000; the list is
- * empty then, and THE MAILS FETCHED BY THEN ARE LOST.
+ * Returns -1, with an empty list, when any session fails, there is no memory, the server refused to
+ * delete in 1000 sessions in a row, or showed the very same mailbox in 1000. THE MAILS FETCHED BY
+ * THEN ARE LOST. Returns -1 without contacting the server when server or list is null.
  */
 ZELIEML_API int eml_receive_mails(void *server, void *list, const char *domains);
 
@@ -686,14 +762,15 @@ ZELIEML_API int eml_receive_mails(void *server, void *list, const char *domains)
  *
  * list   the list
  * index  the mail, from 0
- * buf    receives the text and its NUL: what followed "From: " or "Subject: " in the first line of
- *        the mail that contains it, header or body, as the server sent it: encoded words are not
- *        decoded, continuation lines are not joined. Empty when there is no such line.
- * size   bytes at buf. There has to be room for the whole line and a NUL, although the key and what
- *        stands before it are not copied: a text of n characters behind its key needs n + 7 bytes
- *        (From) or n + 10 (Subject). 4096 are always enough.
+ * buf    receives the string and its NUL: what follows "From: " or "Subject: " in the first line of
+ *        the mail that contains it, be it a header or a line of the body. It is what the server
+ *        sent: encoded words are not decoded, continuation lines are not joined. Empty if there is
+ *        no such line.
+ * size   bytes at buf. There has to be room for the whole line and a NUL, although "From: " or
+ *        "Subject: " and what comes before it are not copied: for a string of n characters at least
+ *        n + 7 bytes (sender) or n + 10 (subject). 4096 are always enough.
  *
- * Returns 0. Returns -1, leaving buf as it was, when list or buf is null, there is no such mail, or
+ * Returns 0. Returns -1, leaving buf unchanged, when list or buf is null, there is no such mail, or
  * there is not enough room.
  */
 ZELIEML_API int eml_receive_msg_get_from(void *list, int index, char *buf, int size);

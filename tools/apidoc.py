@@ -11,6 +11,9 @@ The header is laid out in blocks with empty lines between them: "/* ---- part */
 comment, with the declarations under it, is an entry; a comment alone introduces its part. Within a
 comment, paragraphs, "- " lists and columns of "name  text" are told apart. What does not fit is an
 error: nothing is left out in silence.
+
+References in comments: the name of a function or an enumerator leads to its entry, "[part]" to the
+page of that part, and "docs/NAME.md" to that document. tests/docs/links_test.py follows them.
 """
 
 import difflib
@@ -48,6 +51,7 @@ class Entry:
         self.paragraphs = paragraphs
         self.code = code
         self.names = declared(code)
+        self.enumerators = re.findall(r"^ +(\w+) += \w+,?$", code, re.MULTILINE)
 
 
 class Part:
@@ -61,10 +65,6 @@ class Part:
 
     def names(self):
         return [name for entry in self.entries for name in entry.names]
-
-    def enumerators(self):
-        return [name for entry in self.entries
-                for name in re.findall(r"^ +(\w+) += \w+,?$", entry.code, re.MULTILINE)]
 
 
 # ------------------------------------------------------------------ reading the header
@@ -198,26 +198,72 @@ def read_header():
     return title, overview[1:], parts
 
 
+# ------------------------------------------------------------------ references
+
+
+class References:
+    """Finds the references in a line of text."""
+
+    def __init__(self, parts):
+        self.pages = {part.title: part.page for part in parts}
+        self.homes = {name: (part, entry) for part in parts for entry in part.entries
+                      for name in entry.names + entry.enumerators}
+        titles = "|".join(map(re.escape, self.pages))
+        self.pattern = re.compile(
+            rf"\[(?P<part>{titles})\]|\bdocs/(?P<document>\w+\.md)\b"
+            rf"|\b(?P<name>{'|'.join(self.homes)})\b|(?<!\w)(?P<pointee>\*\w+)")
+
+    def replaced(self, line, plain, found):
+        """The line, its references given to one function and what is between them to the other."""
+        pieces = []
+        end = 0
+        for match in self.pattern.finditer(line):
+            kind = match.lastgroup
+            pieces += [plain(line[end:match.start()]), found(kind, match[kind])]
+            end = match.end()
+        return "".join(pieces) + plain(line[end:])
+
+
 # ------------------------------------------------------------------ Markdown
 
 
 class Markdown:
     NOTE = "<!-- Written by tools/apidoc.py from include/zelieml.h: change the text there. -->\n\n"
+    RULES = "The [rules that hold for all calls](README.md) are on the first page.\n"
 
     def __init__(self, title, overview, parts):
         self.title, self.overview, self.parts = title, overview, parts
-        names = [name for part in parts for name in part.names() + part.enumerators()]
-        self.code = re.compile(r"\b(?:" + "|".join(names) + r")\b|(?<!\w)\*\w+")
+        self.references = References(parts)
+        self.here = []  # the names that the entry being written declares
+        self.linked = set()  # the names to which the page leads
 
     def inline(self, line):
-        pieces = []
-        end = 0
-        for match in self.code.finditer(line):
-            pieces += [self.escaped(line[end:match.start()]), f"`{match[0]}`"]
-            end = match.end()
-        text = "".join(pieces) + self.escaped(line[end:])
+        text = self.references.replaced(line, self.escaped, self.reference)
         # No line of a paragraph begins anything else.
         return re.sub(r"^([-+#>=]|\d+(?=[.)]\s))", r"\\\1", text)
+
+    def reference(self, kind, text):
+        if kind == "part":
+            return f"[{text}]({self.references.pages[text]}.md)"
+        if kind == "document":
+            return f"[docs/{text}](../{text})"
+        if kind == "pointee" or text in self.here:
+            return f"`{text}`"
+        self.linked.add(text)
+        return f"[`{text}`]"
+
+    def targets(self):
+        """Where the names that the page has linked are; the next page begins with none."""
+        lines = []
+        for name in sorted(self.linked):
+            part, entry = self.references.homes[name]
+            lines.append(f"[`{name}`]: {part.page}.md#{self.anchor(entry.title)}\n")
+        self.linked.clear()
+        return ["".join(lines)] if lines else []
+
+    @staticmethod
+    def anchor(heading):
+        return re.sub(r"[^\w\- ]", "", heading.lower()).replace(" ", "-")
 
     @staticmethod
     def escaped(text):
@@ -242,6 +288,7 @@ class Markdown:
         return "\n".join(out)
 
     def entry(self, entry):
+        self.here = entry.names + entry.enumerators
         blocks = [f"## {self.escaped(entry.title)}\n"]
         if entry.summary:
             blocks.append(self.inline(sentence(entry.summary)) + "\n")
@@ -251,22 +298,25 @@ class Markdown:
         return "\n".join(blocks)
 
     def page(self, part):
-        blocks = [self.NOTE + f"# {part.title.capitalize()}\n"]
+        self.here = []
+        blocks = [self.NOTE + f"# {part.title.capitalize()}\n", self.RULES]
         if part.introduction:
             blocks.append(self.paragraphs(part.introduction))
-        return "\n".join(blocks + [self.entry(entry) for entry in part.entries])
+        blocks += [self.entry(entry) for entry in part.entries]
+        return "\n".join(blocks + self.targets())
 
     def index(self):
+        self.here = []
         blocks = [self.NOTE + "# The C interface\n", self.paragraphs(self.overview)]
         for part in self.parts:
             rows = [f"## [{part.title.capitalize()}]({part.page}.md)\n\n| | |\n|---|---|\n"]
             for entry in part.entries:
-                names = ", ".join(f"`{name}`" for name in entry.names)
+                names = self.inline(", ".join(entry.names))
                 what = entry.summary or " ".join(entry.paragraphs[0][1]).partition(". ")[0]
                 what = what[0].lower() + what[1:].rstrip(".")
                 rows.append(f"| {names} | {self.inline(what)} |\n")
             blocks.append("".join(rows))
-        return "\n".join(blocks)
+        return "\n".join(blocks + self.targets())
 
     def files(self):
         files = {f"{part.page}.md": self.page(part) for part in self.parts}
@@ -282,17 +332,39 @@ def sentence(text):
 
 
 class Manual:
+    RULES = "The rules that hold for all calls are in \\fBzelieml\\fR(3).\n"
+
     def __init__(self, title, overview, parts, version, date):
         self.title, self.overview, self.parts = title, overview, parts
         self.version, self.date = version, date
+        self.references = References(parts)
+        self.here = []  # the names that the page declares
 
     @staticmethod
     def escaped(text):
-        text = text.replace("\\", "\\e").replace("-", "\\-")
-        return "\\&" + text if text[:1] in (".", "'") else text
+        return text.replace("\\", "\\e").replace("-", "\\-")
+
+    @staticmethod
+    def line(text):
+        # No line is taken for a request.
+        return ("\\&" if text[:1] in (".", "'") else "") + text + "\n"
+
+    def reference(self, kind, text):
+        if kind == "part":
+            return f"\\fBzelieml_{self.references.pages[text]}\\fR(3)"
+        if kind == "document":
+            return f"docs/{text} of the sources"
+        if kind == "pointee" or text in self.here:
+            return f"\\fB{text}\\fR"
+        _, entry = self.references.homes[text]
+        return f"\\fB{text}\\fR(3)" if text in entry.names else text
 
     def lines(self, lines):
-        return "".join(self.escaped(line) + "\n" for line in lines)
+        return "".join(self.line(self.references.replaced(line, self.escaped, self.reference))
+                       for line in lines)
+
+    def code(self, entry):
+        return "".join(self.line(self.escaped(line)) for line in entry.code.splitlines())
 
     def paragraphs(self, paragraphs):
         out = []
@@ -314,10 +386,13 @@ class Manual:
                 f".SH SYNOPSIS\n.nf\n.B #include <zelieml.h>\n")
 
     def page(self, part):
+        self.here = part.names()
         out = [self.begin(f"zelieml_{part.page}", part.names(), f"zelieml: {part.title}")]
         for entry in part.entries:
-            out.append(".PP\n" + self.lines(entry.code.splitlines()))
-        out.append(".fi\n.SH DESCRIPTION\n" + self.paragraphs(part.introduction))
+            out.append(".PP\n" + self.code(entry))
+        out.append(".fi\n.SH DESCRIPTION\n" + self.RULES)
+        if part.introduction:
+            out.append(".PP\n" + self.paragraphs(part.introduction))
         for entry in part.entries:
             out.append(f'.SS "{entry.title}"\n')
             if entry.summary:
@@ -337,6 +412,7 @@ class Manual:
             files[f"zelieml_{part.page}.3"] = self.page(part)
             for name in part.names():
                 files[f"{name}.3"] = f".so man3/zelieml_{part.page}.3\n"
+        self.here = []
         files["zelieml.3"] = (self.begin("zelieml", ["zelieml"], self.title) +
                               ".PP\nLink with \\-lzelieml.\n.fi\n.SH DESCRIPTION\n" +
                               self.paragraphs(self.overview) + self.see_also("zelieml"))

@@ -1,0 +1,130 @@
+#!/usr/bin/env python3
+"""Every reference in the header's comments, in docs/api and in the manual pages leads somewhere.
+
+use: links_test.py PROJECT MANUAL
+
+A reference is the name of a function or an enumerator, the title of a part in brackets, or the name
+of a document ("docs/FORMATS.md"). The parts become separate pages: words such as "below", or "see"
+without a reference, lead nowhere there.
+"""
+
+import pathlib
+import re
+import sys
+
+project, manual = map(pathlib.Path, sys.argv[1:])
+problems = []
+
+header = (project / "include/zelieml.h").read_text()
+exports = {line for line in (project / "lib/zelieml/exports.txt").read_text().splitlines()
+           if line and not line.startswith("#")}
+enumerations = re.findall(r"typedef enum (\w+) \{(.*?)\} \w+;", header, re.DOTALL)
+names = exports | {name for name, _ in enumerations} | {
+    name for _, body in enumerations for name in re.findall(r"^ +(\w+) +=", body, re.MULTILINE)}
+parts = set(re.findall(r"/\* -{3,} (.*) \*/", header))
+
+
+# ------------------------------------------------------------------ the header
+
+
+def check_comment(line, text):
+    def problem(what):
+        problems.append(f"zelieml.h: comment of line {line}: {what}")
+
+    for title in re.findall(r"\[([^\]]*)\]", text):
+        if title not in parts:
+            problem(f"there is no part [{title}]")
+    for document in re.findall(r"\bdocs/[\w/.]*\w", text):
+        if not (project / document).is_file():
+            problem(f"there is no {document}")
+    for word in re.findall(r"\b(?:above|below)\b", text, re.IGNORECASE):
+        problem(f'"{word}" leads off the page')
+    for target in re.findall(r"\bsee (\S+)", text, re.IGNORECASE):
+        if not target.startswith(("[", "docs/")) and target.strip(".,:;)") not in names:
+            problem(f'"see {target}" is no reference')
+    unquoted = re.sub(r'"[^"]*"', "", text)
+    for name in re.findall(r"\b(?:eml|server_info|zelieml)_\w*", unquoted):
+        if name not in names:
+            problem(f"nothing is called {name}")
+
+
+comments = list(re.finditer(r"/\*.*?\*/", header, re.DOTALL))
+for comment in comments:
+    lines = [re.sub(r"^\s*/?\*+/? ?", "", line) for line in comment[0].splitlines()]
+    check_comment(header.count("\n", 0, comment.start()) + 1, " ".join(" ".join(lines).split()))
+
+
+# ------------------------------------------------------------------ docs/api
+
+
+def anchor(heading):
+    """The fragment by which a heading is linked to."""
+    text = heading.replace("\\", "").replace("`", "").lower()
+    return re.sub(r"[^\w\- ]", "", text).replace(" ", "-")
+
+
+def anchors(page):
+    return {anchor(heading) for heading in re.findall(r"^#+ (.*)$", page.read_text(), re.MULTILINE)}
+
+
+def declared(code):
+    return {name for name in names if re.search(rf"\b{name}\b", code)}
+
+
+def check_page(page):
+    def problem(what):
+        problems.append(f"docs/api/{page.name}: {what}")
+
+    text = page.read_text()
+    own = declared("".join(re.findall(r"^```c\n(.*?)^```", text, re.DOTALL | re.MULTILINE)))
+    prose = re.sub(r"^```c\n.*?^```|^#.*?$", "", text, flags=re.DOTALL | re.MULTILINE)
+    defined = dict(re.findall(r"^\[(`\w+`)\]: (\S+)$", prose, re.MULTILINE))
+    targets = re.findall(r"(?<!\\)\]\(([^)]*)\)", prose) + list(defined.values())
+    for target in targets:
+        file, _, fragment = target.partition("#")
+        there = page.parent / file if file else page
+        if not there.is_file():
+            problem(f"there is no {target}")
+        elif fragment and fragment not in anchors(there):
+            problem(f"there is no heading for {target}")
+    for bracket in re.findall(r"\\\[.*", prose):
+        problem(f"{bracket} is no reference")
+    links = set(re.findall(r"(?<!\\)\[(`\w+`)\](?!:)", prose))
+    for link in sorted(links - defined.keys()):
+        problem(f"{link} is linked to nothing")
+    for name in sorted(names - own):
+        if re.search(rf"(?<!\[)`{name}`", prose):
+            problem(f"{name} is on another page, and no link")
+    return len(targets)
+
+
+links = sum(check_page(page) for page in (project / "docs/api").glob("*.md"))
+
+
+# ------------------------------------------------------------------ manual pages
+
+
+def check_manual_page(page):
+    def problem(what):
+        problems.append(f"man {page.name}: {what}")
+
+    synopsis, _, description = page.read_text().partition(".SH DESCRIPTION\n")
+    description = description.replace("\\&", "")
+    found = re.findall(r"\\fB(\w+)\\fR\(3\)|^\.BR (\w+) \(3\)", description, re.MULTILINE)
+    for name in {one or other for one, other in found}:
+        if not (page.parent / f"{name}.3").is_file():
+            problem(f"there is no page {name}(3)")
+    for bracket in re.findall(r"\[.*", description):
+        problem(f"{bracket} is no reference")
+    for name in sorted(exports - declared(synopsis)):
+        if re.search(rf"\b{name}\b(?!\\fR\(3\))", description):
+            problem(f"{name} is on another page, and named without its section")
+    return len(found)
+
+
+links += sum(check_manual_page(page) for page in (manual / "man3").glob("zelieml*.3"))
+
+if len(comments) < 50 or links < 200:
+    problems.append(f"only {len(comments)} comments and {links} links")
+print("\n".join(problems) or "all of them do")
+sys.exit(1 if problems else 0)
