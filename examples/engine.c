@@ -3,9 +3,9 @@
  *
  *     engine WORKDIR [STOCK-SYMBOL]
  *
- * WORKDIR has the settings file "zelismes.cf" (see configure.c). Prints "ready" when it runs, then
- * a line for the result of each attempt, until it gets SIGTERM or SIGINT. Exit status: 0 ended, 1
- * not started, 2 wrong use.
+ * WORKDIR has the settings file "zelismes.cf" (see configure.c). THE START DELETES ITS MESSAGE FILES.
+ * Prints "ready" when the engine runs, then a line for the result of each attempt, until it gets
+ * SIGTERM or SIGINT. Exit status: 0 ended, 1 not started, 2 wrong use.
  */
 
 #define _POSIX_C_SOURCE 200809L
@@ -18,7 +18,7 @@
 
 #include "wait_for_end.h"
 
-/* Called on the engine's own thread after each attempt; the record lives until it returns. */
+/* Called on the engine's worker thread after each attempt; the record is valid until it returns. */
 static int print_result(void *result, void *user)
 {
     static const char *const names[] = {"sent", "not sent", "no connection", "login refused"};
@@ -46,7 +46,7 @@ int main(int argc, char **argv)
         fprintf(stderr, "use: engine WORKDIR [STOCK-SYMBOL]\n");
         return 2;
     }
-    /* Blocked before any thread starts, and waited for below: no handler is needed. */
+    /* Blocked before any thread starts, and taken by wait_for_end: no handler is needed. */
     sigemptyset(&ends);
     sigaddset(&ends, SIGTERM);
     sigaddset(&ends, SIGINT);

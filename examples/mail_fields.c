@@ -48,7 +48,7 @@ static int set_field(void *msg, const char *argument)
     return -1;
 }
 
-/* Reads a stream to its end. Returns a text to be freed, or null. */
+/* Reads a stream to its end. Returns a string to be freed, or null. */
 static char *read_all(FILE *in)
 {
     size_t size = 0;

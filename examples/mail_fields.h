@@ -8,7 +8,7 @@
 /*
  * mail_from_arguments - make a message record
  *
- * count, arguments  texts "field=value": from, to, cc, subject, replyto, messageid, encoding
+ * count, arguments  strings "field=value": from, to, cc, subject, replyto, messageid, encoding
  *                   ("utf-8" or "iso-2022-jp")
  *
  * The body is read from the standard input.

@@ -1,12 +1,11 @@
 /*
- * receive - empty a mailbox and print who wrote, and about what
+ * receive - empty a mailbox and print sender and subject of its mails
  *
  *     receive --delete pop_server=HOST field=value...
  *
- * THE MAILS ARE DELETED ON THE SERVER, those that are not printed included: --delete says that this
- * is meant. server_fields.h has the fields; domains=LIST selects the domains whose mails are
- * printed, separated by commas. Keep commas from the ends of the list: an empty entry lets
- * everything pass.
+ * THE MAILS ARE DELETED ON THE SERVER, also those that are not printed: --delete confirms it. See
+ * server_fields.h for the fields. domains=LIST names the sender domains whose mails are printed,
+ * separated by commas; do not put a comma at an end of the list, since an empty entry allows all.
  *
  * Exit status: 0 the mailbox is empty, 1 it may not be, 2 wrong use.
  */
@@ -25,7 +24,7 @@ static void print_mails(void *list)
 
     printf("mails: %d\n", count);
     for (i = 0; i < count; ++i) {
-        /* Always enough; what the server sends is never written past a buffer here. */
+        /* Always enough, and the size is checked: nothing is written past these buffers. */
         char from[4096]    = "";
         char subject[4096] = "";
         eml_receive_msg_get_from(list, i, from, sizeof from);
@@ -40,8 +39,8 @@ static int receive(void *server, const char *domains)
     void *list   = NULL;
     int   status = 1;
 
-    /* A login that reads nothing: a wrong password shows before the first mail is deleted. The
-     * server's text goes nowhere, for its length is not checked. */
+    /* A login that reads nothing: a wrong password shows before the first mail is deleted. Without
+     * a buffer for the server's reply, because its length is not checked. */
     if (test_pop_auth(server, NULL) != eml_send_ok) {
         fprintf(stderr, "receive: no login; no mail was touched\n");
         return 1;

@@ -15,7 +15,7 @@
 
 #include "mail_fields.h"
 
-/* Copies the text of a result record, however long it is. Returns it, to be freed, or null. */
+/* Copies the server's last reply, whatever its length. Returns it, to be freed, or null. */
 static char *text_of(void *result)
 {
     int   size = 256;

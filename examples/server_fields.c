@@ -45,7 +45,7 @@ static int is_of_kind(const char *value, enum kind kind)
         return value[0] != '\0' && value[strspn(value, "0123456789")] == '\0' &&
                strlen(value) <= 5 && atoi(value) <= 65535;
     case pop_or_apop:
-        /* Nothing else: the library's calls do not agree on what another text means. */
+        /* Nothing else: the library's functions differ in what they take another string for. */
         return strcmp(value, "pop") == 0 || strcmp(value, "apop") == 0;
     case on_or_off:
         return strcmp(value, "on") == 0 || strcmp(value, "off") == 0;

@@ -8,14 +8,14 @@
 /*
  * server_from_arguments - make a server record
  *
- * arguments  texts "field=value", and a null at the end:
+ * arguments  strings "field=value", and a null at the end:
  *              pop_server, pop_port (110 unless set), pop_account, pop_passwd,
  *              pop_auth_type ("pop", which is the default, or "apop"),
  *              pop_wait_time (milliseconds after a login for POP before SMTP, 0 unless set),
  *              smtp_server, smtp_port (25 unless set), smtp_account, smtp_passwd,
  *              smtp_auth, pop_before_smtp ("on", or "off", which is the default),
  *              domains (for the caller)
- *            The record points at these texts: they have to stay alive and unchanged until it is
+ *            The record points to these strings: they have to stay valid and unchanged until it is
  *            freed. The arguments of main do.
  *
  * Returns the record, to be freed with server_info_destroy, or null after a message on stderr.
@@ -23,10 +23,10 @@
 void *server_from_arguments(char **arguments);
 
 /*
- * server_field - the text of one field
+ * server_field - the value of one field
  *
- * Returns the text of the first argument that sets the field, or what holds when none does; that is
- * an empty text for fields without a default, and null for a name that is no field.
+ * Returns the value in the first argument that sets the field. If none does, returns the default,
+ * or an empty string for fields without one. Returns null for a name that is no field.
  */
 const char *server_field(char **arguments, const char *name);
 

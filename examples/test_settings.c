@@ -4,14 +4,14 @@
  *     test_settings [--trust] field=value...
  *
  * Logs in to the POP3 server that is named by pop_server, then to the SMTP server that is named by
- * smtp_server; no mail is sent, read or deleted. server_fields.h has all the fields. With
+ * smtp_server; no mail is sent, read or deleted. See server_fields.h for all fields. With
  * pop_before_smtp=on the SMTP test logs in to the POP3 server once more, and waits.
  *
- * With --trust the servers' last answers are printed. How long these are is up to the servers, and
- * the library writes them into our buffer without a check: without --trust it gets none.
+ * With --trust the servers' last replies are printed. The servers decide how long these are, and
+ * the library writes them into the buffer without a check: without --trust it is given none.
  *
- * Exit status: 0 good, 1 a test failed, 2 wrong use. Passwords on a command line can be seen by
- * other users of the machine: a program for everyday use asks for them.
+ * Exit status: 0 good, 1 a test failed, 2 wrong use. Other users of the machine can see passwords
+ * on a command line: a program for everyday use asks for them.
  */
 
 #include <stdio.h>
@@ -21,7 +21,7 @@
 
 #include "server_fields.h"
 
-/* Far above what RFC 2449 and RFC 5321 allow: lines of 512 bytes, and an answer has a few. */
+/* Far more than a few lines of 512 bytes, the longest that RFC 2449 and RFC 5321 allow. */
 static char answer[256 * 1024];
 
 /* Prints one result. Returns 0 when it is good, 1 when not. */

@@ -1,8 +1,8 @@
 /*
  * wait_for_end.h - how a host waits until it is told to end
  *
- * A notification reaches the engine of a macOS program through the run loop of its main thread. So
- * the way in which that thread waits makes the difference between hosts:
+ * On macOS a notification reaches an engine through the run loop of the main thread. So the way in
+ * which that thread waits makes the difference between hosts:
  *
  *     wait_for_end.c           Linux: waits for the signal, nothing else is needed
  *     wait_for_end_run_loop.c  macOS, a host with a run loop, as every application has one

@@ -1,9 +1,9 @@
 /*
  * wait_for_end_turns.c - a host without a run loop
  *
- * It has a loop of its own, here one that looks for the signal, and runs the system's run loop for a
- * fifth of a second in each turn: notifications are delivered then, and only then. A loop with other
- * things to wait for gives 0 seconds, often enough.
+ * It has a loop of its own, here one that looks for the signal, and runs the system's run loop for
+ * a fifth of a second in each turn: notifications are delivered only then. A loop that waits for
+ * other things as well runs it for 0 seconds, but often.
  */
 
 #include <CoreFoundation/CoreFoundation.h>
