@@ -4,7 +4,7 @@
 #
 # PREFIX is what the system puts before the names of C.
 
-cmake_minimum_required(VERSION 3.20)
+cmake_minimum_required(VERSION 3.21)
 
 execute_process(COMMAND ${NM} ${NM_OPTIONS} ${LIBRARY}
                 OUTPUT_VARIABLE output RESULT_VARIABLE result)

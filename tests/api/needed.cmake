@@ -2,7 +2,7 @@
 #
 #   cmake -DREADELF=... -DLIBRARY=... -DALLOWED="libc;libm" -P needed.cmake
 
-cmake_minimum_required(VERSION 3.20)
+cmake_minimum_required(VERSION 3.21)
 
 execute_process(COMMAND ${READELF} -d ${LIBRARY} OUTPUT_VARIABLE output RESULT_VARIABLE result)
 if(NOT result EQUAL 0)

@@ -1,6 +1,6 @@
 # Installs the library and builds a program with what was installed, both ways.
 
-cmake_minimum_required(VERSION 3.20)
+cmake_minimum_required(VERSION 3.21)
 
 function(must)
   execute_process(COMMAND ${ARGN} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
@@ -47,7 +47,7 @@ foreach(page IN ITEMS zelieml zelieml_posting eml_post test_pop_auth eml_receive
 endforeach()
 
 file(WRITE ${WORK}/user/CMakeLists.txt "
-cmake_minimum_required(VERSION 3.20)
+cmake_minimum_required(VERSION 3.21)
 project(user LANGUAGES C CXX)
 find_package(zelieml 1.0 REQUIRED)
 add_executable(user ${EXAMPLE} ${MAIN})

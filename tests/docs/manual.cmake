@@ -1,6 +1,6 @@
 # Every manual page is well formed.
 
-cmake_minimum_required(VERSION 3.20)
+cmake_minimum_required(VERSION 3.21)
 
 file(GLOB pages ${PAGES}/zelieml*.3)
 list(LENGTH pages count)

@@ -1,6 +1,6 @@
 # Every test that docs/ODDITIES.md names exists.
 
-cmake_minimum_required(VERSION 3.20)
+cmake_minimum_required(VERSION 3.21)
 
 file(READ ${ROOT}/docs/ODDITIES.md text)
 string(REGEX MATCHALL "`[A-Z][A-Za-z0-9]+\\.[A-Z][A-Za-z0-9]+`" names "${text}")
