@@ -113,6 +113,47 @@ int prepare_queue(_s_iemlw* engine)
     return 0;
 }
 
+bool on_worker(_s_iemlw const* engine)
+{
+    return ::pthread_equal(::pthread_self(), engine->thread) != 0;
+}
+
+// stop_thread in a forked child. The parent's threads do not exist here, and what locks they held
+// stay locked: nothing is locked, stopped or removed. A child that was forked in a callback runs on
+// a copy of the worker, which gives its share back itself when it returns into eml_thread.
+void forget_worker(_s_iemlw* engine)
+{
+    engine->has_worker = false;
+    engine->observing  = false;
+    if (!on_worker(engine)) {
+        release_engine(engine);
+    }
+}
+
+// stop_thread in one of the engine's own callbacks. Waiting for the worker would be waiting for
+// itself: it ends after this attempt, and the last share, maybe its own, frees the record.
+void let_worker_go(_s_iemlw* engine)
+{
+    request_stop(engine);
+    ::pthread_detach(engine->thread);
+    engine->has_worker = false;
+    end_observation(engine);
+}
+
+// stop_thread on any other thread. Returns 0, or -1 when the worker cannot be waited for.
+int join_worker(_s_iemlw* engine)
+{
+    request_stop(engine);
+    if (::pthread_join(engine->thread, nullptr) != 0) {
+        return -1;
+    }
+    engine->has_worker = false;
+    ::pthread_mutex_destroy(&engine->mutex);
+    end_observation(engine);
+    iqmgr_destroy(engine->queue.exchange(nullptr));
+    return 0;
+}
+
 }  // namespace
 
 int start_thread(_s_iemlw* engine)
@@ -147,35 +188,13 @@ int stop_thread(_s_iemlw* engine)
     if (!engine->has_worker) {
         return -1;
     }
-    bool const is_worker = ::pthread_equal(::pthread_self(), engine->thread) != 0;
     if (in_forked_child(engine)) {
-        // Its parent's locks may be held for ever, and there is no worker: unless the child was
-        // forked in a callback, and goes back to the worker's share of the record.
-        engine->has_worker = false;
-        engine->observing  = false;
-        if (!is_worker) {
-            release_engine(engine);
-        }
-        trace_msg("stop_thread out");
-        return 0;
-    }
-
-    request_stop(engine);
-    if (is_worker) {
-        // From a callback: the worker goes on by itself, and frees the record when it is done.
-        ::pthread_detach(engine->thread);
-        engine->has_worker = false;
-        end_observation(engine);
-        trace_msg("stop_thread out");
-        return 0;
-    }
-    if (::pthread_join(engine->thread, nullptr) != 0) {
+        forget_worker(engine);
+    } else if (on_worker(engine)) {
+        let_worker_go(engine);
+    } else if (join_worker(engine) != 0) {
         return -1;
     }
-    engine->has_worker = false;
-    ::pthread_mutex_destroy(&engine->mutex);
-    end_observation(engine);
-    iqmgr_destroy(engine->queue.exchange(nullptr));
     trace_msg("stop_thread out");
     return 0;
 }
