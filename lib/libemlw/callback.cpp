@@ -57,7 +57,7 @@ int call_callback_raw(_s_iemlw* engine, std::string const& message, int result)
     }
     auto const procedures = engine->callbacks.get();
     for (c_cb_param const& procedure : *procedures) {
-        at_c_boundary(0, [&] { return procedure.proc(cb, procedure.user); });
+        contained([&] { procedure.proc(cb, procedure.user); });
         if (in_forked_child(engine)) {
             break;
         }

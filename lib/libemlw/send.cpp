@@ -35,10 +35,7 @@ int run_driver(char const* dir, char const* file, std::string& detail)
 template <class Path>
 void log_attempt(char const* dir, Path const& file, int code, std::string const& detail)
 {
-    at_c_boundary(0, [&] {
-        write_log(dir, file, code, detail);
-        return 0;
-    });
+    contained([&] { write_log(dir, file, code, detail); });
 }
 
 }  // namespace

@@ -44,15 +44,14 @@ void request_stop(_s_iemlw* engine)
     engine->tick.end();
 }
 
-// An exception, for want of memory, ends one step of the worker and not the host. What the system
-// leaves to the thread's pool goes with the step: the thread may live for months.
+// One step of the worker: lack of memory ends the step and not the host. What the system leaves to
+// the thread's release pool is freed after each step, since the thread may live for months.
 template <class Step>
-void guarded(Step&& step)
+void worker_step(Step&& step)
 {
-    at_c_boundary(0, [&] {
+    contained([&] {
         platform::release_pool const pool;
         step();
-        return 0;
     });
 }
 
@@ -68,14 +67,14 @@ void poll_queue(_s_iemlw* engine)
         ++salvage_counter;
         ++try_counter;
         if (salvage_counter >= salvage_period) {
-            guarded([&] { timer_proc_queue_salvage(engine); });
+            worker_step([&] { timer_proc_queue_salvage(engine); });
             salvage_counter = 0;
         }
         if (try_counter >= try_period) {
-            guarded([&] { timer_proc_queue_try(engine); });
+            worker_step([&] { timer_proc_queue_try(engine); });
             try_counter = 0;
         } else {
-            guarded([&] { send_queue(engine, 0, 0); });
+            worker_step([&] { send_queue(engine, 0, 0); });
         }
     } while (!stop_requested(engine));
 }
@@ -109,7 +108,7 @@ int prepare_queue(_s_iemlw* engine)
         return -1;
     }
     engine->queue = queue;
-    guarded([&] { salvage_queue(engine, false); });
+    worker_step([&] { salvage_queue(engine, false); });
     return 0;
 }
 
@@ -263,13 +262,13 @@ void timer_proc_queue_try(_s_iemlw* engine)
 
 unsigned int get_interval_queue_salvage(char const* workdir)
 {
-    guarded([&] { conf_fullpath(workdir); });  // where a key for it would stand
+    worker_step([&] { conf_fullpath(workdir); });  // where a key for it would stand
     return salvage_interval_ms;
 }
 
 unsigned int get_interval_queue_try(char const* workdir)
 {
-    guarded([&] { conf_fullpath(workdir); });  // where a key for it would stand
+    worker_step([&] { conf_fullpath(workdir); });  // where a key for it would stand
     return try_interval_ms;
 }
 

@@ -1,4 +1,4 @@
-// c_boundary.h - nothing is thrown across the C interface
+// c_boundary.h - where exceptions end: at the C interface, and in the steps of library threads
 
 #ifndef ZELIEML_SUPPORT_C_BOUNDARY_H
 #define ZELIEML_SUPPORT_C_BOUNDARY_H
@@ -8,9 +8,10 @@
 namespace zelieml
 {
 
-// at_c_boundary - run the body of an exported function
+// at_c_boundary - run the body of an exported function, or of another one that must not throw and
+// has a failure value
 //
-// failure  what the function returns when something is thrown: its own failure value
+// failure  what the function returns when body throws: its own failure value
 // body     callable without arguments
 //
 // Returns what body returns, or failure when it throws: lack of memory ends there like any other
@@ -26,6 +27,22 @@ Result at_c_boundary(Result failure, Body&& body)
         }
         return failure;
     }
+}
+
+// contained - run a step whose failure has nobody to go to
+//
+// step  callable without arguments; what it returns or throws is dropped
+//
+// For the steps of the library's own threads, for the callbacks of others, and for what is done on
+// the way out: whatever follows the step happens all the same. A cancelled thread goes on unwinding
+// here too.
+template <class Step>
+void contained(Step&& step)
+{
+    at_c_boundary(0, [&] {
+        step();
+        return 0;
+    });
 }
 
 }  // namespace zelieml

@@ -29,8 +29,8 @@ void stop_and_destroy(void* eml)
 {
     no_cancellation const shielded;
     auto* const           engine = static_cast<ieml*>(eml);
-    at_c_boundary(-1, [&] { return engine->stop(); });  // freed whether it stopped or not
-    at_c_boundary(-1, [&] { return ifactory_emlw().destroy(engine); });
+    contained([&] { engine->stop(); });  // freed whether it stopped or not
+    contained([&] { ifactory_emlw().destroy(engine); });
 }
 
 }  // namespace
@@ -192,7 +192,7 @@ int eml_start_with_stocksymbol(char const* workdir, char const* stock_symbol, vo
     engine->get_context();  // not needed
     if (at_c_boundary(-1, [&] { return engine->start(workdir, stock_symbol); }) != 0) {
         trace_msg("error: ieml::start");
-        at_c_boundary(-1, [&] { return factory.destroy(engine); });
+        contained([&] { factory.destroy(engine); });
         return -1;
     }
     *eml = engine;

@@ -1,4 +1,4 @@
-// c_boundary_test.cpp - nothing thrown, and a cancelled thread, at the C interface
+// c_boundary_test.cpp - exceptions and cancelled threads at the C interface and in a step
 
 #include "support/c_boundary.h"
 
@@ -28,28 +28,74 @@ TEST(CBoundary, TurnsWhateverIsThrownIntoTheFailureValue)
     EXPECT_FALSE(at_c_boundary(false, []() -> bool { throw "text"; }));
 }
 
-void* wait_to_be_cancelled(void* returned)
+TEST(ContainedStep, RunsAndDropsItsResult)
+{
+    int runs = 0;
+    contained([&] { return ++runs; });
+    EXPECT_EQ(runs, 1);
+}
+
+TEST(ContainedStep, EndsAloneWhateverItThrows)
+{
+    int reached = 0;
+    for (int thrown = 0; thrown < 3; ++thrown) {
+        EXPECT_NO_THROW(contained([&] {
+            reached += 1;
+            if (thrown == 0) {
+                throw std::bad_alloc();
+            }
+            if (thrown == 1) {
+                throw "text";
+            }
+            throw thrown;
+        }));
+    }
+    EXPECT_EQ(reached, 3);
+}
+
+void wait_for_ever()
+{
+    for (;;) {
+        ::pause();
+    }
+}
+
+void* wait_at_the_boundary(void* returned)
 {
     at_c_boundary(-1, [] {
-        for (;;) {
-            ::pause();
-        }
+        wait_for_ever();
         return 0;
     });
     *static_cast<bool*>(returned) = true;
     return nullptr;
 }
 
-TEST(CBoundary, LetsACancelledThreadGo)
+void* wait_in_a_step(void* returned)
+{
+    contained(wait_for_ever);
+    *static_cast<bool*>(returned) = true;
+    return nullptr;
+}
+
+// Cancels a thread that waits in body. Returns whether it ended by that, and body did not return.
+bool is_cancelled(void* (*body)(void*))
 {
     bool      returned = false;
     pthread_t thread   = {};
-    ASSERT_EQ(::pthread_create(&thread, nullptr, wait_to_be_cancelled, &returned), 0);
-    ASSERT_EQ(::pthread_cancel(thread), 0);
-    void* result = nullptr;
-    ASSERT_EQ(::pthread_join(thread, &result), 0);
-    EXPECT_EQ(result, PTHREAD_CANCELED);
-    EXPECT_FALSE(returned);
+    void*     result   = nullptr;
+    return ::pthread_create(&thread, nullptr, body, &returned) == 0 &&
+           ::pthread_cancel(thread) == 0 && ::pthread_join(thread, &result) == 0 &&
+           result == PTHREAD_CANCELED && !returned;
+}
+
+TEST(CBoundary, LetsACancelledThreadGo)
+{
+    EXPECT_TRUE(is_cancelled(wait_at_the_boundary));
+}
+
+TEST(ContainedStep, LetsACancelledThreadGo)
+{
+    EXPECT_TRUE(is_cancelled(wait_in_a_step));
 }
 
 }  // namespace

@@ -93,10 +93,10 @@ shared_record take_out(char const* name, char const* object, void const* observe
 void receive(CFNotificationCenterRef center, void* observer, CFStringRef name, void const* object,
              CFDictionaryRef info)
 {
-    at_c_boundary(0, [&] {
+    contained([&] {
         shared_record const record = find(reinterpret_cast<std::uintptr_t>(observer));
         if (!record) {
-            return 0;
+            return;
         }
         std::lock_guard<std::recursive_mutex> const hold(record->calling);
         if (record->proc != nullptr) {
@@ -105,7 +105,6 @@ void receive(CFNotificationCenterRef center, void* observer, CFStringRef name, v
                          static_cast<notification_text const*>(object),
                          reinterpret_cast<notification_info const*>(info));
         }
-        return 0;
     });
 }
 
