@@ -183,12 +183,7 @@ int iqmgr::erase(std::vector<std::string> const& files)
 
 int iqmgr_create(iqmgr** out)
 {
-    if (templ_create_iinterface<iqmgr>(out) != 0) {
-        return -1;
-    }
-    if ((*out)->create_context() != 0) {
-        templ_destroy_iinterface<iqmgr>(*out);
-        *out = nullptr;
+    if (create_with_context<iqmgr>(out) != 0) {
         return -1;
     }
     ::pthread_mutex_init(&(*out)->mutex_, nullptr);
