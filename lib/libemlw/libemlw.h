@@ -110,6 +110,9 @@ public:
     virtual int       create_context()  = 0;
     virtual int       destroy_context() = 0;
     virtual _s_iemlw* get_context()     = 0;
+
+protected:
+    ~ieml() = default;
 };
 
 class iemlw final : public ieml
@@ -166,6 +169,9 @@ public:
     //
     // Returns what notify returns, and -1 for null.
     virtual int post(char const* fullpath, char const* stock_symbol) = 0;
+
+protected:
+    ~ifactory_eml() = default;
 };
 
 class ifactory_emlw final : public ifactory_eml

@@ -32,6 +32,9 @@ public:
     virtual int                 create_context()  = 0;
     virtual int                 destroy_context() = 0;
     virtual _s_inotifyw_sender* get_context()     = 0;
+
+protected:
+    ~inotify_sender() = default;
 };
 
 class inotifyw_sender final : public inotify_sender
@@ -58,6 +61,9 @@ public:
 
     // destroy - free a sender; null is accepted. Returns 0.
     virtual int destroy(inotify_sender* sender) = 0;
+
+protected:
+    ~ifactory_notify_sender() = default;
 };
 
 class ifactory_notifyw_sender final : public ifactory_notify_sender

@@ -1,8 +1,9 @@
 // interface.h - making and freeing objects behind their interfaces
 //
-// The library's objects share one pattern: an abstract interface (ilock) of pure operations
-// without a virtual destructor, a final implementation (ilockw) whose only member is a pointer to
-// its context record, null until create_context, and a stateless factory (ifactory_lockw).
+// The library's objects share one pattern: an abstract interface (ilock) of pure operations, a
+// final implementation (ilockw) whose only member is a pointer to its context record, null until
+// create_context, and a stateless factory (ifactory_lockw). An interface has a protected destructor
+// that is not virtual: nobody deletes an object through it.
 
 #ifndef ZELIEML_SUPPORT_INTERFACE_H
 #define ZELIEML_SUPPORT_INTERFACE_H

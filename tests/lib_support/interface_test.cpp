@@ -4,6 +4,14 @@
 
 #include <gtest/gtest.h>
 #include <new>
+#include <type_traits>
+
+#include "libcryptw/libcryptw.h"
+#include "libemlw/libemlw.h"
+#include "liblockw/liblockw.h"
+#include "libnotifyw/libnotifyw.h"
+#include "libsendw/libsendw.h"
+#include "libtimew/libtimew.h"
 
 namespace
 {
@@ -53,6 +61,14 @@ public:
 private:
     int* context_ = nullptr;
 };
+
+// Without a virtual destructor, delete through an interface would free an object without destroying
+// it: it must not compile.
+template <class... Interfaces>
+constexpr bool none_can_be_deleted = !(std::is_destructible_v<Interfaces> || ...);
+
+static_assert(none_can_be_deleted<icrypt, ilock, ifactory_lock, ieml, ifactory_eml, inotify_sender,
+                                  ifactory_notify_sender, isend, isend_sys, itime>);
 
 TEST(InterfaceTemplates, MakeAnObjectWithoutContextAndFreeIt)
 {
