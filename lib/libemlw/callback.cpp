@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "libcb/libcb.h"
-#include "libemlw/libemlw.h"
+#include "libemlw/engine_record.h"
 #include "liblog/trace.h"
 #include "libsendw/libsendw.h"
 #include "libsendw/pop.h"

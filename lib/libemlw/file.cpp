@@ -1,9 +1,8 @@
-// file.cpp - finding the message files of a work directory
+// file.cpp - the files of a work directory: its settings, and finding its message files
 
 #include "libemlw/file.h"
 
 #include <memory>
-#include <string>
 #include <vector>
 
 #include "support/format.h"
@@ -21,6 +20,11 @@ struct array_releaser {
 };
 
 }  // namespace
+
+std::string conf_fullpath(std::string const& workdir)
+{
+    return workdir + "/" + "zelismes.cf";
+}
 
 platform::text_array const* FindSMEFiles(char const* directory)
 {

@@ -1,12 +1,21 @@
-// file.h - finding the message files of a work directory
+// file.h - the files of a work directory: its settings, and finding its message files
 
 #ifndef ZELIEML_LIBEMLW_FILE_H
 #define ZELIEML_LIBEMLW_FILE_H
+
+#include <cstddef>
+#include <string>
 
 #include "platform/directory.h"
 
 namespace zelieml
 {
+
+// Bytes of a new message file's full path, the NUL included.
+constexpr std::size_t fullpath_size = 255;
+
+// conf_fullpath - the path of a work directory's settings file
+std::string conf_fullpath(std::string const& workdir);
 
 // FindSMEFiles - list the message files of a directory
 //

@@ -9,6 +9,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "libemlw/callback.h"
+#include "libemlw/engine_record.h"
 #include "libemlw/send.h"
 #include "libemlw/thread.h"
 #include "liblog/trace.h"
@@ -17,7 +19,6 @@
 #include "libsendw/libsendw.h"
 #include "libtimew/libtimew.h"
 #include "platform/clock.h"
-#include "platform/notification.h"
 #include "support/c_boundary.h"
 #include "support/format.h"
 #include "support/interface.h"
@@ -74,41 +75,6 @@ bool copy_name(char const* name, char (&out)[size])
 }
 
 }  // namespace
-
-void share_engine(_s_iemlw* engine)
-{
-    ++engine->shares;
-}
-
-void release_engine(_s_iemlw* engine)
-{
-    if (--engine->shares != 0) {
-        return;
-    }
-    end_observation(engine);
-    if (iqmgr* const queue = engine->queue) {
-        iqmgr_destroy(queue);
-    }
-    delete engine;
-}
-
-bool in_forked_child(_s_iemlw const* engine)
-{
-    return engine->owner != 0 && engine->owner != ::getpid();
-}
-
-void end_observation(_s_iemlw* engine)
-{
-    if (engine->observing) {
-        engine->observing = false;
-        platform::remove_observer(notify_name, engine->stock_symbol, engine);
-    }
-}
-
-std::string conf_fullpath(std::string const& workdir)
-{
-    return workdir + "/" + "zelismes.cf";
-}
 
 int create_fullpath(char const* workdir, char (&out)[fullpath_size])
 {

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "libemlw/libemlw.h"
+#include "libemlw/engine_record.h"
 
 namespace zelieml
 {

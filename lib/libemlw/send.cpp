@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "libemlw/callback.h"
+#include "libemlw/file.h"
 #include "liblog/liblog.h"
 #include "liblog/trace.h"
 #include "libmsg/libmsg.h"

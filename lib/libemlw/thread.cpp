@@ -4,6 +4,7 @@
 
 #include <unistd.h>
 
+#include "libemlw/file.h"
 #include "libemlw/salvage.h"
 #include "libemlw/send.h"
 #include "liblog/trace.h"

@@ -10,7 +10,7 @@
 #ifndef ZELIEML_LIBEMLW_THREAD_H
 #define ZELIEML_LIBEMLW_THREAD_H
 
-#include "libemlw/libemlw.h"
+#include "libemlw/engine_record.h"
 #include "platform/notification.h"
 
 namespace zelieml

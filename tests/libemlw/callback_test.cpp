@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "libcb/libcb.h"
-#include "libemlw/libemlw.h"
+#include "libemlw/engine_record.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/trace_recorder.h"
 

@@ -12,6 +12,7 @@
 #include <sys/stat.h>
 #include <vector>
 
+#include "libemlw/engine_record.h"
 #include "libemlw/libemlw.h"
 #include "libnotifyw/libnotifyw.h"
 #include "tests/libemlw/attempts.h"

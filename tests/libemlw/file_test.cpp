@@ -1,4 +1,4 @@
-// file_test.cpp - which entries of a work directory are message files
+// file_test.cpp - where the settings file is, and which entries are message files
 
 #include "libemlw/file.h"
 
@@ -16,6 +16,13 @@ using namespace zelieml;
 using zelieml::test::temp_dir;
 
 using strings = std::vector<std::string>;
+
+TEST(ConfFullpath, IsTheSettingsFileInTheWorkDirectory)
+{
+    EXPECT_EQ(conf_fullpath("/w"), "/w/zelismes.cf");
+    EXPECT_EQ(conf_fullpath(""), "/zelismes.cf");
+    EXPECT_EQ(conf_fullpath("a\\b/"), "a\\b//zelismes.cf");
+}
 
 class MessageFiles : public ::testing::Test
 {

@@ -46,13 +46,6 @@ std::string new_path(std::string const& workdir)
 
 }  // namespace
 
-TEST(ConfFullpath, IsTheSettingsFileInTheWorkDirectory)
-{
-    EXPECT_EQ(conf_fullpath("/w"), "/w/zelismes.cf");
-    EXPECT_EQ(conf_fullpath(""), "/zelismes.cf");
-    EXPECT_EQ(conf_fullpath("a\\b/"), "a\\b//zelismes.cf");
-}
-
 // --------------------------------------------------------------- names of files
 
 class CreateFullpath : public ::testing::Test
