@@ -12,6 +12,7 @@
 #include "liblog/trace.h"
 #include "support/format.h"
 #include "support/heap.h"
+#include "support/line_breaks.h"
 #include "support/no_cancellation.h"
 
 // Each key ends in a blank, which belongs to it.
@@ -228,37 +229,7 @@ char const* get_encoding_str(eml_encoding enc)
 
 int modify_line_feed(char const* in, char* out, int* size)
 {
-    if (in == nullptr || out == nullptr || size == nullptr || *size < 1) {
-        return -1;
-    }
-    std::memset(out, 0, static_cast<std::size_t>(*size));
-    if (*in == '\0') {
-        return -1;
-    }
-
-    std::size_t const room  = static_cast<std::size_t>(*size) - 1;  // less the NUL
-    std::size_t       count = 0;
-    while (*in != '\0') {
-        std::size_t const run = std::strcspn(in, "\r\n");
-        if (run > room - count) {
-            return -1;
-        }
-        std::memcpy(out + count, in, run);
-        count += run;
-        in += run;
-
-        if (*in != '\0') {
-            if (room - count < 2) {
-                return -1;
-            }
-            out[count++] = '\r';
-            out[count++] = '\n';
-            in += in[0] == '\r' && in[1] == '\n' ? 2 : 1;
-        }
-    }
-    out[count] = '\0';
-    *size      = static_cast<int>(count);
-    return 0;
+    return copy_with_crlf(in, out, size, opening_dot::kept);
 }
 
 int msg_get_from(void* msg, char* buf, int size)

@@ -13,6 +13,7 @@
 #include "libmsg/libmsg.h"
 #include "libtimew/libtimew.h"
 #include "support/heap.h"
+#include "support/line_breaks.h"
 
 namespace zelieml
 {
@@ -203,38 +204,10 @@ void modify_body(void* msg)
 
 int modify_body_data(char const* in, char* out, int* size)
 {
-    if (in == nullptr || out == nullptr || size == nullptr || *size < 1 || *in == '\0') {
-        return -1;
+    if (in != nullptr && *in == '\0') {
+        return -1;  // out is not even cleared, unlike in modify_line_feed
     }
-    std::memset(out, 0, static_cast<std::size_t>(*size));
-
-    std::size_t const limit  = static_cast<std::size_t>(*size) - 1;
-    std::size_t       length = 0;
-    auto              put    = [&](char const* bytes, std::size_t count) {
-        if (count > limit - length) {
-            return false;
-        }
-        std::memcpy(out + length, bytes, count);
-        length += count;
-        return true;
-    };
-
-    // A line at a time: its dot, its text, its end.
-    while (*in != '\0') {
-        std::size_t const text = std::strcspn(in, "\r\n");
-        if ((*in == '.' && !put(".", 1)) || !put(in, text)) {
-            return -1;
-        }
-        in += text;
-        if (*in != '\0') {
-            if (!put("\r\n", 2)) {
-                return -1;
-            }
-            in += in[0] == '\r' && in[1] == '\n' ? 2 : 1;
-        }
-    }
-    *size = static_cast<int>(length);
-    return 0;
+    return copy_with_crlf(in, out, size, opening_dot::doubled);
 }
 
 bool subject_use_encoding(char const* conf)
