@@ -12,30 +12,25 @@ namespace zelieml
 namespace
 {
 
-int log_in(_s_pop* session, _s_mailserver const& server)
+// The trace of a refused login.
+char const* refused_step(int login)
 {
-    if (is_apop(server)) {
-        if (pop_apop(session, server.pop_user, server.pop_password) != 0) {
-            trace_msg("error: pop_apop");
-            return -1;
-        }
-        return 0;
+    switch (login) {
+    case pop_apop_refused:
+        return "error: pop_apop";
+    case pop_user_refused:
+        return "error: pop_user";
+    default:
+        return "error: pop_passwd";
     }
-    if (pop_user(session, server.pop_user) != 0) {
-        trace_msg("error: pop_user");
-        return -1;
-    }
-    if (pop_passwd(session, server.pop_password) != 0) {
-        trace_msg("error: pop_passwd");
-        return -1;
-    }
-    return 0;
 }
 
 // Log in and ask how much there is.
 int open_mailbox(_s_pop* session, _s_mailserver const& server, mailbox_state& mailbox)
 {
-    if (log_in(session, server) != 0) {
+    int const login = pop_log_in(session, server.pop_user, server.pop_password, is_apop(server));
+    if (login != pop_ok) {
+        trace_msg(refused_step(login));
         return -1;
     }
     if (pop_stat(session, &mailbox.count, &mailbox.size) != 0) {

@@ -80,17 +80,6 @@ void store_number(char const* token, int* number)
     *number = text_to_int(token);
 }
 
-int log_in(_s_pop* session, char const* user, char const* password, bool apop)
-{
-    if (apop) {
-        return pop_apop(session, user, password) == 0 ? pop_ok : pop_apop_refused;
-    }
-    if (pop_user(session, user) != 0) {
-        return pop_user_refused;
-    }
-    return pop_passwd(session, password) == 0 ? pop_ok : pop_pass_refused;
-}
-
 }  // namespace
 
 int pop_start_session(char const* host, int port, _s_pop** out)
@@ -151,6 +140,17 @@ int pop_apop(_s_pop* session, char const* user, char const* password)
     }
     trace_msg("pop_apop out");
     return 0;
+}
+
+int pop_log_in(_s_pop* session, char const* user, char const* password, bool apop)
+{
+    if (apop) {
+        return pop_apop(session, user, password) == 0 ? pop_ok : pop_apop_refused;
+    }
+    if (pop_user(session, user) != 0) {
+        return pop_user_refused;
+    }
+    return pop_passwd(session, password) == 0 ? pop_ok : pop_pass_refused;
 }
 
 int pop_stat(_s_pop* session, int* count, int* size)
@@ -276,7 +276,7 @@ int pop_before_smtp(char const* server, int port, char const* user, char const* 
         return pop_start_failed;
     }
 
-    int code = log_in(session.get(), user, password, apop);
+    int code = pop_log_in(session.get(), user, password, apop);
     if (code == pop_ok && pop_quit(session.get()) != 0) {
         trace_msg("error: pop_quit");  // with its blank, on purpose
         code = pop_quit_failed;

@@ -69,6 +69,11 @@ int login_data(_s_pop* session, char const* word, char const* argument);
 // fails when one is missing or they stand the other way round.
 int pop_apop(_s_pop* session, char const* user, char const* password);
 
+// pop_log_in - log in by APOP, or else by USER and PASS
+//
+// Returns pop_ok, or which step was refused: pop_apop_refused, pop_user_refused, pop_pass_refused.
+int pop_log_in(_s_pop* session, char const* user, char const* password, bool apop);
+
 // pop_stat - ask for the size of the mailbox
 //
 // count, size  receive the number of messages and of bytes. A number that is missing leaves its
