@@ -68,7 +68,6 @@ int call_callback_raw(_s_iemlw* engine, std::string const& message, int result)
 
 eml_send_e get_callback_code(int result)
 {
-    constexpr int pop_not_resolved = 2001;  // nobody returns it now; a connection failure as ever
     switch (result) {
     case send_ok:
         return eml_send_ok;
