@@ -93,6 +93,8 @@ public:
     void           md5hexstr_free(unsigned char* buffer) override;
 };
 
+// The steps of icryptw.
+
 // hide_str, unhide_str - scramble a text in place, and read it again
 //
 // text  up to its NUL every byte is lowered by 3 (hide_str) or raised by 3 (unhide_str), so it

@@ -14,26 +14,6 @@ namespace zelieml
 
 struct _s_iemlw;
 
-// create_fullpath - find a name for a new message file and claim it
-//
-// workdir  work directory
-// out      receives the path: the directory, local time to the second, microseconds, process id
-//
-// The file is created, empty, so that nobody else gets the same name; one that exists leads to a
-// second name, with a backslash for a separator and the year plus one. Only "exists" counts as
-// taken: when the file cannot be created for another reason, the name is given out all the same,
-// for the save to report it.
-//
-// Returns 0. Returns -1 when both names are taken, or when one does not fit. Any thread or
-// process.
-int create_fullpath(char const* workdir, char (&out)[fullpath_size]);
-
-// notify - announce a message file to the engine of a stock symbol
-//
-// Returns 0, whether an engine heard it or not; -1 when the symbol is empty, there is no memory, or
-// the system refuses.
-int notify(char const* fullpath, char const* stock_symbol);
-
 class ieml
 {
 public:
@@ -133,6 +113,28 @@ public:
     int post_sync(char const* workdir, void* msg, void** result) override;
     int post(char const* fullpath, char const* stock_symbol) override;
 };
+
+// The steps of posting.
+
+// create_fullpath - find a name for a new message file and claim it
+//
+// workdir  work directory
+// out      receives the path: the directory, local time to the second, microseconds, process id
+//
+// The file is created, empty, so that nobody else gets the same name; one that exists leads to a
+// second name, with a backslash for a separator and the year plus one. Only "exists" counts as
+// taken: when the file cannot be created for another reason, the name is given out all the same,
+// for the save to report it.
+//
+// Returns 0. Returns -1 when both names are taken, or when one does not fit. Any thread or
+// process.
+int create_fullpath(char const* workdir, char (&out)[fullpath_size]);
+
+// notify - announce a message file to the engine of a stock symbol
+//
+// Returns 0, whether an engine heard it or not; -1 when the symbol is empty, there is no memory, or
+// the system refuses.
+int notify(char const* fullpath, char const* stock_symbol);
 
 }  // namespace zelieml
 

@@ -26,16 +26,6 @@ namespace zelieml
 // thread.
 int send_queue(_s_iemlw* engine, unsigned int try_count, unsigned int interval);
 
-// _send_queue - one attempt for one file: sends it, reports it, decides about the file
-//
-// try_count  0: a failed attempt leaves the file queued; else the file is deleted and leaves the
-//            queue also when the attempt failed
-//
-// Returns the result number, send_other_failure when memory was lacking on the way. Throws
-// std::bad_alloc when there is no memory to begin with, and no attempt has been made; or when the
-// file is done with and deleted, but its entry could not leave the queue. Worker thread.
-int _send_queue(_s_iemlw* engine, std::string const& file, unsigned int try_count);
-
 // send_sync - send one message file now and delete it, whatever the result
 //
 // dir     work directory, whose settings file is used
@@ -45,6 +35,18 @@ int _send_queue(_s_iemlw* engine, std::string const& file, unsigned int try_coun
 // Returns the send driver's result number; send_other_failure when memory was lacking on the way.
 // Any thread.
 int send_sync(char const* dir, char const* file, std::string& detail);
+
+// The steps of send_queue and send_sync.
+
+// _send_queue - one attempt for one file: sends it, reports it, decides about the file
+//
+// try_count  0: a failed attempt leaves the file queued; else the file is deleted and leaves the
+//            queue also when the attempt failed
+//
+// Returns the result number, send_other_failure when memory was lacking on the way. Throws
+// std::bad_alloc when there is no memory to begin with, and no attempt has been made; or when the
+// file is done with and deleted, but its entry could not leave the queue. Worker thread.
+int _send_queue(_s_iemlw* engine, std::string const& file, unsigned int try_count);
 
 // write_log - add an attempt to the send log, if log_yes allows
 //

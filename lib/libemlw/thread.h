@@ -34,6 +34,8 @@ int start_thread(_s_iemlw* engine);
 // the same, and the engine is as it was.
 int stop_thread(_s_iemlw* engine);
 
+// The steps of the worker, and what it is told by.
+
 // eml_thread - the body of the worker; the argument is the engine record
 //
 // Returns null. In a child that a callback forked it returns when the callback has returned there,

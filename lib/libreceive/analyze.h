@@ -27,6 +27,8 @@ int analyze_domain(std::string const& domains, int& count, std::vector<std::stri
                    std::vector<std::string> const& subject, std::vector<std::string>& kept_from,
                    std::vector<std::string>& kept_subject);
 
+// The steps of analyze_domain.
+
 // split_domain - cut a list of domains
 //
 // domains  as above

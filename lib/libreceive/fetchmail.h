@@ -31,11 +31,6 @@ struct mailbox_state {
     bool dele_refused = false;  // a DELE of this session
 };
 
-// is_apop - whether to log in by APOP: the authentication type is "apop", exactly
-//
-// server  the record; it has an authentication type
-bool is_apop(_s_mailserver const& server);
-
 // fetchmail_get_one_mail - fetch and delete the first mail of a mailbox, in a session of its own
 //
 // server         the record
@@ -54,6 +49,9 @@ int fetchmail_get_one_mail(_s_mailserver const& server, std::int32_t& fetched,
                            std::int32_t& remaining, std::string& from, std::string& subject,
                            std::string& reply, mailbox_state& mailbox);
 
+// delete_keyword - what follows the first occurrence of key; the whole text when there is none
+std::string delete_keyword(std::string const& text, char const* key);
+
 // fetchmail_get_mails - fetch and delete all mails of a mailbox in one session
 //
 // server          the record
@@ -64,6 +62,13 @@ int fetchmail_get_one_mail(_s_mailserver const& server, std::int32_t& fetched,
 // unread of it would be taken for the next answer. Nothing is deleted then.
 int fetchmail_get_mails(_s_mailserver const& server, std::vector<std::string>& froms,
                         std::vector<std::string>& subjects, std::string& reply);
+
+// The steps of fetchmail_get_one_mail and fetchmail_get_mails.
+
+// is_apop - whether to log in by APOP: the authentication type is "apop", exactly
+//
+// server  the record; it has an authentication type
+bool is_apop(_s_mailserver const& server);
 
 // fetch_mails - the mails 1 to count of an open mailbox; froms and subjects as above
 int fetch_mails(_s_pop* session, int count, std::vector<std::string>& froms,
@@ -78,9 +83,6 @@ int delete_mails(_s_pop* session, int count, bool& refused);
 
 // find_item - the first line that contains key anywhere; an empty text when there is none
 std::string find_item(std::vector<std::string> const& lines, char const* key);
-
-// delete_keyword - what follows the first occurrence of key; the whole text when there is none
-std::string delete_keyword(std::string const& text, char const* key);
 
 }  // namespace zelieml
 

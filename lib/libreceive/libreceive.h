@@ -36,9 +36,6 @@ int receive_msg_create(void** list);
 // receive_msg_destroy - free a list. Null is accepted. Returns 0.
 int receive_msg_destroy(void* list);
 
-// receive_msg_init - empty a list
-void receive_msg_init(_s_receive_msg& list);
-
 // receive_msg_count - number of mails in a list, 0 for null
 int receive_msg_count(void* list);
 
@@ -57,6 +54,23 @@ int receive_msg_count(void* list);
 // when DELE was refused in 1000 sessions in a row, or STAT said the very same in 1000.
 int receive_mails(void* server, void* list, char const* domains);
 
+// receive_msg_get_from, receive_msg_get_subject - copy a line without its "From: " or "Subject: "
+//
+// list    the list
+// index   0 and up
+// buffer  receives what follows the first "From: " or "Subject: " of the line, and a NUL
+// length  bytes at buffer; the whole line, its prefix included, and a NUL have to fit
+//
+// Returns 0. Returns -1, leaving the buffer as it was, when a pointer is null, there is no such
+// mail, or the line does not fit.
+int receive_msg_get_from(void* list, int index, char* buffer, int length);
+int receive_msg_get_subject(void* list, int index, char* buffer, int length);
+
+// The steps of receive_mails.
+
+// receive_msg_init - empty a list
+void receive_msg_init(_s_receive_msg& list);
+
 // process_one_mail - one session: append what it fetched
 //
 // server          the record
@@ -71,18 +85,6 @@ int process_one_mail(_s_mailserver const& server, std::int32_t& remaining,
 
 // copy_in_to_out - append lines to lines
 void copy_in_to_out(std::vector<std::string> const& in, std::vector<std::string>& out);
-
-// receive_msg_get_from, receive_msg_get_subject - copy a line without its "From: " or "Subject: "
-//
-// list    the list
-// index   0 and up
-// buffer  receives what follows the first "From: " or "Subject: " of the line, and a NUL
-// length  bytes at buffer; the whole line, its prefix included, and a NUL have to fit
-//
-// Returns 0. Returns -1, leaving the buffer as it was, when a pointer is null, there is no such
-// mail, or the line does not fit.
-int receive_msg_get_from(void* list, int index, char* buffer, int length);
-int receive_msg_get_subject(void* list, int index, char* buffer, int length);
 
 }  // namespace zelieml
 

@@ -62,9 +62,6 @@ using pop_holder = session_holder<_s_pop>;
 int pop_user(_s_pop* session, char const* user);
 int pop_passwd(_s_pop* session, char const* password);
 
-// login_data - a command word, a blank, an argument
-int login_data(_s_pop* session, char const* word, char const* argument);
-
 // pop_apop - log in by APOP, right after the greeting
 //
 // Takes the time stamp from the first "<" of the greeting to the first ">", both included, and
@@ -115,6 +112,24 @@ int pop_end_session(_s_pop* session);
 // Returns -1 for null.
 int pop_free(_s_pop* session);
 
+// pop_before_smtp - log in to a POP3 server, so that its SMTP server knows this host
+//
+// server, port    of the POP3 server
+// user, password  the account, clear text; null counts as refused
+// apop            log in by APOP rather than USER and PASS
+// wait_ms         milliseconds to wait after a good login and the end of the session; none when
+//                 negative
+// reply           receives the server's last line
+//
+// Returns a pop_result. A refused login ends without QUIT.
+int pop_before_smtp(char const* server, int port, char const* user, char const* password, bool apop,
+                    int wait_ms, std::string& reply);
+
+// The steps of the commands.
+
+// login_data - a command word, a blank, an argument
+int login_data(_s_pop* session, char const* word, char const* argument);
+
 // pop_error - whether a reply line reports an error
 bool pop_error(std::string const& line);
 
@@ -133,19 +148,6 @@ std::string remove_nr(std::string const& line);
 
 // remove_end_char - drop the last byte of a text of more than one byte if it is this one
 void remove_end_char(char* text, char end);
-
-// pop_before_smtp - log in to a POP3 server, so that its SMTP server knows this host
-//
-// server, port    of the POP3 server
-// user, password  the account, clear text; null counts as refused
-// apop            log in by APOP rather than USER and PASS
-// wait_ms         milliseconds to wait after a good login and the end of the session; none when
-//                 negative
-// reply           receives the server's last line
-//
-// Returns a pop_result. A refused login ends without QUIT.
-int pop_before_smtp(char const* server, int port, char const* user, char const* password, bool apop,
-                    int wait_ms, std::string& reply);
 
 }  // namespace zelieml
 

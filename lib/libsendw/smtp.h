@@ -108,6 +108,8 @@ int smtp_quit(_s_smtp* session);
 // success all the same. Returns -1 only for null.
 int smtp_end_session(_s_smtp* session);
 
+// The steps of the commands.
+
 // read_multiline_reply - read one reply (RFC 5321, 4.2.1)
 //
 // lines  receives the lines, each with its CR LF; emptied first

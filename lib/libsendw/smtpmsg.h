@@ -29,10 +29,6 @@ namespace zelieml
 // Returns 0, or -1 when header or body could not be composed.
 int smtpmsg_create_multiline(void* msg, std::vector<std::string>& out, char const* conf);
 
-// The two forms; arguments and result as above. The body is taken as it is.
-int smtpmsg_create_utf8_multiline(void* msg, std::vector<std::string>& out, char const* conf);
-int smtpmsg_create_jis_multiline(void* msg, std::vector<std::string>& out, char const* conf);
-
 // smtpmsg_split_address - cut a list of addresses
 //
 // list  addresses separated by commas, and by nothing else
@@ -40,6 +36,12 @@ int smtpmsg_create_jis_multiline(void* msg, std::vector<std::string>& out, char 
 //
 // Returns 0, or -1 for an empty list.
 int smtpmsg_split_address(std::string const& list, std::vector<std::string>& out);
+
+// The steps of smtpmsg_create_multiline.
+
+// The two forms; arguments and result as above. The body is taken as it is.
+int smtpmsg_create_utf8_multiline(void* msg, std::vector<std::string>& out, char const* conf);
+int smtpmsg_create_jis_multiline(void* msg, std::vector<std::string>& out, char const* conf);
 
 // eliminate_space - a copy of a text without any blank (0x20)
 std::string eliminate_space(std::string const& text);

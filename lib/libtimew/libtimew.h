@@ -40,6 +40,8 @@ public:
 // modify_year - the year of a tm_year
 int modify_year(int tm_year);
 
+// The steps of itimew.
+
 // get_wday_str - "Sun" to "Sat" for 0 to 6, "" for any other number
 char const* get_wday_str(int tm_wday);
 
