@@ -205,8 +205,8 @@ int msg_set_body(void* msg, char const* text)
     }
 
     std::string& body = static_cast<_s_msg*>(msg)->body;
-    // Twice the length is one byte short for a text of nothing but lone line breaks, which is
-    // therefore stored unchanged; so it has always been.
+    // One byte short for a body of nothing but lone line breaks, which is therefore stored
+    // unchanged: deliberate, see docs/ODDITIES.md.
     int                     capacity = static_cast<int>(2 * length);
     heap_buffer<char> const buffer   = heap_array<char>(2 * length);
     if (buffer && modify_line_feed(text, buffer.get(), &capacity) == 0) {

@@ -83,8 +83,8 @@ std::string get_timezone_bias_str()
     int const          hours   = static_cast<int>(minutes / 60);
     int const          rest    = static_cast<int>(minutes % 60);
 
-    // Zero hours have a minus, and negative numbers keep their own one behind it: the form that
-    // this library has always written.
+    // Zero hours get a minus, and negative numbers keep their own sign behind it: deliberate, see
+    // docs/ODDITIES.md.
     char text[text_size];
     format_text(text, "%s%02d%02d", hours > 0 ? "+" : "-", hours, rest);
     return text;

@@ -1,7 +1,6 @@
 // key_handle.cpp - sessions, digests and symmetric keys by CSSM and the system's own provider
 //
-// The interface is old, and compilers say so: the transforms of crypto.cpp have taken its place
-// for everything that stored passwords need.
+// The system deprecates this interface. Stored passwords need only the transforms of crypto.cpp.
 
 #include <cerrno>
 #include <cstring>
