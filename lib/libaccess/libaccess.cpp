@@ -32,8 +32,8 @@ int greet(_s_smtp* session, _s_mailserver const& server)
     return send_ok;
 }
 
-// An access, with its result as the library's callers see it. The buffer's size is the caller's
-// care. It holds an empty text even when memory is lacking.
+// Runs an access and turns its result into a code. message holds an empty string even when memory is
+// lacking; it is a buffer of unknown size, deliberately, see docs/ODDITIES.md.
 template <class Access>
 eml_send_e report(char* message, Access&& access)
 {
@@ -101,7 +101,8 @@ int pop_access(_s_mailserver const* server, bool use_wait, std::string& reply)
     if (server == nullptr || server->pop_auth_type == nullptr) {
         return send_other_failure;
     }
-    // Whatever is not "pop" is APOP here; for receiving it is the other way round, on purpose.
+    // Anything but "pop" means APOP here, whereas receiving asks for "apop": deliberate, see
+    // docs/ODDITIES.md.
     bool const apop = std::strcmp(server->pop_auth_type, "pop") != 0;
     return pop_before_smtp(server->pop_host, server->pop_port, server->pop_user,
                            server->pop_password, apop, use_wait ? server->pop_wait : 0, reply);

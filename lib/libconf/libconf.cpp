@@ -179,14 +179,14 @@ int get_val(char const* line, char* val, unsigned int* len)
     std::memset(val, 0, *len);
     char const* rest = std::strchr(line, '=');
     if (rest == nullptr) {
-        return -1;  // the length stays as it was, here alone
+        return -1;  // without touching *len: deliberate, see docs/ODDITIES.md
     }
     do {
         ++rest;
     } while (is_skip(*rest));
 
-    // The last character is the CR of the line. It is counted in the room that is asked for, and
-    // dropped unseen.
+    // The last character is taken for the CR: counted in the room needed, then dropped whatever it
+    // is. Deliberate, see docs/ODDITIES.md.
     std::size_t const n = std::strlen(rest);
     if (*len == 0 || *len - 1 < n) {
         *len = 0;
@@ -264,7 +264,7 @@ void write_kv(file_writer& out, char const* key, char const* val)
 void write_buf(file_writer& out, char const* line, std::size_t size)
 {
     if (size == 0 || (size == 1 && line[0] == '\r')) {
-        return;  // empty lines go
+        return;  // a rewrite drops empty lines
     }
     out.put(line, size);
     out.put("\n");
@@ -310,8 +310,8 @@ bool is_file_at(char const* path, int fd)
            open.st_ino == named.st_ino;
 }
 
-// Puts the temporary file, open as tmp, in the place of the settings file. Nothing is kept as a
-// backup: the ".bak" file is only deleted.
+// Puts the temporary file, open as tmp, in the place of the settings file. The ".bak" file is deleted
+// and none is made: deliberate, see docs/ODDITIES.md.
 int rename_tmp(char const* path, char const* tmp_path, int tmp)
 {
     std::string const bak_path = std::string(path) + ".bak";

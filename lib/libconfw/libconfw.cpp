@@ -21,7 +21,8 @@ public:
     explicit call_lock(char const* path)
     {
         if (ifactory_lockw().create(&lock_) == 0) {
-            lock_->lock(get_basename(path));
+            lock_->lock(
+                get_basename(path));  // the name is not used: deliberate, see docs/ODDITIES.md
         } else {
             trace_msg("error:ilockw_create");
         }

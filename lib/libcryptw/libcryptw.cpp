@@ -209,7 +209,7 @@ unsigned char* _crypt_raw(csp_context* context, unsigned char const* data, unsig
             longer = heap_realloc(joined.get(), joined_len + produced);
         }
         if (longer == nullptr) {
-            // The second text names decrypting, odd as it reads.
+            // The text for decrypting is deliberate, see docs/ODDITIES.md.
             trace_msg(encrypting ? "error:cdsaStagedEncrypt" : "error:CryptEncrypt");
             return nullptr;
         }
@@ -288,7 +288,7 @@ unsigned char* icryptw::hmac_md5(unsigned char const* key, unsigned long key_len
 
     heap_buffer<unsigned char> short_key;
     if (key_len > hmac_block_size) {
-        // Not key_len bytes: keys are texts here, and a longer one counts as far as its NUL.
+        // The key up to its NUL, not key_len bytes: deliberate, see docs/ODDITIES.md.
         short_key.reset(md5(key, text_length(key)));
         if (!short_key) {
             return nullptr;
@@ -320,9 +320,7 @@ unsigned char* icryptw::hmac_md5(unsigned char const* key, unsigned long key_len
 
 int icryptw::init()
 {
-    // Its callers ask all the same, and would trace "error:init": this is where a cryptography that
-    // has to be set up would be.
-    return 0;
+    return 0;  // a library that has to be set up would be set up here; callers check the result
 }
 
 unsigned char* icryptw::encrypt(char const* pass_phrase, unsigned char const* data,

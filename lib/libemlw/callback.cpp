@@ -96,7 +96,7 @@ char const* get_callback_code_str(int result)
     case eml_send_ok:
         return "send(ok)";
     case eml_send_error_connection:
-        return "error(connectioin)";  // spelled so on purpose
+        return "error(connectioin)";  // deliberate, see docs/ODDITIES.md
     case eml_send_error_auth:
         return "error(auth)";
     default:

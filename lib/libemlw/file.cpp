@@ -39,7 +39,7 @@ platform::text_array const* FindSMEFiles(char const* directory)
     }
     for (std::string const& name : names) {
         char path[path_size];
-        // Anywhere in the name, on purpose.
+        // Anywhere in the name: deliberate, see docs/ODDITIES.md.
         if (name.find(".sme") != std::string::npos &&
             format_text(path, "%s/%s", directory, name.c_str()) != -1) {
             platform::text_array_append(files.get(), path);

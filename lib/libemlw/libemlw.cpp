@@ -97,7 +97,7 @@ int create_fullpath(char const* workdir, char (&out)[fullpath_size])
     }
     trace_msg("warning:existing file:%s");
 
-    // The backslash and the year plus one are meant so.
+    // The backslash and the next year are deliberate, see docs/ODDITIES.md.
     if (form('\\', year + 1) == -1) {
         return -1;
     }
@@ -217,8 +217,9 @@ int ifactory_emlw::post(char const* workdir, char const* stock_symbol, void* msg
         return -1;
     }
     if (notify(path, stock_symbol) != 0) {
-        trace_msg("error:msg_save(%s)");  // the text of the save error, on purpose; salvage finds
-                                          // the file
+        // Saved and not announced is a success, since salvage finds the file. The text of the save
+        // error is deliberate, see docs/ODDITIES.md.
+        trace_msg("error:msg_save(%s)");
     }
     trace_msg("post out");
     return 0;

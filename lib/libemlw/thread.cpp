@@ -255,7 +255,8 @@ void timer_proc_queue_try(_s_iemlw* engine)
         trace_msg("error:TlsGetValue");
         return;
     }
-    // The salvage interval, not the try interval, is the age for a second attempt; it is meant so.
+    // The age for a second attempt is the salvage interval, not the try interval: deliberate, see
+    // docs/ODDITIES.md.
     unsigned int const retry_age_ms = get_interval_queue_salvage(engine->workdir);
     send_queue(engine, 0, 0);
     send_queue(engine, 1, retry_age_ms);
@@ -263,13 +264,14 @@ void timer_proc_queue_try(_s_iemlw* engine)
 
 unsigned int get_interval_queue_salvage(char const* workdir)
 {
-    worker_step([&] { conf_fullpath(workdir); });  // where a key for it would stand
+    // Formed and not read: the interval is fixed. A setting for it would be looked up here.
+    worker_step([&] { conf_fullpath(workdir); });
     return salvage_interval_ms;
 }
 
 unsigned int get_interval_queue_try(char const* workdir)
 {
-    worker_step([&] { conf_fullpath(workdir); });  // where a key for it would stand
+    worker_step([&] { conf_fullpath(workdir); });  // as above
     return try_interval_ms;
 }
 

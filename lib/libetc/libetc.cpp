@@ -14,8 +14,8 @@ namespace zelieml
 namespace
 {
 
-// A character that is no digit counts as 0: a stored password that was tampered with decrypts to
-// something else, it does not fail.
+// Any other character counts as 0: deliberate, see docs/ODDITIES.md. A stored password that was
+// tampered with decrypts to some other text and does not fail.
 unsigned digit_value(unsigned char digit)
 {
     if (digit >= '0' && digit <= '9') {

@@ -31,7 +31,7 @@ int ilockw::create_context()
     }
     if (::pthread_mutex_init(mutex_, nullptr) != 0) {
         trace_msg("error:pthread_mutex_init");
-        return -1;
+        return -1;  // with its memory: deliberate, see docs/ODDITIES.md
     }
     return 0;
 }
@@ -42,7 +42,7 @@ int ilockw::destroy_context()
         return -1;
     }
     ::pthread_mutex_destroy(mutex_);
-    heap_free(mutex_);
+    heap_free(mutex_);  // and the pointer stays: deliberate, see docs/ODDITIES.md
     return 0;
 }
 

@@ -58,6 +58,7 @@ void liblog(char const* dir, char const* format, ...)
 
 std::string get_filepath(char const* dir)
 {
+    // The backslash is deliberate, see docs/ODDITIES.md.
     return std::string(dir) + "\\" + itimew().get_logfile_date() + ".log";
 }
 

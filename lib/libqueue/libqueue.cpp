@@ -44,7 +44,7 @@ bool is_try_queue(c_queue& entry, unsigned int try_count, unsigned int interval,
     if (try_count == 0 && entry.try_count() == 0) {
         due = true;
     } else if (try_count == 1 && entry.try_count() >= 1) {
-        // Measured from queueing, not from the last attempt.
+        // Since queueing, not since the last attempt: deliberate, see docs/ODDITIES.md.
         std::int64_t const elapsed =
             std::int64_t{platform::wall_seconds()} - std::int64_t{entry.queued_time()};
         due = elapsed >= std::int64_t{interval / 1000};
@@ -130,7 +130,7 @@ int iqmgr::add(std::vector<std::string> const& files)
         trace_msg("posted! %s");
         trace_msg("add file %s");
         if (outcome == addition::evicting) {
-            return 0;  // one eviction a call; the files after this one wait for salvage
+            return 0;  // one eviction a call: deliberate, see docs/ODDITIES.md
         }
     }
     return 0;

@@ -53,7 +53,7 @@ bool find_domain(std::string const& sender, std::vector<std::string> const& entr
 
 bool find_domain_ok(std::string const& sender, std::string const& entry)
 {
-    // Anywhere in the domain, on purpose; and an empty entry is found in any text, even in none.
+    // Anywhere in the domain, and an empty entry in any: deliberate, see docs/ODDITIES.md.
     if (get_domain(sender).find(entry) == std::string::npos) {
         return false;
     }

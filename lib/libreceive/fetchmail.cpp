@@ -50,7 +50,7 @@ int close_mailbox(pop_holder& session, std::string& reply)
     }
     reply = session->reply;
     if (pop_end_session(session.release()) != 0) {
-        trace_msg("error:smtp_end_session");  // "smtp" in the POP path, on purpose
+        trace_msg("error:smtp_end_session");  // the text of SMTP, deliberately
         return -1;
     }
     return quit;
@@ -122,8 +122,8 @@ int fetch_one(_s_pop* session, std::int32_t& fetched, std::int32_t& remaining, s
 
 bool is_apop(_s_mailserver const& server)
 {
-    // Whatever is not "apop" is USER and PASS here; for the test login it is the other way round,
-    // on purpose.
+    // Anything but "apop" means USER and PASS here, whereas a login test asks for "pop": deliberate,
+    // see docs/ODDITIES.md.
     return std::strcmp(server.pop_auth_type, "apop") == 0;
 }
 
@@ -187,7 +187,7 @@ int delete_mails(_s_pop* session, int count, bool& refused)
 
 std::string find_item(std::vector<std::string> const& lines, char const* key)
 {
-    // In the status line and in the body too, and anywhere in a line, on purpose.
+    // Anywhere in a line, also of the status and the body: deliberate, see docs/ODDITIES.md.
     for (std::string const& line : lines) {
         if (line.find(key) != std::string::npos) {
             return line;

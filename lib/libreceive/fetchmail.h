@@ -52,7 +52,8 @@ int fetchmail_get_one_mail(_s_mailserver const& server, std::int32_t& fetched,
 // delete_keyword - what follows the first occurrence of key; the whole text when there is none
 std::string delete_keyword(std::string const& text, char const* key);
 
-// fetchmail_get_mails - fetch and delete all mails of a mailbox in one session
+// fetchmail_get_mails - fetch and delete all mails of a mailbox in one session; no other unit calls
+// it, deliberately, see docs/ODDITIES.md
 //
 // server          the record
 // froms, subjects the lines of each mail are appended, as for fetchmail_get_one_mail

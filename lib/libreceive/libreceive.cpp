@@ -49,7 +49,7 @@ int get_line(void* list, std::vector<std::string> _s_receive_msg::*lines, char c
         return -1;
     }
     std::string const& line = (mails.*lines)[static_cast<std::size_t>(index)];
-    // The whole line has to fit, on purpose, although its key is not copied.
+    // The whole line has to fit, though its key is not copied: deliberate, see docs/ODDITIES.md.
     if (length < 0 || line.size() + 1 > static_cast<std::size_t>(length)) {
         return -1;
     }

@@ -151,7 +151,7 @@ int _pop_before_smtp(char const* conf, std::string& result_text)
     }
     userinfo info;
     if (get_pop_userinfo(info, conf) != 0) {
-        trace_msg("error:get_smtp_userinfo");  // "smtp" in the POP path, on purpose
+        trace_msg("error:get_smtp_userinfo");  // deliberate, see docs/ODDITIES.md
         return send_other_failure;
     }
     trace_msg("pop_before_smtp user:%s passwd:%s");
@@ -214,7 +214,8 @@ int _send_rcptto(_s_smtp* session, void* msg)
 
 int _send_message(_s_smtp* session, void* msg, char const* conf)
 {
-    // The envelope sender is the reply-to address, not From. An empty one sends "<>".
+    // The envelope sender is the reply-to address, not From, and an empty one sends "<>": deliberate,
+    // see docs/ODDITIES.md.
     if (smtp_mailfrom(session, msg_get_replyto(msg)) != 0 || _send_rcptto(session, msg) != 0 ||
         smtp_start_data(session) != 0) {
         return -1;
@@ -290,7 +291,7 @@ int isendw::send(char const* msg_fullpath, char const* conf_fullpath, std::strin
 
 int isendw_sys::init()
 {
-    return 0;
+    return 0;  // nothing to set up, so callers may ignore the result
 }
 
 int isendw_sys::end()

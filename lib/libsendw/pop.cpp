@@ -215,7 +215,7 @@ int pop_free(_s_pop* session)
 
 bool pop_error(std::string const& line)
 {
-    // "error" in good news counts as well, on purpose.
+    // Anywhere, also in a positive reply: deliberate, see docs/ODDITIES.md.
     for (char const* sign : {"-ERR", "-err", "error"}) {
         if (line.find(sign) != std::string::npos) {
             trace_msg("error:-ERR");
@@ -278,14 +278,14 @@ int pop_before_smtp(char const* server, int port, char const* user, char const* 
 
     int code = pop_log_in(session.get(), user, password, apop);
     if (code == pop_ok && pop_quit(session.get()) != 0) {
-        trace_msg("error: pop_quit");  // with its blank, on purpose
+        trace_msg("error: pop_quit");  // the blank is deliberate, see docs/ODDITIES.md
         code = pop_quit_failed;
     }
 
     reply = session->reply;
-    // Only a null session fails to end: 2003 is a number that callers know, and never comes out.
+    // Only a null session fails to end, so 2003 is never returned: deliberate, see docs/ODDITIES.md.
     if (pop_end_session(session.release()) != 0) {
-        trace_msg("error:smtp_end_session");  // "smtp" in the POP path, on purpose
+        trace_msg("error:smtp_end_session");  // the text of SMTP, deliberately
         return pop_end_failed;
     }
 

@@ -107,9 +107,9 @@ int pop_quit(_s_pop* session);
 // success all the same. Returns -1 only for null.
 int pop_end_session(_s_pop* session);
 
-// pop_free - free the session without touching its connection
+// pop_free - free the session without touching its connection; no other unit calls it
 //
-// Returns -1 for null.
+// Returns 0, or -1 for null.
 int pop_free(_s_pop* session);
 
 // pop_before_smtp - log in to a POP3 server, so that its SMTP server knows this host

@@ -44,7 +44,7 @@ int _smtp_rcptto(_s_smtp* session, std::string const& address)
 int _smtp_write_data(_s_smtp* session, std::string const& line)
 {
     if (line.size() >= static_cast<std::size_t>(std::numeric_limits<int>::max())) {
-        trace_msg("error:malloc");  // so called though no copy is made
+        trace_msg("error:malloc");  // the trace for a line too long, though nothing is allocated
         return -1;
     }
     int const length = static_cast<int>(line.size());
@@ -76,7 +76,7 @@ int read_last_line(_s_smtp* session, std::string& line)
         trace_msg("error:read_multiline_reply");
         return -1;
     }
-    // A complete reply has a line: this stands for the day when the reader may see it otherwise.
+    // A complete reply has a line: this only guards line.back() below.
     if (lines.empty()) {
         trace_msg("error:no reply line");
         return -1;
@@ -193,7 +193,8 @@ int smtp_ehlo2(_s_smtp* session, std::string const& auth_type, char const* user,
         return -1;
     }
     bool const offered = contains(auth_line, "AUTH");
-    // A setting that does not agree with the server is an error, in both directions.
+    // A setting that disagrees with the server is an error, both ways: deliberate, see
+    // docs/ODDITIES.md.
     if (std::strcmp(auth_switch, offered ? "on" : "off") != 0) {
         trace_msg("error:smtp incorrect");
         return -1;
@@ -291,7 +292,7 @@ int read_reply_and_check_code(_s_smtp* session, char const* code)
     if (read_last_line(session, line) != 0) {
         return -1;
     }
-    // Anywhere in the line, loose on purpose.
+    // Anywhere in the line: deliberate, see docs/ODDITIES.md.
     if (!contains(line, code)) {
         trace_msg("error:can not find code (%s)");
         return -1;
@@ -360,7 +361,7 @@ int auth_plain(_s_smtp* session, char const* user, char const* password)
 {
     trace_msg("auth_plain in");
     std::string response = std::string("^") + user + "^" + password;
-    // Every "^" becomes a NUL, one inside the user or the password too.
+    // Every "^" becomes a NUL, also in user and password: deliberate, see docs/ODDITIES.md.
     std::replace(response.begin(), response.end(), '^', '\0');
     if (respond(session, "AUTH PLAIN ", response, "235", "error:not 235") != 0) {
         return -1;

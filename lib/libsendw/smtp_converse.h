@@ -26,12 +26,12 @@ int smtp_converse(char const* host, int port, std::string& reply, Conversation&&
 {
     smtp_holder session;
     if (smtp_start_session(host, port, session.out()) != 0) {
-        trace_msg("error:smtp_start_sesion");  // spelled so on purpose
+        trace_msg("error:smtp_start_sesion");  // deliberate, see docs/ODDITIES.md
         return send_not_connected;
     }
     int const result = conversation(session.get());
     reply            = std::move(session->reply);
-    // Only a null session fails to end: 1002 is a number that callers know, and never comes out.
+    // Only a null session fails to end, so 1002 is never returned: deliberate, see docs/ODDITIES.md.
     if (smtp_end_session(session.release()) != 0) {
         trace_msg("error:smtp_end_session");
         return send_not_ended;

@@ -50,7 +50,7 @@ bool is_jis(std::string const& encoding)
 int create(void* msg, std::vector<std::string>& out, char const* conf, mail_form const& form)
 {
     out.clear();
-    // The steps of both forms always succeed; a form whose steps can fail is told of here.
+    // The steps of both forms return 0 always; the checks are for a form whose steps can fail.
     if (form.header(msg, out, conf) != 0) {
         trace_msg("error:msg_header");
         return -1;
@@ -119,7 +119,7 @@ int smtpmsg_create_multiline(void* msg, std::vector<std::string>& out, char cons
     std::string const encoding = msg_get_encoding(msg);
     modify_body(msg);
     if (is_jis(encoding)) {
-        trace_msg("encoding: IOS-2022-JP");  // spelled so on purpose
+        trace_msg("encoding: IOS-2022-JP");  // deliberate, see docs/ODDITIES.md
         return smtpmsg_create_jis_multiline(msg, out, conf);
     }
     trace_msg("encoding: UTF-8");
@@ -250,7 +250,7 @@ std::string _base64(std::string const& text, bool line_breaks)
                               static_cast<int>(text.size()), line_breaks));
     if (!encoded) {
         trace_msg("error:base64_encode");
-        return {};  // without memory the mail goes with an empty text, on purpose
+        return {};  // the mail is sent without it: deliberate, see docs/ODDITIES.md
     }
     return reinterpret_cast<char const*>(encoded.get());
 }

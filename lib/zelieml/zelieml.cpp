@@ -22,7 +22,8 @@ namespace
 
 constexpr char default_stock_symbol[] = "zelieml_stocksymbol";
 
-// An eml_stop_multi is in progress in this process.
+// An eml_stop_multi is in progress in this process. A plain flag: it turns away nested calls and
+// keeps nobody waiting. Threads may look at it at the same moment, hence the relaxed accesses.
 bool g_in_stop_multi = false;
 
 void stop_and_destroy(void* eml)
@@ -152,7 +153,7 @@ int eml_post_sys(void* eml, void* msg)
         return -1;
     }
     if (at_c_boundary(-1, [&] { return static_cast<ieml*>(eml)->post(msg); }) != 0) {
-        trace_msg("errro:eml_post");  // spelled so on purpose
+        trace_msg("errro:eml_post");  // deliberate, see docs/ODDITIES.md
         return -1;
     }
     trace_msg("eml_post out");
@@ -189,7 +190,7 @@ int eml_start_with_stocksymbol(char const* workdir, char const* stock_symbol, vo
         trace_msg("error:ieml_create");
         return -1;
     }
-    engine->get_context();  // not needed
+    engine->get_context();  // asked and not used: every engine is asked before its start
     if (at_c_boundary(-1, [&] { return engine->start(workdir, stock_symbol); }) != 0) {
         trace_msg("error: ieml::start");
         contained([&] { factory.destroy(engine); });
@@ -219,14 +220,15 @@ int eml_stop_multi(void** eml)
     if (engine == nullptr) {
         trace_msg("eml_stop_multi out eml == 0 now !!");
     } else if (!__atomic_load_n(&g_in_stop_multi, __ATOMIC_RELAXED)) {
-        // Tested and set in two steps: it turns a nested call away and does not serialise.
+        // Tested and set in two steps, deliberately: this is no lock, see docs/ODDITIES.md.
         __atomic_store_n(&g_in_stop_multi, true, __ATOMIC_RELAXED);
         stop_and_destroy(engine);
         *eml = nullptr;
         __atomic_store_n(&g_in_stop_multi, false, __ATOMIC_RELAXED);
         trace_msg("eml_stop_multi out");
     } else {
-        trace_msg("g_in_stop_multi == 0");  // the opposite of what is the case, on purpose
+        // It is set: deliberate, see docs/ODDITIES.md.
+        trace_msg("g_in_stop_multi == 0");
     }
     return 0;
 }
