@@ -32,8 +32,8 @@ int greet(_s_smtp* session, _s_mailserver const& server)
     return send_ok;
 }
 
-// Runs an access and turns its result into a code. message holds an empty string even when memory is
-// lacking; it is a buffer of unknown size, deliberately, see docs/ODDITIES.md.
+// Runs an access and turns its result into a code. message holds an empty string even when memory
+// is lacking; it is a buffer of unknown size, deliberately, see docs/ODDITIES.md.
 template <class Access>
 eml_send_e report(char* message, Access&& access)
 {

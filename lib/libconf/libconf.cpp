@@ -310,8 +310,8 @@ bool is_file_at(char const* path, int fd)
            open.st_ino == named.st_ino;
 }
 
-// Puts the temporary file, open as tmp, in the place of the settings file. The ".bak" file is deleted
-// and none is made: deliberate, see docs/ODDITIES.md.
+// Puts the temporary file, open as tmp, in the place of the settings file. The ".bak" file is
+// deleted and none is made: deliberate, see docs/ODDITIES.md.
 int rename_tmp(char const* path, char const* tmp_path, int tmp)
 {
     std::string const bak_path = std::string(path) + ".bak";

@@ -1,7 +1,7 @@
 // engine_record.h - the engine record, which an engine and its worker share
 //
-// The engine object holds one share of the record, its running worker another; whoever is last frees
-// it. That is what makes stopping an engine from inside its own callback safe.
+// The engine object holds one share of the record, its running worker another; whoever is last
+// frees it. That is what makes stopping an engine from inside its own callback safe.
 
 #ifndef ZELIEML_LIBEMLW_ENGINE_RECORD_H
 #define ZELIEML_LIBEMLW_ENGINE_RECORD_H

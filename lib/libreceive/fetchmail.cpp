@@ -122,8 +122,8 @@ int fetch_one(_s_pop* session, std::int32_t& fetched, std::int32_t& remaining, s
 
 bool is_apop(_s_mailserver const& server)
 {
-    // Anything but "apop" means USER and PASS here, whereas a login test asks for "pop": deliberate,
-    // see docs/ODDITIES.md.
+    // Anything but "apop" means USER and PASS here, whereas a login test asks for "pop":
+    // deliberate, see docs/ODDITIES.md.
     return std::strcmp(server.pop_auth_type, "apop") == 0;
 }
 

@@ -214,8 +214,8 @@ int _send_rcptto(_s_smtp* session, void* msg)
 
 int _send_message(_s_smtp* session, void* msg, char const* conf)
 {
-    // The envelope sender is the reply-to address, not From, and an empty one sends "<>": deliberate,
-    // see docs/ODDITIES.md.
+    // The envelope sender is the reply-to address, not From, and an empty one sends "<>":
+    // deliberate, see docs/ODDITIES.md.
     if (smtp_mailfrom(session, msg_get_replyto(msg)) != 0 || _send_rcptto(session, msg) != 0 ||
         smtp_start_data(session) != 0) {
         return -1;

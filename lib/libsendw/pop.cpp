@@ -283,7 +283,8 @@ int pop_before_smtp(char const* server, int port, char const* user, char const* 
     }
 
     reply = session->reply;
-    // Only a null session fails to end, so 2003 is never returned: deliberate, see docs/ODDITIES.md.
+    // Only a null session fails to end, so 2003 is never returned: deliberate, see
+    // docs/ODDITIES.md.
     if (pop_end_session(session.release()) != 0) {
         trace_msg("error:smtp_end_session");  // the text of SMTP, deliberately
         return pop_end_failed;

@@ -19,8 +19,8 @@
 namespace zelieml
 {
 
-// What pop_before_smtp returns, but for two numbers that only have a code: pop_not_resolved, since a
-// host that is not found is pop_start_failed, and pop_end_failed.
+// What pop_before_smtp returns, but for two numbers that only have a code: pop_not_resolved, since
+// a host that is not found is pop_start_failed, and pop_end_failed.
 enum pop_result {
     pop_ok           = 0,
     pop_quit_failed  = 100,

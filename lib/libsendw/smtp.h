@@ -10,9 +10,9 @@
 // say otherwise; after a failure only smtp_quit and smtp_end_session make sense. A read gives up
 // after about 15 s of silence, writes wait for ever. A session belongs to one thread.
 //
-// On the wire commands are lower case, AUTH is upper case, and a blank follows the colon of MAIL and
-// RCPT: deliberate, see docs/ODDITIES.md. A command line of more than 1023 bytes is not sent and
-// counts as refused.
+// On the wire commands are lower case, AUTH is upper case, and a blank follows the colon of MAIL
+// and RCPT: deliberate, see docs/ODDITIES.md. A command line of more than 1023 bytes is not sent
+// and counts as refused.
 
 #ifndef ZELIEML_LIBSENDW_SMTP_H
 #define ZELIEML_LIBSENDW_SMTP_H

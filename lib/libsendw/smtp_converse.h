@@ -31,7 +31,8 @@ int smtp_converse(char const* host, int port, std::string& reply, Conversation&&
     }
     int const result = conversation(session.get());
     reply            = std::move(session->reply);
-    // Only a null session fails to end, so 1002 is never returned: deliberate, see docs/ODDITIES.md.
+    // Only a null session fails to end, so 1002 is never returned: deliberate, see
+    // docs/ODDITIES.md.
     if (smtp_end_session(session.release()) != 0) {
         trace_msg("error:smtp_end_session");
         return send_not_ended;

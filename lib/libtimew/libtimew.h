@@ -50,9 +50,9 @@ char const* get_mon_str(int tm_mon);
 
 // get_timezone_bias_str - the offset of local time from GMT as this library writes it
 //
-// East of GMT, from one hour on, this is the form of RFC 5322: "+0900", "+0530". Elsewhere it is not:
-// GMT is "-0000", half an hour east is "-0030", five hours west is "--500", three and a half hours
-// west is "--3-30". Deliberate, see docs/ODDITIES.md.
+// East of GMT, from one hour on, this is the form of RFC 5322: "+0900", "+0530". Elsewhere it is
+// not: GMT is "-0000", half an hour east is "-0030", five hours west is "--500", three and a half
+// hours west is "--3-30". Deliberate, see docs/ODDITIES.md.
 std::string get_timezone_bias_str();
 
 }  // namespace zelieml

@@ -2,8 +2,9 @@
 //
 // After fork() CoreFoundation asks for exec: its locks may be held by threads that the child does
 // not have, and the system's own threads, which run the transforms, are not there. A child that is
-// forked before the first use, as that of a host that becomes a daemon, is a process like any other.
-// Not pthread_atfork: this system would call its handlers also when the library has been unloaded.
+// forked before the first use, as that of a host that becomes a daemon, is a process like any
+// other. Not pthread_atfork: this system would call its handlers also when the library has been
+// unloaded.
 
 #ifndef ZELIEML_PLATFORM_MACOS_FIRST_PROCESS_H
 #define ZELIEML_PLATFORM_MACOS_FIRST_PROCESS_H
