@@ -1,4 +1,4 @@
-// libaccess.cpp - server records, and a test login to the servers they name
+// libaccess.cpp - server records, and test logins to the servers they name
 
 #include "libaccess/libaccess.h"
 
@@ -17,7 +17,7 @@ namespace zelieml
 namespace
 {
 
-// EHLO, the login, and QUIT unless the login failed.
+// EHLO and login; QUIT unless the login failed.
 int greet(_s_smtp* session, _s_mailserver const& server)
 {
     if (smtp_ehlo2(session, "auto", server.smtp_user, server.smtp_password, server.smtp_auth) !=

@@ -1,11 +1,11 @@
-// libaccess.h - server records, and a test login to the servers they name
+// libaccess.h - server records, and test logins to the servers they name
 //
 // A server record holds what is needed to reach an SMTP and a POP3 server. It stores the caller's
-// pointers, not copies: every text has to stay alive and unchanged until the last test, or the
-// last receiving, with the record is over. Code outside this unit and libreceive holds it as a
-// void* handle.
+// pointers, not copies: every string must stay valid and unchanged until the last test login or
+// receiving with the record is over. Code outside this unit and libreceive holds it as a void*
+// handle.
 //
-// Threads: any, but a record belongs to one of them while a call uses it.
+// Threads: any, but only one at a time for one record.
 
 #ifndef ZELIEML_LIBACCESS_LIBACCESS_H
 #define ZELIEML_LIBACCESS_LIBACCESS_H
@@ -35,12 +35,12 @@ struct _s_mailserver {
 
 // server_create - make a server record
 //
-// server  receives the handle; give it back with server_destroy
+// server  receives the handle, which the caller frees with server_destroy
 //
 // Returns 0, or -1 when server is null. Lack of memory is thrown as std::bad_alloc.
 int server_create(void** server);
 
-// server_destroy - free a server record, not its texts. Null is accepted. Returns 0.
+// server_destroy - free a server record, but not its strings. Null is accepted. Returns 0.
 int server_destroy(void* server);
 
 // set_pop - store the POP3 half of a record
@@ -49,9 +49,9 @@ int server_destroy(void* server);
 // host, user, password       kept as pointers; the password in clear text
 // auth_type                  "pop" or "apop", kept as a pointer
 // port                       port number
-// wait_ms                    milliseconds to wait after the login that precedes SMTP
+// wait_ms                    milliseconds to wait after a login that precedes SMTP
 //
-// Returns 0, or -1 for a null record. A null text makes the tests fail, not this call.
+// Returns 0, or -1 for a null record. A null string makes the test logins fail, not this call.
 int set_pop(void* server, char const* host, char const* user, char const* password,
             char const* auth_type, int port, int wait_ms);
 
@@ -62,50 +62,48 @@ int set_pop(void* server, char const* host, char const* user, char const* passwo
 // auth                  "on" or "off", kept as a pointer
 // port                  port number
 //
-// Returns 0, or -1 for a null record. A null text makes the tests fail, not this call.
+// Returns 0, or -1 for a null record. A null string makes the test logins fail, not this call.
 int set_smtp(void* server, char const* host, char const* user, char const* password,
              char const* auth, int port);
 
-// pop_access - log in to the POP3 server of a record, and out again
+// pop_access - log in to the POP3 server of a record and quit
 //
 // server    the record
-// use_wait  wait as long as the record says after a good login
+// use_wait  wait for the record's wait_ms after a successful login
 // reply     receives the server's last line
 //
-// Logs in by USER and PASS when the authentication type is "pop", exactly, and by APOP when it is
-// anything else.
+// Logs in with USER and PASS when the authentication type is exactly "pop", otherwise with APOP.
 //
-// Returns what pop_before_smtp returns, and send_other_failure when there is no record or it names
-// no authentication type.
+// Returns what pop_before_smtp returns, or send_other_failure when the record or its authentication
+// type is null.
 int pop_access(_s_mailserver const* server, bool use_wait, std::string& reply);
 
 // access_receive - pop_access without the wait
 int access_receive(_s_mailserver const* server, std::string& reply);
 
-// access_send - greet the SMTP server of a record, log in where the record says so, and quit
+// access_send - greet the SMTP server of a record, log in if the record says so, and quit
 //
-// server           the record; stores pop_before_smtp
-// pop_before_smtp  "on", exactly: log in to the POP3 server first, and wait. When that fails, the
-//                  SMTP server is not contacted. The text has to live as long as the record's.
+// server           the record; it stores pop_before_smtp
+// pop_before_smtp  exactly "on": log in to the POP3 server first, and wait. When that fails, the
+//                  SMTP server is not contacted. The pointer is stored like the record's others.
 // reply            receives the server's last reply, all its lines with their CR LF
 //
-// Returns 0; what pop_access returned; or a send_result: send_not_connected,
-// send_not_authenticated (EHLO or the login refused, or the authentication switch does not agree
-// with the server; without QUIT), send_quit_refused, send_not_ended, and send_other_failure when
-// an argument is null.
+// Returns 0, what pop_access returned, or a send_result: send_not_connected; send_not_authenticated
+// (EHLO or the login was refused, or the authentication switch disagrees with the server; no QUIT
+// is sent); send_quit_refused; send_not_ended; send_other_failure when an argument is null.
 int access_send(_s_mailserver* server, char const* pop_before_smtp, std::string& reply);
 
-// test_pop_auth - access_receive, with its result as the library's callers see it
+// test_pop_auth - access_receive, its result as a code
 //
 // server   the record
-// message  receives the server's last line and its NUL, however long it is; may be null
+// message  receives the server's last line and its NUL, whatever their length; may be null
 eml_send_e test_pop_auth(void* server, char* message);
 
-// test_smtp_auth - access_send, with its result as the library's callers see it
+// test_smtp_auth - access_send, its result as a code
 //
 // server           the record
 // pop_before_smtp  see access_send
-// message          receives the server's last reply and its NUL, however long it is; may be null
+// message          receives the server's last reply and its NUL, whatever their length; may be null
 eml_send_e test_smtp_auth(void* server, char const* pop_before_smtp, char* message);
 
 }  // namespace zelieml

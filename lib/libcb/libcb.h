@@ -1,6 +1,6 @@
 // libcb.h - the result record: how an attempt to send ended
 //
-// Any thread; a record belongs to whoever holds its handle.
+// Any thread. Whoever holds the handle owns the record.
 
 #ifndef ZELIEML_LIBCB_LIBCB_H
 #define ZELIEML_LIBCB_LIBCB_H
@@ -19,7 +19,7 @@ struct _s_cb {
 
 // cb_create - make a record
 //
-// cb       receives the handle, the caller's to free with cb_destroy; untouched on failure
+// cb       receives the handle, which the caller frees with cb_destroy; untouched on failure
 // message  copied
 //
 // Returns 0, or -1 when an argument is null or there is no memory.
@@ -30,7 +30,7 @@ int cb_destroy(void* cb);
 
 // cb_duplicate - copy a record
 //
-// copy  receives the handle of a record of its own; untouched on failure
+// copy  receives the handle of the copy, freed on its own; untouched on failure
 //
 // Returns 0, or -1 when an argument is null or there is no memory.
 int cb_duplicate(void* cb, void** copy);
@@ -38,12 +38,12 @@ int cb_duplicate(void* cb, void** copy);
 // cb_get_code - read the code. Returns 0, or -1 for a null argument.
 int cb_get_code(void* cb, eml_send_e* code);
 
-// cb_get_message - copy the text
+// cb_get_message - copy the message
 //
 // size  bytes at buf, the NUL included
 //
-// Returns 0. Returns -1, leaving buf as it was, for a null argument or when text and NUL do not
-// fit.
+// Returns 0. Returns -1, leaving buf unchanged, for a null argument or when the message and its NUL
+// do not fit.
 int cb_get_message(void* cb, char* buf, int size);
 
 }  // namespace zelieml

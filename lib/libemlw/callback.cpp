@@ -1,4 +1,4 @@
-// callback.cpp - result callbacks, and from result numbers to result records
+// callback.cpp - result callbacks, and the codes and records of result numbers
 
 #include "libemlw/callback.h"
 

@@ -29,32 +29,32 @@ struct _s_iemlw {
     snapshot<c_cb_param> callbacks;
     std::atomic<iqmgr*>  queue{nullptr};  // made by the worker
     pthread_t            thread = {};
-    pthread_mutex_t      mutex  = {};  // around stop, and around the passes' reading of the queue
+    pthread_mutex_t      mutex  = {};  // guards stop, and the reading of the queue by the passes
     char                 stock_symbol[stock_symbol_size] = {};
     std::atomic<bool>    stop{false};
 
-    platform::pause  tick;                // between two cycles of the worker
-    gate             started;             // opened when the worker has prepared its queue, or ended
+    platform::pause  tick;                // the wait between two cycles of the worker
+    gate             started;             // open once the worker has prepared its queue, or ended
     bool             observing  = false;  // the observer is registered
-    bool             has_worker = false;  // thread is a worker that nobody has joined
+    bool             has_worker = false;  // thread is a worker that has not been joined
     pid_t            owner      = 0;      // the process that has the worker; 0 before there is one
     std::atomic<int> shares{1};
 };
 
-// share_engine, release_engine - take, and give back, a share of the record
+// share_engine, release_engine - take and give up a share of the record
 //
-// The last one to give back ends the observer if there is one, and frees the record and its queue.
-// Any thread.
+// Giving up the last share removes the observer, if there is one, and frees the record and its
+// queue. Any thread.
 void share_engine(_s_iemlw* engine);
 void release_engine(_s_iemlw* engine);
 
 // in_forked_child - whether this process is a child of the one in which the engine was started
 //
-// A callback may fork, and return in the child as well: the copy of the worker must then end, and
-// until it has ended take no lock, since a thread of the parent may have held it.
+// A callback may fork and return in the child too. The copy of the worker there must end, and must
+// take no lock before it ends, since a thread of the parent may have held it.
 bool in_forked_child(_s_iemlw const* engine);
 
-// end_observation - remove the engine's observer if there is one; waits for its callback
+// end_observation - remove the engine's observer if there is one; waits for a delivery in progress
 void end_observation(_s_iemlw* engine);
 
 }  // namespace zelieml

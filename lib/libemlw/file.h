@@ -21,8 +21,8 @@ std::string conf_fullpath(std::string const& workdir);
 //
 // directory  path without a separator at its end
 //
-// Every entry whose name contains ".sme" anywhere counts, "a.sme.tmp" for one. A path that does
-// not fit 255 bytes is left out.
+// Every entry whose name contains ".sme" anywhere counts, for example "a.sme.tmp". A path of more
+// than 255 bytes is left out.
 //
 // Returns their full paths, owned by the thread's innermost release_pool, or null when the
 // directory cannot be listed or holds no message file. Any thread.

@@ -31,7 +31,7 @@ namespace zelieml
 namespace
 {
 
-// Creates a file that did not exist. Returns false only when it did.
+// Creates a file. Returns false only when it exists already: other errors are left for the save.
 bool claim(char const* path)
 {
     no_cancellation const shielded;
@@ -39,7 +39,7 @@ bool claim(char const* path)
     return fd || errno != EEXIST;
 }
 
-// Takes a claim back if the save wrote nothing; what it wrote is left.
+// Deletes a claimed file if the save wrote nothing to it.
 void drop_empty_claim(char const* path)
 {
     struct stat status = {};
@@ -117,7 +117,7 @@ int notify(char const* fullpath, char const* stock_symbol)
         return -1;
     }
     sender_holder const held(sender);
-    // The message is saved by now: want of memory is no reason for the post to fail.
+    // The message is saved by now, so lack of memory must not make the post fail.
     int const status =
         at_c_boundary(-1, [&] { return sender->send(std::string(fullpath), stock_symbol); });
     if (status != 0) {
@@ -183,7 +183,7 @@ int iemlw::create_context()
 int iemlw::destroy_context()
 {
     if (context_ != nullptr) {
-        release_engine(context_);  // a worker that was stopped from its own callback keeps it alive
+        release_engine(context_);  // a worker stopped from its own callback still has a share
         context_ = nullptr;
     }
     return 0;

@@ -1,8 +1,7 @@
 // libemlw.h - the engine, its factory, and posting
 //
-// An engine sends the messages of one work directory. It is told of new message files by
-// notifications that carry its stock symbol; the poster may be any process. A synchronous post
-// needs no engine.
+// An engine sends the messages of one work directory. Notifications that carry its stock symbol
+// tell it of new message files; any process may post. A synchronous post needs no engine.
 
 #ifndef ZELIEML_LIBEMLW_LIBEMLW_H
 #define ZELIEML_LIBEMLW_LIBEMLW_H
@@ -19,15 +18,15 @@ class ieml
 public:
     // start - start the worker for a work directory and a stock symbol
     //
-    // workdir       under 256 bytes, without a separator at its end
+    // workdir       at most 255 bytes, without a trailing separator
     // stock_symbol  1 to 254 bytes
     //
-    // Returns 0 when the engine runs; see start_thread. Returns -1 when a name does not fit or the
-    // worker could not be started. The thread must not be cancelled meanwhile, nor in stop.
+    // Returns 0 when the engine runs; see start_thread. Returns -1 when a name is too long or the
+    // worker could not be started. The calling thread must not be cancelled during start or stop.
     virtual int start(char const* workdir, char const* stock_symbol) = 0;
 
-    // stop - end the worker; see stop_thread. Returns 0, or -1 when there is none to end or it
-    // could not be waited for.
+    // stop - end the worker; see stop_thread. Returns 0, or -1 when there is no worker or it could
+    // not be joined.
     virtual int stop() = 0;
 
     // post - post a message to this engine, as ifactory_eml::post does
@@ -64,38 +63,38 @@ private:
 class ifactory_eml
 {
 public:
-    // create - make an engine that does not run yet
+    // create - make an engine; start starts it
     //
-    // out  receives it, the caller's to give back with destroy; null on failure
+    // out  receives the engine, which the caller frees with destroy; null on failure
     //
     // Returns 0, or -1 when there is no memory.
     virtual int create(ieml** out) = 0;
 
-    // destroy - free an engine; stop it before. Returns 0, or -1 for null.
+    // destroy - free an engine, which must have been stopped. Returns 0, or -1 for null.
     virtual int destroy(ieml* eml) = 0;
 
     // post - save a message into a work directory and announce it
     //
     // workdir       work directory of the engine
     // stock_symbol  of the engine, which may run in another process, or not at all
-    // msg           message record; stays the caller's
+    // msg           message record; the caller keeps it
     //
-    // Returns 0 when the message was saved, whether an engine has heard of it or not. Returns -1
-    // when it was not saved; a part of it may then be left in the work directory.
+    // Returns 0 when the message was saved, whether or not an engine was told. Returns -1 when it
+    // was not saved; an incomplete file may then be left in the work directory.
     virtual int post(char const* workdir, char const* stock_symbol, void* msg) = 0;
 
     // post_sync - send a message now, on the caller's thread
     //
     // workdir  work directory
-    // msg      message record; stays the caller's
-    // result   receives a result record, the caller's to free with cb_destroy; null when there
+    // msg      message record; the caller keeps it
+    // result   receives a result record, which the caller frees with cb_destroy; null when there
     //          was no memory for one
     //
-    // Returns 0 when the message was sent, -1 otherwise. The message file is gone afterwards; a
-    // part of it is left behind when saving failed after some of it had been written.
+    // Returns 0 when the message was sent, -1 otherwise. The message file is deleted in both cases;
+    // an incomplete one is left behind when saving failed half way.
     virtual int post_sync(char const* workdir, void* msg, void** result) = 0;
 
-    // post - announce a message file that exists
+    // post - announce an existing message file
     //
     // Returns what notify returns, and -1 for null.
     virtual int post(char const* fullpath, char const* stock_symbol) = 0;
@@ -116,23 +115,22 @@ public:
 
 // The steps of posting.
 
-// create_fullpath - find a name for a new message file and claim it
+// create_fullpath - choose the name of a new message file and create the file
 //
 // workdir  work directory
-// out      receives the path: the directory, local time to the second, microseconds, process id
+// out      receives the path, made of the directory, the local time to the second, the microseconds
+//          and the process id
 //
-// The file is created, empty, so that nobody else gets the same name; one that exists leads to a
-// second name, with a backslash for a separator and the year plus one. Only "exists" counts as
-// taken: when the file cannot be created for another reason, the name is given out all the same,
-// for the save to report it.
+// The file is created empty, so that no other thread or process gets the same name. When it exists
+// already, a second name is tried, with a backslash as the separator and the year plus one. Any
+// other error is left for the save to report: the name is returned all the same.
 //
-// Returns 0. Returns -1 when both names are taken, or when one does not fit. Any thread or
-// process.
+// Returns 0, or -1 when both names exist or one does not fit. Any thread or process.
 int create_fullpath(char const* workdir, char (&out)[fullpath_size]);
 
 // notify - announce a message file to the engine of a stock symbol
 //
-// Returns 0, whether an engine heard it or not; -1 when the symbol is empty, there is no memory, or
+// Returns 0, whether or not an engine was told; -1 when the symbol is empty, there is no memory, or
 // the system refuses.
 int notify(char const* fullpath, char const* stock_symbol);
 

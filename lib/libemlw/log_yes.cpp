@@ -1,6 +1,6 @@
-// log_yes.cpp - the switch of the send log
+// log_yes.cpp - whether the send log is written
 //
-// Alone in its object, so that the tests can try the writing path behind it.
+// Alone in its object, so that a test can switch it on.
 
 #include "libemlw/send.h"
 
@@ -9,7 +9,7 @@ namespace zelieml
 
 bool log_yes(char const* /*dir*/)
 {
-    return false;  // a build-time switch: the send log is off
+    return false;  // the send log is off: deliberate, see docs/ODDITIES.md
 }
 
 }  // namespace zelieml

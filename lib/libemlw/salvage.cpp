@@ -1,4 +1,4 @@
-// salvage.cpp - message files that lie in the work directory
+// salvage.cpp - message files left in the work directory
 
 #include "libemlw/salvage.h"
 

@@ -20,7 +20,7 @@ namespace zelieml
 namespace
 {
 
-// One run of the send driver. An exception, for want of memory, is a failed attempt.
+// One run of the send driver. An exception (lack of memory) is a failed attempt.
 int run_driver(char const* dir, char const* file, std::string& detail)
 {
     return at_c_boundary<int>(send_other_failure, [&] {
@@ -30,9 +30,9 @@ int run_driver(char const* dir, char const* file, std::string& detail)
     });
 }
 
-// Writes the send log if there is memory for it: what was sent is deleted in any case.
+// Writes the send log if there is memory for it: a failure here must not keep a sent file queued.
 //
-// file  a string, or the text to make one of
+// file  a std::string, or a char const* to make one of: inside, so that a failure is contained too
 template <class Path>
 void log_attempt(char const* dir, Path const& file, int code, std::string const& detail)
 {
@@ -58,7 +58,7 @@ int send_queue(_s_iemlw* engine, unsigned int try_count, unsigned int interval)
             trace_msg("warning: STOP flag ON !!");
             return 0;
         }
-        // For want of memory one attempt ends, and not the pass.
+        // Lack of memory ends this attempt, not the pass.
         result = at_c_boundary<int>(send_other_failure,
                                     [&] { return _send_queue(engine, file, try_count); });
     }
@@ -69,7 +69,7 @@ int send_queue(_s_iemlw* engine, unsigned int try_count, unsigned int interval)
 int _send_queue(_s_iemlw* engine, std::string const& file, unsigned int try_count)
 {
     trace_msg("_send_queue in %s try_count=%d");
-    // Made before anything is sent: what has been sent must not stay for want of memory.
+    // Allocated before anything is sent: lack of memory must not keep a sent file queued.
     std::vector<std::string> const done = {file};
     std::string                    detail;
     int const                      code = run_driver(engine->workdir, file.c_str(), detail);

@@ -1,7 +1,7 @@
 // send.h - from a message file to a result
 //
 // Runs the send driver on message files, reports to the callbacks and the send log, and deletes a
-// file when it is done with: sent, or failed for the second time.
+// file once it has been sent or has failed twice.
 
 #ifndef ZELIEML_LIBEMLW_SEND_H
 #define ZELIEML_LIBEMLW_SEND_H
@@ -13,16 +13,16 @@
 namespace zelieml
 {
 
-// send_queue - send what is due
+// send_queue - one pass: try the files that are due
 //
-// try_count, interval  which entries; see iqmgr::get
+// try_count, interval  select the entries; see iqmgr::get
 //
-// Each entry that is due counts as tried at once. When the engine is asked to stop, the entries
-// that were not reached stay queued. The engine's mutex is held while the queue is read, and not
-// while sending.
+// All entries that are due count as tried from the start of the pass. When the engine is asked to
+// stop, the entries not reached stay queued. The engine's mutex is held while the queue is read,
+// not while sending.
 //
-// Returns the result number of the last attempt, 0 when nothing was due or the pass was stopped.
-// Throws std::bad_alloc, with nothing handed out, when there is no memory for the list. Worker
+// Returns the result number of the last attempt; 0 when nothing was due or the pass was stopped.
+// Throws std::bad_alloc when there is no memory for the list; then no entry counts as tried. Worker
 // thread.
 int send_queue(_s_iemlw* engine, unsigned int try_count, unsigned int interval);
 
@@ -32,20 +32,20 @@ int send_queue(_s_iemlw* engine, unsigned int try_count, unsigned int interval);
 // file    full path of the message file
 // detail  receives the server's last reply
 //
-// Returns the send driver's result number; send_other_failure when memory was lacking on the way.
-// Any thread.
+// Returns the send driver's result number; send_other_failure when memory ran out. Any thread.
 int send_sync(char const* dir, char const* file, std::string& detail);
 
 // The steps of send_queue and send_sync.
 
-// _send_queue - one attempt for one file: sends it, reports it, decides about the file
+// _send_queue - one attempt for one file: send it, report the result, delete the file or keep it
+// queued
 //
-// try_count  0: a failed attempt leaves the file queued; else the file is deleted and leaves the
-//            queue also when the attempt failed
+// try_count  0: after a failed attempt the file stays queued. Otherwise the file is deleted and
+//            leaves the queue whether or not the attempt failed.
 //
-// Returns the result number, send_other_failure when memory was lacking on the way. Throws
-// std::bad_alloc when there is no memory to begin with, and no attempt has been made; or when the
-// file is done with and deleted, but its entry could not leave the queue. Worker thread.
+// Returns the result number; send_other_failure when memory ran out during the attempt. Throws
+// std::bad_alloc when there is no memory to begin with, before any attempt; or when the file is
+// deleted but its entry could not leave the queue. Worker thread.
 int _send_queue(_s_iemlw* engine, std::string const& file, unsigned int try_count);
 
 // write_log - add an attempt to the send log, if log_yes allows
@@ -55,8 +55,8 @@ int _send_queue(_s_iemlw* engine, std::string const& file, unsigned int try_coun
 // code    result number of the attempt
 // detail  the server's last reply; left out of the line when empty
 //
-// Writes nothing when the file cannot be loaded. Reports nothing. Throws std::bad_alloc when there
-// is no memory. Any thread.
+// Writes nothing when the file cannot be loaded; no failure is reported. Throws std::bad_alloc when
+// there is no memory. Any thread.
 void write_log(char const* dir, std::string const& file, int code, std::string const& detail);
 
 // log_yes - whether the send log is written

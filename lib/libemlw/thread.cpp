@@ -80,8 +80,8 @@ void poll_queue(_s_iemlw* engine)
     } while (!stop_requested(engine));
 }
 
-// The worker's share of the engine record, and the gate that start_thread waits at: given back and
-// opened on whichever way the worker ends.
+// The worker's share of the engine record. However the worker ends, the share is given up and the
+// gate that start_thread waits at is opened.
 class worker_share
 {
 public:
@@ -100,7 +100,7 @@ private:
     _s_iemlw* engine_;
 };
 
-// The queue, with what lay in the work directory before thrown away.
+// Makes the queue and deletes the message files left from before.
 int prepare_queue(_s_iemlw* engine)
 {
     iqmgr* queue = nullptr;
@@ -174,7 +174,7 @@ int start_thread(_s_iemlw* engine)
     if (platform::start_thread_without_signals(engine->thread, eml_thread, engine) != 0) {
         release_engine(engine);
         ::pthread_mutex_destroy(&engine->mutex);
-        return -1;  // the observer stays until the engine is destroyed
+        return -1;  // the observer stays until the engine is destroyed: deliberate, see docs/ODDITIES.md
     }
     engine->has_worker = true;
     engine->started.wait();

@@ -1,4 +1,4 @@
-// libmsg.cpp - the message record, and its file: plain lines, no CR, a key in front of each field
+// libmsg.cpp - the message record and its file
 
 #include "libmsg/libmsg.h"
 
@@ -15,7 +15,7 @@
 #include "support/line_breaks.h"
 #include "support/no_cancellation.h"
 
-// Each key ends in a blank, which belongs to it.
+// The blank at the end belongs to the key.
 char const* KeyFrom      = "from: ";
 char const* KeyTo        = "to: ";
 char const* KeyCc        = "cc: ";
@@ -40,7 +40,8 @@ struct header_field {
     bool               left_out_when_empty;
 };
 
-// In the order in which the lines are written, and in which a line read is held against the keys.
+// In the order in which lines are written, and in which a line that is read is compared with the
+// keys.
 header_field const header_fields[] = {
     {&KeyEncoding, &_s_msg::encoding, false},
     {&KeyFrom, &_s_msg::from, false},
@@ -80,11 +81,10 @@ bool begins_with(char const* text, char const* key)
     return true;
 }
 
-// A message is short and its file is open for a moment: a buffer on the stack saves the stream a
-// large one on the heap.
+// On the stack, where it is cheaper than the stream's own on the heap: messages are short.
 using stream_buffer = char[4096];
 
-// Looks at a file, through links.
+// Follows links.
 bool is_regular_file(char const* path, struct stat& info)
 {
     return ::stat(path, &info) == 0 && S_ISREG(info.st_mode);
@@ -96,9 +96,9 @@ bool is_empty_file(char const* path)
     return is_regular_file(path, info) && info.st_size == 0;
 }
 
-// Opens a file for writing, created or truncated. A file that is empty, as a new message file is
-// when its name has been claimed, is not truncated once more: file systems take that for the
-// replacing of a file, and write it to the disk at closing, which costs many times the rest.
+// Opens a file for writing and creates or truncates it. An empty file, as create_fullpath makes, is
+// not truncated: file systems take truncation for the replacing of a file and flush it to disk on
+// close, which costs many times the rest.
 void open_for_writing(std::ofstream& out, char const* path)
 {
     if (is_empty_file(path)) {
@@ -113,8 +113,8 @@ void open_for_writing(std::ofstream& out, char const* path)
 // False when there is nothing to read; throws when reading fails.
 bool load_file(char const* path, _s_msg* msg)
 {
-    // Only a regular file is sure to come to an end: opening a pipe waits for its writer, a device
-    // may have no end, and not every C++ library reports that reading a directory failed.
+    // Opening a pipe waits for a writer, a device may never end, and not every C++ library reports
+    // that reading a directory failed.
     struct stat info = {};
     if (!is_regular_file(path, info)) {
         return false;
@@ -334,7 +334,7 @@ int msg_save(void* msg, char const* path)
         stream_buffer buffer;
         std::ofstream out;
         out.rdbuf()->pubsetbuf(buffer, sizeof buffer);
-        open_for_writing(out, path != nullptr ? path : "");  // the empty path is no file's
+        open_for_writing(out, path != nullptr ? path : "");  // opening "" fails
         out.exceptions(std::ios::badbit | std::ios::failbit);
         for (header_field const& field : header_fields) {
             std::string& text = record.*field.text;
@@ -343,7 +343,7 @@ int msg_save(void* msg, char const* path)
             }
         }
         write_key_dat(out, "", record.body, false);
-        out.close();  // writes what is still buffered: a full disk may show only here
+        out.close();  // flushes: a full disk may show only here
         return 0;
     } catch (std::exception const&) {
         trace_msg("error:ofstream(%s)");
@@ -362,7 +362,7 @@ int msg_load(void** msg, char const* path)
             return 0;
         }
     } catch (std::exception const&) {
-        // told below, like a file that cannot be opened
+        // traced below, like a file that cannot be opened
     }
     trace_msg("error:ifstream(%s)");
     return -1;
@@ -424,8 +424,8 @@ int read_msg(std::ifstream& in, _s_msg* msg)
     if (msg == nullptr) {
         return -1;
     }
-    // After a final LF one more line is read, an empty one: that is what gives a body that ended
-    // with a line break its line break back.
+    // After a final LF one more, empty line is read: it restores the line break at the end of a
+    // body.
     std::string line;
     while (in.good()) {
         std::getline(in, line);
@@ -433,7 +433,8 @@ int read_msg(std::ifstream& in, _s_msg* msg)
             set_msg(line, msg);
         }
     }
-    msg->body.resize(std::strlen(msg->body.c_str()));  // up to a NUL, as all texts here
+    msg->body.resize(
+        std::strlen(msg->body.c_str()));  // a NUL ends the body, as it ends every other value
     return 0;
 }
 

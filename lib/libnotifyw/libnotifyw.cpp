@@ -1,4 +1,4 @@
-// libnotifyw.cpp - telling an engine that a message file is there
+// libnotifyw.cpp - telling an engine about a message file
 
 #include "libnotifyw/libnotifyw.h"
 

@@ -1,4 +1,4 @@
-// libnotifyw.h - telling an engine that a message file is there
+// libnotifyw.h - telling an engine about a message file
 //
 // Any thread or process; the poster does not wait for the engine.
 
@@ -10,7 +10,7 @@
 namespace zelieml
 {
 
-// The notification: its object is the engine's stock symbol, its one field the full path.
+// The notification. Its object is the engine's stock symbol; its only field is the full path.
 constexpr char notify_name[]     = "zelieml_notifyname";
 constexpr char notify_path_key[] = "new_mail_file_path";
 
@@ -25,7 +25,7 @@ public:
     // fullpath      full path of the file
     // stock_symbol  of the engine
     //
-    // Returns 0, whether an engine heard it or not; -1 when the symbol is empty or null, or when
+    // Returns 0, whether or not an engine was told; -1 when the symbol is empty or null, or when
     // the system refuses. Throws std::bad_alloc when there is no memory.
     virtual int send(std::string const& fullpath, char const* stock_symbol) = 0;
 
@@ -54,7 +54,7 @@ class ifactory_notify_sender
 public:
     // create - make a sender
     //
-    // out  receives it, the caller's to give back with destroy; null on failure
+    // out  receives the sender, which the caller frees with destroy; null on failure
     //
     // Returns 0, or -1 when there is no memory.
     virtual int create(inotify_sender** out) = 0;

@@ -20,7 +20,7 @@ namespace
 
 using queue_list = snapshot<c_queue>::list;
 
-// What a change of the queue has to say. A change may be tried several times; it is told once.
+// The traces of a change. The change may be tried several times, but is traced only once.
 using trace_list = std::vector<char const*>;
 
 void tell(trace_list const& texts)
@@ -36,7 +36,7 @@ queue_list::iterator find(queue_list& queue, std::string const& path)
                         [&](c_queue const& entry) { return entry.path() == path; });
 }
 
-// The due test; a due entry counts as handed out.
+// Whether an entry is due; if so, it counts as handed out.
 bool is_try_queue(c_queue& entry, unsigned int try_count, unsigned int interval, trace_list& said)
 {
     said.push_back("is_try_queue in try_count=%d interval=%d");
@@ -61,10 +61,10 @@ bool is_try_queue(c_queue& entry, unsigned int try_count, unsigned int interval,
 enum class addition {
     appended,
     known,
-    evicting  // and one older file has to go
+    evicting  // and the oldest file has left
 };
 
-// Appends one file; evicted receives the path that had to leave for it.
+// Appends one file; evicted receives the path of the entry that made room for it.
 addition append(snapshot<c_queue>& queue, c_queue const& entry, std::string& evicted)
 {
     addition outcome = addition::known;
@@ -122,7 +122,8 @@ int iqmgr::add(std::vector<std::string> const& files)
             continue;
         }
         if (outcome == addition::evicting) {
-            // The entry has left before its file is deleted: of two adders each has its own.
+            // The entry leaves before its file is deleted, so that two threads never evict the same
+            // file.
             trace_msg("warning:max_queue %d");
             trace_msg("remove:%s");
             iqmgr_erase(evicted.c_str());
@@ -149,7 +150,8 @@ int iqmgr::get(std::vector<std::string>& files, unsigned int try_count, unsigned
                 said.push_back("get file %s");
             }
         }
-        files.reserve(files.size() + due.size());  // what counts as handed out is handed out
+        files.reserve(files.size() +
+                      due.size());  // nothing may fail once the entries count as handed out
         return !due.empty();
     });
     tell(said);
@@ -167,7 +169,7 @@ int iqmgr::erase(std::vector<std::string> const& files)
             continue;
         }
         trace_msg("erase:%s");
-        // The file first: a path that is announced again in between is still known.
+        // The file first: when its path is announced again in between, the entry is still there.
         iqmgr_erase(file.c_str());
         context_->queue.update([&](queue_list& list) {
             auto const entry = find(list, file);

@@ -1,15 +1,15 @@
 // libqueue.h - message files waiting to be sent
 //
 // Keeps file paths in arrival order, each with the second it was queued and the number of attempts
-// so far. Picks the files due for a first or a second attempt and holds at most 500: the oldest
-// file is deleted to make room.
+// so far. Picks the files due for a first or a second attempt. Holds at most 500 files: the oldest
+// one is deleted to make room.
 //
 // Threads: nothing here locks. The notification callback holds the manager's mutex around add();
-// the worker holds the engine's around get(), and nothing around its own add() and erase(). These
-// do not exclude each other, so the queue is a list that is replaced as a whole: each operation
-// applies its change to the list it meets, and starts over when another was faster.
+// the worker holds the engine's mutex around get(), and nothing around its own add() and erase().
+// Since these do not exclude each other, the queue is a list that is replaced as a whole: each
+// operation applies its change to the current list, and starts over when another thread was faster.
 //
-// No other file deletes message files from disk once they are complete.
+// No other file deletes complete message files from disk.
 
 #ifndef ZELIEML_LIBQUEUE_LIBQUEUE_H
 #define ZELIEML_LIBQUEUE_LIBQUEUE_H
@@ -28,11 +28,11 @@ namespace zelieml
 // The most files that a queue holds.
 constexpr std::size_t max_queue = 500;
 
-// One queue entry: a file, since when it waits, and how often it was handed out.
+// One queue entry: a file, when it was queued, and how often it was handed out.
 class c_queue
 {
 public:
-    // Queued now, never handed out.
+    // An entry queued now and never handed out.
     explicit c_queue(std::string const& path);
 
     std::time_t        queued_time() const { return queued_time_; }
@@ -43,9 +43,10 @@ public:
     void hand_out() { ++try_count_; }
 
 private:
-    std::time_t                        queued_time_;  // never renewed
-    std::shared_ptr<std::string const> path_;         // shared by the copies that changes make
-    unsigned int                       try_count_ = 0;
+    std::time_t queued_time_;  // never updated
+    std::shared_ptr<std::string const>
+                 path_;  // shared by the copies that each change of the list makes
+    unsigned int try_count_ = 0;
 };
 
 // Entries are equal when their paths are.
@@ -58,7 +59,7 @@ struct _s_iqmgr {
 class iqmgr
 {
 public:
-    // Takes memory for an empty queue. Returns 0, or -1 when there is none.
+    // Makes an empty queue. Returns 0, or -1 when there is no memory.
     int create_context();
 
     // Frees the queue; the files stay. Returns 0.
@@ -66,34 +67,35 @@ public:
 
     // add - append files to the queue
     //
-    // files  full paths; those already queued are passed over
+    // files  full paths; those already queued are skipped
     //
-    // A full queue gives up its oldest file, which is deleted from the disk, for the first new one,
-    // and the rest of the list is not queued: those files are found again by salvage.
+    // When the queue is full, its oldest file is deleted from disk to make room for the first new
+    // one, and the rest of the list is not queued: salvage finds those files again.
     //
-    // Returns 0. Throws std::bad_alloc, with the file it had come to and those after it not queued,
-    // when there is no memory.
+    // Returns 0. Throws std::bad_alloc when there is no memory; the current file and those after it
+    // are then not queued.
     int add(std::vector<std::string> const& files);
 
     // get - the files that are due; each counts as handed out once more and stays queued
     //
     // files      receives the paths, appended in queue order
     // try_count  0: those never handed out; 1: those handed out before and queued long enough ago
-    // interval   milliseconds since queueing that count as long enough; cut to whole seconds
+    // interval   milliseconds since queueing that count as long enough; rounded down to whole
+    //            seconds
     //
-    // Returns 0. Throws std::bad_alloc, with nothing handed out, when there is no memory.
+    // Returns 0. Throws std::bad_alloc when there is no memory; then nothing is handed out.
     int get(std::vector<std::string>& files, unsigned int try_count, unsigned int interval);
 
-    // erase - delete files from the disk, and then remove them from the queue
+    // erase - delete files from disk and remove them from the queue
     //
-    // files  full paths; one that is not queued is left alone. One that cannot be deleted leaves
-    //        the queue all the same.
+    // files  full paths; a file that is not queued is not touched. One that cannot be deleted is
+    //        removed from the queue all the same.
     //
-    // Returns 0. Throws std::bad_alloc when there is no memory: the file it had come to is deleted
-    // then, but still queued, and those after it are untouched.
+    // Returns 0. Throws std::bad_alloc when there is no memory; the current file is then deleted
+    // but still queued, and those after it are untouched.
     int erase(std::vector<std::string> const& files);
 
-    // For callers of add() that may meet each other.
+    // For callers of add() on several threads. The manager itself does not lock it.
     pthread_mutex_t& mutex() { return mutex_; }
 
 private:
@@ -106,24 +108,24 @@ private:
 
 // iqmgr_create - make a queue manager with an empty queue
 //
-// out  receives it, the caller's to give back with iqmgr_destroy; null on failure
+// out  receives the manager, which the caller frees with iqmgr_destroy; null on failure
 //
 // Returns 0, or -1 when there is no memory.
 int iqmgr_create(iqmgr** out);
 
-// iqmgr_destroy - free a queue manager; the files of its queue stay
+// iqmgr_destroy - free a queue manager; the queued files stay on disk
 //
-// Returns 0, or -1 for null. Nobody may use it meanwhile.
+// Returns 0, or -1 for null. No other thread may be using it.
 int iqmgr_destroy(iqmgr* manager);
 
-// iqmgr_erase - delete one message file from the disk
+// iqmgr_erase - delete one message file from disk
 //
 // path  full path of the file
 //
-// Needs no memory. Returns 0, or -1 when it could not be removed. Any thread.
+// Allocates nothing. Returns 0, or -1 when the file could not be removed. Any thread.
 int iqmgr_erase(char const* path);
 
-// iqmgr_erase_files - delete message files from the disk without looking at any queue
+// iqmgr_erase_files - delete message files from disk, whether queued or not
 //
 // Returns 0, also when a file could not be removed. Any thread.
 int iqmgr_erase_files(std::vector<std::string> const& files);

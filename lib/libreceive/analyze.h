@@ -1,8 +1,9 @@
 // analyze.h - which received mails come from an allowed domain
 //
-// The rule is a plain substring search, with regard to case, in the text after the "@" of the
-// sender line. So the entry "example.com" also accepts "mail.example.com", "notexample.com" and
-// "example.com.other.net"; it does not accept "EXAMPLE.COM". An empty entry accepts every mail.
+// Each entry is searched case-sensitively, as a substring, in what follows the "@" of the sender
+// line. So the entry "example.com" also accepts "mail.example.com", "notexample.com" and
+// "example.com.other.net", but not "EXAMPLE.COM". An empty entry accepts every mail. Deliberate,
+// see docs/ODDITIES.md.
 //
 // Any thread: no shared state.
 
@@ -17,9 +18,9 @@ namespace zelieml
 
 // analyze_domain - keep the mails whose sender is in an allowed domain
 //
-// domains        entries separated by commas; blanks are removed from each
+// domains        entries separated by commas; all blanks are removed
 // count          in: how many mails; out: how many were accepted
-// from, subject  the header lines of the mails, count entries each
+// from, subject  header lines of the mails, count entries each
 // kept_from, kept_subject  the lines of the accepted mails are appended, in order
 //
 // Returns 0.
@@ -29,11 +30,11 @@ int analyze_domain(std::string const& domains, int& count, std::vector<std::stri
 
 // The steps of analyze_domain.
 
-// split_domain - cut a list of domains
+// split_domain - split a list of domains
 //
 // domains  as above
-// entries  receives them without their blanks, empty ones included; emptied first. An empty list
-//          has none.
+// entries  receives the entries without blanks, empty ones included; emptied first. An empty list
+//          has no entries.
 //
 // Returns 0.
 int split_domain(std::string const& domains, std::vector<std::string>& entries);
@@ -46,8 +47,8 @@ bool find_domain_ok(std::string const& sender, std::string const& entry);
 
 // get_domain - the domain of a sender line
 //
-// Returns what follows the first "@", up to the first ">" after it or to the end of the line; an
-// empty text when there is no "@".
+// Returns what follows the first "@", up to the next ">" or the end of the line; an empty string
+// when there is no "@".
 std::string get_domain(std::string const& sender);
 
 }  // namespace zelieml

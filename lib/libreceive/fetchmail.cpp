@@ -25,7 +25,7 @@ char const* refused_step(int login)
     }
 }
 
-// Log in and ask how much there is.
+// Logs in and asks for the number and size of the mails.
 int open_mailbox(_s_pop* session, _s_mailserver const& server, mailbox_state& mailbox)
 {
     int const login = pop_log_in(session, server.pop_user, server.pop_password, is_apop(server));
@@ -41,7 +41,7 @@ int open_mailbox(_s_pop* session, _s_mailserver const& server, mailbox_state& ma
     return 0;
 }
 
-// QUIT, at which the server deletes, and the end of the connection.
+// Sends QUIT, upon which the server deletes, and ends the connection.
 int close_mailbox(pop_holder& session, std::string& reply)
 {
     int const quit = pop_quit(session.get());
@@ -56,7 +56,7 @@ int close_mailbox(pop_holder& session, std::string& reply)
     return quit;
 }
 
-// One session: start, what is to be done with it, end.
+// One session: start, login, work, end.
 template <class Work>
 int with_mailbox(_s_mailserver const& server, std::string& reply, mailbox_state& mailbox,
                  Work&& work)
@@ -113,7 +113,7 @@ int fetch_one(_s_pop* session, std::int32_t& fetched, std::int32_t& remaining, s
     }
     --remaining;
     int const result = delete_fetched(session, 1, mailbox);
-    // A line of the mail that stayed unread was taken for the answer: it refuses nothing.
+    // After too long a mail, an unread line of it was taken for the reply: that is no refusal.
     mailbox.dele_refused = mailbox.dele_refused && !over;
     return result;
 }

@@ -1,4 +1,4 @@
-// libreceive.cpp - empty a POP3 mailbox, and keep who wrote and about what
+// libreceive.cpp - empty a POP3 mailbox and keep sender and subject of each mail
 
 #include "libreceive/libreceive.h"
 
@@ -14,12 +14,12 @@ namespace zelieml
 namespace
 {
 
-// Notices a mailbox that never gets smaller: its server refuses to delete, or pretends to. No
-// honest server comes near the limit.
+// Notices a mailbox that never gets smaller, because the server refuses to delete or only pretends
+// to. No honest server comes near the limit.
 class standstill
 {
 public:
-    // What a session saw. Returns whether the limit is reached.
+    // Takes in what a session saw. Returns whether the limit is reached.
     bool reached(mailbox_state const& now)
     {
         bool const same = now.count == before_.count && now.size == before_.size;
@@ -32,12 +32,12 @@ public:
 private:
     static constexpr int limit = 1000;
 
-    mailbox_state before_;       // empty, as no mailbox is that goes on
-    int           same_    = 0;  // sessions in a row in which STAT said the very same
+    mailbox_state before_;       // starts empty, unlike any mailbox that is looked at
+    int           same_    = 0;  // sessions in a row with the same numbers from STAT
     int           refused_ = 0;  // sessions in a row in which DELE was refused
 };
 
-// One line of a list, without its key.
+// Copies a line of a list without its key.
 int get_line(void* list, std::vector<std::string> _s_receive_msg::*lines, char const* key,
              int index, char* buffer, int length)
 {

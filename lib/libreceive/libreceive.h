@@ -1,10 +1,10 @@
-// libreceive.h - empty a POP3 mailbox, and keep who wrote and about what
+// libreceive.h - empty a POP3 mailbox and keep sender and subject of each mail
 //
-// The list of received mails is held as a void* handle by code outside this unit. Its texts are
-// header lines exactly as the server sent them, without their line ends: encoded words stay
-// encoded, addresses are not looked at.
+// Code outside this unit holds the list of received mails as a void* handle. Its strings are header
+// lines exactly as the server sent them, without line ends: encoded words stay encoded, addresses
+// are not parsed.
 //
-// Threads: any, one at a time for one list.
+// Threads: any, but only one at a time for one list.
 
 #ifndef ZELIEML_LIBRECEIVE_LIBRECEIVE_H
 #define ZELIEML_LIBRECEIVE_LIBRECEIVE_H
@@ -28,7 +28,7 @@ struct _s_receive_msg {
 
 // receive_msg_create - make an empty list
 //
-// list  receives the handle; give it back with receive_msg_destroy
+// list  receives the handle, which the caller frees with receive_msg_destroy
 //
 // Returns 0, or -1 when list is null. Lack of memory is thrown as std::bad_alloc.
 int receive_msg_create(void** list);
@@ -39,29 +39,29 @@ int receive_msg_destroy(void* list);
 // receive_msg_count - number of mails in a list, 0 for null
 int receive_msg_count(void* list);
 
-// receive_mails - fetch all mails of a mailbox, and delete them there
+// receive_mails - fetch all mails of a mailbox and delete them on the server
 //
-// server   the server record; its POP3 half counts
-// list     receives the mails, in the order of the mailbox; emptied first
-// domains  allowed sender domains, see analyze.h; null or empty for all. The others are deleted on
-//          the server too, and are lost.
+// server   the server record; only its POP3 half is used
+// list     receives the mails, in mailbox order; emptied first
+// domains  allowed sender domains, see analyze.h; null or empty: all. Mails of other senders are
+//          deleted on the server too, and lost.
 //
 // Holds one session per mail, until the mailbox is empty. A mail of more than 2000 lines is
 // deleted and left out.
 //
-// Returns 0. Returns -1 when server or list is null or any session fails; the list is empty then,
-// and the mails of the sessions before are lost. Also fails when the mailbox does not get smaller:
-// when DELE was refused in 1000 sessions in a row, or STAT said the very same in 1000.
+// Returns 0. Returns -1 when server or list is null or any session fails; the list is then empty,
+// and the mails of earlier sessions are lost. Also fails when the mailbox does not get smaller:
+// when DELE was refused in 1000 sessions in a row, or STAT gave the same numbers in 1000 in a row.
 int receive_mails(void* server, void* list, char const* domains);
 
 // receive_msg_get_from, receive_msg_get_subject - copy a line without its "From: " or "Subject: "
 //
 // list    the list
-// index   0 and up
+// index   0 or more
 // buffer  receives what follows the first "From: " or "Subject: " of the line, and a NUL
 // length  bytes at buffer; the whole line, its prefix included, and a NUL have to fit
 //
-// Returns 0. Returns -1, leaving the buffer as it was, when a pointer is null, there is no such
+// Returns 0. Returns -1, leaving the buffer unchanged, when a pointer is null, there is no such
 // mail, or the line does not fit.
 int receive_msg_get_from(void* list, int index, char* buffer, int length);
 int receive_msg_get_subject(void* list, int index, char* buffer, int length);
@@ -73,17 +73,17 @@ void receive_msg_init(_s_receive_msg& list);
 
 // process_one_mail - one session: append what it fetched
 //
-// server          the record
-// remaining       receives the number of mails that are left
-// froms, subjects one line each is appended when a mail was fetched
-// mailbox         receives what the session saw of the mailbox
+// server           the record
+// remaining        receives the number of mails that are left
+// froms, subjects  one line each is appended when a mail was fetched
+// mailbox          receives what the session saw of the mailbox
 //
 // Returns 0, or -1 when the session failed.
 int process_one_mail(_s_mailserver const& server, std::int32_t& remaining,
                      std::vector<std::string>& froms, std::vector<std::string>& subjects,
                      mailbox_state& mailbox);
 
-// copy_in_to_out - append lines to lines
+// copy_in_to_out - append the lines of in to out
 void copy_in_to_out(std::vector<std::string> const& in, std::vector<std::string>& out);
 
 }  // namespace zelieml

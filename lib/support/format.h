@@ -1,4 +1,4 @@
-// format.h - text into fixed buffers, never past their end and never cut
+// format.h - strings in fixed buffers: never past their end, never truncated
 
 #ifndef ZELIEML_SUPPORT_FORMAT_H
 #define ZELIEML_SUPPORT_FORMAT_H
@@ -14,10 +14,10 @@ namespace zelieml
 
 // format_text - printf into a fixed array
 //
-// out     receives the text and its NUL; an empty text when it does not fit
+// out     receives the string and its NUL; an empty string when it does not fit
 // format  printf format and its arguments
 //
-// Returns the length of the text, or -1 when the text and its NUL do not fit.
+// Returns the length of the string, or -1 when it does not fit with its NUL.
 template <std::size_t size>
 __attribute__((format(printf, 2, 3))) int format_text(char (&out)[size], char const* format, ...)
 {
@@ -32,10 +32,10 @@ __attribute__((format(printf, 2, 3))) int format_text(char (&out)[size], char co
     return length;
 }
 
-// copy_to_caller - a text and its NUL into a caller's buffer, whole or not at all
+// copy_to_caller - copy a string and its NUL into a caller's buffer, whole or not at all
 //
 // text  copied up to its first NUL
-// buf   receives the text; untouched on failure
+// buf   receives the string; untouched on failure
 // size  bytes at buf, the NUL included
 //
 // Returns 0, or -1 when buf is null or too small.

@@ -1,4 +1,4 @@
-// gate.h - a gate, and threads that wait until it is open
+// gate.h - a gate that threads wait at until it is open
 
 #ifndef ZELIEML_SUPPORT_GATE_H
 #define ZELIEML_SUPPORT_GATE_H
@@ -12,7 +12,7 @@ namespace zelieml
 class gate
 {
 public:
-    // Lets everybody through, now and later.
+    // Lets every thread through, now and until close().
     void open()
     {
         std::lock_guard<std::mutex> const hold(guard_);
@@ -20,7 +20,7 @@ public:
         changed_.notify_all();
     }
 
-    // Holds up those who come from now on. A gate is closed at first.
+    // Makes threads wait from now on. A new gate is closed.
     void close()
     {
         std::lock_guard<std::mutex> const hold(guard_);

@@ -15,8 +15,8 @@ namespace zelieml
 
 // templ_create_interface - allocate a T, its context pointer null, as an I
 //
-// out  receives the object; null when there was no memory. The caller owns it and gives it back
-//      with templ_destroy_interface of the same T and I.
+// out  receives the object; null when there was no memory. The caller frees it with
+//      templ_destroy_interface of the same T and I.
 //
 // Returns 0, or -1 when there was no memory.
 template <class T, class I>
@@ -28,7 +28,7 @@ int templ_create_interface(I** out)
 
 // templ_destroy_interface - free the memory of an object made by templ_create_interface
 //
-// p  the object, or null. Its context is not freed: destroy_context has to run first.
+// p  the object, or null. Its context is not freed: call destroy_context first.
 //
 // Returns 0.
 template <class T, class I>
@@ -51,7 +51,7 @@ int templ_destroy_iinterface(T* p)
     return templ_destroy_interface<T, T>(p);
 }
 
-// create_with_context - what a factory does: allocate a T as an I, and give it its context
+// create_with_context - what a factory does: allocate a T as an I and create its context
 //
 // out  receives the object, the caller's; null when there was no memory for it or its context
 //

@@ -1,8 +1,8 @@
-// no_cancellation.h - a stretch of code in which a thread cannot be cancelled
+// no_cancellation.h - a scope in which the thread cannot be cancelled
 //
-// Opening and closing files, using a stream and looking up a host are places at which a cancelled
-// thread ends. In a destructor, or inside the C and C++ libraries, that would end the whole process
-// instead, or leave a descriptor behind. Waiting for a server is where it may end.
+// Opening and closing files, using a stream and looking up a host are cancellation points. In a
+// destructor, or inside the C and C++ libraries, cancellation there would end the whole process or
+// leak a descriptor. So a thread is only cancelled while it waits for a server.
 
 #ifndef ZELIEML_SUPPORT_NO_CANCELLATION_H
 #define ZELIEML_SUPPORT_NO_CANCELLATION_H
@@ -13,7 +13,7 @@
 namespace zelieml
 {
 
-// For the length of its scope a request to cancel this thread waits.
+// A request to cancel this thread waits until the object is gone.
 class no_cancellation
 {
 public:
@@ -26,7 +26,7 @@ private:
     int before_ = 0;
 };
 
-// close_descriptor - close, wherever it stands. Returns what close returns, with errno.
+// close_descriptor - close without being cancelled. Returns what close returns, with errno.
 inline int close_descriptor(int fd)
 {
     no_cancellation const shielded;

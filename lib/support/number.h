@@ -9,9 +9,9 @@
 namespace zelieml
 {
 
-// text_to_int - what atoi reads, for every text
+// text_to_int - atoi, defined for every string
 //
-// text  blanks, an optional sign, digits; what follows is not looked at
+// text  white space, an optional sign, digits; the rest is ignored
 //
 // Returns the number; 0 when there is none; the smallest or largest int when it is out of range.
 inline int text_to_int(char const* text)

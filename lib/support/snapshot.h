@@ -1,7 +1,7 @@
 // snapshot.h - a list that several threads read and change without a lock
 //
-// Readers take an immutable copy of the list as it is at that moment. A change makes a new list
-// from the one it meets, and starts over when another thread was faster.
+// Readers get the current list, which is never modified. A change builds a new list from the
+// current one and publishes it, and starts over when another thread was faster.
 
 #ifndef ZELIEML_SUPPORT_SNAPSHOT_H
 #define ZELIEML_SUPPORT_SNAPSHOT_H
@@ -21,13 +21,13 @@ public:
 
     snapshot() : current_(std::make_shared<list const>()) {}
 
-    // The list as it is now; it never changes.
+    // The current list; it never changes.
     std::shared_ptr<list const> get() const { return std::atomic_load(&current_); }
 
     // update - replace the list by a changed copy
     //
-    // change  called with a copy of the list; says whether it changed it. May be called several
-    //         times, each time with a fresh copy: what it does besides has to bear that.
+    // change  called with a copy of the list; returns whether it changed the copy. May be called
+    //         several times, each time with a fresh copy, so its side effects must allow that.
     //
     // Returns what the last call of change returned.
     template <class Change>

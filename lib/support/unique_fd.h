@@ -25,7 +25,7 @@ public:
     explicit operator bool() const { return fd_ >= 0; }
     int      get() const { return fd_; }
 
-    // Hands the descriptor over; nothing is closed here any more.
+    // Hands the descriptor over to the caller.
     int release()
     {
         int const fd = fd_;
