@@ -1,4 +1,4 @@
-// libbase64.cpp - Base64 by table: twelve bits become two characters, four characters one number
+// libbase64.cpp - Base64 with tables
 
 #include "libbase64/libbase64.h"
 
@@ -19,10 +19,10 @@ namespace
 constexpr char alphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/=";
 constexpr char padding    = alphabet[64];
 
-constexpr int line_bytes  = 57;  // make a line of 76 characters
+constexpr int line_bytes  = 57;  // encoded as a line of 76 characters
 constexpr int line_groups = line_bytes / 3;
 
-// The two characters of every twelve bits.
+// The two characters for each twelve bits.
 struct encode_table {
     char pairs[4096][2] = {};
 
@@ -36,9 +36,9 @@ struct encode_table {
 };
 constexpr encode_table encoded;
 
-// What a character adds to the number of its group, for its four places in it. The three bytes of
-// a group are the low 24 bits; the value 64 of '=' runs over into the neighbouring bits as it
-// would if each byte were put together on its own.
+// What a character contributes to the number of its group, for each of the four places. The three
+// bytes of a group are the low 24 bits; the value 64 of '=' carries into the neighbouring bits,
+// just as when each byte is computed on its own.
 constexpr std::uint32_t invalid = 1U << 31;
 constexpr std::uint32_t omits   = 1U << 30;  // '=' as third or fourth character
 
@@ -69,10 +69,10 @@ void put_pair(unsigned char* out, std::uint64_t bits)
     std::memcpy(out, encoded.pairs[bits & 4095], 2);
 }
 
-// Encodes groups of three bytes; returns the place after the last character.
+// Encodes groups of three bytes. Returns the end of the characters.
 unsigned char* encode_groups(unsigned char const* in, int groups, unsigned char* out)
 {
-    // Two groups at a time from one load of eight bytes, of which the next group holds two.
+    // Two groups at a time, from one load of eight bytes; the last two belong to the next group.
     for (; groups >= 3; groups -= 2, in += 6, out += 8) {
         std::uint64_t const bits = std::uint64_t{in[0]} << 56 | std::uint64_t{in[1]} << 48 |
                                    std::uint64_t{in[2]} << 40 | std::uint64_t{in[3]} << 32 |
@@ -92,7 +92,7 @@ unsigned char* encode_groups(unsigned char const* in, int groups, unsigned char*
     return out;
 }
 
-// Encodes the one or two bytes after the last full group, or none.
+// Encodes the zero, one or two bytes after the last full group.
 unsigned char* encode_remainder(unsigned char const* in, int bytes, unsigned char* out)
 {
     if (bytes == 0) {
@@ -116,7 +116,7 @@ unsigned char* put_line_break(unsigned char* out)
     return out;
 }
 
-// The size of the text and its NUL.
+// The size of the result with its NUL.
 std::int64_t encoded_size(int len, bool line_breaks)
 {
     std::int64_t const bytes = len;
@@ -163,7 +163,7 @@ unsigned char* base64_encode(unsigned char const* data, int len, bool line_break
     int const remainder = len % 3;
     out                 = encode_groups(data, len / 3, out);
     out                 = encode_remainder(data + (len - remainder), remainder, out);
-    // 55 and 56 bytes fill a line too, with their padding.
+    // With padding 55 and 56 bytes fill a line too: deliberate, see docs/ODDITIES.md.
     if (line_breaks && len > line_bytes - 3) {
         out = put_line_break(out);
     }
@@ -185,7 +185,7 @@ unsigned char* base64_decode_ex(unsigned char const* text, int len, int* out_len
     int            left = len;
     while (left >= 4) {
         std::uint32_t group = decode_group(text);
-        // A line break is no character of the alphabet: only a group that fails can begin with one.
+        // Line breaks are not in the alphabet, so only a group that fails can begin with one.
         if ((group & invalid) != 0) {
             for (int skipped = 0; skipped < 2 && is_line_break(*text); ++skipped) {
                 ++text;

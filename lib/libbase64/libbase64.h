@@ -1,7 +1,7 @@
-// libbase64.h - Base64 text (RFC 4648, the standard alphabet), with the lines of MIME on request
+// libbase64.h - Base64 (RFC 4648, the standard alphabet), in MIME lines on request
 //
-// Used for SMTP authentication, for message bodies and for encoded-word subjects. Any thread;
-// nothing is kept between calls.
+// For SMTP authentication, message bodies and encoded-word subjects. Any thread; nothing is kept
+// between calls.
 
 #ifndef ZELIEML_LIBBASE64_LIBBASE64_H
 #define ZELIEML_LIBBASE64_LIBBASE64_H
@@ -11,37 +11,37 @@
 namespace zelieml
 {
 
-// base64_encode - bytes as Base64 text
+// base64_encode - encode bytes
 //
 // data         the bytes; not null, even when there are none
 // len          their number
-// line_breaks  true: CR LF after every line of 76 characters. A shorter last line gets none, so
-//              that the text ends with CR LF only when its last line is full; a caller that needs
-//              one adds it.
+// line_breaks  true: CR LF after every line of 76 characters. A shorter last line gets none, so a
+//              caller that needs a final CR LF may have to add it.
 //
-// Returns the text and its NUL, an empty text for no bytes, the caller's to give back with
-// base64_free; null when data is null, len is negative, the text and its NUL would take more than
-// INT_MAX bytes, or there is no memory.
+// Returns the characters and a NUL, just a NUL for no bytes, which the caller frees with
+// base64_free. Null when data is null, len is negative, the result would take more than INT_MAX
+// bytes, or there is no memory.
 unsigned char* base64_encode(unsigned char const* data, int len, bool line_breaks);
 
-// base64_decode_ex - Base64 text as bytes
+// base64_decode_ex - decode to bytes
 //
-// text     the characters; no NUL is looked for
+// text     the characters; need not end in a NUL
 // len      their number
-// out_len  receives the number of bytes, without the NUL after them; untouched on failure
+// out_len  receives the number of bytes, not counting the NUL after them; untouched on failure
 //
-// CR and LF are skipped before a group of four characters, two at most. What is left when fewer
-// than four characters remain is ignored. '=' is a character of value 64 wherever it stands; as
-// third of a group it also omits the second byte, as fourth the third byte.
+// Up to two CR or LF are skipped before each group of four characters. A remainder of fewer than
+// four characters is ignored. '=' has the value 64 in every place; as the third character of a
+// group it also omits the second byte, as the fourth the third byte. Deliberate, see
+// docs/ODDITIES.md.
 //
-// Returns the bytes and a NUL, the caller's to give back with base64_free; null when a pointer is
-// null, len is negative, a group holds any other character, or there is no memory.
+// Returns the bytes and a NUL, which the caller frees with base64_free. Null when a pointer is
+// null, len is negative, a group contains any other character, or there is no memory.
 unsigned char* base64_decode_ex(unsigned char const* text, int len, int* out_len);
 
-// base64_decode - base64_decode_ex for callers that expect a text
+// base64_decode - base64_decode_ex for callers that expect a string
 unsigned char* base64_decode(unsigned char const* text, int len);
 
-// base64_free - give back a buffer of the functions above; null is accepted.
+// base64_free - free a buffer of the functions above; null is accepted.
 void base64_free(unsigned char* buffer);
 
 struct base64_deleter {

@@ -1,7 +1,7 @@
 // libconf.cpp - reading and rewriting the settings file
 //
-// A mail reads some ten settings, each from the file anew: so lines are read through a buffer on
-// the stack and looked at in place, and nothing is allocated on the way to a value.
+// Sending a mail reads about ten settings, each from the file anew. So lines are read through a
+// buffer on the stack and examined in place: reading a value allocates nothing.
 
 #include "libconf/libconf.h"
 
@@ -25,7 +25,7 @@ namespace zelieml
 namespace
 {
 
-constexpr std::size_t line_limit = 1023;  // characters, the CR counted and the LF not
+constexpr std::size_t line_limit = 1023;  // characters, with the CR and without the LF
 
 constexpr mode_t new_file_mode   = 0666;  // less the umask
 constexpr mode_t private_mode    = 0600;
@@ -41,10 +41,11 @@ public:
         failure
     };
 
-    // fd  read from its position on; stays the caller's
+    // fd  read from its current position on; the caller keeps it
     explicit line_reader(int fd) : fd_(fd) {}
 
-    // Goes to the next line. A failure is an overlong line or a read error; nothing follows it.
+    // Goes to the next line. After a failure, an overlong line or a read error, nothing more is
+    // read.
     result next()
     {
         for (;;) {
@@ -72,14 +73,14 @@ public:
         }
     }
 
-    // The line without its LF and with a NUL behind it, until the next call of next().
+    // The line without its LF, NUL-terminated; valid until the next call of next().
     char const* text() const { return text_; }
-    // Its length, which counts bytes after a NUL too.
+    // Its length, which includes bytes after a NUL in the line.
     std::size_t size() const { return size_; }
 
 private:
-    // Reads more bytes behind those that are not taken yet, which go to the front. So a last line
-    // without LF, known as such when there was nothing more to read, has room for its NUL.
+    // Moves the unread bytes to the front of the buffer and reads more behind them. So there is
+    // room for the NUL of a last line without LF.
     bool fill()
     {
         std::memmove(buffer_, buffer_ + begin_, end_ - begin_);
@@ -100,14 +101,14 @@ private:
 
     int         fd_;
     bool        at_end_ = false;
-    std::size_t begin_  = 0;  // of the bytes not taken yet
+    std::size_t begin_  = 0;  // of the unread bytes
     std::size_t end_    = 0;
     char const* text_   = nullptr;
     std::size_t size_   = 0;
     char        buffer_[4096];
 };
 
-// A file being written. Errors are kept until close() tells of them.
+// A file being written. close() reports the errors of all calls.
 class file_writer
 {
 public:
@@ -130,7 +131,7 @@ public:
 
     void put(char const* text) { put(text, std::strlen(text)); }
 
-    // False when anything failed from the first put() on, the closing included.
+    // Returns false when anything failed since the first put(), closing included.
     bool close()
     {
         flush();
@@ -168,7 +169,7 @@ bool is_skip(char c)
     return c == ' ' || c == '\t';
 }
 
-// A line belongs to a key that stands anywhere in it.
+// A line belongs to every key that it contains anywhere: deliberate, see docs/ODDITIES.md.
 bool is_line_of(char const* line, char const* key)
 {
     return !is_comment(line) && std::strstr(line, key) != nullptr;
@@ -198,8 +199,8 @@ int get_val(char const* line, char* val, unsigned int* len)
     return 0;
 }
 
-// Whether key and val make a line that can be read back. The empty key stands in every line, and
-// would put its own in the place of them all.
+// Whether key and val make a line that can be read back. Every line contains the empty key, which
+// would replace them all.
 bool is_settable(char const* key, char const* val)
 {
     std::size_t const length = std::strlen(key) + std::strlen(" = ") + std::strlen(val) + 1;
@@ -207,8 +208,8 @@ bool is_settable(char const* key, char const* val)
            std::strpbrk(key, "=\r\n") == nullptr && std::strpbrk(val, "\r\n") == nullptr;
 }
 
-// Opens the settings file for reading. A pipe, whose opening waits for a writer, or a device, which
-// may have no end, is not opened; a directory is, and shows when it is read.
+// Opens the settings file for reading. Pipes, whose opening waits for a writer, and devices, which
+// may never end, are not opened. A directory is: reading it fails.
 unique_fd open_settings(char const* path)
 {
     struct stat info = {};
@@ -231,9 +232,8 @@ int check_current_file(char const* path)
     return 0;
 }
 
-// Opens the temporary file, empty, with the permission bits of the settings file: passwords are
-// never readable to more users on the way than before and after it. A pipe under its name is not
-// waited for.
+// Opens the temporary file, emptied, with the permission bits of the settings file: at no time may
+// more users read the passwords than before. Does not wait when the name is a pipe's.
 unique_fd open_tmp(char const* tmp_path, int settings)
 {
     constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC;
@@ -243,8 +243,8 @@ unique_fd open_tmp(char const* tmp_path, int settings)
     if (!tmp || ::fstat(settings, &wanted) != 0 || ::fstat(tmp.get(), &made) != 0) {
         return unique_fd();
     }
-    // Asked for only when it changes something, since not every file system has permission bits;
-    // and a link under the temporary name may lead to a device, whose bits are none of ours.
+    // Only when it changes something, since not every file system has permission bits, and only for
+    // a regular file: a link under the temporary name may lead to a device.
     mode_t const bits = wanted.st_mode & permission_bits;
     if (S_ISREG(made.st_mode) && (made.st_mode & permission_bits) != bits &&
         ::fchmod(tmp.get(), bits) != 0) {
@@ -270,7 +270,7 @@ void write_buf(file_writer& out, char const* line, std::size_t size)
     out.put("\n");
 }
 
-// Copies the settings with the new value in them, and closes the copy.
+// Copies the settings with the new value, and closes the copy.
 int put_tmp(int settings, file_writer& out, char const* key, char const* val)
 {
     line_reader         in(settings);
@@ -318,8 +318,8 @@ int rename_tmp(char const* path, char const* tmp_path, int tmp)
     if (remove_file(bak_path.c_str()) != 0) {
         return -1;
     }
-    // Another writer may have moved the temporary file to the settings' place: to remove that one
-    // would lose all settings.
+    // Another writer may have renamed the temporary file to the settings file: removing that would
+    // lose all settings.
     if (!is_file_at(tmp_path, tmp) || remove_file(path) != 0) {
         return -1;
     }
@@ -387,7 +387,7 @@ int conf_set_string(char const* key, char const* val, char const* path)
         trace_msg("error:ofstream(%s)");
         return -1;
     }
-    // Open until the renaming: while it is, no other file can be taken for this one.
+    // Kept open until the renaming, so that is_file_at cannot mistake another file for this one.
     unique_fd const held(::fcntl(tmp.get(), F_DUPFD_CLOEXEC, 0));
     file_writer     out(std::move(tmp));
     if (put_tmp(settings.get(), out, key, val) != 0) {

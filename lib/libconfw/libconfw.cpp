@@ -1,4 +1,4 @@
-// libconfw.cpp - a lock of its own around each look at the settings file
+// libconfw.cpp - a lock around each use of the settings file
 
 #include "libconfw/libconfw.h"
 
@@ -14,7 +14,7 @@ namespace zelieml
 namespace
 {
 
-// A lock for one call, held from here to the end of its scope.
+// A lock for one call, held for the length of its scope.
 class call_lock
 {
 public:

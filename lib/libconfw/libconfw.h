@@ -1,7 +1,7 @@
 // libconfw.h - the settings file as all other units use it
 //
-// Each call makes a lock, holds it around the call, and gives it back: a mutex of its own, so that
-// two calls never keep each other out. What that means for readers and writers stands in
+// Each call makes a lock of its own and holds it around the call, so two calls never keep each
+// other out: deliberate, see docs/ODDITIES.md. What that means for readers and writers: see
 // libconf.h. Any thread.
 
 #ifndef ZELIEML_LIBCONFW_LIBCONFW_H
@@ -12,13 +12,13 @@ namespace zelieml
 
 // confw_get_string, confw_set_string - conf_get_string and conf_set_string, within a lock
 //
-// Arguments and results are theirs; and -1, with nothing changed, when the lock cannot be made.
+// Same arguments and results; also -1, with nothing changed, when the lock cannot be made.
 int confw_get_string(char const* key, char* val, unsigned int* len, char const* path);
 int confw_set_string(char const* key, char const* val, char const* path);
 
 // get_basename - the part of a path after its last backslash, or all of it; the name of the lock
 //
-// A path whose separators are "/" is taken whole. Null gives null.
+// "/" is not a separator here. Null gives null.
 char const* get_basename(char const* path);
 
 }  // namespace zelieml

@@ -1,4 +1,4 @@
-// libCdsaCrypt.cpp - the wrappers that everything in the library may use
+// libCdsaCrypt.cpp - the wrappers, without those for key pairs
 
 #include "libcryptw/libCdsaCrypt.h"
 

@@ -1,14 +1,14 @@
 // libCdsaCrypt.h - the platform's cryptography under the names that the crypto unit uses
 //
-// Each function is one step over the platform's interfaces (platform/key_handle.h, and
-// platform/crypto.h for cdsaDigest2 and cdsaDeriveKey2), where arguments, limits and ownership are
-// explained, and returns 0 or the platform's error code.
+// Each function calls one of the platform's (platform/key_handle.h, and platform/crypto.h for
+// cdsaDigest2 and cdsaDeriveKey2), where arguments, limits and ownership are described, and returns
+// 0 or the platform's error code.
 //
-// Sessions, keys and buffers that a session hands out come from the four app functions, hence from
-// the library's heap: a csp_buffer is given back with appFree(buffer.data, nullptr).
+// Sessions, keys and the buffers that a session hands out are allocated with the four app
+// functions, that is, on the library's heap: free a csp_buffer with appFree(buffer.data, nullptr).
 //
-// The functions of key pairs, at the end, are in libCdsaKeyPair.cpp: an archive member of their
-// own, so that who does not use them does not need the library they stand on.
+// The functions for key pairs, at the end, are in libCdsaKeyPair.cpp, an archive member of their
+// own: programs that do not use them need not link libhogweed.
 
 #ifndef ZELIEML_LIBCRYPTW_LIBCDSACRYPT_H
 #define ZELIEML_LIBCRYPTW_LIBCDSACRYPT_H
@@ -29,8 +29,7 @@ namespace zelieml
 //
 // ref  not used
 //
-// Null when there is no memory, or when count * size is more than a size_t. appCalloc's bytes are
-// 0.
+// Return null when there is no memory or count * size overflows. appCalloc clears the bytes.
 void* appMalloc(std::size_t size, void* ref);
 void  appFree(void* buffer, void* ref);
 void* appRealloc(void* buffer, std::size_t size, void* ref);
@@ -38,13 +37,13 @@ void* appCalloc(std::uint32_t count, std::size_t size, void* ref);
 
 // ---- sessions
 
-// cssmStartup - make the provider ready; may be repeated, on any thread
+// cssmStartup - start the provider; may be called again, on any thread
 int cssmStartup();
 
-// cdsaCspAttach - start the provider where needed and begin a session
+// cdsaCspAttach - start the provider if necessary and begin a session
 int cdsaCspAttach(csp_session*& session);
 
-// cdsaCspDetach - end a session, after its keys and contexts
+// cdsaCspDetach - end a session, whose keys and contexts must have been freed
 int cdsaCspDetach(csp_session* session);
 
 struct csp_session_deleter {
@@ -61,7 +60,7 @@ constexpr unsigned derive_rounds = 1000;
 int cdsaDeriveKey(csp_session* session, csp_data pass_phrase, csp_data salt,
                   cssm_algorithm algorithm, unsigned key_bits, csp_key*& key);
 
-// cdsaFreeKey - release a key of any kind
+// cdsaFreeKey - free a key of any kind
 int cdsaFreeKey(csp_key* key);
 
 struct csp_key_deleter {
@@ -71,10 +70,10 @@ using csp_key_holder = std::unique_ptr<csp_key, csp_key_deleter>;
 
 // ---- encryption
 
-// genCryptHandle - the context for encrypting and decrypting with a key
+// genCryptHandle - make a context for encrypting and decrypting with a key
 int genCryptHandle(csp_session* session, csp_key const* key, csp_context*& context);
 
-// freeCryptHandle - release a context of any kind
+// freeCryptHandle - free a context of any kind
 int freeCryptHandle(csp_context* context);
 
 struct csp_context_deleter {
@@ -82,11 +81,11 @@ struct csp_context_deleter {
 };
 using csp_context_holder = std::unique_ptr<csp_context, csp_context_deleter>;
 
-// cdsaEncrypt, cdsaDecrypt - a whole text
+// cdsaEncrypt, cdsaDecrypt - all data at once
 int cdsaEncrypt(csp_context* context, csp_data clear, csp_buffer& cipher);
 int cdsaDecrypt(csp_context* context, csp_data cipher, csp_buffer& clear);
 
-// cdsaStagedEncDecrInit, cdsaStagedEncrypt, cdsaStagedDecrypt - a text in pieces
+// cdsaStagedEncDecrInit, cdsaStagedEncrypt, cdsaStagedDecrypt - data in pieces
 int cdsaStagedEncDecrInit(csp_context* context, crypt_direction direction);
 int cdsaStagedEncrypt(csp_context* context, csp_data piece, bool last, unsigned char* out,
                       std::size_t capacity, std::size_t& produced);
@@ -95,16 +94,16 @@ int cdsaStagedDecrypt(csp_context* context, csp_data piece, bool last, unsigned 
 
 // ---- digests
 
-// cdsaDigest - of a whole text
+// cdsaDigest - all data at once
 int cdsaDigest(csp_session* session, cssm_algorithm algorithm, csp_data data, csp_buffer& digest);
 
-// cdsaStagedDigestInit, cdsaStagedDigest - of a text in pieces; digest is null until the last one
+// cdsaStagedDigestInit, cdsaStagedDigest - data in pieces; digest is null until the last piece
 int cdsaStagedDigestInit(csp_session* session, cssm_algorithm algorithm, csp_context*& context);
 int cdsaStagedDigest(csp_context* context, csp_data piece, csp_buffer* digest);
 
 // ---- without a session
 
-// cdsaDigest2 - the MD5 of a text
+// cdsaDigest2 - the MD5 digest
 int cdsaDigest2(csp_data data, unsigned char (&digest)[platform::md5_size]);
 
 // cdsaDeriveKey2 - an RC4 key from a pass phrase and a salt, in derive_rounds rounds
@@ -119,23 +118,23 @@ int cdsaDeriveKey2(csp_data pass_phrase, unsigned char const* salt, std::size_t 
 int cdsaGenerateKeyPair(csp_session* session, cssm_algorithm algorithm, unsigned key_bits,
                         csp_key*& public_key, csp_key*& private_key);
 
-// cdsaDhGenerateKeyPair - for an exchange; the other side gets public_value
+// cdsaDhGenerateKeyPair - for a key exchange; public_value goes to the other side
 int cdsaDhGenerateKeyPair(csp_session* session, csp_buffer& public_value, csp_key*& private_key);
 
 // cdsaDhKeyExchange - the key that both sides agree on
 int cdsaDhKeyExchange(csp_session* session, csp_key const* private_key, csp_data public_value,
                       cssm_algorithm algorithm, unsigned key_bits, csp_key*& key);
 
-// cdsaSign - the signature of a whole text
+// cdsaSign - sign all data at once
 int cdsaSign(csp_session* session, csp_key const* key, cssm_algorithm algorithm, csp_data data,
              csp_buffer& signature);
 
-// cdsaVerify - 0 only when the signature is the text's
+// cdsaVerify - 0 only when the signature is valid
 int cdsaVerify(csp_session* session, csp_key const* key, cssm_algorithm algorithm, csp_data data,
                csp_data signature);
 
-// cdsaStagedSignVerifyInit, cdsaStagedSign, cdsaStagedVerify - a text in pieces, signed with a
-// private key, verified with a public one; signature is null until the last piece
+// cdsaStagedSignVerifyInit, cdsaStagedSign, cdsaStagedVerify - sign data in pieces with a private
+// key, or verify it with a public key; signature is null until the last piece
 int cdsaStagedSignVerifyInit(csp_session* session, csp_key const* key, cssm_algorithm algorithm,
                              csp_context*& context);
 int cdsaStagedSign(csp_context* context, csp_data piece, csp_buffer* signature);

@@ -1,7 +1,7 @@
-// libCdsaKeyPair.cpp - the wrappers of key pairs
+// libCdsaKeyPair.cpp - the wrappers for key pairs
 //
-// Apart from libCdsaCrypt.cpp, because the linker takes an archive member whole: nothing that is
-// exported reaches this one, and so the shared library does not need libhogweed.
+// A file of its own because the linker takes whole archive members: no exported function reaches
+// this one, so the shared library does not need libhogweed.
 
 #include "libcryptw/libCdsaCrypt.h"
 

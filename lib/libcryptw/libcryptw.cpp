@@ -25,17 +25,17 @@ constexpr std::size_t hmac_block_size = 64;
 constexpr char          hide_offset     = 3;
 constexpr unsigned      passwd_key_bits = 40;
 constexpr unsigned long piece_size      = 1000;
-// A provider may hold an incomplete block back and produce it with the next piece.
+// Since a provider may hold an incomplete block back and produce it with the next piece.
 constexpr std::size_t encrypt_out_size = piece_size + 8;
 
-// The pass phrase of stored passwords, scrambled by hide_str. Shared by all threads: never
-// unscrambled here, only in a copy.
+// The pass phrase of stored passwords, scrambled by hide_str. Threads share it, so only copies are
+// unscrambled.
 constexpr char const* passwdkey_pieces[] = {"I^kqbok", "?bpfab", "qebQfa^i", "D^rdb", "\\3.\\"};
 
 // The key of stored passwords.
 using passwd_key = std::array<unsigned char, passwd_key_bits / 8>;
 
-// The length of a text; 0 for null.
+// The length of a string; 0 for null.
 unsigned long text_length(unsigned char const* text)
 {
     return text != nullptr ? std::strlen(reinterpret_cast<char const*>(text)) : 0;
@@ -59,7 +59,7 @@ void shift_bytes(char* text, int offset)
     }
 }
 
-// The MD5 digest of a text, by a session of its own. Returns 0 or the platform's error code.
+// The MD5 digest of some bytes, in a session of its own. Returns 0 or the platform's error code.
 int digest_message(csp_data data, csp_buffer& digest)
 {
     csp_session* attached = nullptr;
@@ -71,7 +71,7 @@ int digest_message(csp_data data, csp_buffer& digest)
     return cdsaDigest(session.get(), CSSM_ALGID_MD5, data, digest);
 }
 
-// The key of a pass phrase, its own digest being the salt. Returns 0 or the platform's error code.
+// The key of a pass phrase, whose own digest is the salt. Returns 0 or the platform's error code.
 int derive_passwd_key(char const* pass_phrase, passwd_key& key)
 {
     unsigned char salt[digest_size];
@@ -82,10 +82,10 @@ int derive_passwd_key(char const* pass_phrase, passwd_key& key)
     return cdsaDeriveKey2(as_data(pass_phrase), salt, sizeof salt, passwd_key_bits, key.data());
 }
 
-// The key of the library's own pass phrase, once it is known: the bytes and a flag above them. The
-// pass phrase is a constant, so its key is one too, and deriving it anew would cost each password
-// of each message PBKDF2's thousand rounds: over three million instructions, 0.16 ms. Threads that
-// derive at once store the same number.
+// The key of the library's own pass phrase, once it has been derived: the bytes, with a flag above
+// them. The pass phrase is constant and so is its key. Deriving it anew for each password of each
+// message would cost the thousand rounds of PBKDF2: over three million instructions, 0.16 ms.
+// Threads that derive it at the same time store the same number.
 std::atomic<std::uint64_t> own_key{0};
 
 std::uint64_t pack(passwd_key const& key)
@@ -105,7 +105,7 @@ void unpack(std::uint64_t number, passwd_key& key)
     }
 }
 
-// derive_passwd_key, from memory when the pass phrase is the library's own. Only success is kept.
+// derive_passwd_key with a cache for the library's own pass phrase. Failures are not cached.
 int find_passwd_key(char const* pass_phrase, passwd_key& key)
 {
     bool const          own   = get_passwdkey() == pass_phrase;
@@ -140,7 +140,7 @@ std::string get_passwdkey()
         std::string piece(scrambled);
         unhide_str(piece.data());
         pass_phrase += piece;
-        hide_str(piece.data());  // not left readable in memory that is freed
+        hide_str(piece.data());  // so that no readable piece is left in freed memory
     }
     return pass_phrase;
 }
@@ -186,7 +186,8 @@ unsigned char* decrypt2(char const* pass_phrase, unsigned char const* data, unsi
     return crypt_crypt2(pass_phrase, data, len, out_len, crypt_direction::decrypt);
 }
 
-// ---- key handles; the parameters are those of the transforms, so that each path reads the other
+// ---- key handles, with the same parameters as the transforms, so that each can decrypt what the
+// other encrypted
 
 unsigned char* _crypt_raw(csp_context* context, unsigned char const* data, unsigned long len,
                           unsigned long* out_len, crypt_direction direction)
@@ -213,7 +214,7 @@ unsigned char* _crypt_raw(csp_context* context, unsigned char const* data, unsig
             trace_msg(encrypting ? "error:cdsaStagedEncrypt" : "error:CryptEncrypt");
             return nullptr;
         }
-        static_cast<void>(joined.release());  // the longer buffer has taken its place
+        static_cast<void>(joined.release());  // heap_realloc has replaced it
         joined.reset(static_cast<unsigned char*>(longer));
         std::memcpy(joined.get() + joined_len, out, produced);
         joined_len += static_cast<unsigned long>(produced);

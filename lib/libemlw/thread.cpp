@@ -174,7 +174,8 @@ int start_thread(_s_iemlw* engine)
     if (platform::start_thread_without_signals(engine->thread, eml_thread, engine) != 0) {
         release_engine(engine);
         ::pthread_mutex_destroy(&engine->mutex);
-        return -1;  // the observer stays until the engine is destroyed: deliberate, see docs/ODDITIES.md
+        // The observer stays until the engine is destroyed: deliberate, see docs/ODDITIES.md.
+        return -1;
     }
     engine->has_worker = true;
     engine->started.wait();

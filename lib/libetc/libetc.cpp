@@ -1,4 +1,4 @@
-// libetc.cpp - hexadecimal text
+// libetc.cpp - bytes to hexadecimal digits, and back
 
 #include "libetc/libetc.h"
 

@@ -1,7 +1,7 @@
 // liblockw.h - the lock that is taken around each use of the settings file
 //
-// A mutex within the process. Its name is accepted and not used: locks of the same name do not
-// know of each other.
+// A mutex within the process. The name is accepted and not used, so locks of the same name are
+// independent: deliberate, see docs/ODDITIES.md.
 
 #ifndef ZELIEML_LIBLOCKW_LIBLOCKW_H
 #define ZELIEML_LIBLOCKW_LIBLOCKW_H
@@ -14,19 +14,19 @@ namespace zelieml
 class ilock
 {
 public:
-    // Waits for the mutex and takes it; name may be null. Returns 0, or -1 when that fails or there
+    // Waits for the mutex and locks it; name may be null. Returns 0, or -1 when that fails or there
     // is no context.
     virtual int lock(char const* name) = 0;
 
-    // Gives the mutex back. Returns what pthread_mutex_unlock returns, or -1 without a context.
+    // Unlocks the mutex. Returns what pthread_mutex_unlock returns, or -1 without a context.
     virtual int unlock() = 0;
 
-    // Makes the mutex. Returns 0, or -1 when there is no memory or the mutex cannot be initialised;
-    // its memory then stays with the context, to be given back by whoever gives up the object.
+    // Makes the mutex. Returns 0, or -1 when there is no memory or the mutex cannot be initialised.
+    // In the second case its memory stays in the context, for the factory to free.
     virtual int create_context() = 0;
 
-    // Destroys the mutex and frees its memory. Returns 0, or -1 when there is none. The context
-    // pointer stays as it is: the object is to be destroyed next, and nothing else.
+    // Destroys the mutex and frees its memory. Returns 0, or -1 when there is no mutex. The context
+    // pointer stays unchanged, so the object can only be destroyed after that.
     virtual int destroy_context() = 0;
 
     // The mutex; null until create_context.
@@ -52,11 +52,11 @@ private:
 class ifactory_lock
 {
 public:
-    // Makes a lock, not taken; the caller gives it back with destroy. Returns 0, or -1 with null in
+    // Makes a lock, unlocked, which the caller frees with destroy. Returns 0, or -1 with null in
     // *out when it cannot be made.
     virtual int create(ilock** out) = 0;
 
-    // Frees a lock, which no one may hold. Returns 0, or -1 for null.
+    // Frees a lock, which must be unlocked. Returns 0, or -1 for null.
     virtual int destroy(ilock* lock) = 0;
 
 protected:

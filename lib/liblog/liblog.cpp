@@ -1,4 +1,4 @@
-// liblog.cpp - lines with a time stamp, appended to a file for each month
+// liblog.cpp - lines with a time stamp, one file for each month
 
 #include "liblog/liblog.h"
 
@@ -25,7 +25,7 @@ void append_line(char const* dir, char const* message)
 {
     std::string const path = get_filepath(dir);
     std::string       line = itimew().get_log_time() + "," + message;
-    // One character less than fits, so that the LF always has its place.
+    // Leaves room for the LF.
     line.resize(std::min(line.size(), buffer_size - 2));
     line += '\n';
 

@@ -1,7 +1,7 @@
 // trace.h - the trace hook
 //
-// Every unit hands its decision and error points to trace_msg as fixed texts. Many texts are
-// printf formats whose placeholders are never filled: they mark code paths, they are not output.
+// Every unit calls trace_msg with a fixed string at its decisions and errors. Many of the strings
+// are printf formats that are never filled in: they mark code paths and are not output.
 
 #ifndef ZELIEML_LIBLOG_TRACE_H
 #define ZELIEML_LIBLOG_TRACE_H
@@ -9,9 +9,9 @@
 namespace zelieml
 {
 
-// trace_msg - does nothing with the text, which may be null
+// trace_msg - do nothing; text may be null
 //
-// Alone in its object, so that the tests can record the texts instead. Any thread.
+// Alone in its object, so that a test can replace it and record the strings. Any thread.
 void trace_msg(char const* text);
 
 }  // namespace zelieml

@@ -35,7 +35,7 @@ struct mailbox_state {
 //
 // server         the record
 // fetched        receives 1 when a mail was fetched; 0 when the mailbox is empty or the mail has
-//                too many lines
+//                more than 2000 lines
 // remaining      receives the number of mails left after this one
 // from, subject  receive the first line that contains "From: " and "Subject: ", anywhere in the
 //                mail; empty when there is none
@@ -59,9 +59,9 @@ std::string delete_keyword(std::string const& text, char const* key);
 // froms, subjects  the lines of each mail are appended, as for fetchmail_get_one_mail
 // reply            receives the server's last line, also on failure
 //
-// Fails like fetchmail_get_one_mail, and also when a mail has too many lines, since the unread rest
-// would be taken for the next reply; then nothing is deleted. No other unit calls it: deliberate,
-// see docs/ODDITIES.md.
+// Fails like fetchmail_get_one_mail, and also when a mail has more than 2000 lines, since the
+// unread rest would be taken for the next reply; then nothing is deleted. No other unit calls it:
+// deliberate, see docs/ODDITIES.md.
 int fetchmail_get_mails(_s_mailserver const& server, std::vector<std::string>& froms,
                         std::vector<std::string>& subjects, std::string& reply);
 

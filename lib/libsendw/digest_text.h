@@ -15,10 +15,10 @@ struct digest_deleter {
     void operator()(unsigned char* digest) const { icryptw().free(digest); }
 };
 
-// The 16 bytes of an MD5 or HMAC-MD5 digest, as icryptw hands them out.
+// The 16 bytes of an MD5 or HMAC-MD5 digest, as icryptw returns them.
 using digest_buffer = std::unique_ptr<unsigned char, digest_deleter>;
 
-// digest_text - 32 lower-case hexadecimal digits
+// digest_text - a digest as 32 lower-case hexadecimal digits
 inline std::string digest_text(digest_buffer const& digest)
 {
     constexpr char digits[] = "0123456789abcdef";

@@ -33,7 +33,7 @@ using passwd_buffer = std::unique_ptr<unsigned char, passwd_deleter>;
 
 using setting = char[setting_size];
 
-// A host and its port as they stand in the settings.
+// A host and its port, as written in the settings.
 struct server_addr {
     setting host;
     setting port;
@@ -55,7 +55,7 @@ bool read_setting(char const* key, setting& value, char const* conf,
     return true;
 }
 
-// Whether a setting is exactly this text.
+// Whether a setting has exactly this value.
 bool setting_is(char const* key, char const* text, char const* conf)
 {
     setting value;
@@ -104,7 +104,8 @@ int get_smtp_server_addr(server_addr& addr, char const* conf)
                : -1;
 }
 
-// Passwords are in clear text only when the settings say so with anything but "no".
+// Passwords are in clear text when passwd_raw is there and is not "no": deliberate, see
+// docs/ODDITIES.md.
 bool passwords_are_raw(char const* conf)
 {
     setting value;
@@ -128,7 +129,7 @@ int get_userinfo(char const* account_key, char const* passwd_key, userinfo& info
         trace_msg("error:crypt::decrypt_passwd");
         return -1;
     }
-    // Half as long as what it was decrypted from.
+    // Fits: it is half as long as its stored form.
     return copy_to_caller(reinterpret_cast<char const*>(clear.get()), info.password, setting_size);
 }
 
@@ -181,7 +182,7 @@ bool _is_exist_in_vector(std::vector<std::string> const& addresses, std::string 
     return false;
 }
 
-// The first of several equal addresses keeps its place.
+// Keeps the first of several equal addresses.
 void _delete_same_address(std::vector<std::string> const& addresses,
                           std::vector<std::string>&       unique)
 {
@@ -231,7 +232,7 @@ int send_message(_s_smtp* session, char const* msg_fullpath, char const* conf)
 {
     void*                loaded = nullptr;
     int const            load   = msg_load(&loaded, msg_fullpath);
-    message_holder const msg(loaded);  // a record is made also when the file cannot be read
+    message_holder const msg(loaded);  // there is a record even when the file cannot be read
     if (load != 0) {
         return -1;
     }
@@ -242,7 +243,7 @@ int send_message(_s_smtp* session, char const* msg_fullpath, char const* conf)
     return 0;
 }
 
-// From the greeting to the goodbye.
+// From HELO or EHLO to QUIT.
 int converse(_s_smtp* session, char const* msg_fullpath, char const* conf)
 {
     if (is_auth(conf)) {

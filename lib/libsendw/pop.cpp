@@ -40,7 +40,7 @@ int read_reply(_s_pop* session)
     return 0;
 }
 
-// A command with a reply of one line that must not be an error.
+// Sends a command; its reply, one line, must not be an error.
 int command(_s_pop* session, std::string const& line)
 {
     if (send_command(session, line) != 0 || read_reply(session) != 0) {
@@ -49,7 +49,7 @@ int command(_s_pop* session, std::string const& line)
     return pop_error(session->reply) ? -1 : 0;
 }
 
-// The time stamp of an APOP greeting, angle brackets included.
+// The time stamp of an APOP greeting, with its angle brackets.
 int find_challenge(std::string const& greeting, std::string& challenge)
 {
     std::size_t const spos = greeting.find('<');
@@ -70,7 +70,7 @@ int find_challenge(std::string const& greeting, std::string& challenge)
     return 0;
 }
 
-// A token of a STAT reply as a number; a missing one leaves the number as it was.
+// Reads a token of a STAT reply as a number; a missing token leaves the number unchanged.
 void store_number(char const* token, int* number)
 {
     if (token == nullptr) {

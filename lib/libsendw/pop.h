@@ -2,11 +2,11 @@
 //
 // One function per command: it writes one line, in lower case, and reads one line of reply. All
 // functions return 0 for success and -1 for failure unless they say otherwise. A read gives up
-// after about 15 s of silence, writes wait for ever. A session belongs to one thread.
+// after about 15 s of silence; a write waits without limit. A session belongs to one thread.
 //
-// A reply counts as an error when it contains "-ERR", "-err" or "error" anywhere, also in good
-// news; no positive status is asked for. A command line over 1023 bytes is not sent and counts as
-// refused.
+// A reply counts as an error when it contains "-ERR", "-err" or "error" anywhere; a positive status
+// is not required: deliberate, see docs/ODDITIES.md. A command line of more than 1023 bytes is not
+// sent and counts as refused.
 
 #ifndef ZELIEML_LIBSENDW_POP_H
 #define ZELIEML_LIBSENDW_POP_H
@@ -19,8 +19,8 @@
 namespace zelieml
 {
 
-// What pop_before_smtp returns, but for two numbers that only have a code: pop_not_resolved, since
-// a host that is not found is pop_start_failed, and pop_end_failed.
+// What pop_before_smtp returns. Two numbers have a code of eml_send_e but are never returned:
+// pop_not_resolved, since a host that is not found counts as pop_start_failed, and pop_end_failed.
 enum pop_result {
     pop_ok           = 0,
     pop_quit_failed  = 100,
@@ -33,24 +33,23 @@ enum pop_result {
 };
 
 struct _s_pop {
-    int         socket    = 0;      // meaningful while connected
+    int         socket    = 0;      // valid while connected
     std::string reply     = {};     // the last line read, with its line end
-    bool        connected = false;  // socket is a descriptor of this session
+    bool        connected = false;  // socket is open and belongs to this session
 };
 
 // pop_start_session - connect and read the greeting
 //
-// host  host name or dotted IPv4 text
+// host  host name or dotted IPv4 address
 // port  port number
-// out   receives the session, also when the start failed after it was made; null only when there
-//       is no memory. End a started session with pop_end_session, one whose start failed with
-//       pop_abandon_session.
+// out   receives the session, null only when there is no memory. The caller ends it with
+//       pop_end_session, or with pop_abandon_session when the start failed.
 //
-// The greeting is kept as the last reply, where pop_apop looks for its time stamp. It is not
-// checked for a positive status.
+// The greeting is kept as the last reply, where pop_apop looks for its time stamp. Its status is
+// not checked.
 int pop_start_session(char const* host, int port, _s_pop** out);
 
-// pop_abandon_session - close the connection at once, if there is one, and free the session
+// pop_abandon_session - close the connection, if there is one, without QUIT, and free the session
 //
 // session  the session, or null
 void pop_abandon_session(_s_pop* session);
@@ -58,53 +57,54 @@ void pop_abandon_session(_s_pop* session);
 // A POP3 session that is abandoned unless it is released.
 using pop_holder = session_holder<_s_pop>;
 
-// pop_user, pop_passwd - log in by USER and PASS
+// pop_user, pop_passwd - log in with USER and PASS
 int pop_user(_s_pop* session, char const* user);
 int pop_passwd(_s_pop* session, char const* password);
 
-// pop_apop - log in by APOP, right after the greeting
+// pop_apop - log in with APOP, right after the greeting
 //
-// Takes the time stamp from the first "<" of the greeting to the first ">", both included, and
-// fails when one is missing or they stand the other way round.
+// The time stamp goes from the first "<" of the greeting to the first ">", both included. Fails
+// when one is missing or they are in the wrong order.
 int pop_apop(_s_pop* session, char const* user, char const* password);
 
-// pop_log_in - log in by APOP, or else by USER and PASS
+// pop_log_in - log in with APOP if apop, otherwise with USER and PASS
 //
 // Returns pop_ok, or which step was refused: pop_apop_refused, pop_user_refused, pop_pass_refused.
 int pop_log_in(_s_pop* session, char const* user, char const* password, bool apop);
 
-// pop_stat - ask for the size of the mailbox
+// pop_stat - ask for the number and size of the mails
 //
-// count, size  receive the number of messages and of bytes. A number that is missing leaves its
-//              argument as it was, and the call succeeds; one out of range comes as the nearest
-//              int. Fails for a reply of 1024 bytes and more.
+// count, size  receive the number of messages and of bytes. A missing number leaves its argument
+//              unchanged, and the call succeeds; a number out of range becomes the nearest int.
+//              Fails for a reply of 1024 bytes or more.
 int pop_stat(_s_pop* session, int* count, int* size);
 
-// pop_retr - ask for a message; reads the status line only
+// pop_retr - ask for a message; reads only the status line
 int pop_retr(_s_pop* session, int number);
 
 // pop_retr_alllines - fetch a message
 //
-// lines  the status line and then the message's lines are appended, without their line ends; the
-//        last one is ".". A line that begins with two dots keeps both.
-// over   out: the message has more than 2000 lines. The first 2001 are appended, without the ".";
-//        the rest stays unread on the connection.
+// lines  the status line and the lines of the message are appended, without line ends. The last one
+//        is "."; a line that begins with two dots keeps both.
+// over   receives whether the message has more than 2000 lines: then the first 2001 are appended,
+//        without the ".", and the rest stays unread on the connection
 //
-// Succeeds also when the connection is lost after the status line.
+// Succeeds even when the connection is lost after the status line: deliberate, see
+// docs/ODDITIES.md.
 int pop_retr_alllines(_s_pop* session, int number, std::vector<std::string>& lines, bool& over);
 
 // pop_dele - mark a message as deleted
 int pop_dele(_s_pop* session, int number);
 
-// pop_quit - say goodbye; any line is a good answer
+// pop_quit - send QUIT; any line of reply is a success
 int pop_quit(_s_pop* session);
 
 // pop_end_session - end the connection in order and free the session
 //
-// session  gone afterwards, its descriptor too, whatever the result
+// session  freed, and its descriptor closed, whatever the result
 //
-// Waits until the server has closed. A connection that does not end in order is traced, and is a
-// success all the same. Returns -1 only for null.
+// Waits until the server has closed its side. A connection that does not end in order is traced and
+// counts as a success all the same: deliberate, see docs/ODDITIES.md. Returns -1 only for null.
 int pop_end_session(_s_pop* session);
 
 // pop_free - free the session without touching its connection; no other unit calls it
@@ -116,12 +116,12 @@ int pop_free(_s_pop* session);
 //
 // server, port    of the POP3 server
 // user, password  the account, clear text; null counts as refused
-// apop            log in by APOP rather than USER and PASS
-// wait_ms         milliseconds to wait after a good login and the end of the session; none when
-//                 negative
+// apop            log in with APOP rather than USER and PASS
+// wait_ms         milliseconds to wait after a successful login, once the session has ended; a
+//                 negative number is none
 // reply           receives the server's last line
 //
-// Returns a pop_result. A refused login ends without QUIT.
+// Returns a pop_result. After a refused login no QUIT is sent: deliberate, see docs/ODDITIES.md.
 int pop_before_smtp(char const* server, int port, char const* user, char const* password, bool apop,
                     int wait_ms, std::string& reply);
 
@@ -137,16 +137,17 @@ bool pop_error(std::string const& line);
 //
 // lines, over  as for pop_retr_alllines
 //
-// Returns -1 when the connection is lost or silent; what had come by then is kept.
+// Returns -1 when the connection is lost or silent; the lines read by then are kept.
 int read_multiline_reply(_s_pop* session, std::vector<std::string>& lines, bool& over);
 
 // remove_nr - a line without its line end
 //
-// Drops one LF and then one CR, each only from a text of more than one byte: a line of CR LF
-// becomes a lone CR. A line of more than 4095 bytes becomes empty.
+// Drops one LF and then one CR, each only from a string of more than one byte: a line of just CR LF
+// becomes a lone CR. A line of more than 4095 bytes becomes empty. Deliberate, see
+// docs/ODDITIES.md.
 std::string remove_nr(std::string const& line);
 
-// remove_end_char - drop the last byte of a text of more than one byte if it is this one
+// remove_end_char - drop the last byte of a string of more than one byte if it is end
 void remove_end_char(char* text, char end);
 
 }  // namespace zelieml

@@ -1,4 +1,4 @@
-// session_holder.h - how a session of SMTP or POP3 ends: in order, or on any other way out
+// session_holder.h - the two ends of an SMTP or POP3 session: in order, or abandoned
 
 #ifndef ZELIEML_LIBSENDW_SESSION_HOLDER_H
 #define ZELIEML_LIBSENDW_SESSION_HOLDER_H
@@ -20,8 +20,8 @@ void abandon_session(Session* session)
     delete session;
 }
 
-// Owns a session record of SMTP or POP3. Unless it is released, it abandons the session in the end:
-// also when an exception or a cancelled thread leaves the conversation.
+// Owns an SMTP or POP3 session record, and abandons the session unless it is released: also when an
+// exception or a cancelled thread leaves the conversation.
 template <class Session>
 class session_holder
 {
@@ -31,13 +31,13 @@ public:
     session_holder(session_holder const&)            = delete;
     session_holder& operator=(session_holder const&) = delete;
 
-    // Where a starting function stores the session, held from that moment on.
+    // For the starting function to store the session in, which is owned from then on.
     Session** out() { return &session_; }
 
     Session* get() const { return session_; }
     Session* operator->() const { return session_; }
 
-    // Hands the session over.
+    // Hands the session over to the caller.
     Session* release()
     {
         Session* const session = session_;

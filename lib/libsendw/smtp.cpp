@@ -26,7 +26,7 @@ bool contains(std::string const& text, char const* part)
     return text.find(part) != std::string::npos;
 }
 
-// Writes a command line and checks the reply; says error when either fails.
+// Writes a command line and checks the reply; traces error when either fails.
 int command(_s_smtp* session, std::string const& line, char const* code, char const* error)
 {
     if (sock_command(session->socket, line) != 0 || read_reply_and_check_code(session, code) != 0) {
@@ -51,7 +51,7 @@ int _smtp_write_data(_s_smtp* session, std::string const& line)
     return sock_write(session->socket, line.data(), length) == length ? 0 : -1;
 }
 
-// Greets with EHLO; auth_line receives the line that offers authentication, or an empty text.
+// Sends EHLO; auth_line receives the line that offers authentication, or an empty string.
 int ehlo(_s_smtp* session, std::string& auth_line)
 {
     std::vector<std::string> lines;
@@ -68,7 +68,7 @@ int ehlo(_s_smtp* session, std::string& auth_line)
     return 0;
 }
 
-// Reads one reply for its last line.
+// Reads one reply; line receives its last line.
 int read_last_line(_s_smtp* session, std::string& line)
 {
     std::vector<std::string> lines;
@@ -85,7 +85,7 @@ int read_last_line(_s_smtp* session, std::string& line)
     return 0;
 }
 
-// Sends a command of an AUTH exchange; a server that goes on with it answers 334.
+// Sends a command that starts an AUTH exchange; the reply must contain 334.
 int start_exchange(_s_smtp* session, char const* line, std::string& reply)
 {
     if (sock_command(session->socket, line) != 0) {
@@ -102,8 +102,7 @@ int start_exchange(_s_smtp* session, char const* line, std::string& reply)
     return 0;
 }
 
-// Sends a response of an AUTH exchange as a line: what stands before it, and the response in
-// Base64. The reply has to contain the code.
+// Sends the line before + response in Base64 of an AUTH exchange. The reply must contain the code.
 int respond(_s_smtp* session, char const* before, std::string const& response, char const* code,
             char const* error)
 {
@@ -313,7 +312,8 @@ std::string find_auth_reponse(std::vector<std::string>& lines)
 int auth(_s_smtp* session, std::string const& auth_type, char const* user, char const* password,
          std::string const& auth_line)
 {
-    // The server's offer is searched in upper case, the setting in lower case.
+    // The offer is searched in upper case, the setting in lower case: deliberate, see
+    // docs/ODDITIES.md.
     bool const         from_server = contains(auth_type, "auto");
     std::string const& choice      = from_server ? auth_line : auth_type;
     if (contains(choice, from_server ? "CRAM-MD5" : "cram-md5")) {

@@ -1,14 +1,14 @@
 // smtp.h - the client's side of an SMTP session (RFC 5321) with authentication (RFC 4954)
 //
-// One function per command: it writes one command line and checks the reply. The functions keep no
-// state machine and trust the order
+// One function per command: it writes one command line and checks the reply. The functions do not
+// check the order, which is
 //
 //     smtp_start_session, smtp_helo or smtp_ehlo, smtp_mailfrom, smtp_rcptto, smtp_start_data,
 //     smtp_write_data, smtp_end_data, smtp_quit, smtp_end_session
 //
 // A session serves one message. All functions return 0 for success and -1 for failure unless they
 // say otherwise; after a failure only smtp_quit and smtp_end_session make sense. A read gives up
-// after about 15 s of silence, writes wait for ever. A session belongs to one thread.
+// after about 15 s of silence; a write waits without limit. A session belongs to one thread.
 //
 // On the wire commands are lower case, AUTH is upper case, and a blank follows the colon of MAIL
 // and RCPT: deliberate, see docs/ODDITIES.md. A command line of more than 1023 bytes is not sent
@@ -26,23 +26,22 @@ namespace zelieml
 {
 
 struct _s_smtp {
-    int         socket    = 0;      // meaningful while connected
+    int         socket    = 0;      // valid while connected
     std::string reply     = {};     // the last reply, all its lines with their CR LF
-    bool        connected = false;  // socket is a descriptor of this session
+    bool        connected = false;  // socket is open and belongs to this session
 };
 
 // smtp_start_session - connect and read the greeting
 //
-// host  host name or dotted IPv4 text
+// host  host name or dotted IPv4 address
 // port  port number
-// out   receives the session, also when the start failed after it was made; null only when there
-//       is no memory. End a started session with smtp_end_session, one whose start failed with
-//       smtp_abandon_session.
+// out   receives the session, null only when there is no memory. The caller ends it with
+//       smtp_end_session, or with smtp_abandon_session when the start failed.
 //
 // Succeeds when the last line of the greeting contains "220".
 int smtp_start_session(char const* host, int port, _s_smtp** out);
 
-// smtp_abandon_session - close the connection at once, if there is one, and free the session
+// smtp_abandon_session - close the connection, if there is one, without QUIT, and free the session
 //
 // session  the session, or null
 void smtp_abandon_session(_s_smtp* session);
@@ -50,62 +49,62 @@ void smtp_abandon_session(_s_smtp* session);
 // An SMTP session that is abandoned unless it is released.
 using smtp_holder = session_holder<_s_smtp>;
 
-// smtp_helo - greet with HELO and this host's name
+// smtp_helo - send HELO with this host's name
 int smtp_helo(_s_smtp* session);
 
-// smtp_ehlo - greet with EHLO and this host's name, and authenticate in any case
+// smtp_ehlo - send EHLO with this host's name and log in, whatever the server offers
 //
-// auth_type       which mechanism, see auth()
-// user, password  the account, clear text; null is a failure
+// auth_type       the mechanism, see auth()
+// user, password  the account, in clear text; null is a failure
 int smtp_ehlo(_s_smtp* session, std::string const& auth_type, char const* user,
               char const* password);
 
-// smtp_ehlo2 - greet with EHLO, and authenticate if the switch says so
+// smtp_ehlo2 - send EHLO, and log in if the switch says so
 //
-// user, password  the account, clear text; null is a failure, also while the switch is off
-// auth_switch  "on" or "off", exactly. It has to agree with the server: one that offers AUTH
-//              while the switch is off fails as well as one that offers none while it is on.
+// user, password  the account, in clear text; null is a failure, even with the switch off
+// auth_switch     exactly "on" or "off". It must agree with the server: a server that offers AUTH
+//                 while the switch is off is a failure, as is one that does not while it is on.
 int smtp_ehlo2(_s_smtp* session, std::string const& auth_type, char const* user,
                char const* password, char const* auth_switch);
 
-// smtp_mailfrom - name the sender
+// smtp_mailfrom - send the envelope sender
 //
-// address  put between angle brackets as it is; empty for the null sender
+// address  put between angle brackets unchanged; empty for the null sender
 int smtp_mailfrom(_s_smtp* session, std::string const& address);
 
-// smtp_rcptto - name the recipients, one command each
+// smtp_rcptto - send the recipients, one command each
 //
-// addresses  put between angle brackets as they are, in order. The first one that is refused ends
-//            it: those after it are not tried. An empty list is a success.
+// addresses  put between angle brackets unchanged, in order. The first one that is refused is a
+//            failure, and the rest is not tried. An empty list is a success.
 int smtp_rcptto(_s_smtp* session, std::vector<std::string> const& addresses);
 
-// smtp_start_data - ask to send the text
+// smtp_start_data - send DATA
 //
-// Servers that answer 250 instead of 354 are accepted.
+// Both 354 and 250 are accepted: deliberate, see docs/ODDITIES.md.
 int smtp_start_data(_s_smtp* session);
 
 // smtp_write_data - send pieces of the text
 //
-// lines  sent in order exactly as they are: they bring their own CR LF, and lines that begin with
-//        a dot have it doubled already (RFC 5321, 4.5.2)
+// lines  sent in order and unchanged: they contain their own CR LF, and an opening dot is already
+//        doubled (RFC 5321, 4.5.2)
 //
-// No reply is read. The last segment may wait in the system until smtp_end_data.
+// Reads no reply. The system may hold the last segment back until smtp_end_data.
 int smtp_write_data(_s_smtp* session, std::vector<std::string> const& lines);
 
-// smtp_end_data - end the text with CR LF, a dot and CR LF, and hear whether the server has it
+// smtp_end_data - end the text with CR LF, a dot and CR LF, and check that the server accepted it
 int smtp_end_data(_s_smtp* session);
 
-// smtp_quit - say goodbye
+// smtp_quit - send QUIT
 //
 // Only "221" is a success.
 int smtp_quit(_s_smtp* session);
 
 // smtp_end_session - end the connection in order and free the session
 //
-// session  gone afterwards, its descriptor too, whatever the result
+// session  freed, and its descriptor closed, whatever the result
 //
-// Waits until the server has closed. A connection that does not end in order is traced, and is a
-// success all the same. Returns -1 only for null.
+// Waits until the server has closed its side. A connection that does not end in order is traced and
+// counts as a success all the same: deliberate, see docs/ODDITIES.md. Returns -1 only for null.
 int smtp_end_session(_s_smtp* session);
 
 // The steps of the commands.
@@ -114,47 +113,48 @@ int smtp_end_session(_s_smtp* session);
 //
 // lines  receives the lines, each with its CR LF; emptied first
 //
-// A line whose fourth character is a blank is the last: a bare "250" is not, and the reader waits
-// for more. There is no limit to the number of lines. The session's reply is the same text.
+// A line whose fourth character is a blank is the last one; after a bare "250" more is waited for.
+// The number of lines is not limited. The session's reply becomes all the lines together.
 //
-// Returns -1 when the connection is lost or silent; what had come by then is kept.
+// Returns -1 when the connection is lost or silent; the lines read by then are kept.
 int read_multiline_reply(_s_smtp* session, std::vector<std::string>& lines);
 
 // read_reply_and_check_code - read one reply and look for a code
 //
 // code  searched anywhere in the last line, not just at its start: "550 ... 250 ..." passes for
-//       "250"
+//       "250". Deliberate, see docs/ODDITIES.md.
 int read_reply_and_check_code(_s_smtp* session, char const* code);
 
 // find_auth_reponse - the line of an EHLO reply that offers authentication
 //
-// Returns the first line that contains "AUTH" in upper case, or an empty text.
+// Returns the first line that contains "AUTH", in upper case, or an empty string.
 std::string find_auth_reponse(std::vector<std::string>& lines);
 
-// auth - log in by one mechanism; there is no second one if it fails
+// auth - log in with one mechanism; when it fails no other one is tried
 //
-// auth_type  contains "auto": the first of CRAM-MD5 and LOGIN that auth_line contains, else PLAIN.
-//            Otherwise the first of "cram-md5" and "login" that it contains itself, in lower case
-//            only, else PLAIN.
-// auth_line  the server's offer, upper case
+// auth_type  when it contains "auto": CRAM-MD5 if auth_line contains that, else LOGIN if it
+//            contains that, else PLAIN. Otherwise CRAM-MD5 if auth_type contains "cram-md5", else
+//            LOGIN if it contains "login", both in lower case only, else PLAIN.
+// auth_line  the server's offer; searched in upper case only
 int auth(_s_smtp* session, std::string const& auth_type, char const* user, char const* password,
          std::string const& auth_line);
 
-// auth_cram_md5 - log in by CRAM-MD5 (RFC 2195)
+// auth_cram_md5 - log in with CRAM-MD5 (RFC 2195)
 int auth_cram_md5(_s_smtp* session, char const* user, char const* password);
 
-// auth_login - log in by LOGIN: user and password in Base64, the server's prompts are not looked at
+// auth_login - log in with LOGIN: user and password in Base64; the server's prompts are ignored
 int auth_login(_s_smtp* session, char const* user, char const* password);
 
-// auth_login_data - one answer of LOGIN
+// auth_login_data - one response of LOGIN
 //
-// text  sent in Base64
-// code  what the reply has to contain
+// text  the response; sent in Base64
+// code  the code that the reply must contain
 int auth_login_data(_s_smtp* session, char const* text, char const* code);
 
-// auth_plain - log in by PLAIN (RFC 4616), the response in the command itself
+// auth_plain - log in with PLAIN (RFC 4616), the response in the command itself
 //
-// A "^" in user or password is sent as a NUL: such credentials cannot be used with PLAIN.
+// A "^" in user or password is sent as a NUL, so such credentials do not work with PLAIN:
+// deliberate, see docs/ODDITIES.md.
 int auth_plain(_s_smtp* session, char const* user, char const* password);
 
 }  // namespace zelieml

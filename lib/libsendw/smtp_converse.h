@@ -1,4 +1,4 @@
-// smtp_converse.h - the frame of every SMTP session: start, conversation, end
+// smtp_converse.h - what every SMTP session has in common: start, conversation, end
 
 #ifndef ZELIEML_LIBSENDW_SMTP_CONVERSE_H
 #define ZELIEML_LIBSENDW_SMTP_CONVERSE_H
@@ -13,13 +13,13 @@
 namespace zelieml
 {
 
-// smtp_converse - hold one SMTP session (RFC 5321), from the greeting to its end
+// smtp_converse - hold one SMTP session (RFC 5321)
 //
-// host, port    of the server; a null host is one that is not found
-// reply         receives the server's last reply; as it was when the session has not started
+// host, port    of the server; a null host counts as not found
+// reply         receives the server's last reply; unchanged when the session could not be started
 // conversation  called with the session once it has started; returns a send_result
 //
-// Returns what conversation returned, or send_not_connected or send_not_ended. Nothing is left
+// Returns what conversation returned, or send_not_connected or send_not_ended. Leaves no connection
 // open, also when conversation throws.
 template <class Conversation>
 int smtp_converse(char const* host, int port, std::string& reply, Conversation&& conversation)

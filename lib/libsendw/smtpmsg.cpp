@@ -21,7 +21,7 @@ namespace zelieml
 namespace
 {
 
-// What one form of mail has of its own.
+// What differs between the forms of a mail.
 struct mail_form {
     int (*header)(void* msg, std::vector<std::string>& out, char const* conf);
     int (*body)(void* msg, std::vector<std::string>& out);
@@ -30,7 +30,7 @@ struct mail_form {
 constexpr mail_form utf8_form = {msg_header_utf8, msg_body_utf8};
 constexpr mail_form jis_form  = {msg_header_jis, msg_body_jis};
 
-// What the header of one form has of its own.
+// What differs between the headers of the forms.
 struct header_form {
     std::string (*encoded_subject)(std::string const& subject);
     std::string (*content_type)();
@@ -85,7 +85,7 @@ int header(void* msg, std::vector<std::string>& out, char const* conf, header_fo
     return 0;
 }
 
-// A header line of a label and a text.
+// One header line.
 std::string header_line(char const* label, std::string const& text)
 {
     std::string line;
@@ -96,7 +96,7 @@ std::string header_line(char const* label, std::string const& text)
     return line;
 }
 
-// A subject as one encoded word on one line, whatever its length.
+// One encoded word on one line, whatever its length: deliberate, see docs/ODDITIES.md.
 std::string encoded_subject(char const* start, std::string const& base64)
 {
     return header_line(start, base64 + "?=");
@@ -185,7 +185,7 @@ int msg_body_jis(void* msg, std::vector<std::string>& out)
 
 void modify_body(void* msg)
 {
-    // A UTF-8 body leaves in Base64: it needs neither line ends nor doubled dots.
+    // A UTF-8 body is sent in Base64 and needs neither.
     if (!is_jis(msg_get_encoding(msg))) {
         return;
     }

@@ -1,13 +1,12 @@
 // smtpmsg.h - the text of a mail (RFC 5322) in MIME (RFC 2045 to 2047)
 //
-// A message record becomes a list of strings, which leave for the server one after the other: a
-// string for each header line, one for the empty line, one for the body. Each brings its own
-// CR LF; nothing stands at the end of the body, since the end mark of the SMTP text begins with a
-// CR LF of its own.
+// A message record becomes a list of strings, which are sent one after the other: one for each
+// header, one for the empty line, one for the body. Each contains its own CR LF, except at the end
+// of the body: there the CR LF is the first part of the SMTP end mark.
 //
-// Two forms, chosen by the record's encoding text: "ISO-2022-JP", exactly, gives 7bit text, any
-// other text gives UTF-8 with a Base64 body. Nothing is converted: subject and body have to be in
-// the encoding already. From, Reply-To and Message-Id are written as they are.
+// There are two forms, chosen by the encoding of the record: exactly "ISO-2022-JP" gives a 7bit
+// body, anything else UTF-8 with a Base64 body. Nothing is converted: subject and body must already
+// be in that encoding. From, Reply-To and Message-Id are written unchanged.
 //
 // Any thread, one record each.
 
@@ -22,28 +21,28 @@ namespace zelieml
 
 // smtpmsg_create_multiline - compose a mail
 //
-// msg   the record; its body is rewritten for ISO-2022-JP (see modify_body)
+// msg   the record; for ISO-2022-JP its body is rewritten, see modify_body
 // out   receives the strings; emptied first
-// conf  path of the settings file, asked whether the subject is to be encoded
+// conf  path of the settings file, for subject_use_encoding
 //
 // Returns 0, or -1 when header or body could not be composed.
 int smtpmsg_create_multiline(void* msg, std::vector<std::string>& out, char const* conf);
 
-// smtpmsg_split_address - cut a list of addresses
+// smtpmsg_split_address - split a list of addresses
 //
-// list  addresses separated by commas, and by nothing else
-// out   receives the entries without their blanks; emptied first. Empty entries are kept.
+// list  addresses separated by commas; no other separator is known
+// out   receives the entries with all blanks removed; emptied first. Empty entries are kept.
 //
 // Returns 0, or -1 for an empty list.
 int smtpmsg_split_address(std::string const& list, std::vector<std::string>& out);
 
 // The steps of smtpmsg_create_multiline.
 
-// The two forms; arguments and result as above. The body is taken as it is.
+// The two forms; arguments and result as above. The body is used unchanged.
 int smtpmsg_create_utf8_multiline(void* msg, std::vector<std::string>& out, char const* conf);
 int smtpmsg_create_jis_multiline(void* msg, std::vector<std::string>& out, char const* conf);
 
-// eliminate_space - a copy of a text without any blank (0x20)
+// eliminate_space - a copy of a string without any blank (0x20)
 std::string eliminate_space(std::string const& text);
 
 // Header and body of the two forms, appended to out. Return 0.
@@ -52,43 +51,45 @@ int msg_header_jis(void* msg, std::vector<std::string>& out, char const* conf);
 int msg_body_utf8(void* msg, std::vector<std::string>& out);
 int msg_body_jis(void* msg, std::vector<std::string>& out);
 
-// modify_body - make the body of an ISO-2022-JP record fit to be sent as text
+// modify_body - prepare the body of an ISO-2022-JP record for SMTP
 //
 // Line ends become CR LF, and a dot that opens a line is doubled (RFC 5321, 4.5.2). Does nothing
 // for any other encoding, for an empty body, or when there is no memory.
 void modify_body(void* msg);
 
-// modify_body_data - what modify_body does, from one buffer into another
+// modify_body_data - the conversion of modify_body, from one buffer into another
 //
-// in    the text
-// out   receives the result and its NUL; all size bytes of it are cleared first
+// in    the body
+// out   receives the result and its NUL; all *size bytes are cleared first
 // size  in: bytes at out. Out: length of the result.
 //
-// Returns 0. Returns -1 when a pointer is null, the text is empty, or the result and its NUL do
-// not fit; out then holds no result and *size is as it was.
+// Returns 0. Returns -1 when a pointer is null, the body is empty, or the result and its NUL do not
+// fit; the content of out is then undefined and *size unchanged.
 int modify_body_data(char const* in, char* out, int* size);
 
 // subject_use_encoding - whether the settings file wants the subject as an encoded word
 //
-// The one switch that is on when its key is missing; else only "yes" is on.
+// On when the key is missing, unlike every other switch: deliberate, see docs/ODDITIES.md.
+// Otherwise only "yes" is on.
 bool subject_use_encoding(char const* conf);
 
-// get_multiline - a To or Cc header: the label, and each address on a line of its own
+// get_multiline - a To or Cc header: the label, then each address on its own line
 std::string get_multiline(std::vector<std::string> const& addresses, char const* label);
 
 // _next - what follows an address: "," while count, this one included, is 2 or more
 std::string _next(int count);
 
-// _base64 - Base64 (RFC 4648) of a text, on lines of 76 characters or on one; empty on failure
+// _base64 - Base64 (RFC 4648) of a string, in lines of 76 characters or in one; empty on failure
 std::string _base64(std::string const& text, bool line_breaks);
 
-// The conversions into the two encodings, which are none, and Base64 of their results.
+// The conversions into the two encodings, which change nothing (deliberate, see docs/ODDITIES.md),
+// and Base64 of their results.
 std::string _utf8(std::string text);
 std::string _jis(std::string text);
 std::string _utf8_base64(std::string text, bool line_breaks);
 std::string _jis_base64(std::string text, bool line_breaks);
 
-// One header line each, with its CR LF; the address headers are empty for an empty list.
+// One header each, with its CR LF. To and Cc are empty strings for an empty list.
 std::string get_date();
 std::string get_from(std::string const& from);
 std::string get_to(std::string const& to);
@@ -104,7 +105,7 @@ std::string get_content_transfer_encoding_base64();
 std::string get_content_transfer_encoding_7bit();
 std::string get_messageid(std::string const& messageid);
 
-// The line end, which is also the empty line between header and body.
+// CR LF, which is also the empty line between header and body.
 std::string get_crlf();
 
 }  // namespace zelieml

@@ -62,7 +62,7 @@ connection_end shut_down(int fd)
     return connection_end::closed;
 }
 
-// _recv, for a descriptor that does not block.
+// _recv for a socket that is non-blocking already.
 int receive(int fd, char* buf, int len, int flags)
 {
     ssize_t received = -1;
@@ -77,7 +77,7 @@ int receive(int fd, char* buf, int len, int flags)
     return static_cast<int>(received);
 }
 
-// sock_read, by _recv or by receive.
+// sock_read with _recv or receive.
 int read_all(int fd, char* buf, int len, int (*take)(int, char*, int, int))
 {
     int taken = 0;
@@ -207,7 +207,7 @@ int sock_readline(sock_non_blocking const& connection, std::string& line)
         if (read_all(fd, buf, take, receive) == -1) {
             return -1;
         }
-        line += buf;  // as a text: a NUL hides the rest of the piece
+        line += buf;  // up to a NUL: deliberate, see docs/ODDITIES.md
         if (line.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
             return -1;
         }

@@ -1,7 +1,7 @@
-// libtimew.h - the texts that the library makes of the current local time
+// libtimew.h - the current local time as text
 //
-// Each operation reads the clock itself. Names of days and months are English whatever the locale.
-// Any thread.
+// Each operation reads the clock. Names of days and months are English, whatever the locale. Any
+// thread.
 
 #ifndef ZELIEML_LIBTIMEW_LIBTIMEW_H
 #define ZELIEML_LIBTIMEW_LIBTIMEW_H
@@ -28,7 +28,7 @@ protected:
     ~itime() = default;
 };
 
-// Made as a local object wherever a text is needed.
+// Made on the stack where it is needed.
 class itimew final : public itime
 {
 public:
@@ -37,7 +37,7 @@ public:
     std::string get_log_time() override;
 };
 
-// modify_year - the year of a tm_year
+// modify_year - the year that a tm_year means
 int modify_year(int tm_year);
 
 // The steps of itimew.
@@ -48,7 +48,7 @@ char const* get_wday_str(int tm_wday);
 // get_mon_str - "Jan" to "Dec" for 0 to 11, "" for any other number
 char const* get_mon_str(int tm_mon);
 
-// get_timezone_bias_str - the offset of local time from GMT as this library writes it
+// get_timezone_bias_str - the offset of local time from GMT
 //
 // East of GMT, from one hour on, this is the form of RFC 5322: "+0900", "+0530". Elsewhere it is
 // not: GMT is "-0000", half an hour east is "-0030", five hours west is "--500", three and a half

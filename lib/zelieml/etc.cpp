@@ -1,7 +1,7 @@
 // etc.cpp - the exported functions: settings, passwords, hashes
 //
-// Each forwards to the unit that does the work and lets nothing be thrown through the C interface.
-// The contracts stand in zelieml.h.
+// Each calls the unit that does the work and keeps exceptions from crossing the C interface. The
+// contracts are in zelieml.h.
 
 #include <cstring>
 
@@ -15,7 +15,7 @@ using namespace zelieml;
 namespace
 {
 
-// at_c_boundary for the functions that return a text.
+// at_c_boundary for the functions that return a string.
 template <class Body>
 unsigned char* text_at_c_boundary(Body&& body)
 {

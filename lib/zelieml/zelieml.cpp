@@ -1,8 +1,8 @@
 // zelieml.cpp - the exported functions: messages, posting, the engine, result records,
 // server records and login tests, receiving
 //
-// Each forwards to the unit that does the work and lets nothing be thrown through the C interface.
-// The contracts stand in zelieml.h.
+// Each calls the unit that does the work and keeps exceptions from crossing the C interface. The
+// contracts are in zelieml.h.
 
 #include "zelieml.h"
 
@@ -22,8 +22,9 @@ namespace
 
 constexpr char default_stock_symbol[] = "zelieml_stocksymbol";
 
-// An eml_stop_multi is in progress in this process. A plain flag: it turns away nested calls and
-// keeps nobody waiting. Threads may look at it at the same moment, hence the relaxed accesses.
+// An eml_stop_multi is in progress in this process. A plain flag that turns nested calls away: not
+// an atomic object, nor a lock. The accesses are relaxed atomics because threads may call at the
+// same time.
 bool g_in_stop_multi = false;
 
 void stop_and_destroy(void* eml)
