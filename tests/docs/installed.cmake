@@ -17,4 +17,13 @@ if(NOT EXISTS ${prefix}/${INCLUDEDIR}/zelieml/module.modulemap)
   message(FATAL_ERROR "no module map")
 endif()
 
+# Folders of the machine that built it mean nothing on another.
+file(GLOB targets ${prefix}/${LIBDIR}/cmake/zelieml/zelieml-targets*.cmake)
+foreach(file IN LISTS targets)
+  file(STRINGS ${file} absolute REGEX "[\";]/[a-zA-Z]")
+  if(absolute)
+    message(FATAL_ERROR "${file}: ${absolute}")
+  endif()
+endforeach()
+
 must_be_usable(${prefix} ${prefix}/${LIBDIR} ${WORK})

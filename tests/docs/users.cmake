@@ -1,4 +1,4 @@
-# What the tests of the library in other projects share. EXAMPLE and MAIN are the program, CC and
+# What the tests with other projects share. EXAMPLE and MAIN are the program, CC and
 # CFLAGS, GENERATOR and PKG_CONFIG the tools.
 
 # must(command...) - its output, as one line, is in `output`
@@ -9,6 +9,14 @@ function(must)
     message(FATAL_ERROR "${ARGN}\n${output}")
   endif()
   set(output "${output}" PARENT_SCOPE)
+endfunction()
+
+# must_have(folder file...) - these files and no others, given relative to the folder
+function(must_have folder)
+  file(GLOB_RECURSE files RELATIVE ${folder} ${folder}/*)
+  if(NOT files STREQUAL "${ARGN}")
+    message(FATAL_ERROR "${folder} has ${files}, not ${ARGN}")
+  endif()
 endfunction()
 
 # must_build(program libdir options...) - the program, with what pkg-config says of the package in libdir
@@ -30,10 +38,11 @@ endfunction()
 # shared library away at the end.
 function(must_be_usable prefix libdir work)
   must(${CMAKE_COMMAND} -G ${GENERATOR} -S ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/user -B ${work}/user
-       -DEXAMPLE=${EXAMPLE} -DMAIN=${MAIN} -Dzelieml_DIR=${libdir}/cmake/zelieml
+       -DFROM=package -DEXAMPLE=${EXAMPLE} -DMAIN=${MAIN} -Dzelieml_DIR=${libdir}/cmake/zelieml
        -DCMAKE_C_COMPILER=${CC} "-DCMAKE_C_FLAGS=${CFLAGS}")
   must(${CMAKE_COMMAND} --build ${work}/user)
   must(${work}/user/with_shared)
+  must(${work}/user/with_static)
 
   must_build(${work}/with_shared ${libdir})
   file(GLOB shared ${libdir}/libzelieml.so* ${libdir}/libzelieml*.dylib)
