@@ -5,13 +5,14 @@
  *
  * Values of "smtp_passwd" and "pop_passwd" are stored encrypted; no "passwd_raw" is needed then.
  * Keys that are contained in others ("smtp_auth" in "smtp_auth_type") come first on the command
- * line: setting one replaces every line that contains it. Exit status: 0 written, 1 not written,
- * 2 wrong use.
+ * line: setting one replaces every line that contains it. A new file is readable for its owner only;
+ * an existing one keeps its permissions. Exit status: 0 written, 1 not written, 2 wrong use.
  */
 
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include <zelieml.h>
 
@@ -42,6 +43,7 @@ int main(int argc, char **argv)
         fprintf(stderr, "use: configure SETTINGS-FILE key=value...\n");
         return 2;
     }
+    umask(077); /* whoever can read a stored password can decrypt it */
     for (i = 2; i < argc; ++i) {
         char *value = strchr(argv[i], '=');
         if (value == NULL) {

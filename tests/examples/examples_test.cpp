@@ -98,6 +98,22 @@ TEST_F(Examples, ConfigureStoresPasswordsEncrypted)
     EXPECT_EQ(read_file(settings_).find("secret"), std::string::npos);
 }
 
+TEST_F(Examples, ConfigureKeepsANewFileFromOthers)
+{
+    auto const permissions = [this] {
+        struct stat info = {};
+        EXPECT_EQ(::stat(settings_.c_str(), &info), 0);
+        return info.st_mode & 0777u;
+    };
+    mode_t const before = ::umask(022);
+    expect(run(CONFIGURE_EXAMPLE, {settings_, "pop_passwd=secret"}), 0, "");
+    ::umask(before);
+    EXPECT_EQ(permissions(), 0600u);
+    ::chmod(settings_.c_str(), 0640);
+    expect(run(CONFIGURE_EXAMPLE, {settings_, "pop_passwd=other"}), 0, "");
+    EXPECT_EQ(permissions(), 0640u);
+}
+
 TEST_F(Examples, ConfigureSaysWhatItCannotSet)
 {
     std::string const nowhere = work_ + "/none/zelismes.cf";
