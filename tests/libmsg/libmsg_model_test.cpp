@@ -1,4 +1,7 @@
 // libmsg_model_test.cpp - random messages against a small model of the message file
+//
+// Each round has a file of its own: a file system may write a file that is replaced to the disk at
+// once, which takes many times as long as the rest of the round.
 
 #include <gtest/gtest.h>
 #include <random>
@@ -161,12 +164,12 @@ message get_all(void* msg)
 
 TEST(RandomMessages, AreSavedAndLoadedAsTheModelSays)
 {
-    test::temp_dir    dir;
-    std::string const path = dir.file("m.sme");
-    std::mt19937      random(20240131);
+    test::temp_dir dir;
+    std::mt19937   random(20240131);
     for (int round = 0; round < 4000 && !testing::Test::HasFailure(); ++round) {
         SCOPED_TRACE("round " + std::to_string(round));
-        message m;
+        std::string const path = dir.file(std::to_string(round));
+        message           m;
         for (int i = 1; i < 7; ++i) {
             m.header[i] = random_text(random, pieces);
         }
@@ -204,11 +207,11 @@ TEST(RandomMessageFiles, AreLoadedAsTheModelSays)
     all.push_back(std::string(1, '\0'));
     all.push_back(std::string("\n\0", 2));
 
-    test::temp_dir    dir;
-    std::string const path = dir.file("m.sme");
-    std::mt19937      random(7);
+    test::temp_dir dir;
+    std::mt19937   random(7);
     for (int round = 0; round < 2000 && !testing::Test::HasFailure(); ++round) {
         SCOPED_TRACE("round " + std::to_string(round));
+        std::string const path  = dir.file(std::to_string(round));
         std::string const bytes = random_text(random, all) + random_text(random, all);
         test::write_file(path, bytes);
         void* loaded = nullptr;
