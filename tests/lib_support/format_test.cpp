@@ -34,28 +34,48 @@ TEST(FormatText, LeavesAnEmptyTextOfOneThatDoesNotFit)
     }
 }
 
-TEST(CopyToCaller, CopiesATextWholeOrNotAtAll)
+// What is copied into a buffer that may be used up to a size; nothing unless said otherwise.
+struct copy_case {
+    explicit copy_case(char const* why) : reason(why) {}
+
+    copy_case& of(std::string const& bytes)
+    {
+        string = bytes;
+        return *this;
+    }
+    copy_case& into(int bytes)
+    {
+        size = bytes;
+        return *this;
+    }
+    copy_case& gives(char const* copied)
+    {
+        copy = copied;
+        return *this;
+    }
+
+    char const* reason;
+    std::string string;
+    int         size = 0;
+    char const* copy = nullptr;  // null: refused
+};
+
+TEST(CopyToCaller, CopiesAStringWholeOrNotAtAll)
 {
-    struct {
-        std::string text;
-        int         size;
-        int         result;
-        char const* wanted;
-        char const* reason;
-    } const cases[] = {
-        {"abc", 4, 0, "abc", "exactly"},
-        {"abc", 3, -1, "prior", "no room for the NUL"},
-        {"abc", 0, -1, "prior", "no room"},
-        {"abc", -1, -1, "prior", "a negative size"},
-        {"abc", INT_MIN, -1, "prior", "a very negative size"},
-        {"", 1, 0, "", "the NUL alone"},
-        {"", 0, -1, "prior", "no room for the NUL alone"},
-        {std::string("a\0bc", 4), 2, 0, "a", "a text ends at its NUL"},
+    copy_case const cases[] = {
+        copy_case("exactly").of("abc").into(4).gives("abc"),
+        copy_case("no room for the NUL").of("abc").into(3),
+        copy_case("no room").of("abc").into(0),
+        copy_case("a negative size").of("abc").into(-1),
+        copy_case("a very negative size").of("abc").into(INT_MIN),
+        copy_case("the NUL alone").of("").into(1).gives(""),
+        copy_case("no room for the NUL alone").of("").into(0),
+        copy_case("a string ends at its NUL").of(std::string("a\0bc", 4)).into(2).gives("a"),
     };
-    for (auto const& c : cases) {
+    for (copy_case const& c : cases) {
         char buf[8] = "prior";
-        EXPECT_EQ(copy_to_caller(c.text, buf, c.size), c.result) << c.reason;
-        EXPECT_STREQ(buf, c.wanted) << c.reason;
+        EXPECT_EQ(copy_to_caller(c.string, buf, c.size), c.copy != nullptr ? 0 : -1) << c.reason;
+        EXPECT_STREQ(buf, c.copy != nullptr ? c.copy : "prior") << c.reason;
     }
     EXPECT_EQ(copy_to_caller("a", nullptr, 100), -1);
 }

@@ -34,27 +34,50 @@ namespace zelieml
 namespace
 {
 
-using setter      = int (*)(void*, char const*);
-using buf_getter  = int (*)(void*, char*, int);
-using text_getter = std::string (*)(void*);
+// A string of the record, and the functions that set and get it.
+struct string_field {
+    using setter    = int (*)(void*, char const*);
+    using to_buffer = int (*)(void*, char*, int);
+    using to_string = std::string (*)(void*);
 
-struct text_field {
+    explicit string_field(char const* field) : name(field) {}
+
+    string_field& set_by(setter function)
+    {
+        set = function;
+        return *this;
+    }
+    // Each getter has two forms of one name.
+    string_field& got_by(to_buffer into_a_buffer, to_string as_a_string)
+    {
+        copy = into_a_buffer;
+        get  = as_a_string;
+        return *this;
+    }
+    string_field& fresh_as(char const* value)
+    {
+        fresh = value;
+        return *this;
+    }
+
     char const* name;
-    setter      set;  // null: not set through a text
-    buf_getter  copy;
-    text_getter get;
-    char const* fresh;
+    setter      set   = nullptr;  // null: not set with a string
+    to_buffer   copy  = nullptr;
+    to_string   get   = nullptr;
+    char const* fresh = "";
 };
 
-text_field const fields[] = {
-    {"from", msg_set_from, msg_get_from, msg_get_from, ""},
-    {"to", msg_set_to, msg_get_to, msg_get_to, ""},
-    {"cc", msg_set_cc, msg_get_cc, msg_get_cc, ""},
-    {"subject", msg_set_subject, msg_get_subject, msg_get_subject, ""},
-    {"replyto", msg_set_replyto, msg_get_replyto, msg_get_replyto, ""},
-    {"body", msg_set_body, msg_get_body, msg_get_body, ""},
-    {"encoding", nullptr, msg_get_encoding, msg_get_encoding, "UTF-8"},
-    {"messageid", msg_set_messageid, msg_get_messageid, msg_get_messageid, ""},
+string_field const fields[] = {
+    string_field("from").set_by(msg_set_from).got_by(msg_get_from, msg_get_from),
+    string_field("to").set_by(msg_set_to).got_by(msg_get_to, msg_get_to),
+    string_field("cc").set_by(msg_set_cc).got_by(msg_get_cc, msg_get_cc),
+    string_field("subject").set_by(msg_set_subject).got_by(msg_get_subject, msg_get_subject),
+    string_field("replyto").set_by(msg_set_replyto).got_by(msg_get_replyto, msg_get_replyto),
+    string_field("body").set_by(msg_set_body).got_by(msg_get_body, msg_get_body),
+    string_field("encoding").fresh_as("UTF-8").got_by(msg_get_encoding, msg_get_encoding),
+    string_field("messageid")
+        .set_by(msg_set_messageid)
+        .got_by(msg_get_messageid, msg_get_messageid),
 };
 
 class MessageRecord : public testing::Test
@@ -80,7 +103,7 @@ protected:
 
 TEST_F(MessageRecord, IsEmptyAndUtf8WhenFresh)
 {
-    for (text_field const& field : fields) {
+    for (string_field const& field : fields) {
         EXPECT_EQ(field.get(msg), field.fresh) << field.name;
         char buf[16] = "unchanged";
         EXPECT_EQ(field.copy(msg, buf, sizeof buf), 0) << field.name;
@@ -92,12 +115,12 @@ TEST_F(MessageRecord, IsEmptyAndUtf8WhenFresh)
 
 TEST_F(MessageRecord, KeepsEveryTextAsGivenInAFieldOfItsOwn)
 {
-    for (text_field const& field : fields) {
+    for (string_field const& field : fields) {
         if (field.set != nullptr) {
             EXPECT_EQ(field.set(msg, (std::string(" <") + field.name + "@a.test>, \t").c_str()), 0);
         }
     }
-    for (text_field const& field : fields) {
+    for (string_field const& field : fields) {
         if (field.set != nullptr) {
             EXPECT_EQ(field.get(msg), std::string(" <") + field.name + "@a.test>, \t");
         }
@@ -106,7 +129,7 @@ TEST_F(MessageRecord, KeepsEveryTextAsGivenInAFieldOfItsOwn)
 
 TEST_F(MessageRecord, ReplacesATextByTheNextOne)
 {
-    for (text_field const& field : fields) {
+    for (string_field const& field : fields) {
         if (field.set != nullptr) {
             EXPECT_EQ(field.set(msg, std::string(5000, 'x').c_str()), 0) << field.name;
             EXPECT_EQ(field.set(msg, "b"), 0) << field.name;
@@ -119,14 +142,14 @@ TEST_F(MessageRecord, ReplacesATextByTheNextOne)
 
 TEST_F(MessageRecord, IsFreshAgainAfterInit)
 {
-    for (text_field const& field : fields) {
+    for (string_field const& field : fields) {
         if (field.set != nullptr) {
             field.set(msg, "text");
         }
     }
     msg_set_encoding(msg, eml_encoding_iso2022jp);
     EXPECT_EQ(msg_init(msg), 0);
-    for (text_field const& field : fields) {
+    for (string_field const& field : fields) {
         EXPECT_EQ(field.get(msg), field.fresh) << field.name;
     }
 }
@@ -157,7 +180,7 @@ TEST_F(MessageRecord, CopiesATextWholeOrNotAtAll)
         {-1, -1, "a negative size"},
         {INT_MIN, -1, "the most negative size"},
     };
-    for (text_field const& field : fields) {
+    for (string_field const& field : fields) {
         std::string const text = field.set != nullptr ? "12345" : "UTF-8";
         if (field.set != nullptr) {
             field.set(msg, text.c_str());
@@ -174,7 +197,7 @@ TEST_F(MessageRecord, CopiesATextWholeOrNotAtAll)
 
 TEST_F(MessageRecord, RefusesNullAndStaysAsItWas)
 {
-    for (text_field const& field : fields) {
+    for (string_field const& field : fields) {
         if (field.set == nullptr) {
             continue;
         }
@@ -186,7 +209,7 @@ TEST_F(MessageRecord, RefusesNullAndStaysAsItWas)
 
 TEST_F(MessageRecord, FailsForANullHandle)
 {
-    for (text_field const& field : fields) {
+    for (string_field const& field : fields) {
         if (field.set != nullptr) {
             EXPECT_EQ(field.set(nullptr, "x"), -1) << field.name;
         }

@@ -22,91 +22,119 @@ namespace
 constexpr int hour   = 3600;
 constexpr int minute = 60;
 
-// Sets the clock to a time of GMT, and the process's zone to a TZ text.
-void set_time(int year, int month, int day, int hours, int minutes, int seconds, char const* zone)
+// A zone as the TZ variable names it, and its distance from GMT in seconds.
+struct zone {
+    char const* name;
+    double      offset;
+};
+
+zone const gmt             = {"GMT0", 0};
+zone const japan           = {"JST-9", 9 * hour};
+zone const india           = {"IST-5:30", 5 * hour + 30 * minute};
+zone const eastern_america = {"EST5", -5 * hour};
+
+// Sets the clock to a time of GMT, written as "2026-11-15 10:55:31", and the zone of the process.
+void set_time(char const* time_of_gmt, zone const& here)
 {
-    std::tm gmt = {};
-    gmt.tm_year = year - 1900;
-    gmt.tm_mon  = month - 1;
-    gmt.tm_mday = day;
-    gmt.tm_hour = hours;
-    gmt.tm_min  = minutes;
-    gmt.tm_sec  = seconds;
-    ::setenv("TZ", zone, 1);
-    test::set_wall_clock(::timegm(&gmt), 0);
+    std::tm time = {};
+    ASSERT_NE(::strptime(time_of_gmt, "%Y-%m-%d %H:%M:%S", &time), nullptr) << time_of_gmt;
+    ::setenv("TZ", here.name, 1);
+    test::set_wall_clock(::timegm(&time), 0);
+    test::set_zone_offset(here.offset);
 }
+
+// A time of GMT, where it is seen, and how it is written there.
+struct time_case {
+    explicit time_case(char const* why) : reason(why) {}
+
+    time_case& at(char const* time_of_gmt)
+    {
+        time = time_of_gmt;
+        return *this;
+    }
+    time_case& in(zone const& place)
+    {
+        here = place;
+        return *this;
+    }
+    time_case& mail_date(char const* date)
+    {
+        format_date = date;
+        return *this;
+    }
+    time_case& log_file(char const* date)
+    {
+        logfile_date = date;
+        return *this;
+    }
+    time_case& log_line(char const* time_and_date)
+    {
+        log_time = time_and_date;
+        return *this;
+    }
+
+    char const* reason;
+    char const* time         = "";
+    zone        here         = gmt;
+    char const* format_date  = "";
+    char const* logfile_date = "";
+    char const* log_time     = "";
+};
 
 TEST(TimeTexts, AreThoseOfTheLocalTime)
 {
-    struct {
-        int         gmt[6];
-        char const* zone;
-        double      offset;
-        char const* format_date;
-        char const* logfile_date;
-        char const* log_time;
-        char const* reason;
-    } const cases[] = {
-        {{2026, 11, 15, 10, 55, 31},
-         "JST-9",
-         9 * hour,
-         "Sun, 15 Nov 2026 19:55:31 +0900",
-         "202611",
-         "2026/11/15 19:55:31",
-         "an afternoon in the east"},
-        {{2026, 1, 5, 3, 4, 5},
-         "GMT0",
-         0,
-         "Mon, 05 Jan 2026 03:04:05 -0000",
-         "202601",
-         "2026/01/05 03:04:05",
-         "all fields but the year have two digits"},
-        {{2027, 1, 31, 23, 59, 59},
-         "GMT0",
-         0,
-         "Sun, 31 Jan 2027 23:59:59 -0000",
-         "202701",
-         "2027/01/31 23:59:59",
-         "the last second of a month"},
-        {{2027, 1, 31, 15, 0, 0},
-         "JST-9",
-         9 * hour,
-         "Mon, 01 Feb 2027 00:00:00 +0900",
-         "202702",
-         "2027/02/01 00:00:00",
-         "a local month that has not begun at GMT"},
-        {{2028, 1, 1, 4, 59, 59},
-         "EST5",
-         -5 * hour,
-         "Fri, 31 Dec 2027 23:59:59 --500",
-         "202712",
-         "2027/12/31 23:59:59",
-         "a local year that has ended at GMT"},
-        {{2024, 2, 29, 12, 0, 0},
-         "IST-5:30",
-         5 * hour + 30 * minute,
-         "Thu, 29 Feb 2024 17:30:00 +0530",
-         "202402",
-         "2024/02/29 17:30:00",
-         "a leap day"},
-        {{1970, 1, 1, 0, 0, 0},
-         "GMT0",
-         0,
-         "Thu, 01 Jan 1970 00:00:00 -0000",
-         "197001",
-         "1970/01/01 00:00:00",
-         "where time begins"},
-        {{2038, 1, 19, 3, 14, 8},
-         "GMT0",
-         0,
-         "Tue, 19 Jan 2038 03:14:08 -0000",
-         "203801",
-         "2038/01/19 03:14:08",
-         "the first second that needs more than 31 bits"},
+    time_case const cases[] = {
+        time_case("an afternoon in the east")
+            .at("2026-11-15 10:55:31")
+            .in(japan)
+            .mail_date("Sun, 15 Nov 2026 19:55:31 +0900")
+            .log_file("202611")
+            .log_line("2026/11/15 19:55:31"),
+        time_case("all fields but the year have two digits")
+            .at("2026-01-05 03:04:05")
+            .in(gmt)
+            .mail_date("Mon, 05 Jan 2026 03:04:05 -0000")
+            .log_file("202601")
+            .log_line("2026/01/05 03:04:05"),
+        time_case("the last second of a month")
+            .at("2027-01-31 23:59:59")
+            .in(gmt)
+            .mail_date("Sun, 31 Jan 2027 23:59:59 -0000")
+            .log_file("202701")
+            .log_line("2027/01/31 23:59:59"),
+        time_case("a local month that has not begun at GMT")
+            .at("2027-01-31 15:00:00")
+            .in(japan)
+            .mail_date("Mon, 01 Feb 2027 00:00:00 +0900")
+            .log_file("202702")
+            .log_line("2027/02/01 00:00:00"),
+        time_case("a local year that has ended at GMT")
+            .at("2028-01-01 04:59:59")
+            .in(eastern_america)
+            .mail_date("Fri, 31 Dec 2027 23:59:59 --500")
+            .log_file("202712")
+            .log_line("2027/12/31 23:59:59"),
+        time_case("a leap day")
+            .at("2024-02-29 12:00:00")
+            .in(india)
+            .mail_date("Thu, 29 Feb 2024 17:30:00 +0530")
+            .log_file("202402")
+            .log_line("2024/02/29 17:30:00"),
+        time_case("second 0 of the clock")
+            .at("1970-01-01 00:00:00")
+            .in(gmt)
+            .mail_date("Thu, 01 Jan 1970 00:00:00 -0000")
+            .log_file("197001")
+            .log_line("1970/01/01 00:00:00"),
+        time_case("the first second that needs more than 31 bits")
+            .at("2038-01-19 03:14:08")
+            .in(gmt)
+            .mail_date("Tue, 19 Jan 2038 03:14:08 -0000")
+            .log_file("203801")
+            .log_line("2038/01/19 03:14:08"),
     };
-    for (auto const& c : cases) {
-        set_time(c.gmt[0], c.gmt[1], c.gmt[2], c.gmt[3], c.gmt[4], c.gmt[5], c.zone);
-        test::set_zone_offset(c.offset);
+    for (time_case const& c : cases) {
+        set_time(c.time, c.here);
         EXPECT_EQ(itimew().get_format_date(), c.format_date) << c.reason;
         EXPECT_EQ(itimew().get_logfile_date(), c.logfile_date) << c.reason;
         EXPECT_EQ(itimew().get_log_time(), c.log_time) << c.reason;
@@ -174,8 +202,7 @@ TEST(TimeTexts, CountYearsFrom1900)
 
 TEST(TimeTexts, AreMadeOnAnyThread)
 {
-    set_time(2026, 11, 15, 10, 55, 31, "JST-9");
-    test::set_zone_offset(9 * hour);
+    set_time("2026-11-15 10:55:31", japan);
     std::vector<std::thread> threads;
     for (int i = 0; i < 4; ++i) {
         threads.emplace_back([] {
