@@ -21,7 +21,7 @@ namespace zelieml
 namespace
 {
 
-using texts = std::vector<std::string>;
+using strings = std::vector<std::string>;
 
 class SettingsFile : public testing::Test
 {
@@ -51,24 +51,33 @@ protected:
         return conf_set_string(key.c_str(), val.c_str(), path.c_str());
     }
 
-    // The texts that a call gave to the trace hook after its first, which names the call.
-    texts traces_after_the_first(char const* first)
+    // What has been reported since the last time this was asked.
+    strings reported()
     {
-        texts all = test::traces();
-        EXPECT_FALSE(all.empty());
-        if (!all.empty()) {
-            EXPECT_EQ(all.front(), first);
-            all.erase(all.begin());
-        }
+        strings all = test::trouble_traces();
         test::clear_traces();
         return all;
     }
-    texts set_traces() { return traces_after_the_first("conf_set_string key=%s val=%s"); }
-    texts get_traces() { return traces_after_the_first("conf_get_string key=%s"); }
 
     test::temp_dir dir;
     std::string    path;
 };
+
+// The whole sequence; the other tests look at what is reported.
+TEST_F(SettingsFile, IsTracedByEachCall)
+{
+    get("k");
+    set("k", "v");
+    get("k");
+    get("missing");
+    set("", "v");
+    EXPECT_EQ(test::traces(),
+              (strings{"conf_get_string key=%s", "error:ifstream(%s)",                //
+                       "conf_set_string key=%s val=%s",                               //
+                       "conf_get_string key=%s",                                      //
+                       "conf_get_string key=%s", "conf_get_string key=%s not found",  //
+                       "conf_set_string key=%s val=%s", "error:put_tmp"}));
+}
 
 TEST_F(SettingsFile, ThatIsMissingHasNoValues)
 {
@@ -77,7 +86,7 @@ TEST_F(SettingsFile, ThatIsMissingHasNoValues)
     EXPECT_EQ(conf_get_string("k", val, &len, path.c_str()), -1);
     EXPECT_EQ(len, 0u);
     EXPECT_STREQ(val, "before");
-    EXPECT_EQ(get_traces(), texts{"error:ifstream(%s)"});
+    EXPECT_EQ(reported(), strings{"error:ifstream(%s)"});
     EXPECT_FALSE(test::file_exists(path));
 }
 
@@ -85,10 +94,10 @@ TEST_F(SettingsFile, IsMadeByTheFirstSetting)
 {
     EXPECT_EQ(set("smtp_server", "mail.a.test"), 0);
     EXPECT_EQ(test::read_file(path), "smtp_server = mail.a.test\r\n");
-    EXPECT_EQ(set_traces(), texts());
-    EXPECT_EQ(test::list_directory(dir.path()), texts{"zelismes.cf"});
+    EXPECT_EQ(reported(), strings());
+    EXPECT_EQ(test::list_directory(dir.path()), strings{"zelismes.cf"});
     EXPECT_EQ(get("smtp_server"), "mail.a.test");
-    EXPECT_EQ(get_traces(), texts());
+    EXPECT_EQ(reported(), strings());
 }
 
 TEST_F(SettingsFile, IsReadAsTheseLinesSay)
@@ -113,15 +122,16 @@ TEST_F(SettingsFile, IsReadAsTheseLinesSay)
         {"k =\r\r\n", "k", "\r", "only the last CR goes"},
         {"smtp_auth_type = auto\r\nsmtp_auth = yes\r\n", "smtp_auth", "auto",
          "the first line with the key in it"},
-        {"smtp_auth = yes\r\nsmtp_auth_type = auto\r\n", "smtp_auth", "yes", "in the other order"},
+        {"smtp_auth = yes\r\nsmtp_auth_type = auto\r\n", "smtp_auth", "yes",
+         "the first line with the key in it, in the other order"},
         {"a = port\r\nport = 25\r\n", "port", "port", "a key found in a value"},
         {"k = 1\r\nk = 2\r\n", "k", "1", "the first of two"},
         {"#k = 1\r\nk = 2\r\n", "k", "2", "a comment is not found"},
         {" #k = 1\r\n", "k", "1", "a # that is not the first character"},
         {"\r\n\n\r\nk = v\r\n", "k", "v", "empty lines are passed over"},
-        {"K = 1\r\nk = 2\r\n", "k", "2", "case counts"},
+        {"K = 1\r\nk = 2\r\n", "k", "2", "keys are compared case-sensitively"},
         {std::string("k = v\0w\r\n", 9), "k", "",
-         "a NUL ends the line's text, the v goes as its CR"},
+         "a NUL ends the line, and the v goes in place of the CR"},
         {std::string("a\0k = 1\r\nk = 2\r\n", 16), "k", "2", "a key behind a NUL is not seen"},
         {"k = \xe3\x83\x88\xff\r\n", "k", "\xe3\x83\x88\xff", "bytes above 127"},
     };
@@ -146,9 +156,8 @@ TEST_F(SettingsFile, DoesNotFindWhatIsNotThere)
     };
     for (auto const& c : cases) {
         test::write_file(path, c.file);
-        test::clear_traces();
         EXPECT_EQ(get(c.key), "(-1)") << c.reason;
-        EXPECT_EQ(get_traces(), texts{"conf_get_string key=%s not found"}) << c.reason;
+        EXPECT_EQ(reported(), strings()) << c.reason;
     }
 }
 
@@ -160,7 +169,7 @@ TEST_F(SettingsFile, LeavesTheLengthWhenTheLineHasNoValue)
     EXPECT_EQ(conf_get_string("k", val, &len, path.c_str()), -1);
     EXPECT_EQ(len, 4u) << "here alone it stays";
     EXPECT_EQ(std::string(val, 6), std::string("\0\0\0\0re", 6)) << "cleared as far as it goes";
-    EXPECT_EQ(get_traces(), texts());
+    EXPECT_EQ(reported(), strings());
 }
 
 TEST_F(SettingsFile, NeedsTwoBytesMoreThanTheValueHas)
@@ -190,7 +199,7 @@ TEST_F(SettingsFile, NeedsTwoBytesMoreThanTheValueHas)
         }
         wanted.resize(sizeof val, '#');
         EXPECT_EQ(std::string(val, sizeof val), wanted) << c.reason << ": the rest is cleared";
-        EXPECT_EQ(get_traces(), texts()) << c.reason;
+        EXPECT_EQ(reported(), strings()) << c.reason;
     }
 }
 
@@ -235,30 +244,30 @@ TEST_F(SettingsFile, IsRewrittenAsTheseLinesSay)
         {"k = old\r\na = b\r\n", "k = new\r\na = b\r\n", "replaced where it stands"},
         {"k = 1\r\na = b\r\nk = 2\r\n", "k = new\r\na = b\r\nk = new\r\n", "both of two"},
         {"k_long = 1\r\n", "k = new\r\n", "every line with the key in it, a longer key's too"},
-        {"a = k\r\n", "k = new\r\n", "and one with the key in its value"},
+        {"a = k\r\n", "k = new\r\n", "every line with the key in it, in its value too"},
         {"#k = 1\r\n# x\n", "#k = 1\r\n# x\nk = new\r\n", "comments stay, CR or not"},
         {"a=1\nb = 2\r\n", "a=1\nb = 2\r\nk = new\r\n", "kept lines keep their line end"},
         {"\r\n\na = b\r\n\r\n", "a = b\r\nk = new\r\n", "empty lines go, with CR or without"},
         {" \r\n", " \r\nk = new\r\n", "a blank is not empty"},
         {"\r\r\n", "\r\r\nk = new\r\n", "two CRs are not empty"},
         {"a = b", "a = b\nk = new\r\n", "a last line without LF gets one"},
-        {"a = b\r", "a = b\r\nk = new\r\n", "and keeps its CR"},
+        {"a = b\r", "a = b\r\nk = new\r\n", "a last line without LF keeps its CR"},
         {"\r", "k = new\r\n", "a last line of CR alone is empty"},
         {"k = old", "k = new\r\n", "replaced at the end of the file"},
         {std::string("a\0b = c\r\n", 9), std::string("a\0b = c\r\nk = new\r\n", 18),
          "bytes behind a NUL stay"},
         {std::string("a\0k = c\r\n", 9), std::string("a\0k = c\r\nk = new\r\n", 18),
-         "but are not searched"},
+         "bytes behind a NUL are not searched"},
         {std::string("#\0\xff\r\n", 5), std::string("#\0\xff\r\nk = new\r\n", 14),
-         "in comments as well"},
+         "bytes behind a NUL stay in comments as well"},
     };
     for (auto const& c : cases) {
         test::write_file(path, c.before);
         test::clear_traces();
         EXPECT_EQ(set("k", "new"), 0) << c.reason;
         EXPECT_EQ(test::read_file(path), c.after) << c.reason;
-        EXPECT_EQ(set_traces(), texts()) << c.reason;
-        EXPECT_EQ(test::list_directory(dir.path()), texts{"zelismes.cf"}) << c.reason;
+        EXPECT_EQ(reported(), strings()) << c.reason;
+        EXPECT_EQ(test::list_directory(dir.path()), strings{"zelismes.cf"}) << c.reason;
     }
 }
 
@@ -327,13 +336,11 @@ TEST_F(SettingsFile, HasLinesOfAtMost1023Characters)
             std::string const file = "a = 1\r\nlong = " + value + "\r" + end;
             test::write_file(path, file);
             EXPECT_EQ(get("a"), "1") << "above the long line";
-            test::clear_traces();
             EXPECT_EQ(get("long"), c.readable ? value : "(-1)");
-            EXPECT_EQ(get_traces(),
-                      c.readable ? texts() : texts{"conf_get_string key=%s not found"});
+            EXPECT_EQ(reported(), strings());
 
             EXPECT_EQ(set("k", "new"), c.readable ? 0 : -1);
-            EXPECT_EQ(set_traces(), c.readable ? texts() : texts{"error:put_tmp"});
+            EXPECT_EQ(reported(), c.readable ? strings() : strings{"error:put_tmp"});
             EXPECT_EQ(test::read_file(path),
                       c.readable ? "a = 1\r\nlong = " + value + "\r\nk = new\r\n" : file);
         }
@@ -363,7 +370,7 @@ TEST_F(SettingsFile, IsLeftAloneWhenALineToWriteCouldNotBeReadBack)
         {"k", "a\r", -1, "a CR in the value"},
         {"k\n", "a", -1, "a LF in the key"},
         {"\rk", "a", -1, "a CR in the key"},
-        {"", "a", -1, "the empty key, which stands in every line"},
+        {"", "a", -1, "the empty key, which is found in every line"},
         {"#k", "a", -1, "a comment"},
         {"k#", "a", 0, "a # that makes no comment"},
         {"k=l", "a", -1, "a = in the key"},
@@ -373,8 +380,9 @@ TEST_F(SettingsFile, IsLeftAloneWhenALineToWriteCouldNotBeReadBack)
         ::unlink(path.c_str());
         test::clear_traces();
         EXPECT_EQ(set(c.key, c.value), c.result) << c.reason;
-        EXPECT_EQ(set_traces(), c.result == 0 ? texts() : texts{"error:put_tmp"}) << c.reason;
-        EXPECT_EQ(test::list_directory(dir.path()), c.result == 0 ? texts{"zelismes.cf"} : texts())
+        EXPECT_EQ(reported(), c.result == 0 ? strings() : strings{"error:put_tmp"}) << c.reason;
+        EXPECT_EQ(test::list_directory(dir.path()),
+                  c.result == 0 ? strings{"zelismes.cf"} : strings())
             << c.reason << ": nothing is made for a refused setting";
         if (c.result == 0) {
             EXPECT_EQ(get(c.key.c_str()), c.value) << c.reason;
@@ -383,7 +391,7 @@ TEST_F(SettingsFile, IsLeftAloneWhenALineToWriteCouldNotBeReadBack)
         test::write_file(path, "other = yes\r\n");
         EXPECT_EQ(set(c.key, c.value), c.result) << c.reason;
         EXPECT_EQ(get("other"), "yes") << c.reason;
-        EXPECT_EQ(test::list_directory(dir.path()), texts{"zelismes.cf"}) << c.reason;
+        EXPECT_EQ(test::list_directory(dir.path()), strings{"zelismes.cf"}) << c.reason;
     }
 }
 
@@ -426,8 +434,8 @@ TEST_F(SettingsFile, TakesOverATemporaryFileThatWasLeftBehind)
     ::chmod((path + ".tmp").c_str(), 0666);
     EXPECT_EQ(set("k", "new"), 0);
     EXPECT_EQ(test::read_file(path), "k = new\r\n");
-    EXPECT_EQ(mode_of(path), 0600u) << "no longer open to all";
-    EXPECT_EQ(test::list_directory(dir.path()), texts{"zelismes.cf"});
+    EXPECT_EQ(mode_of(path), 0600u) << "not open to all, as the left file was";
+    EXPECT_EQ(test::list_directory(dir.path()), strings{"zelismes.cf"});
 }
 
 TEST_F(SettingsFile, HasItsBackupDeletedAndNoneMade)
@@ -435,9 +443,9 @@ TEST_F(SettingsFile, HasItsBackupDeletedAndNoneMade)
     test::write_file(path, "k = old\r\n");
     test::write_file(path + ".bak", "backup");
     EXPECT_EQ(set("k", "new"), 0);
-    EXPECT_EQ(test::list_directory(dir.path()), texts{"zelismes.cf"});
+    EXPECT_EQ(test::list_directory(dir.path()), strings{"zelismes.cf"});
     EXPECT_EQ(set("k", "newer"), 0);
-    EXPECT_EQ(test::list_directory(dir.path()), texts{"zelismes.cf"});
+    EXPECT_EQ(test::list_directory(dir.path()), strings{"zelismes.cf"});
 }
 
 TEST_F(SettingsFile, BehindALinkStaysAndTheLinkBecomesTheNewFile)
@@ -463,11 +471,11 @@ TEST_F(SettingsFile, ReportsWhatCannotBeOpened)
         path = where;
         test::clear_traces();
         EXPECT_EQ(get("k"), "(-1)") << where;
-        EXPECT_EQ(get_traces(), texts{"error:ifstream(%s)"}) << where;
+        EXPECT_EQ(reported(), strings{"error:ifstream(%s)"}) << where;
         EXPECT_EQ(set("k", "v"), -1) << where;
-        EXPECT_EQ(set_traces(), texts{"error:ofstream(%s)"}) << where;
+        EXPECT_EQ(reported(), strings{"error:ofstream(%s)"}) << where;
     }
-    EXPECT_EQ(test::list_directory(dir.path()), texts{"file"});
+    EXPECT_EQ(test::list_directory(dir.path()), strings{"file"});
 }
 
 TEST_F(SettingsFile, ReportsWhatIsThereButCannotBeOpened)
@@ -480,10 +488,10 @@ TEST_F(SettingsFile, ReportsWhatIsThereButCannotBeOpened)
     ASSERT_EQ(::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
 
     EXPECT_EQ(get("k"), "(-1)");
-    EXPECT_EQ(get_traces(), texts{"error:ifstream(%s)"});
+    EXPECT_EQ(reported(), strings{"error:ifstream(%s)"});
     EXPECT_EQ(set("k", "v"), -1);
-    EXPECT_EQ(set_traces(), texts{"error:ifstream(%s)"});
-    EXPECT_EQ(test::list_directory(dir.path()), texts{"zelismes.cf"});
+    EXPECT_EQ(reported(), strings{"error:ifstream(%s)"});
+    EXPECT_EQ(test::list_directory(dir.path()), strings{"zelismes.cf"});
 }
 
 TEST_F(SettingsFile, ReportsATemporaryFileThatCannotBeOpened)
@@ -491,14 +499,14 @@ TEST_F(SettingsFile, ReportsATemporaryFileThatCannotBeOpened)
     test::write_file(path, "k = old\r\n");
     ASSERT_EQ(::mkdir((path + ".tmp").c_str(), 0700), 0);
     EXPECT_EQ(set("k", "new"), -1) << "a directory";
-    EXPECT_EQ(set_traces(), texts{"error:ofstream(%s)"});
+    EXPECT_EQ(reported(), strings{"error:ofstream(%s)"});
     EXPECT_EQ(get("k"), "old");
 
     ASSERT_EQ(::rmdir((path + ".tmp").c_str()), 0);
     ASSERT_EQ(::mkfifo((path + ".tmp").c_str(), 0600), 0);
     test::clear_traces();
     EXPECT_EQ(set("k", "new"), -1) << "a pipe that nobody reads";
-    EXPECT_EQ(set_traces(), texts{"error:ofstream(%s)"});
+    EXPECT_EQ(reported(), strings{"error:ofstream(%s)"});
     EXPECT_EQ(get("k"), "old");
 }
 
@@ -506,7 +514,7 @@ TEST_F(SettingsFile, StaysEmptyWhenItWasMadeAndALaterStepFails)
 {
     ASSERT_EQ(::mkdir((path + ".tmp").c_str(), 0700), 0);
     EXPECT_EQ(set("k", "new"), -1);
-    EXPECT_EQ(set_traces(), texts{"error:ofstream(%s)"});
+    EXPECT_EQ(reported(), strings{"error:ofstream(%s)"});
     EXPECT_EQ(test::read_file(path), "");
 }
 
@@ -516,14 +524,14 @@ TEST_F(SettingsFile, ThatIsAPipeOrADeviceIsNeitherReadNorReplaced)
     ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
     ASSERT_EQ(::symlink(path.c_str(), dir.file("pipe").c_str()), 0);
     ASSERT_EQ(::symlink("/dev/zero", dir.file("device").c_str()), 0);
-    texts const names = test::list_directory(dir.path());
+    strings const names = test::list_directory(dir.path());
     for (char const* name : {"zelismes.cf", "pipe", "device"}) {
         path = dir.file(name);
         test::clear_traces();
         EXPECT_EQ(get("k"), "(-1)") << name;
-        EXPECT_EQ(get_traces(), texts{"error:ifstream(%s)"}) << name;
+        EXPECT_EQ(reported(), strings{"error:ifstream(%s)"}) << name;
         EXPECT_EQ(set("k", "v"), -1) << name;
-        EXPECT_EQ(set_traces(), texts{"error:ifstream(%s)"}) << name;
+        EXPECT_EQ(reported(), strings{"error:ifstream(%s)"}) << name;
     }
     EXPECT_EQ(test::list_directory(dir.path()), names);
 }
@@ -532,10 +540,10 @@ TEST_F(SettingsFile, ThatIsADirectoryIsNeitherReadNorReplaced)
 {
     ASSERT_EQ(::mkdir(path.c_str(), 0700), 0);
     EXPECT_EQ(get("k"), "(-1)");
-    EXPECT_EQ(get_traces(), texts{"conf_get_string key=%s not found"});
+    EXPECT_EQ(reported(), strings());
     EXPECT_EQ(set("k", "v"), -1);
-    EXPECT_EQ(set_traces(), texts{"error:put_tmp"});
-    EXPECT_EQ(test::list_directory(path), texts());
+    EXPECT_EQ(reported(), strings{"error:put_tmp"});
+    EXPECT_EQ(test::list_directory(path), strings());
 }
 
 TEST_F(SettingsFile, ReportsABackupThatCannotBeDeleted)
@@ -544,7 +552,7 @@ TEST_F(SettingsFile, ReportsABackupThatCannotBeDeleted)
     ASSERT_EQ(::mkdir((path + ".bak").c_str(), 0700), 0);
     test::write_file(path + ".bak/x", "");
     EXPECT_EQ(set("k", "new"), -1);
-    EXPECT_EQ(set_traces(), (texts{"error:remove(%s)", "error:rename_tmp"}));
+    EXPECT_EQ(reported(), (strings{"error:remove(%s)", "error:rename_tmp"}));
     EXPECT_EQ(get("k"), "old");
     EXPECT_EQ(test::read_file(path + ".tmp"), "k = new\r\n") << "left behind, nothing repairs it";
 }
@@ -573,7 +581,7 @@ TEST_F(SettingsFile, StaysAsItWasOnAFullDisk)
             result = set("k", "new");
         }
         EXPECT_EQ(result, -1) << c.reason;
-        EXPECT_EQ(set_traces(), texts{"error:put_tmp"}) << c.reason;
+        EXPECT_EQ(reported(), strings{"error:put_tmp"}) << c.reason;
         EXPECT_EQ(test::read_file(path), file) << c.reason;
     }
     EXPECT_EQ(set("k", "new"), 0) << "with room again";
@@ -600,7 +608,7 @@ TEST_F(SettingsFile, IsNotTouchedForNull)
     EXPECT_EQ(conf_set_string("k", nullptr, path.c_str()), -1);
     EXPECT_EQ(conf_set_string("k", "v", nullptr), -1);
     EXPECT_EQ(test::read_file(path), "k = v\r\n");
-    EXPECT_EQ(test::list_directory(dir.path()), texts{"zelismes.cf"});
+    EXPECT_EQ(test::list_directory(dir.path()), strings{"zelismes.cf"});
 }
 
 TEST_F(SettingsFile, LeavesNoDescriptorOpen)

@@ -15,7 +15,7 @@ namespace zelieml
 namespace
 {
 
-using texts = std::vector<std::string>;
+using strings = std::vector<std::string>;
 
 class LockedSettings : public testing::Test
 {
@@ -53,9 +53,9 @@ TEST_F(LockedSettings, AreThoseOfTheFile)
     EXPECT_STREQ(val, "value");
 
     EXPECT_EQ(confw_set_string("k", "a\nb", path.c_str()), -1);
-    EXPECT_EQ(test::traces(), (texts{"conf_get_string key=%s", "error:ifstream(%s)",
-                                     "conf_set_string key=%s val=%s", "conf_get_string key=%s",
-                                     "conf_set_string key=%s val=%s", "error:put_tmp"}));
+    EXPECT_EQ(test::traces(), (strings{"conf_get_string key=%s", "error:ifstream(%s)",
+                                       "conf_set_string key=%s val=%s", "conf_get_string key=%s",
+                                       "conf_set_string key=%s val=%s", "error:put_tmp"}));
 }
 
 TEST_F(LockedSettings, AreNotTouchedWithoutALock)
@@ -69,7 +69,7 @@ TEST_F(LockedSettings, AreNotTouchedWithoutALock)
     EXPECT_STREQ(val, "before");
     EXPECT_EQ(confw_set_string("k", "new", path.c_str()), -1);
     EXPECT_EQ(test::read_file(path), "k = value\r\n");
-    EXPECT_EQ(test::traces(), (texts{"error:ilockw_create", "error:ilockw_create"}));
+    EXPECT_EQ(test::trouble_traces(), (strings{"error:ilockw_create", "error:ilockw_create"}));
 }
 
 TEST_F(LockedSettings, FailForNull)

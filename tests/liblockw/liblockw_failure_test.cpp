@@ -51,7 +51,7 @@ namespace zelieml
 namespace
 {
 
-using texts = std::vector<std::string>;
+using strings = std::vector<std::string>;
 
 TEST(RefusedMutex, MakesNoLock)
 {
@@ -63,7 +63,7 @@ TEST(RefusedMutex, MakesNoLock)
     failing_init      = false;
     EXPECT_EQ(created, -1);
     EXPECT_EQ(lock, nullptr);
-    EXPECT_EQ(test::traces(), texts{"error:pthread_mutex_init"});
+    EXPECT_EQ(test::trouble_traces(), strings{"error:pthread_mutex_init"});
     EXPECT_EQ(test::live_heap_buffers(), 0);
 }
 
@@ -75,7 +75,7 @@ TEST(RefusedMutex, KeepsItsMemoryInTheContext)
     int const created = lock.create_context();
     failing_init      = false;
     EXPECT_EQ(created, -1);
-    EXPECT_EQ(test::traces(), texts{"error:pthread_mutex_init"});
+    EXPECT_EQ(test::trouble_traces(), strings{"error:pthread_mutex_init"});
     EXPECT_NE(lock.get_context(), nullptr);
     EXPECT_EQ(test::live_heap_buffers(), 1);
     heap_free(lock.get_context());
@@ -90,7 +90,7 @@ TEST(RefusedMutex, IsReportedByLockAndPassedOnByUnlock)
     int const locked = lock->lock("name");
     failing_lock     = nullptr;
     EXPECT_EQ(locked, -1);
-    EXPECT_EQ(test::traces(), texts{"error:_lock"});
+    EXPECT_EQ(test::trouble_traces(), strings{"error:_lock"});
 
     EXPECT_EQ(lock->lock("name"), 0);
     failing_unlock     = lock->get_context();

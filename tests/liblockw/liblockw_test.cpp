@@ -18,7 +18,7 @@ namespace zelieml
 namespace
 {
 
-using texts = std::vector<std::string>;
+using strings = std::vector<std::string>;
 
 class Lock : public testing::Test
 {
@@ -47,7 +47,7 @@ TEST_F(Lock, IsMadeTakenGivenBackAndFreed)
         EXPECT_EQ(lock->unlock(), 0);
     }
     EXPECT_EQ(ifactory_lockw().destroy(lock), 0);
-    EXPECT_EQ(test::traces(), texts());
+    EXPECT_EQ(test::traces(), strings()) << "the whole sequence";
 }
 
 TEST_F(Lock, IsTheObjectsOwnWhateverTheName)
@@ -92,7 +92,7 @@ TEST_F(Lock, KeepsThreadsApartThatShareIt)
 TEST_F(Lock, ThatIsNullIsNotDestroyed)
 {
     EXPECT_EQ(ifactory_lockw().destroy(nullptr), -1);
-    EXPECT_EQ(test::traces(), texts{"error:lock == 0"});
+    EXPECT_EQ(test::trouble_traces(), strings{"error:lock == 0"});
 }
 
 TEST_F(Lock, IsNotMadeWithoutMemory)
@@ -105,7 +105,7 @@ TEST_F(Lock, IsNotMadeWithoutMemory)
     EXPECT_EQ(object.create_context(), -1);
     EXPECT_EQ(object.get_context(), nullptr);
     EXPECT_EQ(ifactory_lockw().create(nullptr), -1);
-    EXPECT_EQ(test::traces(), texts());
+    EXPECT_EQ(test::trouble_traces(), strings());
 }
 
 TEST_F(Lock, WithoutContextFails)
@@ -113,10 +113,10 @@ TEST_F(Lock, WithoutContextFails)
     ilockw lock;
     EXPECT_EQ(lock.get_context(), nullptr);
     EXPECT_EQ(lock.lock("name"), -1);
-    EXPECT_EQ(test::traces(), texts{"error:_lock"});
+    EXPECT_EQ(test::trouble_traces(), strings{"error:_lock"});
     EXPECT_NE(lock.unlock(), 0);
     EXPECT_EQ(lock.destroy_context(), -1);
-    EXPECT_EQ(test::traces(), texts{"error:_lock"});
+    EXPECT_EQ(test::trouble_traces(), strings{"error:_lock"});
 }
 
 TEST_F(Lock, KeepsItsContextPointerWhenTheContextIsGone)

@@ -20,7 +20,7 @@ namespace zelieml
 namespace
 {
 
-using texts = std::vector<std::string>;
+using strings = std::vector<std::string>;
 
 constexpr std::time_t november_15 = 1794772531;  // 2026/11/15 19:55:31
 constexpr std::time_t day         = 86400;
@@ -38,7 +38,7 @@ protected:
         work = dir.file("work");
     }
 
-    void TearDown() override { EXPECT_EQ(test::traces(), texts()) << "nothing is reported"; }
+    void TearDown() override { EXPECT_EQ(test::trouble_traces(), strings()); }
 
     test::temp_dir dir;
     std::string    work;  // the directory that is given; the file lies beside it
@@ -47,10 +47,11 @@ protected:
 TEST_F(LogFile, LiesBesideTheDirectoryWithABackslashInItsName)
 {
     liblog(work.c_str(), "sent %s, %d", "x.sme", 0);
-    EXPECT_EQ(test::list_directory(dir.path()), texts{"work\\202611.log"});
+    EXPECT_EQ(test::list_directory(dir.path()), strings{"work\\202611.log"});
     EXPECT_EQ(test::read_file(work + "\\202611.log"), stamp + ",sent x.sme, 0\n");
     EXPECT_EQ(get_filepath("/tmp/q"), "/tmp/q\\202611.log");
     EXPECT_EQ(get_filepath(""), "\\202611.log");
+    EXPECT_EQ(test::traces(), strings()) << "writing the log is not traced";
 }
 
 TEST_F(LogFile, GrowsByALineEachTime)
@@ -63,7 +64,7 @@ TEST_F(LogFile, GrowsByALineEachTime)
               "from before\r\n2026/11/15 19:55:31,one\n2026/11/15 19:55:32,two\n");
 }
 
-TEST_F(LogFile, IsAnotherOneInAnotherMonth)
+TEST_F(LogFile, IsANewOneEachMonth)
 {
     liblog(work.c_str(), "november");
     test::set_wall_clock(november_15 + 20 * day, 0);
@@ -71,7 +72,7 @@ TEST_F(LogFile, IsAnotherOneInAnotherMonth)
     test::set_wall_clock(november_15 + 50 * day, 0);
     liblog(work.c_str(), "january");
     EXPECT_EQ(test::list_directory(dir.path()),
-              (texts{"work\\202611.log", "work\\202612.log", "work\\202701.log"}));
+              (strings{"work\\202611.log", "work\\202612.log", "work\\202701.log"}));
     EXPECT_EQ(test::read_file(work + "\\202611.log"), "2026/11/15 19:55:31,november\n");
     EXPECT_EQ(test::read_file(work + "\\202612.log"), "2026/12/05 19:55:31,december\n");
     EXPECT_EQ(test::read_file(work + "\\202701.log"), "2027/01/04 19:55:31,january\n");
@@ -115,11 +116,11 @@ TEST_F(LogFile, IsNotMadeWhereNoneCanBe)
     liblog(nullptr, "no directory");
     void (*const unchecked)(char const*, char const*, ...) = liblog;
     unchecked(work.c_str(), nullptr);
-    EXPECT_EQ(test::list_directory(dir.path()), texts{"file"});
+    EXPECT_EQ(test::list_directory(dir.path()), strings{"file"});
 
     ASSERT_EQ(::mkdir((work + "\\202611.log").c_str(), 0700), 0);
     liblog(work.c_str(), "a directory of that name");
-    EXPECT_EQ(test::list_directory(work + "\\202611.log"), texts());
+    EXPECT_EQ(test::list_directory(work + "\\202611.log"), strings());
 }
 
 TEST_F(LogFile, StaysAsItIsOnAFullDisk)

@@ -18,7 +18,7 @@ namespace zelieml
 namespace
 {
 
-using texts = std::vector<std::string>;
+using strings = std::vector<std::string>;
 
 class MessageFile : public testing::Test
 {
@@ -46,7 +46,7 @@ protected:
         msg_destroy(loaded);
         loaded = nullptr;
         EXPECT_EQ(msg_load(&loaded, path.c_str()), 0);
-        EXPECT_EQ(test::traces(), texts());
+        EXPECT_EQ(test::trouble_traces(), strings());
     }
 
     test::temp_dir dir;
@@ -72,7 +72,26 @@ TEST_F(MessageFile, OfAFreshRecordHasTheFiveConstantLines)
 {
     EXPECT_EQ(msg_save(msg, path.c_str()), 0);
     EXPECT_EQ(test::read_file(path), "encoding: UTF-8\nfrom: \nto: \nsubject: \nreplyto: \n");
-    EXPECT_EQ(test::traces(), texts());
+    EXPECT_EQ(test::trouble_traces(), strings());
+}
+
+// The whole sequence; the other tests look at what is reported.
+TEST_F(MessageFile, IsTracedWhenItFailsAndNotWhenItDoesNot)
+{
+    EXPECT_EQ(msg_save(msg, path.c_str()), 0);
+    EXPECT_EQ(msg_load(&loaded, path.c_str()), 0);
+    EXPECT_EQ(test::traces(), strings());
+
+    EXPECT_EQ(msg_save(nullptr, path.c_str()), -1);
+    EXPECT_EQ(msg_save(msg, dir.path().c_str()), -1);
+    msg_destroy(loaded);
+    EXPECT_EQ(msg_load(&loaded, dir.path().c_str()), -1);
+    test::fail_heap_after(0);
+    EXPECT_EQ(msg_save(msg, path.c_str()), 0);
+    EXPECT_EQ(test::traces(),
+              (strings{"error:msg_save msg==0", "error:ofstream(%s)", "error:ifstream(%s)",
+                       "error:malloc", "error:malloc", "error:malloc", "error:malloc",
+                       "error:malloc", "error:malloc"}));
 }
 
 TEST_F(MessageFile, HasItsLinesInOneOrder)
@@ -139,7 +158,7 @@ TEST_F(MessageFile, BringsTheBodyBack)
         {"\r\n\r\n", "\n\n", "", "and so is a body of empty lines"},
         {"\n", "\n", "", "even one that was stored with a lone LF"},
         {"a\r\nto: b\r\nc", "a\nto: b\nc", "a\r\nc", "a line that begins with a key is the field"},
-        {"a\r\n to: b", "a\n to: b", "a\r\n to: b", "a blank before the key keeps it body text"},
+        {"a\r\n to: b", "a\n to: b", "a\r\n to: b", "a blank before the key: a line of the body"},
         {"", "", "", "no body"},
     };
     for (auto const& c : cases) {
@@ -207,8 +226,8 @@ TEST_F(MessageFile, IsReadLineByLine)
         {"a key within a key's line", "replyto: r", record_with(&_s_msg::replyto, "r")},
         {"a key in a value", "subject: from: to: x", record_with(&_s_msg::subject, "from: to: x")},
         {"values are not trimmed", "to:  a \t", record_with(&_s_msg::to, " a \t")},
-        {"case counts", "To: a", record_with(&_s_msg::body, "To: a")},
-        {"the blank counts", "to:a", record_with(&_s_msg::body, "to:a")},
+        {"keys are compared case-sensitively", "To: a", record_with(&_s_msg::body, "To: a")},
+        {"the blank is part of the key", "to:a", record_with(&_s_msg::body, "to:a")},
         {"a key cut short is body", "messageid:", record_with(&_s_msg::body, "messageid:")},
         {"a key alone gives an empty field", "messageid: ", record_with(&_s_msg::messageid, "")},
         {"a repeated key overwrites", "to: a\nto: b", record_with(&_s_msg::to, "b")},
@@ -269,12 +288,12 @@ TEST_F(MessageFile, ReportsWhatCannotBeOpened)
     for (auto const& c : cases) {
         test::clear_traces();
         EXPECT_EQ(msg_save(msg, c.path.c_str()), -1) << c.reason;
-        EXPECT_EQ(test::traces(), texts{"error:ofstream(%s)"}) << c.reason;
+        EXPECT_EQ(test::trouble_traces(), strings{"error:ofstream(%s)"}) << c.reason;
 
         test::clear_traces();
         EXPECT_EQ(msg_load(&loaded, c.path.c_str()), -1) << c.reason;
-        EXPECT_EQ(test::traces(), texts{"error:ifstream(%s)"}) << c.reason;
-        ASSERT_NE(loaded, nullptr) << c.reason << ": the record is there all the same";
+        EXPECT_EQ(test::trouble_traces(), strings{"error:ifstream(%s)"}) << c.reason;
+        ASSERT_NE(loaded, nullptr) << c.reason << ": the record is there nevertheless";
         expect_equal(loaded, record_with(&_s_msg::body, ""), c.reason);
         msg_destroy(loaded);
         loaded = nullptr;
@@ -290,7 +309,7 @@ TEST_F(MessageFile, ThatIsNoRegularFileIsNotLoaded)
          {path, dir.file("link"), std::string("/dev/zero"), std::string("/dev/null")}) {
         test::clear_traces();
         EXPECT_EQ(msg_load(&loaded, pipe_or_device.c_str()), -1) << pipe_or_device;
-        EXPECT_EQ(test::traces(), texts{"error:ifstream(%s)"}) << pipe_or_device;
+        EXPECT_EQ(test::trouble_traces(), strings{"error:ifstream(%s)"}) << pipe_or_device;
         msg_destroy(loaded);
         loaded = nullptr;
     }
@@ -307,7 +326,7 @@ TEST_F(MessageFile, IsLoadedThroughALink)
 TEST_F(MessageFile, ThatIsMissingCannotBeLoaded)
 {
     EXPECT_EQ(msg_load(&loaded, path.c_str()), -1);
-    EXPECT_EQ(test::traces(), texts{"error:ifstream(%s)"});
+    EXPECT_EQ(test::trouble_traces(), strings{"error:ifstream(%s)"});
     ASSERT_NE(loaded, nullptr);
     expect_equal(loaded, record_with(&_s_msg::body, ""), "an empty record");
 }
@@ -315,23 +334,23 @@ TEST_F(MessageFile, ThatIsMissingCannotBeLoaded)
 TEST_F(MessageFile, IsNotTouchedForNull)
 {
     EXPECT_EQ(msg_save(nullptr, path.c_str()), -1);
-    EXPECT_EQ(test::traces(), texts{"error:msg_save msg==0"});
+    EXPECT_EQ(test::trouble_traces(), strings{"error:msg_save msg==0"});
     EXPECT_FALSE(test::file_exists(path));
 
     test::clear_traces();
     EXPECT_EQ(msg_save(nullptr, nullptr), -1);
-    EXPECT_EQ(test::traces(), texts{"error:msg_save msg==0"});
+    EXPECT_EQ(test::trouble_traces(), strings{"error:msg_save msg==0"});
 
     test::clear_traces();
     EXPECT_EQ(msg_save(msg, nullptr), -1);
-    EXPECT_EQ(test::traces(), texts{"error:ofstream(%s)"});
+    EXPECT_EQ(test::trouble_traces(), strings{"error:ofstream(%s)"});
 
     test::clear_traces();
     EXPECT_EQ(msg_load(nullptr, path.c_str()), -1);
-    EXPECT_EQ(test::traces(), texts());
+    EXPECT_EQ(test::trouble_traces(), strings());
 
     EXPECT_EQ(msg_load(&loaded, nullptr), -1);
-    EXPECT_EQ(test::traces(), texts{"error:ifstream(%s)"});
+    EXPECT_EQ(test::trouble_traces(), strings{"error:ifstream(%s)"});
     EXPECT_NE(loaded, nullptr);
 }
 
@@ -356,7 +375,7 @@ TEST_F(MessageFile, ReportsAFullDisk)
             result = msg_save(msg, path.c_str());
         }
         EXPECT_EQ(result, -1) << c.reason;
-        EXPECT_EQ(test::traces(), texts{"error:ofstream(%s)"}) << c.reason;
+        EXPECT_EQ(test::trouble_traces(), strings{"error:ofstream(%s)"}) << c.reason;
         EXPECT_TRUE(test::file_exists(path)) << c.reason << ": what was written stays";
     }
     EXPECT_EQ(msg_save(msg, path.c_str()), 0) << "with room again";
@@ -369,8 +388,8 @@ TEST_F(MessageFile, LeavesOutALineThatThereIsNoMemoryFor)
     test::fail_heap_after(2);  // encoding and from
     EXPECT_EQ(msg_save(msg, path.c_str()), 0);
     EXPECT_EQ(test::read_file(path), "encoding: UTF-8\nfrom: \n");
-    EXPECT_EQ(test::traces(),
-              (texts{"error:malloc", "error:malloc", "error:malloc", "error:malloc"}))
+    EXPECT_EQ(test::trouble_traces(),
+              (strings{"error:malloc", "error:malloc", "error:malloc", "error:malloc"}))
         << "to, subject, replyto, body";
 }
 
@@ -380,7 +399,7 @@ TEST_F(MessageFile, KeepsTheCrsOfALineWithoutMemoryToRemoveThem)
     test::fail_heap_after(6);  // five lines without CR, and the body's
     EXPECT_EQ(msg_save(msg, path.c_str()), 0);
     EXPECT_EQ(test::read_file(path), "encoding: UTF-8\nfrom: \nto: \nsubject: \nreplyto: \na\r\nb");
-    EXPECT_EQ(test::traces(), texts{"error:malloc"});
+    EXPECT_EQ(test::trouble_traces(), strings{"error:malloc"});
 }
 
 TEST_F(MessageFile, LeavesNoDescriptorOpen)
@@ -410,7 +429,7 @@ TEST_F(MessageFile, IsWrittenLineByLineByItsSteps)
     }
     EXPECT_EQ(test::read_file(path), "key: val\nval");
     EXPECT_EQ(value, "v\ra\rl");
-    EXPECT_EQ(test::traces(), texts{"error:malloc"});
+    EXPECT_EQ(test::trouble_traces(), strings{"error:malloc"});
 }
 
 TEST_F(MessageFile, SetsOneFieldForALine)
@@ -463,20 +482,20 @@ TEST(RemoveR, DeletesEveryCr)
     EXPECT_EQ(test::live_heap_buffers(), 0);
 }
 
-TEST(RemoveR, LeavesTheTextWithoutMemory)
+TEST(RemoveR, LeavesTheStringWithoutMemory)
 {
     test::clear_traces();
     test::fail_heap_after(0);
     char with[] = "a\rb";
     remove_r(with);
     EXPECT_STREQ(with, "a\rb");
-    EXPECT_EQ(test::traces(), texts{"error:malloc"});
+    EXPECT_EQ(test::trouble_traces(), strings{"error:malloc"});
 
     test::clear_traces();
     char without[] = "ab";
     remove_r(without);
     EXPECT_STREQ(without, "ab");
-    EXPECT_EQ(test::traces(), texts()) << "nothing to remove, nothing to ask for";
+    EXPECT_EQ(test::trouble_traces(), strings()) << "nothing to remove, nothing to ask for";
     test::fail_heap_after(-1);
 }
 

@@ -46,7 +46,7 @@ TEST(MessageRecordWithoutMemory, IsNotMade)
     msg = &something;
     EXPECT_EQ(msg_load(&msg, "/"), -1);
     EXPECT_EQ(msg, nullptr);
-    EXPECT_EQ(test::traces(), std::vector<std::string>()) << "the file was not looked at";
+    EXPECT_EQ(test::trouble_traces(), std::vector<std::string>()) << "the file was not looked at";
     no_records = false;
 }
 

@@ -17,7 +17,7 @@ namespace zelieml
 namespace
 {
 
-// A message as the model sees it: texts in the order in which the file has them.
+// A message as the model sees it: the fields in the order of the file.
 struct message {
     std::string header[7] = {"UTF-8", "", "", "", "", "", ""};
     std::string body;
@@ -94,7 +94,7 @@ message message_of(std::string const& bytes)
     return m;
 }
 
-// CR LF for every line break; texts of nothing but lone breaks stay.
+// CR LF for every line break; a string of nothing but lone breaks stays.
 std::string stored_body(std::string const& text)
 {
     std::string body;

@@ -95,7 +95,7 @@ protected:
         test::fail_heap_after(-1);
         EXPECT_EQ(msg_destroy(msg), 0);
         EXPECT_EQ(test::live_heap_buffers(), 0);
-        EXPECT_EQ(test::traces(), std::vector<std::string>()) << "the record says nothing";
+        EXPECT_EQ(test::trouble_traces(), std::vector<std::string>());
     }
 
     void* msg = nullptr;
@@ -113,7 +113,7 @@ TEST_F(MessageRecord, IsEmptyAndUtf8WhenFresh)
     EXPECT_FALSE(msg_messageid_exist(msg));
 }
 
-TEST_F(MessageRecord, KeepsEveryTextAsGivenInAFieldOfItsOwn)
+TEST_F(MessageRecord, KeepsEveryStringAsGivenInAFieldOfItsOwn)
 {
     for (string_field const& field : fields) {
         if (field.set != nullptr) {
@@ -127,7 +127,7 @@ TEST_F(MessageRecord, KeepsEveryTextAsGivenInAFieldOfItsOwn)
     }
 }
 
-TEST_F(MessageRecord, ReplacesATextByTheNextOne)
+TEST_F(MessageRecord, ReplacesAStringByTheNextOne)
 {
     for (string_field const& field : fields) {
         if (field.set != nullptr) {
@@ -154,7 +154,7 @@ TEST_F(MessageRecord, IsFreshAgainAfterInit)
     }
 }
 
-TEST_F(MessageRecord, KnowsCcAndMessageIdByTheirNotBeingEmpty)
+TEST_F(MessageRecord, HasACcOrAMessageIdWhenItIsNotEmpty)
 {
     msg_set_cc(msg, "c@a.test");
     EXPECT_TRUE(msg_cc_exist(msg));
@@ -165,7 +165,7 @@ TEST_F(MessageRecord, KnowsCcAndMessageIdByTheirNotBeingEmpty)
     EXPECT_TRUE(msg_messageid_exist(msg));
 }
 
-TEST_F(MessageRecord, CopiesATextWholeOrNotAtAll)
+TEST_F(MessageRecord, CopiesAStringWholeOrNotAtAll)
 {
     struct {
         int         size;
@@ -293,14 +293,14 @@ TEST_F(MessageRecord, ConvertsALargeBody)
     EXPECT_TRUE(msg_get_body(msg) == wanted);
 }
 
-// A text of 1 GiB that takes little memory: one block of a file, seen over and over.
-class long_text
+// A string of 1 GiB that takes little memory: one block of a file, seen over and over.
+class long_string
 {
 public:
     static constexpr std::size_t block = 4u << 20;
     static constexpr std::size_t size  = 1u << 30;
 
-    long_text()
+    long_string()
     {
         std::string const path = dir_.file("block");
         test::write_file(path, std::string(block, 'x'));
@@ -310,35 +310,36 @@ public:
         if (base == MAP_FAILED || !file) {
             return;
         }
-        text_ = static_cast<char*>(base);
+        bytes_ = static_cast<char*>(base);
         for (std::size_t offset = 0; offset < size; offset += block) {
-            if (::mmap(text_ + offset, block, PROT_READ, MAP_SHARED | MAP_FIXED, file.get(), 0) ==
+            if (::mmap(bytes_ + offset, block, PROT_READ, MAP_SHARED | MAP_FIXED, file.get(), 0) ==
                 MAP_FAILED) {
                 ::munmap(base, reserved);
-                text_ = nullptr;
+                bytes_ = nullptr;
                 return;
             }
         }
     }
-    ~long_text()
+    ~long_string()
     {
-        if (text_ != nullptr) {
-            ::munmap(text_, reserved);
+        if (bytes_ != nullptr) {
+            ::munmap(bytes_, reserved);
         }
     }
-    long_text(long_text const&)            = delete;
-    long_text& operator=(long_text const&) = delete;
+    long_string(long_string const&)            = delete;
+    long_string& operator=(long_string const&) = delete;
 
-    char const* text() const { return text_; }
+    char const* bytes() const { return bytes_; }
 
 private:
     static constexpr std::size_t reserved = size + 65536;
 
     test::temp_dir dir_;
-    char*          text_ = nullptr;
+    char*          bytes_ = nullptr;
 };
 
-// The thread sanitizer keeps a note for each byte that is read, four times its size: not for these.
+// The thread sanitizer keeps a note for each byte that is read, four times its size: too much for
+// 1 GiB.
 class unwatched_reads
 {
 public:
@@ -363,9 +364,9 @@ TEST_F(MessageRecord, RefusesABodyWhoseDoubleDoesNotFitAnInt)
 {
     msg_set_body(msg, "kept");
     unwatched_reads const quiet;
-    long_text const       text;
-    ASSERT_NE(text.text(), nullptr);
-    EXPECT_EQ(msg_set_body(msg, text.text()), -1);
+    long_string const     string;
+    ASSERT_NE(string.bytes(), nullptr);
+    EXPECT_EQ(msg_set_body(msg, string.bytes()), -1);
     EXPECT_EQ(msg_get_body(msg), "kept");
 }
 
@@ -385,7 +386,7 @@ TEST(ModifyLineFeed, WritesWithinTheSizeOrFails)
         {"\r\n", 3, "\r\n", "CR LF needs two as well"},
         {"\r\n", 2, nullptr, "CR LF and no NUL"},
         {"a", 1, nullptr, "room for the NUL only"},
-        {"", 10, nullptr, "an empty text is refused"},
+        {"", 10, nullptr, "an empty string is refused"},
         {"a", 0, nullptr, "size 0"},
         {"a", -5, nullptr, "a negative size"},
     };
