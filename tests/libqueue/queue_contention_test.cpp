@@ -10,14 +10,12 @@
 #include <mutex>
 #include <thread>
 
-#include "libqueue/libqueue.h"
 #include "support/mutex_lock.h"
-#include "tests/support/files.h"
+#include "tests/libqueue/queue_room.h"
 
 using namespace zelieml;
-using zelieml::test::temp_dir;
 
-using strings = std::vector<std::string>;
+using strings = test::strings;
 
 namespace
 {
@@ -74,52 +72,30 @@ std::map<std::string, int> each_once(strings const& paths)
 
 }  // namespace
 
-class QueueContention : public ::testing::Test
+class QueueContention : public test::queue_room
 {
 protected:
-    QueueContention() { EXPECT_EQ(iqmgr_create(&queue_), 0); }
-    ~QueueContention() override { EXPECT_EQ(iqmgr_destroy(queue_), 0); }
-
     // Message files of a thread's own.
-    strings messages(int thread, int count) const
+    strings messages_of(int thread, std::size_t count) const
     {
-        strings paths;
-        for (int i = 0; i < count; ++i) {
-            paths.push_back(dir_.file(std::to_string(thread) + "-" + std::to_string(i) + ".sme"));
-            test::write_file(paths.back(), "");
-        }
-        return paths;
+        return messages(count, std::to_string(thread) + "-");
     }
-    strings on_disk() const
+    strings sorted_queue()
     {
-        strings paths;
-        for (std::string const& name : test::list_directory(dir_.path())) {
-            paths.push_back(dir_.file(name));
-        }
-        return paths;
-    }
-    strings queued()
-    {
-        strings paths;
-        queue_->get(paths, 0, 0);
-        paths.clear();
-        queue_->get(paths, 1, 0);
+        strings paths = queued();
         std::sort(paths.begin(), paths.end());
         return paths;
     }
-
-    temp_dir const dir_;
-    iqmgr*         queue_ = nullptr;
 };
 
 TEST_F(QueueContention, EveryFileIsHandedOutOnceAndErasedOnce)
 {
-    constexpr int        adders        = 4;
-    constexpr int        files_of_each = 100;
-    strings              all;
-    std::vector<strings> own;
+    constexpr int         adders        = 4;
+    constexpr std::size_t files_of_each = 100;
+    strings               all;
+    std::vector<strings>  own;
     for (int i = 0; i < adders; ++i) {
-        own.push_back(messages(i, files_of_each));
+        own.push_back(messages_of(i, files_of_each));
         all.insert(all.end(), own.back().begin(), own.back().end());
     }
 
@@ -129,7 +105,7 @@ TEST_F(QueueContention, EveryFileIsHandedOutOnceAndErasedOnce)
     for (strings const& files : own) {
         jobs.emplace_back([&] {
             for (std::string const& path : files) {
-                queue_->add({path});
+                queue().add({path});
             }
         });
     }
@@ -137,9 +113,9 @@ TEST_F(QueueContention, EveryFileIsHandedOutOnceAndErasedOnce)
         jobs.emplace_back([&] {
             while (left > 0) {
                 strings due;
-                queue_->get(due, 0, 0);
+                queue().get(due, 0, 0);
                 handed_out.count(due);
-                queue_->erase(due);
+                queue().erase(due);
                 left -= due.size();
             }
         });
@@ -147,44 +123,44 @@ TEST_F(QueueContention, EveryFileIsHandedOutOnceAndErasedOnce)
     at_once(jobs);
 
     EXPECT_EQ(handed_out.counts(), each_once(all));
-    EXPECT_EQ(queued(), strings());
+    EXPECT_EQ(sorted_queue(), strings());
     EXPECT_EQ(on_disk(), strings());
 }
 
 TEST_F(QueueContention, EachEvictionDeletesOneFile)
 {
     constexpr int                      adders        = 4;
-    constexpr int                      files_of_each = 250;
+    constexpr std::size_t              files_of_each = 250;
     std::vector<std::function<void()>> jobs;
     for (int i = 0; i < adders; ++i) {
         // Half of them as the notification thread does it, half as salvage does.
-        jobs.emplace_back([this, i, files = messages(i, files_of_each)] {
+        jobs.emplace_back([this, i, files = messages_of(i, files_of_each)] {
             for (std::string const& path : files) {
                 if (i % 2 == 0) {
-                    mutex_lock const hold(queue_->mutex());
-                    queue_->add({path});
+                    mutex_lock const hold(queue().mutex());
+                    queue().add({path});
                 } else {
-                    queue_->add({path});
+                    queue().add({path});
                 }
             }
         });
     }
     at_once(jobs);
 
-    strings const left = queued();
+    strings const left = sorted_queue();
     EXPECT_EQ(left.size(), max_queue);
     EXPECT_EQ(on_disk(), left) << "one file went for each that came too many, and no other";
 }
 
 TEST_F(QueueContention, APathThatAllAnnounceIsQueuedOnce)
 {
-    strings const                            files = messages(0, 100);
+    strings const                            files = messages_of(0, 100);
     tally                                    handed_out;
     std::vector<std::function<void()>> const jobs(5, [&] {
         for (std::string const& path : files) {
-            queue_->add({path, path});
+            queue().add({path, path});
             strings due;
-            queue_->get(due, 0, 0);
+            queue().get(due, 0, 0);
             handed_out.count(due);
         }
     });
@@ -193,13 +169,13 @@ TEST_F(QueueContention, APathThatAllAnnounceIsQueuedOnce)
     EXPECT_EQ(handed_out.counts(), each_once(files));
     strings wanted = files;
     std::sort(wanted.begin(), wanted.end());
-    EXPECT_EQ(queued(), wanted);
+    EXPECT_EQ(sorted_queue(), wanted);
 }
 
 TEST_F(QueueContention, ErasersOfTheSameFilesLeaveTheOthers)
 {
-    strings files = messages(0, 400);
-    queue_->add(files);
+    strings files = messages_of(0, 400);
+    queue().add(files);
     strings kept;
     strings erased;
     for (std::size_t i = 0; i < files.size(); ++i) {
@@ -207,44 +183,44 @@ TEST_F(QueueContention, ErasersOfTheSameFilesLeaveTheOthers)
     }
     std::vector<std::function<void()>> jobs(4, [&] {
         for (std::string const& path : erased) {
-            queue_->erase({path});
+            queue().erase({path});
         }
     });
     jobs.emplace_back([&] {
         for (int pass = 0; pass < 100; ++pass) {
             strings due;
-            queue_->get(due, 0, 0);
-            queue_->get(due, 1, 0);
+            queue().get(due, 0, 0);
+            queue().get(due, 1, 0);
         }
     });
     at_once(jobs);
 
     std::sort(kept.begin(), kept.end());
-    EXPECT_EQ(queued(), kept);
+    EXPECT_EQ(sorted_queue(), kept);
     EXPECT_EQ(on_disk(), kept);
 }
 
-TEST_F(QueueContention, KeepsEveryAdderSOrder)
+TEST_F(QueueContention, KeepsTheOrderOfEveryAdder)
 {
     constexpr int                      adders        = 4;
-    constexpr int                      files_of_each = 100;
+    constexpr std::size_t              files_of_each = 100;
     std::vector<strings>               own;
     std::vector<std::function<void()>> jobs;
     for (int i = 0; i < adders; ++i) {
         strings files;
-        for (int k = 0; k < files_of_each; ++k) {
+        for (std::size_t k = 0; k < files_of_each; ++k) {
             files.push_back(std::to_string(i) + "/" + std::to_string(k));
         }
         own.push_back(files);
     }
     for (strings const& files : own) {
-        jobs.emplace_back([&] { queue_->add(files); });
+        jobs.emplace_back([&] { queue().add(files); });
     }
     at_once(jobs);
 
     strings all;
-    queue_->get(all, 0, 0);
-    ASSERT_EQ(all.size(), std::size_t{adders} * files_of_each);
+    queue().get(all, 0, 0);
+    ASSERT_EQ(all.size(), adders * files_of_each);
     for (strings const& files : own) {
         strings mine;
         std::copy_if(

@@ -1,18 +1,15 @@
 // queue_memory_test.cpp - without memory the queue fails as a whole, and loses nothing
 
-#include "libqueue/libqueue.h"
-
 #include <functional>
 #include <gtest/gtest.h>
 #include <new>
 
+#include "tests/libqueue/queue_room.h"
 #include "tests/support/failing_new.h"
-#include "tests/support/files.h"
 
 using namespace zelieml;
-using zelieml::test::temp_dir;
 
-using strings = std::vector<std::string>;
+using strings = test::strings;
 
 namespace
 {
@@ -47,7 +44,7 @@ void until_it_succeeds(std::function<bool()> const& call, std::function<void()> 
 
 }  // namespace
 
-TEST(QueueManagerMemory, WithoutItNoManagerIsMadeAndNothingThrown)
+TEST(QueueManagerWithoutMemory, IsNotMadeAndNothingIsThrown)
 {
     void*  something = &something;
     iqmgr* queue     = nullptr;
@@ -66,57 +63,26 @@ TEST(QueueManagerMemory, WithoutItNoManagerIsMadeAndNothingThrown)
     EXPECT_EQ(iqmgr_destroy(queue), 0);
 }
 
-class QueueMemory : public ::testing::Test
+class QueueWithoutMemory : public test::queue_room
 {
-protected:
-    QueueMemory() { EXPECT_EQ(iqmgr_create(&queue_), 0); }
-    ~QueueMemory() override { EXPECT_EQ(iqmgr_destroy(queue_), 0); }
-
-    // A message file; its path is longer than a string keeps by itself.
-    std::string message(int number) const
-    {
-        std::string path =
-            dir_.file("a message file with a name of some length" + std::to_string(number));
-        test::write_file(path, "");
-        return path;
-    }
-    strings messages(std::size_t count) const
-    {
-        strings paths;
-        for (std::size_t i = 0; i < count; ++i) {
-            paths.push_back(message(static_cast<int>(i)));
-        }
-        return paths;
-    }
-    strings queued()
-    {
-        strings paths;
-        queue_->get(paths, 0, 0);
-        paths.clear();
-        queue_->get(paths, 1, 0);
-        return paths;
-    }
-
-    temp_dir const dir_;
-    iqmgr*         queue_ = nullptr;
 };
 
-TEST_F(QueueMemory, WithoutItAnAdditionChangesNothing)
+TEST_F(QueueWithoutMemory, AddsNothing)
 {
     strings const     files = messages(20);
-    std::string const fresh = message(20);
-    queue_->add(files);
-    until_it_succeeds([&] { return queue_->add({fresh}) == 0; },
+    std::string const fresh = message("fresh");
+    queue().add(files);
+    until_it_succeeds([&] { return queue().add({fresh}) == 0; },
                       [&] { EXPECT_EQ(queued(), files); });
     EXPECT_EQ(queued().size(), 21U);
 }
 
-TEST_F(QueueMemory, WithoutItNothingIsEvicted)
+TEST_F(QueueWithoutMemory, EvictsNothing)
 {
     strings const     files = messages(max_queue);
-    std::string const fresh = message(max_queue);
-    queue_->add(files);
-    until_it_succeeds([&] { return queue_->add({fresh}) == 0; },
+    std::string const fresh = message("fresh");
+    queue().add(files);
+    until_it_succeeds([&] { return queue().add({fresh}) == 0; },
                       [&] { ASSERT_TRUE(test::file_exists(files[0])); });
     EXPECT_FALSE(test::file_exists(files[0]));
     strings wanted(files.begin() + 1, files.end());
@@ -124,22 +90,22 @@ TEST_F(QueueMemory, WithoutItNothingIsEvicted)
     EXPECT_EQ(queued(), wanted);
 }
 
-TEST_F(QueueMemory, WithoutItNothingCountsAsHandedOut)
+TEST_F(QueueWithoutMemory, CountsNothingAsHandedOut)
 {
     strings const files = messages(20);
-    queue_->add(files);
+    queue().add(files);
     strings due;
-    until_it_succeeds([&] { return queue_->get(due, 0, 0) == 0; },
+    until_it_succeeds([&] { return queue().get(due, 0, 0) == 0; },
                       [&] { EXPECT_EQ(due, strings()); });
     EXPECT_EQ(due, files) << "all were still new";
 }
 
-// The file goes first, and an entry without its file is what the worst case leaves.
-TEST_F(QueueMemory, WithoutItNoFileLeavesTheQueueAndStaysOnTheDisk)
+// The file goes first: at the worst an entry without a file is left.
+TEST_F(QueueWithoutMemory, KeepsTheEntryOfAFileThatMayStillBeThere)
 {
     strings const files = messages(20);
-    queue_->add(files);
-    until_it_succeeds([&] { return queue_->erase({files[0]}) == 0; },
+    queue().add(files);
+    until_it_succeeds([&] { return queue().erase({files[0]}) == 0; },
                       [&] { EXPECT_EQ(queued(), files); });
     EXPECT_EQ(queued(), strings(files.begin() + 1, files.end()));
     EXPECT_FALSE(test::file_exists(files[0]));
