@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "libetc/libetc.h"
+#include "tests/libcryptw/passwords.h"
 #include "tests/support/fake_heap.h"
 #include "tests/support/files.h"
 #include "tests/support/hex.h"
@@ -22,15 +23,13 @@ namespace
 {
 
 using std::string_literals::operator""s;
+using test::bytes_of;
 using test::from_hex;
+using test::password_of;
+using test::result;
+using test::stored_form;
 using test::to_hex;
-using result = std::optional<std::string>;
-using traces = std::vector<std::string>;
-
-unsigned char const* bytes_of(std::string const& text)
-{
-    return reinterpret_cast<unsigned char const*>(text.c_str());
-}
+using strings = std::vector<std::string>;
 
 // The bytes of a buffer, which is given back; nothing for null.
 result take(unsigned char* buffer, std::size_t size)
@@ -69,30 +68,6 @@ result md5hexstr(std::string const& text)
     std::string digits = reinterpret_cast<char const*>(hex);
     crypt.md5hexstr_free(hex);
     return digits;
-}
-
-result stored_form(std::string const& password)
-{
-    icryptw              crypt;
-    unsigned char* const stored = crypt.encrypt_passwd(bytes_of(password));
-    if (stored == nullptr) {
-        return std::nullopt;
-    }
-    std::string text = reinterpret_cast<char const*>(stored);
-    crypt.encrypt_free_passwd(stored);
-    return text;
-}
-
-result password_of(std::string const& stored)
-{
-    icryptw              crypt;
-    unsigned char* const clear = crypt.decrypt_passwd(bytes_of(stored));
-    if (clear == nullptr) {
-        return std::nullopt;
-    }
-    std::string text = reinterpret_cast<char const*>(clear);
-    crypt.decrypt_free_passwd(clear);
-    return text;
 }
 
 // The length that a function of this kind leaves alone when it fails.
@@ -308,7 +283,7 @@ TEST_F(Crypt, RefusesNull)
     EXPECT_EQ(crypt.md5(nullptr, 0), nullptr);
     EXPECT_EQ(crypt.md5hexstr(nullptr, 3), nullptr);
     EXPECT_EQ(test::trouble_traces(),
-              (traces{"error:cdsaCspAttach", "error:cdsaCspAttach", "error:digest_message"}));
+              (strings{"error:cdsaCspAttach", "error:cdsaCspAttach", "error:digest_message"}));
     EXPECT_EQ(crypt.hmac_md5(nullptr, 0, data, 1), nullptr);
     EXPECT_EQ(crypt.hmac_md5(data, 1, nullptr, 0), nullptr);
 
@@ -331,7 +306,7 @@ TEST_F(Crypt, RefusesNull)
     test::clear_traces();
     EXPECT_EQ(crypt.encrypt_passwd(nullptr), nullptr);
     EXPECT_EQ(crypt.decrypt_passwd(nullptr), nullptr);
-    EXPECT_EQ(test::trouble_traces(), (traces{"error:encrypt", "error:etc_hexstr2bin"}));
+    EXPECT_EQ(test::trouble_traces(), (strings{"error:encrypt", "error:etc_hexstr2bin"}));
 }
 
 TEST_F(Crypt, AStagedStepThatFailsIsNamedByItsDirection)
@@ -349,10 +324,10 @@ TEST_F(Crypt, AStagedStepThatFailsIsNamedByItsDirection)
 
     unsigned long len = untouched;
     EXPECT_EQ(_crypt_raw(context.get(), bytes_of("x"), 1, &len, crypt_direction::encrypt), nullptr);
-    EXPECT_EQ(test::trouble_traces(), traces{"error:cdsaStagedEncrypt"});
+    EXPECT_EQ(test::trouble_traces(), strings{"error:cdsaStagedEncrypt"});
     test::clear_traces();
     EXPECT_EQ(_crypt_raw(context.get(), bytes_of("x"), 1, &len, crypt_direction::decrypt), nullptr);
-    EXPECT_EQ(test::trouble_traces(), traces{"error:CryptEncrypt"});
+    EXPECT_EQ(test::trouble_traces(), strings{"error:CryptEncrypt"});
     EXPECT_EQ(_crypt(session.get(), nullptr, bytes_of("x"), 1, &len, crypt_direction::encrypt),
               nullptr);
     EXPECT_EQ(len, untouched);
@@ -430,7 +405,7 @@ TEST_F(Crypt, TheSamePasswordHasTheSameStoredForm)
 TEST_F(Crypt, TheEmptyPasswordHasNoStoredForm)
 {
     EXPECT_EQ(stored_form(""), std::nullopt);
-    EXPECT_EQ(test::trouble_traces(), traces{"error:etc_bin2hexstr"});
+    EXPECT_EQ(test::trouble_traces(), strings{"error:etc_bin2hexstr"});
 }
 
 struct stored_case {
@@ -458,7 +433,7 @@ TEST_F(Crypt, AnyTextOfPairsDecryptsToSomething)
 TEST_F(Crypt, HalfAByteIsRefused)
 {
     EXPECT_EQ(password_of("DBA"), std::nullopt);
-    EXPECT_EQ(test::trouble_traces(), traces{"error:etc_hexstr2bin"});
+    EXPECT_EQ(test::trouble_traces(), strings{"error:etc_hexstr2bin"});
 }
 
 // ---- without memory
@@ -466,13 +441,13 @@ TEST_F(Crypt, HalfAByteIsRefused)
 struct memory_case {
     char const* name;
     result (*call)();
-    std::vector<traces> told;  // with 0, 1, 2... requests granted; then it works
+    std::vector<strings> told;  // with 0, 1, 2... requests granted; then it works
 };
 
 TEST_F(Crypt, WithoutMemoryEachFunctionSaysWhereItFailed)
 {
-    traces const      attach  = {"error:cdsaCspAttach"};
-    traces const      digest  = {"error:cdsaCspAttach", "error:digest_message"};
+    strings const     attach  = {"error:cdsaCspAttach"};
+    strings const     digest  = {"error:cdsaCspAttach", "error:digest_message"};
     memory_case const cases[] = {
         {"md5", [] { return md5("abc"); }, {attach, attach}},
         {"md5hexstr", [] { return md5hexstr("abc"); }, {digest, digest, {"error:etc_bin2hexstr"}}},
@@ -499,7 +474,7 @@ TEST_F(Crypt, WithoutMemoryEachFunctionSaysWhereItFailed)
     };
     for (memory_case const& c : cases) {
         int granted = 0;
-        for (traces const& told : c.told) {
+        for (strings const& told : c.told) {
             test::clear_traces();
             test::fail_heap_after(granted);
             EXPECT_EQ(c.call(), std::nullopt) << c.name << ", granted " << granted;
@@ -509,7 +484,7 @@ TEST_F(Crypt, WithoutMemoryEachFunctionSaysWhereItFailed)
         test::clear_traces();
         test::fail_heap_after(granted);
         EXPECT_TRUE(c.call()) << c.name << ", granted " << granted;
-        EXPECT_EQ(test::trouble_traces(), traces{}) << c.name;
+        EXPECT_EQ(test::trouble_traces(), strings{}) << c.name;
     }
 }
 

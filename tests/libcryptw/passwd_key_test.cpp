@@ -2,12 +2,12 @@
 // concerns it is one test.
 
 #include <gtest/gtest.h>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "libcryptw/libcryptw.h"
+#include "tests/libcryptw/passwords.h"
 #include "tests/support/fake_crypto.h"
 #include "tests/support/fake_heap.h"
 #include "tests/support/trace_recorder.h"
@@ -18,38 +18,13 @@ namespace zelieml
 namespace
 {
 
-using traces = std::vector<std::string>;
+using strings = std::vector<std::string>;
+using test::bytes_of;
+using test::password_of;
+using test::result;
+using test::stored_form;
 
-unsigned char const* bytes_of(std::string const& text)
-{
-    return reinterpret_cast<unsigned char const*>(text.c_str());
-}
-
-std::optional<std::string> stored_form(std::string const& password)
-{
-    icryptw              crypt;
-    unsigned char* const stored = crypt.encrypt_passwd(bytes_of(password));
-    if (stored == nullptr) {
-        return std::nullopt;
-    }
-    std::string text = reinterpret_cast<char const*>(stored);
-    crypt.encrypt_free_passwd(stored);
-    return text;
-}
-
-std::optional<std::string> password_of(std::string const& stored)
-{
-    icryptw              crypt;
-    unsigned char* const clear = crypt.decrypt_passwd(bytes_of(stored));
-    if (clear == nullptr) {
-        return std::nullopt;
-    }
-    std::string text = reinterpret_cast<char const*>(clear);
-    crypt.decrypt_free_passwd(clear);
-    return text;
-}
-
-std::optional<std::string> encrypted(std::string const& pass_phrase, std::string const& clear)
+result encrypted(std::string const& pass_phrase, std::string const& clear)
 {
     unsigned long        len = 0;
     unsigned char* const cipher =
@@ -71,25 +46,25 @@ TEST(PasswordKey, IsKeptOnceItHasBeenDerivedAndServesNoOtherPassPhrase)
         test::clear_traces();
         EXPECT_EQ(stored_form("secret"), std::nullopt);
         EXPECT_EQ(password_of("0123"), std::nullopt);
-        EXPECT_EQ(test::trouble_traces(), (traces{"error:encrypt", "error:crypt.decrypt"}));
+        EXPECT_EQ(test::trouble_traces(), (strings{"error:encrypt", "error:crypt.decrypt"}));
     }
     EXPECT_EQ(test::derivations(), 2);
     test::fail_crypto({});
 
     // The key of another pass phrase is not kept either.
-    std::optional<std::string> const other = encrypted("another phrase", "secret");
+    result const other = encrypted("another phrase", "secret");
     EXPECT_EQ(test::derivations(), 3);
 
     // Threads that need the key at once each derive it, or find it.
-    std::vector<std::optional<std::string>> forms(8);
-    std::vector<std::thread>                threads;
-    for (std::optional<std::string>& form : forms) {
+    std::vector<result>      forms(8);
+    std::vector<std::thread> threads;
+    for (result& form : forms) {
         threads.emplace_back([&form] { form = stored_form("secret"); });
     }
     for (std::thread& thread : threads) {
         thread.join();
     }
-    for (std::optional<std::string> const& form : forms) {
+    for (result const& form : forms) {
         ASSERT_TRUE(form);
         EXPECT_EQ(form, forms.front());
     }
@@ -122,7 +97,7 @@ TEST(PasswordKey, ARefusedEncryptionIsAFailureAndLeavesNothingBehind)
     EXPECT_EQ(password_of("0123"), std::nullopt);
     EXPECT_EQ(encrypted("phrase", "secret"), std::nullopt);
     test::fail_crypto({});
-    EXPECT_EQ(test::trouble_traces(), (traces{"error:encrypt", "error:crypt.decrypt"}));
+    EXPECT_EQ(test::trouble_traces(), (strings{"error:encrypt", "error:crypt.decrypt"}));
     EXPECT_EQ(test::live_heap_buffers(), before);
 }
 
