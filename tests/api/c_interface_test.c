@@ -20,6 +20,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "tests/api/string_fields.h"
+
 static int failures = 0;
 
 static void check(int good, char const* what, int line)
@@ -30,60 +32,45 @@ static void check(int good, char const* what, int line)
     }
 }
 
-#define CHECK(condition)         check((condition) ? 1 : 0, #condition, __LINE__)
-#define CHECK_TEXT(text, wanted) check(strcmp((text), (wanted)) == 0, #text " is " wanted, __LINE__)
+#define CHECK(condition) check((condition) ? 1 : 0, #condition, __LINE__)
+#define CHECK_STRING(came, wanted)                                                                 \
+    check(strcmp((came), (wanted)) == 0, #came " is " wanted, __LINE__)
 
 /* ------------------------------------------------------------------ messages */
 
-typedef int (*setter)(void* msg, char const* text);
-typedef int (*getter)(void* msg, char* buf, int size);
-
-static const struct {
-    char const* name;
-    setter      set;
-    getter      get;
-} texts[] = {
-    {"from", eml_msg_set_from, eml_msg_get_from},
-    {"to", eml_msg_set_to, eml_msg_get_to},
-    {"cc", eml_msg_set_cc, eml_msg_get_cc},
-    {"subject", eml_msg_set_subject, eml_msg_get_subject},
-    {"replyto", eml_msg_set_replyto, eml_msg_get_replyto},
-    {"messageid", eml_msg_set_messageid, eml_msg_get_messageid},
-    {"body", eml_msg_set_body, eml_msg_get_body},
-};
-static const size_t text_count = sizeof texts / sizeof texts[0];
-
-static void test_texts(void)
+static void test_string_fields(void)
 {
-    void*  msg = NULL;
-    char   buf[64];
-    size_t i;
+    size_t const count = sizeof string_fields / sizeof string_fields[0];
+    void*        msg   = NULL;
+    char         buf[64];
+    size_t       i;
 
     CHECK(eml_msg_create(NULL) == -1);
     CHECK(eml_msg_create(&msg) == 0);
     CHECK(msg != NULL);
-    for (i = 0; i < text_count; ++i) {
-        int const size = (int)strlen(texts[i].name) + 1;
+    for (i = 0; i < count; ++i) {
+        struct string_field const* const field = &string_fields[i];
+        int const                        size  = (int)strlen(field->name) + 1;
 
-        CHECK(texts[i].get(msg, buf, 1) == 0);
-        CHECK_TEXT(buf, "");
-        CHECK(texts[i].set(msg, texts[i].name) == 0);
-        CHECK(texts[i].set(msg, NULL) == -1);
-        CHECK(texts[i].set(NULL, "x") == -1);
+        CHECK(field->get(msg, buf, 1) == 0);
+        CHECK_STRING(buf, "");
+        CHECK(field->set(msg, field->name) == 0);
+        CHECK(field->set(msg, NULL) == -1);
+        CHECK(field->set(NULL, "x") == -1);
 
         strcpy(buf, "kept");
-        CHECK(texts[i].get(msg, buf, size - 1) == -1);
-        CHECK(texts[i].get(msg, buf, 0) == -1);
-        CHECK(texts[i].get(msg, buf, -1) == -1);
-        CHECK(texts[i].get(NULL, buf, (int)sizeof buf) == -1);
-        CHECK(texts[i].get(msg, NULL, (int)sizeof buf) == -1);
-        CHECK_TEXT(buf, "kept");
-        CHECK(texts[i].get(msg, buf, size) == 0);
-        CHECK(strcmp(buf, texts[i].name) == 0);
+        CHECK(field->get(msg, buf, size - 1) == -1);
+        CHECK(field->get(msg, buf, 0) == -1);
+        CHECK(field->get(msg, buf, -1) == -1);
+        CHECK(field->get(NULL, buf, (int)sizeof buf) == -1);
+        CHECK(field->get(msg, NULL, (int)sizeof buf) == -1);
+        CHECK_STRING(buf, "kept");
+        CHECK(field->get(msg, buf, size) == 0);
+        CHECK(strcmp(buf, field->name) == 0);
     }
     CHECK(eml_msg_set_body(msg, "a\nb\rc") == 0);
     CHECK(eml_msg_get_body(msg, buf, (int)sizeof buf) == 0);
-    CHECK_TEXT(buf, "a\r\nb\r\nc");
+    CHECK_STRING(buf, "a\r\nb\r\nc");
     CHECK(eml_msg_destroy(msg) == 0);
     CHECK(eml_msg_destroy(NULL) == 0);
 }
@@ -95,14 +82,14 @@ static void test_encoding(void)
 
     CHECK(eml_msg_create(&msg) == 0);
     CHECK(eml_msg_get_encoding(msg, buf, (int)sizeof buf) == 0);
-    CHECK_TEXT(buf, "UTF-8");
+    CHECK_STRING(buf, "UTF-8");
     CHECK(eml_msg_set_encoding(msg, eml_encoding_iso2022jp) == 0);
     CHECK(eml_msg_get_encoding(msg, buf, 12) == 0);
-    CHECK_TEXT(buf, "ISO-2022-JP");
+    CHECK_STRING(buf, "ISO-2022-JP");
     CHECK(eml_msg_get_encoding(msg, buf, 11) == -1);
     CHECK(eml_msg_set_encoding(msg, (eml_encoding)7) == 0);
     CHECK(eml_msg_get_encoding(msg, buf, (int)sizeof buf) == 0);
-    CHECK_TEXT(buf, "UTF-8");
+    CHECK_STRING(buf, "UTF-8");
     CHECK(eml_msg_set_encoding(NULL, eml_encoding_utf8) == -1);
     CHECK(eml_msg_get_encoding(NULL, buf, (int)sizeof buf) == -1);
     CHECK(eml_msg_destroy(msg) == 0);
@@ -124,9 +111,9 @@ static void test_message_file(char const* path)
 
     CHECK(eml_msg_load(&loaded, path) == 0);
     CHECK(eml_msg_get_subject(loaded, buf, (int)sizeof buf) == 0);
-    CHECK_TEXT(buf, "paper");
+    CHECK_STRING(buf, "paper");
     CHECK(eml_msg_get_body(loaded, buf, (int)sizeof buf) == 0);
-    CHECK_TEXT(buf, "one\r\ntwo");
+    CHECK_STRING(buf, "one\r\ntwo");
     CHECK(eml_msg_destroy(loaded) == 0);
 
     /* A record is made even when the file cannot be read. */
@@ -143,15 +130,15 @@ static void test_message_file(char const* path)
 
 static void test_keys(void)
 {
-    CHECK_TEXT(KeyFrom, "from: ");
-    CHECK_TEXT(KeyTo, "to: ");
-    CHECK_TEXT(KeyCc, "cc: ");
-    CHECK_TEXT(KeySubject, "subject: ");
-    CHECK_TEXT(KeyReplyTo, "replyto: ");
-    CHECK_TEXT(KeyEncoding, "encoding: ");
-    CHECK_TEXT(KeyMessageID, "messageid: ");
-    CHECK_TEXT(ValCharLf, "\n");
-    CHECK_TEXT(ValCharCrLf, "\r\n");
+    CHECK_STRING(KeyFrom, "from: ");
+    CHECK_STRING(KeyTo, "to: ");
+    CHECK_STRING(KeyCc, "cc: ");
+    CHECK_STRING(KeySubject, "subject: ");
+    CHECK_STRING(KeyReplyTo, "replyto: ");
+    CHECK_STRING(KeyEncoding, "encoding: ");
+    CHECK_STRING(KeyMessageID, "messageid: ");
+    CHECK_STRING(ValCharLf, "\n");
+    CHECK_STRING(ValCharCrLf, "\r\n");
 }
 
 /* ------------------------------------------------------- settings and passwords */
@@ -168,11 +155,11 @@ static void test_settings(char const* path)
     CHECK(eml_cf_set_string("smtp_port", "2525", path) == 0);
     length = sizeof val;
     CHECK(eml_cf_get_string("smtp_server", val, &length, path) == 0);
-    CHECK_TEXT(val, "mail.test");
+    CHECK_STRING(val, "mail.test");
     CHECK(length == 9);
     length = 6; /* four characters need two bytes more */
     CHECK(eml_cf_get_string("smtp_port", val, &length, path) == 0);
-    CHECK_TEXT(val, "2525");
+    CHECK_STRING(val, "2525");
     length = 5;
     CHECK(eml_cf_get_string("smtp_port", val, &length, path) == -1);
 
@@ -352,7 +339,7 @@ static void test_post(char const* workdir, char const* conf)
     CHECK(eml_cb_get_code(result, &code) == 0);
     CHECK(code == eml_send_ok);
     CHECK(eml_cb_get_message(result, text, (int)sizeof text) == 0);
-    CHECK_TEXT(text, "221 bye\r\n");
+    CHECK_STRING(text, "221 bye\r\n");
     CHECK(eml_cb_delete(result) == 0);
 }
 
@@ -374,9 +361,9 @@ static void test_failed_post(char const* workdir)
     CHECK(eml_cb_get_message(copy, text, 0) == -1);
     CHECK(eml_cb_get_message(copy, NULL, 8) == -1);
     CHECK(eml_cb_get_message(NULL, text, 8) == -1);
-    CHECK_TEXT(text, "kept");
+    CHECK_STRING(text, "kept");
     CHECK(eml_cb_get_message(copy, text, 1) == 0);
-    CHECK_TEXT(text, "");
+    CHECK_STRING(text, "");
 
     CHECK(eml_cb_get_code(NULL, &code) == -1);
     CHECK(eml_cb_get_code(copy, NULL) == -1);
@@ -418,7 +405,7 @@ static void test_servers(void)
 
     CHECK(test_pop_auth(NULL, NULL) == eml_send_error_other);
     CHECK(test_pop_auth(server, text) == eml_send_ok);
-    CHECK_TEXT(text, "+OK\r\n");
+    CHECK_STRING(text, "+OK\r\n");
 
     CHECK(eml_receive_msg_create(NULL) == -1);
     CHECK(eml_receive_msg_create(&list) == 0);
@@ -432,11 +419,11 @@ static void test_servers(void)
 
     CHECK(eml_receive_msg_count(list) == 1);
     CHECK(eml_receive_msg_get_from(list, 0, small, 17) == -1);
-    CHECK_TEXT(small, "kept");
+    CHECK_STRING(small, "kept");
     CHECK(eml_receive_msg_get_subject(list, 0, small, 15) == 0);
-    CHECK_TEXT(small, "paper");
+    CHECK_STRING(small, "paper");
     CHECK(eml_receive_msg_get_from(list, 0, text, 18) == 0);
-    CHECK_TEXT(text, "anna@a.test");
+    CHECK_STRING(text, "anna@a.test");
     CHECK(eml_receive_msg_get_from(list, 1, text, (int)sizeof text) == -1);
     CHECK(eml_receive_msg_get_from(NULL, 0, text, (int)sizeof text) == -1);
     CHECK(eml_receive_msg_get_subject(list, -1, text, (int)sizeof text) == -1);
@@ -464,9 +451,9 @@ static void test_smtp_server(void)
     CHECK(server_info_set_smtp(server, "127.0.0.1", "", "", "off", port) == 0);
     CHECK(test_smtp_auth(NULL, "off", text) == eml_send_error_other);
     CHECK(test_smtp_auth(server, NULL, text) == eml_send_error_other);
-    CHECK_TEXT(text, "");
+    CHECK_STRING(text, "");
     CHECK(test_smtp_auth(server, "off", text) == eml_send_ok);
-    CHECK_TEXT(text, "221 bye\r\n");
+    CHECK_STRING(text, "221 bye\r\n");
     CHECK(waitpid(smtp, NULL, 0) == smtp);
     CHECK(test_smtp_auth(server, "off", NULL) == eml_send_error_connection);
     CHECK(server_info_destroy(server) == 0);
@@ -610,7 +597,7 @@ int main(void)
     CHECK(mkdir(work, 0777) == 0);
     set_notification_root(dir, root);
 
-    test_texts();
+    test_string_fields();
     test_encoding();
     test_message_file(path);
     test_keys();

@@ -1,7 +1,8 @@
-// A thread that is cancelled anywhere inside a call of the library ends, and the process goes on.
+// cancel_anywhere_test.cpp - a thread that is cancelled anywhere inside a call of the library ends,
+// and the process goes on
 //
-// The trace hook of this program asks for the end of its own thread at the n-th text: the request
-// is then pending at whatever comes next, the closing of a descriptor or of a file included.
+// The trace hook of this program cancels its own thread at the n-th trace: the request is then
+// pending at the next call that can be cancelled, such as the closing of a descriptor or a file.
 
 #include <atomic>
 #include <cstdlib>
@@ -12,6 +13,7 @@
 #include <string>
 
 #include "liblog/trace.h"
+#include "tests/api/quiet_descriptors.h"
 #include "tests/support/files.h"
 #include "tests/support/mail_server.h"
 #include "zelieml.h"
@@ -19,13 +21,13 @@
 namespace
 {
 
-thread_local int texts_left = -1;  // until the request; negative: none
+thread_local int traces_left = -1;  // until the request; negative: none
 
 }  // namespace
 
-void zelieml::trace_msg(char const* /*text*/)
+void zelieml::trace_msg(char const* /*trace*/)
 {
-    if (texts_left > 0 && --texts_left == 0) {
+    if (traces_left > 0 && --traces_left == 0) {
         ::pthread_cancel(::pthread_self());
     }
 }
@@ -37,34 +39,34 @@ using call = std::function<void()>;
 
 struct victim {
     call const* run;
-    int         texts;
+    int         traces;
     bool        reached = false;  // the request was made
 };
 
 void* run_victim(void* argument)
 {
     auto* const v = static_cast<victim*>(argument);
-    texts_left    = v->texts;
-    // Also when the thread is cut off here.
+    traces_left   = v->traces;
+    // Also when the thread is cancelled here.
     struct at_end {
         victim* of;
-        ~at_end() { of->reached = texts_left == 0; }
+        ~at_end() { of->reached = traces_left == 0; }
     } const note = {v};
     (*v->run)();
     return nullptr;
 }
 
-// Makes the call with the request at its first text, its second, and so on to its last.
+// Makes the call with the request at its first trace, its second, and so on to its last. Returns
+// how many there are.
 int cancel_everywhere(call const& run)
 {
-    int texts = 1;
-    for (;; ++texts) {
-        victim    v      = {&run, texts};
+    for (int traces = 1;; ++traces) {
+        victim    v      = {&run, traces};
         pthread_t thread = {};
         EXPECT_EQ(::pthread_create(&thread, nullptr, run_victim, &v), 0);
         EXPECT_EQ(::pthread_join(thread, nullptr), 0);
         if (!v.reached) {
-            return texts - 1;
+            return traces - 1;
         }
     }
 }
@@ -123,7 +125,7 @@ TEST_F(CancelAnywhere, InLoginTestsAndReceiving)
                       eml_receive_mails(server, list, "a.test");
                   }),
                   20);
-        // What a thread that was cut off had done to the list leaves it good for use.
+        // The list can be used after a thread was cancelled that changed it.
         EXPECT_EQ(eml_receive_mails(server, list, nullptr), 0);
         eml_receive_msg_destroy(list);
         server_info_destroy(server);
@@ -133,20 +135,20 @@ TEST_F(CancelAnywhere, InLoginTestsAndReceiving)
 
 TEST_F(CancelAnywhere, InPosting)
 {
-    void* eml = nullptr;
+    int const descriptors = zelieml::test::descriptors_without_an_engine(work_);
+    void*     eml         = nullptr;
     ASSERT_EQ(eml_start(work_.c_str(), &eml), 0);
-    int const descriptors = zelieml::test::open_descriptors();
     EXPECT_GE(cancel_everywhere([&] { eml_post(work_.c_str(), msg_); }), 2);
-    EXPECT_EQ(zelieml::test::open_descriptors(), descriptors);
     EXPECT_EQ(eml_stop(eml), 0);
+    EXPECT_EQ(zelieml::test::open_descriptors(), descriptors);
 }
 
-// These are gone through with whatever is asked meanwhile.
-TEST_F(CancelAnywhere, ButNotInStartingAndStoppingAnEngine)
+// These are carried out to their end, and so is what follows them in the thread.
+TEST_F(CancelAnywhere, HasNoEffectOnStartingAndStoppingAnEngine)
 {
     std::atomic<int> failures{0};
     std::atomic<int> ends{0};
-    int const        descriptors = zelieml::test::open_descriptors();
+    int const        descriptors = zelieml::test::descriptors_without_an_engine(work_);
     int const        points      = cancel_everywhere([&] {
         void* eml = nullptr;
         failures += eml_start_with_stocksymbol(work_.c_str(), "", &eml) == -1 ? 0 : 1;

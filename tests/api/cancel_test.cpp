@@ -1,22 +1,19 @@
 // cancel_test.cpp - a thread that is cancelled inside a post ends, and nothing else does
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <memory>
 #include <pthread.h>
 #include <string>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <system_error>
 #include <unistd.h>
 #include <vector>
 
 #include "support/unique_fd.h"
 #include "tests/support/files.h"
 #include "tests/support/mail_server.h"
+#include "tests/support/peers.h"
 #include "zelieml.h"
 
-using zelieml::unique_fd;
 using zelieml::test::mail_server;
 using zelieml::test::temp_dir;
 
@@ -25,26 +22,12 @@ namespace
 
 using strings = std::vector<std::string>;
 
-// The server's side of a conversation, word by word: the test knows how far the client has come.
+// A server that says and hears one line at a time: the test knows how far the client has come.
 class slow_server
 {
 public:
-    slow_server()
-    {
-        sockaddr_in here     = {};
-        here.sin_family      = AF_INET;
-        here.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size       = sizeof here;
-        auto*     address    = reinterpret_cast<sockaddr*>(&here);
-        if (::bind(listener_.get(), address, size) != 0 || ::listen(listener_.get(), 1) != 0 ||
-            ::getsockname(listener_.get(), address, &size) != 0) {
-            throw std::system_error(errno, std::generic_category());
-        }
-        port_ = ntohs(here.sin_port);
-    }
-
-    int  port() const { return port_; }
-    void accept() { client_.reset(::accept(listener_.get(), nullptr, nullptr)); }
+    int  port() const { return listener_.port(); }
+    void accept() { client_ = listener_.accept(); }
 
     void say(std::string const& text)
     {
@@ -65,12 +48,11 @@ public:
             heard += byte;
         }
     }
-    void hear_the_end() { hear("what nobody says"); }
+    void hear_the_end() { hear("what no client says"); }
 
 private:
-    unique_fd listener_ = unique_fd(::socket(AF_INET, SOCK_STREAM, 0));
-    unique_fd client_;
-    int       port_ = 0;
+    zelieml::test::listening_socket listener_;
+    zelieml::unique_fd              client_;
 };
 
 struct step {
@@ -78,8 +60,8 @@ struct step {
     std::string hear;
 };
 
-// Up to the text, and to the end of it.
-std::vector<step> const to_text = {{"220 ready\r\n", "\r\n"},
+// Up to the data command, and to the end of the mail.
+std::vector<step> const to_data = {{"220 ready\r\n", "\r\n"},
                                    {"250 hello\r\n", "\r\n"},
                                    {"250 ok\r\n", "\r\n"},
                                    {"250 ok\r\n", "data\r\n"}};
@@ -118,7 +100,7 @@ protected:
                                       "\r\n");
     }
 
-    // Cancels a post that has come so far, and then posts again.
+    // Cancels a post after these steps, and then posts again.
     void cancel_after(std::vector<step> const& steps, std::string const& last_word = "",
                       bool ended = false)
     {
@@ -177,16 +159,16 @@ TEST_F(Cancel, WhileWaitingForTheRestOfALine)
     cancel_after({{"220 ready\r\n", "\r\n"}}, "250 hel");
 }
 
-TEST_F(Cancel, WhileWaitingForTheAnswerToTheText)
+TEST_F(Cancel, WhileWaitingForTheAnswerToTheMail)
 {
-    std::vector<step> steps = to_text;
+    std::vector<step> steps = to_data;
     steps.push_back(to_end[0]);
     cancel_after(steps);
 }
 
 TEST_F(Cancel, WhileWaitingForTheServerToClose)
 {
-    std::vector<step> steps = to_text;
+    std::vector<step> steps = to_data;
     steps.insert(steps.end(), to_end.begin(), to_end.end());
     cancel_after(steps, "221 bye\r\n", true);
 }

@@ -1,7 +1,7 @@
 // no_memory_test.cpp - without memory every export fails as it says, and throws nothing
 //
-// Each call is made again and again, with memory for one request more each time, until it gets by
-// with what there is. Once all later requests fail, once a single one does.
+// Each call is made again and again, with memory for one request more each time, until that is
+// enough. In one round of tests all later requests fail, in the other a single one does.
 
 #include <algorithm>
 #include <cstdlib>
@@ -13,18 +13,19 @@
 #include <sys/stat.h>
 #include <vector>
 
+#include "tests/api/quiet_descriptors.h"
+#include "tests/api/string_fields.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/files.h"
 #include "tests/support/mail_server.h"
-#include "tests/support/program.h"
 #include "tests/support/scripted_server.h"
 #include "zelieml.h"
 
+using zelieml::test::descriptors_without_an_engine;
 using zelieml::test::failing_new;
 using zelieml::test::mail_server;
 using zelieml::test::scripted_server;
 using zelieml::test::temp_dir;
-using zelieml::test::wait_until;
 
 using strings = std::vector<std::string>;
 
@@ -32,8 +33,8 @@ namespace
 {
 
 // Longer than any string keeps without asking for memory.
-char const long_text[]  = "a text of forty-four bytes, and so allocated";
-char const other_text[] = "another text that is as long as the first is";
+char const long_string[]  = "a text of forty-four bytes, and so allocated";
+char const other_string[] = "another text that is as long as the first is";
 
 int do_nothing(void*, void*)
 {
@@ -130,38 +131,24 @@ TEST_P(NoMemory, ForARecord)
     EXPECT_EQ(eml_msg_destroy(msg), 0);
 }
 
-TEST_P(NoMemory, ForATextOfARecord)
+TEST_P(NoMemory, ForAStringOfARecord)
 {
-    struct row {
-        char const* name;
-        int (*set)(void*, char const*);
-        int (*get)(void*, char*, int);
-    };
-    row const rows[] = {
-        {"from", eml_msg_set_from, eml_msg_get_from},
-        {"to", eml_msg_set_to, eml_msg_get_to},
-        {"cc", eml_msg_set_cc, eml_msg_get_cc},
-        {"subject", eml_msg_set_subject, eml_msg_get_subject},
-        {"replyto", eml_msg_set_replyto, eml_msg_get_replyto},
-        {"messageid", eml_msg_set_messageid, eml_msg_get_messageid},
-        {"body", eml_msg_set_body, eml_msg_get_body},
-    };
-    for (row const& r : rows) {
-        SCOPED_TRACE(r.name);
-        EXPECT_EQ(r.set(msg_, "short"), 0);
+    for (string_field const& field : string_fields) {
+        SCOPED_TRACE(field.name);
+        EXPECT_EQ(field.set(msg_, "short"), 0);
         int  result = 0;
         char text[64];
-        EXPECT_GT(until_it_succeeds([&] { return (result = r.set(msg_, long_text)) == 0; },
+        EXPECT_GT(until_it_succeeds([&] { return (result = field.set(msg_, long_string)) == 0; },
                                     [&] {
                                         EXPECT_EQ(result, -1);
-                                        EXPECT_EQ(r.get(msg_, text, sizeof text), 0);
+                                        EXPECT_EQ(field.get(msg_, text, sizeof text), 0);
                                         EXPECT_STREQ(text, "short") << "the record is as it was";
                                     }),
                   0);
         // Reading needs none.
         failing_new const none(0);
-        EXPECT_EQ(r.get(msg_, text, sizeof text), 0);
-        EXPECT_STREQ(text, long_text);
+        EXPECT_EQ(field.get(msg_, text, sizeof text), 0);
+        EXPECT_STREQ(text, long_string);
     }
 }
 
@@ -178,9 +165,9 @@ TEST_P(NoMemory, ForSavingAndLoadingAMessage)
 {
     std::string const path   = dir_.file("a message file with a name of some length.sme");
     int               result = 0;
-    EXPECT_EQ(eml_msg_set_subject(msg_, long_text), 0);
-    EXPECT_EQ(eml_msg_set_body(msg_, other_text), 0);
-    // Saving gets by without asking operator new, or fails; either way nothing is thrown.
+    EXPECT_EQ(eml_msg_set_subject(msg_, long_string), 0);
+    EXPECT_EQ(eml_msg_set_body(msg_, other_string), 0);
+    // Saving does not ask operator new, or it fails; either way nothing is thrown.
     until_it_succeeds([&] { return (result = eml_msg_save(msg_, path.c_str())) == 0; },
                       [&] { EXPECT_EQ(result, -1); });
 
@@ -197,7 +184,7 @@ TEST_P(NoMemory, ForSavingAndLoadingAMessage)
               1);
     char text[64];
     EXPECT_EQ(eml_msg_get_body(loaded, text, sizeof text), 0);
-    EXPECT_STREQ(text, other_text);
+    EXPECT_STREQ(text, other_string);
     eml_msg_destroy(loaded);
 }
 
@@ -205,15 +192,16 @@ TEST_P(NoMemory, ForSettings)
 {
     std::string const path   = dir_.file("zelismes.cf");
     int               result = 0;
-    EXPECT_EQ(eml_cf_set_string("key", other_text, path.c_str()), 0);
+    EXPECT_EQ(eml_cf_set_string("key", other_string, path.c_str()), 0);
     std::string const before = zelieml::test::read_file(path);
-    EXPECT_GT(until_it_succeeds(
-                  [&] { return (result = eml_cf_set_string("key", long_text, path.c_str())) == 0; },
-                  [&] {
-                      EXPECT_EQ(result, -1);
-                      EXPECT_EQ(zelieml::test::read_file(path), before);
-                  }),
-              0);
+    EXPECT_GT(
+        until_it_succeeds(
+            [&] { return (result = eml_cf_set_string("key", long_string, path.c_str())) == 0; },
+            [&] {
+                EXPECT_EQ(result, -1);
+                EXPECT_EQ(zelieml::test::read_file(path), before);
+            }),
+        0);
 
     char         text[64];
     unsigned int length = 0;
@@ -225,12 +213,12 @@ TEST_P(NoMemory, ForSettings)
                   },
                   [&] { EXPECT_EQ(result, -1); }),
               0);
-    EXPECT_STREQ(text, long_text);
+    EXPECT_STREQ(text, long_string);
 }
 
 TEST_P(NoMemory, ForPasswordsAndHashes)
 {
-    std::string    password = long_text;
+    std::string    password = long_string;
     auto* const    clear    = reinterpret_cast<unsigned char*>(password.data());
     unsigned char* stored   = nullptr;
     EXPECT_GT(until_it_succeeds([&] { return (stored = eml_encrypt_passwd(clear)) != nullptr; },
@@ -240,15 +228,15 @@ TEST_P(NoMemory, ForPasswordsAndHashes)
     EXPECT_GT(until_it_succeeds([&] { return (again = eml_decrypt_passwd(stored)) != nullptr; },
                                 [&] { EXPECT_EQ(again, nullptr); }),
               0);
-    EXPECT_STREQ(reinterpret_cast<char*>(again), long_text);
+    EXPECT_STREQ(reinterpret_cast<char*>(again), long_string);
     {
         failing_new const none(0);
         eml_encrypt_free_passwd(stored);
         eml_decrypt_free_passwd(again);
     }
-    // The hash gets by without asking operator new, or fails; either way nothing is thrown.
+    // Hashing does not ask operator new, or it fails; either way nothing is thrown.
     unsigned char* hash = nullptr;
-    until_it_succeeds([&] { return (hash = eml_hash_hexstr(long_text)) != nullptr; },
+    until_it_succeeds([&] { return (hash = eml_hash_hexstr(long_string)) != nullptr; },
                       [&] { EXPECT_EQ(hash, nullptr); });
     failing_new const none(0);
     eml_hash_free_hexstr(hash);
@@ -256,7 +244,7 @@ TEST_P(NoMemory, ForPasswordsAndHashes)
 
 TEST_P(NoMemory, ForACopyOfAResultRecord)
 {
-    scripted_server server(std::string("S: 220 ready\nC: (any)\nS: 501 ") + long_text + "\n");
+    scripted_server server(std::string("S: 220 ready\nC: (any)\nS: 501 ") + long_string + "\n");
     settings("smtp_port = " + std::to_string(server.port()) + "\r\n");
     void* record = nullptr;
     EXPECT_EQ(eml_post_sync(workdir_.c_str(), msg_, &record), -1);
@@ -279,20 +267,20 @@ TEST_P(NoMemory, ForACopyOfAResultRecord)
         EXPECT_EQ(eml_cb_delete(copy), 0);
     }
     EXPECT_EQ(code, eml_send_error_connection);
-    EXPECT_EQ(text, std::string("501 ") + long_text + "\r\n");
+    EXPECT_EQ(text, std::string("501 ") + long_string + "\r\n");
     eml_cb_delete(record);
 }
 
-// Some requests are for what can be done without, so a post can succeed all the same. Sent or not,
-// with a record or without memory for one: the message file is gone.
+// Some requests are for what is not necessary, and a post can succeed without it. Sent or not, with
+// a record or without memory for one: the message file is gone.
 TEST_P(NoMemory, ForASynchronousPost)
 {
     int const descriptors = zelieml::test::open_descriptors();
     auto      server      = std::make_unique<mail_server>();
     settings("smtp_port = " + std::to_string(server->smtp_port()) + "\r\n");
     eml_msg_set_to(msg_, "anna@b.test");
-    eml_msg_set_subject(msg_, long_text);
-    eml_msg_set_body(msg_, other_text);
+    eml_msg_set_subject(msg_, long_string);
+    eml_msg_set_body(msg_, other_string);
 
     std::size_t sent = 0;
     int         good = 0;
@@ -346,13 +334,13 @@ TEST_P(NoMemory, ForLoginTests)
 {
     int const                    descriptors = zelieml::test::open_descriptors();
     zelieml::mailserver::options options;
-    options.users = {{"an account with a name of some length", long_text}};
+    options.users = {{"an account with a name of some length", long_string}};
     auto  host    = std::make_unique<mail_server>(options);
     void* server  = nullptr;
     EXPECT_EQ(server_info_create(&server), 0);
     char const* const user = options.users[0].user.c_str();
-    server_info_set_pop(server, "127.0.0.1", user, long_text, "apop", host->pop_port(), 0);
-    server_info_set_smtp(server, "127.0.0.1", user, long_text, "on", host->smtp_port());
+    server_info_set_pop(server, "127.0.0.1", user, long_string, "apop", host->pop_port(), 0);
+    server_info_set_smtp(server, "127.0.0.1", user, long_string, "on", host->smtp_port());
 
     eml_send_e code         = eml_send_ok;
     char       message[100] = "";
@@ -363,7 +351,7 @@ TEST_P(NoMemory, ForLoginTests)
                   },
                   [&] {
                       EXPECT_NE(code, eml_send_ok);
-                      EXPECT_NE(message[0], '?') << "the buffer always holds a text";
+                      EXPECT_NE(message[0], '?') << "the buffer always gets a string";
                   }),
               3);
     EXPECT_GT(until_it_succeeds(
@@ -389,7 +377,7 @@ TEST_P(NoMemory, ForReceiving)
 
     auto const fill = [&] {
         while (host->mailbox().size() < 2) {
-            host->put(std::string("From: ") + long_text + "@a.test\r\nSubject: " + other_text +
+            host->put(std::string("From: ") + long_string + "@a.test\r\nSubject: " + other_string +
                       "\r\n\r\ntext\r\n");
         }
     };
@@ -412,7 +400,7 @@ TEST_P(NoMemory, ForReceiving)
                   [&] { return (result = eml_receive_msg_get_subject(list, 1, text, 100)) == 0; },
                   [&] { EXPECT_EQ(result, -1); }),
               0);
-    EXPECT_STREQ(text, other_text);
+    EXPECT_STREQ(text, other_string);
     eml_receive_msg_destroy(list);
     server_info_destroy(server);
     host.reset();
@@ -422,13 +410,10 @@ TEST_P(NoMemory, ForReceiving)
 TEST_P(NoMemory, ForStartingAnEngine)
 {
     settings("");
-    int   untouched = 0;
-    void* eml       = nullptr;
-    int   result    = 0;
-    // What stays for the next start is there from the first one on.
-    EXPECT_EQ(eml_start(workdir_.c_str(), &eml), 0);
-    EXPECT_EQ(eml_stop(eml), 0);
-    int const descriptors = zelieml::test::open_descriptors();
+    int const descriptors = descriptors_without_an_engine(workdir_);
+    int       untouched   = 0;
+    void*     eml         = nullptr;
+    int       result      = 0;
     EXPECT_GT(until_it_succeeds(
                   [&] {
                       eml    = &untouched;
@@ -472,15 +457,15 @@ TEST_P(NoMemory, ForCallbacks)
     EXPECT_EQ(eml_stop(eml), 0);
 }
 
-// A post that cannot be announced for want of memory is saved all the same, and so it succeeds.
+// A post that cannot be announced without memory is saved, and so it succeeds.
 TEST_P(NoMemory, ForAPostToAnEngine)
 {
     settings("");
-    EXPECT_EQ(eml_msg_set_subject(msg_, long_text), 0);
-    void* eml = nullptr;
+    EXPECT_EQ(eml_msg_set_subject(msg_, long_string), 0);
+    int const descriptors = descriptors_without_an_engine(workdir_);
+    void*     eml         = nullptr;
     EXPECT_EQ(eml_start(workdir_.c_str(), &eml), 0);
-    int const         descriptors = zelieml::test::open_descriptors();
-    std::string const file        = dir_.file("a message file with a name of some length.sme");
+    std::string const file = dir_.file("a message file with a name of some length.sme");
     struct row {
         char const*          name;
         std::function<int()> post;
@@ -510,7 +495,6 @@ TEST_P(NoMemory, ForAPostToAnEngine)
         }
         EXPECT_GT(good, 3) << "a post asks for memory more often than that";
     }
-    // The engine's end of the last notification may be open for a moment.
-    EXPECT_TRUE(wait_until([&] { return zelieml::test::open_descriptors() == descriptors; }));
     EXPECT_EQ(eml_stop(eml), 0);
+    EXPECT_EQ(zelieml::test::open_descriptors(), descriptors);
 }
