@@ -37,7 +37,7 @@ protected:
     std::string const settings_ = work_ + "/zelismes.cf";
 };
 
-// The server of one user, and what tells an example of it.
+// The server of one user, and the arguments that name it to an example.
 mailserver::options for_tim()
 {
     mailserver::options options;
@@ -57,7 +57,7 @@ strings smtp_of(mail_server const& server)
             "smtp_port=" + std::to_string(server.smtp_port())};
 }
 
-// Arguments in a row. Where a field is set twice, the first one holds.
+// All these arguments. Where a field is set twice, the first value counts.
 strings words(strings first, strings const& second = {}, strings const& third = {})
 {
     first.insert(first.end(), second.begin(), second.end());
@@ -258,7 +258,7 @@ TEST(SettingsExample, TriesBothServersAndPrintsWhatTheySaid)
     EXPECT_NE(server.sessions()[1].find("C: AUTH CRAM-MD5\n"), std::string::npos);
 }
 
-TEST(SettingsExample, PrintsNoTextOfServersThatAreNotTrusted)
+TEST(SettingsExample, PrintsNothingThatUntrustedServersSay)
 {
     mail_server server(for_tim());
     expect(run(SETTINGS_EXAMPLE, words(pop_of(server), {"pop_auth_type=apop"})), 0,

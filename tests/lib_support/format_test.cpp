@@ -1,4 +1,4 @@
-// format_test.cpp - text into fixed buffers
+// format_test.cpp - strings into fixed buffers
 
 #include "support/format.h"
 
@@ -11,7 +11,7 @@ namespace zelieml
 namespace
 {
 
-TEST(FormatText, WritesATextThatFitsWithItsNul)
+TEST(FormatText, WritesAStringThatFitsWithItsNul)
 {
     char out[6];
     EXPECT_EQ(format_text(out, "%s-%d", "ab", 12), 5);
@@ -20,7 +20,7 @@ TEST(FormatText, WritesATextThatFitsWithItsNul)
     EXPECT_STREQ(out, "");
 }
 
-TEST(FormatText, LeavesAnEmptyTextOfOneThatDoesNotFit)
+TEST(FormatText, LeavesAnEmptyStringWhenTheResultDoesNotFit)
 {
     struct {
         std::string text;

@@ -11,7 +11,7 @@ namespace zelieml
 namespace
 {
 
-TEST(Heap, GivesABufferForEverySizeThatThereIs)
+TEST(Heap, GivesABufferOfAnySize)
 {
     for (std::size_t const size : {std::size_t{0}, std::size_t{1}, std::size_t{100000}}) {
         void* const buffer = heap_alloc(size);

@@ -10,7 +10,7 @@ namespace zelieml
 namespace
 {
 
-TEST(TextToInt, ReadsWhatStandsInFront)
+TEST(TextToInt, ReadsTheNumberAtTheStart)
 {
     struct {
         char const* text;

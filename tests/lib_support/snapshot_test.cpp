@@ -33,7 +33,7 @@ TEST(Snapshot, IsReplacedByTheChangedCopy)
     EXPECT_EQ(*list.get(), (numbers{1, 2}));
 }
 
-TEST(Snapshot, StaysWhenTheChangeSaysThatItIsNone)
+TEST(Snapshot, StaysWhenTheChangeReturnsFalse)
 {
     snapshot<int> list;
     auto const    before = list.get();
@@ -89,7 +89,7 @@ TEST(Snapshot, StartsOverWithAFreshCopyWhenAnotherWasFaster)
     EXPECT_EQ(*list.get(), (numbers{1, 2, 3, 100}));
 }
 
-TEST(Snapshot, SeenAgainTheChangeMayTurnOutToBeNone)
+TEST(Snapshot, MayNeedNoChangeWhenItStartsOver)
 {
     snapshot<int> list;
     auto          add_once = [&](numbers& l) {

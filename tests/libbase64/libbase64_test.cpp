@@ -1,3 +1,5 @@
+// libbase64_test.cpp - Base64 as the library writes and reads it
+
 #include "libbase64/libbase64.h"
 
 #include <climits>
@@ -33,8 +35,8 @@ std::optional<std::string> encode(std::string const& data, bool line_breaks = fa
     return std::string(reinterpret_cast<char const*>(text.get()));
 }
 
-// What base64_decode_ex makes, or nothing when it fails. The text stands in a buffer of its exact
-// size, so that reading past its end is seen.
+// What base64_decode_ex makes, or nothing when it fails. The string has a buffer of its exact size,
+// so that reading past its end is seen.
 std::optional<std::string> decode(std::string const& text)
 {
     std::vector<unsigned char> const exact(text.begin(), text.end());
@@ -173,7 +175,7 @@ TEST(Base64, BreaksLinesAfter76Characters)
           {"56 bytes fill the line with their padding", 56, std::string(75, 'c') + "=n"},
           {"57 bytes fill the line", 57, full + "n"},
           {"a shorter last line has no break", 58, full + "ncc=="},
-          {"the last full line ends the text", 114, full + "n" + full + "n"},
+          {"a full line at the end has a break too", 114, full + "n" + full + "n"},
           {"padding fills the second line too", 112, full + "n" + std::string(74, 'c') + "==n"},
           {"two lines and one more group", 117, full + "n" + full + "ncccc"},
     };
@@ -227,23 +229,23 @@ TEST(Base64, DecodesByItsOwnRules)
 {
     decode_case const cases[] = {
         {"a trailing line break is ignored", "Zm9v\r\n", "foo"},
-        {"so is a single line feed", "Zm9v\n", "foo"},
-        {"so are up to three characters of any kind", "Zm9v ?*", "foo"},
+        {"a trailing line feed is ignored", "Zm9v\n", "foo"},
+        {"up to three trailing characters of any kind are ignored", "Zm9v ?*", "foo"},
         {"less than a group is nothing", "Zm9", ""},
         {"a line break may stand before the first group", "\r\nZm9v", "foo"},
         {"carriage return alone", "Zm9v\rYmFy", "foobar"},
         {"line feed alone", "Zm9v\nYmFy", "foobar"},
         {"the two in the other order", "Zm9v\n\rYmFy", "foobar"},
         {"two line feeds", "Zm9v\n\nYmFy", "foobar"},
-        {"three are one too many", "Zm9v\r\n\nYmFy", std::nullopt},
+        {"three line-break characters are one too many", "Zm9v\r\n\nYmFy", std::nullopt},
         {"a line break within a group", "Zm\r\n9v", std::nullopt},
         {"skipping may leave less than a group", "Zm9v\r\nYm", "foo"},
-        {"or nothing", "Zm9vYmFy\r\n\r\n", "foobar"},
+        {"skipping may leave nothing", "Zm9vYmFy\r\n\r\n", "foobar"},
         {"four line breaks are skipped in pairs only before a group", "\r\n\r\nZm9v", std::nullopt},
         {"a space between groups", "Zm9v YmFy", std::nullopt},
         {"a space within a group", "Zm 9", std::nullopt},
         {"a character outside the alphabet", "Zm9*", std::nullopt},
-        {"the alphabet of file names", "Zm_-", std::nullopt},
+        {"the alphabet for file names and URLs", "Zm_-", std::nullopt},
         {"a NUL", "Zm\0v"s, std::nullopt},
         {"a byte of 128", "Zm9\x80", std::nullopt},
         {"a byte of 255",
@@ -251,7 +253,7 @@ TEST(Base64, DecodesByItsOwnRules)
          "m9v",
          std::nullopt},
         {"a bad group after good ones", "Zm9vYmFyZm*v", std::nullopt},
-        {"padding ends a group, not the text", "Zg==Zm8=Zm9v", "ffofoo"},
+        {"padding ends a group, not the string", "Zg==Zm8=Zm9v", "ffofoo"},
         {"padding as third character omits the second byte only", "AA=B", "\0\1"s},
         {"padding as first character has the value 64", "=AAA", "\0\0\0"s},
         {"padding as second character has the value 64", "A=AA", "\4\0\0"s},
@@ -316,7 +318,7 @@ TEST(Base64, RefusesNullAndNegativeLengths)
     EXPECT_EQ(len, 7);
 }
 
-TEST(Base64, RefusesDataWhoseTextPassesAnInt)
+TEST(Base64, RefusesDataWhoseEncodedLengthPassesAnInt)
 {
     // The shortest lengths that are too long: the data is never looked at.
     unsigned char const data = 'x';

@@ -39,9 +39,9 @@ eml_send_e code_of(void* cb)
 
 }  // namespace
 
-TEST(ResultRecord, KeepsCodeAndTextAsGiven)
+TEST(ResultRecord, KeepsCodeAndMessageAsGiven)
 {
-    std::string const long_text(2000, 'x');
+    std::string const long_message(2000, 'x');
     struct row {
         eml_send_e  code;
         char const* message;
@@ -49,9 +49,9 @@ TEST(ResultRecord, KeepsCodeAndTextAsGiven)
     row const rows[] = {
         {eml_send_ok, "250 ok\r\n221 bye\r\n"},
         {eml_send_error_other, ""},
-        {eml_send_error_connection, long_text.c_str()},
+        {eml_send_error_connection, long_message.c_str()},
         {eml_send_error_auth, "535 \xe7\xb4\x99\r\n"},
-        {static_cast<eml_send_e>(77), "a code of nobody's"},
+        {static_cast<eml_send_e>(77), "a code that has no name"},
     };
     for (row const& r : rows) {
         record_holder const cb = new_record(r.code, r.message);
@@ -60,15 +60,15 @@ TEST(ResultRecord, KeepsCodeAndTextAsGiven)
     }
 }
 
-TEST(ResultRecord, OwnsACopyOfTheText)
+TEST(ResultRecord, OwnsACopyOfTheMessage)
 {
-    char                text[] = "before";
-    record_holder const cb     = new_record(eml_send_ok, text);
-    std::strcpy(text, "after");
+    char                message[] = "before";
+    record_holder const cb        = new_record(eml_send_ok, message);
+    std::strcpy(message, "after");
     EXPECT_EQ(message_of(cb.get()), "before");
 }
 
-TEST(ResultRecord, GivesItsTextOnlyIntoRoomForTheTextAndItsNul)
+TEST(ResultRecord, CopiesItsMessageWholeOrNotAtAll)
 {
     record_holder const cb = new_record(eml_send_ok, "12345");
     struct row {
@@ -92,7 +92,7 @@ TEST(ResultRecord, GivesItsTextOnlyIntoRoomForTheTextAndItsNul)
     }
 }
 
-TEST(ResultRecord, OfAnEmptyTextNeedsOneByte)
+TEST(ResultRecord, WithAnEmptyMessageNeedsOneByte)
 {
     record_holder const cb    = new_record(eml_send_error_other, "");
     char                buf[] = "x";
@@ -135,7 +135,7 @@ TEST(ResultRecord, RefusesNull)
     EXPECT_STREQ(buf, "kept");
 }
 
-TEST(ResultRecord, FreesNullWithoutComplaint)
+TEST(ResultRecord, AcceptsNullForDestruction)
 {
     EXPECT_EQ(cb_destroy(nullptr), 0);
 }

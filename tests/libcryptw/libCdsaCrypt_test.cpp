@@ -1,3 +1,5 @@
+// libCdsaCrypt_test.cpp - the wrappers over key handles and key pairs
+
 #include "libcryptw/libCdsaCrypt.h"
 
 #include <climits>
@@ -138,7 +140,7 @@ TEST_F(Wrappers, StartUpMayBeRepeated)
     EXPECT_EQ(cssmStartup(), 0);
 }
 
-TEST_F(Wrappers, DigestAndStagedDigestAgreeAndAChangedTextHasAnother)
+TEST_F(Wrappers, DigestAndStagedDigestAgreeAndAChangedMessageHasAnother)
 {
     csp_buffer whole;
     csp_buffer staged;
@@ -165,7 +167,7 @@ TEST_F(Wrappers, DigestWithoutASessionIsTheSame)
     EXPECT_EQ(to_hex(digest, sizeof digest), "900150983cd24fb0d6963f7d28e17f72");
 }
 
-TEST_F(Wrappers, DecryptingGivesTheTextAgain)
+TEST_F(Wrappers, DecryptingGivesTheClearTextAgain)
 {
     csp_key_holder const key = derived_key("phrase");
     for (std::size_t const size : {0U, 1U, 999U, 5000U}) {
@@ -176,7 +178,7 @@ TEST_F(Wrappers, DecryptingGivesTheTextAgain)
     }
 }
 
-TEST_F(Wrappers, AChangedCipherTextOrAnotherKeyGivesAnotherText)
+TEST_F(Wrappers, AChangedCipherTextOrAnotherKeyGivesOtherClearText)
 {
     csp_key_holder const key    = derived_key("phrase");
     std::string const    clear  = "a text to keep";
@@ -283,7 +285,7 @@ protected:
 constexpr cssm_algorithm signature_algorithms[] = {CSSM_ALGID_SHA1WithRSA,
                                                    CSSM_ALGID_SHA256WithRSA};
 
-TEST_F(KeyPairs, ASignatureIsOfItsTextItsKeyAndItsAlgorithm)
+TEST_F(KeyPairs, ASignatureFitsOnlyItsMessageItsKeyAndItsAlgorithm)
 {
     csp_key* other_public  = nullptr;
     csp_key* other_private = nullptr;

@@ -1,3 +1,5 @@
+// libcryptw_test.cpp - digests, encryption with a pass phrase, stored passwords
+
 #include "libcryptw/libcryptw.h"
 
 #include <algorithm>
@@ -179,11 +181,11 @@ TEST_F(Crypt, HmacOfALongKeyUsesTheDigestOfItsText)
     std::string const key(80, 'k');
     EXPECT_EQ(hmac(key, text), hmac(*take(icryptw().md5(bytes_of(key), 80), 16), text));
 
-    // Of its text, not of its 80 bytes: what comes after a NUL does not count.
+    // Up to its NUL, not of its 80 bytes: what comes after a NUL does not count.
     std::string const with_nul = key.substr(0, 20) + '\0' + key.substr(21);
     EXPECT_EQ(hmac(with_nul, text), hmac(*take(icryptw().md5(bytes_of(key), 20), 16), text));
 
-    // A key length below the key's text counts for nothing but the choice.
+    // The key length only decides whether the key is digested; its NUL decides how much of it.
     EXPECT_EQ(hex_of(take(icryptw().hmac_md5(bytes_of(key), 65, bytes_of(text), 4), 16)),
               hmac(key, text));
 }
@@ -197,7 +199,7 @@ TEST_F(Crypt, HmacTakesKeysOfUpTo64BytesAsTheyAre)
     EXPECT_EQ(hmac("", ""), "74e6f7298a9c2d168935f58c001bad88");
 }
 
-TEST_F(Crypt, HmacRefusesATextThatIsLongerThanMemory)
+TEST_F(Crypt, HmacRefusesAMessageThatIsLongerThanMemory)
 {
     EXPECT_EQ(icryptw().hmac_md5(bytes_of("k"), 1, bytes_of("t"), static_cast<unsigned long>(-1)),
               nullptr);
@@ -227,7 +229,7 @@ TEST_F(Crypt, TheImplementationHasNoState)
 
 // ---- encryption with any pass phrase
 
-TEST_F(Crypt, EncryptsAsEverywhereElse)
+TEST_F(Crypt, EncryptsToTheSameBytesOnEverySystem)
 {
     // PBKDF2-HMAC-SHA1 of "phrase" with its MD5 as salt, 1000 rounds, 5 bytes, RC4; on any system.
     EXPECT_EQ(hex_of(crypted(encrypt2, "phrase", "secret")), "accc4a4bd8d1");
@@ -256,7 +258,7 @@ TEST_F(Crypt, BothPathsReadEachOtherAtEverySize)
     }
 }
 
-TEST_F(Crypt, AChangedCipherTextOrAnotherPassPhraseGivesAnotherText)
+TEST_F(Crypt, AChangedCipherTextOrAnotherPassPhraseGivesOtherClearText)
 {
     std::string const clear  = "a text to keep";
     std::string       cipher = *crypted(encrypt2, "phrase", clear);
@@ -268,7 +270,7 @@ TEST_F(Crypt, AChangedCipherTextOrAnotherPassPhraseGivesAnotherText)
     EXPECT_NE(slot_decrypt("phrase", cipher), clear);
 }
 
-TEST_F(Crypt, AnEmptyPassPhraseIsOneToo)
+TEST_F(Crypt, AnEmptyPassPhraseIsAccepted)
 {
     result const cipher = crypted(encrypt2, "", "secret");
     ASSERT_TRUE(cipher);
@@ -358,9 +360,9 @@ TEST_F(Crypt, ThePassPhraseIsAlwaysTheSameAndReadable)
     EXPECT_EQ(get_passwdkey(), pass_phrase);
 }
 
-TEST_F(Crypt, ThePassPhraseDoesNotStandInTheLibrary)
+TEST_F(Crypt, ThePassPhraseIsNotReadableInTheLibrary)
 {
-    constexpr std::size_t window      = 8;  // shorter ones stand in other words
+    constexpr std::size_t window      = 8;  // shorter ones are in other words too
     std::string const     library     = test::read_file(ZELIEML_ARCHIVE);
     std::string const     pass_phrase = get_passwdkey();
     for (std::size_t at = 0; at + window <= pass_phrase.size(); ++at) {
@@ -396,7 +398,7 @@ TEST_F(Crypt, TheSamePasswordHasTheSameStoredForm)
     EXPECT_EQ(stored_form("secret"), stored);
     EXPECT_NE(stored_form("Secret"), stored);
 
-    // It is that of the pass phrase, and stays so: settings files hold it.
+    // It depends on the pass phrase alone. It must not change: settings files hold it.
     EXPECT_EQ(hex_of(crypted(encrypt2, get_passwdkey(), "secret")), "dbaaffa61b45");
     EXPECT_EQ(stored, "DBAAFFA61B45");
     EXPECT_EQ(slot_encrypt(get_passwdkey(), "secret"), from_hex("dbaaffa61b45"));
@@ -414,13 +416,13 @@ struct stored_case {
     result      same_as;  // has the password of this stored form
 };
 
-TEST_F(Crypt, AnyTextOfPairsDecryptsToSomething)
+TEST_F(Crypt, AnyPairsOfCharactersDecryptToSomething)
 {
     stored_case const cases[] = {
         {"lower case is read too", "dbaaffa61b45", "DBAAFFA61B45"},
-        {"what is no digit counts as 0", "DBAAFFA61B45G?", "DBAAFFA61B4500"},
-        {"so does a byte of 255", "\xff\xff", "00"},
-        {"nothing is the empty password", "", ""},
+        {"a character that is no digit counts as 0", "DBAAFFA61B45G?", "DBAAFFA61B4500"},
+        {"a byte of 255 counts as 0", "\xff\xff", "00"},
+        {"the empty string is the empty password", "", ""},
     };
     for (stored_case const& c : cases) {
         ASSERT_TRUE(password_of(c.stored)) << c.reason;
@@ -430,7 +432,7 @@ TEST_F(Crypt, AnyTextOfPairsDecryptsToSomething)
     EXPECT_NE(password_of("DBAAFFA61B46"), "secret") << "tampered with";
 }
 
-TEST_F(Crypt, HalfAByteIsRefused)
+TEST_F(Crypt, AnOddNumberOfDigitsIsRefused)
 {
     EXPECT_EQ(password_of("DBA"), std::nullopt);
     EXPECT_EQ(test::trouble_traces(), strings{"error:etc_hexstr2bin"});
@@ -459,7 +461,7 @@ TEST_F(Crypt, WithoutMemoryEachFunctionSaysWhereItFailed)
         {"encrypt_passwd",
          [] { return stored_form("secret"); },
          {{"error:encrypt"}, {"error:etc_bin2hexstr"}}},
-        // Without memory for the last copy there is no text of its own.
+        // No trace without memory for the last copy.
         {"decrypt_passwd",
          [] { return password_of("DBAAFFA61B45"); },
          {{"error:etc_hexstr2bin"}, {"error:crypt.decrypt"}, {}}},

@@ -1,3 +1,5 @@
+// passwd_key_test.cpp - the key of stored passwords
+//
 // The key of stored passwords is derived once in a process, so the order matters here: all that
 // concerns it is one test.
 

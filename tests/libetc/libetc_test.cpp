@@ -1,3 +1,5 @@
+// libetc_test.cpp - bytes as hexadecimal digits, and back
+
 #include "libetc/libetc.h"
 
 #include <climits>
@@ -22,7 +24,7 @@ unsigned char const* bytes_of(std::string const& text)
     return reinterpret_cast<unsigned char const*>(text.c_str());
 }
 
-std::optional<std::string> to_text(std::string const& data)
+std::optional<std::string> to_digits(std::string const& data)
 {
     binhex_buffer const text(etc_bin2hexstr(bytes_of(data), static_cast<int>(data.size())));
     if (!text) {
@@ -44,14 +46,14 @@ std::optional<std::string> to_bytes(std::string const& text)
 
 TEST(Hex, WritesTwoUpperCaseDigitsForEachByte)
 {
-    EXPECT_EQ(to_text("\x0a\xff"), "0AFF");
-    EXPECT_EQ(to_text("\0"s), "00");
-    EXPECT_EQ(to_text("\x12\x34\x56\x78\x9a\xbc\xde\xf0"), "123456789ABCDEF0");
+    EXPECT_EQ(to_digits("\x0a\xff"), "0AFF");
+    EXPECT_EQ(to_digits("\0"s), "00");
+    EXPECT_EQ(to_digits("\x12\x34\x56\x78\x9a\xbc\xde\xf0"), "123456789ABCDEF0");
 }
 
 TEST(Hex, NothingHasNoText)
 {
-    EXPECT_EQ(to_text(""), std::nullopt);
+    EXPECT_EQ(to_digits(""), std::nullopt);
 }
 
 struct read_case {
@@ -69,7 +71,7 @@ TEST(Hex, ReadsPairsOfDigits)
         {"every digit", "0123456789abcdef", "\x01\x23\x45\x67\x89\xab\xcd\xef"},
         {"no digits make no bytes, but a buffer", "", ""},
         {"other characters count as 0", "g1/1:1@1G1`1 1-1", "\1\1\1\1\1\1\1\1"},
-        {"as second of a pair too", "1g", "\x10"},
+        {"another character counts as 0 as second of a pair too", "1g", "\x10"},
         {"bytes of 128 and above count as 0",
          "\xff"
          "5",
@@ -90,14 +92,14 @@ TEST(Hex, ReadsWhatItWrote)
         while (data.size() < size) {
             data += static_cast<char>(random());
         }
-        std::optional<std::string> const text = to_text(data);
+        std::optional<std::string> const text = to_digits(data);
         ASSERT_TRUE(text);
         EXPECT_EQ(test::from_hex(*text), data);
         EXPECT_EQ(to_bytes(*text), data);
     }
 }
 
-TEST(Hex, RefusesNullAndLengthsThatAreNone)
+TEST(Hex, RefusesNullAndLengthsBelowOne)
 {
     unsigned char const data = 'x';
     int                 len  = 7;
@@ -110,7 +112,7 @@ TEST(Hex, RefusesNullAndLengthsThatAreNone)
     EXPECT_EQ(len, 7);
 }
 
-TEST(Hex, RefusesDataWhoseTextPassesAnInt)
+TEST(Hex, RefusesDataWhoseDigitsPassAnInt)
 {
     // The data is never looked at.
     unsigned char const data = 'x';
@@ -122,10 +124,10 @@ TEST(Hex, FailsWithoutMemoryAndLeavesNothingBehind)
 {
     int const before = test::live_heap_buffers();
     test::fail_heap_after(0);
-    EXPECT_EQ(to_text("x"), std::nullopt);
+    EXPECT_EQ(to_digits("x"), std::nullopt);
     EXPECT_EQ(to_bytes("00"), std::nullopt);
     test::fail_heap_after(-1);
-    EXPECT_EQ(to_text("x"), "78");
+    EXPECT_EQ(to_digits("x"), "78");
     EXPECT_EQ(to_bytes("78"), "x");
     etc_binhex_free(nullptr);
     EXPECT_EQ(test::live_heap_buffers(), before);

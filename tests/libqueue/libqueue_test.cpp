@@ -110,7 +110,7 @@ TEST(QueueEntry, EqualsAnotherOfTheSamePath)
     };
     row const rows[] = {
         {"/w/b.sme", "another byte"},
-        {"/w/A.sme", "another case"},
+        {"/w/A.sme", "compared case-sensitively"},
         {"/w/a.sme2", "longer"},
         {"/w/a.sm", "shorter"},
         {"/w//a.sme", "the same file by another path"},

@@ -1,4 +1,4 @@
-// libtimew_test.cpp - the current local time as text
+// libtimew_test.cpp - the current local time as strings
 
 #include "libtimew/libtimew.h"
 

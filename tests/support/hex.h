@@ -29,12 +29,12 @@ inline std::string from_hex(std::string const& digits)
 inline std::string to_hex(void const* data, std::size_t size)
 {
     auto const* const bytes = static_cast<unsigned char const*>(data);
-    std::string       text;
+    std::string       digits;
     for (std::size_t i = 0; i < size; ++i) {
-        text += "0123456789abcdef"[bytes[i] >> 4];
-        text += "0123456789abcdef"[bytes[i] & 15];
+        digits += "0123456789abcdef"[bytes[i] >> 4];
+        digits += "0123456789abcdef"[bytes[i] & 15];
     }
-    return text;
+    return digits;
 }
 
 }  // namespace zelieml::test

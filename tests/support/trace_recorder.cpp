@@ -25,20 +25,20 @@ struct own_memory {
     friend bool operator!=(own_memory const& /*a*/, own_memory const& /*b*/) { return false; }
 };
 
-using kept_text = std::basic_string<char, std::char_traits<char>, own_memory<char>>;
+using kept_string = std::basic_string<char, std::char_traits<char>, own_memory<char>>;
 
-std::mutex                                    guard;
-std::vector<kept_text, own_memory<kept_text>> texts;
+std::mutex                                        guard;
+std::vector<kept_string, own_memory<kept_string>> kept;
 
 }  // namespace
 
 namespace zelieml
 {
 
-void trace_msg(char const* text)
+void trace_msg(char const* trace)
 {
     std::lock_guard<std::mutex> hold(guard);
-    texts.emplace_back(text != nullptr ? text : "(null)");
+    kept.emplace_back(trace != nullptr ? trace : "(null)");
 }
 
 namespace test
@@ -47,15 +47,15 @@ namespace test
 void clear_traces()
 {
     std::lock_guard<std::mutex> hold(guard);
-    texts.clear();
+    kept.clear();
 }
 
 std::vector<std::string> traces()
 {
     std::lock_guard<std::mutex> hold(guard);
     std::vector<std::string>    all;
-    for (kept_text const& text : texts) {
-        all.emplace_back(text.c_str());
+    for (kept_string const& trace : kept) {
+        all.emplace_back(trace.c_str());
     }
     return all;
 }
@@ -63,10 +63,10 @@ std::vector<std::string> traces()
 std::vector<std::string> trouble_traces()
 {
     std::vector<std::string> trouble;
-    for (std::string const& text : traces()) {
+    for (std::string const& trace : traces()) {
         for (char const* start : {"error", "errro", "warning"}) {
-            if (text.rfind(start, 0) == 0) {
-                trouble.push_back(text);
+            if (trace.rfind(start, 0) == 0) {
+                trouble.push_back(trace);
                 break;
             }
         }

@@ -1,6 +1,6 @@
 // trace_recorder.h - what the library said to its trace hook
 //
-// trace_recorder.cpp replaces the library's empty hook and keeps the texts.
+// trace_recorder.cpp replaces the library's empty hook and keeps every trace.
 
 #ifndef ZELIEML_TESTS_SUPPORT_TRACE_RECORDER_H
 #define ZELIEML_TESTS_SUPPORT_TRACE_RECORDER_H
@@ -11,10 +11,10 @@
 namespace zelieml::test
 {
 
-// Forgets all texts.
+// Forgets all traces.
 void clear_traces();
 
-// All texts since the last clear_traces, in order, of all threads.
+// All traces since the last clear_traces, in order, of all threads.
 std::vector<std::string> traces();
 
 // Those of traces() that report a failure or a tolerated condition: they begin with "error",
