@@ -21,18 +21,8 @@
 #include <unistd.h>
 
 #include "tests/api/string_fields.h"
+#include "tests/support/check.h"
 
-static int failures = 0;
-
-static void check(int good, char const* what, int line)
-{
-    if (!good) {
-        fprintf(stderr, "line %d: %s\n", line, what);
-        ++failures;
-    }
-}
-
-#define CHECK(condition) check((condition) ? 1 : 0, #condition, __LINE__)
 #define CHECK_STRING(came, wanted)                                                                 \
     check(strcmp((came), (wanted)) == 0, #came " is " wanted, __LINE__)
 

@@ -14,17 +14,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-static int failures = 0;
-
-static void check(int good, char const* what, int line)
-{
-    if (!good) {
-        fprintf(stderr, "line %d: %s\n", line, what);
-        ++failures;
-    }
-}
-
-#define CHECK(condition) check((condition) ? 1 : 0, #condition, __LINE__)
+#include "tests/support/check.h"
 
 static void find(void* library, char const* name, void* function)
 {
