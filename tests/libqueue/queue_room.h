@@ -3,6 +3,7 @@
 #ifndef ZELIEML_TESTS_LIBQUEUE_QUEUE_ROOM_H
 #define ZELIEML_TESTS_LIBQUEUE_QUEUE_ROOM_H
 
+#include <filesystem>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
@@ -30,12 +31,14 @@ protected:
         write_file(path, name);
         return path;
     }
-    // Makes so many, with a prefix and numbers for names, which sort as they are made.
+    // Makes so many, with a prefix and numbers for names, which sort as they are made. They are
+    // links to one file: to make hundreds of files takes some file systems long.
     strings messages(std::size_t count, std::string const& prefix = "") const
     {
-        strings paths;
-        for (std::size_t i = 0; i < count; ++i) {
-            paths.push_back(message(prefix + std::to_string(1000 + i)));
+        strings paths = {message(prefix + std::to_string(1000))};
+        for (std::size_t i = 1; i < count; ++i) {
+            paths.push_back(dir_.file(prefix + std::to_string(1000 + i) + ".sme"));
+            std::filesystem::create_hard_link(paths[0], paths[i]);
         }
         return paths;
     }
