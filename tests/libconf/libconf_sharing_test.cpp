@@ -30,16 +30,11 @@ protected:
 
     void write_settings() const { test::write_file(path, "turns = s\r\nstays = same\r\n"); }
 
-    // Changes one of the two values again and again. Returns false when it cannot.
-    bool write(int times)
+    // Changes one of the two values to and fro. Returns false when it cannot.
+    bool write_both()
     {
-        for (int i = 0; i < times; ++i) {
-            std::string const& value = i % 2 == 0 ? long_value : short_value;
-            if (confw_set_string("turns", value.c_str(), path.c_str()) != 0) {
-                return false;
-            }
-        }
-        return true;
+        return confw_set_string("turns", long_value.c_str(), path.c_str()) == 0 &&
+               confw_set_string("turns", short_value.c_str(), path.c_str()) == 0;
     }
 
     // Reads both values once. Returns false when something else than an old value, the new value or
@@ -61,7 +56,20 @@ protected:
             if (!known || len != std::strlen(val)) {
                 return false;
             }
-            ++good_values;
+            short_seen += val == short_value ? 1 : 0;
+            long_seen += val == long_value ? 1 : 0;
+        }
+        return true;
+    }
+
+    // Reads until both values have come often, which shows that they change meanwhile. Returns
+    // false when a reading was wrong.
+    bool read_until_both_came(int times)
+    {
+        while (short_seen < times || long_seen < times) {
+            if (!read()) {
+                return false;
+            }
         }
         return true;
     }
@@ -76,71 +84,74 @@ protected:
         return pid;
     }
 
-    // Lets threads read until the process has ended. Returns whether all went well.
-    bool read_on_threads_beside(pid_t pid)
+    // Three threads that read until both values have come often. Returns whether all went well.
+    bool read_on_threads(int times)
     {
-        std::atomic<bool>        ended{false};
         std::atomic<bool>        well{true};
         std::vector<std::thread> readers;
         for (int i = 0; i < 3; ++i) {
             readers.emplace_back([&] {
-                while (!ended) {
-                    if (!read()) {
-                        well = false;
-                    }
+                if (!read_until_both_came(times)) {
+                    well = false;
                 }
             });
         }
-        int  status = -1;
-        bool waited = ::waitpid(pid, &status, 0) == pid;
-        ended       = true;
         for (std::thread& reader : readers) {
             reader.join();
         }
-        return well && waited && status == 0;
+        return well;
+    }
+
+    static bool ended_well(pid_t pid)
+    {
+        int status = -1;
+        return ::waitpid(pid, &status, 0) == pid && status == 0;
     }
 
     test::temp_dir const dir;
     std::string const    path = dir.file("cf");
-    std::atomic<int>     good_values{0};
+    std::atomic<int>     short_seen{0};
+    std::atomic<int>     long_seen{0};
 };
 
 TEST_F(SharedSettings, AreSeenWholeByThreadsWhileAnotherProcessWrites)
 {
-    pid_t const writer = start_process([this] { return write(1000); });
+    std::string const end    = dir.file("end");
+    pid_t const       writer = start_process([&] {
+        bool well = true;
+        while (well && !test::file_exists(end)) {
+            well = write_both();
+        }
+        return well;
+    });
     ASSERT_GT(writer, 0);
-    EXPECT_TRUE(read_on_threads_beside(writer));
-    EXPECT_GT(good_values, 0);
+    EXPECT_TRUE(read_on_threads(3000));
+    test::write_file(end, "");
+    EXPECT_TRUE(ended_well(writer));
 }
 
 TEST_F(SharedSettings, AreSeenWholeByAnotherProcessWhileAThreadWrites)
 {
-    pid_t const reader = start_process([this] {
-        for (int i = 0; i < 3000; ++i) {
-            if (!read()) {
-                return false;
-            }
-        }
-        return good_values > 0;
-    });
+    pid_t const reader = start_process([this] { return read_until_both_came(3000); });
     ASSERT_GT(reader, 0);
 
     std::atomic<bool> ended{false};
     std::atomic<bool> well{true};
     std::thread       writer([&] {
         while (!ended) {
-            if (!write(2)) {
+            if (!write_both()) {
                 well = false;
             }
         }
     });
-    EXPECT_TRUE(read_on_threads_beside(reader));
+    EXPECT_TRUE(read_on_threads(3000));
+    EXPECT_TRUE(ended_well(reader));
     ended = true;
     writer.join();
     EXPECT_TRUE(well);
 }
 
-// They may fail, and lose what they like: what is certain is that the file can be used afterwards.
+// Each of them may fail, and a value may be lost: the file can be used afterwards.
 TEST_F(SharedSettings, CanBeSetAfterTwoWritersMet)
 {
     for (int round = 0; round < 200; ++round) {
