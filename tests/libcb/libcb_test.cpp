@@ -80,9 +80,9 @@ TEST(ResultRecord, CopiesItsMessageWholeOrNotAtAll)
         {6, 0, "five bytes and the NUL"},
         {7, 0, "more than enough"},
         {5, -1, "no room for the NUL"},
-        {1, -1, "too small"},
-        {0, -1, "none"},
-        {-1, -1, "a negative size is none"},
+        {1, -1, "room for the NUL only"},
+        {0, -1, "no room"},
+        {-1, -1, "a negative size"},
         {-2147483647 - 1, -1, "the most negative size"},
     };
     for (row const& r : rows) {

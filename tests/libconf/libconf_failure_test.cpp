@@ -21,7 +21,7 @@
 namespace
 {
 
-// What fails while it is named here; each with EIO.
+// What is to fail, with EIO.
 std::string failing_remove;
 bool        failing_rename       = false;
 bool        failing_read         = false;

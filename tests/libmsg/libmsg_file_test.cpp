@@ -155,8 +155,8 @@ TEST_F(MessageFile, BringsTheBodyBack)
         {"a\r\n\r\n\r\n", "a\n\n\n", "a\r\n\r\n\r\n", "empty lines at the end stay"},
         {"a\r\n\r\nb", "a\n\nb", "a\r\n\r\nb", "empty lines within stay"},
         {"\r\nx", "\nx", "x", "an empty line at the start is lost"},
-        {"\r\n\r\n", "\n\n", "", "and so is a body of empty lines"},
-        {"\n", "\n", "", "even one that was stored with a lone LF"},
+        {"\r\n\r\n", "\n\n", "", "a body of empty lines is lost"},
+        {"\n", "\n", "", "a body of one lone LF is lost"},
         {"a\r\nto: b\r\nc", "a\nto: b\nc", "a\r\nc", "a line that begins with a key is the field"},
         {"a\r\n to: b", "a\n to: b", "a\r\n to: b", "a blank before the key: a line of the body"},
         {"", "", "", "no body"},
@@ -235,7 +235,7 @@ TEST_F(MessageFile, IsReadLineByLine)
          record_with(&_s_msg::cc, "c", "one\r\ntwo")},
         {"a final LF after a field adds nothing to an empty body", "cc: c\n",
          record_with(&_s_msg::cc, "c")},
-        {"a field as the last line: the final empty line joins", "one\ncc: c\n",
+        {"a field as the last line: the empty line behind it joins the body", "one\ncc: c\n",
          record_with(&_s_msg::cc, "c", "one\r\n")},
         {"CR LF line ends keep their CR", "subject: s\r\nb\r\n",
          record_with(&_s_msg::subject, "s\r", "b\r\r\n")},
@@ -455,7 +455,7 @@ TEST_F(MessageFile, EndsWhereItsStreamDoes)
 {
     _s_msg        record;
     std::ifstream directory(dir.path());
-    EXPECT_EQ(read_msg(directory, &record), 0) << "nothing was asked to be thrown";
+    EXPECT_EQ(read_msg(directory, &record), 0) << "the stream was not told to throw";
     std::ifstream missing(path);
     EXPECT_EQ(read_msg(missing, &record), 0);
     EXPECT_EQ(record.body, "");

@@ -257,16 +257,16 @@ TEST_F(MessageRecord, GivesTheBodyCrLfLineEnds)
         {"a\r\nb", "a\r\nb", "CR LF already"},
         {"a\n\rb", "a\r\n\r\nb", "LF CR is two breaks"},
         {"x\r\r\n", "x\r\n\r\n", "a lone CR before CR LF"},
-        {"\r\r\n", "\r\n\r\n", "the same alone"},
+        {"\r\r\n", "\r\n\r\n", "a lone CR before CR LF, and nothing else"},
         {"\r\n", "\r\n", "one CR LF"},
         {"x\n", "x\r\n", "a final break"},
         {"x\n\n", "x\r\n\r\n", "fits with one byte to spare"},
         {"\nx\n", "\r\nx\r\n", "breaks around one character"},
         {"\r\n\n", "\r\n\r\n", "CR LF leaves room for a lone LF"},
-        {"\n", "\n", "nothing but lone breaks: stored as it is"},
-        {"\r", "\r", "the same with CR"},
-        {"\n\n", "\n\n", "the same with two"},
-        {"\n\r", "\n\r", "the same, mixed"},
+        {"\n", "\n", "nothing but a lone LF: stored as it is"},
+        {"\r", "\r", "nothing but a lone CR: stored as it is"},
+        {"\n\n", "\n\n", "nothing but two lone LFs: stored as they are"},
+        {"\n\r", "\n\r", "nothing but a lone LF and a lone CR: stored as they are"},
     };
     for (auto const& c : cases) {
         EXPECT_EQ(msg_set_body(msg, c.text), 0) << c.reason;

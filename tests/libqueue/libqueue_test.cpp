@@ -114,7 +114,7 @@ TEST(QueueEntry, EqualsAnotherOfTheSamePath)
         {"/w/a.sme2", "longer"},
         {"/w/a.sm", "shorter"},
         {"/w//a.sme", "the same file by another path"},
-        {std::string("/w/a.sme\0x", 10), "bytes after a NUL count"},
+        {std::string("/w/a.sme\0x", 10), "bytes behind a NUL are compared too"},
         {"", "empty"},
     };
     for (row const& r : rows) {
@@ -455,21 +455,21 @@ TEST_F(Queue, ASecondAttemptIsDueByTheTimeSinceQueueing)
     row const rows[] = {
         {1800000, 1799, false, "a second too early"},
         {1800000, 1800, true, "exactly"},
-        {1800000, 1801, true, "later"},
+        {1800000, 1801, true, "a second later"},
         {1800000, 0, false, "at once"},
         {1800000, -1, false, "the clock went back"},
         {999, 0, true, "less than a second is none"},
-        {999, -1, false, "the clock went back, and none is more than that"},
-        {0, 0, true, "none"},
-        {0, -1, false, "none, and the clock went back"},
-        {1000, 0, false, "a second"},
-        {1000, 1, true, "a second"},
+        {999, -1, false, "the clock went back, which is less than no time"},
+        {0, 0, true, "no interval"},
+        {0, -1, false, "no interval, and the clock went back"},
+        {1000, 0, false, "a second, at once"},
+        {1000, 1, true, "a second, exactly"},
         {1999, 1, true, "cut to a second"},
-        {2000, 1, false, "two"},
+        {2000, 1, false, "two seconds, one too early"},
         {1000, -1700000000, false, "the clock went back to 1970"},
-        {longest, 4294966, false, "the longest interval"},
-        {longest, 4294967, true, "the longest interval"},
-        {longest, -1, false, "a negative time is no large one"},
+        {longest, 4294966, false, "the longest interval, a second too early"},
+        {longest, 4294967, true, "the longest interval, exactly"},
+        {longest, -1, false, "a negative time does not count as a large one"},
     };
     queue().add({"/w/a.sme"});
     get(0, 0);

@@ -163,10 +163,10 @@ TEST(TimeTexts, HaveTheZoneInAFormOfTheirOwn)
         {-5 * hour, "--500", "five hours west"},
         {-3 * hour - 30 * minute, "--3-30", "three and a half hours west"},
         {-12 * hour, "--1200", "the far west"},
-        {9 * hour + 0.999, "+0900", "fractions are cut"},
-        {-5 * hour - 0.999, "--500", "towards zero"},
+        {9 * hour + 0.999, "+0900", "fractions are cut, in the east"},
+        {-5 * hour - 0.999, "--500", "fractions are cut towards zero"},
         {3.0 * INT_MAX, "+178956942", "more seconds than an int holds"},
-        {-3.0 * INT_MAX, "--1789569-42", "less than an int holds"},
+        {-3.0 * INT_MAX, "--1789569-42", "fewer seconds than an int holds"},
     };
     for (auto const& c : cases) {
         test::set_zone_offset(c.offset);
