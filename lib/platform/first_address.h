@@ -1,4 +1,4 @@
-// first_address.h - what the resolvers of both systems take from an answer
+// first_address.h - the address in a resolver's answer, for both systems
 
 #ifndef ZELIEML_PLATFORM_FIRST_ADDRESS_H
 #define ZELIEML_PLATFORM_FIRST_ADDRESS_H
@@ -11,10 +11,10 @@
 namespace zelieml::platform
 {
 
-// first_address - the first address of an answer, when it is an IPv4 one
+// first_address - the first address of an answer, if it is an IPv4 address
 //
-// entry    may be null: no answer
-// address  receives the address in network byte order; untouched otherwise
+// entry    the answer; null for none
+// address  receives the address in network byte order; otherwise untouched
 //
 // Returns whether there is one.
 inline bool first_address(hostent const* entry, std::uint32_t& address)

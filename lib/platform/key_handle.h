@@ -1,18 +1,17 @@
 // key_handle.h - cryptography through a provider, its keys and its contexts
 //
 // lib/platform/macos/key_handle.cpp: the CSSM interface of the Security framework.
-// lib/platform/linux/key_handle.cpp: libnettle; lib/platform/linux/key_pair.cpp, for what comes
-// after "key pairs" below: libhogweed. On Linux a program or library that reaches none of that
-// needs libhogweed no more than macOS does.
+// lib/platform/linux/key_handle.cpp: libnettle; lib/platform/linux/key_pair.cpp, for the functions
+// after "key pairs" below: libhogweed, which only programs that use these need.
 //
-// A session is one attachment to the provider. Keys and contexts belong to their session and have
-// to be freed before it is detached. A context is one operation in progress; when the provider
-// fails in a step, the text ends there.
+// A session is one attachment to the provider. Keys and contexts belong to their session and must
+// be freed before it is detached. A context is one operation in progress; when a step fails, the
+// operation is over.
 //
-// Every function returns 0, or the platform's error code; then no object and no buffer has been
-// made. An object that is null or of the wrong kind gives an error code; freeing or detaching null
-// does nothing and returns 0. Whatever a session hands out, it allocates with the memory functions
-// given to attach. One object serves one thread at a time; keys may be read by several.
+// Every function returns 0, or the platform's error code with nothing allocated. A null object, or
+// one of the wrong kind, is an error; freeing or detaching null does nothing and returns 0.
+// Whatever a session hands out is allocated with the memory functions given to attach. Only one
+// thread at a time may use an object; several may read a key.
 //
 // The names of the algorithms are those of CSSM; the numbers are our own.
 
@@ -45,7 +44,7 @@ struct csp_session;
 struct csp_key;
 struct csp_context;
 
-// The memory functions of a session; ref is handed to each call.
+// The memory functions of a session; ref is passed to each call.
 struct csp_memory {
     void* (*malloc_func)(std::size_t size, void* ref);
     void (*free_func)(void* buffer, void* ref);
@@ -54,13 +53,13 @@ struct csp_memory {
     void* ref;
 };
 
-// Bytes of the caller's; data may be null when there are none.
+// Bytes that the caller owns; data may be null when size is 0.
 struct csp_data {
     void const* data;
     std::size_t size;
 };
 
-// Bytes of the provider's, allocated with the session's memory functions; the caller's to free.
+// Bytes from the provider, allocated with the session's memory functions; the caller frees them.
 struct csp_buffer {
     unsigned char* data = nullptr;
     std::size_t    size = 0;
@@ -69,13 +68,13 @@ struct csp_buffer {
 namespace platform
 {
 
-// start_provider - make the provider ready for this process; may be repeated, on any thread
+// start_provider - start the provider for this process; may be called again, on any thread
 int start_provider();
 
 // attach - begin a session
 //
 // memory   copied
-// session  receives the session, the caller's to detach
+// session  receives the session, which the caller detaches
 int attach(csp_memory const& memory, csp_session*& session);
 
 int detach(csp_session* session);
@@ -86,51 +85,51 @@ int detach(csp_session* session);
 // rounds     at least 1; macOS fails with fewer than 1000
 // algorithm  what the key is for: CSSM_ALGID_RC4
 // key_bits   8 to 2048, a multiple of 8
-// key        receives the key, the caller's to free with free_key
+// key        receives the key, which the caller frees with free_key
 int derive_key(csp_session* session, csp_data pass_phrase, csp_data salt, unsigned rounds,
                cssm_algorithm algorithm, unsigned key_bits, csp_key*& key);
 
-// free_key - release a key of any kind
+// free_key - free a key of any kind
 int free_key(csp_key* key);
 
 // make_crypt_context - a context that encrypts or decrypts with a symmetric key
 //
-// key      the context keeps its own copy
-// context  receives the context, the caller's to free with free_context
+// key      copied
+// context  receives the context, which the caller frees with free_context
 int make_crypt_context(csp_session* session, csp_key const* key, csp_context*& context);
 
-// free_context - release a context of any kind, its operation finished or not
+// free_context - free a context of any kind, even during an operation
 int free_context(csp_context* context);
 
-// crypt_at_once - encrypt or decrypt a whole text
+// crypt_at_once - encrypt or decrypt all data at once
 //
 // out  receives the result
 int crypt_at_once(csp_context* context, crypt_direction direction, csp_data in, csp_buffer& out);
 
-// begin_staged_crypt - from here on the context's pieces make a new text
+// begin_staged_crypt - begin encrypting or decrypting data in pieces
 int begin_staged_crypt(csp_context* context, crypt_direction direction);
 
 // staged_crypt - encrypt or decrypt the next piece
 //
 // direction  that of begin_staged_crypt
-// last       true for the last piece of the text
-// out        capacity bytes; a block cipher may produce up to 8 bytes more than the piece has
-// produced   receives the number of bytes at out
+// last       true for the last piece
+// out        room for capacity bytes; a block cipher may produce up to 8 bytes more than the piece
+// produced   receives the number of bytes written to out
 int staged_crypt(csp_context* context, crypt_direction direction, csp_data piece, bool last,
                  unsigned char* out, std::size_t capacity, std::size_t& produced);
 
-// digest_at_once - the digest of a whole text
+// digest_at_once - the digest of all data at once
 int digest_at_once(csp_session* session, cssm_algorithm algorithm, csp_data data,
                    csp_buffer& digest);
 
-// make_digest_context - a context that takes a text in pieces
+// make_digest_context - a context for a digest of data in pieces
 //
-// context  receives the context, the caller's to free with free_context
+// context  receives the context, which the caller frees with free_context
 int make_digest_context(csp_session* session, cssm_algorithm algorithm, csp_context*& context);
 
-// staged_digest - take the next piece
+// staged_digest - add the next piece
 //
-// digest  null while more pieces follow; with the last piece receives the digest
+// digest  null while more pieces follow; receives the digest with the last piece
 int staged_digest(csp_context* context, csp_data piece, csp_buffer* digest);
 
 // ---- key pairs
@@ -138,63 +137,63 @@ int staged_digest(csp_context* context, csp_data piece, csp_buffer* digest);
 // generate_key_pair - a key pair for signatures
 //
 // algorithm    CSSM_ALGID_RSA
-// key_bits     512 to 16384, the size of the modulus; macOS: 8192 at most
-// public_key, private_key  receive the keys, the caller's to free with free_key
+// key_bits     size of the modulus, 512 to 16384; on macOS at most 8192
+// public_key, private_key  receive the keys, which the caller frees with free_key
 int generate_key_pair(csp_session* session, cssm_algorithm algorithm, unsigned key_bits,
                       csp_key*& public_key, csp_key*& private_key);
 
 // generate_exchange_pair - a Diffie-Hellman pair
 //
-// The parameters are the provider's own (Linux: X25519, RFC 7748), so both sides of an exchange
-// have to run on the same system.
+// The parameters are the provider's (on Linux X25519, RFC 7748), so both sides of an exchange must
+// run on the same system.
 //
-// public_value  receives what the other side gets
-// private_key   receives the key, the caller's to free with free_key
+// public_value  receives the value to send to the other side
+// private_key   receives the key, which the caller frees with free_key
 int generate_exchange_pair(csp_session* session, csp_buffer& public_value, csp_key*& private_key);
 
 // exchange_key - the symmetric key that both sides of an exchange agree on
 //
-// private_key   own, of generate_exchange_pair
-// public_value  the other side's
+// private_key   from generate_exchange_pair
+// public_value  from the other side
 // algorithm     what the key is for: CSSM_ALGID_RC4
 // key_bits      8 to 256, a multiple of 8
-// key           receives the key, the caller's to free with free_key
+// key           receives the key, which the caller frees with free_key
 int exchange_key(csp_session* session, csp_key const* private_key, csp_data public_value,
                  cssm_algorithm algorithm, unsigned key_bits, csp_key*& key);
 
-// sign_at_once - sign a whole text
+// sign_at_once - sign all data at once
 //
 // key        private key of generate_key_pair
 // algorithm  CSSM_ALGID_SHA1WithRSA or CSSM_ALGID_SHA256WithRSA
 int sign_at_once(csp_session* session, csp_key const* key, cssm_algorithm algorithm, csp_data data,
                  csp_buffer& signature);
 
-// verify_at_once - check the signature of a whole text
+// verify_at_once - check the signature of all data at once
 //
 // key  public key of generate_key_pair
 //
-// Returns 0 only when the signature is the text's.
+// Returns 0 only when the signature is valid.
 int verify_at_once(csp_session* session, csp_key const* key, cssm_algorithm algorithm,
                    csp_data data, csp_data signature);
 
-// make_signature_context - a context that takes a text in pieces, to sign it with a private key
-// or to check its signature with a public key
+// make_signature_context - a context that signs data in pieces with a private key, or checks its
+// signature with a public key
 //
-// key      has to outlive the context
-// context  receives the context, the caller's to free with free_context
+// key      must outlive the context
+// context  receives the context, which the caller frees with free_context
 int make_signature_context(csp_session* session, csp_key const* key, cssm_algorithm algorithm,
                            csp_context*& context);
 
-// staged_sign - take the next piece
+// staged_sign - add the next piece
 //
-// signature  null while more pieces follow; with the last piece receives the signature
+// signature  null while more pieces follow; receives the signature with the last piece
 int staged_sign(csp_context* context, csp_data piece, csp_buffer* signature);
 
-// staged_verify - take the next piece
+// staged_verify - add the next piece
 //
-// signature  null while more pieces follow; with the last piece the signature to check
+// signature  null while more pieces follow; the signature to check with the last piece
 //
-// Returns 0 for the last piece only when the signature is the text's.
+// Returns 0 for the last piece only when the signature is valid.
 int staged_verify(csp_context* context, csp_data piece, csp_data const* signature);
 
 }  // namespace platform

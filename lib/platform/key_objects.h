@@ -1,7 +1,7 @@
 // key_objects.h - what sessions, keys and contexts have in common on all systems
 //
-// For the files that implement platform/key_handle.h, no others. Keys and contexts of every kind
-// are freed through their virtual destructor, so that one file frees what another has made.
+// Only for the files that implement platform/key_handle.h. Keys and contexts of every kind have a
+// virtual destructor, so that one file can free what another has made.
 
 #ifndef ZELIEML_PLATFORM_KEY_OBJECTS_H
 #define ZELIEML_PLATFORM_KEY_OBJECTS_H
@@ -39,11 +39,11 @@ struct csp_context {
 namespace platform
 {
 
-// The sizes of a modulus that key pairs may have.
+// The smallest and largest modulus of a key pair.
 constexpr unsigned min_rsa_bits = 512;
 constexpr unsigned max_rsa_bits = 16384;
 
-// destroy_object - end a key or a context and give its memory back to its session
+// destroy_object - destroy a key or a context and give its memory back to its session
 template <class T>
 void destroy_object(T* object)
 {
@@ -61,11 +61,11 @@ struct object_deleter {
     }
 };
 
-// A key or a context that frees itself; release() hands it over.
+// A key or a context that frees itself; release() hands ownership over.
 template <class T>
 using object_holder = std::unique_ptr<T, object_deleter>;
 
-// make_object - a key or a context in the session's memory; empty when there is none
+// make_object - make a key or a context in the session's memory; empty when there is no memory
 template <class T>
 object_holder<T> make_object(csp_session const& session)
 {
@@ -73,9 +73,9 @@ object_holder<T> make_object(csp_session const& session)
     return object_holder<T>(room != nullptr ? new (room) T(session) : nullptr);
 }
 
-// make_buffer - size bytes of the session's memory
+// make_buffer - allocate size bytes of the session's memory
 //
-// Returns false when there are none.
+// Returns false when there is no memory.
 inline bool make_buffer(csp_session const& session, std::size_t size, csp_buffer& buffer)
 {
     auto* const data = static_cast<unsigned char*>(session.allocate(size));
@@ -86,7 +86,7 @@ inline bool make_buffer(csp_session const& session, std::size_t size, csp_buffer
     return true;
 }
 
-// How far a context is that encrypts or decrypts in pieces.
+// The state of a context that encrypts or decrypts in pieces.
 enum class crypt_stage {
     idle,
     encrypting,

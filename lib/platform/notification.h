@@ -3,9 +3,9 @@
 // lib/platform/macos/notification.cpp: the distributed notification center.
 // lib/platform/linux/notification.cpp: our own, over local sockets.
 //
-// A notification carries one text field. It reaches every observer of the same name and object on
-// this machine, in the poster's process or in another. The poster never waits for an observer's
-// proc; what one thread posts arrives in its order.
+// A notification carries one string field. It reaches every observer of the same name and object on
+// this machine, in the poster's process or another. The poster never waits for an observer's
+// callback; what one thread posts arrives in order.
 
 #ifndef ZELIEML_PLATFORM_NOTIFICATION_H
 #define ZELIEML_PLATFORM_NOTIFICATION_H
@@ -15,27 +15,27 @@
 namespace zelieml::platform
 {
 
-// What a notification brings with it; on macOS these are the center's own objects (the center, two
-// strings, the user-info dictionary). They live during the call of the proc and belong to it.
+// What a callback is given; on macOS these are the center's own objects (the center, two strings,
+// the user-info dictionary). Valid during the call only.
 struct notification_center;
 struct notification_text;
 struct notification_info;
 
-// The procedure of an observer. Runs on a thread of the platform's choosing, never an engine's
-// worker; of one observer's, one call at a time. What it throws ends that call only. It may add and
-// remove observers; but two procs that remove each other's observer would wait for each other.
+// The callback of an observer. Runs on a thread of the platform's choosing, never on an engine's
+// worker, one call at a time for each observer. An exception ends that call only. It may add and
+// remove observers, but two callbacks that remove each other's observer would wait for each other.
 using notification_proc = void (*)(notification_center* center, void* observer,
                                    notification_text const* name, notification_text const* object,
                                    notification_info const* info);
 
-// notification_value - copy the text field of a notification
+// notification_value - copy the field of a notification
 //
-// info  as given to the proc
-// key   of the field
-// buf   receives the text and its NUL; holds no text on failure
+// info  as given to the callback
+// key   the name of the field
+// buf   receives the string and its NUL; undefined on failure
 // size  bytes at buf, the NUL included
 //
-// Returns false when there is no such field, or when text and NUL do not fit.
+// Returns false when there is no such field, or when the string does not fit with its NUL.
 bool notification_value(notification_info const* info, char const* key, char* buf,
                         std::size_t size);
 
@@ -43,33 +43,33 @@ bool notification_value(notification_info const* info, char const* key, char* bu
 //
 // name, object  exact bytes, compared in full; copied
 // proc          called for each notification, with observer
-// observer      the caller's, not looked at; together with name and object it is what
-//               remove_observer finds the observer by
+// observer      passed to proc; together with name and object it identifies the observer in
+//               remove_observer
 //
-// Returns 0 when every notification posted from now on will be seen. Returns -1, leaving nothing
-// behind, when there is no memory, or the system has no place or means for an observer. A forked
-// child does not observe what its parent does; on macOS it observes nothing if its parent has
-// observed, posted, or called a function of platform/crypto.h. Any thread.
+// Returns 0 when every notification posted from now on will be delivered. Returns -1, leaving
+// nothing behind, when there is no memory, or the system has no place or means for an observer. A
+// forked child does not inherit its parent's observers; on macOS it cannot observe at all if its
+// parent has observed, posted, or called a function of platform/crypto.h. Any thread.
 int add_observer(char const* name, char const* object, notification_proc proc, void* observer);
 
 // remove_observer - end what add_observer began
 //
-// After it has returned the proc runs no more: it waits for a call in progress, unless it is made
-// from that very call.
+// Waits for a callback in progress, unless called from it. After that the callback does not run
+// again.
 //
 // Returns 0, or -1 when there is no such observer in this process. Any thread.
 int remove_observer(char const* name, char const* object, void* observer);
 
 // post_notification - tell all observers of a name and object
 //
-// key, value  the text field; without one when value is null
+// key, value  the field; value may be null for a notification without one
 //
-// An observer that does not take it in time is passed over: on Linux stopped processes whose
-// buffers are full, and more observers than can be told, cost the poster half a second in all.
-// Whether anybody heard is not known. On macOS nobody hears a forked child that may not observe.
+// An observer that does not receive it in time is skipped: on Linux stopped processes with full
+// buffers, or more observers than can be reached, cost the poster half a second in all. Whether
+// anybody was told is not reported. On macOS a forked child that may not observe reaches nobody.
 //
-// Returns 0, or -1 when the object could not be made into one of the system's texts. Throws
-// std::bad_alloc, when some may have been told and others not, for want of memory. Any thread.
+// Returns 0, or -1 when name or object cannot be made a string of the system. Throws std::bad_alloc
+// when there is no memory; then some observers may have been told and others not. Any thread.
 int post_notification(char const* name, char const* object, char const* key, char const* value);
 
 }  // namespace zelieml::platform

@@ -16,10 +16,10 @@ namespace zelieml::platform
 
 // open_stream_socket - an unconnected TCP socket
 //
-// Closed in programs that the process starts, never delayed by Nagle's algorithm, and writing to
-// it raises no SIGPIPE (together with send_bytes).
+// It is closed on exec, is not delayed by Nagle's algorithm, and raises no SIGPIPE when written to
+// with send_bytes.
 //
-// Returns the descriptor, the caller's to close, or -1 with errno.
+// Returns the descriptor, which the caller closes, or -1 with errno.
 int open_stream_socket();
 
 // ipv4_peer - a socket address
@@ -27,26 +27,26 @@ int open_stream_socket();
 // address, port  both in network byte order
 sockaddr_in ipv4_peer(std::uint32_t address, std::uint16_t port);
 
-// connect_within - connect, but not for ever
+// connect_within - connect with a time limit
 //
-// fd      socket of open_stream_socket; blocking again on success, good for closing only on failure
-// peer    where to
-// max_us  microseconds after which the attempt is given up
+// fd      socket of open_stream_socket; blocking on success; after a failure it can only be closed
+// peer    the address to connect to
+// max_us  microseconds until the attempt is given up
 //
-// Returns 0 when connected, -1 with errno otherwise (ETIMEDOUT when given up). Signals do not end
-// the attempt.
+// Returns 0 when connected, else -1 with errno (ETIMEDOUT when given up). Signals do not end the
+// attempt.
 int connect_within(int fd, sockaddr_in const& peer, int max_us);
 
-// send_bytes - send, without SIGPIPE
+// send_bytes - send without SIGPIPE
 //
-// Returns the number of bytes taken, or -1 with errno.
+// Returns the number of bytes sent, or -1 with errno.
 ssize_t send_bytes(int fd, void const* data, std::size_t size);
 
-// join_small_writes - let the system gather what is written into full segments
+// join_small_writes - let the system join small writes into full segments
 //
-// on  true: a partial segment waits for more; false: what waits leaves at once
+// on  true: partial segments are held back; false: what is held back is sent at once
 //
-// Only speed depends on it: a failure is not reported, and macOS joins nothing.
+// Only affects speed: a failure is not reported, and on macOS it does nothing.
 void join_small_writes(int fd, bool on);
 
 }  // namespace zelieml::platform

@@ -12,14 +12,14 @@ namespace zelieml::platform
 
 // start_thread_without_signals - start a thread in which every signal is blocked
 //
-// A signal that is meant for the host is handled on the host's threads, and no call of ours is
-// ever interrupted by one.
+// So signals are handled on the threads of the host, and no call of the library's is interrupted by
+// one.
 //
-// thread    receives the handle, to be joined or detached by the caller
-// body      runs on the new thread; must throw nothing
-// argument  handed to body
+// thread    receives the handle; the caller joins or detaches the thread
+// body      runs on the new thread; must not throw
+// argument  passed to body
 //
-// Returns 0, or -1 when the system has no thread to give.
+// Returns 0, or -1 when no thread could be started.
 int start_thread_without_signals(pthread_t& thread, void* (*body)(void*), void* argument);
 
 }  // namespace zelieml::platform

@@ -1,7 +1,7 @@
 // wait.h - waiting for a descriptor, for a limited time
 //
-// lib/platform/posix/wait.cpp, the same on both systems. Alone in its object: a test's fake turns
-// the 15 seconds of a silent peer into nothing.
+// lib/platform/posix/wait.cpp, the same on both systems. Alone in its object, so that a test can
+// replace it and not wait 15 s for a silent peer.
 
 #ifndef ZELIEML_PLATFORM_WAIT_H
 #define ZELIEML_PLATFORM_WAIT_H
@@ -9,11 +9,12 @@
 namespace zelieml::platform
 {
 
-// wait_readable - return when fd has something to receive (an end or an error counts), or after
-// max_us microseconds, whichever comes first. Signals do not end the wait.
+// wait_readable - wait until fd is readable, which includes end of file and errors, or max_us
+// microseconds have passed. Signals do not end the wait.
 void wait_readable(int fd, int max_us);
 
-// wait_writable - the same for fd taking bytes, or the end of a connect
+// wait_writable - wait until fd is writable or its connect has ended, or max_us microseconds have
+// passed
 //
 // Returns true when fd is ready, false when max_us microseconds have passed.
 bool wait_writable(int fd, int max_us);

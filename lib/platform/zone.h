@@ -2,7 +2,8 @@
 //
 // lib/platform/macos/zone.cpp: the default time zone.
 // lib/platform/linux/zone.cpp: tm_gmtoff.
-// Alone in its object, so that a test can be anywhere on earth.
+//
+// Alone in its object, so that a test can choose any zone.
 
 #ifndef ZELIEML_PLATFORM_ZONE_H
 #define ZELIEML_PLATFORM_ZONE_H

@@ -6,9 +6,9 @@
 namespace zelieml::platform
 {
 
-// Held for the length of a scope: tzset replaces what the C library knows of the zone.
+// Held for the length of a scope, because tzset replaces the C library's zone data.
 //
-// Any thread. A child of fork() gets it as well, whatever the parent's threads did at that moment.
+// Any thread. A forked child can take it too, whatever the parent's threads were doing.
 class zone_lock
 {
 public:

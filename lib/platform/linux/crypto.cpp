@@ -1,4 +1,4 @@
-// crypto.cpp - libnettle, which keeps no state of the process and needs no start
+// crypto.cpp - libnettle, which needs no initialisation and has no global state
 
 #include "platform/crypto.h"
 
@@ -33,7 +33,7 @@ int derive_rc4_key(char const* pass_phrase, std::size_t pass_phrase_size, unsign
     return 0;
 }
 
-// RC4 decrypts as it encrypts.
+// RC4 decrypts in the same way as it encrypts.
 int rc4_crypt(unsigned char const* key, std::size_t key_size, crypt_direction /*direction*/,
               unsigned char const* in, std::size_t size, unsigned char* out)
 {

@@ -1,4 +1,4 @@
-// directory.cpp - opendir, and an array of texts that a pool keeps alive
+// directory.cpp - opendir, and an array of strings that a pool keeps alive
 
 #include "platform/directory.h"
 

@@ -60,7 +60,7 @@ bool running_digest::begin(cssm_algorithm algorithm)
     return true;
 }
 
-// libnettle has nothing to start.
+// libnettle needs no start.
 int start_provider()
 {
     return 0;

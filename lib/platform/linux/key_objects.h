@@ -29,7 +29,7 @@ class running_digest
 public:
     static constexpr std::size_t max_size = SHA256_DIGEST_SIZE;
 
-    // Returns false for an algorithm that is no digest.
+    // Returns false for an algorithm that is not a digest.
     bool begin(cssm_algorithm algorithm);
 
     void update(csp_data piece)

@@ -22,7 +22,7 @@ namespace
 
 constexpr unsigned long public_exponent = 65537;
 
-// The kernel's randomness, stretched by a generator that cannot fail half-way.
+// A generator seeded by the kernel: once seeded it cannot fail.
 class random_source
 {
 public:
@@ -38,7 +38,7 @@ public:
         return 0;
     }
 
-    // For libhogweed: nettle_random_func, its context being the source.
+    // The nettle_random_func for libhogweed, whose context is the source.
     static void fill(void* source, std::size_t size, std::uint8_t* out)
     {
         ::yarrow256_random(&static_cast<random_source*>(source)->generator_, size, out);
@@ -55,7 +55,7 @@ struct rsa_public final : csp_key {
     rsa_public_key half;
 };
 
-// Signing with blinding needs the public half too.
+// The public half is needed for signing with blinding.
 struct rsa_private final : csp_key {
     explicit rsa_private(csp_session const& owner) : csp_key(owner)
     {
@@ -92,7 +92,7 @@ constexpr signature_scheme schemes[] = {
      rsa_sha256_verify_digest},
 };
 
-// Either key is null, depending on what the context is for.
+// One of the keys is null: the context either signs or verifies.
 struct signature_context final : csp_context {
     using csp_context::csp_context;
 
@@ -214,7 +214,7 @@ int exchange_key(csp_session* session, csp_key const* private_key, csp_data publ
     }
     unsigned char shared[CURVE25519_SIZE];
     ::curve25519_mul(shared, own->secret, static_cast<std::uint8_t const*>(public_value.data));
-    // A point of small order makes the same secret, zero, with every key.
+    // A point of small order gives the secret zero with every key.
     unsigned char const zero[CURVE25519_SIZE] = {};
     if (std::memcmp(shared, zero, sizeof shared) == 0) {
         return EINVAL;

@@ -1,4 +1,4 @@
-// zone.cpp - the offset that the C library keeps with local time
+// zone.cpp - the offset that the C library gives with local time
 
 #include "platform/zone.h"
 

@@ -1,4 +1,4 @@
-// zone_lock.cpp - a lock that nobody holds when the process forks
+// zone_lock.cpp - a mutex that is never held across a fork
 
 #include "platform/zone_lock.h"
 
@@ -12,9 +12,9 @@ namespace
 
 pthread_mutex_t guard = PTHREAD_MUTEX_INITIALIZER;
 
-// Nobody is amid a conversion when the process forks: the child would wait for ever, for this lock
-// or for the C library's own. From the start on, since the first conversion may be under way at the
-// first fork.
+// Forking waits for a conversion in progress: otherwise the child could wait for ever, for this
+// lock or the C library's own. Registered when the library is loaded, since the first fork may come
+// during the first conversion.
 [[maybe_unused]] int const forks_watched =
     ::pthread_atfork([] { ::pthread_mutex_lock(&guard); }, [] { ::pthread_mutex_unlock(&guard); },
                      [] { ::pthread_mutex_unlock(&guard); });

@@ -1,7 +1,7 @@
 // cf_owner.h - owners of CoreFoundation objects
 //
-// What a function with "Create" or "Copy" in its name returns is the caller's to release, an error
-// that it stores is too; what any other returns stays with its owner.
+// The caller releases what a function with "Create" or "Copy" in its name returns, and an error
+// that it stores. What other functions return stays with its owner.
 
 #ifndef ZELIEML_PLATFORM_MACOS_CF_OWNER_H
 #define ZELIEML_PLATFORM_MACOS_CF_OWNER_H
@@ -24,11 +24,11 @@ struct cf_deleter {
 template <class Ref>
 using cf_owner = std::unique_ptr<std::remove_pointer_t<Ref>, cf_deleter>;
 
-// cf_out - for a parameter through which a function hands an object over
+// cf_out - for a parameter through which a function returns an object
 //
 //     status = SecItemExport(..., cf_out<CFDataRef>(data));
 //
-// The object is the owner's when the statement ends.
+// The owner has the object when the statement ends.
 template <class Ref>
 class cf_out
 {
@@ -45,27 +45,28 @@ private:
     Ref            ref_ = nullptr;
 };
 
-// fits_cf_index - whether a size can be given to the frameworks, which count in signed numbers
+// fits_cf_index - whether a size fits the signed sizes of the frameworks
 inline bool fits_cf_index(std::size_t size)
 {
     return size <= static_cast<std::size_t>(std::numeric_limits<CFIndex>::max());
 }
 
-// system_text - a text in the system's encoding as one of the system's
+// system_text - make a CFString of a string in the system's encoding
 //
-// Empty when there is no memory, or when the bytes are no text in that encoding.
+// Empty when there is no memory, or when the string is not valid in that encoding.
 inline cf_owner<CFStringRef> system_text(char const* text)
 {
     return cf_owner<CFStringRef>(
         ::CFStringCreateWithCString(kCFAllocatorDefault, text, ::CFStringGetSystemEncoding()));
 }
 
-// copy_system_text - one of the system's texts in the system's encoding
+// copy_system_text - copy a CFString in the system's encoding
 //
-// buf   receives the text and its NUL; holds no text on failure
+// buf   receives the string and its NUL; undefined on failure
 // size  bytes at buf, the NUL included
 //
-// Returns false when text and NUL do not fit, or when the encoding lacks one of its characters.
+// Returns false when the string does not fit with its NUL, or when the encoding lacks one of its
+// characters.
 inline bool copy_system_text(CFStringRef text, char* buf, std::size_t size)
 {
     return size != 0 && fits_cf_index(size) &&

@@ -1,7 +1,8 @@
 // crypto.cpp - the Security framework's transforms
 //
 // A transform is made, given its attributes, and executed once over the whole input. The calling
-// thread waits for it while the system's own threads work. A forked child would wait for ever.
+// thread waits for threads of the system, which a forked child does not have: it would wait for
+// ever.
 
 #include "platform/crypto.h"
 
@@ -24,7 +25,7 @@ using error_owner      = cf_owner<CFErrorRef>;
 using data_owner       = cf_owner<CFDataRef>;
 using dictionary_owner = cf_owner<CFMutableDictionaryRef>;
 
-// The code of an error; never 0, whatever the framework left there.
+// The code of an error; never 0, whatever the framework stored.
 int code_of(error_owner const& error)
 {
     CFIndex const code = error ? ::CFErrorGetCode(error.get()) : 0;
@@ -43,7 +44,7 @@ data_owner make_data(void const* bytes, std::size_t size)
                                      static_cast<CFIndex>(size)));
 }
 
-// Copies the bytes of a result that must have this size. Returns 0 or an error code.
+// Copies the bytes of a result, which must have this size. Returns 0 or an error code.
 int take_bytes(CFTypeRef result, unsigned char* out, std::size_t size)
 {
     if (::CFGetTypeID(result) != ::CFDataGetTypeID()) {
@@ -63,7 +64,7 @@ struct attribute {
     CFTypeRef   value;
 };
 
-// Runs a transform over an input. Returns 0, with size bytes at out, or an error code.
+// Runs a transform. Returns 0, with size bytes at out, or an error code.
 template <std::size_t count>
 int execute(SecTransformRef transform, attribute const (&attributes)[count], unsigned char* out,
             std::size_t size)
@@ -79,7 +80,7 @@ int execute(SecTransformRef transform, attribute const (&attributes)[count], uns
     return result ? take_bytes(result.get(), out, size) : code_of(error);
 }
 
-// An empty dictionary for the attributes of a key. Empty owner when there is no memory.
+// An empty dictionary; an empty owner when there is no memory.
 dictionary_owner make_dictionary()
 {
     return dictionary_owner(::CFDictionaryCreateMutable(
@@ -140,7 +141,7 @@ int derive_rc4_key(char const* pass_phrase, std::size_t pass_phrase_size, unsign
     if (is_forked()) {
         return errSecUnimplemented;
     }
-    // The framework counts rounds in 31 bits, and takes none as a wish to choose itself.
+    // The framework takes at most 31 bits of rounds, and chooses for itself when given 0.
     if (rounds == 0 || rounds > INT32_MAX || key_bits == 0 || key_bits % 8 != 0 ||
         key_bits / 8 > rc4_max_size || !fits_cf_index(pass_phrase_size)) {
         return errSecParam;

@@ -23,7 +23,7 @@ inline CSSM_CSP_HANDLE csp_of(csp_session const& session)
     return static_cast<attachment const&>(session).csp;
 }
 
-// A key in the provider's form, its bytes in the session's memory.
+// A key in the provider's form, with its bytes in the session's memory.
 struct cssm_key : csp_key {
     using csp_key::csp_key;
     ~cssm_key() override
@@ -42,7 +42,7 @@ struct symmetric_key final : cssm_key {
     using cssm_key::cssm_key;
 };
 
-// A context of the provider's. What it refers to has to live as long.
+// A context of the provider's. What it refers to must outlive it.
 class cc_owner
 {
 public:
@@ -66,12 +66,12 @@ private:
     CSSM_CC_HANDLE handle_ = CSSM_INVALID_HANDLE;
 };
 
-// The credentials of a caller who has none. Contexts refer to them.
+// The credentials of a caller without any. Contexts refer to them.
 inline constexpr CSSM_ACCESS_CREDENTIALS nobody = {};
 
-// as_cssm - bytes of the caller's for the provider, which only reads them
+// as_cssm - the caller's bytes as an argument for the provider, which only reads them
 //
-// Where there are none, the provider still gets a place to look at.
+// The pointer is not null even when there are none.
 inline CSSM_DATA as_cssm(csp_data data)
 {
     static std::uint8_t nothing = 0;
@@ -81,20 +81,20 @@ inline CSSM_DATA as_cssm(csp_data data)
     return {data.size, const_cast<std::uint8_t*>(static_cast<std::uint8_t const*>(data.data))};
 }
 
-// A context that takes one text after the other, each in pieces.
+// A context for one message after the other, each in pieces.
 struct text_context : csp_context {
     using csp_context::csp_context;
 
     cc_owner context;
-    bool     begun = false;  // a text
+    bool     begun = false;  // a message
 };
 
-// give_piece - hand a context the next piece of a text, or the first of a new one
+// give_piece - give a context the next piece of its message, or the first piece of a new one
 //
 // begin, update  CSSM_DigestDataInit and CSSM_DigestDataUpdate, or those of signatures
-// piece          an empty one is none to a provider
+// piece          an empty one is not passed on
 //
-// Returns 0 or an error code, after which the next piece is the first of a new text.
+// Returns 0 or an error code; after an error the next piece begins a new message.
 template <class Begin, class Update>
 int give_piece(Begin begin, Update update, text_context& running, csp_data piece)
 {
@@ -111,10 +111,11 @@ int give_piece(Begin begin, Update update, text_context& running, csp_data piece
     return status;
 }
 
-// take_result - end a text, and take what the provider allocates with the session's memory
+// take_result - end a message and take the result, which the provider has allocated with the
+// session's functions
 //
 // final_step  CSSM_DigestDataFinal or CSSM_SignDataFinal
-// result      receives the bytes, the caller's
+// result      receives the bytes, which the caller frees
 //
 // Returns 0 or an error code.
 template <class Final>
@@ -129,18 +130,18 @@ int take_result(Final final_step, text_context& running, csp_buffer& result)
     return status;
 }
 
-// key_label - what keys are called, for a provider that keeps none of them
+// key_label - the label of keys; the provider keeps no key, so any will do
 inline CSSM_DATA key_label()
 {
     static constexpr char text[] = "zelieml";
     return as_cssm({text, sizeof text - 1});
 }
 
-// Keys are given out in the clear, in memory of the session's.
+// Keys are returned in the clear, in the session's memory.
 constexpr std::uint32_t key_attributes =
     static_cast<std::uint32_t>(CSSM_KEYATTR_RETURN_DATA) | CSSM_KEYATTR_EXTRACTABLE;
 
-// is_rc4_size - whether an RC4 key can have so many bits
+// is_rc4_size - whether an RC4 key can have this size
 inline bool is_rc4_size(unsigned key_bits, unsigned max_bits)
 {
     return key_bits != 0 && key_bits % 8 == 0 && key_bits <= max_bits;
@@ -148,8 +149,8 @@ inline bool is_rc4_size(unsigned key_bits, unsigned max_bits)
 
 // derive_with - run a context that derives a symmetric key
 //
-// parameter  what the context's algorithm wants to know
-// key        receives the key, the caller's
+// parameter  the parameter of the context's algorithm
+// key        receives the key, which the caller frees
 //
 // Returns 0 or an error code.
 int derive_with(csp_session const& session, CSSM_CC_HANDLE context, CSSM_DATA parameter,

@@ -1,7 +1,7 @@
-// directory.mm - the file manager's listing, and a CFArray of CFStrings that a pool keeps alive
+// directory.mm - the file manager, and a CFArray of CFStrings that a pool keeps alive
 //
-// Compiled without reference counting by the compiler, which the 32-bit runtime does not have. A
-// CFArray is an NSArray, and so can be autoreleased.
+// Compiled without automatic reference counting, which the 32-bit runtime lacks. A CFArray is an
+// NSArray, so it can be autoreleased.
 
 #include "platform/directory.h"
 

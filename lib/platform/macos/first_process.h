@@ -1,10 +1,10 @@
 // first_process.h - the one process that may use the frameworks
 //
-// After fork() CoreFoundation asks for exec: its locks may be held by threads that the child does
-// not have, and the system's own threads, which run the transforms, are not there. A child that is
-// forked before the first use, as that of a host that becomes a daemon, is a process like any
-// other. Not pthread_atfork: this system would call its handlers also when the library has been
-// unloaded.
+// CoreFoundation must not be used between fork and exec: its locks may be held by threads that the
+// child does not have, and the system's threads that run the transforms are missing. A child that
+// is forked before the first use, such as a host that becomes a daemon, is a process like any
+// other. pthread_atfork is not used, since this system calls its handlers even after the library
+// was unloaded.
 
 #ifndef ZELIEML_PLATFORM_MACOS_FIRST_PROCESS_H
 #define ZELIEML_PLATFORM_MACOS_FIRST_PROCESS_H
@@ -26,7 +26,7 @@ inline bool is_first_process()
 
 // is_forked - whether this process may not use the frameworks, having been forked by one that did
 //
-// To be asked before they are used: the first process to ask is the one that may. Any thread.
+// Call it before using them: the first process that calls it is the one that may. Any thread.
 inline bool is_forked()
 {
     pid_t none = 0;

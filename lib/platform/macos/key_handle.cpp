@@ -16,7 +16,7 @@ namespace
 
 constexpr CSSM_VERSION version = {2, 0};
 
-// Who we are to CSSM: any number, the same for all our calls.
+// Identifies the library to CSSM: any number will do, if it is the same in all calls.
 constexpr CSSM_GUID caller = {0x7a656c69, 0x656d, 0x6c00, {0, 0, 0, 0, 0, 0, 0, 1}};
 
 struct crypt_context final : csp_context {
@@ -27,8 +27,8 @@ struct crypt_context final : csp_context {
         session.give_back(key.KeyData.Data);
     }
 
-    CSSM_KEY    key = {};  // a copy of our own, to which the provider's context refers
-    cc_owner    context;   // of one text
+    CSSM_KEY    key = {};  // a copy, to which the provider's context refers
+    cc_owner    context;   // of one message
     crypt_stage stage = crypt_stage::idle;
 };
 
@@ -36,7 +36,7 @@ struct digest_context final : text_context {
     using text_context::text_context;
 };
 
-// The provider's number of a digest; that of no algorithm for anything else.
+// The provider's number of a digest; CSSM_ALGID_NONE for anything else.
 CSSM_ALGORITHMS digest_number(cssm_algorithm algorithm)
 {
     switch (algorithm) {
@@ -62,7 +62,7 @@ int start()
     return ::CSSM_ModuleLoad(&gGuidAppleCSP, CSSM_KEY_HIERARCHY_NONE, nullptr, nullptr);
 }
 
-// Ends a text in pieces: what the provider has held back goes behind what it has produced.
+// Ends a message in pieces: what the provider has held back is appended.
 int finish(crypt_context& crypt, unsigned char* out, std::size_t capacity, std::size_t& produced)
 {
     auto const final_step =
@@ -211,7 +211,7 @@ int begin_staged_crypt(csp_context* context, crypt_direction direction)
     if (crypt == nullptr) {
         return EINVAL;
     }
-    // A new context: the provider forgets to free the cipher of one that it initialises again.
+    // A new context, since the provider leaks the cipher of one that is initialised again.
     crypt->stage = crypt_stage::idle;
     crypt->context.reset();
     CSSM_RETURN const made = ::CSSM_CSP_CreateSymmetricContext(
@@ -258,7 +258,7 @@ int staged_crypt(csp_context* context, crypt_direction direction, csp_data piece
     return 0;
 }
 
-// In one piece, but staged: the provider has a way for an empty text there.
+// As a staged digest of one piece, which the provider allows to be empty.
 int digest_at_once(csp_session* session, cssm_algorithm algorithm, csp_data data,
                    csp_buffer& digest)
 {

@@ -13,9 +13,9 @@ namespace zelieml::platform
 namespace
 {
 
-// Group 14 of RFC 3526, which both sides of an exchange have to use, as the provider wants it: a
-// sequence of the name dhKeyAgreement and a DHParameter of PKCS 3, which is a sequence of the prime
-// of 2048 bits and the base 2.
+// Group 14 of RFC 3526, which both sides of an exchange must use, as the provider expects it: a
+// sequence of the name dhKeyAgreement and a DHParameter of PKCS 3, which is a sequence of the
+// 2048-bit prime and the base 2.
 constexpr unsigned      exchange_bits         = 2048;
 constexpr unsigned      max_exchange_key_bits = 256;
 constexpr unsigned char exchange_parameters[] = {
@@ -59,7 +59,7 @@ struct signature_context final : text_context {
     bool signs = false;  // or else verifies
 };
 
-// The provider's number of a signature; that of no algorithm for anything else.
+// The provider's number of a signature; CSSM_ALGID_NONE for anything else.
 CSSM_ALGORITHMS signature_number(cssm_algorithm algorithm)
 {
     switch (algorithm) {
@@ -100,8 +100,8 @@ int generate(csp_session const& session, CSSM_ALGORITHMS algorithm, unsigned key
                                   nullptr, &private_half.key);
 }
 
-// Whether a number is a public value, 2 to the prime less 2: with 0, 1 and the prime less 1 the
-// secret hardly depends on the key.
+// Whether a number is a valid public value, from 2 to the prime less 2: with 0, 1 and the prime
+// less 1 the secret hardly depends on the key.
 bool is_public_value(csp_data value)
 {
     auto const* const begin = static_cast<unsigned char const*>(value.data);

@@ -1,12 +1,12 @@
 // notification.cpp - the distributed notification center
 //
 // The center delivers on the run loop of the process's main thread. It promises neither that a
-// removed observer is not being called at that moment, nor what a late delivery finds: so it does
-// not know the observers of the callers, only numbers, under which a registry of our own has them.
+// removed observer is not just being called, nor that no delivery comes later. So it is given
+// numbers instead of the callers' observers, which are in a registry here under their numbers.
 //
-// Threads: the registry's lock is held for looking up and changing it, never around a call of the
-// center's, which has locks of its own. A record's lock is held while its proc runs; whoever
-// removes it waits for that, and the thread that runs the proc passes.
+// Threads: the registry's lock is held while it is read or changed, never around a call of the
+// center, which has locks of its own. A record's lock is held while its callback runs: removing the
+// observer waits for that, except on the thread that runs the callback.
 
 #include "platform/notification.h"
 
@@ -31,7 +31,7 @@ struct observer_record {
     std::uintptr_t        number = 0;
     std::string           name;
     std::string           object;
-    cf_owner<CFStringRef> center_name;  // the same, as the center has them
+    cf_owner<CFStringRef> center_name;  // the same as CFStrings
     cf_owner<CFStringRef> center_object;
     void*                 observer = nullptr;
 
@@ -54,7 +54,7 @@ registry& the_registry()
     return made;
 }
 
-// What the center knows an observer by; it does not look at it.
+// How the center knows an observer; it never dereferences it.
 void* as_observer(observer_record const& record)
 {
     return reinterpret_cast<void*>(record.number);
@@ -88,8 +88,8 @@ shared_record take_out(char const* name, char const* object, void const* observe
     return record;
 }
 
-// The center's callback: nothing may be thrown into it. An exception of the proc ends this one
-// delivery.
+// Called by the center, which must not see exceptions. An exception of the callback ends this
+// delivery only.
 void receive(CFNotificationCenterRef center, void* observer, CFStringRef name, void const* object,
              CFDictionaryRef info)
 {
@@ -116,7 +116,7 @@ bool notification_value(notification_info const* info, char const* key, char* bu
     if (info == nullptr || !key_text) {
         return false;
     }
-    // Whoever knows the name can post, with whatever values.
+    // Anybody who knows the name can post any value.
     CFTypeRef const value =
         ::CFDictionaryGetValue(reinterpret_cast<CFDictionaryRef>(info), key_text.get());
     return value != nullptr && ::CFGetTypeID(value) == ::CFStringGetTypeID() &&
@@ -140,7 +140,7 @@ int add_observer(char const* name, char const* object, notification_proc proc, v
         return -1;
     }
     {
-        // First of all, for the first call of the proc to find the record.
+        // Before the center can call, so that the first call finds the record.
         registry&                         all = the_registry();
         std::lock_guard<std::mutex> const hold(all.guard);
         record->number = ++all.last_number;
@@ -161,8 +161,8 @@ int remove_observer(char const* name, char const* object, void* observer)
     ::CFNotificationCenterRemoveObserver(::CFNotificationCenterGetDistributedCenter(),
                                          as_observer(*record), record->center_name.get(),
                                          record->center_object.get());
-    // Waits for a call in progress, unless this is it. A delivery that has found the record
-    // before it was taken out finds no proc.
+    // Waits for a call in progress, unless this is it. A delivery that found the record before it
+    // was taken out finds no callback.
     std::lock_guard<std::recursive_mutex> const hold(record->calling);
     record->proc = nullptr;
     return 0;
@@ -181,7 +181,7 @@ int post_notification(char const* name, char const* object, char const* key, cha
     CFNotificationCenterRef const center =
         !is_forked() ? ::CFNotificationCenterGetDistributedCenter() : nullptr;
     if (center == nullptr || !info) {
-        return 0;  // unheard, as with nobody who listens
+        return 0;  // as when nobody observes
     }
     cf_owner<CFStringRef> const key_text   = system_text(key);
     cf_owner<CFStringRef> const value_text = value != nullptr ? system_text(value) : nullptr;

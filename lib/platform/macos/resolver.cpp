@@ -1,4 +1,4 @@
-// resolver.cpp - gethostbyname, which keeps a result for each thread on this system
+// resolver.cpp - gethostbyname, whose result is per thread on this system
 
 #include "platform/resolver.h"
 

@@ -19,8 +19,8 @@ int open_stream_socket()
     if (!fd) {
         return -1;
     }
-    // A program started by another thread between these two lines inherits the descriptor: the
-    // system has no way to make it in one step.
+    // The system cannot set this in one step: a program that another thread starts in between
+    // inherits the descriptor.
     if (::fcntl(fd.get(), F_SETFD, FD_CLOEXEC) != 0 ||
         ::setsockopt(fd.get(), SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on) != 0) {
         int const error = errno;
@@ -42,14 +42,15 @@ sockaddr_in ipv4_peer(std::uint32_t address, std::uint16_t port)
     return peer;
 }
 
-// open_stream_socket has seen to SIGPIPE.
+// open_stream_socket has switched SIGPIPE off.
 ssize_t send_bytes(int fd, void const* data, std::size_t size)
 {
     return ::send(fd, data, size, 0);
 }
 
-// Nothing is joined. Taking TCP_NOPUSH back does not send here what it held back: that waits for
-// the next write, or some seconds, and the next write is the command after the server's answer.
+// Does nothing: on this system switching TCP_NOPUSH off does not send what was held back. That
+// would wait for the next write, which is the command after the server's reply, or for some
+// seconds.
 void join_small_writes(int /*fd*/, bool /*on*/) {}
 
 }  // namespace zelieml::platform

@@ -1,8 +1,9 @@
-// zone_lock.cpp - a lock that does not outlive its holder's process
+// zone_lock.cpp - a lock that a forked child can take from its parent's threads
 //
-// It knows the process that holds it. A forked child has none of its parent's other threads, and
-// takes what one of them held at that moment; its own threads wait for each other like any others.
-// Not pthread_atfork: this system would call its handlers also when the library has been unloaded.
+// It records the process that holds it. A forked child does not have its parent's other threads, so
+// it takes over a lock that one of them held; its own threads wait for each other as usual.
+// pthread_atfork is not used, since this system calls its handlers even after the library was
+// unloaded.
 
 #include "platform/zone_lock.h"
 

@@ -1,4 +1,4 @@
-// connect.cpp - a connect that gives up
+// connect.cpp - connecting with a time limit
 
 #include "platform/socket.h"
 
@@ -14,7 +14,7 @@ namespace zelieml::platform
 namespace
 {
 
-// How a connect in progress ended: 0, or -1 with errno.
+// Waits for a connect in progress. Returns 0, or -1 with errno.
 int finish_connect(int fd, int max_us)
 {
     if (!wait_writable(fd, max_us)) {
@@ -42,7 +42,7 @@ int connect_within(int fd, sockaddr_in const& peer, int max_us)
         return -1;
     }
     if (::connect(fd, reinterpret_cast<sockaddr const*>(&peer), sizeof peer) != 0) {
-        // A signal does not undo the attempt: it goes on by itself, as one in progress does.
+        // A signal does not abort the attempt: it goes on as one in progress.
         bool const in_progress = errno == EINPROGRESS || errno == EINTR;
         if (!in_progress || finish_connect(fd, max_us) != 0) {
             return -1;

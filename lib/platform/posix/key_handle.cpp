@@ -1,4 +1,4 @@
-// key_handle.cpp - the ends of keys and contexts, whatever made them
+// key_handle.cpp - freeing keys and contexts of any kind
 
 #include "platform/key_handle.h"
 

@@ -1,4 +1,4 @@
-// pause.cpp - a pipe that is readable when no wait is to last
+// pause.cpp - a pipe that becomes readable when waits are to end
 
 #include "platform/pause.h"
 
@@ -30,7 +30,7 @@ void pause::end()
 {
     char const    any     = 0;
     ssize_t const written = ::write(write_end_.get(), &any, 1);
-    (void)written;  // a pipe that is too full for it is readable as well
+    (void)written;  // when the pipe is full it is readable anyway
 }
 
 }  // namespace zelieml::platform
