@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <cstring>
-#include <new>
 
 #include "liblog/trace.h"
 #include "libsendw/digest_text.h"
@@ -84,14 +83,7 @@ void store_number(char const* token, int* number)
 
 int pop_start_session(char const* host, int port, _s_pop** out)
 {
-    auto* const session = new (std::nothrow) _s_pop();
-    *out                = session;
-    if (session == nullptr ||
-        sock_connect_host(host, port, session->socket, "IP:%s Port:%d") != 0) {
-        return -1;
-    }
-    session->connected = true;
-    return read_reply(session);
+    return connect_session(host, port, out, "IP:%s Port:%d") == 0 ? read_reply(*out) : -1;
 }
 
 void pop_abandon_session(_s_pop* session)

@@ -1,7 +1,9 @@
-// session_holder.h - the two ends of an SMTP or POP3 session: in order, or abandoned
+// session_holder.h - the beginning and the two ends of an SMTP or POP3 session
 
 #ifndef ZELIEML_LIBSENDW_SESSION_HOLDER_H
 #define ZELIEML_LIBSENDW_SESSION_HOLDER_H
+
+#include <new>
 
 #include "liblog/trace.h"
 #include "libsendw/sock.h"
@@ -9,6 +11,24 @@
 
 namespace zelieml
 {
+
+// connect_session - make a session and connect it, for smtp_start_session and pop_start_session
+//
+// host, port, step  see sock_connect_host
+// out               receives the session, null only when there is no memory; see the callers
+//
+// Returns 0 or -1.
+template <class Session>
+int connect_session(char const* host, int port, Session** out, char const* step)
+{
+    auto* const session = new (std::nothrow) Session();
+    *out                = session;
+    if (session == nullptr || sock_connect_host(host, port, session->socket, step) != 0) {
+        return -1;
+    }
+    session->connected = true;
+    return 0;
+}
 
 // abandon_session - smtp_abandon_session and pop_abandon_session
 template <class Session>

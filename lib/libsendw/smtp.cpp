@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
-#include <new>
 #include <utility>
 
 #include "libbase64/libbase64.h"
@@ -148,15 +147,11 @@ int cram_md5_response(std::string const& reply, char const* user, char const* pa
 
 int smtp_start_session(char const* host, int port, _s_smtp** out)
 {
-    auto* const session = new (std::nothrow) _s_smtp();
-    *out                = session;
-    if (session == nullptr ||
-        sock_connect_host(host, port, session->socket, "connect IP:%s Port:%d") != 0) {
+    if (connect_session(host, port, out, "connect IP:%s Port:%d") != 0) {
         return -1;
     }
-    session->connected = true;
     trace_msg("connect done.");
-    if (read_reply_and_check_code(session, "220") != 0) {
+    if (read_reply_and_check_code(*out, "220") != 0) {
         trace_msg("error:smtp start session");
         return -1;
     }
