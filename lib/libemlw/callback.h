@@ -33,7 +33,7 @@ bool operator==(c_cb_param const& a, c_cb_param const& b);
 //
 // A callback that is registered already keeps its place and its first user data.
 //
-// Returns 0. Throws std::bad_alloc, leaving the list as it was, when there is no memory.
+// Returns 0. Throws std::bad_alloc, leaving the list unchanged, when there is no memory.
 int set_callback_raw(_s_iemlw* engine, int (*proc)(void*, void*), void* user);
 
 // reset_callback_raw - remove a callback; the others keep their order

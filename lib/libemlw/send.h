@@ -61,7 +61,7 @@ void write_log(char const* dir, std::string const& file, int code, std::string c
 
 // log_yes - whether the send log is written
 //
-// dir  work directory, not looked at; may be null
+// dir  work directory; not used, may be null
 //
 // Returns false.
 bool log_yes(char const* dir);

@@ -118,9 +118,9 @@ bool on_worker(_s_iemlw const* engine)
     return ::pthread_equal(::pthread_self(), engine->thread) != 0;
 }
 
-// stop_thread in a forked child. The parent's threads do not exist here, and what locks they held
-// stay locked: nothing is locked, stopped or removed. A child that was forked in a callback runs on
-// a copy of the worker, which gives its share back itself when it returns into eml_thread.
+// stop_thread in a forked child. It has none of the parent's threads, and the locks that they held
+// stay locked: so nothing is locked, stopped or removed here. A child that was forked in a callback
+// runs on a copy of the worker, which gives up its share itself when it returns into eml_thread.
 void forget_worker(_s_iemlw* engine)
 {
     engine->has_worker = false;
@@ -130,8 +130,8 @@ void forget_worker(_s_iemlw* engine)
     }
 }
 
-// stop_thread in one of the engine's own callbacks. Waiting for the worker would be waiting for
-// itself: it ends after this attempt, and the last share, maybe its own, frees the record.
+// stop_thread in one of the engine's own callbacks. The worker cannot wait for itself: it ends
+// after this attempt, and whoever gives up the last share frees the record.
 void let_worker_go(_s_iemlw* engine)
 {
     request_stop(engine);

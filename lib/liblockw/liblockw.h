@@ -1,4 +1,4 @@
-// liblockw.h - the lock that is taken around each use of the settings file
+// liblockw.h - the lock around each use of the settings file
 //
 // A mutex within the process. The name is accepted and not used, so locks of the same name are
 // independent: deliberate, see docs/ODDITIES.md.

@@ -97,8 +97,8 @@ bool is_empty_file(char const* path)
 }
 
 // Opens a file for writing and creates or truncates it. An empty file, as create_fullpath makes, is
-// not truncated: file systems take truncation for the replacing of a file and flush it to disk on
-// close, which costs many times the rest.
+// not truncated: some file systems flush a truncated file to disk on close, which costs many times
+// the rest.
 void open_for_writing(std::ofstream& out, char const* path)
 {
     if (is_empty_file(path)) {

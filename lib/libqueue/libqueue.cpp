@@ -150,8 +150,7 @@ int iqmgr::get(std::vector<std::string>& files, unsigned int try_count, unsigned
                 said.push_back("get file %s");
             }
         }
-        files.reserve(files.size() +
-                      due.size());  // nothing may fail once the entries count as handed out
+        files.reserve(files.size() + due.size());  // nothing fails once the entries are handed out
         return !due.empty();
     });
     tell(said);

@@ -113,7 +113,7 @@ int fetch_one(_s_pop* session, std::int32_t& fetched, std::int32_t& remaining, s
     }
     --remaining;
     int const result = delete_fetched(session, 1, mailbox);
-    // After too long a mail, an unread line of it was taken for the reply: that is no refusal.
+    // After a mail with too many lines, an unread line of it was taken for the reply: no refusal.
     mailbox.dele_refused = mailbox.dele_refused && !over;
     return result;
 }

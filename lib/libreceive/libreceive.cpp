@@ -32,7 +32,7 @@ public:
 private:
     static constexpr int limit = 1000;
 
-    mailbox_state before_;       // starts empty, unlike any mailbox that is looked at
+    mailbox_state before_;       // empty at first, unlike any mailbox that goes on
     int           same_    = 0;  // sessions in a row with the same numbers from STAT
     int           refused_ = 0;  // sessions in a row in which DELE was refused
 };

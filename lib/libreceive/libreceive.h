@@ -59,7 +59,7 @@ int receive_mails(void* server, void* list, char const* domains);
 // list    the list
 // index   0 or more
 // buffer  receives what follows the first "From: " or "Subject: " of the line, and a NUL
-// length  bytes at buffer; the whole line, its prefix included, and a NUL have to fit
+// length  bytes at buffer; the whole line, its prefix included, and a NUL must fit
 //
 // Returns 0. Returns -1, leaving the buffer unchanged, when a pointer is null, there is no such
 // mail, or the line does not fit.

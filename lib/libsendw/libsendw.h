@@ -19,7 +19,7 @@ enum send_result {
     send_ok                = 0,
     send_other_failure     = 100,   // outside the steps below, or POP3 settings missing
     send_no_server         = 1000,  // SMTP server or port missing in the settings
-    send_not_connected     = 1001,  // not connected, or no good greeting
+    send_not_connected     = 1001,  // not connected, or not greeted with 220
     send_not_ended         = 1002,  // never returned, see smtp_converse
     send_helo_refused      = 1003,
     send_not_authenticated = 1004,  // EHLO or login refused, or account settings missing

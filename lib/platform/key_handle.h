@@ -13,7 +13,7 @@
 // Whatever a session hands out is allocated with the memory functions given to attach. Only one
 // thread at a time may use an object; several may read a key.
 //
-// The names of the algorithms are those of CSSM; the numbers are our own.
+// The algorithms have the names of CSSM, but other numbers.
 
 #ifndef ZELIEML_PLATFORM_KEY_HANDLE_H
 #define ZELIEML_PLATFORM_KEY_HANDLE_H

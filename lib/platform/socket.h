@@ -31,7 +31,7 @@ sockaddr_in ipv4_peer(std::uint32_t address, std::uint16_t port);
 //
 // fd      socket of open_stream_socket; blocking on success; after a failure it can only be closed
 // peer    the address to connect to
-// max_us  microseconds until the attempt is given up
+// max_us  time limit in microseconds
 //
 // Returns 0 when connected, else -1 with errno (ETIMEDOUT when given up). Signals do not end the
 // attempt.

@@ -29,13 +29,12 @@ Result at_c_boundary(Result failure, Body&& body)
     }
 }
 
-// contained - run a step whose failure has nobody to go to
+// contained - run a step whose failure nobody is told of
 //
 // step  callable without arguments; what it returns or throws is dropped
 //
-// For the steps of the library's own threads, for the callbacks of others, and for what is done on
-// the way out: whatever follows the step happens all the same. A cancelled thread goes on unwinding
-// here too.
+// For the steps of the library's own threads, for users' callbacks, and for cleaning up: what
+// follows the step is done in any case. Here too the unwinding of a cancelled thread goes on.
 template <class Step>
 void contained(Step&& step)
 {

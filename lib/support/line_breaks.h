@@ -23,7 +23,7 @@ enum class opening_dot {
 // dot   what becomes of a dot that opens a line
 //
 // Returns 0, or -1 when a pointer is null, in is empty, or the result and its NUL do not fit. Then
-// *size is as it was, and out holds no result to rely on.
+// *size is unchanged and the content of out is undefined.
 inline int copy_with_crlf(char const* in, char* out, int* size, opening_dot dot)
 {
     if (in == nullptr || out == nullptr || size == nullptr || *size < 1) {
