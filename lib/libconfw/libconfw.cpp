@@ -21,8 +21,8 @@ public:
     explicit call_lock(char const* path)
     {
         if (ifactory_lockw().create(&lock_) == 0) {
-            lock_->lock(
-                get_basename(path));  // the name is not used: deliberate, see docs/ODDITIES.md
+            // The name is not used: deliberate, see docs/ODDITIES.md.
+            lock_->lock(get_basename(path));
         } else {
             trace_msg("error:ilockw_create");
         }

@@ -221,7 +221,7 @@ int eml_stop_multi(void** eml)
     if (engine == nullptr) {
         trace_msg("eml_stop_multi out eml == 0 now !!");
     } else if (!__atomic_load_n(&g_in_stop_multi, __ATOMIC_RELAXED)) {
-        // Tested and set in two steps, deliberately: this is no lock, see docs/ODDITIES.md.
+        // Tested and set in two steps, deliberately: it turns a nested call away and is no lock.
         __atomic_store_n(&g_in_stop_multi, true, __ATOMIC_RELAXED);
         stop_and_destroy(engine);
         *eml = nullptr;
