@@ -433,8 +433,7 @@ int read_msg(std::ifstream& in, _s_msg* msg)
             set_msg(line, msg);
         }
     }
-    msg->body.resize(
-        std::strlen(msg->body.c_str()));  // a NUL ends the body, as it ends every other value
+    msg->body.resize(std::strlen(msg->body.c_str()));  // a NUL ends it, like every other value
     return 0;
 }
 

@@ -43,10 +43,9 @@ public:
     void hand_out() { ++try_count_; }
 
 private:
-    std::time_t queued_time_;  // never updated
-    std::shared_ptr<std::string const>
-                 path_;  // shared by the copies that each change of the list makes
-    unsigned int try_count_ = 0;
+    std::time_t                        queued_time_;  // never updated
+    std::shared_ptr<std::string const> path_;         // shared by the copies of an entry
+    unsigned int                       try_count_ = 0;
 };
 
 // Entries are equal when their paths are.
