@@ -191,7 +191,7 @@ int eml_start_with_stocksymbol(char const* workdir, char const* stock_symbol, vo
         trace_msg("error:ieml_create");
         return -1;
     }
-    engine->get_context();  // asked and not used: every engine is asked before its start
+    engine->get_context();  // a step of every start; the answer is not used
     if (at_c_boundary(-1, [&] { return engine->start(workdir, stock_symbol); }) != 0) {
         trace_msg("error: ieml::start");
         contained([&] { factory.destroy(engine); });
