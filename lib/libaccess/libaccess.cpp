@@ -43,7 +43,7 @@ eml_send_e report(char* message, Access&& access)
     std::string reply;
     int const   result = access(reply);
     if (message != nullptr) {
-        std::strcpy(message, reply.c_str());
+        std::memcpy(message, reply.c_str(), std::strlen(reply.c_str()) + 1);  // up to a NUL in it
     }
     return get_callback_code(result);
 }
