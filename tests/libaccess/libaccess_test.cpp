@@ -8,7 +8,7 @@
 
 #include "libsendw/libsendw.h"
 #include "libsendw/pop.h"
-#include "tests/libsendw/surroundings.h"
+#include "tests/support/clean_machine.h"
 #include "tests/support/peers.h"
 
 namespace zelieml::test
@@ -17,13 +17,11 @@ namespace zelieml::test
 namespace
 {
 
-using texts = std::vector<std::string>;
-
 struct server_deleter {
     void operator()(void* server) const { server_destroy(server); }
 };
 
-// A record whose texts live as long as it does.
+// A server record, destroyed with the object.
 class record
 {
 public:
@@ -52,7 +50,7 @@ struct access_case {
     char const* pop_before_smtp;  // null: test_pop_auth
     eml_send_e  code;
     std::string message;
-    texts       trouble = {};
+    strings     trouble = {};
 };
 
 void PrintTo(access_case const& c, std::ostream* out)

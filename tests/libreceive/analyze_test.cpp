@@ -12,7 +12,7 @@ namespace zelieml::test
 namespace
 {
 
-using texts = std::vector<std::string>;
+using strings = std::vector<std::string>;
 
 TEST(Domain, IsWhatFollowsTheFirstAt)
 {
@@ -38,7 +38,7 @@ TEST(Domain, IsWhatFollowsTheFirstAt)
     for (auto const& c : cases) {
         clear_traces();
         EXPECT_EQ(get_domain(c.sender), c.domain) << c.reason;
-        EXPECT_EQ(traces(), texts()) << c.reason;
+        EXPECT_EQ(traces(), strings()) << c.reason;
     }
 }
 
@@ -47,7 +47,7 @@ TEST(Domain, IsEmptyAndTracedWithoutAnAt)
     for (char const* sender : {"", "From: anna", "From: <anna>", "From: anna%d.test"}) {
         clear_traces();
         EXPECT_EQ(get_domain(sender), "") << sender;
-        EXPECT_EQ(traces(), texts{"error: no item"}) << sender;
+        EXPECT_EQ(traces(), strings{"error: no item"}) << sender;
     }
 }
 
@@ -55,7 +55,7 @@ TEST(DomainList, IsCutAtItsCommasAndLosesItsBlanks)
 {
     struct {
         char const* list;
-        texts       entries;
+        strings     entries;
         char const* reason;
     } const cases[] = {
         {"d.test", {"d.test"}, "one"},
@@ -72,20 +72,20 @@ TEST(DomainList, IsCutAtItsCommasAndLosesItsBlanks)
     };
     for (auto const& c : cases) {
         clear_traces();
-        texts entries = {"what was there"};
+        strings entries = {"what was there"};
         EXPECT_EQ(split_domain(c.list, entries), 0) << c.reason;
         EXPECT_EQ(entries, c.entries) << c.reason;
-        EXPECT_EQ(traces(), texts()) << c.reason;
+        EXPECT_EQ(traces(), strings()) << c.reason;
     }
 }
 
 TEST(DomainList, ThatIsEmptyHasNoEntriesAndIsTraced)
 {
     clear_traces();
-    texts entries = {"what was there"};
+    strings entries = {"what was there"};
     EXPECT_EQ(split_domain("", entries), 0);
-    EXPECT_EQ(entries, texts());
-    EXPECT_EQ(traces(), texts{"warning:no domain"});
+    EXPECT_EQ(entries, strings());
+    EXPECT_EQ(traces(), strings{"warning:no domain"});
 }
 
 TEST(Sender, PassesWhenAnEntryStandsAnywhereInHisDomain)
@@ -123,7 +123,7 @@ TEST(Sender, PassesWhenAnEntryStandsAnywhereInHisDomain)
         {"From: anna@d.test", "", false, "no entries"},
     };
     for (auto const& c : cases) {
-        texts entries;
+        strings entries;
         split_domain(c.list, entries);
         clear_traces();
         EXPECT_EQ(find_domain(c.sender, entries), c.passes) << c.reason;
@@ -136,39 +136,40 @@ TEST(Sender, IsTriedAgainstTheEntriesInTheirOrder)
 {
     clear_traces();
     EXPECT_TRUE(find_domain("From: anna@d.test", {"e.test", "d.test", "test"}));
-    EXPECT_EQ(traces(), (texts{"found in %s", "found !! %s"})) << "one entry found, none after it";
+    EXPECT_EQ(traces(), (strings{"found in %s", "found !! %s"}))
+        << "one entry found, none after it";
 
     clear_traces();
     EXPECT_FALSE(find_domain("From: anna", {"e.test", "d.test"}));
-    EXPECT_EQ(traces(), (texts{"error: no item", "error: no item", "bad from address !!"}));
+    EXPECT_EQ(traces(), (strings{"error: no item", "error: no item", "bad from address !!"}));
 
     clear_traces();
     EXPECT_FALSE(find_domain_ok("From: anna@d.test", "e.test"));
-    EXPECT_EQ(traces(), texts());
+    EXPECT_EQ(traces(), strings());
     EXPECT_TRUE(find_domain_ok("From: anna", ""));
-    EXPECT_EQ(traces(), (texts{"error: no item", "found in %s"}));
+    EXPECT_EQ(traces(), (strings{"error: no item", "found in %s"}));
 }
 
 TEST(Mails, OfAllowedSendersAreKeptInOrder)
 {
-    texts const from         = {"From: a@d.test", "From: b@e.test", "", "From: c@mail.d.test"};
-    texts const subject      = {"Subject: 1", "Subject: 2", "Subject: 3", ""};
-    texts       kept_from    = {"what was there"};
-    texts       kept_subject = {"likewise"};
-    int         count        = 4;
+    strings const from         = {"From: a@d.test", "From: b@e.test", "", "From: c@mail.d.test"};
+    strings const subject      = {"Subject: 1", "Subject: 2", "Subject: 3", ""};
+    strings       kept_from    = {"what was there"};
+    strings       kept_subject = {"likewise"};
+    int           count        = 4;
 
     EXPECT_EQ(analyze_domain("x.test, d.test", count, from, subject, kept_from, kept_subject), 0);
 
     EXPECT_EQ(count, 2);
-    EXPECT_EQ(kept_from, (texts{"what was there", "From: a@d.test", "From: c@mail.d.test"}));
-    EXPECT_EQ(kept_subject, (texts{"likewise", "Subject: 1", ""}));
+    EXPECT_EQ(kept_from, (strings{"what was there", "From: a@d.test", "From: c@mail.d.test"}));
+    EXPECT_EQ(kept_subject, (strings{"likewise", "Subject: 1", ""}));
 }
 
 TEST(Mails, AreAllDroppedWhenNobodyIsAllowed)
 {
-    texts kept_from;
-    texts kept_subject;
-    int   count = 1;
+    strings kept_from;
+    strings kept_subject;
+    int     count = 1;
     EXPECT_EQ(
         analyze_domain("", count, {"From: a@d.test"}, {"Subject: 1"}, kept_from, kept_subject), 0);
     EXPECT_EQ(count, 0);
@@ -177,9 +178,9 @@ TEST(Mails, AreAllDroppedWhenNobodyIsAllowed)
 
 TEST(Mails, ThatAreNoneAreNone)
 {
-    texts kept_from;
-    texts kept_subject;
-    int   count = 0;
+    strings kept_from;
+    strings kept_subject;
+    int     count = 0;
     EXPECT_EQ(analyze_domain("d.test", count, {}, {}, kept_from, kept_subject), 0);
     EXPECT_EQ(count, 0);
 }

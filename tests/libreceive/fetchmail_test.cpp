@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <ostream>
 
-#include "tests/libsendw/surroundings.h"
+#include "tests/support/clean_machine.h"
 #include "tests/support/peers.h"
 
 namespace zelieml::test
@@ -13,8 +13,6 @@ namespace zelieml::test
 
 namespace
 {
-
-using texts = std::vector<std::string>;
 
 _s_mailserver account(char const* auth_type, int port)
 {
@@ -65,7 +63,7 @@ struct one_mail_case {
     std::string from;
     std::string subject;
     std::string reply;
-    texts       trouble      = {};
+    strings     trouble      = {};
     bool        dele_refused = false;
     char const* auth_type    = "pop";
 };
@@ -118,7 +116,7 @@ one_mail_case good(char const* name, std::string const& mail, char const* from, 
 }
 
 one_mail_case failure(char const* name, std::string const& transcript, std::string const& reply,
-                      texts const& trouble, char const* auth_type = "pop")
+                      strings const& trouble, char const* auth_type = "pop")
 {
     return {name, transcript, -1, 0, 0, "", "", reply, trouble, false, auth_type};
 }
@@ -422,7 +420,7 @@ TEST_F(Fetch, TracesItsWay)
 {
     local_server server(session_with("S: From: a@a.test"));
     fetch_one(account("pop", server.port()));
-    texts said;
+    strings said;
     for (std::string const& text : traces()) {
         for (char const* own : {"fetchmail", "main num", "from ", "subject ", "pop.response"}) {
             if (text.rfind(own, 0) == 0) {
@@ -431,8 +429,8 @@ TEST_F(Fetch, TracesItsWay)
         }
     }
     EXPECT_EQ(said,
-              (texts{"fetchmail_get_one_mail in", "main num = %d size = %d", "pop.response %s",
-                     "from %s", "subject %s", "fetchmail_get_one_mail out %d"}));
+              (strings{"fetchmail_get_one_mail in", "main num = %d size = %d", "pop.response %s",
+                       "from %s", "subject %s", "fetchmail_get_one_mail out %d"}));
 }
 
 TEST_F(Fetch, SaysWhatItSawOfTheMailbox)
@@ -505,8 +503,8 @@ TEST_F(Fetch, AMissingHostOrPasswordOrTypeIsAFailureAndNothingWorse)
 
 struct all {
     int         result;
-    texts       froms;
-    texts       subjects;
+    strings     froms;
+    strings     subjects;
     std::string reply;
 };
 
@@ -540,13 +538,13 @@ TEST_F(Fetch, AllMailsInOneSession)
     )");
     all const    a = fetch_all(server.port());
     EXPECT_EQ(a.result, 0);
-    EXPECT_EQ(a.froms, (texts{"what was there", "From: a@a.test", ""}));
-    EXPECT_EQ(a.subjects, (texts{"likewise", "Subject: 1", "Subject: 2"}));
+    EXPECT_EQ(a.froms, (strings{"what was there", "From: a@a.test", ""}));
+    EXPECT_EQ(a.subjects, (strings{"likewise", "Subject: 1", "Subject: 2"}));
     EXPECT_EQ(a.reply, "+OK bye\r\n");
     EXPECT_EQ(server.heard(), server.expected()) << server.problem();
-    EXPECT_EQ(trouble_traces(), (texts{"error:-ERR", "error:pop_dele %s"}));
+    EXPECT_EQ(trouble_traces(), (strings{"error:-ERR", "error:pop_dele %s"}));
 
-    texts said;
+    strings said;
     for (std::string const& text : traces()) {
         for (char const* own : {"fetchmail", "main num", "push_back"}) {
             if (text.rfind(own, 0) == 0) {
@@ -554,9 +552,9 @@ TEST_F(Fetch, AllMailsInOneSession)
             }
         }
     }
-    EXPECT_EQ(said, (texts{"fetchmail_get_mails in", "main num = %d size = %d", "push_back from %s",
-                           "push_back subject %s", "push_back from %s", "push_back subject %s",
-                           "fetchmail_get_mails out %d"}));
+    EXPECT_EQ(said, (strings{"fetchmail_get_mails in", "main num = %d size = %d",
+                             "push_back from %s", "push_back subject %s", "push_back from %s",
+                             "push_back subject %s", "fetchmail_get_mails out %d"}));
 }
 
 TEST_F(Fetch, NothingIsDeletedWhenOneOfAllCannotBeFetched)
@@ -566,8 +564,8 @@ TEST_F(Fetch, NothingIsDeletedWhenOneOfAllCannotBeFetched)
     EXPECT_EQ(fetch_all(refused.port()).result, -1);
     EXPECT_EQ(refused.heard(), refused.expected()) << refused.problem();
     EXPECT_EQ(trouble_traces(),
-              (texts{"error:-ERR", "error:pop_retr", "error:pop_retr_alllines index = %d",
-                     "error: fetch_mails"}));
+              (strings{"error:-ERR", "error:pop_retr", "error:pop_retr_alllines index = %d",
+                       "error: fetch_mails"}));
 
     local_server long_mail(login + "C: stat\nS: +OK 1 9\nC: retr 1\nS+ +OK\n" + lines(2100, "x") +
                            "S: .\nC: (closes)");
@@ -586,7 +584,7 @@ TEST_F(Fetch, AnEmptyMailboxInOneSession)
 
 TEST(FindItem, GivesTheFirstLineThatContainsTheKey)
 {
-    texts const mail = {"+OK", "a key: 1", "key: 2"};
+    strings const mail = {"+OK", "a key: 1", "key: 2"};
     EXPECT_EQ(find_item(mail, "key: "), "a key: 1");
     EXPECT_EQ(find_item(mail, "key: 2"), "key: 2");
     EXPECT_EQ(find_item(mail, "other: "), "");
@@ -598,7 +596,7 @@ TEST(DeleteKeyword, GivesWhatFollowsTheKey)
     struct {
         char const* text;
         char const* rest;
-        texts       said;
+        strings     said;
         char const* reason;
     } const cases[] = {
         {"From: a@a.test", "a@a.test", {}, "at the start"},

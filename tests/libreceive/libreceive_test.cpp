@@ -5,7 +5,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 
-#include "tests/libsendw/surroundings.h"
+#include "tests/support/clean_machine.h"
 #include "tests/support/peers.h"
 
 namespace zelieml::test
@@ -13,8 +13,6 @@ namespace zelieml::test
 
 namespace
 {
-
-using texts = std::vector<std::string>;
 
 struct list_deleter {
     void operator()(void* list) const { receive_msg_destroy(list); }
@@ -87,7 +85,7 @@ TEST_F(Receive, AnEmptyMailboxTakesOneSession)
     EXPECT_EQ(receive(server), 0);
     EXPECT_EQ(receive_msg_count(list()), 0);
     EXPECT_EQ(server.heard(), server.expected()) << server.problem();
-    EXPECT_EQ(trouble_traces(), texts());
+    EXPECT_EQ(trouble_traces(), strings());
 }
 
 TEST_F(Receive, ThreeMailsTakeThreeSessionsEachWithTheFirstMail)
@@ -97,8 +95,8 @@ TEST_F(Receive, ThreeMailsTakeThreeSessionsEachWithTheFirstMail)
     EXPECT_EQ(server.heard(), server.expected()) << server.problem();
     EXPECT_EQ(server.connections(), 3);
     EXPECT_EQ(receive_msg_count(list()), 3);
-    EXPECT_EQ(mails().from, (texts{"From: a@d.test", "From: b@e.test", "From: c@mail.d.test"}));
-    EXPECT_EQ(mails().subject, (texts{"Subject: 1", "Subject: 2", ""}));
+    EXPECT_EQ(mails().from, (strings{"From: a@d.test", "From: b@e.test", "From: c@mail.d.test"}));
+    EXPECT_EQ(mails().subject, (strings{"Subject: 1", "Subject: 2", ""}));
 }
 
 TEST_F(Receive, AnEmptyListOfDomainsLetsAllPass)
@@ -114,8 +112,8 @@ TEST_F(Receive, OnlyMailsFromAllowedDomainsAreKeptAndAllAreDeleted)
     EXPECT_EQ(receive(server, "x.test, d.test"), 0);
     EXPECT_EQ(server.heard(), server.expected()) << server.problem();
     EXPECT_EQ(receive_msg_count(list()), 2);
-    EXPECT_EQ(mails().from, (texts{"From: a@d.test", "From: c@mail.d.test"}));
-    EXPECT_EQ(mails().subject, (texts{"Subject: 1", ""}));
+    EXPECT_EQ(mails().from, (strings{"From: a@d.test", "From: c@mail.d.test"}));
+    EXPECT_EQ(mails().subject, (strings{"Subject: 1", ""}));
 
     local_server again(three_mails);
     EXPECT_EQ(receive(again, "nobody.test"), 0);
@@ -135,7 +133,7 @@ TEST_F(Receive, AMailThatIsTooLongIsLeftOutAndTheOthersAreNot)
     EXPECT_EQ(receive(server), 0);
     EXPECT_EQ(server.heard(), server.expected()) << server.problem();
     EXPECT_EQ(receive_msg_count(list()), 1);
-    EXPECT_EQ(mails().from, texts{"From: a@d.test"});
+    EXPECT_EQ(mails().from, strings{"From: a@d.test"});
 }
 
 TEST_F(Receive, StartsTheListAfresh)
@@ -145,7 +143,7 @@ TEST_F(Receive, StartsTheListAfresh)
     local_server second(session("1 100", "S: From: z@z.test"));
     EXPECT_EQ(receive(second), 0);
     EXPECT_EQ(receive_msg_count(list()), 1);
-    EXPECT_EQ(mails().from, texts{"From: z@z.test"});
+    EXPECT_EQ(mails().from, strings{"From: z@z.test"});
 }
 
 TEST_F(Receive, AFailureLeavesTheListEmptyAlthoughMailsAreGone)
@@ -159,10 +157,11 @@ TEST_F(Receive, AFailureLeavesTheListEmptyAlthoughMailsAreGone)
     EXPECT_EQ(receive(server), -1);
     EXPECT_EQ(server.heard(), server.expected()) << server.problem();
     EXPECT_EQ(receive_msg_count(list()), 0);
-    EXPECT_EQ(mails().from, texts());
-    EXPECT_EQ(mails().subject, texts());
-    EXPECT_EQ(trouble_traces(), (texts{"error:-ERR", "error: pop_stat",
-                                       "error:fetchmail_get_one_mail", "error:process_one_mail"}));
+    EXPECT_EQ(mails().from, strings());
+    EXPECT_EQ(mails().subject, strings());
+    EXPECT_EQ(trouble_traces(),
+              (strings{"error:-ERR", "error: pop_stat", "error:fetchmail_get_one_mail",
+                       "error:process_one_mail"}));
     char buffer[100];
     EXPECT_EQ(receive_msg_get_from(list(), 0, buffer, sizeof buffer), -1);
 }
@@ -175,7 +174,7 @@ TEST_F(Receive, NullIsAFailure)
     EXPECT_EQ(receive_msg_count(nullptr), 0);
     EXPECT_EQ(receive_mails(nullptr, list(), nullptr), -1);
     EXPECT_EQ(receive_mails(&server, nullptr, nullptr), -1);
-    EXPECT_EQ(traces(), texts()) << "nobody was asked";
+    EXPECT_EQ(traces(), strings()) << "nobody was asked";
     EXPECT_EQ(receive_mails(&server, list(), nullptr), -1) << "a record that was not set";
 }
 
@@ -247,8 +246,8 @@ TEST_F(Receive, InitEmptiesAList)
     mails() = {1, {"From: a"}, {"Subject: s"}};
     receive_msg_init(mails());
     EXPECT_EQ(mails().count, 0);
-    EXPECT_EQ(mails().from, texts());
-    EXPECT_EQ(mails().subject, texts());
+    EXPECT_EQ(mails().from, strings());
+    EXPECT_EQ(mails().subject, strings());
 }
 
 TEST_F(Receive, GettersCutTheKeyOff)
@@ -273,7 +272,7 @@ TEST_F(Receive, GettersCutTheKeyOff)
         EXPECT_EQ(receive_msg_get_subject(list(), c.index, buffer, sizeof buffer), 0) << c.reason;
         EXPECT_STREQ(buffer, c.subject) << c.reason;
     }
-    EXPECT_EQ(trouble_traces(), (texts{"error: no keyword", "error: no keyword"}));
+    EXPECT_EQ(trouble_traces(), (strings{"error: no keyword", "error: no keyword"}));
 }
 
 TEST_F(Receive, ABufferAsLongAsTheWholeLineIsTooShort)
@@ -291,7 +290,7 @@ TEST_F(Receive, ABufferAsLongAsTheWholeLineIsTooShort)
         {static_cast<int>(from.size()), -1, 0, "the NUL of From needs room"},
         {static_cast<int>(subject.size()) + 1, -1, 0, "the line of Subject and its NUL"},
         {static_cast<int>(subject.size()), -1, -1, "the NUL of Subject needs room"},
-        {9, -1, -1, "room for the texts without their keys"},
+        {9, -1, -1, "room for the values without their keys"},
         {0, -1, -1, "no room"},
         {-1, -1, -1, "less than no room"},
     };
@@ -335,9 +334,9 @@ TEST_F(Receive, GettersTakeNoIndexOutsideAndNoNull)
 
 TEST(CopyInToOut, AppendsInOrder)
 {
-    texts out = {"a"};
+    strings out = {"a"};
     copy_in_to_out({"b", "c"}, out);
-    EXPECT_EQ(out, (texts{"a", "b", "c"}));
+    EXPECT_EQ(out, (strings{"a", "b", "c"}));
 }
 
 }  // namespace

@@ -18,7 +18,7 @@
 #include "libbase64/libbase64.h"
 #include "libcryptw/libcryptw.h"
 #include "libsendw/sock.h"
-#include "tests/libsendw/surroundings.h"
+#include "tests/support/clean_machine.h"
 #include "tests/support/mail_server.h"
 #include "tests/support/peers.h"
 
@@ -27,8 +27,6 @@ namespace zelieml::test
 
 namespace
 {
-
-using texts = std::vector<std::string>;
 
 // ---- settings and messages
 
@@ -132,7 +130,7 @@ struct send_case {
     std::string transcript;
     int         result;
     std::string result_text;
-    texts       trouble        = {};
+    strings     trouble        = {};
     std::string pop_transcript = {};
     // Of the POP3 step, in microseconds.
     std::vector<std::int64_t> sleeps = {};
@@ -178,7 +176,7 @@ std::string ehlo(std::string const& offer)
     return greeted + "C: ehlo {host}\nS: 250-mail.test\nS: 250 " + offer + "\n";
 }
 
-texts not_sent(std::string const& error)
+strings not_sent(std::string const& error)
 {
     return {"error:can not find code (%s)", error, "error:_send_message", "error:send_message"};
 }
@@ -912,7 +910,8 @@ TEST_F(Delivery, ConnectsToNoSmtpServerWhenPop3Fails)
     sender            s(usual_message, settings_text(server.port(), pop_port.number(), with_pop()));
     EXPECT_EQ(s.send(), 2002);
     EXPECT_EQ(s.result_text, "") << "the empty last reply of the POP3 session";
-    EXPECT_EQ(trouble_traces(), (texts{"error:connect INVALID_SOCKET", "error:INVALID_SOCKET %d"}));
+    EXPECT_EQ(trouble_traces(),
+              (strings{"error:connect INVALID_SOCKET", "error:INVALID_SOCKET %d"}));
     EXPECT_EQ(server.connections(), 0);
     EXPECT_EQ(server.heard(), "");
 }
@@ -929,7 +928,7 @@ TEST_F(Delivery, ReadsPasswordsInTheFormThatTheSettingsSay)
         std::optional<std::string> passwd_raw;
         std::string                passwd;
         char const*                password;  // in Base64 escapes
-        texts                      trouble;
+        strings                    trouble;
         char const*                reason;
     } const cases[] = {
         {"yes", "secret", "secret", {}, "plain"},
@@ -978,8 +977,8 @@ TEST_F(Delivery, RefusesAStoredPasswordOfOddLength)
         clear_traces();
         EXPECT_EQ(s.send(), 1004) << odd;
         EXPECT_EQ(s.result_text, "220 mail.test ready\r\n") << odd;
-        EXPECT_EQ(trouble_traces(), (texts{"error:etc_hexstr2bin", "error:crypt::decrypt_passwd",
-                                           "error:get_smtp_userinfo", "error:smtp_ehlo"}))
+        EXPECT_EQ(trouble_traces(), (strings{"error:etc_hexstr2bin", "error:crypt::decrypt_passwd",
+                                             "error:get_smtp_userinfo", "error:smtp_ehlo"}))
             << odd;
         EXPECT_EQ(server.heard(), server.expected()) << server.problem();
     }
@@ -994,7 +993,7 @@ TEST_F(Delivery, FailsWhenTheServerIsNotReached)
     struct {
         char const* host;
         char const* port;
-        texts       trouble;
+        strings     trouble;
         char const* reason;
     } const cases[] = {
         {"127.0.0.1",
@@ -1032,7 +1031,7 @@ TEST_F(Delivery, ReachesAServerByItsName)
     add_host("mail.test", "127.0.0.1");
     sender s(usual_message, settings_text(server.port(), 0, {{"smtp_server", "mail.test"}}));
     EXPECT_EQ(s.send(), 0);
-    EXPECT_EQ(looked_up_names(), (texts{"mail.test", "client.test"}));
+    EXPECT_EQ(looked_up_names(), (strings{"mail.test", "client.test"}));
     EXPECT_EQ(server.heard(), server.expected()) << server.problem();
 }
 
@@ -1051,13 +1050,13 @@ TEST_F(Delivery, FailsWithoutSettings)
     local_server server("");
     sender       s(usual_message, "");
     EXPECT_EQ(s.send(), 1000) << "an empty file";
-    EXPECT_EQ(trouble_traces(), (texts{missing, missing, "error:get_smtp_server_addr"}));
+    EXPECT_EQ(trouble_traces(), (strings{missing, missing, "error:get_smtp_server_addr"}));
 
     clear_traces();
     s.conf_path += ".not";
     EXPECT_EQ(s.send(), 1000) << "no file";
-    EXPECT_EQ(trouble_traces(), (texts{"error:ifstream(%s)", missing, "error:ifstream(%s)", missing,
-                                       "error:get_smtp_server_addr"}));
+    EXPECT_EQ(trouble_traces(), (strings{"error:ifstream(%s)", missing, "error:ifstream(%s)",
+                                         missing, "error:get_smtp_server_addr"}));
     EXPECT_EQ(s.result_text, "what was there before");
     EXPECT_EQ(server.connections(), 0);
 }
@@ -1081,7 +1080,7 @@ TEST_F(Delivery, ConnectsBeforeItLooksForTheMessage)
         clear_traces();
         EXPECT_EQ(s.send(), 1005) << c.reason;
         EXPECT_EQ(s.result_text, "250 mail.test\r\n") << c.reason;
-        EXPECT_EQ(trouble_traces(), (texts{"error:ifstream(%s)", "error:send_message"}))
+        EXPECT_EQ(trouble_traces(), (strings{"error:ifstream(%s)", "error:send_message"}))
             << c.reason;
         EXPECT_EQ(server.heard(), server.expected()) << c.reason << ": " << server.problem();
     }
@@ -1091,7 +1090,7 @@ TEST_F(Delivery, TracesItsFilesFirst)
 {
     sender s(usual_message, "");
     s.send();
-    texts const all = traces();
+    strings const all = traces();
     ASSERT_GE(all.size(), 2U);
     EXPECT_EQ(all[0], "msg_fullpath = %s");
     EXPECT_EQ(all[1], "conf_fullpath = %s");
@@ -1103,7 +1102,7 @@ TEST_F(Delivery, TracesItsWay)
         changes     settings;
         std::string transcript;
         std::string pop_transcript;
-        texts       marks;
+        strings     marks;
         char const* reason;
     } const cases[] = {
         {{}, helo + delivery, "", {}, "a simple delivery"},
@@ -1123,15 +1122,15 @@ TEST_F(Delivery, TracesItsWay)
          {"smtp_rcptto"},
          "a recipient refused"},
     };
-    texts const known_marks = {"smtp_ehlo user:%s passwd:%s", "pop_before_smtp user:%s passwd:%s",
-                               "smtp_rcptto"};
+    strings const known_marks = {"smtp_ehlo user:%s passwd:%s", "pop_before_smtp user:%s passwd:%s",
+                                 "smtp_rcptto"};
     for (auto const& c : cases) {
         local_server server(c.transcript);
         local_server pop_server(c.pop_transcript);
         sender       s(usual_message, settings_text(server.port(), pop_server.port(), c.settings));
         clear_traces();
         s.send();
-        texts marks;
+        strings marks;
         for (std::string const& text : traces()) {
             if (std::count(known_marks.begin(), known_marks.end(), text) != 0) {
                 marks.push_back(text);
@@ -1498,10 +1497,10 @@ TEST_F(Delivery, SurvivesAServerThatBreaksTheConnectionWithinABigText)
     EXPECT_EQ(s.send(), 1005);
     EXPECT_EQ(s.result_text, "354 e\r\n") << "the last reply, since the text has none";
     server.join();
-    texts const trouble = trouble_traces();
+    strings const trouble = trouble_traces();
     ASSERT_GE(trouble.size(), 3U);
-    EXPECT_EQ(texts(trouble.begin(), trouble.begin() + 3),
-              (texts{"error:_smtp_write_data", "error:_send_message", "error:send_message"}));
+    EXPECT_EQ(strings(trouble.begin(), trouble.begin() + 3),
+              (strings{"error:_smtp_write_data", "error:_send_message", "error:send_message"}));
 }
 
 // ---- several at once
@@ -1560,7 +1559,7 @@ TEST_F(Delivery, NeedsNoSettingUp)
     isend_sys& as_interface = system;
     EXPECT_EQ(as_interface.init(), 0);
     EXPECT_EQ(as_interface.end(), 0);
-    EXPECT_EQ(traces(), texts{});
+    EXPECT_EQ(traces(), strings{});
 }
 
 }  // namespace

@@ -3,30 +3,18 @@
 #include "libsendw/pop.h"
 
 #include <algorithm>
-#include <arpa/inet.h>
 #include <functional>
-#include <gtest/gtest.h>
 #include <limits>
 #include <memory>
-#include <ostream>
-#include <sys/socket.h>
-#include <system_error>
-#include <unistd.h>
 
-#include "tests/support/fake_clock.h"
-#include "tests/support/fake_heap.h"
-#include "tests/support/fake_resolver.h"
-#include "tests/support/files.h"
-#include "tests/support/scripted_server.h"
-#include "tests/support/trace_recorder.h"
+#include "tests/support/clean_machine.h"
+#include "tests/support/peers.h"
 
-using namespace zelieml;
-using zelieml::test::scripted_server;
+namespace zelieml::test
+{
 
 namespace
 {
-
-using strings = std::vector<std::string>;
 
 constexpr int max_int = std::numeric_limits<int>::max();
 constexpr int min_int = std::numeric_limits<int>::min();
@@ -44,51 +32,16 @@ bool is_socket_talk(std::string const& text)
 
 strings pop_traces()
 {
-    strings all = test::traces();
+    strings all = traces();
     all.erase(std::remove_if(all.begin(), all.end(), is_socket_talk), all.end());
     return all;
 }
 
-// A port of 127.0.0.1 at which nobody listens, and nobody else can.
-class refusing_port
-{
-public:
-    refusing_port()
-    {
-        sockaddr_in here     = {};
-        here.sin_family      = AF_INET;
-        here.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        socklen_t size       = sizeof here;
-        auto*     address    = reinterpret_cast<sockaddr*>(&here);
-        if (fd_ < 0 || ::bind(fd_, address, size) != 0 || ::getsockname(fd_, address, &size) != 0) {
-            throw std::system_error(errno, std::generic_category());
-        }
-        port_ = ntohs(here.sin_port);
-    }
-    ~refusing_port() { ::close(fd_); }
-    refusing_port(refusing_port const&)            = delete;
-    refusing_port& operator=(refusing_port const&) = delete;
-
-    int port() const { return port_; }
-
-private:
-    int fd_   = ::socket(AF_INET, SOCK_STREAM, 0);
-    int port_ = 0;
-};
-
 }  // namespace
 
-// Each test ends with as many open descriptors as it began with.
-class Pop : public ::testing::Test
+class Pop : public on_a_clean_machine
 {
 protected:
-    Pop()
-    {
-        test::reset_waits(true);
-        test::clear_hosts();
-        test::clear_traces();
-    }
-
     void TearDown() override
     {
         EXPECT_EQ(pop_end_session(session_), session_ != nullptr ? 0 : -1);
@@ -97,7 +50,7 @@ protected:
             EXPECT_TRUE(server_->ok()) << server_->problem();
         }
         server_.reset();
-        EXPECT_EQ(test::open_descriptors(), descriptors_);
+        on_a_clean_machine::TearDown();
     }
 
     int play(std::string const& transcript)
@@ -110,14 +63,13 @@ protected:
     _s_pop* start(std::string const& transcript)
     {
         EXPECT_EQ(pop_start_session("127.0.0.1", play(transcript), &session_), 0);
-        test::clear_traces();
+        clear_traces();
         return session_;
     }
 
     _s_pop* session() const { return session_; }
 
 private:
-    int                              descriptors_ = test::open_descriptors();
     std::unique_ptr<scripted_server> server_;
     _s_pop*                          session_ = nullptr;
 };
@@ -140,17 +92,12 @@ void PrintTo(login_case const& c, std::ostream* out)
     *out << c.name;
 }
 
-class PopBeforeSmtp : public Pop, public ::testing::WithParamInterface<login_case>
+class PopBeforeSmtp : public Pop, public testing::WithParamInterface<login_case>
 {
 };
 
 namespace
 {
-
-std::string case_name(::testing::TestParamInfo<login_case> const& info)
-{
-    return info.param.name;
-}
 
 strings const slept = {"sleep start %d", "sleep end"};
 
@@ -612,10 +559,11 @@ TEST_P(PopBeforeSmtp, EndsAsTheTranscriptSays)
     EXPECT_EQ(pop_traces(), wanted);
     // The wait comes after a good login only.
     std::vector<std::int64_t> const sleeps(c.code == pop_ok ? 1 : 0, 1500000);
-    EXPECT_EQ(test::waits().sleeps, sleeps);
+    EXPECT_EQ(waits().sleeps, sleeps);
 }
 
-INSTANTIATE_TEST_SUITE_P(Dialogue, PopBeforeSmtp, ::testing::ValuesIn(login_cases), case_name);
+INSTANTIATE_TEST_SUITE_P(Dialogue, PopBeforeSmtp, testing::ValuesIn(login_cases),
+                         case_name<login_case>);
 
 namespace
 {
@@ -648,15 +596,15 @@ TEST_F(Pop, TheWaitIsInMillisecondsAndNoneWhenNegative)
         {min_int, 0, "the most negative: none"},
     };
     for (row const& r : rows) {
-        test::reset_waits(true);
+        reset_waits(true);
         scripted_server server(good_login);
         std::string     reply;
         EXPECT_EQ(
             pop_before_smtp("127.0.0.1", server.port(), "anna", "secret", false, r.wait_ms, reply),
             pop_ok);
-        ASSERT_EQ(test::waits().sleeps.size(), 1U) << r.reason;
+        ASSERT_EQ(waits().sleeps.size(), 1U) << r.reason;
         // A sleep that is asked for a negative time returns at once.
-        EXPECT_EQ(std::max<std::int64_t>(test::waits().sleeps[0], 0), r.slept_us) << r.reason;
+        EXPECT_EQ(std::max<std::int64_t>(waits().sleeps[0], 0), r.slept_us) << r.reason;
         EXPECT_TRUE(server.ok()) << server.problem();
     }
 }
@@ -664,16 +612,17 @@ TEST_F(Pop, TheWaitIsInMillisecondsAndNoneWhenNegative)
 TEST_F(Pop, ARefusedConnectionFailsTheStart)
 {
     {
-        refusing_port const nobody;
-        std::string         reply = "as it was";
-        EXPECT_EQ(pop_before_smtp("127.0.0.1", nobody.port(), "anna", "secret", false, 1500, reply),
-                  pop_start_failed);
+        closed_port const nobody;
+        std::string       reply = "as it was";
+        EXPECT_EQ(
+            pop_before_smtp("127.0.0.1", nobody.number(), "anna", "secret", false, 1500, reply),
+            pop_start_failed);
         EXPECT_EQ(reply, "") << "there was no reply";
     }
     EXPECT_EQ(pop_traces(),
               (strings{"pop_before_smtp in", "IP:%s Port:%d", "error:connect INVALID_SOCKET",
                        "error:INVALID_SOCKET %d", "pop_start_session"}));
-    EXPECT_TRUE(test::waits().sleeps.empty());
+    EXPECT_TRUE(waits().sleeps.empty());
 }
 
 TEST_F(Pop, AnUnknownHostFailsTheStart)
@@ -685,12 +634,12 @@ TEST_F(Pop, AnUnknownHostFailsTheStart)
     EXPECT_EQ(pop_traces(),
               (strings{"pop_before_smtp in", "warning:inet_addr %s", "error:gethostbyname %s",
                        "error:invalid host address", "pop_start_session"}));
-    EXPECT_EQ(test::looked_up_names(), strings{"nowhere.test"});
+    EXPECT_EQ(looked_up_names(), strings{"nowhere.test"});
 }
 
 TEST_F(Pop, AKnownHostIsReachedByItsName)
 {
-    test::add_host("pop.test", "127.0.0.1");
+    add_host("pop.test", "127.0.0.1");
     std::string reply;
     EXPECT_EQ(pop_before_smtp("pop.test", play(good_login), "anna", "secret", false, 0, reply),
               pop_ok);
@@ -699,15 +648,15 @@ TEST_F(Pop, AKnownHostIsReachedByItsName)
 
 TEST_F(Pop, ASilentGreetingIsGivenUpAfterItsFifteenSeconds)
 {
-    test::reset_waits(false);
+    reset_waits(false);
     std::string reply = "as it was";
     EXPECT_EQ(
         pop_before_smtp("127.0.0.1", play("S: (silent)"), "anna", "secret", false, 1500, reply),
         pop_start_failed);
     EXPECT_EQ(reply, "");
-    EXPECT_EQ(test::waits().readable_waits, std::vector<int>(3001, 5000));
-    EXPECT_TRUE(test::waits().sleeps.empty());
-    EXPECT_EQ(test::trouble_traces(), strings{"error:sock_readline"});
+    EXPECT_EQ(waits().readable_waits, std::vector<int>(3001, 5000));
+    EXPECT_TRUE(waits().sleeps.empty());
+    EXPECT_EQ(trouble_traces(), strings{"error:sock_readline"});
 }
 
 TEST_F(Pop, NullTextsAreAFailure)
@@ -742,12 +691,12 @@ TEST_F(Pop, AConnectionThatDoesNotEndInOrderIsTracedAndAGoodLoginAllTheSame)
                               "secret", false, 1500, reply),
               pop_ok);
     EXPECT_EQ(reply, "+OK bye\r\n");
-    strings const trouble = test::trouble_traces();
+    strings const trouble = trouble_traces();
     ASSERT_EQ(trouble.size(), 2U);
     // Which of the two steps meets the break is a matter of microseconds.
     EXPECT_TRUE(trouble[0] == "error:shutdown" || trouble[0] == "error:recv") << trouble[0];
     EXPECT_EQ(trouble[1], "error:shutdown_connection");
-    EXPECT_EQ(test::waits().sleeps, std::vector<std::int64_t>{1500000});
+    EXPECT_EQ(waits().sleeps, std::vector<std::int64_t>{1500000});
 }
 
 TEST_F(Pop, ABrokenConnectionIsARefusalWhateverTheStep)
@@ -787,15 +736,15 @@ TEST_F(Pop, NullSessionsAreAFailureToEnd)
     EXPECT_EQ(pop_end_session(nullptr), -1);
     EXPECT_EQ(pop_free(nullptr), -1);
     pop_abandon_session(nullptr);
-    EXPECT_EQ(test::traces(), strings());
+    EXPECT_EQ(traces(), strings());
 }
 
 TEST_F(Pop, WithoutMemoryForTheDigestNoApopIsSent)
 {
     start("S: +OK ready <1@a>");
-    test::fail_heap_after(0);
+    fail_heap_after(0);
     EXPECT_EQ(pop_apop(session(), "anna", "secret"), -1);
-    test::fail_heap_after(-1);
+    fail_heap_after(-1);
     EXPECT_EQ(pop_traces(), (strings{"pop_apop in", "error:cdsaCspAttach", "error:crypt::md5"}));
 }
 
@@ -862,7 +811,7 @@ TEST_F(Pop, StatTakesTheSecondAndTheThirdWord)
         scripted_server server("S: +OK\nC: stat\nS: " + r.reply + "\n");
         _s_pop*         pop = nullptr;
         ASSERT_EQ(pop_start_session("127.0.0.1", server.port(), &pop), 0);
-        test::clear_traces();
+        clear_traces();
         int count = untouched;
         int size  = untouched;
 
@@ -870,7 +819,7 @@ TEST_F(Pop, StatTakesTheSecondAndTheThirdWord)
 
         EXPECT_EQ(count, r.count) << r.reason;
         EXPECT_EQ(size, r.size) << r.reason;
-        EXPECT_EQ(test::trouble_traces(), r.trouble) << r.reason;
+        EXPECT_EQ(trouble_traces(), r.trouble) << r.reason;
         pop_end_session(pop);
         EXPECT_TRUE(server.ok()) << r.reason << ": " << server.problem();
     }
@@ -896,7 +845,7 @@ TEST_F(Pop, DeleAndRetrNameTheMessage)
     EXPECT_EQ(pop_dele(session(), max_int), 0);
     EXPECT_EQ(pop_dele(session(), min_int), -1);
     EXPECT_EQ(pop_retr(session(), 0), -1);
-    EXPECT_EQ(test::trouble_traces(), strings(2, "error:-ERR"));
+    EXPECT_EQ(trouble_traces(), strings(2, "error:-ERR"));
     EXPECT_EQ(pop_quit(session()), 0);
 }
 
@@ -906,7 +855,7 @@ TEST_F(Pop, ARefusedStepLeavesTheSessionUsable)
     EXPECT_EQ(pop_user(session(), "anna"), -1);
     EXPECT_EQ(pop_user(session(), std::string(1017, 'x').c_str()), -1) << "not sent";
     EXPECT_EQ(pop_user(session(), "bert"), 0);
-    EXPECT_EQ(test::trouble_traces(), (strings{"error:-ERR", "error:sock_write"}));
+    EXPECT_EQ(trouble_traces(), (strings{"error:-ERR", "error:sock_write"}));
 }
 
 // Silence at every step: the step gives up, as at the greeting, and tells of the read.
@@ -929,17 +878,17 @@ TEST_F(Pop, ASilentServerIsGivenUpAtEveryStep)
         {"quit", "quit", [](_s_pop* s) { return pop_quit(s); }},
     };
     for (row const& r : rows) {
-        test::reset_waits(true);
+        reset_waits(true);
         scripted_server server(std::string("S: +OK <a>\nC: ") + r.command + "\nS: (silent)\n");
         _s_pop*         pop = nullptr;
         ASSERT_EQ(pop_start_session("127.0.0.1", server.port(), &pop), 0);
-        test::clear_traces();
-        test::reset_waits(false);
+        clear_traces();
+        reset_waits(false);
 
         EXPECT_EQ(r.step(pop), -1) << r.name;
 
-        EXPECT_EQ(test::waits().readable_waits.size(), 3001U) << r.name;
-        EXPECT_EQ(test::trouble_traces(), strings{"error:sock_readline"}) << r.name;
+        EXPECT_EQ(waits().readable_waits.size(), 3001U) << r.name;
+        EXPECT_EQ(trouble_traces(), strings{"error:sock_readline"}) << r.name;
         EXPECT_EQ(pop->reply, "") << r.name;
         pop_end_session(pop);
         EXPECT_TRUE(server.ok()) << r.name << ": " << server.problem();
@@ -1025,7 +974,7 @@ TEST_F(Pop, AMessageThatTricklesIsTheSame)
     EXPECT_EQ(lines, (strings{"+OK", "a", "\r", "..", "."}));
 }
 
-class MessageLength : public Pop, public ::testing::WithParamInterface<int>
+class MessageLength : public Pop, public testing::WithParamInterface<int>
 {
 };
 
@@ -1051,7 +1000,7 @@ TEST_P(MessageLength, IsLimited)
                                      : strings{"pop.response %s"});
 }
 
-INSTANTIATE_TEST_SUITE_P(Lines, MessageLength, ::testing::Values(0, 1, 1999, 2000, 2001, 2500));
+INSTANTIATE_TEST_SUITE_P(Lines, MessageLength, testing::Values(0, 1, 1999, 2000, 2001, 2500));
 
 TEST_F(Pop, WhatIsUnreadOfALongMessageAnswersTheNextCommand)
 {
@@ -1074,7 +1023,7 @@ TEST_F(Pop, ALineOfMoreThan4095BytesBecomesEmpty)
     bool    over = false;
     EXPECT_EQ(pop_retr_alllines(session(), 1, lines, over), 0);
     EXPECT_EQ(lines, (strings{"+OK", longest, "", "", "after", "."}));
-    EXPECT_EQ(test::trouble_traces(), strings(2, "error:buffer over flow"));
+    EXPECT_EQ(trouble_traces(), strings(2, "error:buffer over flow"));
 }
 
 TEST_F(Pop, AMessageCutShortCountsAsFetched)
@@ -1091,7 +1040,7 @@ TEST_F(Pop, AMessageThatFallsSilentCountsAsFetched)
 {
     start("S: +OK\nC: retr 1\nS+ +OK\nS: one\nS: (silent)\n");
     EXPECT_EQ(pop_retr(session(), 1), 0);
-    test::reset_waits(false);
+    reset_waits(false);
     strings lines;
     bool    over = false;
     EXPECT_EQ(read_multiline_reply(session(), lines, over), -1);
@@ -1143,9 +1092,9 @@ TEST(PopError, IsThreeWordsAnywhere)
         {"", false, "empty"},
     };
     for (row const& r : rows) {
-        test::clear_traces();
+        clear_traces();
         EXPECT_EQ(pop_error(r.line), r.error) << r.reason;
-        EXPECT_EQ(test::traces(), r.error ? strings{"error:-ERR"} : strings()) << r.reason;
+        EXPECT_EQ(traces(), r.error ? strings{"error:-ERR"} : strings()) << r.reason;
     }
 }
 
@@ -1173,10 +1122,9 @@ TEST(RemoveNr, DropsOneLineEnd)
         {std::string(4095, 'x') + "\n", "", "4096 bytes"},
     };
     for (row const& r : rows) {
-        test::clear_traces();
+        clear_traces();
         EXPECT_EQ(remove_nr(r.line), r.text) << r.reason;
-        EXPECT_EQ(test::traces(),
-                  r.line.size() > 4095 ? strings{"error:buffer over flow"} : strings())
+        EXPECT_EQ(traces(), r.line.size() > 4095 ? strings{"error:buffer over flow"} : strings())
             << r.reason;
     }
 }
@@ -1198,3 +1146,5 @@ TEST(RemoveEndChar, DropsTheLastByteOfALongerTextIfItIsTheOne)
         EXPECT_STREQ(text, r.after) << r.before;
     }
 }
+
+}  // namespace zelieml::test

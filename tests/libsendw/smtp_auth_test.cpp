@@ -31,7 +31,7 @@ class SmtpAuthentication : public on_a_clean_machine
 TEST_F(SmtpAuthentication, IsOfferedByTheFirstLineThatSaysAUTH)
 {
     struct {
-        texts       lines;
+        strings     lines;
         char const* found;
         char const* reason;
     } const cases[] = {
@@ -46,7 +46,7 @@ TEST_F(SmtpAuthentication, IsOfferedByTheFirstLineThatSaysAUTH)
         {{}, "", "no lines at all"},
     };
     for (auto const& c : cases) {
-        texts lines = c.lines;
+        strings lines = c.lines;
         EXPECT_EQ(find_auth_reponse(lines), c.found) << c.reason;
         EXPECT_EQ(lines, c.lines) << c.reason;
     }
@@ -69,7 +69,7 @@ command_case choice(char const* name, char const* auth_type, std::string const& 
             ehlo(auth_type),
             -1,
             "504 not that one\r\n",
-            plain ? refused("error:not 235") : texts{"error:not 334"}};
+            plain ? refused("error:not 235") : strings{"error:not 334"}};
 }
 
 char const* const cram_md5 = "AUTH CRAM-MD5";
@@ -699,7 +699,7 @@ struct login_run {
     char const* name;
     smtp_act    act;
     char const* replies;
-    texts       marks;      // traces that tell the way through
+    strings     marks;      // traces that tell the way through
     char const* unwritten;  // trace of a first line that cannot be written
 };
 
@@ -728,10 +728,10 @@ TEST_F(SmtpAuthentication, TracesWhereItGoesInAndOut)
         held.pair.say(run.replies);
         clear_traces();
         ASSERT_EQ(run.act(&held.session), 0) << run.name;
-        texts const all = traces();
+        strings const all = traces();
         EXPECT_EQ(all.front(), run.marks[0]) << run.name;
         EXPECT_EQ(all.back(), run.marks[1]) << run.name;
-        EXPECT_EQ(trouble_traces(), texts{}) << run.name;
+        EXPECT_EQ(trouble_traces(), strings{}) << run.name;
     }
 }
 
@@ -742,7 +742,7 @@ TEST_F(SmtpAuthentication, HasNoWayOutWhenItFails)
         held.pair.say("504 no\r\n");
         clear_traces();
         ASSERT_EQ(run.act(&held.session), -1) << run.name;
-        texts const all = traces();
+        strings const all = traces();
         EXPECT_EQ(all.front(), run.marks[0]) << run.name;
         EXPECT_EQ(std::count(all.begin(), all.end(), run.marks[1]), 0) << run.name;
     }
@@ -756,7 +756,7 @@ TEST_F(SmtpAuthentication, TracesWhatCannotBeWritten)
         clear_traces();
         EXPECT_EQ(run.act(&held.session), -1) << run.name;
         EXPECT_EQ(traces().front(), run.marks[0]) << run.name;
-        EXPECT_EQ(trouble_traces(), texts{run.unwritten}) << run.name;
+        EXPECT_EQ(trouble_traces(), strings{run.unwritten}) << run.name;
         EXPECT_EQ(waits().readable_waits, std::vector<int>{}) << run.name << ": reads nothing";
     }
 }
@@ -767,7 +767,7 @@ TEST_F(SmtpAuthentication, GivesUpOnASilentServerAfter3001Waits)
         char const* name;
         smtp_act    act;
         char const* said;
-        texts       trouble;
+        strings     trouble;
     } const cases[] = {
         {"ehlo", ehlo("auto"), "", {"error:read_multiline_reply"}},
         {"ehlo, half answered", ehlo("auto"), "250-a\r\n250", {"error:read_multiline_reply"}},
@@ -795,16 +795,16 @@ TEST_F(SmtpAuthentication, FailsInOrderWhenMemoryRunsOut)
 {
     struct {
         login_run const& run;
-        texts            failures;  // the last traces that tell what there was no memory for
+        strings          failures;  // the last traces that tell what there was no memory for
     } const cases[] = {
         {login_runs[0], {"error:base64_decode", "error:hmac_md5", "error:base64_encode"}},
         {login_runs[1], {"error:base64_encode"}},
         {login_runs[2], {"error:base64_encode"}},
     };
     for (auto const& c : cases) {
-        texts failures;
-        int   result = -1;
-        int   good   = 0;
+        strings failures;
+        int     result = -1;
+        int     good   = 0;
         for (; result != 0 && good < 100; ++good) {
             hand_held_session held;
             held.pair.say(c.run.replies);
@@ -833,7 +833,7 @@ TEST_F(SmtpAuthentication, GreetsWithAHostNameOnlyWhenItFitsTheLine)
         clear_traces();
         bool const fits = length == 1016;
         EXPECT_EQ(ehlo("plain")(&held.session), fits ? 0 : -1);
-        EXPECT_EQ(trouble_traces(), fits ? texts{} : texts{"error:read_multiline_reply"});
+        EXPECT_EQ(trouble_traces(), fits ? strings{} : strings{"error:read_multiline_reply"});
         ::shutdown(held.pair.client(), SHUT_WR);
         std::string const heard = held.pair.heard_to_the_end();
         EXPECT_EQ(heard.substr(0, heard.find('\n') + 1),

@@ -11,13 +11,12 @@
 #include <vector>
 
 #include "libsendw/smtp.h"
-#include "tests/libsendw/surroundings.h"
+#include "tests/support/clean_machine.h"
 #include "tests/support/peers.h"
 
 namespace zelieml::test
 {
 
-using texts    = std::vector<std::string>;
 using smtp_act = std::function<int(_s_smtp*)>;
 
 struct command_case {
@@ -26,7 +25,7 @@ struct command_case {
     smtp_act    act;
     int         result;
     std::string reply;  // what the session keeps
-    texts       trouble = {};
+    strings     trouble = {};
 };
 
 inline void PrintTo(command_case const& c, std::ostream* out)
@@ -38,13 +37,13 @@ inline void PrintTo(command_case const& c, std::ostream* out)
 constexpr char greeting_reply[] = "220 mail.test ready\r\n";
 
 // The traces of a command whose reply has another code.
-inline texts refused(std::string const& error)
+inline strings refused(std::string const& error)
 {
     return {"error:can not find code (%s)", error};
 }
 
 // The traces of a command that gets no reply.
-inline texts lost(std::string const& error)
+inline strings lost(std::string const& error)
 {
     return {"error:read_multiline_reply", error};
 }

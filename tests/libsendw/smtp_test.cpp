@@ -23,7 +23,7 @@ struct start_case {
     std::string transcript;
     int         result;
     std::string reply;
-    texts       trouble;
+    strings     trouble;
 };
 
 void PrintTo(start_case const& c, std::ostream* out)
@@ -31,8 +31,8 @@ void PrintTo(start_case const& c, std::ostream* out)
     *out << c.name;
 }
 
-texts const refused_start = {"error:can not find code (%s)", "error:smtp start session"};
-texts const lost_start    = {"error:read_multiline_reply", "error:smtp start session"};
+strings const refused_start = {"error:can not find code (%s)", "error:smtp start session"};
+strings const lost_start    = {"error:read_multiline_reply", "error:smtp start session"};
 
 start_case const start_cases[] = {
     {"a greeting of one line", "S: 220 mail.test ready", 0, "220 mail.test ready\r\n", {}},
@@ -128,8 +128,8 @@ TEST_F(SmtpSession, SaysWhereItConnectsTo)
     _s_smtp*     session = nullptr;
     ASSERT_EQ(smtp_start_session("127.0.0.1", server.port(), &session), 0);
     EXPECT_EQ(traces(),
-              (texts{"look_up_address %s", "connect IP:%s Port:%d", "connect done.",
-                     "SleepCounter:%d recv:%d", "SleepCounter:%d recv:%d", "readline = %s"}));
+              (strings{"look_up_address %s", "connect IP:%s Port:%d", "connect done.",
+                       "SleepCounter:%d recv:%d", "SleepCounter:%d recv:%d", "readline = %s"}));
     EXPECT_EQ(smtp_end_session(session), 0);
 }
 
@@ -148,7 +148,7 @@ TEST_F(SmtpSession, IsMadeEvenWhenItsStartFails)
     closed_port const port;
     struct {
         char const* host;
-        texts       trouble;
+        strings     trouble;
         char const* reason;
     } const cases[] = {
         {"no.such.host.test",
@@ -171,7 +171,7 @@ TEST_F(SmtpSession, IsMadeEvenWhenItsStartFails)
         ASSERT_EQ(smtp_start_session(c.host, port.number(), &session), -1) << c.reason;
         clear_traces();
         EXPECT_EQ(smtp_end_session(session), 0) << c.reason;
-        EXPECT_EQ(traces(), (texts{"error:shutdown", "error:shutdown_connection"})) << c.reason;
+        EXPECT_EQ(traces(), (strings{"error:shutdown", "error:shutdown_connection"})) << c.reason;
     }
 }
 
@@ -194,7 +194,7 @@ TEST_F(SmtpSession, FailsWhenTheServerBreaksTheConnectionInsteadOfGreeting)
     EXPECT_EQ(smtp_start_session("127.0.0.1", server.port(), &session), -1);
     smtp_abandon_session(session);
     // The connection may be broken before it was noticed to be there.
-    texts const not_connected = {"error:connect INVALID_SOCKET", "error:INVALID_SOCKET %d"};
+    strings const not_connected = {"error:connect INVALID_SOCKET", "error:INVALID_SOCKET %d"};
     EXPECT_TRUE(trouble_traces() == lost_start || trouble_traces() == not_connected)
         << testing::PrintToString(trouble_traces());
 }
@@ -213,7 +213,7 @@ TEST_F(SmtpSession, EndsOnlyOnce)
 {
     EXPECT_EQ(smtp_end_session(nullptr), -1);
     smtp_abandon_session(nullptr);
-    EXPECT_EQ(traces(), texts{});
+    EXPECT_EQ(traces(), strings{});
 }
 
 TEST_F(SmtpSession, DropsWhatTheServerStillSays)
@@ -232,7 +232,7 @@ TEST_F(SmtpSession, DropsWhatTheServerStillSays)
     EXPECT_EQ(session->reply, "221 bye\r\n") << "the second reply is not looked at";
     clear_traces();
     EXPECT_EQ(smtp_end_session(session), 0);
-    texts const all = traces();
+    strings const all = traces();
     ASSERT_GE(all.size(), 2U);
     EXPECT_EQ(all.front(), "error:unexpected %d bytes received.");
     EXPECT_EQ(all.back(), "shutdown ok!");
@@ -251,7 +251,7 @@ TEST_F(SmtpSession, EndsAllTheSameWhenTheConnectionIsBroken)
     EXPECT_EQ(smtp_quit(session), -1);
     clear_traces();
     EXPECT_EQ(smtp_end_session(session), 0);
-    texts const trouble = trouble_traces();
+    strings const trouble = trouble_traces();
     ASSERT_EQ(trouble.size(), 2U);
     EXPECT_TRUE(trouble[0] == "error:shutdown" || trouble[0] == "error:recv") << trouble[0];
     EXPECT_EQ(trouble[1], "error:shutdown_connection");
@@ -856,7 +856,7 @@ TEST_F(SmtpSession, LeadsFromTheGreetingToTheGoodbye)
     EXPECT_EQ(session->reply, "250 queued as 1\r\n");
     EXPECT_EQ(smtp_quit(session), 0);
     EXPECT_EQ(smtp_end_session(session), 0);
-    EXPECT_EQ(trouble_traces(), texts{});
+    EXPECT_EQ(trouble_traces(), strings{});
     EXPECT_EQ(server.heard(), server.expected()) << server.problem();
 }
 
@@ -867,7 +867,7 @@ TEST_F(SmtpSession, GivesUpOnASilentServerAfter3001WaitsAtEveryCommand)
     struct {
         char const* name;
         smtp_act    act;
-        texts       trouble;
+        strings     trouble;
     } const cases[] = {
         {"helo", smtp_helo, lost("error:smtp helo")},
         {"mail from", mail_from_reply, lost("error:smtp mail from")},
@@ -899,7 +899,7 @@ TEST_F(SmtpSession, KeepsTheLinesThatCameBeforeTheSilence)
     reset_waits(false);
     std::vector<std::string> lines = {"what was there before"};
     EXPECT_EQ(read_multiline_reply(&held.session, lines), -1);
-    EXPECT_EQ(lines, (texts{"250-first\r\n", "250-second\r\n"}));
+    EXPECT_EQ(lines, (strings{"250-first\r\n", "250-second\r\n"}));
     EXPECT_EQ(held.session.reply, "250-first\r\n250-second\r\n");
 }
 
@@ -909,7 +909,7 @@ TEST_F(SmtpSession, ReadsOneReplyAtATime)
     held.pair.say("250-one\r\n250 two\r\n354 three\r\n");
     std::vector<std::string> lines = {"what was there before"};
     EXPECT_EQ(read_multiline_reply(&held.session, lines), 0);
-    EXPECT_EQ(lines, (texts{"250-one\r\n", "250 two\r\n"}));
+    EXPECT_EQ(lines, (strings{"250-one\r\n", "250 two\r\n"}));
     EXPECT_EQ(held.session.reply, "250-one\r\n250 two\r\n");
     EXPECT_EQ(read_reply_and_check_code(&held.session, "354"), 0);
     EXPECT_EQ(held.session.reply, "354 three\r\n");
@@ -921,7 +921,7 @@ TEST_F(SmtpSession, LooksForACodeInTheLastLineOnly)
         char const* reply;
         char const* code;
         int         result;
-        texts       trouble;
+        strings     trouble;
         char const* reason;
     } const cases[] = {
         {"250 ok\r\n", "250", 0, {}, "at the start"},
@@ -944,7 +944,7 @@ TEST_F(SmtpSession, TracesCommandsThatCannotBeWritten)
     struct {
         char const* name;
         smtp_act    act;
-        texts       trouble;
+        strings     trouble;
     } const cases[] = {
         {"helo", smtp_helo, {"error:smtp helo"}},
         {"mail from", mail_from_reply, {"error:smtp mail from"}},
@@ -996,13 +996,14 @@ TEST_F(SmtpSession, GreetsWithTheNameOfTheMachine)
         held.pair.say("250 hello\r\n");
         clear_traces();
         EXPECT_EQ(smtp_helo(&held.session), c.result) << c.reason;
-        EXPECT_EQ(trouble_traces(), c.result == 0 ? texts{} : texts{"error:smtp helo"}) << c.reason;
+        EXPECT_EQ(trouble_traces(), c.result == 0 ? strings{} : strings{"error:smtp helo"})
+            << c.reason;
         ::shutdown(held.pair.client(), SHUT_WR);
         EXPECT_EQ(held.pair.heard_to_the_end(), c.greeting) << c.reason;
     }
 }
 
-// ---- big texts and broken connections
+// ---- big mails and broken connections
 
 TEST_F(SmtpSession, SurvivesAServerThatBreaksTheConnectionDuringTheText)
 {
@@ -1013,7 +1014,7 @@ TEST_F(SmtpSession, SurvivesAServerThatBreaksTheConnectionDuringTheText)
     smtp_write_data(&held.session, lines);
     clear_traces();
     EXPECT_EQ(smtp_write_data(&held.session, lines), -1);
-    EXPECT_EQ(trouble_traces(), texts{"error:_smtp_write_data"});
+    EXPECT_EQ(trouble_traces(), strings{"error:_smtp_write_data"});
 }
 
 TEST_F(SmtpSession, SurvivesAServerThatStopsReadingABigTextAndBreaksTheConnection)
@@ -1025,7 +1026,7 @@ TEST_F(SmtpSession, SurvivesAServerThatStopsReadingABigTextAndBreaksTheConnectio
         held.pair.server_resets();
     });
     EXPECT_EQ(smtp_write_data(&held.session, lines), -1);
-    EXPECT_EQ(trouble_traces(), texts{"error:_smtp_write_data"});
+    EXPECT_EQ(trouble_traces(), strings{"error:_smtp_write_data"});
     server.join();
 }
 
@@ -1053,7 +1054,7 @@ TEST_F(SmtpSession, SendsABigTextToAServerThatReadsLate)
 TEST_F(SmtpSession, SendsTheLinesOfATextTogether)
 {
     std::string text;
-    texts       lines;
+    strings     lines;
     for (int i = 0; i < 12; ++i) {
         lines.push_back("X-Header: " + std::to_string(i) + "\r\n");
         text += lines.back();

@@ -4,23 +4,17 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <gtest/gtest.h>
 #include <memory>
 #include <random>
 
 #include "libmsg/libmsg.h"
-#include "tests/support/fake_clock.h"
-#include "tests/support/fake_heap.h"
-#include "tests/support/files.h"
-#include "tests/support/trace_recorder.h"
+#include "tests/support/clean_machine.h"
 
-using namespace zelieml;
-using zelieml::test::temp_dir;
+namespace zelieml::test
+{
 
 namespace
 {
-
-using strings = std::vector<std::string>;
 
 message_holder new_message()
 {
@@ -73,7 +67,7 @@ std::string base64_lines(std::string const& bytes)
 
 bool traced(char const* text)
 {
-    strings const all = test::traces();
+    strings const all = traces();
     return std::count(all.begin(), all.end(), text) == 1;
 }
 
@@ -88,21 +82,20 @@ std::string joined(strings const& pieces)
 
 }  // namespace
 
-class Composition : public ::testing::Test
+class Composition : public on_a_clean_machine
 {
 protected:
-    Composition()
+    void SetUp() override
     {
         ::setenv("TZ", "TST-9", 1);
-        test::set_wall_clock(1794740131, 0);  // Sun, 15 Nov 2026 10:55:31 GMT
-        test::set_zone_offset(9 * 3600);
-        test::write_file(conf_, "subject_use_encoding = yes\r\n");
-        test::clear_traces();
+        set_wall_clock(1794740131, 0);  // Sun, 15 Nov 2026 10:55:31 GMT
+        set_zone_offset(9 * 3600);
+        write_file(conf_, "subject_use_encoding = yes\r\n");
+        on_a_clean_machine::SetUp();
     }
-    ~Composition() override { test::fail_heap_after(-1); }
 
     char const* conf() const { return conf_.c_str(); }
-    void        set_conf(std::string const& text) const { test::write_file(conf_, text); }
+    void        set_conf(std::string const& text) const { write_file(conf_, text); }
 
     strings compose(message_holder const& msg) const
     {
@@ -150,7 +143,7 @@ TEST_F(Composition, AWholeUtf8MailByteForByte)
     EXPECT_EQ(joined(out), text);
     EXPECT_EQ(out.size(), 12U);
     EXPECT_TRUE(traced("encoding: UTF-8"));
-    EXPECT_EQ(test::trouble_traces(), strings());
+    EXPECT_EQ(trouble_traces(), strings());
 }
 
 TEST_F(Composition, AWholeIso2022JpMailByteForByte)
@@ -175,7 +168,7 @@ TEST_F(Composition, AWholeIso2022JpMailByteForByte)
 
     EXPECT_EQ(joined(compose(msg)), text);
     EXPECT_TRUE(traced("encoding: IOS-2022-JP"));
-    EXPECT_EQ(test::trouble_traces(), strings());
+    EXPECT_EQ(trouble_traces(), strings());
 }
 
 TEST_F(Composition, WithoutCcAndMessageIdThereAreEightHeaderLinesAnEmptyOneAndTheBody)
@@ -199,7 +192,7 @@ TEST_F(Composition, TheOutputIsEmptiedFirstAndTheZoneIsWrittenAsItComes)
 {
     auto const msg = new_message();
     record(msg).to = "x@a.test";
-    test::set_zone_offset(-5 * 3600);
+    set_zone_offset(-5 * 3600);
     EXPECT_EQ(compose(msg).front(), "Date: Sun, 15 Nov 2026 19:55:31 --500\r\n");
 }
 
@@ -225,7 +218,7 @@ TEST_F(Composition, TheEncodingTextIsComparedByteForByte)
         record(msg).encoding = r.encoding;
         record(msg).to       = "x@a.test";
         record(msg).body     = "a\n.b";
-        test::clear_traces();
+        clear_traces();
 
         strings const out = compose(msg);
 
@@ -251,7 +244,7 @@ TEST_F(Composition, WithoutAnyRecipientTheToLineIsEmptyAndCompositionGoesOn)
     strings const out = compose(msg);
     ASSERT_EQ(out.size(), 10U);
     EXPECT_EQ(out[2], "");
-    EXPECT_EQ(test::trouble_traces(), (strings{"error:no address", "error:smtpmsg_split_address"}));
+    EXPECT_EQ(trouble_traces(), (strings{"error:no address", "error:smtpmsg_split_address"}));
 }
 
 TEST_F(Composition, HeaderTextsAreWrittenAsStored)
@@ -345,13 +338,13 @@ TEST_F(Composition, TheSettingsDecideWhetherTheSubjectIsEncoded)
         auto const msg      = new_message();
         record(msg).to      = "x@a.test";
         record(msg).subject = "hi";
-        test::clear_traces();
+        clear_traces();
 
         EXPECT_EQ(compose(msg)[3], r.encoded ? "Subject: =?UTF-8?B?aGk=?=\r\n" : "Subject: hi\r\n")
             << r.reason;
         EXPECT_EQ(subject_use_encoding(conf()), r.encoded) << r.reason;
         strings const trouble = r.read_failure ? strings(2, "error:conf_get_string %s") : strings();
-        EXPECT_EQ(test::trouble_traces(), trouble) << r.reason;
+        EXPECT_EQ(trouble_traces(), trouble) << r.reason;
     }
 }
 
@@ -359,7 +352,7 @@ TEST_F(Composition, AMissingSettingsFileMeansAnEncodedSubject)
 {
     temp_dir const empty;
     EXPECT_TRUE(subject_use_encoding(empty.file("zelismes.cf").c_str()));
-    EXPECT_EQ(test::trouble_traces().back(), "error:conf_get_string %s");
+    EXPECT_EQ(trouble_traces().back(), "error:conf_get_string %s");
 }
 
 TEST_F(Composition, ALongSubjectIsOneEncodedWordOnOneLine)
@@ -412,11 +405,11 @@ TEST(Addresses, AreSplitAtCommasAndLoseTheirBlanks)
 
 TEST(Addresses, AnEmptyListIsAFailure)
 {
-    test::clear_traces();
+    clear_traces();
     strings out = {"left over"};
     EXPECT_EQ(smtpmsg_split_address("", out), -1);
     EXPECT_EQ(out, strings());
-    EXPECT_EQ(test::traces(), strings{"error:no address"});
+    EXPECT_EQ(traces(), strings{"error:no address"});
 }
 
 TEST(Addresses, StandOnALineEach)
@@ -451,11 +444,11 @@ TEST(Addresses, AnAddressIsNeverFoldedHoweverLong)
 
 TEST(Addresses, AnEmptyListGivesNoHeaderAtAll)
 {
-    test::clear_traces();
+    clear_traces();
     EXPECT_EQ(get_to(""), "");
     EXPECT_EQ(get_cc(""), "");
     strings const once = {"error:no address", "error:smtpmsg_split_address"};
-    EXPECT_EQ(test::traces(), (strings{once[0], once[1], once[0], once[1]}));
+    EXPECT_EQ(traces(), (strings{once[0], once[1], once[0], once[1]}));
 }
 
 TEST(Addresses, OfNoneOnlyTheLabelIsLeft)
@@ -504,7 +497,7 @@ TEST(HeaderLines, WithATextOfTheirOwn)
 
 // ------------------------------------------------------------------ Base64 body
 
-class BodyLength : public Composition, public ::testing::WithParamInterface<std::size_t>
+class BodyLength : public Composition, public testing::WithParamInterface<std::size_t>
 {
 };
 
@@ -523,8 +516,8 @@ TEST_P(BodyLength, DecidesWhereTheLinesOfTheUtf8BodyEnd)
 }
 
 INSTANTIATE_TEST_SUITE_P(Lines, BodyLength,
-                         ::testing::Values(0, 1, 2, 3, 54, 55, 56, 57, 58, 111, 112, 113, 114, 115,
-                                           5700, 100000));
+                         testing::Values(0, 1, 2, 3, 54, 55, 56, 57, 58, 111, 112, 113, 114, 115,
+                                         5700, 100000));
 
 TEST(Base64Body, OfFiftySevenAndFiftyEightBytes)
 {
@@ -559,12 +552,12 @@ TEST(Base64Body, ConvertsNothing)
 
 TEST_F(Composition, WithoutMemoryForBase64TheTextIsEmpty)
 {
-    test::fail_heap_after(0);
+    fail_heap_after(0);
     EXPECT_EQ(_base64("abc", false), "");
     EXPECT_EQ(_base64("abc", true), "");
     EXPECT_EQ(get_subject_utf8_base64("abc"), "Subject: =?UTF-8?B?"
                                               "?=\r\n");
-    EXPECT_EQ(test::traces(), strings(3, "error:base64_encode"));
+    EXPECT_EQ(traces(), strings(3, "error:base64_encode"));
 }
 
 TEST_F(Composition, WithoutAnyMemoryForBuffersAMailIsComposedAllTheSame)
@@ -573,7 +566,7 @@ TEST_F(Composition, WithoutAnyMemoryForBuffersAMailIsComposedAllTheSame)
     record(msg).to      = "x@a.test";
     record(msg).subject = "hi";
     record(msg).body    = "text";
-    test::fail_heap_after(0);
+    fail_heap_after(0);
 
     strings const out = compose(msg);
 
@@ -581,7 +574,7 @@ TEST_F(Composition, WithoutAnyMemoryForBuffersAMailIsComposedAllTheSame)
     EXPECT_EQ(out[3], "Subject: =?UTF-8?B?"
                       "?=\r\n");
     EXPECT_EQ(out[9], "");
-    strings const trouble = test::trouble_traces();
+    strings const trouble = trouble_traces();
     EXPECT_EQ(std::count(trouble.begin(), trouble.end(), "error:base64_encode"), 2);
     EXPECT_EQ(std::count(trouble.begin(), trouble.end(), "error:conf_get_string %s"), 1);
 }
@@ -591,7 +584,7 @@ TEST_F(Composition, WithoutMemoryTheIso2022JpBodyStaysAsItIs)
     auto const msg       = new_message();
     record(msg).encoding = "ISO-2022-JP";
     record(msg).body     = "\n.a";
-    test::fail_heap_after(0);
+    fail_heap_after(0);
     modify_body(msg.get());
     EXPECT_EQ(record(msg).body, "\n.a");
 }
@@ -605,11 +598,11 @@ TEST_F(Composition, GivesAllItsBuffersBack)
     for (char const* encoding : {"UTF-8", "ISO-2022-JP"}) {
         record(msg).encoding = encoding;
         for (int good = 0; good < 12; ++good) {
-            test::fail_heap_after(good);
+            fail_heap_after(good);
             compose(msg);
         }
     }
-    EXPECT_EQ(test::live_heap_buffers(), 0);
+    EXPECT_EQ(live_heap_buffers(), 0);
 }
 
 // ----------------------------------------------------------- ISO-2022-JP bodies
@@ -699,8 +692,8 @@ TEST(BodyData, IsWhatThreePlainStepsMakeOfAnyText)
 
         std::string out;
         int         size = 0;
-        ASSERT_EQ(modify(in, needed, out, size), 0) << ::testing::PrintToString(in);
-        EXPECT_EQ(out, wanted) << ::testing::PrintToString(in);
+        ASSERT_EQ(modify(in, needed, out, size), 0) << testing::PrintToString(in);
+        EXPECT_EQ(out, wanted) << testing::PrintToString(in);
         EXPECT_EQ(size, needed - 1);
 
         int const half = (static_cast<int>(in.size()) + 1) * 2;
@@ -709,7 +702,7 @@ TEST(BodyData, IsWhatThreePlainStepsMakeOfAnyText)
 
         // Every smaller buffer is refused and keeps its size.
         int const small = 1 + static_cast<int>(random() % static_cast<unsigned>(needed - 1));
-        EXPECT_EQ(modify(in, small, out, size), -1) << ::testing::PrintToString(in);
+        EXPECT_EQ(modify(in, small, out, size), -1) << testing::PrintToString(in);
         EXPECT_EQ(size, small);
     }
 }
@@ -753,3 +746,5 @@ TEST(BodyData, RefusesWhatItCannotUse)
     }
     EXPECT_STREQ(out, "kept");
 }
+
+}  // namespace zelieml::test

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "libsendw/sock.h"
-#include "tests/libsendw/surroundings.h"
+#include "tests/support/clean_machine.h"
 #include "tests/support/peers.h"
 
 namespace
@@ -56,8 +56,6 @@ namespace zelieml::test
 namespace
 {
 
-using texts = std::vector<std::string>;
-
 class SockFailure : public on_a_clean_machine
 {
 protected:
@@ -82,7 +80,7 @@ TEST_F(SockFailure, ToCloseIsReportedAndNotTriedTwice)
         EXPECT_EQ(end(failing_close_fd), -1);
         failing_close_fd = -1;
         EXPECT_EQ(closes, 1);
-        EXPECT_EQ(traces(), (texts{"shutdown ok!", "error:close"}));
+        EXPECT_EQ(traces(), (strings{"shutdown ok!", "error:close"}));
     }
 }
 
@@ -94,7 +92,7 @@ TEST_F(SockFailure, ToGoBackToBlockingModeIsTracedAndTheBytesCount)
     char buf[8]      = "";
     EXPECT_EQ(_recv(pair.client(), buf, 5, 0), 5);
     EXPECT_STREQ(buf, "hello");
-    EXPECT_EQ(traces(), (texts{"SleepCounter:%d recv:%d", "error:ioctl(mode=0):%d %d"}));
+    EXPECT_EQ(traces(), (strings{"SleepCounter:%d recv:%d", "error:ioctl(mode=0):%d %d"}));
 }
 
 }  // namespace

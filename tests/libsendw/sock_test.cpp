@@ -15,7 +15,7 @@
 #include <thread>
 #include <unistd.h>
 
-#include "tests/libsendw/surroundings.h"
+#include "tests/support/clean_machine.h"
 #include "tests/support/peers.h"
 
 namespace zelieml::test
@@ -23,8 +23,6 @@ namespace zelieml::test
 
 namespace
 {
-
-using texts = std::vector<std::string>;
 
 unsigned long const loopback = ::inet_addr("127.0.0.1");
 
@@ -62,17 +60,17 @@ TEST_F(SockLookUp, TakesDottedTextAsItIs)
     for (auto const& c : cases) {
         clear_traces();
         EXPECT_EQ(sock_look_up_address(c.text), ::inet_addr(c.address)) << c.reason;
-        EXPECT_EQ(traces(), texts{"look_up_address %s"}) << c.reason;
+        EXPECT_EQ(traces(), strings{"look_up_address %s"}) << c.reason;
     }
-    EXPECT_EQ(looked_up_names(), texts{});
+    EXPECT_EQ(looked_up_names(), strings{});
 }
 
 TEST_F(SockLookUp, AsksTheResolverForNames)
 {
     add_host("mail.test", "192.0.2.25");
     EXPECT_EQ(sock_look_up_address("mail.test"), ::inet_addr("192.0.2.25"));
-    EXPECT_EQ(looked_up_names(), texts{"mail.test"});
-    EXPECT_EQ(traces(), (texts{"look_up_address %s", "warning:inet_addr %s"}));
+    EXPECT_EQ(looked_up_names(), strings{"mail.test"});
+    EXPECT_EQ(traces(), (strings{"look_up_address %s", "warning:inet_addr %s"}));
 }
 
 TEST_F(SockLookUp, FailsForNamesThatDoNotResolve)
@@ -87,12 +85,12 @@ TEST_F(SockLookUp, FailsForNamesThatDoNotResolve)
         {"1.2.3.4.5", "not an address, so a name"},
         {"", "a name of no characters"},
     };
-    texts asked;
+    strings asked;
     for (auto const& c : cases) {
         clear_traces();
         EXPECT_EQ(sock_look_up_address(c.text), 0xFFFFFFFFUL) << c.reason;
         EXPECT_EQ(traces(),
-                  (texts{"look_up_address %s", "warning:inet_addr %s", "error:gethostbyname %s"}))
+                  (strings{"look_up_address %s", "warning:inet_addr %s", "error:gethostbyname %s"}))
             << c.reason;
         asked.emplace_back(c.text);
     }
@@ -108,7 +106,7 @@ TEST_F(SockLookUp, FindsTheTextOfTheFailureValueWhenItIsAHost)
 TEST_F(SockLookUp, FailsForNull)
 {
     EXPECT_EQ(sock_look_up_address(nullptr), sock_no_address);
-    EXPECT_EQ(looked_up_names(), texts{});
+    EXPECT_EQ(looked_up_names(), strings{});
 }
 
 class SockConnect : public on_a_clean_machine
@@ -121,7 +119,7 @@ TEST_F(SockConnect, GivesABlockingConnection)
     unique_fd const        client(sock_connect(loopback, htons(door.port())));
     ASSERT_TRUE(client);
     EXPECT_TRUE(is_blocking(client.get()));
-    EXPECT_EQ(traces(), texts{});
+    EXPECT_EQ(traces(), strings{});
 
     unique_fd const server = door.accept();
     ASSERT_EQ(sock_write(client.get(), "ping\n", 5), 5);
@@ -143,7 +141,7 @@ TEST_F(SockConnect, FailsWhenThePeerRefuses)
 {
     closed_port const port;
     EXPECT_EQ(sock_connect(loopback, htons(port.number())), -1);
-    EXPECT_EQ(traces(), texts{"error:connect INVALID_SOCKET"});
+    EXPECT_EQ(traces(), strings{"error:connect INVALID_SOCKET"});
 }
 
 TEST_F(SockConnect, FailsWhenThereIsNoDescriptorLeft)
@@ -158,7 +156,7 @@ TEST_F(SockConnect, FailsWhenThereIsNoDescriptorLeft)
     ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
 
     EXPECT_EQ(client, -1);
-    EXPECT_EQ(traces(), texts{"error:socket INVALID_SOCKET"});
+    EXPECT_EQ(traces(), strings{"error:socket INVALID_SOCKET"});
 }
 
 TEST_F(SockConnect, GivesUpAfter30Seconds)
@@ -168,7 +166,7 @@ TEST_F(SockConnect, GivesUpAfter30Seconds)
     never_writable(true);
     EXPECT_EQ(sock_connect(loopback, htons(port.number())), -1);
     EXPECT_EQ(waits().writable_waits, std::vector<int>{30 * 1000 * 1000});
-    EXPECT_EQ(traces(), texts{"error:connect INVALID_SOCKET"});
+    EXPECT_EQ(traces(), strings{"error:connect INVALID_SOCKET"});
     EXPECT_EQ(open_descriptors(), descriptors);
 }
 
@@ -179,7 +177,7 @@ TEST_F(SockConnect, LooksTheHostUpFirst)
     int fd = 0;
     ASSERT_EQ(sock_connect_host("mail.test", door.port(), fd, "on the way"), 0);
     unique_fd const client(fd);
-    EXPECT_EQ(traces(), (texts{"look_up_address %s", "warning:inet_addr %s", "on the way"}));
+    EXPECT_EQ(traces(), (strings{"look_up_address %s", "warning:inet_addr %s", "on the way"}));
 }
 
 TEST_F(SockConnect, TakesThePortFromTheLow16Bits)
@@ -195,8 +193,8 @@ TEST_F(SockConnect, LeavesTheDescriptorAloneWhenTheHostIsUnknown)
     int fd = 77;
     EXPECT_EQ(sock_connect_host("no.such.host.test", 25, fd, "on the way"), -1);
     EXPECT_EQ(fd, 77);
-    EXPECT_EQ(traces(), (texts{"look_up_address %s", "warning:inet_addr %s",
-                               "error:gethostbyname %s", "error:invalid host address"}));
+    EXPECT_EQ(traces(), (strings{"look_up_address %s", "warning:inet_addr %s",
+                                 "error:gethostbyname %s", "error:invalid host address"}));
 }
 
 TEST_F(SockConnect, GivesNoDescriptorWhenTheHostRefuses)
@@ -205,8 +203,8 @@ TEST_F(SockConnect, GivesNoDescriptorWhenTheHostRefuses)
     int               fd = 77;
     EXPECT_EQ(sock_connect_host("127.0.0.1", port.number(), fd, "on the way"), -1);
     EXPECT_EQ(fd, -1);
-    EXPECT_EQ(traces(), (texts{"look_up_address %s", "on the way", "error:connect INVALID_SOCKET",
-                               "error:INVALID_SOCKET %d"}));
+    EXPECT_EQ(traces(), (strings{"look_up_address %s", "on the way", "error:connect INVALID_SOCKET",
+                                 "error:INVALID_SOCKET %d"}));
 }
 
 class SockRecv : public on_a_clean_machine
@@ -221,7 +219,7 @@ TEST_F(SockRecv, TakesWhatIsThere)
     EXPECT_EQ(_recv(pair.client(), buf, sizeof buf, 0), 5);
     EXPECT_STREQ(buf, "hello");
     EXPECT_TRUE(is_blocking(pair.client()));
-    EXPECT_EQ(traces(), texts{"SleepCounter:%d recv:%d"});
+    EXPECT_EQ(traces(), strings{"SleepCounter:%d recv:%d"});
     EXPECT_EQ(waits().readable_waits, std::vector<int>{});
 }
 
@@ -252,7 +250,7 @@ TEST_F(SockRecv, GivesASilentPeerUpAfter3001Waits)
     EXPECT_EQ(_recv(pair.client(), buf, sizeof buf, 0), -1);
     EXPECT_EQ(waits().readable_waits, a_silent_peers_waits);
     EXPECT_TRUE(is_blocking(pair.client()));
-    EXPECT_EQ(traces(), texts{"SleepCounter:%d recv:%d"});
+    EXPECT_EQ(traces(), strings{"SleepCounter:%d recv:%d"});
 }
 
 TEST_F(SockRecv, CountsAfreshEachTime)
@@ -304,7 +302,7 @@ TEST_F(SockRecv, FailsAtOnceWhenThePeerBreaksTheConnection)
     char buf[16];
     EXPECT_EQ(_recv(pair.client(), buf, sizeof buf, 0), -1);
     EXPECT_LT(waits().readable_waits.size(), a_silent_peers_waits.size());
-    EXPECT_EQ(traces(), texts{"SleepCounter:%d recv:%d"});
+    EXPECT_EQ(traces(), strings{"SleepCounter:%d recv:%d"});
 }
 
 TEST_F(SockRecv, FailsAtOnceForADescriptorThatIsNoSocket)
@@ -322,7 +320,7 @@ TEST_F(SockRecv, FailsForADescriptorThatIsNotOpen)
 {
     char buf[16];
     EXPECT_EQ(_recv(-1, buf, sizeof buf, 0), -1);
-    EXPECT_EQ(traces(), texts{"error:ioctl(mode=1):%d %d"});
+    EXPECT_EQ(traces(), strings{"error:ioctl(mode=1):%d %d"});
 }
 
 class SockRead : public on_a_clean_machine
@@ -399,7 +397,7 @@ TEST_F(SockReadline, ReadsLineByLine)
     auto const long_line = [](std::size_t size) { return std::string(size - 1, 'x') + "\n"; };
     struct {
         std::string said;
-        texts       lines;
+        strings     lines;
         std::string rest;  // what is left in the last call, which fails as the peer closes
         char const* reason;
     } const cases[] = {
@@ -442,11 +440,11 @@ TEST_F(SockReadline, ReadsLineByLine)
         EXPECT_EQ(sock_readline(pair.client(), line), -1) << c.reason;
         EXPECT_EQ(line, c.rest) << c.reason;
 
-        texts const all = traces();
+        strings const all = traces();
         EXPECT_EQ(std::count(all.begin(), all.end(), "readline = %s"),
                   static_cast<std::ptrdiff_t>(c.lines.size()))
             << c.reason;
-        EXPECT_EQ(trouble_traces(), texts{}) << c.reason;
+        EXPECT_EQ(trouble_traces(), strings{}) << c.reason;
     }
 }
 
@@ -534,8 +532,8 @@ TEST_F(SockReadline, ReadsManyLinesOfADescriptorThatIsSwitchedOnce)
     }
     EXPECT_TRUE(is_blocking(pair.client()));
     EXPECT_EQ(traces(),
-              (texts{"SleepCounter:%d recv:%d", "SleepCounter:%d recv:%d", "readline = %s",
-                     "SleepCounter:%d recv:%d", "SleepCounter:%d recv:%d", "readline = %s"}));
+              (strings{"SleepCounter:%d recv:%d", "SleepCounter:%d recv:%d", "readline = %s",
+                       "SleepCounter:%d recv:%d", "SleepCounter:%d recv:%d", "readline = %s"}));
 }
 
 TEST_F(SockReadline, FailsForADescriptorThatIsNotOpen)
@@ -543,7 +541,7 @@ TEST_F(SockReadline, FailsForADescriptorThatIsNotOpen)
     std::string line = "what was there before";
     EXPECT_EQ(sock_readline(-1, line), -1);
     EXPECT_EQ(line, "");
-    EXPECT_EQ(traces(), texts{"error:ioctl(mode=1):%d %d"});
+    EXPECT_EQ(traces(), strings{"error:ioctl(mode=1):%d %d"});
 }
 
 class SockWrite : public on_a_clean_machine
@@ -642,7 +640,7 @@ TEST_F(SockShutdown, EndsAConnectionInOrder)
         server.join();
         EXPECT_EQ(heard, "") << "and no broken connection";
         EXPECT_FALSE(is_open(fd));
-        EXPECT_EQ(traces(), texts{"shutdown ok!"});
+        EXPECT_EQ(traces(), strings{"shutdown ok!"});
     }
 }
 
@@ -660,7 +658,7 @@ TEST_F(SockShutdown, DropsWhatThePeerStillSays)
         EXPECT_EQ(end(fd), 0);
         server.join();
         EXPECT_FALSE(is_open(fd));
-        EXPECT_EQ(traces(), (texts{"error:unexpected %d bytes received.", "shutdown ok!"}));
+        EXPECT_EQ(traces(), (strings{"error:unexpected %d bytes received.", "shutdown ok!"}));
     }
 }
 
@@ -670,7 +668,7 @@ TEST_F(SockShutdown, DrainsInPiecesOf1024Bytes)
     pair.say(std::string(2049, 'x'));
     pair.server_closes();
     EXPECT_EQ(sock_shutdown_connection(pair.release_client()), 0);
-    EXPECT_EQ(trouble_traces(), texts(3, "error:unexpected %d bytes received."));
+    EXPECT_EQ(trouble_traces(), strings(3, "error:unexpected %d bytes received."));
 }
 
 TEST_F(SockShutdown, LeavesADescriptorOpenThatCannotBeShutDown)
@@ -678,7 +676,7 @@ TEST_F(SockShutdown, LeavesADescriptorOpenThatCannotBeShutDown)
     unique_fd const unconnected(::socket(AF_INET, SOCK_STREAM, 0));
     EXPECT_EQ(sock_shutdown_connection(unconnected.get()), -1);
     EXPECT_TRUE(is_open(unconnected.get()));
-    EXPECT_EQ(traces(), texts{"error:shutdown"});
+    EXPECT_EQ(traces(), strings{"error:shutdown"});
 }
 
 TEST_F(SockShutdown, LeavesADescriptorOpenWhenThePeerBreaksTheConnection)
@@ -691,7 +689,7 @@ TEST_F(SockShutdown, LeavesADescriptorOpenWhenThePeerBreaksTheConnection)
     EXPECT_EQ(sock_shutdown_connection(pair.client()), -1);
     server.join();
     EXPECT_TRUE(is_open(pair.client()));
-    EXPECT_EQ(traces(), texts{"error:recv"});
+    EXPECT_EQ(traces(), strings{"error:recv"});
 }
 
 TEST_F(SockShutdown, TheEndOfASessionClosesTheDescriptorAllTheSame)
@@ -710,7 +708,7 @@ TEST_F(SockShutdown, TheEndOfASessionClosesTheDescriptorAllTheSame)
     EXPECT_EQ(sock_end_connection(fd), -1);
     server.join();
     EXPECT_FALSE(is_open(fd));
-    EXPECT_EQ(traces(), (texts{"error:shutdown", "error:recv"}));
+    EXPECT_EQ(traces(), (strings{"error:shutdown", "error:recv"}));
 }
 
 TEST_F(SockShutdown, FailsForADescriptorThatIsNotOpen)
@@ -747,7 +745,7 @@ TEST_F(GetHostname, IsThePlainNameWhenItDoesNotResolve)
         {"", "a machine that was given an empty name"},
         {std::string(1022, 'h'), "as long as the buffer takes"},
     };
-    texts asked;
+    strings asked;
     for (auto const& c : cases) {
         set_host_name(c.name);
         EXPECT_EQ(get_hostname(), c.name) << c.reason;
@@ -763,7 +761,7 @@ TEST_F(GetHostname, IsUnknownWhenTheMachineHasNone)
 
     set_host_name(std::string(1023, 'h'));
     EXPECT_EQ(get_hostname(), "unknown") << "longer than gethostname is given room for";
-    EXPECT_EQ(looked_up_names(), texts{});
+    EXPECT_EQ(looked_up_names(), strings{});
 }
 
 }  // namespace

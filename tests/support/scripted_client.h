@@ -8,7 +8,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <gtest/gtest.h>
 #include <string>
 #include <string_view>
 
@@ -40,13 +39,6 @@ struct dialogue {
 // is the whole check.
 dialogue talk(std::uint16_t port, std::string const& transcript);
 dialogue talk(mailserver::stream& server, std::string const& transcript);
-
-// Names the cases of a table by their member name.
-template <class Case>
-std::string name_of_case(testing::TestParamInfo<Case> const& tested)
-{
-    return tested.param.name;
-}
 
 }  // namespace zelieml::test
 

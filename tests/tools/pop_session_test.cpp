@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <gtest/gtest.h>
 
+#include "tests/support/case_name.h"
 #include "tests/support/files.h"
 #include "tests/support/mail_server.h"
 #include "tests/support/scripted_client.h"
@@ -224,7 +225,7 @@ pop_case const pop_cases[] = {
      )"},
 };
 
-INSTANTIATE_TEST_SUITE_P(, PopDialogue, testing::ValuesIn(pop_cases), name_of_case<pop_case>);
+INSTANTIATE_TEST_SUITE_P(, PopDialogue, testing::ValuesIn(pop_cases), case_name<pop_case>);
 
 TEST(PopLines, DoublesDotsAndEndsEveryLineWithCrLf)
 {

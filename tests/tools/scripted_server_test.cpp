@@ -9,6 +9,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "tests/support/case_name.h"
 #include "tests/support/files.h"
 #include "tests/support/scripted_client.h"
 
@@ -174,7 +175,7 @@ server_case const good_cases[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(Good, ScriptedServer, testing::ValuesIn(good_cases),
-                         name_of_case<server_case>);
+                         case_name<server_case>);
 
 server_case const bad_cases[] = {
     {"another_line",
@@ -293,8 +294,7 @@ server_case const bad_cases[] = {
      "line 2: wanted \"C: one\", heard \"C: ONE\""},
 };
 
-INSTANTIATE_TEST_SUITE_P(Bad, ScriptedServer, testing::ValuesIn(bad_cases),
-                         name_of_case<server_case>);
+INSTANTIATE_TEST_SUITE_P(Bad, ScriptedServer, testing::ValuesIn(bad_cases), case_name<server_case>);
 
 TEST(ScriptedServerClient, MayComeSeveralTimes)
 {

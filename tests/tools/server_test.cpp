@@ -12,6 +12,7 @@
 #include <system_error>
 #include <thread>
 
+#include "tests/support/case_name.h"
 #include "tests/support/files.h"
 #include "tests/support/mail_server.h"
 #include "tests/support/scripted_client.h"
@@ -161,7 +162,7 @@ fault_case const fault_cases[] = {
      )"},
 };
 
-INSTANTIATE_TEST_SUITE_P(, FaultDialogue, testing::ValuesIn(fault_cases), name_of_case<fault_case>);
+INSTANTIATE_TEST_SUITE_P(, FaultDialogue, testing::ValuesIn(fault_cases), case_name<fault_case>);
 
 TEST(Fault, RefusingATextKeepsNoMail)
 {

@@ -3,6 +3,7 @@
 #include <cstdio>
 #include <gtest/gtest.h>
 
+#include "tests/support/case_name.h"
 #include "tests/support/files.h"
 #include "tests/support/mail_server.h"
 #include "tests/support/scripted_client.h"
@@ -248,7 +249,7 @@ smtp_case const smtp_cases[] = {
      )"},
 };
 
-INSTANTIATE_TEST_SUITE_P(, SmtpDialogue, testing::ValuesIn(smtp_cases), name_of_case<smtp_case>);
+INSTANTIATE_TEST_SUITE_P(, SmtpDialogue, testing::ValuesIn(smtp_cases), case_name<smtp_case>);
 
 // After "AUTH", what the client says and the server answers.
 class SmtpAuthDialogue : public testing::TestWithParam<smtp_case>
@@ -377,8 +378,7 @@ smtp_case const auth_cases[] = {
      )"},
 };
 
-INSTANTIATE_TEST_SUITE_P(, SmtpAuthDialogue, testing::ValuesIn(auth_cases),
-                         name_of_case<smtp_case>);
+INSTANTIATE_TEST_SUITE_P(, SmtpAuthDialogue, testing::ValuesIn(auth_cases), case_name<smtp_case>);
 
 TEST(SmtpAuth, IsOfferedAsTheOptionsSay)
 {
