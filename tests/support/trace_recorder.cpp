@@ -1,6 +1,8 @@
 #include "tests/support/trace_recorder.h"
 
+#include <algorithm>
 #include <cstdlib>
+#include <initializer_list>
 #include <mutex>
 
 #include "liblog/trace.h"
@@ -60,18 +62,33 @@ std::vector<std::string> traces()
     return all;
 }
 
-std::vector<std::string> trouble_traces()
+namespace
 {
-    std::vector<std::string> trouble;
+
+std::vector<std::string> traces_that_begin(bool wanted, std::initializer_list<char const*> starts)
+{
+    std::vector<std::string> chosen;
     for (std::string const& trace : traces()) {
-        for (char const* start : {"error", "errro", "warning"}) {
-            if (trace.rfind(start, 0) == 0) {
-                trouble.push_back(trace);
-                break;
-            }
+        bool const begins = std::any_of(starts.begin(), starts.end(), [&](char const* start) {
+            return trace.rfind(start, 0) == 0;
+        });
+        if (begins == wanted) {
+            chosen.push_back(trace);
         }
     }
-    return trouble;
+    return chosen;
+}
+
+}  // namespace
+
+std::vector<std::string> trouble_traces()
+{
+    return traces_that_begin(true, {"error", "errro", "warning"});
+}
+
+std::vector<std::string> traces_above_sockets()
+{
+    return traces_that_begin(false, {"look_up_address", "SleepCounter", "readline", "shutdown ok"});
 }
 
 }  // namespace test

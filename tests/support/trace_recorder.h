@@ -21,6 +21,10 @@ std::vector<std::string> traces();
 // "errro" or "warning".
 std::vector<std::string> trouble_traces();
 
+// Those of traces() that the socket functions do not give on every good way: how many there are of
+// those depends on the pieces in which bytes arrive.
+std::vector<std::string> traces_above_sockets();
+
 }  // namespace zelieml::test
 
 #endif
