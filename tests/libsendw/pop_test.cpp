@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "tests/support/clean_machine.h"
+#include "tests/support/dialogues.h"
 #include "tests/support/peers.h"
 
 namespace zelieml::test
@@ -18,24 +19,6 @@ namespace
 
 constexpr int max_int = std::numeric_limits<int>::max();
 constexpr int min_int = std::numeric_limits<int>::min();
-
-// What the socket functions say on every way, good or bad.
-bool is_socket_talk(std::string const& text)
-{
-    for (char const* talk : {"look_up_address", "SleepCounter", "readline", "shutdown ok"}) {
-        if (text.rfind(talk, 0) == 0) {
-            return true;
-        }
-    }
-    return false;
-}
-
-strings pop_traces()
-{
-    strings all = traces();
-    all.erase(std::remove_if(all.begin(), all.end(), is_socket_talk), all.end());
-    return all;
-}
 
 }  // namespace
 
@@ -76,21 +59,47 @@ private:
 
 // ------------------------------------------------------- POP before SMTP, whole
 
-struct login_case {
-    char const* name;
-    std::string transcript;
-    std::string user;
-    std::string password;
-    bool        apop;
-    int         code;
-    std::string reply;
-    strings     traces;  // between "in" and "out"; the connecting left out
-};
+// A good login by USER and PASS, unless it says otherwise.
+struct login_case : named_case {
+    using named_case::named_case;
 
-void PrintTo(login_case const& c, std::ostream* out)
-{
-    *out << c.name;
-}
+    login_case& as(std::string const& its_user, std::string const& its_password)
+    {
+        user     = its_user;
+        password = its_password;
+        return *this;
+    }
+    login_case& by_apop()
+    {
+        apop = true;
+        return *this;
+    }
+    login_case& plays(std::string const& its_transcript)
+    {
+        transcript = its_transcript;
+        return *this;
+    }
+    login_case& ends(int number, std::string const& last_reply)
+    {
+        code  = number;
+        reply = last_reply;
+        return *this;
+    }
+    login_case& says(std::string const& last_reply) { return ends(pop_ok, last_reply); }
+    login_case& trouble(strings const& traces)
+    {
+        traced = traces;
+        return *this;
+    }
+
+    std::string transcript;
+    std::string user     = "anna";
+    std::string password = "secret";
+    bool        apop     = false;
+    int         code     = pop_ok;
+    std::string reply    = "+OK\r\n";
+    strings     traced;
+};
 
 class PopBeforeSmtp : public Pop, public testing::WithParamInterface<login_case>
 {
@@ -99,36 +108,26 @@ class PopBeforeSmtp : public Pop, public testing::WithParamInterface<login_case>
 namespace
 {
 
-strings const slept = {"sleep start %d", "sleep end"};
+// An APOP login after that greeting.
+std::string good_apop(std::string const& greeting, std::string const& digest)
+{
+    return "S: " + greeting + "\n" + answered("apop anna " + digest, "+OK") +
+           answered("quit", "+OK");
+}
 
 login_case const login_cases[] = {
-    {"UserAndPass",
-     R"(
-        S: +OK ready
-        C: user anna
-        S: +OK
-        C: pass secret
-        S: +OK two messages
-        C: quit
-        S: +OK bye
-     )",
-     "anna", "secret", false, pop_ok, "+OK bye\r\n", slept},
-    {"ApopAsInRfc1939",
-     R"(
+    login_case("UserAndPass")
+        .plays(pop_greeted + answered("user anna", "+OK") +
+               answered("pass secret", "+OK two messages") + answered("quit", "+OK bye"))
+        .says("+OK bye\r\n"),
+    login_case("ApopAsInRfc1939").as("mrose", "tanstaaf").by_apop().plays(R"(
         S: +OK POP3 server ready <1896.697170952@dbc.mtview.ca.us>
         C: apop mrose c4c9334bac560ecc979e58001b3e22fb
         S: +OK maildrop has 1 message (369 octets)
         C: quit
         S: +OK
-     )",
-     "mrose",
-     "tanstaaf",
-     true,
-     pop_ok,
-     "+OK\r\n",
-     {"pop_apop in", "pop_apop out", "sleep start %d", "sleep end"}},
-    {"TheGreetingIsNotChecked",
-     R"(
+     )"),
+    login_case("TheGreetingIsNotChecked").plays(R"(
         S: -ERR too many connections
         C: user anna
         S: +OK
@@ -136,24 +135,12 @@ login_case const login_cases[] = {
         S: +OK
         C: quit
         S: +OK
-     )",
-     "anna", "secret", false, pop_ok, "+OK\r\n", slept},
-    {"ATimeStampCountsInABadGreetingToo",
-     R"(
-        S: -ERR <a>
-        C: apop anna f6fd9e356d52ef228fc9e0a37e62b396
-        S: +OK
-        C: quit
-        S: +OK
-     )",
-     "anna",
-     "secret",
-     true,
-     pop_ok,
-     "+OK\r\n",
-     {"pop_apop in", "pop_apop out", "sleep start %d", "sleep end"}},
-    {"NoPositiveStatusIsAskedFor",
-     R"(
+     )"),
+    login_case("ATimeStampCountsInABadGreetingToo")
+        .by_apop()
+        .plays(good_apop("-ERR <a>", "f6fd9e356d52ef228fc9e0a37e62b396")),
+    login_case("NoPositiveStatusIsAskedFor")
+        .plays(R"(
         S: hello
         C: user anna
         S: who is that
@@ -161,10 +148,11 @@ login_case const login_cases[] = {
         S: if you say so
         C: quit
         S: what
-     )",
-     "anna", "secret", false, pop_ok, "what\r\n", slept},
-    {"BlanksAndOddBytesOfUserAndPasswordGoOutAsTheyAre",
-     R"(
+     )")
+        .says("what\r\n"),
+    login_case("BlanksAndOddBytesOfUserAndPasswordGoOutAsTheyAre")
+        .as("anna b <c>%d", " \xe7\xb4\x99 \"x\"")
+        .plays(R"(
         S: +OK
         C: user anna b <c>%d
         S: +OK
@@ -172,10 +160,8 @@ login_case const login_cases[] = {
         S: +OK
         C: quit
         S: +OK
-     )",
-     "anna b <c>%d", " \xe7\xb4\x99 \"x\"", false, pop_ok, "+OK\r\n", slept},
-    {"EmptyUserAndPassword",
-     R"(
+     )"),
+    login_case("EmptyUserAndPassword").as("", "").plays(R"(
         S: +OK
         C: user\x20
         S: +OK
@@ -183,10 +169,9 @@ login_case const login_cases[] = {
         S: +OK
         C: quit
         S: +OK
-     )",
-     "", "", false, pop_ok, "+OK\r\n", slept},
-    {"RepliesThatTrickle",
-     R"(
+     )"),
+    login_case("RepliesThatTrickle")
+        .plays(R"(
         S: (trickles 1)
         S: +OK ready
         C: user anna
@@ -195,10 +180,10 @@ login_case const login_cases[] = {
         S: +OK
         C: quit
         S: +OK bye
-     )",
-     "anna", "secret", false, pop_ok, "+OK bye\r\n", slept},
-    {"RepliesThatComeBeforeTheirCommands",
-     R"(
+     )")
+        .says("+OK bye\r\n"),
+    login_case("RepliesThatComeBeforeTheirCommands")
+        .plays(R"(
         S+ +OK ready
         S+ +OK user
         S+ +OK pass
@@ -206,287 +191,107 @@ login_case const login_cases[] = {
         C: user anna
         C: pass secret
         C: quit
-     )",
-     "anna", "secret", false, pop_ok, "+OK bye\r\n", slept},
-    {"UserRefused",
-     R"(
-        S: +OK ready
-        C: user anna
-        S: -ERR never heard of
-        C: (closes)
-     )",
-     "anna",
-     "secret",
-     false,
-     pop_user_refused,
-     "-ERR never heard of\r\n",
-     {"error:-ERR"}},
-    {"UserRefusedInLowerCase",
-     R"(
-        S: +OK ready
-        C: user anna
-        S: -err no
-        C: (closes)
-     )",
-     "anna",
-     "secret",
-     false,
-     pop_user_refused,
-     "-err no\r\n",
-     {"error:-ERR"}},
-    {"UserRefusedByErrorInGoodNews",
-     R"(
-        S: +OK ready
-        C: user anna
-        S: +OK no error so far
-        C: (closes)
-     )",
-     "anna",
-     "secret",
-     false,
-     pop_user_refused,
-     "+OK no error so far\r\n",
-     {"error:-ERR"}},
-    {"PassRefused",
-     R"(
-        S: +OK ready
-        C: user anna
-        S: +OK
-        C: pass secret
-        S: -ERR wrong
-        C: (closes)
-     )",
-     "anna",
-     "secret",
-     false,
-     pop_pass_refused,
-     "-ERR wrong\r\n",
-     {"error:-ERR"}},
-    {"ApopRefused",
-     R"(
-        S: +OK <a>
-        C: apop anna f6fd9e356d52ef228fc9e0a37e62b396
-        S: -ERR permission denied
-        C: (closes)
-     )",
-     "anna",
-     "secret",
-     true,
-     pop_apop_refused,
-     "-ERR permission denied\r\n",
-     {"pop_apop in", "error:-ERR"}},
-    {"ApopWithoutATimeStamp",
-     R"(
-        S: +OK ready
-        C: (closes)
-     )",
-     "anna",
-     "secret",
-     true,
-     pop_apop_refused,
-     "+OK ready\r\n",
-     {"pop_apop in", "error:challenge spos %s"}},
-    {"ApopWithATimeStampThatDoesNotEnd",
-     R"(
-        S: +OK <1.2@a
-        C: (closes)
-     )",
-     "anna",
-     "secret",
-     true,
-     pop_apop_refused,
-     "+OK <1.2@a\r\n",
-     {"pop_apop in", "error:challenge epos %s"}},
-    {"ApopWithATimeStampThatOnlyEnds",
-     R"(
-        S: +OK 1.2@a>
-        C: (closes)
-     )",
-     "anna",
-     "secret",
-     true,
-     pop_apop_refused,
-     "+OK 1.2@a>\r\n",
-     {"pop_apop in", "error:challenge spos %s"}},
-    {"ApopWithReversedBrackets",
-     R"(
-        S: +OK >1.2@a<
-        C: (closes)
-     )",
-     "anna",
-     "secret",
-     true,
-     pop_apop_refused,
-     "+OK >1.2@a<\r\n",
-     {"pop_apop in", "error:challenge spos, epos %s"}},
-    {"ApopWithABracketBeforeAGoodTimeStamp",
-     R"(
-        S: +OK -> <1.2@a>
-        C: (closes)
-     )",
-     "anna",
-     "secret",
-     true,
-     pop_apop_refused,
-     "+OK -> <1.2@a>\r\n",
-     {"pop_apop in", "error:challenge spos, epos %s"}},
-    {"ApopTakesTheFirstOfTwoTimeStamps",
-     R"(
-        S: +OK <a> <b>
-        C: apop anna f6fd9e356d52ef228fc9e0a37e62b396
-        S: +OK
-        C: quit
-        S: +OK
-     )",
-     "anna",
-     "secret",
-     true,
-     pop_ok,
-     "+OK\r\n",
-     {"pop_apop in", "pop_apop out", "sleep start %d", "sleep end"}},
-    {"ApopTakesFromTheFirstOpeningToTheFirstClosingBracket",
-     R"(
-        S: +OK <a<b>>
-        C: apop anna 0db916ac4846f680a28dc29507f9d311
-        S: +OK
-        C: quit
-        S: +OK
-     )",
-     "anna",
-     "secret",
-     true,
-     pop_ok,
-     "+OK\r\n",
-     {"pop_apop in", "pop_apop out", "sleep start %d", "sleep end"}},
-    {"ApopWithAnEmptyTimeStamp",
-     R"(
-        S: +OK <>
-        C: apop anna 0d889ba84ec03bc1da45e918f3893f02
-        S: +OK
-        C: quit
-        S: +OK
-     )",
-     "anna",
-     "secret",
-     true,
-     pop_ok,
-     "+OK\r\n",
-     {"pop_apop in", "pop_apop out", "sleep start %d", "sleep end"}},
-    {"ApopWithAnEmptyPassword",
-     R"(
-        S: +OK <x@y>
-        C: apop anna d34673922a653815690ab325c2f4c13e
-        S: +OK
-        C: quit
-        S: +OK
-     )",
-     "anna",
-     "",
-     true,
-     pop_ok,
-     "+OK\r\n",
-     {"pop_apop in", "pop_apop out", "sleep start %d", "sleep end"}},
-    {"QuitRefusedIsFine",
-     R"(
-        S: +OK ready
-        C: user anna
-        S: +OK
-        C: pass secret
-        S: +OK
-        C: quit
-        S: -ERR some messages were not removed
-     )",
-     "anna", "secret", false, pop_ok, "-ERR some messages were not removed\r\n", slept},
-    {"QuitAnsweredByClosing",
-     R"(
-        S: +OK ready
-        C: user anna
-        S: +OK
-        C: pass secret
-        S: +OK
-        C: quit
-        S: (closes)
-     )",
-     "anna",
-     "secret",
-     false,
-     pop_quit_failed,
-     "",
-     {"error:sock_readline", "error: pop_quit"}},
-    {"GreetingLost",
-     R"(
-        S: (closes)
-     )",
-     "anna",
-     "secret",
-     false,
-     pop_start_failed,
-     "",
-     {"error:sock_readline", "pop_start_session"}},
-    {"GreetingHalfLost",
-     R"(
-        S- +OK half a
-        S: (closes)
-     )",
-     "anna",
-     "secret",
-     false,
-     pop_start_failed,
-     "+OK half a",
-     {"error:sock_readline", "pop_start_session"}},
-    {"LostAfterUser",
-     R"(
-        S: +OK ready
-        C: user anna
-        S: (closes)
-     )",
-     "anna",
-     "secret",
-     false,
-     pop_user_refused,
-     "",
-     {"error:sock_readline"}},
-    {"LostInTheMiddleOfAReply",
-     R"(
+     )")
+        .says("+OK bye\r\n"),
+    login_case("UserRefused")
+        .plays(pop_greeted + refused_at("user anna", "-ERR never heard of"))
+        .ends(pop_user_refused, "-ERR never heard of\r\n")
+        .trouble({"error:-ERR"}),
+    login_case("UserRefusedInLowerCase")
+        .plays(pop_greeted + refused_at("user anna", "-err no"))
+        .ends(pop_user_refused, "-err no\r\n")
+        .trouble({"error:-ERR"}),
+    login_case("UserRefusedByErrorInGoodNews")
+        .plays(pop_greeted + refused_at("user anna", "+OK no error so far"))
+        .ends(pop_user_refused, "+OK no error so far\r\n")
+        .trouble({"error:-ERR"}),
+    login_case("PassRefused")
+        .plays(pop_greeted + answered("user anna", "+OK") + refused_at("pass secret", "-ERR wrong"))
+        .ends(pop_pass_refused, "-ERR wrong\r\n")
+        .trouble({"error:-ERR"}),
+    login_case("ApopRefused")
+        .by_apop()
+        .plays("S: +OK <a>\n" +
+               refused_at("apop anna f6fd9e356d52ef228fc9e0a37e62b396", "-ERR permission denied"))
+        .ends(pop_apop_refused, "-ERR permission denied\r\n")
+        .trouble({"error:-ERR"}),
+    login_case("ApopWithoutATimeStamp")
+        .by_apop()
+        .plays(pop_greeted + hangs_up)
+        .ends(pop_apop_refused, "+OK ready\r\n")
+        .trouble({"error:challenge spos %s"}),
+    login_case("ApopWithATimeStampThatDoesNotEnd")
+        .by_apop()
+        .plays("S: +OK <1.2@a\n" + hangs_up)
+        .ends(pop_apop_refused, "+OK <1.2@a\r\n")
+        .trouble({"error:challenge epos %s"}),
+    login_case("ApopWithATimeStampThatOnlyEnds")
+        .by_apop()
+        .plays("S: +OK 1.2@a>\n" + hangs_up)
+        .ends(pop_apop_refused, "+OK 1.2@a>\r\n")
+        .trouble({"error:challenge spos %s"}),
+    login_case("ApopWithReversedBrackets")
+        .by_apop()
+        .plays("S: +OK >1.2@a<\n" + hangs_up)
+        .ends(pop_apop_refused, "+OK >1.2@a<\r\n")
+        .trouble({"error:challenge spos, epos %s"}),
+    login_case("ApopWithABracketBeforeAGoodTimeStamp")
+        .by_apop()
+        .plays("S: +OK -> <1.2@a>\n" + hangs_up)
+        .ends(pop_apop_refused, "+OK -> <1.2@a>\r\n")
+        .trouble({"error:challenge spos, epos %s"}),
+    login_case("ApopTakesTheFirstOfTwoTimeStamps")
+        .by_apop()
+        .plays(good_apop("+OK <a> <b>", "f6fd9e356d52ef228fc9e0a37e62b396")),
+    login_case("ApopTakesFromTheFirstOpeningToTheFirstClosingBracket")
+        .by_apop()
+        .plays(good_apop("+OK <a<b>>", "0db916ac4846f680a28dc29507f9d311")),
+    login_case("ApopWithAnEmptyTimeStamp")
+        .by_apop()
+        .plays(good_apop("+OK <>", "0d889ba84ec03bc1da45e918f3893f02")),
+    login_case("ApopWithAnEmptyPassword")
+        .as("anna", "")
+        .by_apop()
+        .plays(good_apop("+OK <x@y>", "d34673922a653815690ab325c2f4c13e")),
+    login_case("QuitRefusedIsFine")
+        .plays(pop_login() + answered("quit", "-ERR some messages were not removed"))
+        .says("-ERR some messages were not removed\r\n"),
+    login_case("QuitAnsweredByClosing")
+        .plays(pop_login() + lost_at("quit"))
+        .ends(pop_quit_failed, "")
+        .trouble({"error:sock_readline", "error: pop_quit"}),
+    login_case("GreetingLost")
+        .plays("S: (closes)")
+        .ends(pop_start_failed, "")
+        .trouble({"error:sock_readline"}),
+    login_case("GreetingHalfLost")
+        .plays("S- +OK half a\nS: (closes)")
+        .ends(pop_start_failed, "+OK half a")
+        .trouble({"error:sock_readline"}),
+    login_case("LostAfterUser")
+        .plays(pop_greeted + lost_at("user anna"))
+        .ends(pop_user_refused, "")
+        .trouble({"error:sock_readline"}),
+    login_case("LostInTheMiddleOfAReply")
+        .plays(R"(
         S: +OK ready
         C: user anna
         S- +OK an
         S: (closes)
-     )",
-     "anna",
-     "secret",
-     false,
-     pop_user_refused,
-     "+OK an",
-     {"error:sock_readline"}},
-    {"LostAfterPass",
-     R"(
-        S: +OK ready
-        C: user anna
-        S: +OK
-        C: pass secret
-        S: (closes)
-     )",
-     "anna",
-     "secret",
-     false,
-     pop_pass_refused,
-     "",
-     {"error:sock_readline"}},
-    {"LostAfterApop",
-     R"(
-        S: +OK <a>
-        C: apop anna f6fd9e356d52ef228fc9e0a37e62b396
-        S: (closes)
-     )",
-     "anna",
-     "secret",
-     true,
-     pop_apop_refused,
-     "",
-     {"pop_apop in", "error:sock_readline"}},
-    {"ANulHidesTheRestOfAReply",
-     R"(
+     )")
+        .ends(pop_user_refused, "+OK an")
+        .trouble({"error:sock_readline"}),
+    login_case("LostAfterPass")
+        .plays(pop_greeted + answered("user anna", "+OK") + lost_at("pass secret"))
+        .ends(pop_pass_refused, "")
+        .trouble({"error:sock_readline"}),
+    login_case("LostAfterApop")
+        .by_apop()
+        .plays("S: +OK <a>\n" + lost_at("apop anna f6fd9e356d52ef228fc9e0a37e62b396"))
+        .ends(pop_apop_refused, "")
+        .trouble({"error:sock_readline"}),
+    login_case("ANulHidesTheRestOfAReply")
+        .plays(R"(
         S: +OK ready
         C: user anna
         S: +OK\0-ERR
@@ -494,49 +299,36 @@ login_case const login_cases[] = {
         S: \0-ERR
         C: quit
         S: +OK by\0e
-     )",
-     "anna", "secret", false, pop_ok, "+OK by", slept},
-    {"AReplyLineOfManyPieces",
-     "S: +OK ready\nC: user anna\nS: +OK " + std::string(10000, 'x') +
-         "\nC: pass secret\nS: +OK\nC: quit\nS: +OK\n",
-     "anna", "secret", false, pop_ok, "+OK\r\n", slept},
-    {"TheLongestUserCommand",
-     "S: +OK ready\nC: user " + std::string(1016, 'a') +
-         "\nS: +OK\nC: pass secret\nS: +OK\nC: quit\nS: +OK\n",
-     std::string(1016, 'a'), "secret", false, pop_ok, "+OK\r\n", slept},
-    {"AUserCommandTooLongIsNotSent",
-     "S: +OK ready\nC: (closes)\n",
-     std::string(1017, 'a'),
-     "secret",
-     false,
-     pop_user_refused,
-     "+OK ready\r\n",
-     {"error:sock_write"}},
-    {"APassCommandTooLongIsNotSent",
-     "S: +OK ready\nC: user anna\nS: +OK go on\nC: (closes)\n",
-     "anna",
-     std::string(1017, 'a'),
-     false,
-     pop_pass_refused,
-     "+OK go on\r\n",
-     {"error:sock_write"}},
-    {"TheLongestApopCommand",
-     "S: +OK <a>\nC: apop " + std::string(983, 'a') +
-         " f6fd9e356d52ef228fc9e0a37e62b396\nS: +OK\nC: quit\nS: +OK\n",
-     std::string(983, 'a'),
-     "secret",
-     true,
-     pop_ok,
-     "+OK\r\n",
-     {"pop_apop in", "pop_apop out", "sleep start %d", "sleep end"}},
-    {"AnApopCommandTooLongIsNotSent",
-     "S: +OK <a>\nC: (closes)\n",
-     std::string(984, 'a'),
-     "secret",
-     true,
-     pop_apop_refused,
-     "+OK <a>\r\n",
-     {"pop_apop in", "error:sock_write"}},
+     )")
+        .says("+OK by"),
+    login_case("AReplyLineOfManyPieces")
+        .plays("S: +OK ready\nC: user anna\nS: +OK " + std::string(10000, 'x') +
+               "\nC: pass secret\nS: +OK\nC: quit\nS: +OK\n"),
+    login_case("TheLongestUserCommand")
+        .as(std::string(1016, 'a'), "secret")
+        .plays("S: +OK ready\nC: user " + std::string(1016, 'a') +
+               "\nS: +OK\nC: pass secret\nS: +OK\nC: quit\nS: +OK\n"),
+    login_case("AUserCommandTooLongIsNotSent")
+        .as(std::string(1017, 'a'), "secret")
+        .plays("S: +OK ready\nC: (closes)\n")
+        .ends(pop_user_refused, "+OK ready\r\n")
+        .trouble({"error:sock_write"}),
+    login_case("APassCommandTooLongIsNotSent")
+        .as("anna", std::string(1017, 'a'))
+        .plays("S: +OK ready\nC: user anna\nS: +OK go on\nC: (closes)\n")
+        .ends(pop_pass_refused, "+OK go on\r\n")
+        .trouble({"error:sock_write"}),
+    login_case("TheLongestApopCommand")
+        .as(std::string(983, 'a'), "secret")
+        .by_apop()
+        .plays("S: +OK <a>\nC: apop " + std::string(983, 'a') +
+               " f6fd9e356d52ef228fc9e0a37e62b396\nS: +OK\nC: quit\nS: +OK\n"),
+    login_case("AnApopCommandTooLongIsNotSent")
+        .as(std::string(984, 'a'), "secret")
+        .by_apop()
+        .plays("S: +OK <a>\nC: (closes)\n")
+        .ends(pop_apop_refused, "+OK <a>\r\n")
+        .trouble({"error:sock_write"}),
 };
 
 }  // namespace
@@ -551,12 +343,7 @@ TEST_P(PopBeforeSmtp, EndsAsTheTranscriptSays)
               c.code);
 
     EXPECT_EQ(reply, c.reply);
-    strings wanted = {"pop_before_smtp in", "IP:%s Port:%d"};
-    wanted.insert(wanted.end(), c.traces.begin(), c.traces.end());
-    if (c.code != pop_start_failed) {
-        wanted.emplace_back("pop_before_smtp out %d");
-    }
-    EXPECT_EQ(pop_traces(), wanted);
+    EXPECT_EQ(trouble_traces(), c.traced);
     // The wait comes after a good login only.
     std::vector<std::int64_t> const sleeps(c.code == pop_ok ? 1 : 0, 1500000);
     EXPECT_EQ(waits().sleeps, sleeps);
@@ -568,15 +355,7 @@ INSTANTIATE_TEST_SUITE_P(Dialogue, PopBeforeSmtp, testing::ValuesIn(login_cases)
 namespace
 {
 
-char const* const good_login = R"(
-    S: +OK ready
-    C: user anna
-    S: +OK
-    C: pass secret
-    S: +OK
-    C: quit
-    S: +OK bye
-)";
+std::string const good_login = pop_login() + pop_goodbye;
 
 }  // namespace
 
@@ -609,6 +388,41 @@ TEST_F(Pop, TheWaitIsInMillisecondsAndNoneWhenNegative)
     }
 }
 
+// The one test of all that a login traces; the others look at its failures only.
+TEST_F(Pop, TracesItsWay)
+{
+    auto const traced = [](int port, bool apop) {
+        std::string reply;
+        clear_traces();
+        pop_before_smtp("127.0.0.1", port, "anna", "secret", apop, 0, reply);
+        return traces_above_sockets();
+    };
+    std::string const digest = "f6fd9e356d52ef228fc9e0a37e62b396";
+    scripted_server   by_user(good_login);
+    scripted_server   by_apop(good_apop("+OK <a>", digest));
+    scripted_server   refusing("S: +OK <a>\n" + refused_at("apop anna " + digest, "-ERR no"));
+    closed_port const nobody;
+
+    EXPECT_EQ(traced(by_user.port(), false),
+              (strings{"pop_before_smtp in", "IP:%s Port:%d", "sleep start %d", "sleep end",
+                       "pop_before_smtp out %d"}));
+    EXPECT_EQ(traced(by_apop.port(), true),
+              (strings{"pop_before_smtp in", "IP:%s Port:%d", "pop_apop in", "pop_apop out",
+                       "sleep start %d", "sleep end", "pop_before_smtp out %d"}));
+    EXPECT_EQ(traced(refusing.port(), true),
+              (strings{"pop_before_smtp in", "IP:%s Port:%d", "pop_apop in", "error:-ERR",
+                       "pop_before_smtp out %d"}));
+    EXPECT_EQ(traced(nobody.number(), false),
+              (strings{"pop_before_smtp in", "IP:%s Port:%d", "error:connect INVALID_SOCKET",
+                       "error:INVALID_SOCKET %d", "pop_start_session"}));
+
+    start("S: +OK\n" + answered("retr 1", "+OK\nS: ."));
+    strings lines;
+    bool    over = false;
+    pop_retr_alllines(session(), 1, lines, over);
+    EXPECT_EQ(traces_above_sockets(), strings{"pop.response %s"});
+}
+
 TEST_F(Pop, ARefusedConnectionFailsTheStart)
 {
     {
@@ -619,9 +433,8 @@ TEST_F(Pop, ARefusedConnectionFailsTheStart)
             pop_start_failed);
         EXPECT_EQ(reply, "") << "there was no reply";
     }
-    EXPECT_EQ(pop_traces(),
-              (strings{"pop_before_smtp in", "IP:%s Port:%d", "error:connect INVALID_SOCKET",
-                       "error:INVALID_SOCKET %d", "pop_start_session"}));
+    EXPECT_EQ(trouble_traces(),
+              (strings{"error:connect INVALID_SOCKET", "error:INVALID_SOCKET %d"}));
     EXPECT_TRUE(waits().sleeps.empty());
 }
 
@@ -631,9 +444,8 @@ TEST_F(Pop, AnUnknownHostFailsTheStart)
     EXPECT_EQ(pop_before_smtp("nowhere.test", 110, "anna", "secret", false, 1500, reply),
               pop_start_failed);
     EXPECT_EQ(reply, "");
-    EXPECT_EQ(pop_traces(),
-              (strings{"pop_before_smtp in", "warning:inet_addr %s", "error:gethostbyname %s",
-                       "error:invalid host address", "pop_start_session"}));
+    EXPECT_EQ(trouble_traces(), (strings{"warning:inet_addr %s", "error:gethostbyname %s",
+                                         "error:invalid host address"}));
     EXPECT_EQ(looked_up_names(), strings{"nowhere.test"});
 }
 
@@ -663,32 +475,26 @@ TEST_F(Pop, NullTextsAreAFailure)
 {
     std::string reply = "as it was";
     EXPECT_EQ(pop_before_smtp(nullptr, 110, "anna", "secret", false, 0, reply), pop_start_failed);
-    struct row {
-        char const* user;
-        char const* password;
-        bool        apop;
-        int         code;
-        char const* transcript;
-    };
-    row const rows[] = {
-        {nullptr, "secret", false, pop_user_refused, "S: +OK <a>"},
-        {"anna", nullptr, false, pop_pass_refused, "S: +OK <a>\nC: user anna\nS: +OK"},
-        {nullptr, "secret", true, pop_apop_refused, "S: +OK <a>"},
-        {"anna", nullptr, true, pop_apop_refused, "S: +OK <a>"},
-    };
-    for (row const& r : rows) {
-        scripted_server server(r.transcript);
-        EXPECT_EQ(pop_before_smtp("127.0.0.1", server.port(), r.user, r.password, r.apop, 0, reply),
-                  r.code);
+    auto const login = [&](char const* user, char const* password, bool apop,
+                           std::string const& transcript) {
+        scripted_server server(transcript);
+        int const       code =
+            pop_before_smtp("127.0.0.1", server.port(), user, password, apop, 0, reply);
         EXPECT_TRUE(server.ok()) << server.problem();
-    }
+        return code;
+    };
+    std::string const after_user = "S: +OK <a>\n" + answered("user anna", "+OK");
+    EXPECT_EQ(login(nullptr, "secret", false, "S: +OK <a>"), pop_user_refused);
+    EXPECT_EQ(login("anna", nullptr, false, after_user), pop_pass_refused);
+    EXPECT_EQ(login(nullptr, "secret", true, "S: +OK <a>"), pop_apop_refused);
+    EXPECT_EQ(login("anna", nullptr, true, "S: +OK <a>"), pop_apop_refused);
 }
 
 TEST_F(Pop, AConnectionThatDoesNotEndInOrderIsTracedAndAGoodLoginAllTheSame)
 {
     std::string reply;
-    EXPECT_EQ(pop_before_smtp("127.0.0.1", play(std::string(good_login) + "S: (resets)\n"), "anna",
-                              "secret", false, 1500, reply),
+    EXPECT_EQ(pop_before_smtp("127.0.0.1", play(good_login + "S: (resets)\n"), "anna", "secret",
+                              false, 1500, reply),
               pop_ok);
     EXPECT_EQ(reply, "+OK bye\r\n");
     strings const trouble = trouble_traces();
@@ -736,7 +542,7 @@ TEST_F(Pop, NullSessionsAreAFailureToEnd)
     EXPECT_EQ(pop_end_session(nullptr), -1);
     EXPECT_EQ(pop_free(nullptr), -1);
     pop_abandon_session(nullptr);
-    EXPECT_EQ(traces(), strings());
+    EXPECT_EQ(trouble_traces(), strings());
 }
 
 TEST_F(Pop, WithoutMemoryForTheDigestNoApopIsSent)
@@ -745,7 +551,7 @@ TEST_F(Pop, WithoutMemoryForTheDigestNoApopIsSent)
     fail_heap_after(0);
     EXPECT_EQ(pop_apop(session(), "anna", "secret"), -1);
     fail_heap_after(-1);
-    EXPECT_EQ(pop_traces(), (strings{"pop_apop in", "error:cdsaCspAttach", "error:crypt::md5"}));
+    EXPECT_EQ(trouble_traces(), (strings{"error:cdsaCspAttach", "error:crypt::md5"}));
 }
 
 TEST_F(Pop, AnyWordCanBeALogin)
@@ -767,61 +573,110 @@ std::string stat_reply(std::size_t size)
 
 }  // namespace
 
+namespace
+{
+
+constexpr int untouched = -77;
+
+// A reply to STAT that is taken, with nothing to be found in it.
+struct stat_case : named_case {
+    using named_case::named_case;
+
+    stat_case& replies(std::string const& line)
+    {
+        reply = line;
+        return *this;
+    }
+    stat_case& counts(int number)
+    {
+        count = number;
+        return *this;
+    }
+    stat_case& sums(int number)
+    {
+        size = number;
+        return *this;
+    }
+    stat_case& trouble(strings const& traces)
+    {
+        traced = traces;
+        return *this;
+    }
+    stat_case& fails(char const* trace)
+    {
+        result = -1;
+        return trouble({trace});
+    }
+
+    std::string reply;
+    int         result = 0;
+    int         count  = untouched;
+    int         size   = untouched;
+    strings     traced;
+};
+
+}  // namespace
+
 TEST_F(Pop, StatTakesTheSecondAndTheThirdWord)
 {
-    constexpr int untouched = -77;
-    struct row {
-        std::string reply;
-        int         result;
-        int         count;
-        int         size;
-        strings     trouble;
-        char const* reason;
+    strings const   missing = {"error:token"};
+    stat_case const cases[] = {
+        stat_case("an empty mailbox").replies("+OK 0 0").counts(0).sums(0),
+        stat_case("as in RFC 1939").replies("+OK 2 320").counts(2).sums(320),
+        stat_case("what follows is not looked at")
+            .replies("+OK 2 320 and more")
+            .counts(2)
+            .sums(320),
+        stat_case("several blanks are one").replies("+OK   2    320").counts(2).sums(320),
+        stat_case("the status word alone").replies("+OK").trouble(strings(2, "error:token")),
+        stat_case("a blank behind it: the CR LF is a word, and no number")
+            .replies("+OK ")
+            .counts(0)
+            .trouble(missing),
+        stat_case("the size is missing").replies("+OK 5").counts(5).trouble(missing),
+        stat_case("tabs separate nothing")
+            .replies("+OK\\t5\\t6")
+            .trouble(strings(2, "error:token")),
+        stat_case("negative numbers come as they are").replies("+OK -3 -4").counts(-3).sums(-4),
+        stat_case("no number is 0, and what follows one is dropped")
+            .replies("+OK x 7y")
+            .counts(0)
+            .sums(7),
+        stat_case("the largest, and one more")
+            .replies("+OK 2147483647 2147483648")
+            .counts(max_int)
+            .sums(max_int),
+        stat_case("the smallest, and one less")
+            .replies("+OK -2147483648 -2147483649")
+            .counts(min_int)
+            .sums(min_int),
+        stat_case("out of range for any type")
+            .replies("+OK 99999999999999999999999 -99999999999999999999999")
+            .counts(max_int)
+            .sums(min_int),
+        stat_case("a leading blank is no word").replies(" 8 9").counts(9).trouble(missing),
+        stat_case("a NUL ends the reply").replies("\\0+OK 1 2").trouble(strings(2, "error:token")),
+        stat_case("the longest reply").replies(stat_reply(1023)).counts(12).sums(345),
+        stat_case("one byte too long").replies(stat_reply(1024)).fails("error:BufLen"),
+        stat_case("much too long").replies(stat_reply(5000)).fails("error:BufLen"),
+        stat_case("refused").replies("-ERR no").fails("error:-ERR"),
+        stat_case("error in good news").replies("+OK 1 2 error").fails("error:-ERR"),
     };
-    strings const missing = {"error:token"};
-    row const     rows[]  = {
-             {"+OK 0 0", 0, 0, 0, {}, "an empty mailbox"},
-             {"+OK 2 320", 0, 2, 320, {}, "as in RFC 1939"},
-             {"+OK 2 320 and more", 0, 2, 320, {}, "what follows is not looked at"},
-             {"+OK   2    320", 0, 2, 320, {}, "several blanks are one"},
-             {"+OK", 0, untouched, untouched, strings(2, "error:token"), "the status word alone"},
-             {"+OK ", 0, 0, untouched, missing, "a blank behind it: the CR LF is a word, and no number"},
-             {"+OK 5", 0, 5, untouched, missing, "the size is missing"},
-             {"+OK\\t5\\t6", 0, untouched, untouched, strings(2, "error:token"),
-              "tabs separate nothing"},
-             {"+OK -3 -4", 0, -3, -4, {}, "negative numbers come as they are"},
-             {"+OK x 7y", 0, 0, 7, {}, "no number is 0, and what follows one is dropped"},
-             {"+OK 2147483647 2147483648", 0, max_int, max_int, {}, "the largest, and one more"},
-             {"+OK -2147483648 -2147483649", 0, min_int, min_int, {}, "the smallest, and one less"},
-             {"+OK 99999999999999999999999 -99999999999999999999999",
-              0,
-              max_int,
-              min_int,
-              {},
-              "out of range for any type"},
-             {" 8 9", 0, 9, untouched, missing, "a leading blank is no word"},
-             {"\\0+OK 1 2", 0, untouched, untouched, strings(2, "error:token"), "a NUL ends the reply"},
-             {stat_reply(1023), 0, 12, 345, {}, "the longest reply"},
-             {stat_reply(1024), -1, untouched, untouched, {"error:BufLen"}, "one byte too long"},
-             {stat_reply(5000), -1, untouched, untouched, {"error:BufLen"}, "much too long"},
-             {"-ERR no", -1, untouched, untouched, {"error:-ERR"}, "refused"},
-             {"+OK 1 2 error", -1, untouched, untouched, {"error:-ERR"}, "error in good news"},
-    };
-    for (row const& r : rows) {
-        scripted_server server("S: +OK\nC: stat\nS: " + r.reply + "\n");
+    for (stat_case const& c : cases) {
+        scripted_server server("S: +OK\n" + answered("stat", c.reply));
         _s_pop*         pop = nullptr;
         ASSERT_EQ(pop_start_session("127.0.0.1", server.port(), &pop), 0);
         clear_traces();
         int count = untouched;
         int size  = untouched;
 
-        EXPECT_EQ(pop_stat(pop, &count, &size), r.result) << r.reason;
+        EXPECT_EQ(pop_stat(pop, &count, &size), c.result) << c.name;
 
-        EXPECT_EQ(count, r.count) << r.reason;
-        EXPECT_EQ(size, r.size) << r.reason;
-        EXPECT_EQ(trouble_traces(), r.trouble) << r.reason;
+        EXPECT_EQ(count, c.count) << c.name;
+        EXPECT_EQ(size, c.size) << c.name;
+        EXPECT_EQ(trouble_traces(), c.traced) << c.name;
         pop_end_session(pop);
-        EXPECT_TRUE(server.ok()) << r.reason << ": " << server.problem();
+        EXPECT_TRUE(server.ok()) << c.name << ": " << server.problem();
     }
 }
 
@@ -953,7 +808,7 @@ TEST_F(Pop, AMessageComesLineByLineWithItsStatusAndItsEndMark)
                        "\n",  // a text of one byte loses nothing
                        "two CR\r", "nul", "."}));
     EXPECT_FALSE(over);
-    EXPECT_EQ(pop_traces(), strings{"pop.response %s"});
+    EXPECT_EQ(trouble_traces(), strings());
 }
 
 TEST_F(Pop, AMessageThatTricklesIsTheSame)
@@ -996,8 +851,7 @@ TEST_P(MessageLength, IsLimited)
 
     EXPECT_EQ(over, too_long);
     EXPECT_EQ(lines, wanted);
-    EXPECT_EQ(pop_traces(), too_long ? (strings{"pop.response %s", "warning: POP MAX LINE COUNT"})
-                                     : strings{"pop.response %s"});
+    EXPECT_EQ(trouble_traces(), too_long ? strings{"warning: POP MAX LINE COUNT"} : strings());
 }
 
 INSTANTIATE_TEST_SUITE_P(Lines, MessageLength, testing::Values(0, 1, 1999, 2000, 2001, 2500));
@@ -1056,7 +910,7 @@ TEST_F(Pop, ARefusedMessageLeavesTheLinesAndClearsTheFlag)
     EXPECT_EQ(pop_retr_alllines(session(), 1, lines, over), -1);
     EXPECT_EQ(lines, strings{"what was there"});
     EXPECT_FALSE(over);
-    EXPECT_EQ(pop_traces(), (strings{"error:-ERR", "error:pop_retr"}));
+    EXPECT_EQ(trouble_traces(), (strings{"error:-ERR", "error:pop_retr"}));
 }
 
 TEST_F(Pop, AMessageLostBeforeItsStatusIsAFailure)
@@ -1066,7 +920,7 @@ TEST_F(Pop, AMessageLostBeforeItsStatusIsAFailure)
     bool    over = true;
     EXPECT_EQ(pop_retr_alllines(session(), 1, lines, over), -1);
     EXPECT_EQ(lines, strings());
-    EXPECT_EQ(pop_traces(), (strings{"error:sock_readline", "error:pop_retr"}));
+    EXPECT_EQ(trouble_traces(), (strings{"error:sock_readline", "error:pop_retr"}));
 }
 
 // -------------------------------------------------------------------- small parts
@@ -1094,7 +948,7 @@ TEST(PopError, IsThreeWordsAnywhere)
     for (row const& r : rows) {
         clear_traces();
         EXPECT_EQ(pop_error(r.line), r.error) << r.reason;
-        EXPECT_EQ(traces(), r.error ? strings{"error:-ERR"} : strings()) << r.reason;
+        EXPECT_EQ(trouble_traces(), r.error ? strings{"error:-ERR"} : strings()) << r.reason;
     }
 }
 
@@ -1124,7 +978,8 @@ TEST(RemoveNr, DropsOneLineEnd)
     for (row const& r : rows) {
         clear_traces();
         EXPECT_EQ(remove_nr(r.line), r.text) << r.reason;
-        EXPECT_EQ(traces(), r.line.size() > 4095 ? strings{"error:buffer over flow"} : strings())
+        EXPECT_EQ(trouble_traces(),
+                  r.line.size() > 4095 ? strings{"error:buffer over flow"} : strings())
             << r.reason;
     }
 }
