@@ -39,6 +39,15 @@ bool is_blocking(int fd)
 // The waits of one receive that gives up: 3001 of 5 ms.
 std::vector<int> const a_silent_peers_waits(3001, 5000);
 
+// Returns when the client has begun to wait for bytes once more.
+void await_a_wait()
+{
+    std::size_t const before = waits().readable_waits.size();
+    while (waits().readable_waits.size() == before) {
+        std::this_thread::yield();
+    }
+}
+
 class SockLookUp : public on_a_clean_machine
 {
 };
@@ -272,7 +281,7 @@ TEST_F(SockRecv, TakesAReplyThatComesLateAtOnce)
     for (int i = 0; i < 20; ++i) {
         std::chrono::steady_clock::time_point said;
         std::thread                           server([&] {
-            std::this_thread::sleep_for(std::chrono::milliseconds(7));
+            await_a_wait();
             said = std::chrono::steady_clock::now();
             pair.say_along("x");
         });
@@ -359,8 +368,8 @@ TEST_F(SockRead, JoinsPieces)
     tcp_pair    pair;
     std::thread server([&] {
         for (char const* const piece : {"one", "two", "three"}) {
+            await_a_wait();
             pair.say_along(piece);
-            std::this_thread::sleep_for(std::chrono::milliseconds(7));
         }
     });
     char        buf[16];
@@ -464,8 +473,8 @@ TEST_F(SockReadline, JoinsPiecesThatComeOneByOne)
     tcp_pair    pair;
     std::thread server([&] {
         for (char const piece : std::string("250 ok\r\n")) {
+            await_a_wait();
             pair.say_along(std::string(1, piece));
-            std::this_thread::sleep_for(std::chrono::milliseconds(6));
         }
     });
     std::string line;
@@ -559,18 +568,19 @@ TEST_F(SockWrite, WritesNothingWhenThereIsNothing)
 
 TEST_F(SockWrite, WritesAllOfATextThatIsReadSlowly)
 {
-    tcp_pair    pair;
-    std::string text;
-    for (int i = 0; i < 1000000; ++i) {
-        text += std::to_string(i % 10);
+    tcp_pair pair;
+    // More than the system's buffers hold.
+    std::string text(30000000, 'x');
+    for (std::size_t i = 0; i < text.size(); i += 1000) {
+        text.replace(i, 8, std::to_string(10000000 + i));
     }
-    text += text + text + text;
     std::string heard;
     std::thread server([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        pair.wait_until_client_is_stuck();
         heard = pair.heard_to_the_end();
     });
-    EXPECT_EQ(sock_write(pair.client(), text.data(), 4000000), 4000000);
+    int const   size = static_cast<int>(text.size());
+    EXPECT_EQ(sock_write(pair.client(), text.data(), size), size);
     ::shutdown(pair.client(), SHUT_WR);
     server.join();
     EXPECT_TRUE(heard == text) << heard.size();
@@ -597,8 +607,7 @@ TEST_F(SockWrite, FailsWhenAPeerThatDoesNotReadBreaksTheConnection)
     tcp_pair          pair;
     std::string const text(64000000, 'x');
     std::thread       server([&] {
-        // What the systems' buffers hold is written by then, or soon; the rest waits.
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        pair.wait_until_client_is_stuck();
         pair.server_resets();
     });
     EXPECT_EQ(sock_write(pair.client(), text.data(), static_cast<int>(text.size())), -1);

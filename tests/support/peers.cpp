@@ -31,6 +31,19 @@ bool readable_within(int fd, int ms)
     return ::poll(&entry, 1, ms) > 0;
 }
 
+// Returns when it is so, which must come within 20 s.
+template <class Condition>
+void wait_for(char const* problem, Condition&& is_so)
+{
+    for (int ms = 0; ms < patience_ms; ++ms) {
+        if (is_so()) {
+            return;
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    throw std::runtime_error(problem);
+}
+
 sockaddr_in address_of(std::uint16_t port)
 {
     sockaddr_in address     = {};
@@ -163,15 +176,19 @@ void tcp_pair::say(std::string const& bytes)
     ::ioctl(client_.get(), FIONREAD, &before);
     send_all(server_.get(), bytes);
     int const wanted = before + static_cast<int>(bytes.size());
-    for (int ms = 0; ms < patience_ms; ++ms) {
+    wait_for("what the server said did not arrive", [&] {
         int waiting = 0;
         ::ioctl(client_.get(), FIONREAD, &waiting);
-        if (waiting >= wanted) {
-            return;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    throw std::runtime_error("what the server said did not arrive");
+        return waiting >= wanted;
+    });
+}
+
+void tcp_pair::wait_until_client_is_stuck() const
+{
+    wait_for("the client's system takes all", [&] {
+        pollfd entry = {client_.get(), POLLOUT, 0};
+        return ::poll(&entry, 1, 0) == 0;
+    });
 }
 
 std::string tcp_pair::heard()

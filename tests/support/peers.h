@@ -94,6 +94,10 @@ public:
     // client broke the connection instead of ending it.
     std::string heard_to_the_end();
 
+    // Returns when the client's system takes no more bytes: whoever writes there waits. Until then
+    // the server must not read, and the client must go on writing.
+    void wait_until_client_is_stuck() const;
+
     void server_closes() { server_.reset(); }
     void server_resets() { break_connection(server_); }
 
