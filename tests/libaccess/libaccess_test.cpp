@@ -2,13 +2,13 @@
 
 #include "libaccess/libaccess.h"
 
-#include <gtest/gtest.h>
 #include <memory>
 #include <vector>
 
 #include "libsendw/libsendw.h"
 #include "libsendw/pop.h"
 #include "tests/support/clean_machine.h"
+#include "tests/support/dialogues.h"
 #include "tests/support/peers.h"
 
 namespace zelieml::test
@@ -41,22 +41,59 @@ private:
 
 // -------------------------------------------------------------- both servers, whole
 
-struct access_case {
-    char const* name;
-    std::string pop;   // transcript; empty: nobody may come
-    std::string smtp;  // transcript; empty: nobody may come
-    char const* pop_auth_type;
-    char const* smtp_auth;
-    char const* pop_before_smtp;  // null: test_pop_auth
-    eml_send_e  code;
-    std::string message;
-    strings     trouble = {};
-};
+// A login test of the POP3 server by USER and PASS, or of the SMTP server with authentication, that
+// ends well unless it says otherwise. To a server without a transcript nobody may come.
+struct access_case : named_case {
+    using named_case::named_case;
 
-void PrintTo(access_case const& c, std::ostream* out)
-{
-    *out << c.name;
-}
+    // The SMTP server is tested, with this switch for a POP3 login before it.
+    access_case& before_smtp(char const* on_or_off)
+    {
+        pop_before_smtp = on_or_off;
+        message         = "221 bye\r\n";
+        return *this;
+    }
+    access_case& type(char const* of_pop_login)
+    {
+        pop_auth_type = of_pop_login;
+        return *this;
+    }
+    access_case& auth(char const* on_or_off)
+    {
+        smtp_auth = on_or_off;
+        return *this;
+    }
+    access_case& pop(std::string const& transcript)
+    {
+        pop_transcript = transcript;
+        return *this;
+    }
+    access_case& smtp(std::string const& transcript)
+    {
+        smtp_transcript = transcript;
+        return *this;
+    }
+    access_case& ends(eml_send_e its_code, std::string const& its_message)
+    {
+        code    = its_code;
+        message = its_message;
+        return *this;
+    }
+    access_case& trouble(strings const& traces)
+    {
+        traced = traces;
+        return *this;
+    }
+
+    char const* pop_before_smtp = nullptr;  // null: the POP3 server is tested
+    char const* pop_auth_type   = "pop";
+    char const* smtp_auth       = "on";
+    std::string pop_transcript;
+    std::string smtp_transcript;
+    eml_send_e  code    = eml_send_ok;
+    std::string message = "+OK bye\r\n";
+    strings     traced;
+};
 
 class ServerTest : public on_a_clean_machine_with<access_case>
 {
@@ -65,8 +102,8 @@ class ServerTest : public on_a_clean_machine_with<access_case>
 TEST_P(ServerTest, EndsAsTheTranscriptsSay)
 {
     access_case const& c = GetParam();
-    local_server       pop(c.pop);
-    local_server       smtp(c.smtp);
+    local_server       pop(c.pop_transcript);
+    local_server       smtp(c.smtp_transcript);
     record const       server;
     ASSERT_EQ(
         set_pop(server.handle(), "127.0.0.1", "anna", "secret", c.pop_auth_type, pop.port(), 1500),
@@ -81,233 +118,141 @@ TEST_P(ServerTest, EndsAsTheTranscriptsSay)
     }
 
     EXPECT_EQ(message, c.message);
-    EXPECT_EQ(trouble_traces(), c.trouble);
+    EXPECT_EQ(trouble_traces(), c.traced);
     EXPECT_EQ(pop.heard(), pop.expected()) << pop.problem();
     EXPECT_EQ(smtp.heard(), smtp.expected()) << smtp.problem();
     // The wait belongs to a good POP3 login before SMTP.
-    bool const waits_for_smtp = c.pop_before_smtp != nullptr && !c.smtp.empty();
+    bool const waits_for_smtp = c.pop_before_smtp != nullptr && !c.smtp_transcript.empty();
     for (std::int64_t const us : waits().sleeps) {
         EXPECT_EQ(us, waits_for_smtp ? 1500000 : 0);
     }
 }
 
-constexpr char good_pop[] = R"(
-    S: +OK ready <1@pop.test>
-    C: user anna
-    S: +OK
-    C: pass secret
-    S: +OK
-    C: quit
-    S: +OK bye
-)";
+std::string const pop_stamped = "S: +OK ready <1@pop.test>\n";
 
-constexpr char good_apop[] = R"(
-    S: +OK ready <1@pop.test>
-    C: apop anna 0980c615e9837e503ebd2cf69ae856a4
-    S: +OK
-    C: quit
-    S: +OK bye
-)";
+std::string const good_pop =
+    pop_stamped + answered("user anna", "+OK") + answered("pass secret", "+OK") + pop_goodbye;
+std::string const good_apop =
+    pop_stamped + answered("apop anna 0980c615e9837e503ebd2cf69ae856a4", "+OK") + pop_goodbye;
 
-constexpr char good_smtp[] = R"(
-    S: 220 mail.test ready
-    C: ehlo {host}
-    S: 250-mail.test
-    S: 250 AUTH PLAIN
-    C: AUTH PLAIN {base64:\0joe\0hidden}
-    S: 235 welcome
-    C: quit
-    S: 221 bye
-)";
+// A greeting, and EHLO answered with one line.
+std::string one_line_offer(std::string const& offer)
+{
+    return greeted + answered("ehlo {host}", "250 " + offer);
+}
 
-constexpr char open_smtp[] = R"(
-    S: 220 mail.test ready
-    C: ehlo {host}
-    S: 250 mail.test
-    C: quit
-    S: 221 bye
-)";
+std::string const good_smtp = ehlo("AUTH PLAIN") +
+                              answered("AUTH PLAIN {base64:\\0joe\\0hidden}", "235 welcome") +
+                              answered("quit", "221 bye");
+std::string const open_smtp = one_line_offer("mail.test") + answered("quit", "221 bye");
 
 access_case const access_cases[] = {
-    {"POP3 by USER and PASS", good_pop, "", "pop", "on", nullptr, eml_send_ok, "+OK bye\r\n"},
-    {"POP3 by APOP", good_apop, "", "apop", "on", nullptr, eml_send_ok, "+OK bye\r\n"},
-    {"POP in upper case selects APOP", good_apop, "", "POP", "on", nullptr, eml_send_ok,
-     "+OK bye\r\n"},
-    {"any other type selects APOP", good_apop, "", "", "on", nullptr, eml_send_ok, "+OK bye\r\n"},
-    {"pop3 is not pop and selects APOP", good_apop, "", "pop3", "on", nullptr, eml_send_ok,
-     "+OK bye\r\n"},
-    {"the user is refused",
-     "S: +OK\nC: user anna\nS: -ERR never heard of\nC: (closes)",
-     "",
-     "pop",
-     "on",
-     nullptr,
-     eml_send_error_auth,
-     "-ERR never heard of\r\n",
-     {"error:-ERR"}},
-    {"the password is refused",
-     "S: +OK\nC: user anna\nS: +OK\nC: pass secret\nS: -ERR wrong\nC: (closes)",
-     "",
-     "pop",
-     "on",
-     nullptr,
-     eml_send_error_auth,
-     "-ERR wrong\r\n",
-     {"error:-ERR"}},
-    {"APOP is refused",
-     "S: +OK <1@pop.test>\nC: apop {any}\nS: -ERR wrong\nC: (closes)",
-     "",
-     "apop",
-     "on",
-     nullptr,
-     eml_send_error_auth,
-     "-ERR wrong\r\n",
-     {"error:-ERR"}},
-    {"APOP is not offered",
-     "S: +OK ready\nC: (closes)",
-     "",
-     "apop",
-     "on",
-     nullptr,
-     eml_send_error_auth,
-     "+OK ready\r\n",
-     {"error:challenge spos %s"}},
-    {"the POP3 server says nothing",
-     "S: (closes)",
-     "",
-     "pop",
-     "on",
-     nullptr,
-     eml_send_error_connection,
-     "",
-     {"error:sock_readline"}},
-    {"the POP3 server is lost at QUIT",
-     "S: +OK\nC: user anna\nS: +OK\nC: pass secret\nS: +OK\nC: quit\nS: (closes)",
-     "",
-     "pop",
-     "on",
-     nullptr,
-     eml_send_error_other,
-     "",
-     {"error:sock_readline", "error: pop_quit"}},
+    access_case("POP3 by USER and PASS").pop(good_pop),
+    access_case("POP3 by APOP").type("apop").pop(good_apop),
+    access_case("POP in upper case selects APOP").type("POP").pop(good_apop),
+    access_case("any other type selects APOP").type("").pop(good_apop),
+    access_case("pop3 is not pop and selects APOP").type("pop3").pop(good_apop),
+    access_case("the user is refused")
+        .pop(pop_greeted + refused_at("user anna", "-ERR never heard of"))
+        .ends(eml_send_error_auth, "-ERR never heard of\r\n")
+        .trouble({"error:-ERR"}),
+    access_case("the password is refused")
+        .pop(pop_greeted + answered("user anna", "+OK") + refused_at("pass secret", "-ERR wrong"))
+        .ends(eml_send_error_auth, "-ERR wrong\r\n")
+        .trouble({"error:-ERR"}),
+    access_case("APOP is refused")
+        .type("apop")
+        .pop(pop_stamped + refused_at("apop {any}", "-ERR wrong"))
+        .ends(eml_send_error_auth, "-ERR wrong\r\n")
+        .trouble({"error:-ERR"}),
+    access_case("APOP is not offered")
+        .type("apop")
+        .pop(pop_greeted + hangs_up)
+        .ends(eml_send_error_auth, "+OK ready\r\n")
+        .trouble({"error:challenge spos %s"}),
+    access_case("the POP3 server says nothing")
+        .pop("S: (closes)\n")
+        .ends(eml_send_error_connection, "")
+        .trouble({"error:sock_readline"}),
+    access_case("the POP3 server is lost at QUIT")
+        .pop(pop_login() + lost_at("quit"))
+        .ends(eml_send_error_other, "")
+        .trouble({"error:sock_readline", "error: pop_quit"}),
 
-    {"SMTP with a login", "", good_smtp, "pop", "on", "off", eml_send_ok, "221 bye\r\n"},
-    {"SMTP without a login", "", open_smtp, "pop", "off", "off", eml_send_ok, "221 bye\r\n"},
-    {"anything but on means no POP3", "", open_smtp, "pop", "off", "ON", eml_send_ok,
-     "221 bye\r\n"},
-    {"nor does an empty switch", "", open_smtp, "pop", "off", "", eml_send_ok, "221 bye\r\n"},
-    {"nor does yes", "", open_smtp, "pop", "off", "yes", eml_send_ok, "221 bye\r\n"},
-    {"POP3 before SMTP", good_pop, good_smtp, "pop", "on", "on", eml_send_ok, "221 bye\r\n"},
-    {"APOP before SMTP", good_apop, good_smtp, "apop", "on", "on", eml_send_ok, "221 bye\r\n"},
-    {"a POP3 login that fails keeps SMTP out of it",
-     "S: +OK\nC: user anna\nS: +OK\nC: pass secret\nS: -ERR wrong\nC: (closes)",
-     "",
-     "pop",
-     "on",
-     "on",
-     eml_send_error_auth,
-     "-ERR wrong\r\n",
-     {"error:-ERR"}},
-    {"a POP3 server that is lost keeps SMTP out of it",
-     "S: (closes)",
-     "",
-     "pop",
-     "on",
-     "on",
-     eml_send_error_connection,
-     "",
-     {"error:sock_readline"}},
-    {"a POP3 server without its answer to QUIT keeps SMTP out of it",
-     "S: +OK\nC: user anna\nS: +OK\nC: pass secret\nS: +OK\nC: quit\nS: (closes)",
-     "",
-     "pop",
-     "on",
-     "on",
-     eml_send_error_other,
-     "",
-     {"error:sock_readline", "error: pop_quit"}},
-    {"SMTP refuses at the greeting",
-     "",
-     "S: 554 not today\nC: (closes)",
-     "pop",
-     "on",
-     "off",
-     eml_send_error_connection,
-     "",
-     {"error:can not find code (%s)", "error:smtp start session", "error:smtp_start_sesion"}},
-    {"SMTP refuses at the greeting after POP3, whose last reply stays",
-     good_pop,
-     "S: 554 not today\nC: (closes)",
-     "pop",
-     "on",
-     "on",
-     eml_send_error_connection,
-     "+OK bye\r\n",
-     {"error:can not find code (%s)", "error:smtp start session", "error:smtp_start_sesion"}},
-    {"EHLO is refused, and there is no QUIT",
-     "",
-     "S: 220 hi\nC: ehlo {host}\nS: 502 what\nC: (closes)",
-     "pop",
-     "on",
-     "off",
-     eml_send_error_auth,
-     "502 what\r\n",
-     {"error:not 250", "error:smtp_ehlo2"}},
-    {"the login is refused, and there is no QUIT",
-     "",
-     "S: 220 hi\nC: ehlo {host}\nS: 250 AUTH PLAIN\nC: AUTH PLAIN {any}\nS: 535 no\nC: (closes)",
-     "pop",
-     "on",
-     "off",
-     eml_send_error_auth,
-     "535 no\r\n",
-     {"error:can not find code (%s)", "error:not 235", "error:smtp_ehlo2"}},
-    {"the server offers a login that is switched off",
-     "",
-     "S: 220 hi\nC: ehlo {host}\nS: 250 AUTH PLAIN\nC: (closes)",
-     "pop",
-     "off",
-     "off",
-     eml_send_error_auth,
-     "250 AUTH PLAIN\r\n",
-     {"error:smtp incorrect", "error:smtp_ehlo2"}},
-    {"the server offers no login that is switched on",
-     "",
-     "S: 220 hi\nC: ehlo {host}\nS: 250 mail.test\nC: (closes)",
-     "pop",
-     "on",
-     "off",
-     eml_send_error_auth,
-     "250 mail.test\r\n",
-     {"error:smtp incorrect", "error:smtp_ehlo2"}},
-    {"the switch is exact",
-     "",
-     "S: 220 hi\nC: ehlo {host}\nS: 250 AUTH PLAIN\nC: (closes)",
-     "pop",
-     "On",
-     "off",
-     eml_send_error_auth,
-     "250 AUTH PLAIN\r\n",
-     {"error:smtp incorrect", "error:smtp_ehlo2"}},
-    {"QUIT is refused",
-     "",
-     "S: 220 hi\nC: ehlo {host}\nS: 250-mail\nS: 250 test\nC: quit\nS: 500-no\nS: 500 no\nC: "
-     "(closes)",
-     "pop",
-     "off",
-     "off",
-     eml_send_error_connection,
-     "500-no\r\n500 no\r\n",
-     {"error:can not find code (%s)", "error:smtp quit", "error:smtp_quit"}},
-    {"the server is lost at QUIT",
-     "",
-     "S: 220 hi\nC: ehlo {host}\nS: 250 mail.test\nC: quit\nS: (closes)",
-     "pop",
-     "off",
-     "off",
-     eml_send_error_connection,
-     "",
-     {"error:read_multiline_reply", "error:smtp quit", "error:smtp_quit"}},
+    access_case("SMTP with a login").before_smtp("off").smtp(good_smtp),
+    access_case("SMTP without a login").before_smtp("off").auth("off").smtp(open_smtp),
+    access_case("anything but on means no POP3").before_smtp("ON").auth("off").smtp(open_smtp),
+    access_case("nor does an empty switch").before_smtp("").auth("off").smtp(open_smtp),
+    access_case("nor does yes").before_smtp("yes").auth("off").smtp(open_smtp),
+    access_case("POP3 before SMTP").before_smtp("on").pop(good_pop).smtp(good_smtp),
+    access_case("APOP before SMTP").before_smtp("on").type("apop").pop(good_apop).smtp(good_smtp),
+    access_case("a POP3 login that fails keeps SMTP out of it")
+        .before_smtp("on")
+        .pop(pop_greeted + answered("user anna", "+OK") + refused_at("pass secret", "-ERR wrong"))
+        .ends(eml_send_error_auth, "-ERR wrong\r\n")
+        .trouble({"error:-ERR"}),
+    access_case("a POP3 server that is lost keeps SMTP out of it")
+        .before_smtp("on")
+        .pop("S: (closes)\n")
+        .ends(eml_send_error_connection, "")
+        .trouble({"error:sock_readline"}),
+    access_case("a POP3 server without its answer to QUIT keeps SMTP out of it")
+        .before_smtp("on")
+        .pop(pop_login() + lost_at("quit"))
+        .ends(eml_send_error_other, "")
+        .trouble({"error:sock_readline", "error: pop_quit"}),
+    access_case("SMTP refuses at the greeting")
+        .before_smtp("off")
+        .smtp("S: 554 not today\n" + hangs_up)
+        .ends(eml_send_error_connection, "")
+        .trouble({"error:can not find code (%s)", "error:smtp start session",
+                  "error:smtp_start_sesion"}),
+    access_case("SMTP refuses at the greeting after POP3, whose last reply stays")
+        .before_smtp("on")
+        .pop(good_pop)
+        .smtp("S: 554 not today\n" + hangs_up)
+        .ends(eml_send_error_connection, "+OK bye\r\n")
+        .trouble({"error:can not find code (%s)", "error:smtp start session",
+                  "error:smtp_start_sesion"}),
+    access_case("EHLO is refused, and there is no QUIT")
+        .before_smtp("off")
+        .smtp(greeted + refused_at("ehlo {host}", "502 what"))
+        .ends(eml_send_error_auth, "502 what\r\n")
+        .trouble({"error:not 250", "error:smtp_ehlo2"}),
+    access_case("the login is refused, and there is no QUIT")
+        .before_smtp("off")
+        .smtp(one_line_offer("AUTH PLAIN") + refused_at("AUTH PLAIN {any}", "535 no"))
+        .ends(eml_send_error_auth, "535 no\r\n")
+        .trouble({"error:can not find code (%s)", "error:not 235", "error:smtp_ehlo2"}),
+    access_case("the server offers a login that is switched off")
+        .before_smtp("off")
+        .auth("off")
+        .smtp(one_line_offer("AUTH PLAIN") + hangs_up)
+        .ends(eml_send_error_auth, "250 AUTH PLAIN\r\n")
+        .trouble({"error:smtp incorrect", "error:smtp_ehlo2"}),
+    access_case("the server offers no login that is switched on")
+        .before_smtp("off")
+        .smtp(one_line_offer("mail.test") + hangs_up)
+        .ends(eml_send_error_auth, "250 mail.test\r\n")
+        .trouble({"error:smtp incorrect", "error:smtp_ehlo2"}),
+    access_case("the switch is exact")
+        .before_smtp("off")
+        .auth("On")
+        .smtp(one_line_offer("AUTH PLAIN") + hangs_up)
+        .ends(eml_send_error_auth, "250 AUTH PLAIN\r\n")
+        .trouble({"error:smtp incorrect", "error:smtp_ehlo2"}),
+    access_case("QUIT is refused")
+        .before_smtp("off")
+        .auth("off")
+        .smtp(ehlo("HELP") + refused_at("quit", "500-no\nS: 500 no"))
+        .ends(eml_send_error_connection, "500-no\r\n500 no\r\n")
+        .trouble({"error:can not find code (%s)", "error:smtp quit", "error:smtp_quit"}),
+    access_case("the server is lost at QUIT")
+        .before_smtp("off")
+        .auth("off")
+        .smtp(one_line_offer("mail.test") + lost_at("quit"))
+        .ends(eml_send_error_connection, "")
+        .trouble({"error:read_multiline_reply", "error:smtp quit", "error:smtp_quit"}),
 };
 
 INSTANTIATE_TEST_SUITE_P(Dialogue, ServerTest, testing::ValuesIn(access_cases),
@@ -321,7 +266,7 @@ class Access : public on_a_clean_machine
 
 TEST_F(Access, TheMessageMayBeNull)
 {
-    local_server const pop("S: +OK\nC: user a\nS: +OK\nC: pass b\nS: +OK\nC: quit\nS: +OK");
+    local_server const pop(pop_login("a", "b") + pop_goodbye);
     local_server const smtp(open_smtp);
     record const       server;
     set_pop(server.handle(), "127.0.0.1", "a", "b", "pop", pop.port(), 0);
@@ -340,6 +285,21 @@ TEST_F(Access, TheMessageIsWrittenWholeHoweverLong)
     EXPECT_EQ(test_pop_auth(server.handle(), message.data()), eml_send_error_auth);
     EXPECT_EQ(message.data(), "-ERR " + line + "\r\n");
     EXPECT_TRUE(pop.ok()) << pop.problem();
+}
+
+// The one test of all that an access traces; the others look at its failures only.
+TEST_F(Access, TracesItsWay)
+{
+    local_server const pop(good_pop);
+    local_server const smtp(good_smtp);
+    record const       server;
+    set_pop(server.handle(), "127.0.0.1", "anna", "secret", "pop", pop.port(), 0);
+    set_smtp(server.handle(), "127.0.0.1", "joe", "hidden", "on", smtp.port());
+    EXPECT_EQ(test_smtp_auth(server.handle(), "on", nullptr), eml_send_ok);
+    EXPECT_EQ(traces_above_sockets(),
+              (strings{"pop_before_smtp in", "IP:%s Port:%d", "sleep start %d", "sleep end",
+                       "pop_before_smtp out %d", "connect IP:%s Port:%d", "connect done.",
+                       "auth_plain in", "auth_plain out"}));
 }
 
 TEST_F(Access, WaitsBetweenPop3AndSmtpOnly)
@@ -364,18 +324,18 @@ TEST_F(Access, WaitsBetweenPop3AndSmtpOnly)
 TEST_F(Access, ReturnsTheNumberOfTheStepThatFailed)
 {
     struct {
-        char const* pop;
-        char const* smtp;
+        std::string pop;
+        std::string smtp;
         int         result;
     } const cases[] = {
-        {"S: (closes)", "", pop_start_failed},
-        {"S: +OK\nC: user anna\nS: -ERR", "", pop_user_refused},
-        {"S: +OK\nC: user anna\nS: +OK\nC: pass secret\nS: -ERR", "", pop_pass_refused},
-        {"S: +OK\nC: user anna\nS: +OK\nC: pass secret\nS: +OK\nC: quit\nS: (closes)", "",
-         pop_quit_failed},
+        {"S: (closes)", nobody_comes, pop_start_failed},
+        {pop_greeted + answered("user anna", "-ERR"), nobody_comes, pop_user_refused},
+        {pop_greeted + answered("user anna", "+OK") + answered("pass secret", "-ERR"), nobody_comes,
+         pop_pass_refused},
+        {pop_login() + lost_at("quit"), nobody_comes, pop_quit_failed},
         {good_pop, "S: (closes)", send_not_connected},
-        {good_pop, "S: 220 hi\nC: ehlo {host}\nS: 500 no", send_not_authenticated},
-        {good_pop, "S: 220 hi\nC: ehlo {host}\nS: 250 ok\nC: quit\nS: 500 no", send_quit_refused},
+        {good_pop, greeted + answered("ehlo {host}", "500 no"), send_not_authenticated},
+        {good_pop, one_line_offer("ok") + answered("quit", "500 no"), send_quit_refused},
         {good_pop, open_smtp, 0},
     };
     for (auto const& c : cases) {
@@ -487,49 +447,71 @@ TEST_F(Access, ARecordWithoutItsSettersCalledFails)
 
 TEST_F(Access, ANullTextIsAFailureAtItsStep)
 {
-    struct {
-        char const* host;
-        char const* user;
-        char const* password;
-        char const* type;
-        char const* transcript;
-        eml_send_e  code;
-    } const pops[] = {
-        {nullptr, "a", "b", "pop", "", eml_send_error_connection},
-        {"127.0.0.1", nullptr, "b", "pop", "S: +OK\nC: (closes)", eml_send_error_auth},
-        {"127.0.0.1", "a", nullptr, "pop", "S: +OK\nC: user a\nS: +OK\nC: (closes)",
-         eml_send_error_auth},
-        {"127.0.0.1", nullptr, "b", "apop", "S: +OK <a>\nC: (closes)", eml_send_error_auth},
-        {"127.0.0.1", "a", nullptr, "apop", "S: +OK <a>\nC: (closes)", eml_send_error_auth},
-        {"127.0.0.1", "a", "b", nullptr, "", eml_send_error_other},
+    struct null_case : named_case {
+        using named_case::named_case;
+
+        null_case& null(char const* null_case::*parameter)
+        {
+            this->*parameter = nullptr;
+            return *this;
+        }
+        null_case& by(char const* pop_auth_type)
+        {
+            type = pop_auth_type;
+            return *this;
+        }
+        null_case& plays(std::string const& its_transcript)
+        {
+            transcript = its_transcript;
+            return *this;
+        }
+        null_case& ends(eml_send_e its_code)
+        {
+            code = its_code;
+            return *this;
+        }
+
+        char const* host     = "127.0.0.1";
+        char const* user     = "a";
+        char const* password = "b";
+        char const* type     = "pop";  // of the POP3 login
+        char const* auth     = "off";  // the switch of SMTP
+        std::string transcript;
+        eml_send_e  code = eml_send_error_auth;
+    };
+    null_case const pops[] = {
+        null_case("host").null(&null_case::host).ends(eml_send_error_connection),
+        null_case("user").null(&null_case::user).plays(pop_greeted + hangs_up),
+        null_case("password")
+            .null(&null_case::password)
+            .plays(pop_greeted + answered("user a", "+OK") + hangs_up),
+        null_case("user of APOP").by("apop").null(&null_case::user).plays(pop_stamped + hangs_up),
+        null_case("password of APOP")
+            .by("apop")
+            .null(&null_case::password)
+            .plays(pop_stamped + hangs_up),
+        null_case("type").null(&null_case::type).ends(eml_send_error_other),
     };
     for (auto const& c : pops) {
         local_server pop(c.transcript);
         record const server;
         set_pop(server.handle(), c.host, c.user, c.password, c.type, pop.port(), 0);
-        EXPECT_EQ(test_pop_auth(server.handle(), nullptr), c.code) << c.transcript;
-        EXPECT_EQ(pop.heard(), pop.expected()) << pop.problem();
+        EXPECT_EQ(test_pop_auth(server.handle(), nullptr), c.code) << c.name;
+        EXPECT_EQ(pop.heard(), pop.expected()) << c.name << ": " << pop.problem();
     }
 
-    struct {
-        char const* host;
-        char const* user;
-        char const* password;
-        char const* auth;
-        char const* transcript;
-        eml_send_e  code;
-    } const smtps[] = {
-        {nullptr, "a", "b", "off", "", eml_send_error_connection},
-        {"127.0.0.1", nullptr, "b", "off", "S: 220 hi\nC: (closes)", eml_send_error_auth},
-        {"127.0.0.1", "a", nullptr, "off", "S: 220 hi\nC: (closes)", eml_send_error_auth},
-        {"127.0.0.1", "a", "b", nullptr, "S: 220 hi\nC: (closes)", eml_send_error_auth},
+    null_case const smtps[] = {
+        null_case("host").null(&null_case::host).ends(eml_send_error_connection),
+        null_case("user").null(&null_case::user).plays(greeted + hangs_up),
+        null_case("password").null(&null_case::password).plays(greeted + hangs_up),
+        null_case("switch").null(&null_case::auth).plays(greeted + hangs_up),
     };
     for (auto const& c : smtps) {
         local_server smtp(c.transcript);
         record const server;
         set_smtp(server.handle(), c.host, c.user, c.password, c.auth, smtp.port());
-        EXPECT_EQ(test_smtp_auth(server.handle(), "off", nullptr), c.code) << c.transcript;
-        EXPECT_EQ(smtp.heard(), smtp.expected()) << smtp.problem();
+        EXPECT_EQ(test_smtp_auth(server.handle(), "off", nullptr), c.code) << c.name;
+        EXPECT_EQ(smtp.heard(), smtp.expected()) << c.name << ": " << smtp.problem();
     }
 }
 
