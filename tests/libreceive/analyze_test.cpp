@@ -38,7 +38,7 @@ TEST(Domain, IsWhatFollowsTheFirstAt)
     for (auto const& c : cases) {
         clear_traces();
         EXPECT_EQ(get_domain(c.sender), c.domain) << c.reason;
-        EXPECT_EQ(traces(), strings()) << c.reason;
+        EXPECT_EQ(trouble_traces(), strings()) << c.reason;
     }
 }
 
@@ -47,7 +47,7 @@ TEST(Domain, IsEmptyAndTracedWithoutAnAt)
     for (char const* sender : {"", "From: anna", "From: <anna>", "From: anna%d.test"}) {
         clear_traces();
         EXPECT_EQ(get_domain(sender), "") << sender;
-        EXPECT_EQ(traces(), strings{"error: no item"}) << sender;
+        EXPECT_EQ(trouble_traces(), strings{"error: no item"}) << sender;
     }
 }
 
@@ -75,7 +75,7 @@ TEST(DomainList, IsCutAtItsCommasAndLosesItsBlanks)
         strings entries = {"what was there"};
         EXPECT_EQ(split_domain(c.list, entries), 0) << c.reason;
         EXPECT_EQ(entries, c.entries) << c.reason;
-        EXPECT_EQ(traces(), strings()) << c.reason;
+        EXPECT_EQ(trouble_traces(), strings()) << c.reason;
     }
 }
 
@@ -85,7 +85,7 @@ TEST(DomainList, ThatIsEmptyHasNoEntriesAndIsTraced)
     strings entries = {"what was there"};
     EXPECT_EQ(split_domain("", entries), 0);
     EXPECT_EQ(entries, strings());
-    EXPECT_EQ(traces(), strings{"warning:no domain"});
+    EXPECT_EQ(trouble_traces(), strings{"warning:no domain"});
 }
 
 TEST(Sender, PassesWhenAnEntryStandsAnywhereInHisDomain)
@@ -125,13 +125,11 @@ TEST(Sender, PassesWhenAnEntryStandsAnywhereInHisDomain)
     for (auto const& c : cases) {
         strings entries;
         split_domain(c.list, entries);
-        clear_traces();
         EXPECT_EQ(find_domain(c.sender, entries), c.passes) << c.reason;
-        ASSERT_FALSE(traces().empty()) << c.reason;
-        EXPECT_EQ(traces().back(), c.passes ? "found !! %s" : "bad from address !!") << c.reason;
     }
 }
 
+// The one test of all that is traced; the others look at failures only.
 TEST(Sender, IsTriedAgainstTheEntriesInTheirOrder)
 {
     clear_traces();

@@ -2,11 +2,10 @@
 
 #include "libreceive/libreceive.h"
 
-#include <gtest/gtest.h>
 #include <memory>
 
 #include "tests/support/clean_machine.h"
-#include "tests/support/peers.h"
+#include "tests/support/dialogues.h"
 
 namespace zelieml::test
 {
@@ -54,21 +53,12 @@ private:
     std::unique_ptr<void, list_deleter> list_;
 };
 
-std::string const login = R"(
-    S: +OK ready
-    C: user anna
-    S: +OK
-    C: pass secret
-    S: +OK
-    C: stat
-)";
-
 // One session of a mailbox: what STAT says, and the first mail.
 std::string session(std::string const& stat, std::string const& mail,
                     std::string const& dele = "+OK")
 {
-    return login + "S: +OK " + stat + "\nC: retr 1\nS: +OK\n" + mail +
-           "\nS: .\nC: dele 1\nS: " + dele + "\nC: quit\nS: +OK\n";
+    return pop_login() + answered("stat", "+OK " + stat) + answered("retr 1", "+OK") + mail +
+           "\nS: .\n" + answered("dele 1", dele) + answered("quit", "+OK");
 }
 
 std::string const next = "C: (connects)\n";
@@ -81,7 +71,7 @@ std::string const three_mails = session("3 300", "S: From: a@d.test\nS: Subject:
 
 TEST_F(Receive, AnEmptyMailboxTakesOneSession)
 {
-    local_server server(login + "S: +OK 0 0\nC: quit\nS: +OK\n");
+    local_server server(pop_login() + answered("stat", "+OK 0 0") + pop_goodbye);
     EXPECT_EQ(receive(server), 0);
     EXPECT_EQ(receive_msg_count(list()), 0);
     EXPECT_EQ(server.heard(), server.expected()) << server.problem();
@@ -152,8 +142,8 @@ TEST_F(Receive, AFailureLeavesTheListEmptyAlthoughMailsAreGone)
     EXPECT_EQ(receive(full), 0);
     clear_traces();
 
-    local_server server(session("2 200", "S: From: a@d.test") + next + login +
-                        "S: -ERR locked\nC: (closes)");
+    local_server server(session("2 200", "S: From: a@d.test") + next + pop_login() +
+                        refused_at("stat", "-ERR locked"));
     EXPECT_EQ(receive(server), -1);
     EXPECT_EQ(server.heard(), server.expected()) << server.problem();
     EXPECT_EQ(receive_msg_count(list()), 0);
@@ -174,7 +164,7 @@ TEST_F(Receive, NullIsAFailure)
     EXPECT_EQ(receive_msg_count(nullptr), 0);
     EXPECT_EQ(receive_mails(nullptr, list(), nullptr), -1);
     EXPECT_EQ(receive_mails(&server, nullptr, nullptr), -1);
-    EXPECT_EQ(traces(), strings()) << "nobody was asked";
+    EXPECT_EQ(trouble_traces(), strings()) << "nobody was asked";
     EXPECT_EQ(receive_mails(&server, list(), nullptr), -1) << "a record that was not set";
 }
 
@@ -198,7 +188,7 @@ TEST_F(Receive, AServerThatRefusesDELEIsGivenUpAfter1000Sessions)
     EXPECT_EQ(receive(server), -1);
     EXPECT_EQ(server.heard(), server.expected()) << server.problem();
     EXPECT_EQ(receive_msg_count(list()), 0);
-    EXPECT_EQ(traces().back(), "error:process_one_mail");
+    EXPECT_EQ(trouble_traces().back(), "error:process_one_mail");
 }
 
 TEST_F(Receive, AMailboxThatStaysTheSameIsGivenUpAfter1000Sessions)
