@@ -222,6 +222,7 @@ TEST_F(Composition, TheEncodingTextIsComparedByteForByte)
 
         strings const out = compose(msg);
 
+        EXPECT_TRUE(traced(r.jis ? "encoding: IOS-2022-JP" : "encoding: UTF-8")) << r.reason;
         EXPECT_EQ(out[7], r.jis ? "Content-Transfer-Encoding: 7bit\r\n"
                                 : "Content-Transfer-Encoding: base64\r\n")
             << r.reason;
@@ -409,7 +410,7 @@ TEST(Addresses, AnEmptyListIsAFailure)
     strings out = {"left over"};
     EXPECT_EQ(smtpmsg_split_address("", out), -1);
     EXPECT_EQ(out, strings());
-    EXPECT_EQ(traces(), strings{"error:no address"});
+    EXPECT_EQ(trouble_traces(), strings{"error:no address"});
 }
 
 TEST(Addresses, StandOnALineEach)
@@ -448,7 +449,7 @@ TEST(Addresses, AnEmptyListGivesNoHeaderAtAll)
     EXPECT_EQ(get_to(""), "");
     EXPECT_EQ(get_cc(""), "");
     strings const once = {"error:no address", "error:smtpmsg_split_address"};
-    EXPECT_EQ(traces(), (strings{once[0], once[1], once[0], once[1]}));
+    EXPECT_EQ(trouble_traces(), (strings{once[0], once[1], once[0], once[1]}));
 }
 
 TEST(Addresses, OfNoneOnlyTheLabelIsLeft)
@@ -557,7 +558,7 @@ TEST_F(Composition, WithoutMemoryForBase64TheTextIsEmpty)
     EXPECT_EQ(_base64("abc", true), "");
     EXPECT_EQ(get_subject_utf8_base64("abc"), "Subject: =?UTF-8?B?"
                                               "?=\r\n");
-    EXPECT_EQ(traces(), strings(3, "error:base64_encode"));
+    EXPECT_EQ(trouble_traces(), strings(3, "error:base64_encode"));
 }
 
 TEST_F(Composition, WithoutAnyMemoryForBuffersAMailIsComposedAllTheSame)
