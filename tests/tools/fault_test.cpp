@@ -8,21 +8,43 @@ namespace zelieml::mailserver
 
 TEST(ParseFault, UnderstandsEveryAction)
 {
-    struct {
+    struct fault_case {
+        explicit fault_case(char const* its_text) : text(its_text) {}
+
+        fault_case& at(char const* its_step, fault::action its_action)
+        {
+            step = its_step;
+            what = its_action;
+            return *this;
+        }
+        fault_case& by(int its_amount)
+        {
+            amount = its_amount;
+            return *this;
+        }
+        fault_case& says(char const* its_reply)
+        {
+            reply = its_reply;
+            return *this;
+        }
+
         char const*   text;
-        char const*   step;
-        fault::action what;
-        int           amount;
-        char const*   reply;
-    } const cases[] = {
-        {"rcpt=refuse:550 5.1.1 no: user", "rcpt", fault::action::refuse, 0, "550 5.1.1 no: user"},
-        {"rcpt=refuse", "rcpt", fault::action::refuse, 0, ""},
-        {"smtp.quit=close", "smtp.quit", fault::action::close, 0, ""},
-        {"pop.quit=reset", "pop.quit", fault::action::reset, 0, ""},
-        {"text=silent", "text", fault::action::silent, 0, ""},
-        {"retr=delay:2000", "retr", fault::action::delay, 2000, ""},
-        {"greeting=trickle:0", "greeting", fault::action::trickle, 0, ""},
-        {"ehlo=cut:7", "ehlo", fault::action::cut, 7, ""},
+        char const*   step   = "";
+        fault::action what   = fault::action::refuse;
+        int           amount = 0;
+        char const*   reply  = "";
+    };
+    fault_case const cases[] = {
+        fault_case("rcpt=refuse:550 5.1.1 no: user")
+            .at("rcpt", fault::action::refuse)
+            .says("550 5.1.1 no: user"),
+        fault_case("rcpt=refuse").at("rcpt", fault::action::refuse),
+        fault_case("smtp.quit=close").at("smtp.quit", fault::action::close),
+        fault_case("pop.quit=reset").at("pop.quit", fault::action::reset),
+        fault_case("text=silent").at("text", fault::action::silent),
+        fault_case("retr=delay:2000").at("retr", fault::action::delay).by(2000),
+        fault_case("greeting=trickle:0").at("greeting", fault::action::trickle),
+        fault_case("ehlo=cut:7").at("ehlo", fault::action::cut).by(7),
     };
     for (auto const& c : cases) {
         fault const f = parse_fault(c.text);

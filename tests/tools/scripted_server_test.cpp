@@ -32,14 +32,48 @@ std::string converse(std::uint16_t port, std::string const& bytes)
     return hear_all(server);
 }
 
-struct server_case {
-    char const* name;
-    char const* transcript;
-    std::string client;    // says all this at once, then closes
-    std::string server;    // what the client hears
-    char const* heard;     // what the server has heard
-    char const* expected;  // what it wanted to hear; null: the same
-    char const* problem = "";
+// A client that behaves as the transcript says, unless it says otherwise.
+struct server_case : named_case {
+    using named_case::named_case;
+
+    server_case& plays(std::string const& its_transcript)
+    {
+        transcript = its_transcript;
+        return *this;
+    }
+    // The client sends all this at once, then closes.
+    server_case& client(std::string const& bytes)
+    {
+        client_says = bytes;
+        return *this;
+    }
+    // The client hears this.
+    server_case& server(std::string const& bytes)
+    {
+        server_says = bytes;
+        return *this;
+    }
+    // What the server has heard, which is what it wanted.
+    server_case& hears(std::string const& lines)
+    {
+        heard    = lines;
+        expected = lines;
+        return *this;
+    }
+    // What it wanted instead.
+    server_case& wants(std::string const& lines, std::string const& its_problem)
+    {
+        expected = lines;
+        problem  = its_problem;
+        return *this;
+    }
+
+    std::string transcript;
+    std::string client_says;
+    std::string server_says;
+    std::string heard;
+    std::string expected;
+    std::string problem;
 };
 
 }  // namespace
@@ -53,16 +87,16 @@ TEST_P(ScriptedServer, HearsWhatTheClientDoes)
     server_case const& c = GetParam();
     scripted_server    server(c.transcript);
     server.set_host("[192.0.2.10]");
-    EXPECT_EQ(converse(server.port(), c.client), c.server);
+    EXPECT_EQ(converse(server.port(), c.client_says), c.server_says);
     EXPECT_EQ(server.heard(), c.heard);
-    EXPECT_EQ(server.expected(), c.expected != nullptr ? c.expected : c.heard);
+    EXPECT_EQ(server.expected(), c.expected);
     EXPECT_EQ(server.problem(), c.problem);
-    EXPECT_EQ(server.ok(), c.expected == nullptr);
+    EXPECT_EQ(server.ok(), c.heard == c.expected);
 }
 
 server_case const good_cases[] = {
-    {"lines_of_both",
-     R"(
+    server_case("lines_of_both")
+        .plays(R"(
         # comments and empty lines mean nothing
 
         S: 220 mail.test ready
@@ -72,70 +106,75 @@ server_case const good_cases[] = {
         C: quit
         S: 221 bye
         C: (closes)
-     )",
-     "helo [192.0.2.10]\r\nquit\r\n",
-     "220 mail.test ready\r\n250-hello [192.0.2.10]\r\n250 {any other} brace\r\n221 bye\r\n",
-     "C: helo [192.0.2.10]\nC: quit\nC: (closes)\n", nullptr},
-    {"a_close_need_not_be_written",
-     R"(
-        S: hello
-     )",
-     "", "hello\r\n", "C: (closes)\n", nullptr},
-    {"empty_lines",
-     R"(
+     )")
+        .client("helo [192.0.2.10]\r\nquit\r\n")
+        .server(
+            "220 mail.test ready\r\n250-hello [192.0.2.10]\r\n250 {any other} brace\r\n221 bye\r\n")
+        .hears("C: helo [192.0.2.10]\nC: quit\nC: (closes)\n"),
+    server_case("a_close_need_not_be_written")
+        .plays("S: hello")
+        .server("hello\r\n")
+        .hears("C: (closes)\n"),
+    server_case("empty_lines")
+        .plays(R"(
         S:
         C:
         S: )"
-     "\nC: \n",
-     "\r\n\r\n", "\r\n\r\n", "C: \nC: \nC: (closes)\n", nullptr},
-    {"bytes_without_line_ends",
-     R"(
+               "\nC: \n")
+        .client("\r\n\r\n")
+        .server("\r\n\r\n")
+        .hears("C: \nC: \nC: (closes)\n"),
+    server_case("bytes_without_line_ends")
+        .plays(R"(
         S- 25
         S- 0 ok\r\n2
         C- qu
         C- it\n
         C: x
-     )",
-     "quit\nx\r\n", "250 ok\r\n2", "C- qu\nC- it\\n\nC: x\nC: (closes)\n", nullptr},
-    {"escapes",
-     R"(
+     )")
+        .client("quit\nx\r\n")
+        .server("250 ok\r\n2")
+        .hears("C- qu\nC- it\\n\nC: x\nC: (closes)\n"),
+    server_case("escapes")
+        .plays(R"(
         S: \x28silent)\t\\\0\xfF\x7b
         C: a\0b\\\x1b
-     )",
-     {"a\0b\\\x1b\r\n", 7},
-     {"(silent)\t\\\0\xff{\r\n", 15},
-     "C: a\\0b\\\\\\x1b\nC: (closes)\n",
-     nullptr},
-    {"lines_held_back_and_repeated",
-     R"(
+     )")
+        .client({"a\0b\\\x1b\r\n", 7})
+        .server({"(silent)\t\\\0\xff{\r\n", 15})
+        .hears("C: a\\0b\\\\\\x1b\nC: (closes)\n"),
+    server_case("lines_held_back_and_repeated")
+        .plays(R"(
         S+ one
         S+ two
         S: three
         S: (repeat 3) again
         S: (repeat 0) never
-     )",
-     "", "one\r\ntwo\r\nthree\r\nagain\r\nagain\r\nagain\r\n", "C: (closes)\n", nullptr},
-    {"base64",
-     R"(
+     )")
+        .server("one\r\ntwo\r\nthree\r\nagain\r\nagain\r\nagain\r\n")
+        .hears("C: (closes)\n"),
+    server_case("base64")
+        .plays(R"(
         S64: 334 Username:
         C64: tim
         C64: \0u\0p
         C: AUTH PLAIN {base64:\0u\0p}
-     )",
-     "dGlt\r\nAHUAcA==\r\nAUTH PLAIN AHUAcA==\r\n", "334 VXNlcm5hbWU6\r\n",
-     "C: dGlt\nC: AHUAcA==\nC: AUTH PLAIN AHUAcA==\nC: (closes)\n", nullptr},
-    {"wildcards",
-     R"(
+     )")
+        .client("dGlt\r\nAHUAcA==\r\nAUTH PLAIN AHUAcA==\r\n")
+        .server("334 VXNlcm5hbWU6\r\n")
+        .hears("C: dGlt\nC: AHUAcA==\nC: AUTH PLAIN AHUAcA==\nC: (closes)\n"),
+    server_case("wildcards")
+        .plays(R"(
         C: (any)
         C: Date: {any}
         C: {any}b{any}d{any}
         C: a{any}a
         C: {any}{host}{any}
-     )",
-     "whatever\r\nDate: today\r\nabcd\r\naa\r\n[192.0.2.10]\r\n", "",
-     "C: whatever\nC: Date: today\nC: abcd\nC: aa\nC: [192.0.2.10]\nC: (closes)\n", nullptr},
-    {"a_mail_line_by_line",
-     R"(
+     )")
+        .client("whatever\r\nDate: today\r\nabcd\r\naa\r\n[192.0.2.10]\r\n")
+        .hears("C: whatever\nC: Date: today\nC: abcd\nC: aa\nC: [192.0.2.10]\nC: (closes)\n"),
+    server_case("a_mail_line_by_line")
+        .plays(R"(
         C: data
         S: 354 go
         C: Date: {any}
@@ -143,155 +182,185 @@ server_case const good_cases[] = {
         C: ..
         C: .
         S: 250 ok
-     )",
-     "data\r\nDate: x\r\n\r\n..\r\n.\r\n", "354 go\r\n250 ok\r\n",
-     "C: data\nC: Date: x\nC: \nC: ..\nC: .\nC: (closes)\n", nullptr},
-    {"the_server_speaks_after_the_close",
-     R"(
+     )")
+        .client("data\r\nDate: x\r\n\r\n..\r\n.\r\n")
+        .server("354 go\r\n250 ok\r\n")
+        .hears("C: data\nC: Date: x\nC: \nC: ..\nC: .\nC: (closes)\n"),
+    server_case("the_server_speaks_after_the_close")
+        .plays(R"(
         C: (closes)
         S: (delays 1)
         S: late
-     )",
-     "", "late\r\n", "C: (closes)\n", nullptr},
-    {"the_server_says_no_more_but_hears",
-     R"(
+     )")
+        .server("late\r\n")
+        .hears("C: (closes)\n"),
+    server_case("the_server_says_no_more_but_hears")
+        .plays(R"(
         S: (half-closes)
         C: quit
-     )",
-     "quit\r\n", "", "C: quit\nC: (closes)\n", nullptr},
-    {"trickling_ends",
-     R"(
+     )")
+        .client("quit\r\n")
+        .hears("C: quit\nC: (closes)\n"),
+    server_case("trickling_ends")
+        .plays(R"(
         S: (trickles 1)
         S: ab
         S: (trickles 0)
         S: cd
-     )",
-     "", "ab\r\ncd\r\n", "C: (closes)\n", nullptr},
-    {"what_cannot_be_seen_is_shown_in_escapes",
-     R"(
-        C: (any)
-     )",
-     "\x1b$B\\\t\xc3\xa4\xff\r\n", "", "C: \\x1b$B\\\\\\t\xc3\xa4\\xff\nC: (closes)\n", nullptr},
+     )")
+        .server("ab\r\ncd\r\n")
+        .hears("C: (closes)\n"),
+    server_case("what_cannot_be_seen_is_shown_in_escapes")
+        .plays("C: (any)")
+        .client("\x1b$B\\\t\xc3\xa4\xff\r\n")
+        .hears("C: \\x1b$B\\\\\\t\xc3\xa4\\xff\nC: (closes)\n"),
 };
 
 INSTANTIATE_TEST_SUITE_P(Good, ScriptedServer, testing::ValuesIn(good_cases),
                          case_name<server_case>);
 
 server_case const bad_cases[] = {
-    {"another_line",
-     R"(
+    server_case("another_line")
+        .plays(R"(
         S: 220 ready
         C: helo {host}
         S: 250 hello
         C: quit
-     )",
-     "ehlo [192.0.2.10]\r\nquit\r\n", "220 ready\r\n", "C: ehlo [192.0.2.10]\n",
-     "C: helo [192.0.2.10]\nC: quit\nC: (closes)\n",
-     "line 3: wanted \"C: helo [192.0.2.10]\", heard \"C: ehlo [192.0.2.10]\""},
-    {"another_case",
-     R"(
+     )")
+        .client("ehlo [192.0.2.10]\r\nquit\r\n")
+        .server("220 ready\r\n")
+        .hears("C: ehlo [192.0.2.10]\n")
+        .wants("C: helo [192.0.2.10]\nC: quit\nC: (closes)\n",
+               "line 3: wanted \"C: helo [192.0.2.10]\", heard \"C: ehlo [192.0.2.10]\""),
+    server_case("another_case")
+        .plays(R"(
         C: quit
-     )",
-     "QUIT\r\n", "", "C: QUIT\n", "C: quit\nC: (closes)\n",
-     "line 2: wanted \"C: quit\", heard \"C: QUIT\""},
-    {"a_line_that_ends_with_lf_alone",
-     R"(
+     )")
+        .client("QUIT\r\n")
+        .hears("C: QUIT\n")
+        .wants("C: quit\nC: (closes)\n", "line 2: wanted \"C: quit\", heard \"C: QUIT\""),
+    server_case("a_line_that_ends_with_lf_alone")
+        .plays(R"(
         C: quit
-     )",
-     "quit\n", "", "C- quit\\n\n", "C: quit\nC: (closes)\n",
-     "line 2: wanted \"C: quit\", heard \"C- quit\\n\""},
-    {"a_cr_too_many",
-     R"(
+     )")
+        .client("quit\n")
+        .hears("C- quit\\n\n")
+        .wants("C: quit\nC: (closes)\n", "line 2: wanted \"C: quit\", heard \"C- quit\\n\""),
+    server_case("a_cr_too_many")
+        .plays(R"(
         C: quit
-     )",
-     "quit\r\r\n", "", "C: quit\\r\n", "C: quit\nC: (closes)\n",
-     "line 2: wanted \"C: quit\", heard \"C: quit\\r\""},
-    {"a_blank_too_many",
-     R"(
+     )")
+        .client("quit\r\r\n")
+        .hears("C: quit\\r\n")
+        .wants("C: quit\nC: (closes)\n", "line 2: wanted \"C: quit\", heard \"C: quit\\r\""),
+    server_case("a_blank_too_many")
+        .plays(R"(
         C: quit
-     )",
-     "quit \r\n", "", "C: quit \n", "C: quit\nC: (closes)\n",
-     "line 2: wanted \"C: quit\", heard \"C: quit \""},
-    {"a_line_cut_short_by_the_end",
-     R"(
+     )")
+        .client("quit \r\n")
+        .hears("C: quit \n")
+        .wants("C: quit\nC: (closes)\n", "line 2: wanted \"C: quit\", heard \"C: quit \""),
+    server_case("a_line_cut_short_by_the_end")
+        .plays(R"(
         C: quit
-     )",
-     "qui", "", "C- qui\nC: (closes)\n", "C: quit\nC: (closes)\n",
-     "line 2: wanted \"C: quit\", heard \"C- qui / C: (closes)\""},
-    {"a_close_too_early",
-     R"(
+     )")
+        .client("qui")
+        .hears("C- qui\nC: (closes)\n")
+        .wants("C: quit\nC: (closes)\n",
+               "line 2: wanted \"C: quit\", heard \"C- qui / C: (closes)\""),
+    server_case("a_close_too_early")
+        .plays(R"(
         C: helo {any}
         C: quit
-     )",
-     "helo x\r\n", "", "C: helo x\nC: (closes)\n", "C: helo x\nC: quit\nC: (closes)\n",
-     "line 3: wanted \"C: quit\", heard \"C: (closes)\""},
-    {"a_line_instead_of_the_close",
-     R"(
+     )")
+        .client("helo x\r\n")
+        .hears("C: helo x\nC: (closes)\n")
+        .wants("C: helo x\nC: quit\nC: (closes)\n",
+               "line 3: wanted \"C: quit\", heard \"C: (closes)\""),
+    server_case("a_line_instead_of_the_close")
+        .plays(R"(
         S: 550 no
         C: (closes)
         S: late
-     )",
-     "quit\r\n", "550 no\r\n", "C: quit\n", "C: (closes)\n",
-     "line 3: wanted \"C: (closes)\", heard \"C: quit\""},
-    {"a_line_after_the_last",
-     R"(
+     )")
+        .client("quit\r\n")
+        .server("550 no\r\n")
+        .hears("C: quit\n")
+        .wants("C: (closes)\n", "line 3: wanted \"C: (closes)\", heard \"C: quit\""),
+    server_case("a_line_after_the_last")
+        .plays(R"(
         C: quit
-     )",
-     "quit\r\nquit\r\n", "", "C: quit\nC: quit\n", "C: quit\nC: (closes)\n",
-     "the end, after line 2: wanted \"C: (closes)\", heard \"C: quit\""},
-    {"bytes_after_the_last_line",
-     R"(
+     )")
+        .client("quit\r\nquit\r\n")
+        .hears("C: quit\nC: quit\n")
+        .wants("C: quit\nC: (closes)\n",
+               "the end, after line 2: wanted \"C: (closes)\", heard \"C: quit\""),
+    server_case("bytes_after_the_last_line")
+        .plays(R"(
         C: quit
-     )",
-     "quit\r\nx", "", "C: quit\nC- x\nC: (closes)\n", "C: quit\nC: (closes)\n",
-     "the end, after line 2: wanted \"C: (closes)\", heard \"C- x / C: (closes)\""},
-    {"a_line_to_a_silent_server",
-     R"(
+     )")
+        .client("quit\r\nx")
+        .hears("C: quit\nC- x\nC: (closes)\n")
+        .wants("C: quit\nC: (closes)\n",
+               "the end, after line 2: wanted \"C: (closes)\", heard \"C- x / C: (closes)\""),
+    server_case("a_line_to_a_silent_server")
+        .plays(R"(
         S: (silent)
-     )",
-     "quit\r\n", "", "C: quit\n", "C: (closes)\n",
-     "the end, after line 2: wanted \"C: (closes)\", heard \"C: quit\""},
-    {"other_bytes",
-     R"(
+     )")
+        .client("quit\r\n")
+        .hears("C: quit\n")
+        .wants("C: (closes)\n", "the end, after line 2: wanted \"C: (closes)\", heard \"C: quit\""),
+    server_case("other_bytes")
+        .plays(R"(
         C- quit
-     )",
-     "quiz", "", "C- quiz\n", "C- quit\nC: (closes)\n",
-     "line 2: wanted \"C- quit\", heard \"C- quiz\""},
-    {"too_few_bytes",
-     R"(
+     )")
+        .client("quiz")
+        .hears("C- quiz\n")
+        .wants("C- quit\nC: (closes)\n", "line 2: wanted \"C- quit\", heard \"C- quiz\""),
+    server_case("too_few_bytes")
+        .plays(R"(
         C- quit
-     )",
-     "qui", "", "C- qui\nC: (closes)\n", "C- quit\nC: (closes)\n",
-     "line 2: wanted \"C- quit\", heard \"C- qui / C: (closes)\""},
-    {"a_line_the_wildcards_do_not_match",
-     R"(
+     )")
+        .client("qui")
+        .hears("C- qui\nC: (closes)\n")
+        .wants("C- quit\nC: (closes)\n",
+               "line 2: wanted \"C- quit\", heard \"C- qui / C: (closes)\""),
+    server_case("a_line_the_wildcards_do_not_match")
+        .plays(R"(
         C: Date: {any} {any}00
-     )",
-     "Date: 00\r\n", "", "C: Date: 00\n", "C: Date: {any} {any}00\nC: (closes)\n",
-     "line 2: wanted \"C: Date: {any} {any}00\", heard \"C: Date: 00\""},
-    {"a_mail_without_an_end",
-     R"(
+     )")
+        .client("Date: 00\r\n")
+        .hears("C: Date: 00\n")
+        .wants("C: Date: {any} {any}00\nC: (closes)\n",
+               "line 2: wanted \"C: Date: {any} {any}00\", heard \"C: Date: 00\""),
+    server_case("a_mail_without_an_end")
+        .plays(R"(
         C: (data)
         S: 250 ok
-     )",
-     "Subject: x\r\n\r\n.", "", "C- .\nC: (closes)\n", "C: (data)\nC: (closes)\n",
-     "line 2: wanted \"C: (data)\", heard \"C- . / C: (closes)\""},
-    {"a_client_that_does_not_wait",
-     R"(
+     )")
+        .client("Subject: x\r\n\r\n.")
+        .hears("C- .\nC: (closes)\n")
+        .wants("C: (data)\nC: (closes)\n",
+               "line 2: wanted \"C: (data)\", heard \"C- . / C: (closes)\""),
+    server_case("a_client_that_does_not_wait")
+        .plays(R"(
         C: helo
         S: (delays 20)
         S: 250 hello
-     )",
-     "helo\r\nquit\r\n", "", "C: helo\nC: (speaks out of turn)\n", "C: helo\nC: (closes)\n",
-     "line 3: heard \"C: (speaks out of turn)\""},
-    {"a_connection_missing",
-     R"(
+     )")
+        .client("helo\r\nquit\r\n")
+        .hears("C: helo\nC: (speaks out of turn)\n")
+        .wants("C: helo\nC: (closes)\n", "line 3: heard \"C: (speaks out of turn)\""),
+    server_case("a_connection_missing")
+        .plays(R"(
         C: one
         C: (connects)
         C: two
-     )",
-     "ONE\r\n", "", "C: ONE\n", "C: one\nC: (closes)\nC: (connects)\nC: two\nC: (closes)\n",
-     "line 2: wanted \"C: one\", heard \"C: ONE\""},
+     )")
+        .client("ONE\r\n")
+        .hears("C: ONE\n")
+        .wants("C: one\nC: (closes)\nC: (connects)\nC: two\nC: (closes)\n",
+               "line 2: wanted \"C: one\", heard \"C: ONE\""),
 };
 
 INSTANTIATE_TEST_SUITE_P(Bad, ScriptedServer, testing::ValuesIn(bad_cases), case_name<server_case>);
