@@ -385,6 +385,10 @@ smtp_act by_login(std::string const& user, std::string const& password)
 
 char const* const login_data = "error:auth_login_data %s for %s";
 
+// The conversation up to the server's answer to the user, and to the password.
+std::string const to_user     = "C: AUTH LOGIN\nS64: 334 User:\nC64: joe\n";
+std::string const to_password = to_user + "S64: 334 Password:\nC64: secret\n";
+
 command_case const login_cases[] = {
     command_case("login")
         .calls(by_login("joe", "secret"))
@@ -441,55 +445,23 @@ command_case const login_cases[] = {
         .fails("", {"error:read_multiline_reply"}),
     command_case("the user refused")
         .calls(by_login("joe", "secret"))
-        .plays(R"(
-        C: AUTH LOGIN
-        S64: 334 User:
-        C64: joe
-        S: 535 who?
-        C: (closes)
-     )")
+        .plays(to_user + "S: 535 who?\n" + hangs_up)
         .fails("535 who?\r\n", refused(login_data)),
     command_case("the user welcomed too early")
         .calls(by_login("joe", "secret"))
-        .plays(R"(
-        C: AUTH LOGIN
-        S64: 334 User:
-        C64: joe
-        S: 235 welcome
-        C: (closes)
-     )")
+        .plays(to_user + "S: 235 welcome\n" + hangs_up)
         .fails("235 welcome\r\n", refused(login_data)),
     command_case("the user unanswered")
         .calls(by_login("joe", "secret"))
-        .plays(R"(
-        C: AUTH LOGIN
-        S64: 334 User:
-        C64: joe
-        S: (closes)
-     )")
+        .plays(to_user + "S: (closes)\n")
         .fails("", lost(login_data)),
     command_case("the password refused")
         .calls(by_login("joe", "secret"))
-        .plays(R"(
-        C: AUTH LOGIN
-        S64: 334 User:
-        C64: joe
-        S64: 334 Password:
-        C64: secret
-        S: 535 wrong
-        C: (closes)
-     )")
+        .plays(to_password + "S: 535 wrong\n" + hangs_up)
         .fails("535 wrong\r\n", refused(login_data)),
     command_case("the password unanswered")
         .calls(by_login("joe", "secret"))
-        .plays(R"(
-        C: AUTH LOGIN
-        S64: 334 User:
-        C64: joe
-        S64: 334 Password:
-        C64: secret
-        S: (resets)
-     )")
+        .plays(to_password + "S: (resets)\n")
         .fails("", lost(login_data)),
     command_case("the longest user name")
         .calls(by_login(std::string(765, 'u'), "secret"))

@@ -107,7 +107,8 @@ inline std::string pop_opened(std::string const& user     = "user",
                               std::string const& password = "password")
 {
     return "S: +OK {any}\nC- USER " + user + "\\r\\nPASS " + password +
-           "\\r\\nS: +OK {any}\nS: +OK {any}\n";
+           "\\r\\n\n"
+           "S: +OK {any}\nS: +OK {any}\n";
 }
 
 }  // namespace zelieml::test

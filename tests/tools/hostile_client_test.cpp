@@ -4,6 +4,7 @@
 #include <random>
 #include <thread>
 
+#include "tests/support/dialogues.h"
 #include "tests/support/mail_server.h"
 #include "tests/support/scripted_client.h"
 
@@ -18,7 +19,7 @@ using namespace std::chrono_literals;
 // The server still serves.
 void expect_alive(mail_server& server)
 {
-    dialogue const smtp = talk(server.smtp_port(), "S: 220 {any}\nC: QUIT\nS: 221 {any}\n");
+    dialogue const smtp = talk(server.smtp_port(), "S: 220 {any}\n" + smtp_closed);
     EXPECT_EQ(smtp.came, smtp.wanted);
     dialogue const pop = talk(server.pop_port(), "S: +OK {any}\nC: QUIT\nS: +OK {any}\n");
     EXPECT_EQ(pop.came, pop.wanted);

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/dialogues.h"
 #include "tests/support/files.h"
 #include "tests/support/program.h"
 #include "tests/support/scripted_client.h"
@@ -49,18 +50,7 @@ private:
     }
 };
 
-char const* const one_mail = R"(
-    S: 220 {any}
-    C: HELO c
-    S: 250 {any}
-    C: MAIL FROM:<a@a.test>
-    S: 250 {any}
-    C: RCPT TO:<b@b.test>
-    S: 250 {any}
-    C: RCPT TO:<c@b.test>
-    S: 250 {any}
-    C: DATA
-    S: 354 {any}
+std::string const one_mail = smtp_opened + mail_begun({"b@b.test", "c@b.test"}) + R"(
     C: Subject: hello
     C:
     C: body
@@ -231,10 +221,7 @@ TEST(Loopback, MisbehavesAsToldAndAsOften)
 {
     loopback server({"--fault", "rcpt=refuse:550 5.1.1 no such user", "--fault", "quit=close",
                      "--fault-count", "1", "--reject-recipient", "x@b.test"});
-    expect_talk(server.port("smtp"), R"(
-        S: 220 {any}
-        C: HELO c
-        S: 250 {any}
+    expect_talk(server.port("smtp"), smtp_opened + R"(
         C: MAIL FROM:<a@a.test>
         S: 250 {any}
         C: RCPT TO:<b@b.test>
@@ -246,7 +233,7 @@ TEST(Loopback, MisbehavesAsToldAndAsOften)
         C: QUIT
         S: (closes)
     )");
-    expect_talk(server.port("smtp"), "S: 220 {any}\nC: QUIT\nS: 221 {any}\n");
+    expect_talk(server.port("smtp"), "S: 220 {any}\n" + smtp_closed);
 }
 
 TEST(Loopback, EndsAfterSoManyMails)

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/case_name.h"
+#include "tests/support/dialogues.h"
 #include "tests/support/files.h"
 #include "tests/support/mail_server.h"
 #include "tests/support/scripted_client.h"
@@ -27,7 +28,7 @@ options with_mrose()
 
 struct pop_case {
     char const* name;
-    char const* transcript;
+    std::string transcript;
 };
 
 }  // namespace
@@ -163,12 +164,7 @@ pop_case const pop_cases[] = {
         S: +OK goodbye
         S: (closes)
      )"},
-    {"numbers_that_name_no_message",
-     R"(
-        S: +OK {any}
-        C- USER mrose\r\nPASS tanstaaf\r\n
-        S: +OK {any}
-        S: +OK {any}
+    {"numbers_that_name_no_message", pop_opened("mrose", "tanstaaf") + R"(
         C: RETR 0
         S: -ERR no such message
         C: RETR 3
@@ -189,13 +185,8 @@ pop_case const pop_cases[] = {
         S: -ERR syntax: TOP message lines
         C: TOP 3 1
         S: -ERR no such message
-     )"},
-    {"top_gives_the_header_and_some_lines",
-     R"(
-        S: +OK {any}
-        C- USER mrose\r\nPASS tanstaaf\r\n
-        S: +OK {any}
-        S: +OK {any}
+    )"},
+    {"top_gives_the_header_and_some_lines", pop_opened("mrose", "tanstaaf") + R"(
         C: TOP 1 0
         S: +OK {any}
         S: A: 1
@@ -212,7 +203,7 @@ pop_case const pop_cases[] = {
         S: B: 2
         S: ..
         S: .
-     )"},
+    )"},
     {"commands_all_in_one_write",
      R"(
         C- USER mrose\r\nPASS tanstaaf\r\nSTAT\r\nQUIT\r\n
@@ -405,16 +396,7 @@ TEST(Pop, GivesOutWhatSmtpTookIn)
         options  o = with_mrose();
         o.maildir  = on_disk ? dir.path() : "";
         mail_server    server(o);
-        dialogue const sent = talk(server.smtp_port(), R"(
-            S: 220 {any}
-            C: HELO c
-            S: 250 {any}
-            C: MAIL FROM:<a@a.test>
-            S: 250 {any}
-            C: RCPT TO:<b@b.test>
-            S: 250 {any}
-            C: DATA
-            S: 354 {any}
+        dialogue const sent = talk(server.smtp_port(), smtp_opened + mail_begun() + R"(
             C: Subject: dots
             C:
             C: ..
@@ -422,9 +404,7 @@ TEST(Pop, GivesOutWhatSmtpTookIn)
             C: b.
             C: .
             S: 250 {any}
-            C: QUIT
-            S: 221 {any}
-        )");
+        )" + smtp_closed);
         EXPECT_EQ(sent.came, sent.wanted);
         dialogue const fetched = talk(server.pop_port(), R"(
             S: +OK {any}

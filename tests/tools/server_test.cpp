@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "tests/support/case_name.h"
+#include "tests/support/dialogues.h"
 #include "tests/support/files.h"
 #include "tests/support/mail_server.h"
 #include "tests/support/scripted_client.h"
@@ -41,7 +42,7 @@ struct fault_case {
     char const* name;
     char const* fault;
     bool        pop;
-    char const* transcript;
+    std::string transcript;
 };
 
 }  // namespace
@@ -75,19 +76,14 @@ fault_case const fault_cases[] = {
         S: (closes)
      )"},
     {"rcpt_refused_and_the_session_goes_on", "rcpt=refuse:550 5.1.1 no such user", false,
-     R"(
-        S: 220 {any}
-        C: HELO c
-        S: 250 {any}
+     smtp_opened + R"(
         C: MAIL FROM:<a@a.test>
         S: 250 {any}
         C: RCPT TO:<b@b.test>
         S: 550 5.1.1 no such user
         C: DATA
         S: 503 {any}
-        C: QUIT
-        S: 221 {any}
-     )"},
+    )" + smtp_closed},
     {"an_answer_cut_short", "ehlo=cut:6", false,
      R"(
         S: 220 {any}
@@ -95,26 +91,10 @@ fault_case const fault_cases[] = {
         S: 250-lo\x28closed)
      )"},
     {"mail_closed_instead_of_answered", "mail=close", false,
-     R"(
-        S: 220 {any}
-        C: HELO c
-        S: 250 {any}
-        C: MAIL FROM:<a@a.test>
-        S: (closes)
-     )"},
+     smtp_opened + lost_at("MAIL FROM:<a@a.test>")},
     {"mail_broken_off_instead_of_answered", "mail=reset", false,
-     R"(
-        S: 220 {any}
-        C: HELO c
-        S: 250 {any}
-        C: MAIL FROM:<a@a.test>
-        S: (closes)
-     )"},
-    {"the_verdict_on_a_password_refused", "answer=refuse:454 4.7.0 later", false,
-     R"(
-        S: 220 {any}
-        C: HELO c
-        S: 250 {any}
+     smtp_opened + lost_at("MAIL FROM:<a@a.test>")},
+    {"the_verdict_on_a_password_refused", "answer=refuse:454 4.7.0 later", false, smtp_opened + R"(
         C: EHLO c
         S: 250-{any}
         S: 250-{any}
@@ -126,34 +106,24 @@ fault_case const fault_cases[] = {
         S: 334 {any}
         C: {base64:user}
         S: 454 4.7.0 later
-     )"},
+    )"},
     {"an_unknown_command_refused", "unknown=refuse:500 what", false,
      R"(
         S: 220 {any}
         C: BDAT
         S: 500 what
      )"},
-    {"pop_stat_refused", "pop.stat=refuse:-ERR not today", true,
-     R"(
-        S: +OK {any}
-        C- USER user\r\nPASS password\r\n
-        S: +OK {any}
-        S: +OK {any}
+    {"pop_stat_refused", "pop.stat=refuse:-ERR not today", true, pop_opened() + R"(
         C: STAT
         S: -ERR not today
         C: QUIT
         S: +OK {any}
-     )"},
-    {"a_mail_cut_in_the_middle", "retr=cut:15", true,
-     R"(
-        S: +OK {any}
-        C- USER user\r\nPASS password\r\n
-        S: +OK {any}
-        S: +OK {any}
+    )"},
+    {"a_mail_cut_in_the_middle", "retr=cut:15", true, pop_opened() + R"(
         C: RETR 1
         S: +OK 6 octets
         S: A\x28closed)
-     )"},
+    )"},
     {"a_fault_of_the_other_protocol", "pop.quit=close", false,
      R"(
         S: 220 {any}
@@ -167,16 +137,7 @@ INSTANTIATE_TEST_SUITE_P(, FaultDialogue, testing::ValuesIn(fault_cases), case_n
 TEST(Fault, RefusingATextKeepsNoMail)
 {
     mail_server    server(with_fault("text=refuse:554 5.6.0 bad text"));
-    dialogue const d = talk(server.smtp_port(), R"(
-        S: 220 {any}
-        C: HELO c
-        S: 250 {any}
-        C: MAIL FROM:<a@a.test>
-        S: 250 {any}
-        C: RCPT TO:<b@b.test>
-        S: 250 {any}
-        C: DATA
-        S: 354 {any}
+    dialogue const d = talk(server.smtp_port(), smtp_opened + mail_begun() + R"(
         C: x
         C: .
         S: 554 5.6.0 bad text
@@ -254,23 +215,10 @@ TEST(Fault, BreaksTheConnectionOff)
 TEST(Transcript, HoldsTheWholeConversation)
 {
     mail_server    server;
-    dialogue const d = talk(server.smtp_port(), R"(
-        S: 220 {any}
-        C: EHLO c
-        S: 250-{any}
-        S: 250-{any}
-        S: 250-{any}
-        S: 250-{any}
-        S: 250-{any}
-        S: 250 {any}
+    dialogue const d = talk(server.smtp_port(), esmtp_opened + R"(
         C: AUTH PLAIN {base64:\0user\0password}
         S: 235 {any}
-        C: MAIL FROM:<a@a.test>
-        S: 250 {any}
-        C: RCPT TO:<b@b.test>
-        S: 250 {any}
-        C: DATA
-        S: 354 {any}
+    )" + mail_begun() + R"(
         C: Subject: \x1b$B\xc3\xa4
         C: ..
         C- bare\nx\r\n
@@ -392,13 +340,11 @@ TEST(Server, ServesManyClientsAtOnce)
     threads.reserve(clients);
     for (int i = 0; i < clients; ++i) {
         threads.emplace_back([&] {
-            std::string transcript = "S: 220 {any}\nC: HELO c\nS: 250 {any}\n";
+            std::string transcript = smtp_opened;
             for (int m = 0; m < mails; ++m) {
-                transcript += "C: MAIL FROM:<a@a.test>\nS: 250 {any}\n"
-                              "C: RCPT TO:<b@b.test>\nS: 250 {any}\n"
-                              "C: DATA\nS: 354 {any}\nC: text\nC: .\nS: 250 {any}\n";
+                transcript += mail_begun() + "C: text\n" + answered(".", "250 {any}");
             }
-            dialogue const d = talk(server.smtp_port(), transcript + "C: QUIT\nS: 221 {any}\n");
+            dialogue const d = talk(server.smtp_port(), transcript + smtp_closed);
             dialogue const e = talk(server.pop_port(), R"(
                 S: +OK {any}
                 C- USER user\r\nPASS password\r\nSTAT\r\nQUIT\r\n
@@ -491,7 +437,7 @@ TEST(Server, LeavesNoDescriptorOpen)
     int const before = open_descriptors();
     {
         mail_server server;
-        talk(server.smtp_port(), "S: 220 {any}\nC: QUIT\nS: 221 {any}\nS: (closes)\n");
+        talk(server.smtp_port(), "S: 220 {any}\n" + smtp_closed + "S: (closes)\n");
         stream client = connect_to(server.pop_port());
         hear_line(client);
     }

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/case_name.h"
+#include "tests/support/dialogues.h"
 #include "tests/support/files.h"
 #include "tests/support/mail_server.h"
 #include "tests/support/scripted_client.h"
@@ -19,7 +20,7 @@ using mailserver::options;
 
 struct smtp_case {
     char const* name;
-    char const* transcript;
+    std::string transcript;
 };
 
 options with_tim()
@@ -101,18 +102,14 @@ smtp_case const smtp_cases[] = {
         C: AUTH PLAIN
         S: 503 {any}
      )"},
-    {"a_new_hello_forgets_the_sender",
-     R"(
-        S: 220 {any}
-        C: HELO c
-        S: 250 {any}
+    {"a_new_hello_forgets_the_sender", smtp_opened + R"(
         C: MAIL FROM:<a@a.test>
         S: 250 {any}
         C: HELO c
         S: 250 {any}
         C: RCPT TO:<b@b.test>
         S: 503 {any}
-     )"},
+    )"},
     {"syntax_of_addresses",
      R"(
         S: 220 {any}
@@ -153,16 +150,7 @@ smtp_case const smtp_cases[] = {
         C: RCPT TO:<"a b>\\"c"@b.test>
         S: 250 {any}
      )"},
-    {"parameters",
-     R"(
-        S: 220 {any}
-        C: EHLO c
-        S: 250-{any}
-        S: 250-{any}
-        S: 250-{any}
-        S: 250-{any}
-        S: 250-{any}
-        S: 250 {any}
+    {"parameters", esmtp_opened + R"(
         C: MAIL FROM:<a@a.test> SIZE=1001
         S: 552 {any}
         C: MAIL FROM:<a@a.test> SIZE=99999999999999999999999999
@@ -175,7 +163,7 @@ smtp_case const smtp_cases[] = {
         S: 250 {any}
         C: RCPT TO:<b@b.test> NOTIFY=NEVER
         S: 555 {any}
-     )"},
+    )"},
     {"other_commands",
      R"(
         S: 220 {any}
@@ -197,18 +185,14 @@ smtp_case const smtp_cases[] = {
         S: 221 {any}
         S: (closes)
      )"},
-    {"a_rejected_recipient_in_any_case",
-     R"(
-        S: 220 {any}
-        C: HELO c
-        S: 250 {any}
+    {"a_rejected_recipient_in_any_case", smtp_opened + R"(
         C: MAIL FROM:<a@a.test>
         S: 250 {any}
         C: RCPT TO:<nobody@b.TEST>
         S: 550 5.1.1 no such user here
         C: RCPT TO:<somebody@b.test>
         S: 250 {any}
-     )"},
+    )"},
     {"the_client_ends_lines_with_lf_alone",
      R"(
         S: 220 {any}
@@ -230,23 +214,14 @@ smtp_case const smtp_cases[] = {
         S: 221 {any}
         S: (closes)
      )"},
-    {"cram_md5_with_the_example_of_rfc_2195",
-     R"(
-        S: 220 {any}
-        C: EHLO c
-        S: 250-{any}
-        S: 250-{any}
-        S: 250-{any}
-        S: 250-{any}
-        S: 250-{any}
-        S: 250 {any}
+    {"cram_md5_with_the_example_of_rfc_2195", esmtp_opened + R"(
         C: AUTH CRAM-MD5
         S: 334 PDE4OTYuNjk3MTcwOTUyQHBvc3RvZmZpY2UucmVzdG9uLm1jaS5uZXQ+
         C: dGltIGI5MTNhNjAyYzdlZGE3YTQ5NWI0ZTZlNzMzNGQzODkw
         S: 235 2.7.0 welcome
         C: AUTH CRAM-MD5
         S: 503 {any}
-     )"},
+    )"},
 };
 
 INSTANTIATE_TEST_SUITE_P(, SmtpDialogue, testing::ValuesIn(smtp_cases), case_name<smtp_case>);
@@ -424,29 +399,13 @@ TEST(SmtpAuth, CanBeRequired)
     options o             = with_tim();
     o.smtp_mechanisms     = {"PLAIN"};
     o.smtp_login_required = true;
-    mail_server    server(o);
-    dialogue const d = talk(server.smtp_port(), R"(
-        S: 220 {any}
-        C: EHLO c
-        S: 250-{any}
-        S: 250-{any}
-        S: 250-{any}
-        S: 250-{any}
-        S: 250-{any}
-        S: 250 {any}
+    mail_server server(o);
+    dialogue const d = talk(server.smtp_port(), esmtp_opened + R"(
         C: MAIL FROM:<a@a.test>
         S: 530 5.7.0 authentication required
         C: AUTH PLAIN {base64:\0tim\0tanstaaftanstaaf}
         S: 235 {any}
-        C: MAIL FROM:<a@a.test>
-        S: 250 {any}
-        C: RCPT TO:<b@b.test>
-        S: 250 {any}
-        C: DATA
-        S: 354 {any}
-        C: .
-        S: 250 {any}
-    )");
+    )" + mail_begun() + answered(".", "250 {any}"));
     EXPECT_EQ(d.came, d.wanted);
     ASSERT_EQ(server.mails().size(), 1u);
     EXPECT_EQ(server.mails()[0].user, "tim");
@@ -524,25 +483,11 @@ TEST(SmtpData, IsRefusedWhenTooLongAndTheSessionGoesOn)
     options o        = with_tim();
     o.max_mail_bytes = 10;
     mail_server    server(o);
-    dialogue const d = talk(server.smtp_port(), R"(
-        S: 220 {any}
-        C: HELO c
-        S: 250 {any}
-        C: MAIL FROM:<a@a.test>
-        S: 250 {any}
-        C: RCPT TO:<b@b.test>
-        S: 250 {any}
-        C: DATA
-        S: 354 {any}
+    dialogue const d = talk(server.smtp_port(), smtp_opened + mail_begun() + R"(
         C: 123456789
         C: .
         S: 552 {any}
-        C: MAIL FROM:<a@a.test>
-        S: 250 {any}
-        C: RCPT TO:<b@b.test>
-        S: 250 {any}
-        C: DATA
-        S: 354 {any}
+    )" + mail_begun() + R"(
         C: 12345678
         C: .
         S: 250 {any}
@@ -559,21 +504,9 @@ TEST(SmtpData, IsRefusedWhenItCannotBeKept)
     o.maildir  = dir.path();
     mail_server server(o);
     ASSERT_EQ(std::remove(dir.file("tmp").c_str()), 0);
-    dialogue const d = talk(server.smtp_port(), R"(
-        S: 220 {any}
-        C: HELO c
-        S: 250 {any}
-        C: MAIL FROM:<a@a.test>
-        S: 250 {any}
-        C: RCPT TO:<b@b.test>
-        S: 250 {any}
-        C: DATA
-        S: 354 {any}
-        C: .
-        S: 452 4.3.1 cannot keep the mail
-        C: QUIT
-        S: 221 {any}
-    )");
+    dialogue const d =
+        talk(server.smtp_port(), smtp_opened + mail_begun() +
+                                     answered(".", "452 4.3.1 cannot keep the mail") + smtp_closed);
     EXPECT_EQ(d.came, d.wanted);
     EXPECT_TRUE(server.mails().empty());
 }
@@ -581,10 +514,7 @@ TEST(SmtpData, IsRefusedWhenItCannotBeKept)
 TEST(SmtpEnvelope, KeepsRecipientsInOrderAndRepeated)
 {
     mail_server    server;
-    dialogue const d = talk(server.smtp_port(), R"(
-        S: 220 {any}
-        C: HELO c
-        S: 250 {any}
+    dialogue const d = talk(server.smtp_port(), smtp_opened + R"(
         C: MAIL FROM:<Reply@a.test>
         S: 250 {any}
         C: RCPT TO:<x@b.test>
