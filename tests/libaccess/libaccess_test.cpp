@@ -42,7 +42,8 @@ private:
 // -------------------------------------------------------------- both servers, whole
 
 // A login test of the POP3 server by USER and PASS, or of the SMTP server with authentication, that
-// ends well unless it says otherwise. To a server without a transcript nobody may come.
+// ends well unless it says otherwise. A server without a transcript must see
+// no client.
 struct access_case : named_case {
     using named_case::named_case;
 
@@ -372,7 +373,7 @@ TEST_F(Access, AServerThatIsNotThereIsAConnectionFailure)
     EXPECT_EQ(test_smtp_auth(server.handle(), "off", message), eml_send_error_connection);
 }
 
-// The fake waits let the time of the silence pass at once.
+// The fake waits return at once.
 TEST_F(Access, ASilentServerIsGivenUp)
 {
     local_server const silent("S: (silent)\nC: (closes)");

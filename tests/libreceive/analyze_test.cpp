@@ -67,7 +67,7 @@ TEST(DomainList, IsCutAtItsCommasAndLosesItsBlanks)
         {",", {"", ""}, "a comma alone adds two"},
         {" ", {""}, "a blank alone is an empty entry"},
         {"d.test;e.test", {"d.test;e.test"}, "nothing else separates"},
-        {"d.test,\te.test", {"d.test", "\te.test"}, "a tab is no blank"},
+        {"d.test,\te.test", {"d.test", "\te.test"}, "a tab is not removed"},
         {"d.test,d.test", {"d.test", "d.test"}, "the same twice"},
     };
     for (auto const& c : cases) {

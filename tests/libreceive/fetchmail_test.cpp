@@ -596,7 +596,7 @@ TEST(DeleteKeyword, GivesWhatFollowsTheKey)
         {"From: From: a", "From: a", {}, "the first one only"},
         {"From: ", "", {}, "nothing follows"},
         {"from: a", "from: a", {"error: no keyword"}, "absent"},
-        {"", "", {"error: no keyword"}, "an empty text"},
+        {"", "", {"error: no keyword"}, "an empty string"},
     };
     for (auto const& c : cases) {
         clear_traces();

@@ -164,7 +164,7 @@ TEST_F(Receive, NullIsAFailure)
     EXPECT_EQ(receive_msg_count(nullptr), 0);
     EXPECT_EQ(receive_mails(nullptr, list(), nullptr), -1);
     EXPECT_EQ(receive_mails(&server, nullptr, nullptr), -1);
-    EXPECT_EQ(trouble_traces(), strings()) << "nobody was asked";
+    EXPECT_EQ(trouble_traces(), strings()) << "no server was asked";
     EXPECT_EQ(receive_mails(&server, list(), nullptr), -1) << "a record that was not set";
 }
 

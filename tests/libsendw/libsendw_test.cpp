@@ -42,7 +42,7 @@ constexpr auto not_there = std::nullopt;
 
 constexpr char pop_password[] = "pop secret";
 
-// The usual settings: no POP3, no authentication. Those of both are there all the same.
+// The usual settings: no login to POP3 and no authentication, though the keys of both are set.
 changes usual_settings(std::uint16_t smtp_port, std::uint16_t pop_port)
 {
     return {
@@ -164,7 +164,7 @@ struct send_case : named_case {
         result_text = text;
         return *this;
     }
-    // The text of a good end.
+    // Ends well, with this result text.
     send_case& says(std::string const& text) { return ends(0, text); }
     send_case& trouble(strings const& traces)
     {
@@ -1121,7 +1121,7 @@ TEST_F(Delivery, FailsInOrderWhenMemoryRunsOut)
 {
     std::string const stored = encrypted("secret");
     // Without memory a setting is not read, a password not decrypted, a digest not made; a subject
-    // becomes empty, and the message goes all the same.
+    // becomes empty, and the message is sent nevertheless.
     std::vector<int> results;
     for (int good = 0; good < 100; ++good) {
         SCOPED_TRACE(good);
@@ -1149,7 +1149,7 @@ TEST_F(Delivery, FailsInOrderWhenMemoryRunsOut)
     EXPECT_EQ(std::count(results.begin(), results.end(), 1004), 1);
 }
 
-// ---- the text on the wire
+// ---- the bytes that are sent
 
 TEST_F(Delivery, SendsAnIso2022JpBodyWithItsDotsDoubled)
 {
@@ -1243,7 +1243,8 @@ TEST_F(Delivery, PutsExactlyTheseBytesOnTheWire)
 
 TEST_F(Delivery, EndsTheConnectionAfterQuitBeforeTheServerDoes)
 {
-    // This server closes only when the client has; its record would say so if that never came.
+    // This server closes only after the client has; if the client never did, bytes() would end with
+    // "(left open)".
     recording_server server({"220 ready\r\n", "250 hello\r\n", "250 ok\r\n", "250 ok\r\n",
                              "354 go on\r\n", "250 queued\r\n", "221 bye\r\n"});
     sender           s(usual_message, settings_text(server.port(), 0));
@@ -1290,7 +1291,7 @@ TEST_F(Delivery, SurvivesAServerThatBreaksTheConnectionWithinABigText)
     std::thread      server([&] {
         unique_fd client = door.accept();
         send_all(client.get(), "220 a\r\n250 b\r\n250 c\r\n250 d\r\n354 e\r\n");
-        // Once the text has begun: it is too big for all buffers on the way.
+        // When the data has begun: it is too big for the buffers of both systems.
         std::vector<char> heard(100001);
         EXPECT_EQ(sock_read(client.get(), heard.data(), 100000), 100000);
         break_connection(client);
@@ -1298,7 +1299,7 @@ TEST_F(Delivery, SurvivesAServerThatBreaksTheConnectionWithinABigText)
     sender           s("to: x@b.test\nreplyto: r@a.test\n" + std::string(24000000, 'x'),
                        settings_text(door.port(), 0));
     EXPECT_EQ(s.send(), 1005);
-    EXPECT_EQ(s.result_text, "354 e\r\n") << "the last reply, since the text has none";
+    EXPECT_EQ(s.result_text, "354 e\r\n") << "the last reply: there is none to the data";
     server.join();
     strings const trouble = trouble_traces();
     ASSERT_GE(trouble.size(), 3U);
@@ -1306,7 +1307,7 @@ TEST_F(Delivery, SurvivesAServerThatBreaksTheConnectionWithinABigText)
               (strings{"error:_smtp_write_data", "error:_send_message", "error:send_message"}));
 }
 
-// ---- several at once
+// ---- several sends at the same time
 
 TEST_F(Delivery, GoesOnInSeveralThreadsAtOnce)
 {

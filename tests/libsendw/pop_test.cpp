@@ -382,7 +382,7 @@ TEST_F(Pop, TheWaitIsInMillisecondsAndNoneWhenNegative)
             pop_before_smtp("127.0.0.1", server.port(), "anna", "secret", false, r.wait_ms, reply),
             pop_ok);
         ASSERT_EQ(waits().sleeps.size(), 1U) << r.reason;
-        // A sleep that is asked for a negative time returns at once.
+        // A sleep of a negative time returns at once.
         EXPECT_EQ(std::max<std::int64_t>(waits().sleeps[0], 0), r.slept_us) << r.reason;
         EXPECT_TRUE(server.ok()) << server.problem();
     }
@@ -499,7 +499,7 @@ TEST_F(Pop, AConnectionThatDoesNotEndInOrderIsTracedAndAGoodLoginAllTheSame)
     EXPECT_EQ(reply, "+OK bye\r\n");
     strings const trouble = trouble_traces();
     ASSERT_EQ(trouble.size(), 2U);
-    // Which of the two steps meets the break is a matter of microseconds.
+    // Either step may be the one that fails; it depends on microseconds.
     EXPECT_TRUE(trouble[0] == "error:shutdown" || trouble[0] == "error:recv") << trouble[0];
     EXPECT_EQ(trouble[1], "error:shutdown_connection");
     EXPECT_EQ(waits().sleeps, std::vector<std::int64_t>{1500000});
@@ -564,7 +564,7 @@ TEST_F(Pop, AnyWordCanBeALogin)
 namespace
 {
 
-// A reply of so many bytes, its CR LF included, as it stands in a transcript.
+// A reply of that many bytes, its CR LF included, as a transcript has it.
 std::string stat_reply(std::size_t size)
 {
     std::string const begin = "+OK 12 345 ";
@@ -713,7 +713,7 @@ TEST_F(Pop, ARefusedStepLeavesTheSessionUsable)
     EXPECT_EQ(trouble_traces(), (strings{"error:-ERR", "error:sock_write"}));
 }
 
-// Silence at every step: the step gives up, as at the greeting, and tells of the read.
+// A silent server at every step: the step fails as the greeting does, and traces the read.
 TEST_F(Pop, ASilentServerIsGivenUpAtEveryStep)
 {
     struct row {
@@ -934,7 +934,7 @@ TEST(PopError, IsThreeWordsAnywhere)
     };
     row const rows[] = {
         {"-ERR", true, "the status word"},
-        {"-ERR no such message\r\n", true, "with a text"},
+        {"-ERR no such message\r\n", true, "with a reason"},
         {"-err\r\n", true, "lower case"},
         {"+OK but -ERR\r\n", true, "anywhere"},
         {"+OK 0 errors\r\n", true, "error in good news, as a part of a word too"},
@@ -966,7 +966,7 @@ TEST(RemoveNr, DropsOneLineEnd)
         {"a", "a", "none"},
         {"a\n\r", "a\n", "the other way round: the CR goes"},
         {"a\r\n\r\n", "a\r\n", "one only"},
-        {"\r\n", "\r", "a text of one byte loses nothing"},
+        {"\r\n", "\r", "a string of one byte loses nothing"},
         {"\n", "\n", "likewise"},
         {"\r", "\r", "likewise"},
         {"", "", "empty"},

@@ -40,7 +40,7 @@ TEST_F(SmtpSession, SendsTheLinesOfATextTogether)
 
     held.pair.say("250 queued\r\n");
     ASSERT_EQ(smtp_end_data(&held.session), 0);
-    EXPECT_FALSE(holds_back(held.pair.client())) << "the end of the text leaves at once";
+    EXPECT_FALSE(holds_back(held.pair.client())) << "the end of the data is sent at once";
     ::shutdown(held.pair.client(), SHUT_WR);
     EXPECT_EQ(held.pair.heard_to_the_end(), text + "\r\n.\r\n");
 }

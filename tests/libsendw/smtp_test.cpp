@@ -289,7 +289,7 @@ smtp_act write_data(std::vector<std::string> const& lines)
     return [lines](_s_smtp* session) { return smtp_write_data(session, lines); };
 }
 
-// With the two commands around it, since only the end of the text makes sure that all has left.
+// With the two commands around it: only the end of the data makes sure that all has been sent.
 smtp_act send_text(std::vector<std::string> const& lines)
 {
     return [lines](_s_smtp* session) {

@@ -1,4 +1,4 @@
-// smtpmsg_test.cpp - the text of a mail, line for line
+// smtpmsg_test.cpp - the lines of a composed mail
 
 #include "libsendw/smtpmsg.h"
 
@@ -204,8 +204,8 @@ TEST_F(Composition, TheEncodingTextIsComparedByteForByte)
         char const* reason;
     };
     row const rows[] = {
-        {"ISO-2022-JP", true, "the one text that counts"},
-        {"iso-2022-jp", false, "lower case is another text"},
+        {"ISO-2022-JP", true, "the one string that counts"},
+        {"iso-2022-jp", false, "lower case is another string"},
         {"ISO-2022-JP\r", false, "a CR from a file with CR LF line ends"},
         {"ISO-2022-JP-2", false, "longer"},
         {"ISO-2022-J", false, "shorter"},
@@ -644,7 +644,7 @@ TEST_F(Composition, AnIso2022JpBodyGetsItsLineEndsAndItsDotsOnce)
 namespace
 {
 
-// What modify_body_data has to make of a text, in three plain steps.
+// What modify_body_data has to make of a body, in three plain steps.
 std::string fit_to_be_sent(std::string text)
 {
     for (std::size_t at = 0; (at = text.find("\r\n", at)) != std::string::npos;) {
@@ -698,7 +698,7 @@ TEST(BodyData, IsWhatThreePlainStepsMakeOfAnyText)
         EXPECT_EQ(size, needed - 1);
 
         int const half = (static_cast<int>(in.size()) + 1) * 2;
-        ASSERT_EQ(modify(in, half, out, size), 0) << "twice the text is always enough";
+        ASSERT_EQ(modify(in, half, out, size), 0) << "twice the body is always enough";
         EXPECT_EQ(out, wanted);
 
         // Every smaller buffer is refused and keeps its size.

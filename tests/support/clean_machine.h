@@ -27,7 +27,7 @@ using strings = std::vector<std::string>;
 // The name with which a client greets on this machine.
 constexpr char greeting_literal[] = "[192.0.2.10]";
 
-// A server that knows under which name this machine greets, and asks nobody.
+// A server that knows the name with which clients on this machine greet, without a look-up.
 class local_server : public scripted_server
 {
 public:

@@ -16,7 +16,7 @@ namespace zelieml::test
 
 // ---- any protocol, as a client of scripted_server
 
-// The transcript of a server to which nobody comes.
+// The transcript of a server that must see no client.
 inline std::string const nobody_comes = "";
 
 // The client ends the connection.

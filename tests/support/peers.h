@@ -38,7 +38,7 @@ private:
     std::uint16_t port_ = 0;
 };
 
-// A port of 127.0.0.1 on which nobody listens; nobody else gets it while the object lives.
+// A port of 127.0.0.1 on which nothing listens; no other program gets it while the object lives.
 class closed_port
 {
 public:
@@ -94,7 +94,7 @@ public:
     // client broke the connection instead of ending it.
     std::string heard_to_the_end();
 
-    // Returns when the client's system takes no more bytes: whoever writes there waits. Until then
+    // Returns when the client's system takes no more bytes, so that a write there waits. Until then
     // the server must not read, and the client must go on writing.
     void wait_until_client_is_stuck() const;
 

@@ -20,7 +20,7 @@ using mailserver::stream;
 
 stream connect_to(std::uint16_t port, std::chrono::milliseconds patience)
 {
-    // A server that has gone shows as a failed write.
+    // When the server has closed, a write fails.
     std::signal(SIGPIPE, SIG_IGN);
     mailserver::descriptor fd(::socket(AF_INET, SOCK_STREAM, 0));
     sockaddr_in            peer = {};

@@ -1,7 +1,7 @@
 // scripted_client.h - a client that plays a written conversation with a server under test
 //
-// The transcripts of scripted_server.h read from the other side: the client sends what stands
-// behind C and compares what stands behind S, {any} included.
+// The transcripts of scripted_server.h read from the other side: the client sends what follows
+// C and compares what follows S, {any} included.
 
 #ifndef ZELIEML_TESTS_SUPPORT_SCRIPTED_CLIENT_H
 #define ZELIEML_TESTS_SUPPORT_SCRIPTED_CLIENT_H

@@ -201,7 +201,7 @@ private:
         return greeting_name();
     }
 
-    // Gives what the client did when it was not what the statement says.
+    // Returns what the client did, when that was not what the statement says.
     std::string perform(stream& peer, statement const& s)
     {
         switch (s.what) {
@@ -264,7 +264,7 @@ private:
         if (peer.speaks_within(time)) {
             return "C: (speaks out of turn)";
         }
-        // The end of the stream is no speech, but ends the wait for it.
+        // The end of the stream ends the wait, but the client has not spoken.
         over_.wait(std::chrono::ceil<milliseconds>(end - std::chrono::steady_clock::now()));
         return "";
     }

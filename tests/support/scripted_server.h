@@ -12,8 +12,8 @@
 //     EXPECT_EQ(server.heard(), server.expected());
 //
 // The server listens on a free port of 127.0.0.1 from its constructor on and plays in a thread of
-// its own. It says what stands behind S and hears what stands behind C; at the first thing the
-// client does that is not written, it hangs up, and all later connections are closed at once.
+// its own. It sends what follows S and compares what follows C; at the first thing the client
+// does that is not written, it hangs up, and all later connections are closed at once.
 //
 // One statement per line. Blanks before it are ignored, as are empty lines and lines that begin
 // with "#". One blank after the colon belongs to the statement, everything after it to the text,
@@ -27,7 +27,7 @@
 //     S: (trickles 5)  all that the server says from here on this connection goes out byte by
 //                      byte, 5 ms between two bytes; (trickles 0) ends it
 //     S: (delays 20)   the server waits 20 ms; a client that speaks meanwhile speaks out of turn
-//     S: (silent)      the server says nothing more; as ever, the client is heard until it closes
+//     S: (silent)      the server says nothing more; the client is heard until it closes
 //     S: (half-closes) the server says no more and the client meets the end of the stream, but
 //                      what the client says is still heard
 //     S: (closes)      the server closes both directions
@@ -45,15 +45,15 @@
 //                      one before is over. The first connection needs no such line.
 //
 // A connection that ends with none of the (closes) and (resets) lines ends with a C: (closes), so
-// nothing a client says too much goes unheard. An empty transcript waits for no connection: a
-// client that comes all the same is heard as "C: (connects)".
+// what a client sends in addition is noticed. An empty transcript waits for no connection: a
+// client that comes nevertheless is heard as "C: (connects)".
 //
-// In texts, those of S and C alike:
+// In the strings of S and of C:
 //     \r \n \t \0 \xHH \\  the bytes they mean
 //     {host}               the name this machine greets with (greeting_name), see set_host
 //     {base64:text}        the text in Base64, as in C: AUTH PLAIN {base64:\0user\0secret}
 //     {any}                in C: lines only: any run of bytes, as in C: Date: {any}
-// Other braces stand for themselves. A text that must begin with "(" is written \x28.
+// Other braces mean themselves. A string that must begin with "(" begins with \x28.
 //
 // A data line can be compared like any other: C: Subject: hello. The mail text ends with C: . then.
 

@@ -10,7 +10,7 @@
 namespace
 {
 
-// What the library says is kept even while operator new fails.
+// Traces are kept even while operator new fails.
 template <class T>
 struct own_memory {
     using value_type = T;

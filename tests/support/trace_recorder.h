@@ -1,4 +1,4 @@
-// trace_recorder.h - what the library said to its trace hook
+// trace_recorder.h - what the library traced
 //
 // trace_recorder.cpp replaces the library's empty hook and keeps every trace.
 

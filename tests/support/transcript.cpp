@@ -31,7 +31,7 @@ int parse_number(std::string_view text, int base = 10)
     return number;
 }
 
-// The bytes meant by the escapes of a text.
+// The string with its escapes replaced by the bytes they mean.
 std::string unescaped(std::string_view text)
 {
     static std::string_view const letters = "rnt0\\";

@@ -12,7 +12,7 @@
 namespace zelieml::test
 {
 
-// A text with its placeholders.
+// A string with its placeholders.
 class pattern
 {
 public:
@@ -25,7 +25,7 @@ public:
     bool has_any() const { return has(part::kind::any); }
     bool has_host() const { return has(part::kind::host); }
 
-    // What {host} stands for put in, {any} left out.
+    // With {host} replaced and {any} left out.
     std::string bytes(std::string const& host) const;
 
     // The same for a reader, {any} left as it is.

@@ -209,7 +209,7 @@ TEST(Fault, BreaksTheConnectionOff)
     hear_line(client);
     client.write("NOOP\r\n");
     EXPECT_EQ(hear_line(client), "(closed)");
-    EXPECT_FALSE(client.write("QUIT\r\n")) << "nobody is there to take it";
+    EXPECT_FALSE(client.write("QUIT\r\n")) << "the connection is broken";
 }
 
 TEST(Transcript, HoldsTheWholeConversation)
@@ -309,7 +309,7 @@ TEST(Listener, ListensOnLoopbackOnly)
 TEST(Listener, GivesConnectionsThatDoNotWaitAndAreNotInherited)
 {
     mailserver::listener const door(0);
-    EXPECT_FALSE(door.accept()) << "nobody is there, and nobody is waited for";
+    EXPECT_FALSE(door.accept()) << "no client has come, and accept does not wait";
     stream const                 client = connect_to(door.port());
     mailserver::descriptor const peer   = door.accept();
     ASSERT_TRUE(peer);

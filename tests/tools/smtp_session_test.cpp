@@ -226,7 +226,7 @@ smtp_case const smtp_cases[] = {
 
 INSTANTIATE_TEST_SUITE_P(, SmtpDialogue, testing::ValuesIn(smtp_cases), case_name<smtp_case>);
 
-// After "AUTH", what the client says and the server answers.
+// The conversation from AUTH on.
 class SmtpAuthDialogue : public testing::TestWithParam<smtp_case>
 {
 };
@@ -428,7 +428,7 @@ TEST(SmtpAuth, ChallengesAfreshEachTime)
 namespace
 {
 
-// Sends the bytes as the text of a mail and gives what was kept.
+// Sends the bytes as the data of a mail and returns what was kept.
 std::string mail_kept(std::string const& bytes)
 {
     mail_server        server;
@@ -469,7 +469,7 @@ TEST(SmtpData, IsKeptByteForByteWithoutTheStuffedDots)
     }
 }
 
-// The buffer holds 65536 bytes; wherever its end falls, the dot is told from the end of the text.
+// The buffer holds 65536 bytes; wherever its end falls, a dot is not taken for the end of the data.
 TEST(SmtpData, SurvivesLineEndsAtTheEndOfTheBuffer)
 {
     for (std::size_t length = 65530; length <= 65540; ++length) {
