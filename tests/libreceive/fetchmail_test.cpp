@@ -257,7 +257,7 @@ one_mail_case const one_mail_cases[] = {
         .leaves(1)
         .dele_refused()
         .trouble({"error:-ERR", "error:pop_dele %s"}),
-    one_mail_case("an error in the good news of DELE is a refusal")
+    one_mail_case("the word error in a good reply to DELE is a refusal")
         .plays(mailbox_of("+OK 1 9") + answered("retr 1", "+OK") + "S: From: a@a.test\nS: .\n" +
                answered("dele 1", "+OK no errors") + pop_goodbye)
         .fetches("From: a@a.test", "")
@@ -297,7 +297,7 @@ one_mail_case const one_mail_cases[] = {
     one_mail_case("the password is refused")
         .plays("S: +OK\n" + answered("user anna", "+OK") + refused_at("pass secret", "-ERR no"))
         .fails("-ERR no\r\n", {"error:-ERR", "error: pop_passwd"}),
-    one_mail_case("error in the good news of PASS")
+    one_mail_case("the word error in a good reply to PASS")
         .plays("S: +OK\n" + answered("user anna", "+OK") +
                refused_at("pass secret", "+OK 0 errors"))
         .fails("+OK 0 errors\r\n", {"error:-ERR", "error: pop_passwd"}),
@@ -305,11 +305,11 @@ one_mail_case const one_mail_cases[] = {
         .by("apop")
         .plays("S: +OK <a>\n" + refused_at("apop {any}", "-ERR no"))
         .fails("-ERR no\r\n", {"error:-ERR", "error: pop_apop"}),
-    one_mail_case("error in the good news of APOP")
+    one_mail_case("the word error in a good reply to APOP")
         .by("apop")
         .plays("S: +OK <a>\n" + refused_at("apop {any}", "+OK 0 errors"))
         .fails("+OK 0 errors\r\n", {"error:-ERR", "error: pop_apop"}),
-    one_mail_case("error in the good news of STAT")
+    one_mail_case("the word error in a good reply to STAT")
         .plays(pop_login() + refused_at("stat", "+OK 1 9 error"))
         .fails("+OK 1 9 error\r\n", {"error:-ERR", "error: pop_stat"}),
     one_mail_case("a greeting without brackets")
@@ -339,7 +339,7 @@ one_mail_case const one_mail_cases[] = {
     one_mail_case("RETR is refused: nothing is deleted, and there is no QUIT")
         .plays(mailbox_of("+OK 2 9") + refused_at("retr 1", "-ERR gone"))
         .fails("-ERR gone\r\n", {"error:-ERR", "error:pop_retr", "error:pop_retr_alllines"}),
-    one_mail_case("error in the good news of RETR")
+    one_mail_case("the word error in a good reply to RETR")
         .plays(mailbox_of("+OK 2 9") + refused_at("retr 1", "+OK error report follows"))
         .fails("+OK error report follows\r\n",
                {"error:-ERR", "error:pop_retr", "error:pop_retr_alllines"}),

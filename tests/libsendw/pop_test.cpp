@@ -116,18 +116,18 @@ std::string good_apop(std::string const& greeting, std::string const& digest)
 }
 
 login_case const login_cases[] = {
-    login_case("UserAndPass")
+    login_case("USER and PASS")
         .plays(pop_greeted + answered("user anna", "+OK") +
                answered("pass secret", "+OK two messages") + answered("quit", "+OK bye"))
         .says("+OK bye\r\n"),
-    login_case("ApopAsInRfc1939").as("mrose", "tanstaaf").by_apop().plays(R"(
+    login_case("APOP as in RFC 1939").as("mrose", "tanstaaf").by_apop().plays(R"(
         S: +OK POP3 server ready <1896.697170952@dbc.mtview.ca.us>
         C: apop mrose c4c9334bac560ecc979e58001b3e22fb
         S: +OK maildrop has 1 message (369 octets)
         C: quit
         S: +OK
      )"),
-    login_case("TheGreetingIsNotChecked").plays(R"(
+    login_case("the greeting is not checked").plays(R"(
         S: -ERR too many connections
         C: user anna
         S: +OK
@@ -136,10 +136,10 @@ login_case const login_cases[] = {
         C: quit
         S: +OK
      )"),
-    login_case("ATimeStampCountsInABadGreetingToo")
+    login_case("a time stamp counts in a bad greeting too")
         .by_apop()
         .plays(good_apop("-ERR <a>", "f6fd9e356d52ef228fc9e0a37e62b396")),
-    login_case("NoPositiveStatusIsAskedFor")
+    login_case("no positive status is asked for")
         .plays(R"(
         S: hello
         C: user anna
@@ -150,7 +150,7 @@ login_case const login_cases[] = {
         S: what
      )")
         .says("what\r\n"),
-    login_case("BlanksAndOddBytesOfUserAndPasswordGoOutAsTheyAre")
+    login_case("blanks and odd bytes of user and password are sent as they are")
         .as("anna b <c>%d", " \xe7\xb4\x99 \"x\"")
         .plays(R"(
         S: +OK
@@ -161,7 +161,7 @@ login_case const login_cases[] = {
         C: quit
         S: +OK
      )"),
-    login_case("EmptyUserAndPassword").as("", "").plays(R"(
+    login_case("an empty user and password").as("", "").plays(R"(
         S: +OK
         C: user\x20
         S: +OK
@@ -170,7 +170,7 @@ login_case const login_cases[] = {
         C: quit
         S: +OK
      )"),
-    login_case("RepliesThatTrickle")
+    login_case("replies that trickle")
         .plays(R"(
         S: (trickles 1)
         S: +OK ready
@@ -182,7 +182,7 @@ login_case const login_cases[] = {
         S: +OK bye
      )")
         .says("+OK bye\r\n"),
-    login_case("RepliesThatComeBeforeTheirCommands")
+    login_case("replies that come before their commands")
         .plays(R"(
         S+ +OK ready
         S+ +OK user
@@ -193,86 +193,86 @@ login_case const login_cases[] = {
         C: quit
      )")
         .says("+OK bye\r\n"),
-    login_case("UserRefused")
+    login_case("USER refused")
         .plays(pop_greeted + refused_at("user anna", "-ERR never heard of"))
         .ends(pop_user_refused, "-ERR never heard of\r\n")
         .trouble({"error:-ERR"}),
-    login_case("UserRefusedInLowerCase")
+    login_case("USER refused in lower case")
         .plays(pop_greeted + refused_at("user anna", "-err no"))
         .ends(pop_user_refused, "-err no\r\n")
         .trouble({"error:-ERR"}),
-    login_case("UserRefusedByErrorInGoodNews")
+    login_case("USER refused by the word error in a good reply")
         .plays(pop_greeted + refused_at("user anna", "+OK no error so far"))
         .ends(pop_user_refused, "+OK no error so far\r\n")
         .trouble({"error:-ERR"}),
-    login_case("PassRefused")
+    login_case("PASS refused")
         .plays(pop_greeted + answered("user anna", "+OK") + refused_at("pass secret", "-ERR wrong"))
         .ends(pop_pass_refused, "-ERR wrong\r\n")
         .trouble({"error:-ERR"}),
-    login_case("ApopRefused")
+    login_case("APOP refused")
         .by_apop()
         .plays("S: +OK <a>\n" +
                refused_at("apop anna f6fd9e356d52ef228fc9e0a37e62b396", "-ERR permission denied"))
         .ends(pop_apop_refused, "-ERR permission denied\r\n")
         .trouble({"error:-ERR"}),
-    login_case("ApopWithoutATimeStamp")
+    login_case("APOP without a time stamp")
         .by_apop()
         .plays(pop_greeted + hangs_up)
         .ends(pop_apop_refused, "+OK ready\r\n")
         .trouble({"error:challenge spos %s"}),
-    login_case("ApopWithATimeStampThatDoesNotEnd")
+    login_case("APOP with a time stamp that does not end")
         .by_apop()
         .plays("S: +OK <1.2@a\n" + hangs_up)
         .ends(pop_apop_refused, "+OK <1.2@a\r\n")
         .trouble({"error:challenge epos %s"}),
-    login_case("ApopWithATimeStampThatOnlyEnds")
+    login_case("APOP with a time stamp that only ends")
         .by_apop()
         .plays("S: +OK 1.2@a>\n" + hangs_up)
         .ends(pop_apop_refused, "+OK 1.2@a>\r\n")
         .trouble({"error:challenge spos %s"}),
-    login_case("ApopWithReversedBrackets")
+    login_case("APOP with reversed brackets")
         .by_apop()
         .plays("S: +OK >1.2@a<\n" + hangs_up)
         .ends(pop_apop_refused, "+OK >1.2@a<\r\n")
         .trouble({"error:challenge spos, epos %s"}),
-    login_case("ApopWithABracketBeforeAGoodTimeStamp")
+    login_case("APOP with a bracket before a good time stamp")
         .by_apop()
         .plays("S: +OK -> <1.2@a>\n" + hangs_up)
         .ends(pop_apop_refused, "+OK -> <1.2@a>\r\n")
         .trouble({"error:challenge spos, epos %s"}),
-    login_case("ApopTakesTheFirstOfTwoTimeStamps")
+    login_case("APOP takes the first of two time stamps")
         .by_apop()
         .plays(good_apop("+OK <a> <b>", "f6fd9e356d52ef228fc9e0a37e62b396")),
-    login_case("ApopTakesFromTheFirstOpeningToTheFirstClosingBracket")
+    login_case("APOP takes from the first opening to the first closing bracket")
         .by_apop()
         .plays(good_apop("+OK <a<b>>", "0db916ac4846f680a28dc29507f9d311")),
-    login_case("ApopWithAnEmptyTimeStamp")
+    login_case("APOP with an empty time stamp")
         .by_apop()
         .plays(good_apop("+OK <>", "0d889ba84ec03bc1da45e918f3893f02")),
-    login_case("ApopWithAnEmptyPassword")
+    login_case("APOP with an empty password")
         .as("anna", "")
         .by_apop()
         .plays(good_apop("+OK <x@y>", "d34673922a653815690ab325c2f4c13e")),
-    login_case("QuitRefusedIsFine")
+    login_case("QUIT refused is no failure")
         .plays(pop_login() + answered("quit", "-ERR some messages were not removed"))
         .says("-ERR some messages were not removed\r\n"),
-    login_case("QuitAnsweredByClosing")
+    login_case("QUIT answered by closing")
         .plays(pop_login() + lost_at("quit"))
         .ends(pop_quit_failed, "")
         .trouble({"error:sock_readline", "error: pop_quit"}),
-    login_case("GreetingLost")
+    login_case("the greeting is lost")
         .plays("S: (closes)")
         .ends(pop_start_failed, "")
         .trouble({"error:sock_readline"}),
-    login_case("GreetingHalfLost")
+    login_case("the greeting is half lost")
         .plays("S- +OK half a\nS: (closes)")
         .ends(pop_start_failed, "+OK half a")
         .trouble({"error:sock_readline"}),
-    login_case("LostAfterUser")
+    login_case("lost after USER")
         .plays(pop_greeted + lost_at("user anna"))
         .ends(pop_user_refused, "")
         .trouble({"error:sock_readline"}),
-    login_case("LostInTheMiddleOfAReply")
+    login_case("lost in the middle of a reply")
         .plays(R"(
         S: +OK ready
         C: user anna
@@ -281,16 +281,16 @@ login_case const login_cases[] = {
      )")
         .ends(pop_user_refused, "+OK an")
         .trouble({"error:sock_readline"}),
-    login_case("LostAfterPass")
+    login_case("lost after PASS")
         .plays(pop_greeted + answered("user anna", "+OK") + lost_at("pass secret"))
         .ends(pop_pass_refused, "")
         .trouble({"error:sock_readline"}),
-    login_case("LostAfterApop")
+    login_case("lost after APOP")
         .by_apop()
         .plays("S: +OK <a>\n" + lost_at("apop anna f6fd9e356d52ef228fc9e0a37e62b396"))
         .ends(pop_apop_refused, "")
         .trouble({"error:sock_readline"}),
-    login_case("ANulHidesTheRestOfAReply")
+    login_case("a NUL hides the rest of a reply")
         .plays(R"(
         S: +OK ready
         C: user anna
@@ -301,29 +301,29 @@ login_case const login_cases[] = {
         S: +OK by\0e
      )")
         .says("+OK by"),
-    login_case("AReplyLineOfManyPieces")
+    login_case("a reply line of many pieces")
         .plays("S: +OK ready\nC: user anna\nS: +OK " + std::string(10000, 'x') +
                "\nC: pass secret\nS: +OK\nC: quit\nS: +OK\n"),
-    login_case("TheLongestUserCommand")
+    login_case("the longest USER command")
         .as(std::string(1016, 'a'), "secret")
         .plays("S: +OK ready\nC: user " + std::string(1016, 'a') +
                "\nS: +OK\nC: pass secret\nS: +OK\nC: quit\nS: +OK\n"),
-    login_case("AUserCommandTooLongIsNotSent")
+    login_case("a USER command that is too long is not sent")
         .as(std::string(1017, 'a'), "secret")
         .plays("S: +OK ready\nC: (closes)\n")
         .ends(pop_user_refused, "+OK ready\r\n")
         .trouble({"error:sock_write"}),
-    login_case("APassCommandTooLongIsNotSent")
+    login_case("a PASS command that is too long is not sent")
         .as("anna", std::string(1017, 'a'))
         .plays("S: +OK ready\nC: user anna\nS: +OK go on\nC: (closes)\n")
         .ends(pop_pass_refused, "+OK go on\r\n")
         .trouble({"error:sock_write"}),
-    login_case("TheLongestApopCommand")
+    login_case("the longest APOP command")
         .as(std::string(983, 'a'), "secret")
         .by_apop()
         .plays("S: +OK <a>\nC: apop " + std::string(983, 'a') +
                " f6fd9e356d52ef228fc9e0a37e62b396\nS: +OK\nC: quit\nS: +OK\n"),
-    login_case("AnApopCommandTooLongIsNotSent")
+    login_case("an APOP command that is too long is not sent")
         .as(std::string(984, 'a'), "secret")
         .by_apop()
         .plays("S: +OK <a>\nC: (closes)\n")
@@ -660,7 +660,7 @@ TEST_F(Pop, StatTakesTheSecondAndTheThirdWord)
         stat_case("one byte too long").replies(stat_reply(1024)).fails("error:BufLen"),
         stat_case("much too long").replies(stat_reply(5000)).fails("error:BufLen"),
         stat_case("refused").replies("-ERR no").fails("error:-ERR"),
-        stat_case("error in good news").replies("+OK 1 2 error").fails("error:-ERR"),
+        stat_case("the word error in a good reply").replies("+OK 1 2 error").fails("error:-ERR"),
     };
     for (stat_case const& c : cases) {
         scripted_server server("S: +OK\n" + answered("stat", c.reply));
@@ -937,7 +937,7 @@ TEST(PopError, IsThreeWordsAnywhere)
         {"-ERR no such message\r\n", true, "with a reason"},
         {"-err\r\n", true, "lower case"},
         {"+OK but -ERR\r\n", true, "anywhere"},
-        {"+OK 0 errors\r\n", true, "error in good news, as a part of a word too"},
+        {"+OK 0 errors\r\n", true, "the word error in a good reply, within a longer word too"},
         {"+OK Error\r\n", false, "Error is no error"},
         {"+OK ERROR\r\n", false, "nor is ERROR"},
         {"-Err\r\n", false, "mixed case"},

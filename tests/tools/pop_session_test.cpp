@@ -48,7 +48,7 @@ TEST_P(PopDialogue, GoesAsWritten)
 }
 
 pop_case const pop_cases[] = {
-    {"a_session_in_lower_case",
+    {"a session in lower case",
      R"(
         S: +OK loopback mail server ready <1896.697170952@dbc.mtview.ca.us>
         C: user mrose
@@ -88,7 +88,7 @@ pop_case const pop_cases[] = {
         S: +OK goodbye
         S: (closes)
      )"},
-    {"apop_with_the_example_of_rfc_1939",
+    {"apop with the example of rfc 1939",
      R"(
         S: +OK {any}
         C: APOP mrose c4c9334bac560ecc979e58001b3e22fb
@@ -96,7 +96,7 @@ pop_case const pop_cases[] = {
         C: USER mrose
         S: -ERR logged in already
      )"},
-    {"apop_with_a_wrong_digest_and_then_the_right_one",
+    {"apop with a wrong digest and then the right one",
      R"(
         S: +OK {any}
         C: APOP mrose c4c9334bac560ecc979e58001b3e22fc
@@ -110,7 +110,7 @@ pop_case const pop_cases[] = {
         C: apop mrose c4c9334bac560ecc979e58001b3e22fb
         S: +OK {any}
      )"},
-    {"wrong_passwords",
+    {"wrong passwords",
      R"(
         S: +OK {any}
         C: PASS tanstaaf
@@ -132,7 +132,7 @@ pop_case const pop_cases[] = {
         C: PASS pass word
         S: +OK {any}
      )"},
-    {"nothing_but_login_before_login",
+    {"nothing but login before login",
      R"(
         S: +OK {any}
         C: STAT
@@ -164,7 +164,7 @@ pop_case const pop_cases[] = {
         S: +OK goodbye
         S: (closes)
      )"},
-    {"numbers_that_name_no_message", pop_opened("mrose", "tanstaaf") + R"(
+    {"numbers that name no message", pop_opened("mrose", "tanstaaf") + R"(
         C: RETR 0
         S: -ERR no such message
         C: RETR 3
@@ -186,7 +186,7 @@ pop_case const pop_cases[] = {
         C: TOP 3 1
         S: -ERR no such message
     )"},
-    {"top_gives_the_header_and_some_lines", pop_opened("mrose", "tanstaaf") + R"(
+    {"top gives the header and some lines", pop_opened("mrose", "tanstaaf") + R"(
         C: TOP 1 0
         S: +OK {any}
         S: A: 1
@@ -204,7 +204,7 @@ pop_case const pop_cases[] = {
         S: ..
         S: .
     )"},
-    {"commands_all_in_one_write",
+    {"commands all in one write",
      R"(
         C- USER mrose\r\nPASS tanstaaf\r\nSTAT\r\nQUIT\r\n
         S: +OK {any}

@@ -95,7 +95,7 @@ TEST_P(ScriptedServer, HearsWhatTheClientDoes)
 }
 
 server_case const good_cases[] = {
-    server_case("lines_of_both")
+    server_case("lines of both")
         .plays(R"(
         # comments and empty lines mean nothing
 
@@ -111,11 +111,11 @@ server_case const good_cases[] = {
         .server(
             "220 mail.test ready\r\n250-hello [192.0.2.10]\r\n250 {any other} brace\r\n221 bye\r\n")
         .hears("C: helo [192.0.2.10]\nC: quit\nC: (closes)\n"),
-    server_case("a_close_need_not_be_written")
+    server_case("a close need not be written")
         .plays("S: hello")
         .server("hello\r\n")
         .hears("C: (closes)\n"),
-    server_case("empty_lines")
+    server_case("empty lines")
         .plays(R"(
         S:
         C:
@@ -124,7 +124,7 @@ server_case const good_cases[] = {
         .client("\r\n\r\n")
         .server("\r\n\r\n")
         .hears("C: \nC: \nC: (closes)\n"),
-    server_case("bytes_without_line_ends")
+    server_case("bytes without line ends")
         .plays(R"(
         S- 25
         S- 0 ok\r\n2
@@ -143,7 +143,7 @@ server_case const good_cases[] = {
         .client({"a\0b\\\x1b\r\n", 7})
         .server({"(silent)\t\\\0\xff{\r\n", 15})
         .hears("C: a\\0b\\\\\\x1b\nC: (closes)\n"),
-    server_case("lines_held_back_and_repeated")
+    server_case("lines held back and repeated")
         .plays(R"(
         S+ one
         S+ two
@@ -173,7 +173,7 @@ server_case const good_cases[] = {
      )")
         .client("whatever\r\nDate: today\r\nabcd\r\naa\r\n[192.0.2.10]\r\n")
         .hears("C: whatever\nC: Date: today\nC: abcd\nC: aa\nC: [192.0.2.10]\nC: (closes)\n"),
-    server_case("a_mail_line_by_line")
+    server_case("a mail line by line")
         .plays(R"(
         C: data
         S: 354 go
@@ -186,7 +186,7 @@ server_case const good_cases[] = {
         .client("data\r\nDate: x\r\n\r\n..\r\n.\r\n")
         .server("354 go\r\n250 ok\r\n")
         .hears("C: data\nC: Date: x\nC: \nC: ..\nC: .\nC: (closes)\n"),
-    server_case("the_server_speaks_after_the_close")
+    server_case("the server speaks after the close")
         .plays(R"(
         C: (closes)
         S: (delays 1)
@@ -194,14 +194,14 @@ server_case const good_cases[] = {
      )")
         .server("late\r\n")
         .hears("C: (closes)\n"),
-    server_case("the_server_says_no_more_but_hears")
+    server_case("the server says no more but hears")
         .plays(R"(
         S: (half-closes)
         C: quit
      )")
         .client("quit\r\n")
         .hears("C: quit\nC: (closes)\n"),
-    server_case("trickling_ends")
+    server_case("trickling ends")
         .plays(R"(
         S: (trickles 1)
         S: ab
@@ -210,7 +210,7 @@ server_case const good_cases[] = {
      )")
         .server("ab\r\ncd\r\n")
         .hears("C: (closes)\n"),
-    server_case("what_cannot_be_seen_is_shown_in_escapes")
+    server_case("what cannot be seen is shown in escapes")
         .plays("C: (any)")
         .client("\x1b$B\\\t\xc3\xa4\xff\r\n")
         .hears("C: \\x1b$B\\\\\\t\xc3\xa4\\xff\nC: (closes)\n"),
@@ -220,7 +220,7 @@ INSTANTIATE_TEST_SUITE_P(Good, ScriptedServer, testing::ValuesIn(good_cases),
                          case_name<server_case>);
 
 server_case const bad_cases[] = {
-    server_case("another_line")
+    server_case("another line")
         .plays(R"(
         S: 220 ready
         C: helo {host}
@@ -232,35 +232,35 @@ server_case const bad_cases[] = {
         .hears("C: ehlo [192.0.2.10]\n")
         .wants("C: helo [192.0.2.10]\nC: quit\nC: (closes)\n",
                "line 3: wanted \"C: helo [192.0.2.10]\", heard \"C: ehlo [192.0.2.10]\""),
-    server_case("another_case")
+    server_case("another case")
         .plays(R"(
         C: quit
      )")
         .client("QUIT\r\n")
         .hears("C: QUIT\n")
         .wants("C: quit\nC: (closes)\n", "line 2: wanted \"C: quit\", heard \"C: QUIT\""),
-    server_case("a_line_that_ends_with_lf_alone")
+    server_case("a line that ends with lf alone")
         .plays(R"(
         C: quit
      )")
         .client("quit\n")
         .hears("C- quit\\n\n")
         .wants("C: quit\nC: (closes)\n", "line 2: wanted \"C: quit\", heard \"C- quit\\n\""),
-    server_case("a_cr_too_many")
+    server_case("a cr too many")
         .plays(R"(
         C: quit
      )")
         .client("quit\r\r\n")
         .hears("C: quit\\r\n")
         .wants("C: quit\nC: (closes)\n", "line 2: wanted \"C: quit\", heard \"C: quit\\r\""),
-    server_case("a_blank_too_many")
+    server_case("a blank too many")
         .plays(R"(
         C: quit
      )")
         .client("quit \r\n")
         .hears("C: quit \n")
         .wants("C: quit\nC: (closes)\n", "line 2: wanted \"C: quit\", heard \"C: quit \""),
-    server_case("a_line_cut_short_by_the_end")
+    server_case("a line cut short by the end")
         .plays(R"(
         C: quit
      )")
@@ -268,7 +268,7 @@ server_case const bad_cases[] = {
         .hears("C- qui\nC: (closes)\n")
         .wants("C: quit\nC: (closes)\n",
                "line 2: wanted \"C: quit\", heard \"C- qui / C: (closes)\""),
-    server_case("a_close_too_early")
+    server_case("a close too early")
         .plays(R"(
         C: helo {any}
         C: quit
@@ -277,7 +277,7 @@ server_case const bad_cases[] = {
         .hears("C: helo x\nC: (closes)\n")
         .wants("C: helo x\nC: quit\nC: (closes)\n",
                "line 3: wanted \"C: quit\", heard \"C: (closes)\""),
-    server_case("a_line_instead_of_the_close")
+    server_case("a line instead of the close")
         .plays(R"(
         S: 550 no
         C: (closes)
@@ -287,7 +287,7 @@ server_case const bad_cases[] = {
         .server("550 no\r\n")
         .hears("C: quit\n")
         .wants("C: (closes)\n", "line 3: wanted \"C: (closes)\", heard \"C: quit\""),
-    server_case("a_line_after_the_last")
+    server_case("a line after the last")
         .plays(R"(
         C: quit
      )")
@@ -295,7 +295,7 @@ server_case const bad_cases[] = {
         .hears("C: quit\nC: quit\n")
         .wants("C: quit\nC: (closes)\n",
                "the end, after line 2: wanted \"C: (closes)\", heard \"C: quit\""),
-    server_case("bytes_after_the_last_line")
+    server_case("bytes after the last line")
         .plays(R"(
         C: quit
      )")
@@ -303,21 +303,21 @@ server_case const bad_cases[] = {
         .hears("C: quit\nC- x\nC: (closes)\n")
         .wants("C: quit\nC: (closes)\n",
                "the end, after line 2: wanted \"C: (closes)\", heard \"C- x / C: (closes)\""),
-    server_case("a_line_to_a_silent_server")
+    server_case("a line to a silent server")
         .plays(R"(
         S: (silent)
      )")
         .client("quit\r\n")
         .hears("C: quit\n")
         .wants("C: (closes)\n", "the end, after line 2: wanted \"C: (closes)\", heard \"C: quit\""),
-    server_case("other_bytes")
+    server_case("other bytes")
         .plays(R"(
         C- quit
      )")
         .client("quiz")
         .hears("C- quiz\n")
         .wants("C- quit\nC: (closes)\n", "line 2: wanted \"C- quit\", heard \"C- quiz\""),
-    server_case("too_few_bytes")
+    server_case("too few bytes")
         .plays(R"(
         C- quit
      )")
@@ -325,7 +325,7 @@ server_case const bad_cases[] = {
         .hears("C- qui\nC: (closes)\n")
         .wants("C- quit\nC: (closes)\n",
                "line 2: wanted \"C- quit\", heard \"C- qui / C: (closes)\""),
-    server_case("a_line_the_wildcards_do_not_match")
+    server_case("a line the wildcards do not match")
         .plays(R"(
         C: Date: {any} {any}00
      )")
@@ -333,7 +333,7 @@ server_case const bad_cases[] = {
         .hears("C: Date: 00\n")
         .wants("C: Date: {any} {any}00\nC: (closes)\n",
                "line 2: wanted \"C: Date: {any} {any}00\", heard \"C: Date: 00\""),
-    server_case("a_mail_without_an_end")
+    server_case("a mail without an end")
         .plays(R"(
         C: (data)
         S: 250 ok
@@ -342,7 +342,7 @@ server_case const bad_cases[] = {
         .hears("C- .\nC: (closes)\n")
         .wants("C: (data)\nC: (closes)\n",
                "line 2: wanted \"C: (data)\", heard \"C- . / C: (closes)\""),
-    server_case("a_client_that_does_not_wait")
+    server_case("a client that does not wait")
         .plays(R"(
         C: helo
         S: (delays 20)
@@ -351,7 +351,7 @@ server_case const bad_cases[] = {
         .client("helo\r\nquit\r\n")
         .hears("C: helo\nC: (speaks out of turn)\n")
         .wants("C: helo\nC: (closes)\n", "line 3: heard \"C: (speaks out of turn)\""),
-    server_case("a_connection_missing")
+    server_case("a connection missing")
         .plays(R"(
         C: one
         C: (connects)

@@ -61,21 +61,21 @@ TEST_P(FaultDialogue, ShowsAtItsStep)
 }
 
 fault_case const fault_cases[] = {
-    {"a_greeting_refused_ends_the_session", "greeting=refuse:554 no service", false,
+    {"a greeting refused ends the session", "greeting=refuse:554 no service", false,
      R"(
         S: 554 no service
         S: (closes)
      )"},
-    {"a_refusal_in_other_words_of_pop", "greeting=refuse", true,
+    {"a refusal in other words of pop", "greeting=refuse", true,
      R"(
         S: -ERR refused on request
         S: (closes)
      )"},
-    {"greeting_closed", "greeting=close", false,
+    {"greeting closed", "greeting=close", false,
      R"(
         S: (closes)
      )"},
-    {"rcpt_refused_and_the_session_goes_on", "rcpt=refuse:550 5.1.1 no such user", false,
+    {"rcpt refused and the session goes on", "rcpt=refuse:550 5.1.1 no such user", false,
      smtp_opened + R"(
         C: MAIL FROM:<a@a.test>
         S: 250 {any}
@@ -84,17 +84,17 @@ fault_case const fault_cases[] = {
         C: DATA
         S: 503 {any}
     )" + smtp_closed},
-    {"an_answer_cut_short", "ehlo=cut:6", false,
+    {"an answer cut short", "ehlo=cut:6", false,
      R"(
         S: 220 {any}
         C: EHLO c
         S: 250-lo\x28closed)
      )"},
-    {"mail_closed_instead_of_answered", "mail=close", false,
+    {"mail closed instead of answered", "mail=close", false,
      smtp_opened + lost_at("MAIL FROM:<a@a.test>")},
-    {"mail_broken_off_instead_of_answered", "mail=reset", false,
+    {"mail broken off instead of answered", "mail=reset", false,
      smtp_opened + lost_at("MAIL FROM:<a@a.test>")},
-    {"the_verdict_on_a_password_refused", "answer=refuse:454 4.7.0 later", false, smtp_opened + R"(
+    {"the verdict on a password refused", "answer=refuse:454 4.7.0 later", false, smtp_opened + R"(
         C: EHLO c
         S: 250-{any}
         S: 250-{any}
@@ -107,24 +107,24 @@ fault_case const fault_cases[] = {
         C: {base64:user}
         S: 454 4.7.0 later
     )"},
-    {"an_unknown_command_refused", "unknown=refuse:500 what", false,
+    {"an unknown command refused", "unknown=refuse:500 what", false,
      R"(
         S: 220 {any}
         C: BDAT
         S: 500 what
      )"},
-    {"pop_stat_refused", "pop.stat=refuse:-ERR not today", true, pop_opened() + R"(
+    {"pop stat refused", "pop.stat=refuse:-ERR not today", true, pop_opened() + R"(
         C: STAT
         S: -ERR not today
         C: QUIT
         S: +OK {any}
     )"},
-    {"a_mail_cut_in_the_middle", "retr=cut:15", true, pop_opened() + R"(
+    {"a mail cut in the middle", "retr=cut:15", true, pop_opened() + R"(
         C: RETR 1
         S: +OK 6 octets
         S: A\x28closed)
     )"},
-    {"a_fault_of_the_other_protocol", "pop.quit=close", false,
+    {"a fault of the other protocol", "pop.quit=close", false,
      R"(
         S: 220 {any}
         C: QUIT

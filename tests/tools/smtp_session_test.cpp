@@ -48,7 +48,7 @@ TEST_P(SmtpDialogue, GoesAsWritten)
 }
 
 smtp_case const smtp_cases[] = {
-    {"a_mail_in_lower_case_with_blanks_after_the_colons",
+    {"a mail in lower case with blanks after the colons",
      R"(
         S: 220 localhost ESMTP loopback mail server ready
         C: helo [127.0.0.1]
@@ -67,7 +67,7 @@ smtp_case const smtp_cases[] = {
         S: 221 2.0.0 goodbye
         S: (closes)
      )"},
-    {"ehlo_says_what_is_offered",
+    {"ehlo says what is offered",
      R"(
         S: 220 {any}
         C: EHLO client.test
@@ -78,7 +78,7 @@ smtp_case const smtp_cases[] = {
         S: 250-ENHANCEDSTATUSCODES
         S: 250 SIZE 1000
      )"},
-    {"commands_out_of_order",
+    {"commands out of order",
      R"(
         S: 220 {any}
         C: MAIL FROM:<a@a.test>
@@ -102,7 +102,7 @@ smtp_case const smtp_cases[] = {
         C: AUTH PLAIN
         S: 503 {any}
      )"},
-    {"a_new_hello_forgets_the_sender", smtp_opened + R"(
+    {"a new hello forgets the sender", smtp_opened + R"(
         C: MAIL FROM:<a@a.test>
         S: 250 {any}
         C: HELO c
@@ -110,7 +110,7 @@ smtp_case const smtp_cases[] = {
         C: RCPT TO:<b@b.test>
         S: 503 {any}
     )"},
-    {"syntax_of_addresses",
+    {"syntax of addresses",
      R"(
         S: 220 {any}
         C: HELO
@@ -164,7 +164,7 @@ smtp_case const smtp_cases[] = {
         C: RCPT TO:<b@b.test> NOTIFY=NEVER
         S: 555 {any}
     )"},
-    {"other_commands",
+    {"other commands",
      R"(
         S: 220 {any}
         C: NOOP whatever
@@ -185,7 +185,7 @@ smtp_case const smtp_cases[] = {
         S: 221 {any}
         S: (closes)
      )"},
-    {"a_rejected_recipient_in_any_case", smtp_opened + R"(
+    {"a rejected recipient in any case", smtp_opened + R"(
         C: MAIL FROM:<a@a.test>
         S: 250 {any}
         C: RCPT TO:<nobody@b.TEST>
@@ -193,7 +193,7 @@ smtp_case const smtp_cases[] = {
         C: RCPT TO:<somebody@b.test>
         S: 250 {any}
     )"},
-    {"the_client_ends_lines_with_lf_alone",
+    {"the client ends lines with lf alone",
      R"(
         S: 220 {any}
         C- HELO c\n
@@ -202,7 +202,7 @@ smtp_case const smtp_cases[] = {
         S: 221 {any}
         S: (closes)
      )"},
-    {"commands_all_in_one_write",
+    {"commands all in one write",
      R"(
         C- HELO c\r\nMAIL FROM:<a@a.test>\r\nRCPT TO:<b@b.test>\r\nDATA\r\nx\r\n.\r\nQUIT\r\n
         S: 220 {any}
@@ -214,7 +214,7 @@ smtp_case const smtp_cases[] = {
         S: 221 {any}
         S: (closes)
      )"},
-    {"cram_md5_with_the_example_of_rfc_2195", esmtp_opened + R"(
+    {"cram md5 with the example of rfc 2195", esmtp_opened + R"(
         C: AUTH CRAM-MD5
         S: 334 PDE4OTYuNjk3MTcwOTUyQHBvc3RvZmZpY2UucmVzdG9uLm1jaS5uZXQ+
         C: dGltIGI5MTNhNjAyYzdlZGE3YTQ5NWI0ZTZlNzMzNGQzODkw
@@ -245,7 +245,7 @@ TEST_P(SmtpAuthDialogue, GoesAsWritten)
 }
 
 smtp_case const auth_cases[] = {
-    {"cram_md5_with_a_wrong_digest",
+    {"cram md5 with a wrong digest",
      R"(
         C: AUTH CRAM-MD5
         S: 334 {any}
@@ -256,12 +256,12 @@ smtp_case const auth_cases[] = {
         C: dGltIGI5MTNhNjAyYzdlZGE3YTQ5NWI0ZTZlNzMzNGQzODkw
         S: 235 {any}
      )"},
-    {"cram_md5_takes_no_initial_response",
+    {"cram md5 takes no initial response",
      R"(
         C: AUTH CRAM-MD5 dGlt
         S: 501 {any}
      )"},
-    {"login_asks_for_both",
+    {"login asks for both",
      R"(
         C: AUTH LOGIN
         S: 334 VXNlcm5hbWU6
@@ -270,14 +270,14 @@ smtp_case const auth_cases[] = {
         C: {base64:tanstaaftanstaaf}
         S: 235 {any}
      )"},
-    {"login_with_the_user_at_once_and_a_blank_in_the_password",
+    {"login with the user at once and a blank in the password",
      R"(
         C: auth login {base64:ann}
         S: 334 UGFzc3dvcmQ6
         C: {base64:pass word}
         S: 235 {any}
      )"},
-    {"login_with_a_wrong_password",
+    {"login with a wrong password",
      R"(
         C: AUTH LOGIN
         S: 334 {any}
@@ -286,7 +286,7 @@ smtp_case const auth_cases[] = {
         C: {base64:Tanstaaftanstaaf}
         S: 535 {any}
      )"},
-    {"login_of_an_unknown_user_shows_with_the_password_only",
+    {"login of an unknown user shows with the password only",
      R"(
         C: AUTH LOGIN
         S: 334 {any}
@@ -295,29 +295,29 @@ smtp_case const auth_cases[] = {
         C: {base64:tanstaaftanstaaf}
         S: 535 {any}
      )"},
-    {"plain_with_initial_response",
+    {"plain with initial response",
      R"(
         C: AUTH PLAIN {base64:\0tim\0tanstaaftanstaaf}
         S: 235 {any}
      )"},
-    {"plain_without_initial_response",
+    {"plain without initial response",
      R"(
         C: AUTH PLAIN
         S: 334\x20
         C: {base64:tim\0tim\0tanstaaftanstaaf}
         S: 235 {any}
      )"},
-    {"plain_with_a_wrong_password",
+    {"plain with a wrong password",
      R"(
         C: AUTH PLAIN {base64:\0tim\0}
         S: 535 {any}
      )"},
-    {"plain_with_an_empty_initial_response",
+    {"plain with an empty initial response",
      R"(
         C: AUTH PLAIN =
         S: 535 {any}
      )"},
-    {"the_client_cancels",
+    {"the client cancels",
      R"(
         C: AUTH LOGIN
         S: 334 {any}
@@ -326,7 +326,7 @@ smtp_case const auth_cases[] = {
         C: NOOP
         S: 250 {any}
      )"},
-    {"what_is_not_base64",
+    {"what is not base64",
      R"(
         C: AUTH PLAIN !
         S: 501 {any}
@@ -337,14 +337,14 @@ smtp_case const auth_cases[] = {
         C: NOOP
         S: 250 {any}
      )"},
-    {"an_unknown_mechanism",
+    {"an unknown mechanism",
      R"(
         C: AUTH GSSAPI
         S: 504 {any}
         C: AUTH
         S: 504 {any}
      )"},
-    {"not_within_a_mail",
+    {"not within a mail",
      R"(
         C: MAIL FROM:<a@a.test>
         S: 250 {any}
