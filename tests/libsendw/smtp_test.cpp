@@ -18,32 +18,8 @@ namespace
 
 // ---- the start of a session
 
-struct start_case : named_case {
-    using named_case::named_case;
-
-    start_case& plays(std::string const& its_transcript)
-    {
-        transcript = its_transcript;
-        return *this;
-    }
-    // Starts, and the session keeps that reply.
-    start_case& keeps(std::string const& its_reply)
-    {
-        reply = its_reply;
-        return *this;
-    }
-    start_case& fails(std::string const& its_reply, strings const& trouble)
-    {
-        result = -1;
-        traced = trouble;
-        return keeps(its_reply);
-    }
-
-    std::string transcript;
-    int         result = 0;
-    std::string reply;
-    strings     traced;
-};
+// Calls nothing but the start; the transcript begins with the greeting.
+using start_case = command_case;
 
 strings const refused_start = {"error:can not find code (%s)", "error:smtp start session"};
 strings const lost_start    = {"error:read_multiline_reply", "error:smtp start session"};
