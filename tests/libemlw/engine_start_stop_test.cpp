@@ -19,10 +19,12 @@
 #include "tests/support/mail_server.h"
 #include "tests/support/slot.h"
 #include "tests/support/trace_recorder.h"
+#include "tests/support/wait_until.h"
 
 using namespace zelieml;
 using zelieml::test::mail_server;
 using zelieml::test::strings;
+using zelieml::test::wait_until;
 
 namespace
 {
@@ -31,15 +33,6 @@ strings operator+(strings a, strings const& b)
 {
     a.insert(a.end(), b.begin(), b.end());
     return a;
-}
-
-// Whether something that another thread does has been done, or is within 30 s.
-bool wait_until(std::function<bool()> const& done)
-{
-    for (int ms = 0; ms < 30000 && !done(); ++ms) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    return done();
 }
 
 }  // namespace

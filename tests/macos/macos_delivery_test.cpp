@@ -14,6 +14,7 @@
 #include "support/gate.h"
 #include "tests/macos/fake/fake.h"
 #include "tests/support/notification_room.h"
+#include "tests/support/wait_until.h"
 
 namespace zelieml::test
 {
@@ -25,10 +26,7 @@ using texts = std::vector<std::string>;
 // Whether so many notifications come to wait for their delivery.
 bool wait_for_undelivered(int count)
 {
-    for (int i = 0; i < 2000 && fake::undelivered() != count; ++i) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    return fake::undelivered() == count;
+    return wait_until([&] { return fake::undelivered() == count; });
 }
 
 SInt32 run_loop(double seconds, bool one_only = false)

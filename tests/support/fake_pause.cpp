@@ -24,16 +24,6 @@ int                     waiting = 0;
 int                     begun   = 0;
 std::function<void()>   action_after;
 
-// With guard held: until a worker waits and nothing is left to pass.
-void wait_until_idle(std::unique_lock<std::mutex>& hold)
-{
-    if (!changed.wait_for(hold, std::chrono::seconds(30),
-                          [] { return allowed == 0 && waiting > 0; })) {
-        ADD_FAILURE() << "no worker came to its pause; " << allowed << " pauses were left";
-        allowed = 0;
-    }
-}
-
 }  // namespace
 
 namespace zelieml
@@ -89,7 +79,11 @@ void test::let_pauses_pass(int count)
 void test::wait_for_pause()
 {
     std::unique_lock<std::mutex> hold(guard);
-    wait_until_idle(hold);
+    if (!changed.wait_for(hold, std::chrono::seconds(30),
+                          [] { return allowed == 0 && waiting > 0; })) {
+        ADD_FAILURE() << "no worker came to its pause; " << allowed << " pauses were left";
+        allowed = 0;
+    }
 }
 
 void test::after_each_pause(std::function<void()> const& action)

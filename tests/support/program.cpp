@@ -6,7 +6,6 @@
 #include <spawn.h>
 #include <sys/wait.h>
 #include <system_error>
-#include <thread>
 #include <unistd.h>
 
 extern char** environ;
@@ -114,11 +113,6 @@ int run_program(std::vector<std::string> const& words, std::string const& input)
     int const status = p.wait();
     EXPECT_GE(status, 0) << p.err();
     return status;
-}
-
-void wait_ms(int ms)
-{
-    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
 }
 
 }  // namespace zelieml::test

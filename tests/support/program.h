@@ -3,13 +3,13 @@
 #ifndef ZELIEML_TESTS_SUPPORT_PROGRAM_H
 #define ZELIEML_TESTS_SUPPORT_PROGRAM_H
 
-#include <chrono>
 #include <string>
 #include <sys/types.h>
 #include <vector>
 
 #include "support/unique_fd.h"
 #include "tests/support/files.h"
+#include "tests/support/wait_until.h"
 
 namespace zelieml::test
 {
@@ -54,26 +54,6 @@ private:
 
 // Runs a program with this input to its end. Returns the exit status, or minus the signal.
 int run_program(std::vector<std::string> const& words, std::string const& input = "");
-
-// Waits until a condition holds; false when it does not within the limit.
-template <class Condition>
-bool wait_until(Condition&& holds, std::chrono::milliseconds limit = std::chrono::seconds(20));
-
-// Waits for some milliseconds.
-void wait_ms(int ms);
-
-template <class Condition>
-bool wait_until(Condition&& holds, std::chrono::milliseconds limit)
-{
-    auto const deadline = std::chrono::steady_clock::now() + limit;
-    while (!holds()) {
-        if (std::chrono::steady_clock::now() > deadline) {
-            return false;
-        }
-        wait_ms(2);
-    }
-    return true;
-}
 
 }  // namespace zelieml::test
 
