@@ -17,6 +17,7 @@
 #include "platform/notification.h"
 #include "support/gate.h"
 #include "tests/support/notification_room.h"
+#include "tests/support/threads.h"
 
 namespace zelieml::test
 {
@@ -27,20 +28,6 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 using texts = std::vector<std::string>;
-
-std::size_t threads_of_the_process()
-{
-    return list_directory("/proc/self/task").size();
-}
-
-// A thread that has ended may still be listed for a moment.
-bool threads_become(std::size_t count)
-{
-    for (int i = 0; i < 2000 && threads_of_the_process() != count; ++i) {
-        std::this_thread::sleep_for(milliseconds(5));
-    }
-    return threads_of_the_process() == count;
-}
 
 TEST(Value, ThatIsTooLongForADatagramIsNotDelivered)
 {
@@ -59,11 +46,11 @@ TEST(AddingAndRemoving, LeavesNothing)
 {
     notification_room const room;
     add_and_remove(50);
-    std::size_t const threads     = threads_of_the_process();
+    int const         threads     = running_threads();
     int const         descriptors = open_descriptors();
     std::size_t const bytes       = ::mallinfo2().uordblks;  // 0 under a sanitizer, which looks too
     add_and_remove(200);
-    EXPECT_TRUE(threads_become(threads));
+    EXPECT_TRUE(wait_for_running_threads(threads));
     EXPECT_EQ(open_descriptors(), descriptors);
     EXPECT_TRUE(notification_room::sockets(room.own()).empty());
     EXPECT_LT(::mallinfo2().uordblks, bytes + 200 * sizeof(void*))
@@ -85,9 +72,9 @@ TEST(AddingAndRemoving, FromItsDeliveryLeavesNothingEither)
 {
     notification_room const room;
     add_and_remove(1);
-    std::size_t const threads     = threads_of_the_process();
-    int const         descriptors = open_descriptors();
-    int const         mappings    = memory_mappings();
+    int const threads     = running_threads();
+    int const descriptors = open_descriptors();
+    int const mappings    = memory_mappings();
     for (int i = 0; i < 50; ++i) {
         gate      begin;
         listener* self = nullptr;
@@ -99,7 +86,7 @@ TEST(AddingAndRemoving, FromItsDeliveryLeavesNothingEither)
         begin.open();
         post("object", "hello");
         EXPECT_EQ(one.heard().wait_for(1), 1U);
-        EXPECT_TRUE(threads_become(threads));
+        EXPECT_TRUE(wait_for_running_threads(threads));
     }
     EXPECT_EQ(open_descriptors(), descriptors);
     EXPECT_LT(memory_mappings(), mappings + 50) << "less than one each time";
