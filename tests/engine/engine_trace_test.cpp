@@ -9,6 +9,7 @@
 #include "tests/support/fake_clock.h"
 #include "tests/support/fake_pause.h"
 #include "tests/support/program.h"
+#include "tests/support/skip.h"
 #include "tests/support/trace_recorder.h"
 #include "tests/support/workplace.h"
 
@@ -108,6 +109,7 @@ TEST_F(EngineTraces, OfStartAndStop)
 
 TEST_F(EngineTraces, OfAStartThatFails)
 {
+    SKIP_UNLESS(test::has_backend("linux"), "another back end has no sockets in directories");
     strings const     no_thread = {"eml_start in",    "workdir = %s",       "stock_symbol = %s",
                                    "start_thread in", "error:start_thread", "error: ieml::start"};
     std::string const no_symbol(255, 's');

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/support/program.h"
+#include "tests/support/skip.h"
 #include "tests/support/workplace.h"
 
 namespace zelieml::test
@@ -15,7 +16,18 @@ notification_root const root;
 
 }  // namespace
 
-TEST(ForkEngine, RunsBesideThoseOfTheParent)
+class ForkEngine : public ::testing::Test
+{
+protected:
+    void SetUp() override
+    {
+        SKIP_UNLESS(has_backend("linux"), "macOS allows no notifications in a forked child");
+        SKIP_UNLESS(!has_sanitizer("thread"),
+                    "the thread sanitizer allows no threads in a forked child");
+    }
+};
+
+TEST_F(ForkEngine, RunsBesideThoseOfTheParent)
 {
     mail_server server;
     mail_server other;
@@ -30,7 +42,7 @@ TEST(ForkEngine, RunsBesideThoseOfTheParent)
 }
 
 // Its only thread is the copy of the worker.
-TEST(ForkEngine, EndsInAChildThatReturnsFromACallback)
+TEST_F(ForkEngine, EndsInAChildThatReturnsFromACallback)
 {
     mail_server server;
     workplace   work(server.smtp_port());

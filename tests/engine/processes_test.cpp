@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "tests/support/program.h"
+#include "tests/support/skip.h"
 #include "tests/support/workplace.h"
 
 namespace zelieml::test
@@ -135,6 +136,7 @@ TEST(Processes, DeliverThreeHundredMailsOnceEach)
 
 TEST(Processes, AnEngineThatWasKilledCanBeStartedAgain)
 {
+    SKIP_UNLESS(has_backend("linux"), "another back end has no sockets in directories");
     mail_server server;
     workplace   work(server.smtp_port());
     {
@@ -164,6 +166,7 @@ TEST(Processes, AnEngineThatWasKilledCanBeStartedAgain)
 // Beside the socket that a killed engine has left, a second one of the same symbol is heard.
 TEST(Processes, ADeadEngineIsNoObstacleToALivingOne)
 {
+    SKIP_UNLESS(has_backend("linux"), "another back end has no sockets in directories");
     mail_server server;
     workplace   work(server.smtp_port());
     for (int killed = 0; killed < 3; ++killed) {
@@ -235,6 +238,7 @@ TEST(Processes, APosterThatIsKilledHarmsNobody)
 
 TEST(Processes, AnEngineThatIsSuspendedDelaysAPosterLittle)
 {
+    SKIP_UNLESS(has_backend("linux"), "with another back end no poster waits");
     mail_server       server;
     workplace         work(server.smtp_port());
     engine_program    engine(work, "symbol");
@@ -268,6 +272,7 @@ TEST(Processes, AnEngineThatIsSuspendedDelaysAPosterLittle)
 
 TEST(Processes, AChildDoesNotKeepADeadEngineAlive)
 {
+    SKIP_UNLESS(has_backend("linux"), "another back end has no sockets in directories");
     mail_server server;
     workplace   work(server.smtp_port());
     auto        engine = peer("outlive", {work.path(), "symbol"});
@@ -301,6 +306,7 @@ TEST(Processes, AChildDoesNotKeepADeadEngineAlive)
 
 TEST(Processes, AChildMayPostAndStopItsCopyOfAnEngine)
 {
+    SKIP_UNLESS(has_backend("linux"), "macOS allows no notifications in a forked child");
     mail_server server;
     workplace   work(server.smtp_port());
     auto        engine = peer("fork", {work.path(), "symbol"});
@@ -315,6 +321,7 @@ TEST(Processes, AChildMayPostAndStopItsCopyOfAnEngine)
 // In the middle of a send, or of a callback.
 TEST(Processes, AHostMayEndWithoutStoppingItsEngine)
 {
+    SKIP_UNLESS(has_backend("linux"), "another back end has no sockets in directories");
     mail_server                             server;
     std::vector<std::unique_ptr<workplace>> work;
     std::vector<std::unique_ptr<program>>   hosts;

@@ -1,6 +1,7 @@
 // notification_place_test.cpp - the directories of the sockets, and the users they are for
 //
-// Run by root, the test is several users; run by one of them it shows what one user can see.
+// Run by root, the test is several users; run by one of them it shows what one user can see, and
+// skips the rest.
 
 #include <algorithm>
 #include <cerrno>
@@ -23,6 +24,7 @@
 #include "support/unique_fd.h"
 #include "tests/platform/notification_peers.h"
 #include "tests/support/notification_room.h"
+#include "tests/support/skip.h"
 
 namespace zelieml::test
 {
@@ -199,10 +201,26 @@ void make_directory(std::string const& path, uid_t owner = ::geteuid())
     EXPECT_EQ(::chown(path.c_str(), owner, static_cast<gid_t>(-1)), 0) << path;
 }
 
+using room_of = notification_room const&;
+
+void expect_refused(std::vector<spoiled_place> const& cases)
+{
+    for (auto const& c : cases) {
+        notification_room const room;
+        c.spoil(room);
+        texts const    before      = room.everything();
+        int const      descriptors = open_descriptors();
+        listener const one("object");
+        EXPECT_EQ(one.added(), -1) << c.reason;
+        EXPECT_EQ(post("object", "hello"), 0) << c.reason;
+        EXPECT_EQ(room.everything(), before) << c.reason;
+        EXPECT_EQ(open_descriptors(), descriptors) << c.reason;
+    }
+}
+
 TEST(Place, ThatIsNotOursIsRefused)
 {
-    using room_of                    = notification_room const&;
-    std::vector<spoiled_place> cases = {
+    expect_refused({
         {"a file in the place of the own", [](room_of room) { write_file(room.own(), "a file"); }},
         {"a link to a good directory in the place of the own",
          [](room_of room) {
@@ -226,24 +244,18 @@ TEST(Place, ThatIsNotOursIsRefused)
              EXPECT_EQ(::rmdir((room.root() + "/tmp").c_str()), 0);
              write_file(room.root() + "/tmp", "a file");
          }},
-    };
-    if (is_root()) {
-        cases.push_back({"another user's directory in the place of the own",
-                         [](room_of room) { make_directory(room.own(), one_user); }});
-        cases.push_back({"a user's directory in the place of the shared one",
-                         [](room_of room) { make_directory(room.shared(), one_user); }});
-    }
-    for (auto const& c : cases) {
-        notification_room const room;
-        c.spoil(room);
-        texts const    before      = room.everything();
-        int const      descriptors = open_descriptors();
-        listener const one("object");
-        EXPECT_EQ(one.added(), -1) << c.reason;
-        EXPECT_EQ(post("object", "hello"), 0) << c.reason;
-        EXPECT_EQ(room.everything(), before) << c.reason;
-        EXPECT_EQ(open_descriptors(), descriptors) << c.reason;
-    }
+    });
+}
+
+TEST(Place, ThatIsAnotherUsersIsRefused)
+{
+    SKIP_UNLESS_ROOT("a directory of another user's");
+    expect_refused({
+        {"another user's directory in the place of the own",
+         [](room_of room) { make_directory(room.own(), one_user); }},
+        {"a user's directory in the place of the shared one",
+         [](room_of room) { make_directory(room.shared(), one_user); }},
+    });
 }
 
 TEST(Place, ThatCannotBeWrittenIsRefused)
@@ -333,44 +345,49 @@ TEST(Place, LosesSocketsThatNeverGotTheirNames)
     }
 }
 
-TEST(Place, IsOnePerUserAndRootsToLookInto)
+// What an observer hears of a post while its directory has another name, and then has its own.
+texts heard_from(std::string const& name)
 {
     notification_room const room;
     listener                one("object");
+    std::string const       renamed = room.root() + "/tmp/" + name;
+    EXPECT_EQ(::rename(room.own().c_str(), renamed.c_str()), 0) << name;
+    EXPECT_EQ(post("object", "there"), 0);
+    EXPECT_EQ(::rename(renamed.c_str(), room.own().c_str()), 0) << name;
+    EXPECT_EQ(post("object", "back"), 0);
+    EXPECT_TRUE(one.heard().wait_for_last("back")) << name;
+    return one.heard().all();
+}
+
+TEST(Place, HasANameThatIsWrittenInOneWay)
+{
     struct {
         char const* name;
-        bool        heard_by_root;
         char const* reason;
     } const cases[] = {
-        {".zelieml-4713", true, "another user's number"},
-        {".zelieml-00", false, "a number is written in one way"},
-        {".zelieml-+0", false, "a number is written in one way"},
-        {".zelieml- 0", false, "a number is written in one way"},
-        {".zelieml-4294967296", false, "no user has such a number"},
-        {".zelieml-0x", false, "not a number"},
-        {".zelieml-root", false, "not a number"},
-        {".zelieml-", false, "no number"},
-        {"zelieml-0", false, "another name"},
+        {".zelieml-00", "a number is written in one way"},
+        {".zelieml-+0", "a number is written in one way"},
+        {".zelieml- 0", "a number is written in one way"},
+        {".zelieml-4294967296", "no user has such a number"},
+        {".zelieml-0x", "not a number"},
+        {".zelieml-root", "not a number"},
+        {".zelieml-", "no number"},
+        {"zelieml-0", "another name"},
     };
-    texts wanted;
     for (auto const& c : cases) {
-        std::string const renamed = room.root() + "/tmp/" + c.name;
-        ASSERT_EQ(::rename(room.own().c_str(), renamed.c_str()), 0);
-        EXPECT_EQ(post("object", c.name), 0);
-        ASSERT_EQ(::rename(renamed.c_str(), room.own().c_str()), 0);
-        if (c.heard_by_root && is_root()) {
-            wanted.push_back(c.name);
-        }
-        wanted.push_back("after " + std::string(c.name));
-        EXPECT_EQ(post("object", wanted.back()), 0);
-        EXPECT_TRUE(one.heard().wait_for_last(wanted.back())) << c.name;
-        EXPECT_EQ(one.heard().all(), wanted) << c.reason;
+        EXPECT_EQ(heard_from(c.name), texts{"back"}) << c.reason;
     }
+}
+
+TEST(Place, OfAnyUserIsRootsToLookInto)
+{
+    SKIP_UNLESS_ROOT("to look into another user's directory");
+    EXPECT_EQ(heard_from(".zelieml-4713"), (texts{"there", "back"}));
 }
 
 // ------------------------------------------------------------------ users
 
-TEST(Users, ReachTheirOwnObserversAndRootReachesAll)
+TEST(Users, ReachTheirOwnObservers)
 {
     notification_room const room;
     uid_t const             user = ordinary_user();
@@ -379,32 +396,34 @@ TEST(Users, ReachTheirOwnObserversAndRootReachesAll)
     ASSERT_EQ(observer.observe("object"), "0");
     EXPECT_EQ(notification_room::sockets(room.own(user)).size(), 1U);
     EXPECT_EQ(mode_of(room.own(user)), 0700U);
-    texts wanted;
-    if (is_root()) {
-        notification_peer stranger(within(room, another_user));
-        EXPECT_EQ(stranger.post("object", "the stranger").result, 0);
-        EXPECT_EQ(post("object", "root"), 0);
-        wanted.push_back("root");
-    }
     EXPECT_EQ(same.post("object", "the same user").result, 0);
-    wanted.push_back("the same user");
-    EXPECT_EQ(observer.wait_for(wanted.size()), wanted.size());
-    EXPECT_EQ(observer.values(), wanted);
+    EXPECT_EQ(observer.wait_for(1), 1U);
+    EXPECT_EQ(observer.values(), texts{"the same user"});
+}
+
+TEST(Users, DoNotReachEachOthersObserversButRootReachesAll)
+{
+    SKIP_UNLESS_ROOT("several users");
+    notification_room const room;
+    notification_peer       observer(within(room, one_user));
+    notification_peer       stranger(within(room, another_user));
+    ASSERT_EQ(observer.observe("object"), "0");
+    EXPECT_EQ(stranger.post("object", "the stranger").result, 0);
+    EXPECT_EQ(post("object", "root"), 0);
+    EXPECT_EQ(observer.wait_for(1), 1U);
+    EXPECT_EQ(observer.values(), texts{"root"});
 }
 
 TEST(Users, DoNotReachRootsOwnObserver)
 {
+    SKIP_UNLESS_ROOT("an observer of root's");
     notification_room const room;
-    listener                here("object");  // root's, or the only user's there is
-    notification_peer       other(within(room, ordinary_user()));
+    listener                here("object");
+    notification_peer       other(within(room, one_user));
     EXPECT_EQ(other.post("object", "the other").result, 0);
-    EXPECT_EQ(post("object", "the same user"), 0);
-    texts wanted = {"the same user"};
-    if (!is_root()) {
-        wanted.insert(wanted.begin(), "the other");
-    }
-    EXPECT_TRUE(here.heard().wait_for_last("the same user"));
-    EXPECT_EQ(here.heard().all(), wanted);
+    EXPECT_EQ(post("object", "root"), 0);
+    EXPECT_TRUE(here.heard().wait_for_last("root"));
+    EXPECT_EQ(here.heard().all(), texts{"root"});
 }
 
 TEST(Users, FindObserversInEveryOrderOfAppearance)
@@ -431,22 +450,30 @@ TEST(Users, FindObserversInEveryOrderOfAppearance)
     EXPECT_TRUE(notification_room::sockets(room.shared()).empty());
 }
 
-TEST(Users, CannotRemoveWhatAnotherLeftInTheSharedPlace)
+TEST(Users, RemoveWhatTheirOwnLeftInTheSharedPlace)
 {
     notification_room const room;
     room.share();
     notification_peer dead(within(room, ordinary_user()));
     ASSERT_EQ(dead.observe("object"), "0");
     dead.signal(SIGKILL);
-    if (is_root()) {
-        notification_peer stranger(within(room, another_user));
-        auto const        posted = stranger.post("object", "hello");
-        EXPECT_EQ(posted.result, 0);
-        EXPECT_LT(posted.ms, 400);
-        EXPECT_EQ(notification_room::sockets(room.shared()).size(), 1U);
-    }
     EXPECT_EQ(post("object", "hello"), 0);
     EXPECT_TRUE(notification_room::sockets(room.shared()).empty());
+}
+
+TEST(Users, CannotRemoveWhatAnotherLeftInTheSharedPlace)
+{
+    SKIP_UNLESS_ROOT("several users");
+    notification_room const room;
+    room.share();
+    notification_peer dead(within(room, one_user));
+    ASSERT_EQ(dead.observe("object"), "0");
+    dead.signal(SIGKILL);
+    notification_peer stranger(within(room, another_user));
+    auto const        posted = stranger.post("object", "hello");
+    EXPECT_EQ(posted.result, 0);
+    EXPECT_LT(posted.ms, 400);
+    EXPECT_EQ(notification_room::sockets(room.shared()).size(), 1U);
 }
 
 // ------------------------------------------------------------------ whom an observer believes
@@ -521,14 +548,15 @@ TEST(Trust, IsInTheOwnUserWhateverTheFile)
 
 TEST(Trust, IsInRootWhateverTheFile)
 {
+    SKIP_UNLESS_ROOT("to post as root to another user");
     notification_room const room;
     room.share();
     owned_files const files(room);
-    notification_peer observer(within(room, ordinary_user()));
+    notification_peer observer(within(room, one_user));
     ASSERT_EQ(observer.observe("object"), "0");
-    texts const paths = {files.file("own.sme", ordinary_user()), files.path("missing.sme")};
+    texts const paths = {files.file("own.sme", one_user), files.path("missing.sme")};
     for (std::string const& path : paths) {
-        EXPECT_EQ(post("object", path), 0);  // root, or the user who is trusted as well
+        EXPECT_EQ(post("object", path), 0);
     }
     EXPECT_EQ(observer.wait_for(paths.size()), paths.size());
     EXPECT_EQ(observer.values(), paths);
@@ -536,11 +564,7 @@ TEST(Trust, IsInRootWhateverTheFile)
 
 TEST(Trust, IsInAStrangerWhoOwnsTheFile)
 {
-    if (!is_root()) {
-        // There is no stranger to be. What is left to show stands in the next test.
-        EXPECT_NE(::seteuid(0), 0);
-        return;
-    }
+    SKIP_UNLESS_ROOT("a stranger");
     notification_room const room;
     room.share();
     owned_files const files(room);
@@ -589,10 +613,7 @@ TEST(Trust, IsInAStrangerWhoOwnsTheFile)
 // What is his own to change is nobody else's to rely on.
 TEST(Trust, IsNotInAStrangersOwnDirectories)
 {
-    if (!is_root()) {
-        EXPECT_NE(::seteuid(0), 0) << "there is no stranger to be";
-        return;
-    }
+    SKIP_UNLESS_ROOT("a stranger");
     struct {
         char const* reason;
         char const* path;  // below the folder that is open to all
@@ -661,24 +682,20 @@ TEST(Trust, IsNotInAStrangersOwnDirectories)
 
 TEST(Trust, FollowsTheEffectiveUser)
 {
+    SKIP_UNLESS_ROOT("to change the effective user");
     notification_room const room;
     room.share();
     owned_files const files(room);
-    uid_t const       self = ::geteuid();
-    uid_t const       user = is_root() ? another_user : self;
-    std::string const own  = files.file("own.sme", user);
-    std::string const mine = files.file("mine.sme", self);
-    notification_peer observer(within(room, ordinary_user()));
+    std::string const own  = files.file("own.sme", another_user);
+    std::string const mine = files.file("mine.sme", 0);
+    notification_peer observer(within(room, one_user));
     ASSERT_EQ(observer.observe("object"), "0");
-    ASSERT_EQ(::seteuid(user), 0);
+    ASSERT_EQ(::seteuid(another_user), 0);
     EXPECT_EQ(post("object", mine), 0);
     EXPECT_EQ(post("object", own), 0);
-    ASSERT_EQ(::seteuid(self), 0);
+    ASSERT_EQ(::seteuid(0), 0);
     EXPECT_EQ(post("object", "end"), 0);
-    texts wanted = {own, "end"};
-    if (!is_root()) {
-        wanted.insert(wanted.begin(), mine);  // the same user all along
-    }
+    texts const wanted = {own, "end"};
     EXPECT_EQ(observer.wait_for(wanted.size()), wanted.size());
     EXPECT_EQ(observer.values(), wanted);
 }

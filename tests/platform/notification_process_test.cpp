@@ -18,6 +18,7 @@
 #include "platform/notification.h"
 #include "tests/platform/notification_peers.h"
 #include "tests/support/notification_room.h"
+#include "tests/support/skip.h"
 
 namespace zelieml::test
 {
@@ -172,9 +173,12 @@ void meet_in_the_real_places(uid_t user)
 TEST(Processes, WithoutAnyEnvironmentMeetInTheRealPlaces)
 {
     meet_in_the_real_places(::geteuid());
-    if (::geteuid() == 0) {
-        meet_in_the_real_places(4711);
-    }
+}
+
+TEST(Processes, OfAnotherUserWithoutAnyEnvironmentMeetThereToo)
+{
+    SKIP_UNLESS_ROOT("another user");
+    meet_in_the_real_places(4711);
 }
 
 // ------------------------------------------------------------------ many at once
