@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "tests/support/program.h"
+#include "tests/support/threads.h"
 #include "tests/support/workplace.h"
 
 namespace zelieml::test
@@ -76,7 +77,7 @@ TEST(Stop, LetsNothingReachTheCallbacksAfterwards)
     engine.stop();
     EXPECT_EQ(root.sockets(), strings());
     EXPECT_EQ(post_mail(work.path(), "symbol", "after"), 0);
-    wait_ms(1200);
+    EXPECT_TRUE(wait_until_ended(engine.results.caller())) << "nobody is left to send or to call";
     EXPECT_EQ(engine.results.all().size(), 1u);
     EXPECT_EQ(work.messages().size(), 1u);
 }
@@ -129,9 +130,9 @@ TEST_P(StopInACallback, ReturnsAtOnceAndNothingMoreIsSent)
     }
     EXPECT_TRUE(results.wait_for(1)) << "the callbacks behind it are called";
     EXPECT_EQ(mine.status, 0);
-    EXPECT_TRUE(wait_until([&] { return work.messages().size() == 2; }));
+    EXPECT_TRUE(wait_until_ended(results.caller())) << "nobody is left to send or to call";
+    EXPECT_EQ(work.messages().size(), 2u);
     EXPECT_EQ(root.sockets(), strings());
-    wait_ms(1200);
     EXPECT_EQ(results.all(), std::vector<result>{sent});
     EXPECT_EQ(mine.entered, 1);
     EXPECT_EQ(subjects_of(server.mails()), strings{"mail.0"});
@@ -204,18 +205,18 @@ TEST(Stop, OfAnotherEngineInACallbackWaitsForThatOne)
 TEST(Stop, OfSeveralPathsIsMadeByTheFirst)
 {
     struct late {
-        void*             eml     = nullptr;
-        std::atomic<bool> entered = false;
-        std::atomic<bool> go_on   = false;
-        int               status  = -2;
-        void*             seen    = nullptr;
+        void*                  eml      = nullptr;
+        std::atomic<bool>      entered  = false;
+        std::atomic<thread_id> stopping = 0;
+        int                    status   = -2;
+        void*                  seen     = nullptr;
 
         static int stop_again(void*, void* user)
         {
             auto* const self = static_cast<late*>(user);
             self->entered    = true;
-            wait_until([&] { return self->go_on.load(); });
-            wait_ms(300);  // the other has begun meanwhile, and waits
+            wait_until([&] { return self->stopping != 0; });
+            EXPECT_TRUE(wait_until_blocked(self->stopping));
             void* copy   = self->eml;
             self->status = eml_stop_multi(&copy);
             self->seen   = copy;
@@ -230,8 +231,8 @@ TEST(Stop, OfSeveralPathsIsMadeByTheFirst)
     EXPECT_EQ(eml_set_callback(mine.eml, late::stop_again, &mine), 0);
     EXPECT_EQ(post_mail(work.path(), "symbol", "x"), 0);
     EXPECT_TRUE(wait_until([&] { return mine.entered.load(); }));
-    void* eml  = mine.eml;
-    mine.go_on = true;
+    void* eml     = mine.eml;
+    mine.stopping = this_thread();
     EXPECT_EQ(eml_stop_multi(&eml), 0);
     EXPECT_EQ(eml, nullptr);
     EXPECT_EQ(mine.status, 0);

@@ -27,18 +27,6 @@ notification_root const root;
 
 constexpr auto duration = 7s;  // three or four looks into the work directory
 
-// The subject of a message file.
-std::string subject_of_file(std::string const& path)
-{
-    char  text[64] = "";
-    void* msg      = nullptr;
-    if (eml_msg_load(&msg, path.c_str()) == 0) {
-        eml_msg_get_subject(msg, text, sizeof text);
-    }
-    eml_msg_destroy(msg);
-    return text;
-}
-
 // Callbacks that come and go: each takes itself out, and the next one in.
 template <int number>
 struct shifting {

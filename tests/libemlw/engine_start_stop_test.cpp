@@ -7,7 +7,6 @@
 #include <memory>
 #include <pthread.h>
 #include <sys/wait.h>
-#include <thread>
 #include <type_traits>
 #include <unistd.h>
 
@@ -18,6 +17,7 @@
 #include "tests/support/fake_thread.h"
 #include "tests/support/mail_server.h"
 #include "tests/support/slot.h"
+#include "tests/support/threads.h"
 #include "tests/support/trace_recorder.h"
 #include "tests/support/wait_until.h"
 
@@ -466,16 +466,11 @@ TEST_F(EngineStop, WaitsForANotificationThatIsBeingDelivered)
     start();
     iqmgr& manager = queue();
     ASSERT_EQ(::pthread_mutex_lock(&manager.mutex()), 0);
-    std::thread       delivering([this] { post("a"); });
-    std::atomic<bool> stopped{false};
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));
-    std::thread stopping([&] {
-        stop();
-        stopped = true;
-    });
+    test::waiter delivering([this] { post("a"); });
+    EXPECT_TRUE(delivering.gets_blocked());
+    test::waiter stopping([this] { stop(); });
     EXPECT_TRUE(wait_until([] { return test::live_threads() == 0; }));
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));
-    EXPECT_FALSE(stopped);
+    EXPECT_TRUE(stopping.gets_blocked());
     ASSERT_EQ(::pthread_mutex_unlock(&manager.mutex()), 0);
     delivering.join();
     stopping.join();

@@ -18,6 +18,7 @@
 #include "tests/support/fake_resolver.h"
 #include "tests/support/files.h"
 #include "tests/support/scripted_server.h"
+#include "tests/support/threads.h"
 #include "tests/support/trace_recorder.h"
 #include "tools/mailserver/server.h"
 
@@ -392,9 +393,9 @@ TEST_F(SendQueue, ReadsTheQueueUnderTheEnginesMutex)
     message("a");
     ASSERT_EQ(::pthread_mutex_lock(&engine_.mutex), 0);
     test::clear_traces();
-    std::thread worker([this] { send_queue(&engine_, 0, 0); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));
-    EXPECT_EQ(fresh(), strings{file("a")}) << "it has to wait";
+    test::waiter worker([this] { send_queue(&engine_, 0, 0); });
+    EXPECT_TRUE(worker.gets_blocked());
+    EXPECT_EQ(fresh(), strings{file("a")});
     ASSERT_EQ(::pthread_mutex_unlock(&engine_.mutex), 0);
     worker.join();
     EXPECT_EQ(test::traces().front(), "send_queue in");

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <condition_variable>
 #include <csignal>
 #include <gtest/gtest.h>
@@ -19,6 +18,7 @@
 #include "platform/directory.h"
 #include "tests/libemlw/engine_room.h"
 #include "tests/support/mail_server.h"
+#include "tests/support/threads.h"
 #include "tests/support/trace_recorder.h"
 
 using namespace zelieml;
@@ -158,9 +158,9 @@ TEST_F(EngineAtRest, AddsUnderTheManagersMutex)
 {
     iqmgr& queue = *engine_.queue.load();
     ASSERT_EQ(::pthread_mutex_lock(&queue.mutex()), 0);
-    std::thread delivering([] { announce("/w/a.sme"); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));
-    EXPECT_EQ(fresh(), strings()) << "it has to wait";
+    test::waiter delivering([] { announce("/w/a.sme"); });
+    EXPECT_TRUE(delivering.gets_blocked());
+    EXPECT_EQ(fresh(), strings());
     ASSERT_EQ(::pthread_mutex_lock(&engine_.mutex), 0) << "and does not need the engine's";
     ASSERT_EQ(::pthread_mutex_unlock(&queue.mutex()), 0);
     delivering.join();
@@ -617,17 +617,12 @@ TEST_F(Worker, StoppedInTheMiddleOfAPassFinishesOneMailAndLeavesTheRest)
         changed.wait(hold, [&] { return mail_is_there; });
     }
     test::clear_traces();
-    std::atomic<bool> stopped{false};
-    _s_iemlw&         engine = context();
-    std::thread       stopping([&] {
-        stop();
-        stopped = true;
-    });
+    _s_iemlw&    engine = context();
+    test::waiter stopping([&] { stop(); });
     while (!engine.stop) {
         std::this_thread::yield();
     }
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));
-    EXPECT_FALSE(stopped) << "it waits for the mail";
+    EXPECT_TRUE(stopping.gets_blocked()) << "it waits for the mail";
     {
         std::lock_guard<std::mutex> const hold(guard);
         go_on = true;
@@ -665,6 +660,8 @@ TEST_F(Worker, ThatIsStoppedLeavesItsFilesToTheNextStartWhichDeletesThem)
 
 TEST_F(Worker, ThatWasStoppedReportsNothingAnyMore)
 {
+    test::thread_id worker = 0;
+    attempts_.action       = [&] { worker = test::this_thread(); };
     start();
     post("a");
     cycles(1);
@@ -673,7 +670,7 @@ TEST_F(Worker, ThatWasStoppedReportsNothingAnyMore)
     EXPECT_EQ(attempts_.list().size(), 1U) << "b was chosen in the last cycle and not sent";
     EXPECT_EQ(test::observers(), 0);
     post("c");
-    std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    EXPECT_TRUE(test::wait_until_ended(worker)) << "nobody is left to report";
     EXPECT_EQ(attempts_.list().size(), 1U);
     EXPECT_EQ(on_disk(), (strings{"a.sme", "b.sme", "c.sme"}));
 }

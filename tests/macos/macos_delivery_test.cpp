@@ -4,7 +4,6 @@
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <atomic>
-#include <chrono>
 #include <gtest/gtest.h>
 #include <string>
 #include <thread>
@@ -14,6 +13,7 @@
 #include "support/gate.h"
 #include "tests/macos/fake/fake.h"
 #include "tests/support/notification_room.h"
+#include "tests/support/threads.h"
 #include "tests/support/wait_until.h"
 
 namespace zelieml::test
@@ -130,8 +130,9 @@ TEST_F(RunLoop, IsWaitedForByWhoRemovesFromAnotherThread)
     ASSERT_TRUE(wait_for_undelivered(1));
     std::thread remover([&] {
         begun.wait();
-        std::thread opener([&] {
-            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        thread_id const removing = this_thread();
+        std::thread     opener([&] {
+            EXPECT_TRUE(wait_until_blocked(removing));
             may_end.open();
         });
         EXPECT_EQ(one.remove(), 0);

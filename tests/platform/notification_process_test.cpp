@@ -19,6 +19,7 @@
 #include "tests/platform/notification_peers.h"
 #include "tests/support/notification_room.h"
 #include "tests/support/skip.h"
+#include "tests/support/threads.h"
 
 namespace zelieml::test
 {
@@ -300,9 +301,10 @@ TEST(StoppedObserver, IsWaitedForUntilItGoesOn)
     notification_peer       observer(within(room));
     ASSERT_EQ(observer.observe("object"), "0");
     observer.signal(SIGSTOP);
-    auto const  fitted = static_cast<std::size_t>(fill("object"));
-    std::thread waker([&] {
-        std::this_thread::sleep_for(milliseconds(100));
+    auto const      fitted = static_cast<std::size_t>(fill("object"));
+    thread_id const poster = this_thread();
+    std::thread     waker([&] {
+        EXPECT_TRUE(wait_until_blocked(poster));
         observer.signal(SIGCONT);
     });
     EXPECT_EQ(post("object", "n " + std::to_string(fitted)), 0);
@@ -361,8 +363,9 @@ TEST(KilledObserver, FreesThoseWhoWaitForIt)
     ASSERT_EQ(observer.observe("object"), "0");
     observer.signal(SIGSTOP);
     fill("object");
-    std::thread killer([&] {
-        std::this_thread::sleep_for(milliseconds(50));
+    thread_id const poster = this_thread();
+    std::thread     killer([&] {
+        EXPECT_TRUE(wait_until_blocked(poster));
         observer.signal(SIGKILL);
     });
     EXPECT_LT(time_of([] { EXPECT_EQ(post("object", "too much"), 0); }), at_once);

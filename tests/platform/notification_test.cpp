@@ -15,6 +15,7 @@
 #include "libnotifyw/libnotifyw.h"
 #include "support/gate.h"
 #include "tests/support/notification_room.h"
+#include "tests/support/threads.h"
 
 namespace zelieml::test
 {
@@ -265,13 +266,28 @@ TEST(Order, IsThatOfTheThreadThatPosts)
 
 // ------------------------------------------------------------------ removing
 
+// Waits until nothing of so many posts is on its way to whoever else observes what the witness
+// does.
+//
+// threads  those that run when nobody else observes
+void expect_all_delivered(listener& witness, std::size_t posts, int threads)
+{
+    // The threads of others end; those who share one with the witness are called before it is over.
+    EXPECT_TRUE(wait_for_running_threads(threads));
+    EXPECT_EQ(witness.heard().wait_for(posts), posts);
+    post(witness.object(), "end");
+    EXPECT_TRUE(witness.heard().wait_for_last("end"));
+}
+
 TEST(Removing, WaitsForADeliveryInProgress)
 {
     notification_room const room;
+    listener                witness("object");
+    texts const             sockets = notification_room::sockets(room.own());
+    int const               threads = running_threads();
     gate                    begun;
     gate                    may_end;
     std::atomic<bool>       ended{false};
-    std::atomic<bool>       removed{false};
     listener                one("object", test_name, [&](std::string const&) {
         begun.open();
         may_end.wait();
@@ -282,23 +298,24 @@ TEST(Removing, WaitsForADeliveryInProgress)
     for (int i = 0; i < 5; ++i) {
         post("object", "waiting in the socket");
     }
-    std::thread remover([&] {
+    waiter remover([&] {
         EXPECT_EQ(one.remove(), 0);
         EXPECT_TRUE(ended);
-        removed = true;
     });
-    std::this_thread::sleep_for(milliseconds(200));
-    EXPECT_FALSE(removed);
-    EXPECT_TRUE(notification_room::sockets(room.own()).empty()) << "nobody is to post to it";
+    EXPECT_TRUE(remover.gets_blocked());
+    EXPECT_EQ(notification_room::sockets(room.own()), sockets) << "nobody is to post to it";
     may_end.open();
     remover.join();
-    std::this_thread::sleep_for(milliseconds(50));
+    expect_all_delivered(witness, 6, threads);
     EXPECT_EQ(one.heard().all(), texts{"the one in progress"}) << "nothing after the removal";
 }
 
 TEST(Removing, FromItsOwnDeliveryReturnsAtOnceAndIsTheEnd)
 {
     notification_room const room;
+    listener                witness("object");
+    texts const             sockets = notification_room::sockets(room.own());
+    int const               threads = running_threads();
     gate                    begun;
     gate                    may_remove;
     gate                    removed;
@@ -319,17 +336,18 @@ TEST(Removing, FromItsOwnDeliveryReturnsAtOnceAndIsTheEnd)
     removed.wait();
     EXPECT_EQ(result, 0);
     EXPECT_EQ(one.remove(), -1);
-    std::this_thread::sleep_for(milliseconds(20));
+    expect_all_delivered(witness, 3, threads);
     EXPECT_EQ(one.heard().all(), texts{"the first"});
-    EXPECT_TRUE(notification_room::sockets(room.own()).empty());
+    EXPECT_EQ(notification_room::sockets(room.own()), sockets);
 }
 
 TEST(Removing, AnotherFromADeliveryWaitsForThatOne)
 {
     notification_room const room;
-    listener                victim("victim");
     gate                    done;
     int                     result = -2;
+    listener                witness("victim");
+    listener                victim("victim");
     listener                one("object", test_name, [&](std::string const&) {
         result = victim.remove();
         done.open();
@@ -337,8 +355,10 @@ TEST(Removing, AnotherFromADeliveryWaitsForThatOne)
     post("object", "now");
     done.wait();
     EXPECT_EQ(result, 0);
+    EXPECT_EQ(one.remove(), 0);
+    int const threads = running_threads();
     post("victim", "too late");
-    std::this_thread::sleep_for(milliseconds(20));
+    expect_all_delivered(witness, 1, threads);
     EXPECT_TRUE(victim.heard().all().empty());
 }
 

@@ -3,14 +3,13 @@
 
 #include <algorithm>
 #include <atomic>
-#include <chrono>
 #include <csignal>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <malloc.h>
+#include <sstream>
 #include <string>
 #include <sys/syscall.h>
-#include <thread>
 #include <unistd.h>
 #include <vector>
 
@@ -23,9 +22,6 @@ namespace zelieml::test
 {
 namespace
 {
-
-using std::chrono::milliseconds;
-using std::chrono::seconds;
 
 using texts = std::vector<std::string>;
 
@@ -125,40 +121,36 @@ TEST(DeliveryThread, LeavesSignalsToTheHost)
     ::sigemptyset(&usr1);
     ::sigaddset(&usr1, SIGUSR1);
     ::pthread_sigmask(SIG_BLOCK, &usr1, nullptr);
+    EXPECT_NE(blocked_by_all_others() & std::uint64_t{1} << (SIGUSR1 - 1), 0U);
     ::kill(::getpid(), SIGUSR1);
-    std::this_thread::sleep_for(milliseconds(50));
-    EXPECT_EQ(handled_by, 0) << "no other thread takes it";
+    sigset_t pending;
+    ::sigpending(&pending);
+    EXPECT_EQ(::sigismember(&pending, SIGUSR1), 1) << "no other thread takes it";
+    EXPECT_EQ(handled_by, 0);
     ::pthread_sigmask(SIG_UNBLOCK, &usr1, nullptr);
     ::kill(::getpid(), SIGUSR1);
     EXPECT_EQ(handled_by, ::syscall(SYS_gettid));
     ::sigaction(SIGUSR1, &before, nullptr);
 }
 
-// The times a thread was put to sleep or interrupted.
-std::string switches_of(long thread)
-{
-    std::ifstream status("/proc/self/task/" + std::to_string(thread) + "/status");
-    std::string   found;
-    for (std::string line; std::getline(status, line);) {
-        if (line.find("ctxt_switches") != std::string::npos) {
-            found += line + "\n";
-        }
-    }
-    return found;
-}
-
 TEST(DeliveryThread, SleepsWhenThereIsNothingToDo)
 {
     notification_room const room;
-    std::atomic<long>       thread{0};
-    listener one("object", test_name, [&](std::string const&) { thread = ::syscall(SYS_gettid); });
+    std::atomic<thread_id>  thread{0};
+    listener one("object", test_name, [&](std::string const&) { thread = this_thread(); });
     post("object", "hello");
     one.heard().wait_for(1);
-    std::this_thread::sleep_for(milliseconds(100));
-    std::string const before = switches_of(thread);
-    std::this_thread::sleep_for(seconds(1));
-    EXPECT_FALSE(before.empty());
-    EXPECT_EQ(switches_of(thread), before);
+    EXPECT_TRUE(wait_until_blocked(thread));
+    // poll, two descriptors, no limit.
+    std::istringstream call(system_call_of(thread));
+    std::string        number;
+    std::string        descriptors;
+    std::string        count;
+    std::string        limit;
+    call >> number >> descriptors >> count >> limit;
+    EXPECT_EQ(number, std::to_string(SYS_poll)) << call.str();
+    EXPECT_EQ(count, "0x2") << call.str();
+    EXPECT_EQ(limit, "0xffffffff") << call.str();
 }
 
 }  // namespace

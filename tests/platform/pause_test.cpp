@@ -10,10 +10,10 @@
 #include <sys/resource.h>
 #include <sys/time.h>
 #include <sys/wait.h>
-#include <thread>
 #include <unistd.h>
 
 #include "tests/support/files.h"
+#include "tests/support/threads.h"
 
 namespace zelieml::test
 {
@@ -54,14 +54,13 @@ TEST(Pause, EndsEarlyWhenAnotherThreadSaysSo)
 {
     platform::pause pause;
     ASSERT_TRUE(pause.open());
-    std::thread other([&] {
-        std::this_thread::sleep_for(milliseconds(50));
-        pause.end();
-    });
-    auto const  time = time_of([&] { pause.wait(60000); });
-    other.join();
-    EXPECT_GE(time, milliseconds(40));
-    EXPECT_LT(time, seconds(10));
+    waiter waiting([&] { pause.wait(60000); });
+    EXPECT_TRUE(waiting.gets_blocked());
+    EXPECT_LT(time_of([&] {
+                  pause.end();
+                  waiting.join();
+              }),
+              seconds(10));
 }
 
 TEST(Pause, DoesNotBeginAfterItsEnd)
@@ -78,16 +77,18 @@ TEST(Pause, EndsForAllWhoWait)
 {
     platform::pause pause;
     ASSERT_TRUE(pause.open());
-    auto const  start = steady_clock::now();
-    std::thread waiting[3];
-    for (std::thread& thread : waiting) {
-        thread = std::thread([&] { pause.wait(60000); });
+    auto const body      = [&] { pause.wait(60000); };
+    waiter     waiting[] = {waiter(body), waiter(body), waiter(body)};
+    for (waiter const& one : waiting) {
+        EXPECT_TRUE(one.gets_blocked());
     }
-    pause.end();
-    for (std::thread& thread : waiting) {
-        thread.join();
-    }
-    EXPECT_LT(steady_clock::now() - start, seconds(10));
+    EXPECT_LT(time_of([&] {
+                  pause.end();
+                  for (waiter& one : waiting) {
+                      one.join();
+                  }
+              }),
+              seconds(10));
 }
 
 TEST(Pause, CanBeEndedAnyNumberOfTimes)
@@ -166,9 +167,8 @@ TEST(Pause, CanBeFreedInAForkedChildWhileItsParentWaits)
 {
     auto pause = std::make_unique<platform::pause>();
     ASSERT_TRUE(pause->open());
-    auto const  start = steady_clock::now();
-    std::thread waiting([&] { pause->wait(1000); });
-    std::this_thread::sleep_for(milliseconds(50));
+    waiter waiting([&] { pause->wait(60000); });
+    ASSERT_TRUE(waiting.gets_blocked());
     pid_t const child = ::fork();
     if (child == 0) {
         pause.reset();
@@ -177,8 +177,8 @@ TEST(Pause, CanBeFreedInAForkedChildWhileItsParentWaits)
     int status = -1;
     ASSERT_EQ(::waitpid(child, &status, 0), child);
     EXPECT_EQ(status, 0);
-    waiting.join();
-    EXPECT_GE(steady_clock::now() - start, milliseconds(1000)) << "the parent's lasts";
+    EXPECT_TRUE(waiting.gets_blocked()) << "the parent's lasts";
+    pause->end();
 }
 
 }  // namespace

@@ -20,6 +20,7 @@
 #include "tests/support/fake_clock.h"
 #include "tests/support/files.h"
 #include "tests/support/peers.h"
+#include "tests/support/threads.h"
 
 namespace
 {
@@ -135,9 +136,10 @@ TEST_F(PlatformConnect, GivesUpWhenTheTimeIsOver)
 
 TEST_F(PlatformConnect, GoesOnWhenThePeerTakesItsTime)
 {
-    crowded_port port;
-    std::thread  host([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    crowded_port    port;
+    thread_id const connecting = this_thread();
+    std::thread     host([&] {
+        EXPECT_TRUE(wait_until_blocked(connecting));
         port.clear();
     });
     EXPECT_EQ(platform::connect_within(fd.get(), loopback(port.number()), 20 * one_second_us), 0);

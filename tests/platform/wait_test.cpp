@@ -16,6 +16,8 @@
 #include "platform/sleep.h"
 #include "platform/socket.h"
 #include "tests/support/peers.h"
+#include "tests/support/threads.h"
+#include "tests/support/wait_until.h"
 
 namespace zelieml::test
 {
@@ -94,13 +96,14 @@ TEST(PlatformWait, EndsWhenSomethingIsThereToReceive)
 
 TEST(PlatformWait, EndsWhenSomethingComes)
 {
-    tcp_pair    pair;
-    std::thread server([&] {
-        std::this_thread::sleep_for(milliseconds(10));
-        pair.say("x");
-    });
-    EXPECT_LT(time_of([&] { platform::wait_readable(pair.client(), 20000000); }), seconds(10));
-    server.join();
+    tcp_pair pair;
+    waiter   waiting([&] { platform::wait_readable(pair.client(), 20000000); });
+    EXPECT_TRUE(waiting.gets_blocked());
+    EXPECT_LT(time_of([&] {
+                  pair.say("x");
+                  waiting.join();
+              }),
+              seconds(10));
 }
 
 TEST(PlatformWait, EndsWhenThePeerClosesOrBreaksTheConnection)
@@ -149,9 +152,10 @@ TEST(PlatformWait, IsNotEndedBySignals)
 
 TEST(PlatformWait, EndsWhenSomethingComesAmidSignals)
 {
-    tcp_pair    pair;
+    tcp_pair pair;
+    signals_caught     = 0;
     std::thread server = start_undisturbed([&] {
-        std::this_thread::sleep_for(milliseconds(50));
+        wait_until([] { return signals_caught > 3; });
         pair.say("x");
     });
     {
@@ -159,7 +163,7 @@ TEST(PlatformWait, EndsWhenSomethingComesAmidSignals)
         EXPECT_LT(time_of([&] { platform::wait_readable(pair.client(), 20000000); }), seconds(10));
     }
     server.join();
-    EXPECT_GT(signals_caught, 0);
+    EXPECT_GT(signals_caught, 3);
 }
 
 TEST(PlatformConnect, IsNotEndedBySignals)

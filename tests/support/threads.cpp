@@ -26,6 +26,11 @@ private:
 
 }  // namespace
 
+bool wait_until_ended(thread_id thread)
+{
+    return wait_until([&] { return has_ended(thread); });
+}
+
 bool wait_until_blocked(thread_id thread)
 {
     watch observed;

@@ -22,6 +22,12 @@ thread_id this_thread();
 // sleep.
 std::string sleep_of(thread_id thread);
 
+// Whether a thread of the process has left its program. One that was joined has.
+bool has_ended(thread_id thread);
+
+// Waits until it has. Returns false when that does not happen within 20 s.
+bool wait_until_ended(thread_id thread);
+
 // Waits until a thread of the process is blocked: it stays asleep until something wakes it. Returns
 // false when that does not happen within 20 s.
 bool wait_until_blocked(thread_id thread);

@@ -74,6 +74,17 @@ strings subjects_of(std::vector<mailserver::mail> const& mails)
     return subjects;
 }
 
+std::string subject_of_file(std::string const& path)
+{
+    char  text[64] = "";
+    void* msg      = nullptr;
+    if (eml_msg_load(&msg, path.c_str()) == 0) {
+        eml_msg_get_subject(msg, text, sizeof text);
+    }
+    eml_msg_destroy(msg);
+    return text;
+}
+
 strings sorted(strings texts)
 {
     std::sort(texts.begin(), texts.end());
@@ -117,6 +128,7 @@ int result_list::note(void* record, void* user)
     auto* const                       list = static_cast<result_list*>(user);
     std::lock_guard<std::mutex> const hold(list->guard_);
     list->results_.push_back({code, text});
+    list->caller_ = this_thread();
     list->changed_.notify_all();
     return 0;
 }
@@ -131,6 +143,12 @@ std::size_t result_list::count() const
 {
     std::lock_guard<std::mutex> const hold(guard_);
     return results_.size();
+}
+
+thread_id result_list::caller() const
+{
+    std::lock_guard<std::mutex> const hold(guard_);
+    return caller_;
 }
 
 bool result_list::wait_for(std::size_t count, std::chrono::milliseconds limit)

@@ -15,6 +15,7 @@
 #include "tests/support/files.h"
 #include "tests/support/mail_server.h"
 #include "tests/support/peers.h"
+#include "tests/support/threads.h"
 #include "zelieml.h"
 
 namespace zelieml::test
@@ -60,6 +61,9 @@ void* new_mail(std::string const& subject, std::string const& body = "The tray i
 // Posts such a mail; what eml_post_with_stocksymbol returned.
 int post_mail(std::string const& workdir, std::string const& symbol, std::string const& subject);
 
+// The subject of a message file; empty when it cannot be read.
+std::string subject_of_file(std::string const& path);
+
 // The subjects of mails, in order, and sorted.
 strings subjects_of(std::vector<mailserver::mail> const& mails);
 strings sorted(strings texts);
@@ -89,6 +93,8 @@ public:
 
     std::vector<result> all() const;
     std::size_t         count() const;
+    // The thread that called last: the engine's worker.
+    thread_id caller() const;
 
     // True when so many have come, or come in time.
     bool wait_for(std::size_t count, std::chrono::milliseconds limit = std::chrono::seconds(20));
@@ -97,6 +103,7 @@ private:
     mutable std::mutex      guard_;
     std::condition_variable changed_;
     std::vector<result>     results_;
+    thread_id               caller_ = 0;
 };
 
 // A running engine whose results are kept; stopped with the object.

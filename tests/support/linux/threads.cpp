@@ -42,7 +42,7 @@ std::string status_of(std::string const& thread, std::string const& label)
     return all.substr(value, all.find('\n', value) - value);
 }
 
-bool has_ended(std::string const& thread)
+bool is_over(std::string const& thread)
 {
     std::string const stat  = said_of(thread, "stat");
     std::size_t const name  = stat.rfind(')');
@@ -66,11 +66,16 @@ std::string sleep_of(thread_id thread)
     return status_of(name, "State").find('S') != std::string::npos ? times : "";
 }
 
+bool has_ended(thread_id thread)
+{
+    return is_over(std::to_string(thread));
+}
+
 int running_threads()
 {
     int count = 0;
     for (std::string const& thread : list_directory(tasks)) {
-        count += has_ended(thread) ? 0 : 1;
+        count += is_over(thread) ? 0 : 1;
     }
     return count;
 }
@@ -91,7 +96,7 @@ std::uint64_t blocked_by_all_others()
     std::uint64_t all = ~std::uint64_t{0};
     for (std::string const& thread : list_directory(tasks)) {
         std::string const blocked = status_of(thread, "SigBlk");
-        if (thread != std::to_string(this_thread()) && !has_ended(thread) && !blocked.empty()) {
+        if (thread != std::to_string(this_thread()) && !is_over(thread) && !blocked.empty()) {
             all &= std::stoull(blocked, nullptr, 16);
         }
     }
