@@ -3,7 +3,8 @@
 #include "support/interface.h"
 
 #include <gtest/gtest.h>
-#include <new>
+
+#include "tests/support/failing_new.h"
 #include <type_traits>
 
 #include "libcryptw/libcryptw.h"
@@ -16,23 +17,17 @@
 namespace
 {
 
-bool no_memory = false;
-int  live      = 0;
+int live = 0;
+
+// What a call returns while there is no memory.
+template <class Call>
+int without_memory(Call call)
+{
+    zelieml::test::failing_new const none(0);
+    return call();
+}
 
 }  // namespace
-
-// The objects are what the templates ask for in this form.
-void* operator new(std::size_t size, std::nothrow_t const&) noexcept
-{
-    if (no_memory) {
-        return nullptr;
-    }
-    try {
-        return ::operator new(size);
-    } catch (std::bad_alloc const&) {
-        return nullptr;
-    }
-}
 
 namespace zelieml
 {
@@ -88,11 +83,10 @@ TEST(InterfaceTemplates, AcceptNullForDestruction)
 
 TEST(InterfaceTemplates, FailWithoutMemory)
 {
-    thingw  object;
-    ithing* thing     = &object;
-    no_memory         = true;
-    int const created = templ_create_interface<thingw, ithing>(&thing);
-    no_memory         = false;
+    thingw    object;
+    ithing*   thing = &object;
+    int const created =
+        without_memory([&] { return templ_create_interface<thingw, ithing>(&thing); });
     EXPECT_EQ(created, -1);
     EXPECT_EQ(thing, nullptr);
 }
@@ -107,9 +101,7 @@ TEST(InterfaceTemplates, MakeAndFreeAnObjectWithoutAnInterface)
     EXPECT_EQ(live, 0);
     EXPECT_EQ(templ_destroy_iinterface<thingw>(nullptr), 0);
 
-    no_memory         = true;
-    int const created = templ_create_iinterface<thingw>(&thing);
-    no_memory         = false;
+    int const created = without_memory([&] { return templ_create_iinterface<thingw>(&thing); });
     EXPECT_EQ(created, -1);
     EXPECT_EQ(thing, nullptr);
 }
@@ -143,10 +135,9 @@ TEST(InterfaceTemplates, MakeAnObjectAndItsContextOrNeither)
     EXPECT_EQ(live, 1) << "the object without a context is freed";
     thing_with_context::context_made = 0;
 
-    thing             = other;
-    no_memory         = true;
-    int const created = create_with_context<thing_with_context>(&thing);
-    no_memory         = false;
+    thing = other;
+    int const created =
+        without_memory([&] { return create_with_context<thing_with_context>(&thing); });
     EXPECT_EQ(created, -1);
     EXPECT_EQ(thing, nullptr);
 

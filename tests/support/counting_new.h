@@ -1,6 +1,6 @@
 // counting_new.h - how many objects the program has on the heap
 //
-// counting_new.cpp replaces operator new of the whole program.
+// fake_new.cpp replaces operator new of the whole program.
 
 #ifndef ZELIEML_TESTS_SUPPORT_COUNTING_NEW_H
 #define ZELIEML_TESTS_SUPPORT_COUNTING_NEW_H

@@ -1,6 +1,6 @@
 // failing_new.h - operator new without memory when a test says so
 //
-// failing_new.cpp replaces operator new of the whole program. Only the calling thread is affected:
+// fake_new.cpp replaces operator new of the whole program. Only the calling thread is affected:
 // a server in the same process keeps its memory.
 
 #ifndef ZELIEML_TESTS_SUPPORT_FAILING_NEW_H

@@ -1,6 +1,6 @@
 // fake_thread.h - the library's threads, refused, starved and counted
 //
-// fake_thread.cpp replaces the start of the library's own threads; needs failing_new.cpp beside it.
+// fake_thread.cpp replaces the start of the library's own threads; needs fake_new.cpp beside it.
 
 #ifndef ZELIEML_TESTS_SUPPORT_FAKE_THREAD_H
 #define ZELIEML_TESTS_SUPPORT_FAKE_THREAD_H
