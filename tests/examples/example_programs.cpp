@@ -8,26 +8,21 @@ namespace zelieml::test
 namespace
 {
 
-strings server_words(strings const& arguments)
+// Shows the mails that come.
+strings showing(strings const& arguments)
 {
-    strings all = {LOOPBACK_PROGRAM, "--port", "0", "--show", "--envelope"};
+    strings all = {"--port", "0", "--show", "--envelope"};
     all.insert(all.end(), arguments.begin(), arguments.end());
     return all;
 }
 
 }  // namespace
 
-loopback::loopback(strings const& arguments) : program(server_words(arguments))
-{
-    wait_for("pop3 127.0.0.1:");
-}
+loopback::loopback(strings const& arguments) : loopback_program(showing(arguments)) {}
 
 std::string loopback::smtp_port() const
 {
-    std::string const start = "smtp 127.0.0.1:";
-    std::string const text  = out();
-    std::size_t const begin = text.find(start) + start.size();
-    return text.substr(begin, text.find('\n', begin) - begin);
+    return std::to_string(port("smtp"));
 }
 
 outcome run(std::string const& example, strings arguments, std::string const& input)

@@ -5,14 +5,15 @@
 
 #include <string>
 
+#include "tests/support/loopback_program.h"
 #include "tests/support/program.h"
 #include "tests/support/workplace.h"
 
 namespace zelieml::test
 {
 
-// The loopback mail server, as a program.
-class loopback : public program
+// The loopback mail server, which shows the mails that come.
+class loopback : public loopback_program
 {
 public:
     explicit loopback(strings const& arguments = {});

@@ -3,14 +3,13 @@
 #include <chrono>
 #include <csignal>
 #include <cstdint>
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
 #include "tests/support/dialogues.h"
 #include "tests/support/files.h"
-#include "tests/support/program.h"
+#include "tests/support/loopback_program.h"
 #include "tests/support/scripted_client.h"
 
 namespace zelieml::test
@@ -22,33 +21,7 @@ namespace
 using namespace std::chrono_literals;
 using clock = std::chrono::steady_clock;
 
-// The program, running.
-class loopback : public program
-{
-public:
-    explicit loopback(std::vector<std::string> const& arguments) : program(command(arguments)) {}
-
-    // The port in the line that begins so; waits for both lines.
-    std::uint16_t port(std::string const& protocol) const
-    {
-        wait_for("\n", 2);
-        std::string const all   = out();
-        std::string const start = protocol + " 127.0.0.1:";
-        std::size_t const found = all.find(start);
-        EXPECT_NE(found, all.npos) << all;
-        return found == all.npos
-                   ? std::uint16_t{0}
-                   : static_cast<std::uint16_t>(std::atoi(all.c_str() + found + start.size()));
-    }
-
-private:
-    static std::vector<std::string> command(std::vector<std::string> const& arguments)
-    {
-        std::vector<std::string> words = {LOOPBACK_PROGRAM};
-        words.insert(words.end(), arguments.begin(), arguments.end());
-        return words;
-    }
-};
+using loopback = loopback_program;
 
 std::string const one_mail = smtp_opened + mail_begun({"b@b.test", "c@b.test"}) + R"(
     C: Subject: hello
