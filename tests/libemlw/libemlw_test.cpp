@@ -433,7 +433,7 @@ TEST_F(PostSync, HasARecordForEveryResultNumber)
     }
 }
 
-TEST_F(PostSync, AfterAPopLoginSendsAsEver)
+TEST_F(PostSync, AfterAPopLoginSendsTheMail)
 {
     serve("S: +OK\nC: user anna\nS: +OK\nC: pass secret\nS: +OK\nC: quit\nS: +OK\n"
           "C: (closes)\nC: (connects)\n" +
@@ -484,8 +484,7 @@ TEST_F(PostSync, ThatCannotSaveIsAnotherErrorWithoutAText)
         EXPECT_EQ(post(r.workdir), -1) << r.reason;
         EXPECT_EQ(code(), eml_send_error_other) << r.reason;
         EXPECT_EQ(text(), "") << r.reason;
-        EXPECT_EQ(test::traces(),
-                  (strings{"post_sync in workdir=%s", "error:ofstream(%s)", "error:msg_save(%s)"}))
+        EXPECT_EQ(test::trouble_traces(), (strings{"error:ofstream(%s)", "error:msg_save(%s)"}))
             << r.reason;
     }
     EXPECT_EQ(around_workdir(), (strings{"file", "w"}));
@@ -500,17 +499,17 @@ TEST_F(PostSync, ThatFindsNoNameIsAnotherErrorWithoutAText)
     EXPECT_EQ(post(), -1);
     EXPECT_EQ(code(), eml_send_error_other);
     EXPECT_EQ(text(), "");
-    EXPECT_EQ(test::traces(), (strings{"post_sync in workdir=%s", "warning:existing file:%s",
-                                       "error:existing file:%s"}));
+    EXPECT_EQ(test::trouble_traces(),
+              (strings{"warning:existing file:%s", "error:existing file:%s"}));
     EXPECT_EQ(test::read_file(workdir() + "/2024" + end), "first");
     EXPECT_EQ(test::read_file(workdir() + "\\2025" + end), "second");
 
     EXPECT_EQ(post(dir_.file(std::string(240, 'd'))), -1) << "a path too long for its buffer";
     EXPECT_EQ(code(), eml_send_error_other);
-    EXPECT_EQ(test::traces(), strings{"post_sync in workdir=%s"});
+    EXPECT_EQ(test::trouble_traces(), strings());
 }
 
-TEST_F(PostSync, UnderItsSecondNameSendsAndDeletesAsEver)
+TEST_F(PostSync, UnderItsSecondNameSendsAndDeletesLikeAnyOther)
 {
     std::string const end = "0131235959-00012345-" + process_text() + ".sme";
     test::write_file(workdir() + "/2024" + end, "somebody else's");
