@@ -358,7 +358,7 @@ TEST(Engine, StopsOnlyWhenThereIsOne)
     EXPECT_EQ(eml_post_sys(nullptr, nullptr), -1);
 }
 
-TEST(Engine, CallsEachProcedureOnceInTheOrderOfRegistration)
+TEST(Engine, CallsEachCallbackOnceInTheOrderOfRegistration)
 {
     struct call_list {
         static int first(void*, void* user) { return call(user, "first"); }

@@ -255,7 +255,7 @@ TEST(Processes, AnEngineThatIsSuspendedDelaysAPosterLittle)
 
     engine.signal(SIGSTOP);
     EXPECT_LT(ms_of([&] { EXPECT_EQ(post_mail(work.path(), "symbol", "x"), 0); }), 1000);
-    // Until the engine's ear is full, which takes 11 or some hundred words, by the system.
+    // Until the engine's socket is full: after 11 or some hundred notifications, by the system.
     int ms = 0;
     for (int count = 0; count < 2000 && ms < 300; ++count) {
         ms = ms_of(

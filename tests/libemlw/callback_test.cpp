@@ -113,14 +113,14 @@ TEST(CallbackInfo, WithoutMemoryIsNullAndTraced)
     }
 }
 
-// -------------------------------------------------------------- the procedures
+// -------------------------------------------------------------- the callbacks
 
 namespace
 {
 
-using procedure = int (*)(void*, void*);
+using callback = int (*)(void*, void*);
 
-// What the numbered procedures do besides writing down that they were called.
+// What the numbered callbacks do besides writing down that they were called.
 struct notes {
     // The numbers of those that were called, in order.
     std::vector<int> called;
@@ -128,7 +128,7 @@ struct notes {
     std::function<int(void* result)> action[4];
 };
 
-// Procedures that differ in nothing but their number.
+// Callbacks that differ in nothing but their number.
 template <int number>
 int numbered(void* result, void* user)
 {
@@ -137,7 +137,7 @@ int numbered(void* result, void* user)
     return n->action[number] ? n->action[number](result) : 0;
 }
 
-constexpr procedure procedures[] = {numbered<0>, numbered<1>, numbered<2>, numbered<3>};
+constexpr callback numbered_callbacks[] = {numbered<0>, numbered<1>, numbered<2>, numbered<3>};
 
 std::string text_of(void* result)
 {
@@ -148,11 +148,13 @@ std::string text_of(void* result)
 
 }  // namespace
 
-TEST(CallbackParameter, EqualsAnotherOfTheSameProcedure)
+TEST(CallbackParameter, EqualsAnotherOfTheSameFunction)
 {
     int user = 0;
-    EXPECT_TRUE((c_cb_param{procedures[0], &user} == c_cb_param{procedures[0], nullptr}));
-    EXPECT_FALSE((c_cb_param{procedures[0], &user} == c_cb_param{procedures[1], &user}));
+    EXPECT_TRUE(
+        (c_cb_param{numbered_callbacks[0], &user} == c_cb_param{numbered_callbacks[0], nullptr}));
+    EXPECT_FALSE(
+        (c_cb_param{numbered_callbacks[0], &user} == c_cb_param{numbered_callbacks[1], &user}));
 }
 
 class Callbacks : public ::testing::Test
@@ -160,8 +162,14 @@ class Callbacks : public ::testing::Test
 protected:
     Callbacks() { test::clear_traces(); }
 
-    void set(int number) { EXPECT_EQ(set_callback_raw(&engine_, procedures[number], &notes_), 0); }
-    void reset(int number) { EXPECT_EQ(reset_callback_raw(&engine_, procedures[number]), 0); }
+    void set(int number)
+    {
+        EXPECT_EQ(set_callback_raw(&engine_, numbered_callbacks[number], &notes_), 0);
+    }
+    void reset(int number)
+    {
+        EXPECT_EQ(reset_callback_raw(&engine_, numbered_callbacks[number]), 0);
+    }
 
     // Those that one attempt calls.
     std::vector<int> called(int result = 0)
@@ -198,7 +206,7 @@ TEST_F(Callbacks, KeepTheirFirstUserData)
     notes other;
     set(0);
     test::clear_traces();
-    EXPECT_EQ(set_callback_raw(&engine_, procedures[0], &other), 0);
+    EXPECT_EQ(set_callback_raw(&engine_, numbered_callbacks[0], &other), 0);
     EXPECT_EQ(test::traces(), strings{"warning:proc already exists in callback param"});
     EXPECT_EQ(called(), numbers{0}) << "one entry";
     EXPECT_EQ(other.called, numbers());
@@ -206,8 +214,8 @@ TEST_F(Callbacks, KeepTheirFirstUserData)
 
 TEST_F(Callbacks, MayHaveTheSameUserDataOrNone)
 {
-    static int       called       = 0;
-    static procedure without_user = [](void*, void* user) {
+    static int      called       = 0;
+    static callback without_user = [](void*, void* user) {
         called += user == nullptr ? 1 : 100;
         return 0;
     };
@@ -341,13 +349,13 @@ TEST_F(Callbacks, AreAsTheyWereWhenThereIsNoMemoryForAChange)
     EXPECT_THROW(
         {
             test::failing_new const none(0);
-            set_callback_raw(&engine_, procedures[2], &notes_);
+            set_callback_raw(&engine_, numbered_callbacks[2], &notes_);
         },
         std::bad_alloc);
     EXPECT_THROW(
         {
             test::failing_new const none(0);
-            reset_callback_raw(&engine_, procedures[0]);
+            reset_callback_raw(&engine_, numbered_callbacks[0]);
         },
         std::bad_alloc);
     EXPECT_EQ(called(), (numbers{0, 1}));
@@ -400,9 +408,9 @@ TEST_F(Callbacks, MayChangeTheListWhichTakesEffectForTheNextAttempt)
     }
 }
 
-// Attempts are reported while other threads register and remove: each attempt has every procedure
+// Attempts are reported while other threads register and remove: each attempt has every callback
 // that stays, in its order, and none twice.
-TEST(CallbackContention, LosesNoProcedureAndCallsNoneTwice)
+TEST(CallbackContention, LosesNoCallbackAndCallsNoneTwice)
 {
     struct counts {
         int called[4] = {};
@@ -420,7 +428,7 @@ TEST(CallbackContention, LosesNoProcedureAndCallsNoneTwice)
     set_callback_raw(&engine, counting::stays, nullptr);
     std::atomic<int>         changing{3};
     std::vector<std::thread> threads;
-    for (procedure const p : {counting::comes_and_goes, counting::goes_and_comes}) {
+    for (callback const p : {counting::comes_and_goes, counting::goes_and_comes}) {
         threads.emplace_back([&engine, &changing, p] {
             for (int i = 0; i < 2000; ++i) {
                 set_callback_raw(&engine, p, nullptr);

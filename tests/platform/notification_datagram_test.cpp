@@ -166,7 +166,7 @@ TEST(Datagram, OfAnyOtherFormIsDropped)
     texts                   wanted;
     for (auto const& c : cases) {
         sender.send(c.datagram);
-        // The next one is as good as ever.
+        // The next one is delivered.
         wanted.push_back(std::string("after ") + c.reason);
         sender.send(good(wanted.back()));
         ASSERT_EQ(one.heard().wait_for(wanted.size()), wanted.size()) << c.reason;
