@@ -17,6 +17,7 @@
 #include "support/gate.h"
 #include "tests/support/notification_room.h"
 #include "tests/support/threads.h"
+#include "tests/support/wait_until.h"
 
 namespace zelieml::test
 {
@@ -115,6 +116,7 @@ TEST(DeliveryThread, LeavesSignalsToTheHost)
     listener                one("object");
     struct sigaction        noted = {};
     struct sigaction        before;
+    handled_by       = 0;
     noted.sa_handler = [](int) { handled_by = ::syscall(SYS_gettid); };
     ::sigaction(SIGUSR1, &noted, &before);
     sigset_t usr1;
@@ -139,7 +141,7 @@ TEST(DeliveryThread, SleepsWhenThereIsNothingToDo)
     std::atomic<thread_id>  thread{0};
     listener one("object", test_name, [&](std::string const&) { thread = this_thread(); });
     post("object", "hello");
-    one.heard().wait_for(1);
+    ASSERT_TRUE(wait_until([&] { return thread != 0; }));
     EXPECT_TRUE(wait_until_blocked(thread));
     // poll, two descriptors, no limit.
     std::istringstream call(system_call_of(thread));

@@ -22,7 +22,9 @@ constexpr unsigned pf_exiting = 0x4;  // the kernel's: the thread has left its p
 std::string said_of(std::string const& thread, char const* file)
 {
     std::ifstream in(std::string(tasks) + "/" + thread + "/" + file);
-    return {std::istreambuf_iterator<char>(in), {}};
+    std::string   all;
+    std::getline(in, all, '\0');  // fails when the thread goes meanwhile
+    return all;
 }
 
 std::string said_of(thread_id thread, char const* file)
