@@ -518,8 +518,8 @@ ZELIEML_API int eml_cf_get_string(const char *key, char *val, unsigned int *leng
  *       its beginning are lost when it is read.
  * path  the settings file; created if it does not exist
  *
- * The new settings are written to "<path>.tmp", which gets the permission bits of the old file and
- * then takes its place. "<path>.bak" is deleted if it exists.
+ * The new settings are written to a new file "<path>.tmp", which gets the permission bits of the old
+ * file and then takes its place. "<path>.tmp" and "<path>.bak" are deleted first if they exist.
  *
  * Allow only one writer at a time. Two writers, on threads or in processes, can fail, or lose
  * settings, in the worst case all of them.

@@ -31,6 +31,8 @@ constexpr mode_t new_file_mode   = 0666;  // less the umask
 constexpr mode_t private_mode    = 0600;
 constexpr mode_t permission_bits = 0777;
 
+constexpr int most_leftovers = 10;  // deleted by one call, in case somebody puts them back
+
 // The lines of an open file.
 class line_reader
 {
@@ -232,22 +234,49 @@ int check_current_file(char const* path)
     return 0;
 }
 
-// Opens the temporary file, emptied, with the permission bits of the settings file: at no time may
-// more users read the passwords than before. Does not wait when the name is a pipe's.
+// Makes a file that was not there. Neither a link under that name nor somebody's file is opened.
+unique_fd make_file(char const* path, mode_t mode)
+{
+    return unique_fd(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+}
+
+// Deletes what an earlier call left or somebody put there; of a link itself, not its target. Returns
+// false when it stays: it is neither a file nor a link, or the directory does not allow it.
+bool remove_leftover(char const* tmp_path)
+{
+    struct stat left = {};
+    if (::lstat(tmp_path, &left) == 0 && !S_ISREG(left.st_mode) && !S_ISLNK(left.st_mode)) {
+        return false;
+    }
+    return ::unlink(tmp_path) == 0 || errno == ENOENT;
+}
+
+// Makes a temporary file that is nobody else's: who holds an older one open does not see what is
+// written to this one.
+unique_fd make_tmp(char const* tmp_path)
+{
+    for (int left = 0; left < most_leftovers; ++left) {
+        unique_fd tmp = make_file(tmp_path, private_mode);
+        if (tmp || errno != EEXIST || !remove_leftover(tmp_path)) {
+            return tmp;
+        }
+    }
+    return unique_fd();
+}
+
+// Makes the temporary file with the permission bits of the settings file: at no time may more users
+// read the passwords than before.
 unique_fd open_tmp(char const* tmp_path, int settings)
 {
-    constexpr int flags = O_WRONLY | O_CREAT | O_TRUNC | O_NONBLOCK | O_CLOEXEC;
-    unique_fd     tmp(::open(tmp_path, flags, private_mode));
-    struct stat   wanted = {};
-    struct stat   made   = {};
+    unique_fd   tmp    = make_tmp(tmp_path);
+    struct stat wanted = {};
+    struct stat made   = {};
     if (!tmp || ::fstat(settings, &wanted) != 0 || ::fstat(tmp.get(), &made) != 0) {
         return unique_fd();
     }
-    // Only when it changes something, since not every file system has permission bits, and only for
-    // a regular file: a link under the temporary name may lead to a device.
+    // Only when it changes something, since not every file system has permission bits.
     mode_t const bits = wanted.st_mode & permission_bits;
-    if (S_ISREG(made.st_mode) && (made.st_mode & permission_bits) != bits &&
-        ::fchmod(tmp.get(), bits) != 0) {
+    if ((made.st_mode & permission_bits) != bits && ::fchmod(tmp.get(), bits) != 0) {
         return unique_fd();
     }
     return tmp;
@@ -306,7 +335,7 @@ bool is_file_at(char const* path, int fd)
 {
     struct stat open  = {};
     struct stat named = {};
-    return ::fstat(fd, &open) == 0 && ::stat(path, &named) == 0 && open.st_dev == named.st_dev &&
+    return ::fstat(fd, &open) == 0 && ::lstat(path, &named) == 0 && open.st_dev == named.st_dev &&
            open.st_ino == named.st_ino;
 }
 

@@ -9,8 +9,8 @@
 //
 // Threads and processes: any, but nothing synchronises them. A reader that comes just when a writer
 // replaces the file finds none; otherwise it reads the old file or the new one. Two writers at the
-// same time use the same temporary file: they can fail, lose each other's change, or lose other
-// settings, in the worst case all. Allow only one writer at a time.
+// same time use the same name for their temporary files: they can fail, lose each other's change,
+// or lose other settings, in the worst case all. Allow only one writer at a time.
 
 #ifndef ZELIEML_LIBCONF_LIBCONF_H
 #define ZELIEML_LIBCONF_LIBCONF_H
@@ -45,9 +45,10 @@ int conf_get_string(char const* key, char* val, unsigned int* len, char const* p
 // Every line that contains the key is replaced; when there is none, a line is added at the end.
 // Comments and all other lines keep their bytes and their order; empty lines are dropped.
 //
-// The new settings are written to "<path>.tmp", which gets the permission bits of the settings file
-// and is then renamed. A symbolic link is replaced by a file; its target stays unchanged.
-// "<path>.bak" is deleted if it exists and never written.
+// The new settings are written to a new file "<path>.tmp", which gets the permission bits of the
+// settings file and is then renamed. A file or link that was left or put there is deleted first.
+// "<path>.bak" is deleted if it exists and never written. A symbolic link is replaced by a file; its
+// target stays unchanged.
 //
 // Returns 0. Returns -1 when an argument is null or breaks a rule above, a line of the file is
 // overlong, a file cannot be read, written, removed or renamed, the settings file is not a regular
