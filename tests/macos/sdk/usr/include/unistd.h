@@ -18,6 +18,8 @@
 SINCE(10.0)
 int     access(char const* path, int mode);
 int     close(int fd) SDK_UNIX03(close);
+int     fchown(int fd, uid_t owner, gid_t group);
+int     fsync(int fd) SDK_UNIX03(fsync);
 int     ftruncate(int fd, off_t size);
 uid_t   geteuid(void);
 int     gethostname(char* name, size_t size);

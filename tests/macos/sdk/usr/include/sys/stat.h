@@ -34,7 +34,9 @@ struct stat {
 #define S_IRWXU    0000700
 #define S_IRUSR    0000400
 #define S_IWUSR    0000200
+#define S_IRWXO    0000007
 #define S_ISDIR(m) (((m)&S_IFMT) == S_IFDIR)
+#define S_ISLNK(m) (((m)&S_IFMT) == S_IFLNK)
 #define S_ISREG(m) (((m)&S_IFMT) == S_IFREG)
 
 /* The file numbers of 64 bits are those of 10.5 and later. */
