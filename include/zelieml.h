@@ -516,7 +516,7 @@ ZELIEML_API int eml_cf_get_string(const char *key, char *val, unsigned int *leng
  *       "smtp_auth_type". Set the shorter key first.
  * val   the value: no line breaks, and "<key> = <val>" is 1022 bytes at most. Spaces and tabs at
  *       its beginning are lost when it is read.
- * path  the settings file; created if it does not exist
+ * path  the settings file. If it does not exist, it is created with mode 0600, whatever the umask.
  *
  * The new settings are written to a new file "<path>.tmp", which gets the permission bits of the old
  * file and then takes its place. "<path>.tmp" and "<path>.bak" are deleted first if they exist.

@@ -27,7 +27,6 @@ namespace
 
 constexpr std::size_t line_limit = 1023;  // characters, with the CR and without the LF
 
-constexpr mode_t new_file_mode   = 0666;  // less the umask
 constexpr mode_t private_mode    = 0600;
 constexpr mode_t permission_bits = 0777;
 
@@ -221,23 +220,50 @@ unique_fd open_settings(char const* path)
     return unique_fd(::open(path, O_RDONLY | O_CLOEXEC));
 }
 
+// Makes a file that was not there, for its owner only. Neither a link under that name nor somebody's
+// file is opened.
+unique_fd make_file(char const* path)
+{
+    constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+    return unique_fd(::open(path, flags, private_mode));
+}
+
+bool is_file_at(char const* path, int fd)
+{
+    struct stat open  = {};
+    struct stat named = {};
+    return ::fstat(fd, &open) == 0 && ::lstat(path, &named) == 0 && open.st_dev == named.st_dev &&
+           open.st_ino == named.st_ino;
+}
+
+// Deletes a file that this call made, unless another has its name by now.
+void remove_made(char const* path, int fd)
+{
+    if (is_file_at(path, fd)) {
+        ::unlink(path);
+    }
+}
+
+// The umask may have taken rights from the owner of a new settings file.
+bool set_up_settings(int fd)
+{
+    struct stat made = {};
+    return ::fstat(fd, &made) == 0 &&
+           ((made.st_mode & private_mode) == private_mode || ::fchmod(fd, private_mode) == 0);
+}
+
 int check_current_file(char const* path)
 {
     if (::access(path, F_OK) == 0) {
         return 0;
     }
-    unique_fd const created(::open(path, O_WRONLY | O_CREAT | O_CLOEXEC, new_file_mode));
-    if (!created) {
-        trace_msg("error:ofstream(%s)");
-        return -1;
+    unique_fd const made = make_file(path);
+    if (made ? set_up_settings(made.get()) : ::access(path, F_OK) == 0) {
+        return 0;  // or another writer was quicker
     }
-    return 0;
-}
-
-// Makes a file that was not there. Neither a link under that name nor somebody's file is opened.
-unique_fd make_file(char const* path, mode_t mode)
-{
-    return unique_fd(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode));
+    remove_made(path, made.get());
+    trace_msg("error:ofstream(%s)");
+    return -1;
 }
 
 // Deletes what an earlier call left or somebody put there; of a link itself, not its target. Returns
@@ -256,7 +282,7 @@ bool remove_leftover(char const* tmp_path)
 unique_fd make_tmp(char const* tmp_path)
 {
     for (int left = 0; left < most_leftovers; ++left) {
-        unique_fd tmp = make_file(tmp_path, private_mode);
+        unique_fd tmp = make_file(tmp_path);
         if (tmp || errno != EEXIST || !remove_leftover(tmp_path)) {
             return tmp;
         }
@@ -329,14 +355,6 @@ int remove_file(char const* path)
         return -1;
     }
     return 0;
-}
-
-bool is_file_at(char const* path, int fd)
-{
-    struct stat open  = {};
-    struct stat named = {};
-    return ::fstat(fd, &open) == 0 && ::lstat(path, &named) == 0 && open.st_dev == named.st_dev &&
-           open.st_ino == named.st_ino;
 }
 
 // Puts the temporary file, open as tmp, in the place of the settings file. The ".bak" file is

@@ -233,6 +233,17 @@ TEST_F(SettingsFailure, ToSetThePermissionBitsWritesNothing)
     EXPECT_EQ(set(), 0) << "bits that are right already are not asked for";
 }
 
+TEST_F(SettingsFailure, ToSetUpANewFileLeavesNone)
+{
+    ::unlink(path.c_str());
+    mode_t const before = ::umask(0777);
+    failing_fchmod      = true;
+    EXPECT_EQ(set(), -1);
+    ::umask(before);
+    expect_reported({"error:ofstream(%s)"});
+    EXPECT_EQ(test::list_directory(dir.path()), strings());
+}
+
 TEST_F(SettingsFailure, DoesNotComeOfSignalsAndShortCounts)
 {
     for (std::size_t const at_once : {std::size_t{1}, std::size_t{3}, std::size_t{1000}}) {

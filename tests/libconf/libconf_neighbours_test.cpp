@@ -175,5 +175,28 @@ TEST_F(SettingsAmongUsersAsRoot, StayAsTheyWereWhenATemporaryFileCannotBeDeleted
     EXPECT_EQ(test::read_file(tmp), "planted");
 }
 
+TEST_F(SettingsAmongUsers, AreNotMadeWhereADanglingLinkLeads)
+{
+    std::string const target = dir.file("target");
+    ASSERT_EQ(::unlink(path.c_str()), 0);
+    ASSERT_EQ(::symlink(target.c_str(), path.c_str()), 0);
+    EXPECT_EQ(set(), -1);
+    EXPECT_EQ(test::trouble_traces(), strings{"error:ofstream(%s)"});
+    EXPECT_EQ(test::list_directory(dir.path()), strings{"zelismes.cf"});
+    EXPECT_TRUE(S_ISLNK(status_of(path).st_mode));
+}
+
+TEST_F(SettingsAmongUsers, AreTheirMakersOnlyWhenNew)
+{
+    for (mode_t const mask : {0000u, 0022u, 0077u, 0177u, 0777u}) {
+        ::unlink(path.c_str());
+        mode_t const before = ::umask(mask);
+        EXPECT_EQ(set(), 0) << std::oct << mask;
+        ::umask(before);
+        EXPECT_EQ(status_of(path).st_mode & 07777, 0600u) << std::oct << mask;
+        EXPECT_EQ(status_of(path).st_uid, ::geteuid()) << std::oct << mask;
+    }
+}
+
 }  // namespace
 }  // namespace zelieml

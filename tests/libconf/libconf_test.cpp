@@ -416,17 +416,7 @@ TEST_F(SettingsFile, KeepsItsPermissionBits)
     ::umask(before);
 }
 
-TEST_F(SettingsFile, IsMadeWithTheModeThatTheUmaskLeaves)
-{
-    mode_t const before = ::umask(027);
-    EXPECT_EQ(set("k", "v"), 0);
-    EXPECT_EQ(mode_of(path), 0640u);
-    EXPECT_EQ(set("k", "w"), 0);
-    EXPECT_EQ(mode_of(path), 0640u);
-    ::umask(before);
-}
-
-TEST_F(SettingsFile, TakesOverATemporaryFileThatWasLeftBehind)
+TEST_F(SettingsFile, ReplacesATemporaryFileThatWasLeftBehind)
 {
     test::write_file(path, "k = old\r\n");
     ::chmod(path.c_str(), 0600);
