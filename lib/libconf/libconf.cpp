@@ -16,6 +16,7 @@
 #include <utility>
 
 #include "liblog/trace.h"
+#include "platform/access_list.h"
 #include "support/no_cancellation.h"
 #include "support/unique_fd.h"
 
@@ -290,20 +291,50 @@ unique_fd make_tmp(char const* tmp_path)
     return unique_fd();
 }
 
-// Makes the temporary file with the permission bits of the settings file: at no time may more users
-// read the passwords than before.
-unique_fd open_tmp(char const* tmp_path, int settings)
+// Whether the settings were found through a link of somebody who is neither this user nor their
+// owner. He may have let it lead into a folder that is closed to him.
+bool is_behind_foreign_link(char const* path, struct stat const& settings)
 {
-    unique_fd   tmp    = make_tmp(tmp_path);
+    struct stat named = {};
+    return ::lstat(path, &named) != 0 ||
+           ((named.st_dev != settings.st_dev || named.st_ino != settings.st_ino) &&
+            named.st_uid != settings.st_uid && named.st_uid != ::geteuid());
+}
+
+// Gives the temporary file, while it is empty, the owner and the rights of the settings file. What
+// cannot be kept is taken away: without the group its rights, without the access list the rights of
+// all but the owner, since the list may have kept others out. Returns false when the owner cannot be
+// kept or the rights cannot be set.
+bool take_over_rights(int tmp, char const* path, int settings)
+{
     struct stat wanted = {};
     struct stat made   = {};
-    if (!tmp || ::fstat(settings, &wanted) != 0 || ::fstat(tmp.get(), &made) != 0) {
-        return unique_fd();
+    if (::fstat(settings, &wanted) != 0 || ::fstat(tmp, &made) != 0 ||
+        (made.st_uid != wanted.st_uid && ::fchown(tmp, wanted.st_uid, made.st_gid) != 0)) {
+        return false;
+    }
+    bool const group_is_kept =
+        made.st_gid == wanted.st_gid || ::fchown(tmp, wanted.st_uid, wanted.st_gid) == 0;
+    mode_t bits = wanted.st_mode & permission_bits;
+    if (!group_is_kept) {
+        bits = (bits & S_IRWXU) | (bits & (bits >> 3) & S_IRWXO);  // its members are others now
+    }
+    if (is_behind_foreign_link(path, wanted) ||
+        (group_is_kept && !platform::copy_access_list(settings, tmp))) {
+        bits &= S_IRWXU;
     }
     // Only when it changes something, since not every file system has permission bits.
-    mode_t const bits = wanted.st_mode & permission_bits;
-    if ((made.st_mode & permission_bits) != bits && ::fchmod(tmp.get(), bits) != 0) {
-        return unique_fd();
+    return ::fstat(tmp, &made) == 0 &&
+           ((made.st_mode & permission_bits) == bits || ::fchmod(tmp, bits) == 0);
+}
+
+// Makes the temporary file. At no time may more users read the passwords than before.
+unique_fd open_tmp(char const* tmp_path, char const* path, int settings)
+{
+    unique_fd tmp = make_tmp(tmp_path);
+    if (tmp && !take_over_rights(tmp.get(), path, settings)) {
+        remove_made(tmp_path, tmp.get());
+        tmp.reset();
     }
     return tmp;
 }
@@ -429,7 +460,7 @@ int conf_set_string(char const* key, char const* val, char const* path)
         return -1;
     }
     std::string const tmp_path = std::string(path) + ".tmp";
-    unique_fd         tmp      = open_tmp(tmp_path.c_str(), settings.get());
+    unique_fd         tmp      = open_tmp(tmp_path.c_str(), path, settings.get());
     if (!tmp) {
         trace_msg("error:ofstream(%s)");
         return -1;

@@ -46,14 +46,17 @@ int conf_get_string(char const* key, char* val, unsigned int* len, char const* p
 // Every line that contains the key is replaced; when there is none, a line is added at the end.
 // Comments and all other lines keep their bytes and their order; empty lines are dropped.
 //
-// The new settings are written to a new file "<path>.tmp", which gets the permission bits of the
-// settings file and is then renamed. A file or link that was left or put there is deleted first.
-// "<path>.bak" is deleted if it exists and never written. A symbolic link is replaced by a file; its
-// target stays unchanged.
+// The new settings are written to a new file "<path>.tmp", which gets owner, group, permission bits
+// and access list of the settings file and is then renamed. If the group cannot be kept, it gets no
+// rights, and others no more than it had. If the access list cannot be kept, only the owner keeps
+// his rights. A file or link that was left or put there is deleted first. "<path>.bak" is deleted if
+// it exists and never written. A symbolic link is replaced by a file; its target stays unchanged.
+// If the link is neither this user's nor of the target's owner, only the owner keeps his rights: the
+// target may have been protected by its directory.
 //
 // Returns 0. Returns -1 when an argument is null or breaks a rule above, a line of the file is
 // overlong, a file cannot be read, written, removed or renamed, the settings file is not a regular
-// file, or another writer took the temporary file away. The settings file is then unchanged, or was
+// file, its owner cannot be kept, or another writer took the temporary file away. The settings file is then unchanged, or was
 // created empty. One exception: when the final renaming failed, only "<path>.tmp" is left, and it
 // is complete. After other failures "<path>.tmp" may be left too, incomplete.
 int conf_set_string(char const* key, char const* val, char const* path);

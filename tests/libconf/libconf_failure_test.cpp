@@ -1,7 +1,7 @@
 // libconf_failure_test.cpp - the settings file when the system refuses a step
 //
-// The program is linked so that the library's calls of remove, rename, read, write, close and
-// fchmod come here first.
+// The program is linked so that the library's calls of remove, rename, read, write, close, fchmod
+// and fgetxattr come here first.
 
 #include <cerrno>
 #include <cstdio>
@@ -26,6 +26,7 @@ std::string failing_remove;
 bool        failing_rename       = false;
 bool        failing_read         = false;
 bool        failing_fchmod       = false;
+bool        failing_fgetxattr    = false;
 bool        failing_close_at_end = false;  // of a descriptor that was written to
 int         interruptions        = 0;      // reads and writes that end with EINTR first
 std::size_t most_at_once         = 0;      // bytes that a read or write moves at most, if not 0
@@ -64,6 +65,7 @@ int     __real_close(int fd);
 ssize_t __real_read(int fd, void* data, size_t size);
 ssize_t __real_write(int fd, void const* data, size_t size);
 int     __real_fchmod(int fd, mode_t mode);
+ssize_t __real_fgetxattr(int fd, char const* name, void* data, size_t size);
 
 int __wrap_remove(char const* path)
 {
@@ -111,6 +113,11 @@ int __wrap_fchmod(int fd, mode_t mode)
     return failing_fchmod ? fail() : __real_fchmod(fd, mode);
 }
 
+ssize_t __wrap_fgetxattr(int fd, char const* name, void* data, size_t size)
+{
+    return failing_fgetxattr ? fail() : __real_fgetxattr(fd, name, data, size);
+}
+
 }  // extern "C"
 
 namespace zelieml
@@ -136,6 +143,7 @@ protected:
         failing_rename       = false;
         failing_read         = false;
         failing_fchmod       = false;
+        failing_fgetxattr    = false;
         failing_close_at_end = false;
         interruptions        = 0;
         most_at_once         = 0;
@@ -226,11 +234,21 @@ TEST_F(SettingsFailure, ToSetThePermissionBitsWritesNothing)
     EXPECT_EQ(set(), -1);
     expect_reported({"error:ofstream(%s)"});
     EXPECT_EQ(test::read_file(path), file);
-    EXPECT_EQ(test::read_file(path + ".tmp"), "") << "no password in a file of other bits";
-    ::unlink((path + ".tmp").c_str());
+    EXPECT_EQ(test::list_directory(dir.path()), strings{"cf"})
+        << "no password in a file of other bits";
 
     ASSERT_EQ(::chmod(path.c_str(), 0600), 0);
     EXPECT_EQ(set(), 0) << "bits that are right already are not asked for";
+}
+
+TEST_F(SettingsFailure, ToCopyTheAccessListLeavesTheOwnersRights)
+{
+    ASSERT_EQ(::chmod(path.c_str(), 0664), 0);
+    failing_fgetxattr = true;
+    EXPECT_EQ(set(), 0);
+    struct stat info = {};
+    ASSERT_EQ(::stat(path.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u) << "the list may have kept others out";
 }
 
 TEST_F(SettingsFailure, ToSetUpANewFileLeavesNone)

@@ -2,8 +2,8 @@
 //
 // Several users are played by root, in children: an ordinary user runs only what one user shows.
 
-#include <csignal>
-#include <cstring>
+#include <cstdint>
+#include <cstdio>
 #include <fcntl.h>
 #include <functional>
 #include <grp.h>
@@ -11,6 +11,7 @@
 #include <string>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <sys/xattr.h>
 #include <unistd.h>
 #include <vector>
 
@@ -63,6 +64,47 @@ bool as_user(uid_t user, std::vector<gid_t> const& groups, std::function<bool()>
     }
     int status = -1;
     return child > 0 && ::waitpid(child, &status, 0) == child && status == 0;
+}
+
+// An access list as the kernel keeps it: the owner and the mask may read and write, the group may
+// not, one user more may read; others may not.
+std::string list_for(uid_t user)
+{
+    constexpr std::uint32_t nobody  = 0xffffffff;
+    constexpr std::uint32_t version = 2;
+    struct {
+        std::uint16_t tag;
+        std::uint16_t rights;
+        std::uint32_t id;
+    } const entries[] = {{0x01, 6, nobody},
+                         {0x02, 4, user},
+                         {0x04, 0, nobody},
+                         {0x10, 6, nobody},
+                         {0x20, 0, nobody}};
+    std::string list(reinterpret_cast<char const*>(&version), sizeof version);
+    list.append(reinterpret_cast<char const*>(entries), sizeof entries);
+    return list;
+}
+
+constexpr char const* own_list  = "system.posix_acl_access";
+constexpr char const* new_files = "system.posix_acl_default";  // of a directory
+
+bool set_list(std::string const& path, char const* which, std::string const& list)
+{
+    return ::setxattr(path.c_str(), which, list.data(), list.size(), 0) == 0;
+}
+
+// Empty: there is none.
+std::string access_list_of(std::string const& path)
+{
+    char          list[256];
+    ssize_t const size = ::getxattr(path.c_str(), own_list, list, sizeof list);
+    return std::string(list, size > 0 ? static_cast<std::size_t>(size) : 0);
+}
+
+bool can_read(std::string const& path)
+{
+    return static_cast<bool>(unique_fd(::open(path.c_str(), O_RDONLY | O_CLOEXEC)));
 }
 
 class SettingsAmongUsers : public testing::Test
@@ -195,6 +237,116 @@ TEST_F(SettingsAmongUsers, AreTheirMakersOnlyWhenNew)
         ::umask(before);
         EXPECT_EQ(status_of(path).st_mode & 07777, 0600u) << std::oct << mask;
         EXPECT_EQ(status_of(path).st_uid, ::geteuid()) << std::oct << mask;
+    }
+}
+
+TEST_F(SettingsAmongUsersAsRoot, KeepOwnerGroupAndRights)
+{
+    for (mode_t const mode : {0600u, 0640u, 0660u, 0604u, 0666u}) {
+        give(path, owner, shared, mode);
+        std::string const before = rights_of(path);
+        EXPECT_EQ(set(), 0);
+        EXPECT_EQ(rights_of(path), before) << "after root's write";
+        EXPECT_TRUE(as_user(owner, {shared}, [this] { return set() == 0; }));
+        EXPECT_EQ(rights_of(path), before) << "after their owner's";
+    }
+}
+
+TEST_F(SettingsAmongUsersAsRoot, LoseTheRightsOfAGroupThatTheirWriterIsNotIn)
+{
+    struct {
+        mode_t      before;
+        char const* after;
+        char const* reason;
+    } const cases[] = {
+        {0640, "65533:65533 600", "his own group may not do what that one may"},
+        {0666, "65533:65533 606", "others may what they may"},
+        {0604, "65533:65533 600", "the group might not: its members are others now"},
+        {0624, "65533:65533 600", "nor read"},
+        {0600, "65533:65533 600", "nothing to lose"},
+    };
+    for (auto const& c : cases) {
+        give(path, owner, shared, c.before);
+        EXPECT_TRUE(as_user(owner, {}, [this] { return set() == 0; })) << c.reason;
+        EXPECT_EQ(rights_of(path), c.after) << c.reason;
+        EXPECT_EQ(test::read_file(path), changed) << c.reason;
+    }
+}
+
+TEST_F(SettingsAmongUsersAsRoot, AreNotSetByWhoCannotKeepTheirOwner)
+{
+    give(dir.path(), owner, owner, 0777);
+    give(path, owner, owner, 0666);
+    EXPECT_TRUE(as_user(stranger, {}, [this] {
+        return set() == -1 && test::trouble_traces() == strings{"error:ofstream(%s)"};
+    }));
+    EXPECT_EQ(test::read_file(path), file);
+    EXPECT_EQ(rights_of(path), "65533:65533 666");
+    EXPECT_EQ(test::list_directory(dir.path()), strings{"zelismes.cf"});
+}
+
+TEST_F(SettingsAmongUsersAsRoot, KeepTheirAccessList)
+{
+    std::string const list = list_for(stranger);
+    give(path, owner, owner, 0600);
+    if (!set_list(path, own_list, list)) {
+        GTEST_SKIP() << "needs a file system with access lists";
+    }
+    std::string const before = rights_of(path);
+    EXPECT_EQ(set(), 0);
+    EXPECT_EQ(access_list_of(path), list);
+    EXPECT_EQ(rights_of(path), before);
+    EXPECT_TRUE(as_user(owner, {}, [this] { return set() == 0; }));
+    EXPECT_EQ(access_list_of(path), list);
+    EXPECT_EQ(rights_of(path), before);
+    EXPECT_TRUE(as_user(stranger, {}, [this] { return can_read(path); }));
+}
+
+TEST_F(SettingsAmongUsersAsRoot, GetNoAccessListFromTheirDirectory)
+{
+    give(path, owner, owner, 0640);
+    if (!set_list(dir.path(), new_files, list_for(stranger))) {
+        GTEST_SKIP() << "needs a file system with access lists";
+    }
+    auto const stranger_reads = [this] { return can_read(path); };
+    for (auto const& write : {0, 1}) {
+        EXPECT_TRUE(write == 0 ? set() == 0 : as_user(owner, {}, [this] { return set() == 0; }));
+        EXPECT_EQ(access_list_of(path), "");
+        EXPECT_EQ(rights_of(path), "65533:65533 640");
+        EXPECT_FALSE(as_user(stranger, {}, stranger_reads));
+    }
+    ::unlink(path.c_str());
+    EXPECT_EQ(set(), 0);
+    EXPECT_EQ(status_of(path).st_mode & 07777, 0600u);
+    EXPECT_FALSE(as_user(stranger, {}, stranger_reads)) << "a new file";
+}
+
+// Its bits may have protected the target only together with its directory's.
+TEST_F(SettingsAmongUsersAsRoot, BehindAnothersLinkAreTheirOwnersOnly)
+{
+    std::string const target = dir.file("target");
+    struct {
+        uid_t       link;
+        uid_t       target;
+        char const* after;
+        char const* reason;
+    } const cases[] = {
+        {0, owner, "65533:65533 664", "the writer's link"},
+        {owner, owner, "65533:65533 664", "the link of the owner of the target"},
+        {stranger, owner, "65533:65533 600", "another's link"},
+        {owner, 0, "0:0 600", "another's link to the writer's file"},
+        {owner, stranger, "65534:65534 600", "another's link to a third one's"},
+    };
+    for (auto const& c : cases) {
+        ::unlink(path.c_str());
+        test::write_file(target, file);
+        give(target, c.target, c.target, 0664);
+        ASSERT_EQ(::symlink(target.c_str(), path.c_str()), 0);
+        ASSERT_EQ(::lchown(path.c_str(), c.link, c.link), 0);
+        EXPECT_EQ(set(), 0) << c.reason;
+        EXPECT_EQ(test::read_file(path), changed) << c.reason;
+        EXPECT_EQ(rights_of(path), c.after) << c.reason;
+        EXPECT_EQ(test::read_file(target), file) << c.reason;
     }
 }
 
