@@ -245,11 +245,30 @@ void remove_made(char const* path, int fd)
     }
 }
 
-// The umask may have taken rights from the owner of a new settings file.
-bool set_up_settings(int fd)
+// The directory of a file, as a path.
+std::string directory_of(std::string const& path)
 {
-    struct stat made = {};
-    return ::fstat(fd, &made) == 0 &&
+    std::size_t const slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+// Changes only what differs: not every file system has owners and groups.
+bool set_owner_and_group(int fd, uid_t owner, gid_t group)
+{
+    struct stat now = {};
+    return ::fstat(fd, &now) == 0 &&
+           ((now.st_uid == owner && now.st_gid == group) || ::fchown(fd, owner, group) == 0);
+}
+
+// Gives a new settings file its owner and rights. One that root makes in a user's directory is the
+// user's, whose engine is to read it. The umask may have taken rights from the owner.
+bool set_up_settings(int fd, std::string const& directory)
+{
+    struct stat place = {};
+    struct stat made  = {};
+    bool const  given = ::geteuid() != 0 || (::stat(directory.c_str(), &place) == 0 &&
+                                            set_owner_and_group(fd, place.st_uid, place.st_gid));
+    return given && ::fstat(fd, &made) == 0 &&
            ((made.st_mode & private_mode) == private_mode || ::fchmod(fd, private_mode) == 0);
 }
 
@@ -258,8 +277,9 @@ int check_current_file(char const* path)
     if (::access(path, F_OK) == 0) {
         return 0;
     }
-    unique_fd const made = make_file(path);
-    if (made ? set_up_settings(made.get()) : ::access(path, F_OK) == 0) {
+    std::string const directory = directory_of(path);  // may throw: before anything is made
+    unique_fd const   made      = make_file(path);
+    if (made ? set_up_settings(made.get(), directory) : ::access(path, F_OK) == 0) {
         return 0;  // or another writer was quicker
     }
     remove_made(path, made.get());
@@ -282,13 +302,13 @@ bool remove_leftover(char const* tmp_path)
 // written to this one.
 unique_fd make_tmp(char const* tmp_path)
 {
-    for (int left = 0; left < most_leftovers; ++left) {
-        unique_fd tmp = make_file(tmp_path);
-        if (tmp || errno != EEXIST || !remove_leftover(tmp_path)) {
-            return tmp;
-        }
+    unique_fd tmp  = make_file(tmp_path);
+    int       left = 0;
+    while (!tmp && errno == EEXIST && left < most_leftovers && remove_leftover(tmp_path)) {
+        ++left;
+        tmp = make_file(tmp_path);
     }
-    return unique_fd();
+    return tmp;
 }
 
 // Whether the settings were found through a link of somebody who is neither this user nor their

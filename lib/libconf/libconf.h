@@ -40,8 +40,9 @@ int conf_get_string(char const* key, char* val, unsigned int* len, char const* p
 //       could not be read back
 // val   without CR and LF; the line made of key and val has at most 1023 characters. Leading blanks
 //       are written but not read back.
-// path  settings file. When there is none, one is created with mode 0600, whatever the umask; a link
-//       that leads nowhere is not followed.
+// path  settings file. When there is none, one is created with mode 0600, whatever the umask, and if
+//       root creates it, with owner and group of its directory. A link that leads nowhere is not
+//       followed.
 //
 // Every line that contains the key is replaced; when there is none, a line is added at the end.
 // Comments and all other lines keep their bytes and their order; empty lines are dropped.

@@ -350,5 +350,46 @@ TEST_F(SettingsAmongUsersAsRoot, BehindAnothersLinkAreTheirOwnersOnly)
     }
 }
 
+TEST_F(SettingsAmongUsersAsRoot, AreTheDirectoryOwnersWhenRootMakesThem)
+{
+    give(dir.path(), owner, shared, 0750);
+    ::unlink(path.c_str());
+    EXPECT_EQ(set(), 0);
+    EXPECT_EQ(rights_of(path), "65533:65532 600");
+    EXPECT_TRUE(as_user(owner, {}, [this] { return set() == 0; }));
+
+    ::unlink(path.c_str());
+    give(dir.path(), 0, 0, 0777);
+    EXPECT_TRUE(as_user(owner, {}, [this] { return set() == 0; }));
+    EXPECT_EQ(rights_of(path), "65533:65533 600") << "no other user's are given away";
+}
+
+// The directory of a path is where the path leads, however it is written.
+TEST_F(SettingsAmongUsersAsRoot, AreTheDirectoryOwnersByAnyPath)
+{
+    struct working_directory {
+        explicit working_directory(std::string const& path)
+        {
+            EXPECT_GE(before, 0);
+            EXPECT_EQ(::chdir(path.c_str()), 0);
+        }
+        ~working_directory()
+        {
+            EXPECT_EQ(::fchdir(before), 0);
+            ::close(before);
+        }
+        int const before = ::open(".", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    };
+    test::temp_dir elsewhere;
+    ASSERT_EQ(::symlink(dir.path().c_str(), elsewhere.file("link").c_str()), 0);
+    working_directory const here(dir.path());
+    for (std::string const& way : {std::string("zelismes.cf"), std::string("./zelismes.cf"),
+                                   elsewhere.file("link/zelismes.cf")}) {
+        ::unlink(path.c_str());
+        EXPECT_EQ(conf_set_string("k", "new", way.c_str()), 0) << way;
+        EXPECT_EQ(rights_of(path), "65533:65533 600") << way;
+    }
+}
+
 }  // namespace
 }  // namespace zelieml
