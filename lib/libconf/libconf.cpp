@@ -133,10 +133,12 @@ public:
 
     void put(char const* text) { put(text, std::strlen(text)); }
 
-    // Returns false when anything failed since the first put(), closing included.
+    // Leaves the file on the disk. Returns false when anything failed since the first put(), closing
+    // included.
     bool close()
     {
         flush();
+        sync();
         return close_descriptor(fd_.release()) == 0 && !failed_;
     }
 
@@ -153,6 +155,13 @@ private:
             }
         }
         used_ = 0;
+    }
+
+    void sync()
+    {
+        while (!failed_ && ::fsync(fd_.get()) != 0) {
+            failed_ = errno != EINTR;
+        }
     }
 
     unique_fd   fd_;

@@ -1,7 +1,7 @@
 // libconf_failure_test.cpp - the settings file when the system refuses a step
 //
-// The program is linked so that the library's calls of remove, rename, read, write, close, fchmod
-// and fgetxattr come here first.
+// The program is linked so that the library's calls of remove, rename, read, write, close, fchmod,
+// fsync and fgetxattr come here first.
 
 #include <cerrno>
 #include <cstdio>
@@ -26,10 +26,13 @@ std::string failing_remove;
 bool        failing_rename       = false;
 bool        failing_read         = false;
 bool        failing_fchmod       = false;
+bool        failing_fsync        = false;
 bool        failing_fgetxattr    = false;
 bool        failing_close_at_end = false;  // of a descriptor that was written to
-int         interruptions        = 0;      // reads and writes that end with EINTR first
+int         interruptions        = 0;      // reads, writes and syncs that end with EINTR first
 std::size_t most_at_once         = 0;      // bytes that a read or write moves at most, if not 0
+
+off_t size_at_sync = -1;
 
 std::function<void()> when_backup_goes;  // called after the ".bak" file is removed
 
@@ -65,6 +68,7 @@ int     __real_close(int fd);
 ssize_t __real_read(int fd, void* data, size_t size);
 ssize_t __real_write(int fd, void const* data, size_t size);
 int     __real_fchmod(int fd, mode_t mode);
+int     __real_fsync(int fd);
 ssize_t __real_fgetxattr(int fd, char const* name, void* data, size_t size);
 
 int __wrap_remove(char const* path)
@@ -113,6 +117,16 @@ int __wrap_fchmod(int fd, mode_t mode)
     return failing_fchmod ? fail() : __real_fchmod(fd, mode);
 }
 
+int __wrap_fsync(int fd)
+{
+    if (interrupted()) {
+        return -1;
+    }
+    struct stat info = {};
+    size_at_sync     = ::fstat(fd, &info) == 0 ? info.st_size : -1;
+    return failing_fsync ? fail() : __real_fsync(fd);
+}
+
 ssize_t __wrap_fgetxattr(int fd, char const* name, void* data, size_t size)
 {
     return failing_fgetxattr ? fail() : __real_fgetxattr(fd, name, data, size);
@@ -143,6 +157,7 @@ protected:
         failing_rename       = false;
         failing_read         = false;
         failing_fchmod       = false;
+        failing_fsync        = false;
         failing_fgetxattr    = false;
         failing_close_at_end = false;
         interruptions        = 0;
@@ -212,6 +227,17 @@ TEST_F(SettingsFailure, ToCloseTheTemporaryFileCountsAsNotWritten)
     failing_close_at_end = false;
     expect_reported({"error:put_tmp"});
     EXPECT_EQ(test::read_file(path), file);
+}
+
+TEST_F(SettingsFailure, ToReachTheDiskCountsAsNotWritten)
+{
+    test::write_file(path + ".bak", "x");
+    failing_fsync = true;
+    EXPECT_EQ(set(), -1);
+    expect_reported({"error:put_tmp"});
+    EXPECT_EQ(test::read_file(path), file);
+    EXPECT_EQ(test::read_file(path + ".bak"), "x") << "nothing is removed before";
+    EXPECT_EQ(size_at_sync, 16) << "all that is written";
 }
 
 TEST_F(SettingsFailure, ToReadLeavesTheFile)
