@@ -410,7 +410,8 @@ int put_tmp(int settings, file_writer& out, char const* key, char const* val)
 
 int remove_file(char const* path)
 {
-    if (::access(path, F_OK) == 0 && std::remove(path) != 0) {
+    struct stat named = {};  // a link's own: one that leads nowhere goes too
+    if (::lstat(path, &named) == 0 && std::remove(path) != 0) {
         trace_msg("error:remove(%s)");
         return -1;
     }

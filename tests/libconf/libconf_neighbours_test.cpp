@@ -217,6 +217,23 @@ TEST_F(SettingsAmongUsersAsRoot, StayAsTheyWereWhenATemporaryFileCannotBeDeleted
     EXPECT_EQ(test::read_file(tmp), "planted");
 }
 
+TEST_F(SettingsAmongUsers, HaveALinkUnderTheBackupNameDeletedAndNotItsTarget)
+{
+    std::string const target = dir.file("target");
+    for (bool const dangling : {false, true}) {
+        if (!dangling) {
+            test::write_file(target, "precious");
+        }
+        ASSERT_EQ(::symlink(target.c_str(), (path + ".bak").c_str()), 0);
+        EXPECT_EQ(set(), 0) << dangling;
+        if (!dangling) {
+            EXPECT_EQ(test::read_file(target), "precious");
+            ::unlink(target.c_str());
+        }
+        EXPECT_EQ(test::list_directory(dir.path()), strings{"zelismes.cf"}) << dangling;
+    }
+}
+
 TEST_F(SettingsAmongUsers, AreNotMadeWhereADanglingLinkLeads)
 {
     std::string const target = dir.file("target");
