@@ -220,14 +220,15 @@ bool is_settable(char const* key, char const* val)
 }
 
 // Opens the settings file for reading. Pipes, whose opening waits for a writer, and devices, which
-// may never end, are not opened. A directory is: reading it fails.
+// may never end, are not opened. A directory is: reading it fails. Should a pipe take the file's
+// place after the look at it, neither opening nor reading waits.
 unique_fd open_settings(char const* path)
 {
     struct stat info = {};
     if (::stat(path, &info) != 0 || !(S_ISREG(info.st_mode) || S_ISDIR(info.st_mode))) {
         return unique_fd();
     }
-    return unique_fd(::open(path, O_RDONLY | O_CLOEXEC));
+    return unique_fd(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
 }
 
 // Makes a file that was not there, for its owner only. Neither a link under that name nor somebody's

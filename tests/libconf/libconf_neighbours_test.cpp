@@ -2,6 +2,7 @@
 //
 // Several users are played by root, in children: an ordinary user runs only what one user shows.
 
+#include <csignal>
 #include <cstdint>
 #include <cstdio>
 #include <fcntl.h>
@@ -50,20 +51,25 @@ std::string rights_of(std::string const& path)
     return text;
 }
 
-// Runs body in a child with a user's rights, and those of at most one group beside his own. Returns
-// whether body did; 30 s at most.
-bool as_user(uid_t user, std::vector<gid_t> const& groups, std::function<bool()> const& body)
+// Runs body in a child, for 30 s at most. Returns what body did.
+bool in_child(std::function<bool()> const& body)
 {
     pid_t const child = ::fork();
     if (child == 0) {
         ::alarm(30);
-        bool const is_user = ::setgroups(groups.size(), groups.data()) == 0 &&
-                             ::setresgid(user, user, user) == 0 &&
-                             ::setresuid(user, user, user) == 0;
-        ::_exit(is_user && body() ? 0 : 1);
+        ::_exit(body() ? 0 : 1);
     }
     int status = -1;
     return child > 0 && ::waitpid(child, &status, 0) == child && status == 0;
+}
+
+// The same with the rights of a user, his own group and these groups.
+bool as_user(uid_t user, std::vector<gid_t> const& groups, std::function<bool()> const& body)
+{
+    return in_child([&] {
+        return ::setgroups(groups.size(), groups.data()) == 0 &&
+               ::setresgid(user, user, user) == 0 && ::setresuid(user, user, user) == 0 && body();
+    });
 }
 
 // An access list as the kernel keeps it: the owner and the mask may read and write, the group may
@@ -180,6 +186,37 @@ TEST_F(SettingsAmongUsers, AreNotSeenByWhoHoldsAnOldTemporaryFileOpen)
     EXPECT_EQ(count, 4);
     EXPECT_EQ(::pwrite(held.get(), "changed", 7, 0), 7);
     EXPECT_EQ(test::read_file(path), changed) << "nor can he change them";
+}
+
+// A pipe takes the place of the file and the other way round, also between a look at it and opening.
+TEST_F(SettingsAmongUsers, AreReadWithoutWaitingForAPipe)
+{
+    std::string const pipe = dir.file("pipe");
+    std::string const kept = dir.file("kept");
+    std::string const next = dir.file("next");
+    test::write_file(kept, file);
+    ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+    pid_t const exchanger = ::fork();
+    if (exchanger == 0) {
+        ::alarm(30);
+        while (
+            ::link(pipe.c_str(), next.c_str()) == 0 && ::rename(next.c_str(), path.c_str()) == 0 &&
+            ::link(kept.c_str(), next.c_str()) == 0 && ::rename(next.c_str(), path.c_str()) == 0) {
+        }
+        ::_exit(1);
+    }
+    ASSERT_GT(exchanger, 0);
+    EXPECT_TRUE(in_child([this] {
+        int read = 0;
+        for (int i = 0; i < 20000; ++i) {
+            char         val[16];
+            unsigned int len = sizeof val;
+            read += conf_get_string("k", val, &len, path.c_str()) == 0 ? 1 : 0;
+        }
+        return read > 0;
+    }));
+    ::kill(exchanger, SIGKILL);
+    ::waitpid(exchanger, nullptr, 0);
 }
 
 TEST_F(SettingsAmongUsersAsRoot, AreSetBesideATemporaryFileOfAnotherUser)
