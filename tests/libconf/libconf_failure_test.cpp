@@ -220,6 +220,19 @@ TEST_F(SettingsFailure, ToFindItsOwnTemporaryFileRemovesNothing)
     }
 }
 
+// A link to its own file would become the settings.
+TEST_F(SettingsFailure, ToFindAFileUnderTheTemporaryNameRemovesNothing)
+{
+    test::write_file(path + ".bak", "x");
+    when_backup_goes = [&] {
+        __real_rename((path + ".tmp").c_str(), dir.file("moved").c_str());
+        EXPECT_EQ(::symlink("moved", (path + ".tmp").c_str()), 0);
+    };
+    EXPECT_EQ(set(), -1);
+    expect_reported({"error:rename_tmp"});
+    EXPECT_EQ(test::read_file(path), file);
+}
+
 TEST_F(SettingsFailure, ToCloseTheTemporaryFileCountsAsNotWritten)
 {
     failing_close_at_end = true;
