@@ -516,19 +516,25 @@ ZELIEML_API int eml_cf_get_string(const char *key, char *val, unsigned int *leng
  *       "smtp_auth_type". Set the shorter key first.
  * val   the value: no line breaks, and "<key> = <val>" is 1022 bytes at most. Spaces and tabs at
  *       its beginning are lost when it is read.
- * path  the settings file. If it does not exist, it is created with mode 0600, whatever the umask.
+ * path  the settings file. If it does not exist, it is created with mode 0600, whatever the umask; if
+ *       root creates it, it belongs to the owner and group of its directory. chmod it once to share
+ *       it with another user's engine.
  *
- * The new settings are written to a new file "<path>.tmp", which gets the permission bits of the old
- * file and then takes its place. "<path>.tmp" and "<path>.bak" are deleted first if they exist.
+ * The new settings are written to a new file "<path>.tmp", which then takes the place of the old one
+ * and keeps its owner, group, permission bits and access list. If the caller cannot keep the owner,
+ * the call fails; if he cannot keep the group or the access list, nobody gains rights, but the group
+ * or all but the owner lose theirs. A symbolic link is replaced by a file; one that leads nowhere
+ * makes the call fail. "<path>.tmp" and "<path>.bak" are deleted if they exist.
  *
  * Allow only one writer at a time. Two writers, on threads or in processes, can fail, or lose
  * settings, in the worst case all of them.
  *
  * Returns 0. Returns -1 when an argument is null, key or val is not allowed, the file has a line of
- * more than 1023 bytes or is not a regular file, a file cannot be read, written, removed or
- * renamed, or there is no memory. The settings file is then unchanged (if there was none, an empty
- * one may be there), unless the very last step failed, the renaming: then the settings are in
- * "<path>.tmp".
+ * more than 1023 bytes or is not a regular file, its owner cannot be kept, a file cannot be read,
+ * written, removed or renamed, or there is no memory. The settings file is then unchanged (if there
+ * was none, an empty one may be there), unless the very last step failed, the renaming: then there
+ * is no settings file, and all settings are in "<path>.tmp". Rename that to "<path>" before you set
+ * anything: the next call would delete it and begin with an empty file.
  */
 ZELIEML_API int eml_cf_set_string(const char *key, const char *val, const char *path);
 

@@ -59,7 +59,8 @@ int conf_get_string(char const* key, char* val, unsigned int* len, char const* p
 // overlong, a file cannot be read, written, removed or renamed, the settings file is not a regular
 // file, its owner cannot be kept, or another writer took the temporary file away. The settings file is then unchanged, or was
 // created empty. One exception: when the final renaming failed, only "<path>.tmp" is left, and it
-// is complete. After other failures "<path>.tmp" may be left too, incomplete.
+// is complete. Nothing repairs this: the next call deletes it and begins with an empty file. After
+// other failures "<path>.tmp" may be left too, incomplete.
 int conf_set_string(char const* key, char const* val, char const* path);
 
 }  // namespace zelieml
