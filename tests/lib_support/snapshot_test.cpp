@@ -6,7 +6,9 @@
 #include <atomic>
 #include <gtest/gtest.h>
 #include <set>
+#include <sys/wait.h>
 #include <thread>
+#include <unistd.h>
 
 using zelieml::snapshot;
 
@@ -173,4 +175,73 @@ TEST(Snapshot, LosesNoChangeOfManyThreads)
     }
     EXPECT_EQ(left, wanted);
     EXPECT_EQ(removed, adders * numbers_each / 2);
+}
+
+namespace
+{
+
+// An element that looks at its list whenever it is copied and when it ends.
+struct looker {
+    explicit looker(snapshot<looker>& l) : list(&l) {}
+    looker(looker const& other) : list(other.list) { list->get(); }
+    looker& operator=(looker const&) = delete;
+    ~looker() { list->get(); }
+
+    snapshot<looker>* list;
+};
+
+}  // namespace
+
+TEST(Snapshot, IsNotLockedWhileElementsAreCopiedAndDestroyed)
+{
+    snapshot<looker> list;
+    for (int i = 0; i < 3; ++i) {
+        list.update([&](snapshot<looker>::list& l) {
+            l.emplace_back(list);
+            return true;
+        });
+    }
+    EXPECT_EQ(list.get()->size(), 3U);
+    list.update([](snapshot<looker>::list& l) {
+        l.clear();
+        return true;
+    });
+}
+
+// Whatever the parent's other threads were in the middle of.
+TEST(Snapshot, OfAForkedChildsOwnIsNeverLocked)
+{
+    std::atomic<bool>        over{false};
+    snapshot<int>            lists[8];
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 3; ++i) {
+        threads.emplace_back([&] {
+            while (!over) {
+                for (snapshot<int> const& list : lists) {
+                    list.get();
+                }
+            }
+        });
+    }
+    int status = 0;
+    for (int children = 0; children < 200 && status == 0; ++children) {
+        pid_t const child = ::fork();
+        if (child == 0) {
+            ::alarm(10);
+            snapshot<int> own[64];
+            for (snapshot<int>& list : own) {
+                list.update([](numbers& l) {
+                    l.push_back(1);
+                    return true;
+                });
+            }
+            ::_exit(0);
+        }
+        EXPECT_EQ(::waitpid(child, &status, 0), child);
+    }
+    over = true;
+    for (std::thread& thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(status, 0) << "a child hung";
 }
