@@ -43,7 +43,7 @@ connection_end shut_down(int fd)
 
     char unread[1024];
     for (;;) {
-        ssize_t const received = ::recv(fd, unread, sizeof unread, 0);
+        ssize_t const received = platform::receive_bytes(fd, unread, sizeof unread);
         if (received == 0) {
             break;
         }

@@ -17,6 +17,7 @@
 
 #include "tests/support/clean_machine.h"
 #include "tests/support/peers.h"
+#include "tests/support/signal_storm.h"
 
 namespace zelieml::test
 {
@@ -606,6 +607,22 @@ TEST_F(SockWrite, WritesAllOfATextThatIsReadSlowly)
     EXPECT_TRUE(heard == text) << heard.size();
 }
 
+TEST_F(SockWrite, IsNotCutShortBySignals)
+{
+    tcp_pair          pair;
+    std::string const text(8 << 20, 'x');
+    std::string       heard;
+    signal_storm      storm;
+    std::thread       server = start_undisturbed([&] {
+        storm.wait_for(20);
+        heard = pair.heard_to_the_end();
+    });
+    EXPECT_EQ(sock_write(pair.client(), text.data(), 8 << 20), 8 << 20);
+    ::shutdown(pair.client(), SHUT_WR);
+    server.join();
+    EXPECT_TRUE(heard == text) << heard.size();
+}
+
 TEST_F(SockWrite, FailsWithoutASignalWhenThePeerIsGone)
 {
     tcp_pair pair;
@@ -698,6 +715,19 @@ TEST_F(SockShutdown, DrainsInPiecesOf1024Bytes)
     pair.server_closes();
     EXPECT_EQ(sock_shutdown_connection(pair.release_client()), 0);
     EXPECT_EQ(trouble_traces(), strings(3, "error:unexpected %d bytes received."));
+}
+
+TEST_F(SockShutdown, WaitsForThePeerWhateverSignalsCome)
+{
+    tcp_pair     pair;
+    signal_storm storm;
+    std::thread  server = start_undisturbed([&] {
+        storm.wait_for(20);
+        pair.server_closes();
+    });
+    EXPECT_EQ(sock_shutdown_connection(pair.release_client()), 0);
+    server.join();
+    EXPECT_EQ(trouble_traces(), strings{});
 }
 
 TEST_F(SockShutdown, LeavesADescriptorOpenThatCannotBeShutDown)

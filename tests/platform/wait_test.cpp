@@ -3,19 +3,17 @@
 #include "platform/wait.h"
 
 #include <arpa/inet.h>
-#include <atomic>
 #include <cerrno>
 #include <chrono>
-#include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/time.h>
 #include <thread>
 
 #include "platform/sleep.h"
 #include "platform/socket.h"
 #include "tests/support/peers.h"
+#include "tests/support/signal_storm.h"
 #include "tests/support/threads.h"
 #include "tests/support/wait_until.h"
 
@@ -28,47 +26,6 @@ namespace
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using std::chrono::steady_clock;
-
-std::atomic<int> signals_caught{0};
-
-// While it lives, a signal comes every 3 ms and cuts short whatever the test's thread waits in.
-class signal_storm
-{
-public:
-    signal_storm()
-    {
-        signals_caught           = 0;
-        struct sigaction counted = {};
-        counted.sa_handler       = [](int) { ++signals_caught; };
-        ::sigaction(SIGALRM, &counted, &action_);
-        itimerval const every = {{0, 3000}, {0, 3000}};
-        ::setitimer(ITIMER_REAL, &every, nullptr);
-    }
-
-    ~signal_storm()
-    {
-        itimerval const never = {};
-        ::setitimer(ITIMER_REAL, &never, nullptr);
-        ::sigaction(SIGALRM, &action_, nullptr);
-    }
-
-private:
-    struct sigaction action_ = {};
-};
-
-// A thread that no signal of the storm goes to.
-template <class Function>
-std::thread start_undisturbed(Function function)
-{
-    sigset_t alarm;
-    sigset_t before;
-    ::sigemptyset(&alarm);
-    ::sigaddset(&alarm, SIGALRM);
-    ::pthread_sigmask(SIG_BLOCK, &alarm, &before);
-    std::thread thread(std::move(function));
-    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    return thread;
-}
 
 template <class Function>
 steady_clock::duration time_of(Function function)

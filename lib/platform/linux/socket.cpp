@@ -5,6 +5,8 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
+#include "platform/posix/uninterrupted.h"
+
 namespace zelieml::platform
 {
 
@@ -29,7 +31,7 @@ sockaddr_in ipv4_peer(std::uint32_t address, std::uint16_t port)
 
 ssize_t send_bytes(int fd, void const* data, std::size_t size)
 {
-    return ::send(fd, data, size, MSG_NOSIGNAL);
+    return uninterrupted([&] { return ::send(fd, data, size, MSG_NOSIGNAL); });
 }
 
 void join_small_writes(int fd, bool on)

@@ -7,6 +7,7 @@
 #include <netinet/tcp.h>
 #include <sys/socket.h>
 
+#include "platform/posix/uninterrupted.h"
 #include "support/unique_fd.h"
 
 namespace zelieml::platform
@@ -45,7 +46,7 @@ sockaddr_in ipv4_peer(std::uint32_t address, std::uint16_t port)
 // open_stream_socket has switched SIGPIPE off.
 ssize_t send_bytes(int fd, void const* data, std::size_t size)
 {
-    return ::send(fd, data, size, 0);
+    return uninterrupted([&] { return ::send(fd, data, size, 0); });
 }
 
 // Does nothing: on this system switching TCP_NOPUSH off does not send what was held back. That
