@@ -757,9 +757,11 @@ ZELIEML_API int eml_receive_msg_count(void *list);
  * Returns 0 when the server has no further mail. A mail that it refused to delete can be in the
  * list more than once.
  *
- * Returns -1, with an empty list, when any session fails, there is no memory, the server refused to
- * delete in 1000 sessions in a row, or showed the very same mailbox in 1000. THE MAILS FETCHED BY
- * THEN ARE LOST. Returns -1 without contacting the server when server or list is null.
+ * Returns -1, with an empty list, when any session fails, there is no memory, or the server does not
+ * delete: 1000 sessions in a row brought the same mail again while the number of mails reached no
+ * new low. THE MAILS FETCHED BY THEN ARE LOST. Returns -1 without contacting the server when server
+ * or list is null. Does not return while a server goes on sending mails it invents: that cannot be
+ * told from a full mailbox.
  */
 ZELIEML_API int eml_receive_mails(void *server, void *list, const char *domains);
 

@@ -3,6 +3,7 @@
 #include "libreceive/fetchmail.h"
 
 #include <cstring>
+#include <utility>
 
 #include "liblog/trace.h"
 
@@ -25,15 +26,16 @@ char const* refused_step(int login)
     }
 }
 
-// Logs in and asks for the number and size of the mails.
-int open_mailbox(_s_pop* session, _s_mailserver const& server, mailbox_state& mailbox)
+// Logs in and asks for the number of the mails.
+int open_mailbox(_s_pop* session, _s_mailserver const& server, int& count)
 {
     int const login = pop_log_in(session, server.pop_user, server.pop_password, is_apop(server));
     if (login != pop_ok) {
         trace_msg(refused_step(login));
         return -1;
     }
-    if (pop_stat(session, &mailbox.count, &mailbox.size) != 0) {
+    int size = 0;
+    if (pop_stat(session, &count, &size) != 0) {
         trace_msg("error: pop_stat");
         return -1;
     }
@@ -56,22 +58,21 @@ int close_mailbox(pop_holder& session, std::string& reply)
     return quit;
 }
 
-// One session: start, login, work, end.
+// One session: start, login, work with the number of the mails, end.
 template <class Work>
-int with_mailbox(_s_mailserver const& server, std::string& reply, mailbox_state& mailbox,
-                 Work&& work)
+int with_mailbox(_s_mailserver const& server, std::string& reply, Work&& work)
 {
-    mailbox = {};
     if (server.pop_auth_type == nullptr) {
         return -1;
     }
     pop_holder session;
+    int        count   = 0;
     int const  started = pop_start_session(server.pop_host, server.pop_port, session.out());
     if (started != 0) {
         trace_msg("error: pop_start_session");
     }
-    if (started != 0 || open_mailbox(session.get(), server, mailbox) != 0 ||
-        work(session.get()) != 0) {
+    if (started != 0 || open_mailbox(session.get(), server, count) != 0 ||
+        work(session.get(), count) != 0) {
         if (session.get() != nullptr) {
             reply = session->reply;
         }
@@ -80,24 +81,24 @@ int with_mailbox(_s_mailserver const& server, std::string& reply, mailbox_state&
     return close_mailbox(session, reply);
 }
 
-int delete_fetched(_s_pop* session, int count, mailbox_state& mailbox)
+int delete_fetched(_s_pop* session, int count)
 {
-    if (delete_mails(session, count, mailbox.dele_refused) != 0) {
+    if (delete_mails(session, count) != 0) {
         trace_msg("error: delete_mails");
         return -1;
     }
     return 0;
 }
 
-int fetch_one(_s_pop* session, std::int32_t& fetched, std::int32_t& remaining, std::string& from,
-              std::string& subject, mailbox_state& mailbox)
+int fetch_one(_s_pop* session, int count, std::int32_t& fetched, std::int32_t& remaining,
+              std::string& from, std::string& subject, std::vector<std::string>* mail)
 {
     fetched   = 0;
     remaining = 0;
-    if (mailbox.count <= 0) {
+    if (count <= 0) {
         return 0;
     }
-    remaining = mailbox.count;
+    remaining = count;
     std::vector<std::string> lines;
     bool                     over = false;
     if (pop_retr_alllines(session, 1, lines, over) != 0) {
@@ -111,11 +112,12 @@ int fetch_one(_s_pop* session, std::int32_t& fetched, std::int32_t& remaining, s
         trace_msg("subject %s");
         fetched = 1;
     }
+    if (mail != nullptr) {
+        lines.erase(lines.begin());
+        *mail = std::move(lines);
+    }
     --remaining;
-    int const result = delete_fetched(session, 1, mailbox);
-    // After a mail with too many lines, an unread line of it was taken for the reply: no refusal.
-    mailbox.dele_refused = mailbox.dele_refused && !over;
-    return result;
+    return delete_fetched(session, 1);
 }
 
 }  // namespace
@@ -129,11 +131,11 @@ bool is_apop(_s_mailserver const& server)
 
 int fetchmail_get_one_mail(_s_mailserver const& server, std::int32_t& fetched,
                            std::int32_t& remaining, std::string& from, std::string& subject,
-                           std::string& reply, mailbox_state& mailbox)
+                           std::string& reply, std::vector<std::string>* mail)
 {
     trace_msg("fetchmail_get_one_mail in");
-    int const result = with_mailbox(server, reply, mailbox, [&](_s_pop* session) {
-        return fetch_one(session, fetched, remaining, from, subject, mailbox);
+    int const result = with_mailbox(server, reply, [&](_s_pop* session, int count) {
+        return fetch_one(session, count, fetched, remaining, from, subject, mail);
     });
     trace_msg("fetchmail_get_one_mail out %d");
     return result;
@@ -143,13 +145,12 @@ int fetchmail_get_mails(_s_mailserver const& server, std::vector<std::string>& f
                         std::vector<std::string>& subjects, std::string& reply)
 {
     trace_msg("fetchmail_get_mails in");
-    mailbox_state mailbox;
-    int const     result = with_mailbox(server, reply, mailbox, [&](_s_pop* session) {
-        if (fetch_mails(session, mailbox.count, froms, subjects) != 0) {
+    int const result = with_mailbox(server, reply, [&](_s_pop* session, int count) {
+        if (fetch_mails(session, count, froms, subjects) != 0) {
             trace_msg("error: fetch_mails");
             return -1;
         }
-        return delete_fetched(session, mailbox.count, mailbox);
+        return delete_fetched(session, count);
     });
     trace_msg("fetchmail_get_mails out %d");
     return result;
@@ -173,13 +174,11 @@ int fetch_mails(_s_pop* session, int count, std::vector<std::string>& froms,
     return 0;
 }
 
-int delete_mails(_s_pop* session, int count, bool& refused)
+int delete_mails(_s_pop* session, int count)
 {
-    refused = false;
     for (int number = 1; number <= count; ++number) {
         if (pop_dele(session, number) != 0) {
             trace_msg("error:pop_dele %s");
-            refused = true;
         }
     }
     return 0;

@@ -24,13 +24,6 @@ namespace zelieml
 constexpr char key_from[]    = "From: ";
 constexpr char key_subject[] = "Subject: ";
 
-// What one session saw of the mailbox: needed to notice that it never gets smaller.
-struct mailbox_state {
-    int  count        = 0;      // mails, as STAT says
-    int  size         = 0;      // bytes, as STAT says
-    bool dele_refused = false;  // the server refused a DELE in this session
-};
-
 // fetchmail_get_one_mail - fetch and delete the first mail of a mailbox, in a session of its own
 //
 // server         the record
@@ -40,7 +33,8 @@ struct mailbox_state {
 // from, subject  receive the first line that contains "From: " and "Subject: ", anywhere in the
 //                mail; empty when there is none
 // reply          receives the server's last line, also on failure
-// mailbox        receives what the session saw of the mailbox
+// mail           receives the lines of the mail as far as they were read, without its status line;
+//                null when they are not wanted. Unchanged when the mailbox is empty.
 //
 // Fails when the session cannot be started, the login or STAT is refused, the mail cannot be
 // fetched, or QUIT is not answered. A refused DELE is not a failure. On failure fetched and
@@ -48,7 +42,7 @@ struct mailbox_state {
 // missing.
 int fetchmail_get_one_mail(_s_mailserver const& server, std::int32_t& fetched,
                            std::int32_t& remaining, std::string& from, std::string& subject,
-                           std::string& reply, mailbox_state& mailbox);
+                           std::string& reply, std::vector<std::string>* mail = nullptr);
 
 // delete_keyword - what follows the first occurrence of key; the whole string when there is none
 std::string delete_keyword(std::string const& text, char const* key);
@@ -78,11 +72,8 @@ int fetch_mails(_s_pop* session, int count, std::vector<std::string>& froms,
 
 // delete_mails - mark mails 1 to count as deleted
 //
-// refused  receives whether the server refused one of them, or the connection was lost; the others
-//          are tried all the same
-//
-// Returns 0.
-int delete_mails(_s_pop* session, int count, bool& refused);
+// Returns 0, also when the server refuses one of them: the others are tried all the same.
+int delete_mails(_s_pop* session, int count);
 
 // find_item - the first line that contains key anywhere; an empty string when there is none
 std::string find_item(std::vector<std::string> const& lines, char const* key);

@@ -2,6 +2,7 @@
 
 #include "libreceive/libreceive.h"
 
+#include <limits>
 #include <utility>
 
 #include "liblog/trace.h"
@@ -14,27 +15,31 @@ namespace zelieml
 namespace
 {
 
-// Notices a mailbox that never gets smaller, because the server refuses to delete or only pretends
-// to. No honest server comes near the limit.
+// Notices a mailbox that never gets empty, because the server does not delete. The mails tell, and
+// not the replies: a server may delete and speak of errors, or show only part of a mailbox.
 class standstill
 {
 public:
-    // Takes in what a session saw. Returns whether the limit is reached.
-    bool reached(mailbox_state const& now)
+    // Takes in the mail of a session and how many remain. Returns whether the limit is reached.
+    bool reached(std::int32_t remaining, std::vector<std::string>& mail)
     {
-        bool const same = now.count == before_.count && now.size == before_.size;
-        same_           = same ? same_ + 1 : 1;
-        refused_        = now.dele_refused ? refused_ + 1 : 0;
-        before_         = now;
-        return same_ >= limit || refused_ >= limit;
+        bool const same     = mail == mail_;
+        bool const progress = !same || remaining < lowest_;
+        in_vain_            = progress ? 0 : in_vain_ + 1;
+        if (progress) {
+            lowest_ = remaining;
+            mail_   = std::move(mail);
+        }
+        return in_vain_ >= limit;
     }
 
 private:
     static constexpr int limit = 1000;
 
-    mailbox_state before_;       // empty at first, unlike any mailbox that goes on
-    int           same_    = 0;  // sessions in a row with the same numbers from STAT
-    int           refused_ = 0;  // sessions in a row in which DELE was refused
+    std::vector<std::string> mail_;  // of the session before
+    // The fewest that remained since that mail first came.
+    std::int32_t lowest_  = std::numeric_limits<std::int32_t>::max();
+    int          in_vain_ = 0;  // sessions in a row without progress
 };
 
 // Copies a line of a list without its key.
@@ -91,14 +96,14 @@ int receive_mails(void* server, void* list, char const* domains)
     auto& received = *static_cast<_s_receive_msg*>(list);
     receive_msg_init(received);
 
-    _s_receive_msg collected;
-    standstill     watch;
-    std::int32_t   remaining = 0;
+    _s_receive_msg           collected;
+    standstill               watch;
+    std::vector<std::string> mail;
+    std::int32_t             remaining = 0;
     do {
-        mailbox_state mailbox;
         if (process_one_mail(*static_cast<_s_mailserver*>(server), remaining, collected.from,
-                             collected.subject, mailbox) != 0 ||
-            (remaining >= 1 && watch.reached(mailbox))) {
+                             collected.subject, &mail) != 0 ||
+            (remaining >= 1 && watch.reached(remaining, mail))) {
             trace_msg("error:process_one_mail");
             return -1;
         }
@@ -120,13 +125,13 @@ int receive_mails(void* server, void* list, char const* domains)
 
 int process_one_mail(_s_mailserver const& server, std::int32_t& remaining,
                      std::vector<std::string>& froms, std::vector<std::string>& subjects,
-                     mailbox_state& mailbox)
+                     std::vector<std::string>* mail)
 {
     std::int32_t fetched = 0;
     std::string  from;
     std::string  subject;
     std::string  reply;
-    if (fetchmail_get_one_mail(server, fetched, remaining, from, subject, reply, mailbox) != 0) {
+    if (fetchmail_get_one_mail(server, fetched, remaining, from, subject, reply, mail) != 0) {
         trace_msg("error:fetchmail_get_one_mail");
         return -1;
     }

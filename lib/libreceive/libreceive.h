@@ -50,8 +50,9 @@ int receive_msg_count(void* list);
 // deleted and left out.
 //
 // Returns 0. Returns -1 when server or list is null or any session fails; the list is then empty,
-// and the mails of earlier sessions are lost. Also fails when the mailbox does not get smaller:
-// when DELE was refused in 1000 sessions in a row, or STAT gave the same numbers in 1000 in a row.
+// and the mails of earlier sessions are lost. Also fails after 1000 sessions in a row without
+// progress: each brought the same mail as the one before, as far as it was read, and STAT gave no
+// smaller number than ever since that mail first came. What the server says to DELE does not count.
 int receive_mails(void* server, void* list, char const* domains);
 
 // receive_msg_get_from, receive_msg_get_subject - copy a line without its "From: " or "Subject: "
@@ -76,12 +77,12 @@ void receive_msg_init(_s_receive_msg& list);
 // server           the record
 // remaining        receives the number of mails that are left
 // froms, subjects  one line each is appended when a mail was fetched
-// mailbox          receives what the session saw of the mailbox
+// mail             as for fetchmail_get_one_mail
 //
 // Returns 0, or -1 when the session failed.
 int process_one_mail(_s_mailserver const& server, std::int32_t& remaining,
                      std::vector<std::string>& froms, std::vector<std::string>& subjects,
-                     mailbox_state& mailbox);
+                     std::vector<std::string>* mail = nullptr);
 
 // copy_in_to_out - append the lines of in to out
 void copy_in_to_out(std::vector<std::string> const& in, std::vector<std::string>& out);

@@ -2,6 +2,7 @@
 
 #include "libreceive/libreceive.h"
 
+#include <functional>
 #include <memory>
 
 #include "tests/support/clean_machine.h"
@@ -53,11 +54,11 @@ private:
     std::unique_ptr<void, list_deleter> list_;
 };
 
-// One session of a mailbox: what STAT says, and the first mail.
+// One session of a mailbox: what STAT says, the first mail, and the replies to DELE and RETR.
 std::string session(std::string const& stat, std::string const& mail,
-                    std::string const& dele = "+OK")
+                    std::string const& dele = "+OK", std::string const& retr = "+OK")
 {
-    return pop_login() + answered("stat", "+OK " + stat) + answered("retr 1", "+OK") + mail +
+    return pop_login() + answered("stat", "+OK " + stat) + answered("retr 1", retr) + mail +
            "\nS: .\n" + answered("dele 1", dele) + answered("quit", "+OK");
 }
 
@@ -168,10 +169,10 @@ TEST_F(Receive, NullIsAFailure)
     EXPECT_EQ(receive_mails(&server, list(), nullptr), -1) << "a record that was not set";
 }
 
-// ------------------------------------------- a mailbox that never gets smaller
+// -------------------------------------------- a mailbox that never gets empty
 
 // Plays session(n) for n = 1, 2, ... up to count sessions.
-std::string sessions(int count, std::string (*one)(int))
+std::string sessions(int count, std::function<std::string(int)> const& one)
 {
     std::string all;
     for (int n = 1; n <= count; ++n) {
@@ -180,44 +181,95 @@ std::string sessions(int count, std::string (*one)(int))
     return all;
 }
 
-TEST_F(Receive, AServerThatRefusesDELEIsGivenUpAfter1000Sessions)
+std::string mail(int n)
 {
-    local_server server(sessions(1000, [](int n) {
-        return session(std::to_string(n + 5) + " " + std::to_string(n), "S: x", "-ERR read only");
-    }));
-    EXPECT_EQ(receive(server), -1);
-    EXPECT_EQ(server.heard(), server.expected()) << server.problem();
-    EXPECT_EQ(receive_msg_count(list()), 0);
-    EXPECT_EQ(trouble_traces().back(), "error:process_one_mail");
+    return "S: From: " + std::to_string(n) + "@d.test";
 }
 
-TEST_F(Receive, AMailboxThatStaysTheSameIsGivenUpAfter1000Sessions)
+// The first session with a mail, and 1000 that bring it again; 1001 sessions show that mail.
+constexpr int given_up_after = 1001;
+
+TEST_F(Receive, AMailThatStaysIsGivenUpAfter1000SessionsInVain)
 {
-    local_server server(sessions(1000, [](int) { return session("2 200", "S: x"); }));
-    EXPECT_EQ(receive(server), -1);
-    EXPECT_EQ(server.heard(), server.expected()) << server.problem();
-    EXPECT_EQ(receive_msg_count(list()), 0);
+    struct {
+        std::string (*stat)(int n);
+        char const* dele;
+        char const* reason;
+    } const cases[] = {
+        {[](int) -> std::string { return "2 200"; }, "+OK", "it only pretends to delete"},
+        {[](int) -> std::string { return "2 200"; }, "-ERR read only", "it refuses"},
+        {[](int n) { return std::to_string(n + 5) + " 9"; }, "+OK", "meanwhile others come"},
+        {[](int n) { return std::to_string(6 - n % 2) + " 9"; }, "+OK", "they come and go"},
+        {[](int n) { return "2 " + std::to_string(n); }, "+OK", "only the size changes"},
+    };
+    for (auto const& c : cases) {
+        local_server server(sessions(given_up_after, [&](int n) {
+            // What the status line of RETR says is not the mail.
+            return session(c.stat(n), mail(1), c.dele, "+OK number " + std::to_string(n));
+        }));
+        EXPECT_EQ(receive(server), -1) << c.reason;
+        EXPECT_EQ(server.heard(), server.expected()) << c.reason << ": " << server.problem();
+        EXPECT_EQ(receive_msg_count(list()), 0) << c.reason;
+        EXPECT_EQ(trouble_traces().back(), "error:process_one_mail") << c.reason;
+        clear_traces();
+    }
+}
+
+TEST_F(Receive, AMailboxThatGetsEmptyIsNoFailureWhateverTheServerSays)
+{
+    constexpr int count = 1200;
+    struct {
+        std::string (*session_of)(int n);
+        char const* reason;
+    } const cases[] = {
+        {[](int n) {
+             return session(std::to_string(count + 1 - n) + " 9", mail(n), "+OK no errors");
+         },
+         "the reply to DELE contains the word, and the mail is gone"},
+        {[](int n) { return session(n < count ? "300 9000" : "1 30", mail(n)); },
+         "it shows part of the mailbox"},
+        {[](int n) { return session(std::to_string(count + 1 - n) + " 9", mail(1)); },
+         "all mails are the same"},
+    };
+    for (auto const& c : cases) {
+        local_server server(sessions(count, c.session_of));
+        EXPECT_EQ(receive(server), 0) << c.reason;
+        EXPECT_EQ(server.heard(), server.expected()) << c.reason << ": " << server.problem();
+        EXPECT_EQ(receive_msg_count(list()), count) << c.reason;
+    }
 }
 
 TEST_F(Receive, OneSessionThatGetsOnLetsItStartToCountAgain)
 {
-    // 999 refusals, one success, 999 refusals, and the last mail.
-    local_server server(sessions(2000, [](int n) {
-        std::string const size = std::to_string(n);
-        return n == 2000 ? session("1 1", "S: x")
-                         : session("2 " + size, "S: x", n == 1000 ? "+OK" : "-ERR no");
+    // 999 in vain, fewer mails, 999 in vain, another mail while more have come, 999 in vain.
+    local_server server(sessions(3001, [](int n) {
+        return n == 3001  ? session("1 9", mail(2))
+               : n > 2000 ? session("20 9", mail(2))
+               : n > 1000 ? session("9 9", mail(1))
+                          : session("10 9", mail(1));
     }));
     EXPECT_EQ(receive(server), 0);
     EXPECT_EQ(server.heard(), server.expected()) << server.problem();
-    EXPECT_EQ(receive_msg_count(list()), 2000);
+    EXPECT_EQ(receive_msg_count(list()), 3001);
+}
+
+TEST_F(Receive, WhatWasReachedBeforeIsNoProgress)
+{
+    // Down to 5 mails at the second session; never below in the 1000 after it.
+    local_server server(sessions(1002, [](int n) {
+        return session(n == 1 ? "7 9" : n % 2 == 0 ? "5 9" : "6 9", mail(1));
+    }));
+    EXPECT_EQ(receive(server), -1);
+    EXPECT_EQ(server.heard(), server.expected()) << server.problem();
 }
 
 TEST_F(Receive, AMailboxThatIsEmptyInTheEndIsNoFailureHoweverLongItTook)
 {
-    local_server server(sessions(
-        1000, [](int n) { return session(n == 1000 ? "1 7" : "2 7", "S: x", "-ERR no"); }));
+    local_server server(sessions(given_up_after, [](int n) {
+        return session(n == given_up_after ? "1 7" : "2 7", mail(1), "-ERR no");
+    }));
     EXPECT_EQ(receive(server), 0);
-    EXPECT_EQ(receive_msg_count(list()), 1000);
+    EXPECT_EQ(receive_msg_count(list()), given_up_after);
 }
 
 // ----------------------------------------------------------------------- the list
