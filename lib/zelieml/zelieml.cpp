@@ -6,6 +6,9 @@
 
 #include "zelieml.h"
 
+#include <sys/types.h>
+#include <unistd.h>
+
 #include "libaccess/libaccess.h"
 #include "libcb/libcb.h"
 #include "libemlw/libemlw.h"
@@ -22,10 +25,10 @@ namespace
 
 constexpr char default_stock_symbol[] = "zelieml_stocksymbol";
 
-// An eml_stop_multi is in progress in this process. A plain flag that turns nested calls away: not
-// an atomic object, nor a lock. The accesses are relaxed atomics because threads may call at the
-// same time.
-bool g_in_stop_multi = false;
+// The process that has an eml_stop_multi in progress, 0 for none. A plain flag that turns nested
+// calls away: not an atomic object, nor a lock. The accesses are relaxed atomics because threads
+// may call at the same time. A forked child inherits the flag, but not the call that resets it.
+pid_t g_in_stop_multi = 0;
 
 void stop_and_destroy(void* eml)
 {
@@ -220,12 +223,12 @@ int eml_stop_multi(void** eml)
     trace_msg("eml_stop_multi in %x");
     if (engine == nullptr) {
         trace_msg("eml_stop_multi out eml == 0 now !!");
-    } else if (!__atomic_load_n(&g_in_stop_multi, __ATOMIC_RELAXED)) {
+    } else if (__atomic_load_n(&g_in_stop_multi, __ATOMIC_RELAXED) != ::getpid()) {
         // Tested and set in two steps, deliberately: it turns a nested call away and is no lock.
-        __atomic_store_n(&g_in_stop_multi, true, __ATOMIC_RELAXED);
+        __atomic_store_n(&g_in_stop_multi, ::getpid(), __ATOMIC_RELAXED);
         stop_and_destroy(engine);
         *eml = nullptr;
-        __atomic_store_n(&g_in_stop_multi, false, __ATOMIC_RELAXED);
+        __atomic_store_n(&g_in_stop_multi, 0, __ATOMIC_RELAXED);
         trace_msg("eml_stop_multi out");
     } else {
         // It is set: deliberate, see docs/ODDITIES.md.

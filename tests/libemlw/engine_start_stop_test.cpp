@@ -582,6 +582,20 @@ TEST_P(StopInACallback, FreesTheEngineAlsoWhenAnotherCallbackThrows)
 
 // -------------------------------------------------------- a stop within a stop
 
+// Forks, and makes the call in the child; what it returned, or -3 when it did not return.
+int in_a_child(std::function<int()> const& call)
+{
+    ::pid_t const child = ::fork();
+    if (child == 0) {
+        std::signal(SIGALRM, SIG_DFL);
+        ::alarm(30);
+        ::_exit(call());
+    }
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -3;
+}
+
 class NestedStop : public EngineStop
 {
 protected:
@@ -658,6 +672,22 @@ TEST_F(NestedStop, OfNoEngineIsNoStop)
     EXPECT_EQ(test::traces(), (strings{"eml_stop in", "error:eml_stop eml == 0"}));
 }
 
+TEST_F(NestedStop, InAForkedChildIsNotNested)
+{
+    int status = -1;
+    during_a_stop([&] {
+        EXPECT_EQ(eml_start_with_stocksymbol(dir_.path().c_str(), "other", &other_), 0);
+        status = in_a_child([&] {
+            bool const first = eml_stop_multi(&other_) == 0 && other_ == nullptr;
+            bool const next  = eml_stop_multi(&engine_) == 0 && engine_ == nullptr;
+            return first && next ? 0 : 1;
+        });
+    });
+    EXPECT_EQ(status, 0);
+    EXPECT_NE(other_, nullptr) << "the parent's";
+    EXPECT_EQ(test::observers(), 1);
+}
+
 // -------------------------------------------------------------- a forked child
 
 // Ends the process with the thread, when it is to; the exit status says whether the record was, or
@@ -707,20 +737,6 @@ protected:
             ::_exit(3);
         }
         return 0;
-    }
-
-    // Forks, and makes the call in the child; what it returned, or -3 when it did not return.
-    static int in_a_child(std::function<int()> const& call)
-    {
-        ::pid_t const child = ::fork();
-        if (child == 0) {
-            std::signal(SIGALRM, SIG_DFL);
-            ::alarm(30);
-            ::_exit(call());
-        }
-        int status = 0;
-        EXPECT_EQ(::waitpid(child, &status, 0), child);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -3;
     }
 
     // Stops the copy of the engine; 0 when that worked and freed the record.
