@@ -3,6 +3,9 @@
 #ifndef ZELIEML_SUPPORT_UNIQUE_FD_H
 #define ZELIEML_SUPPORT_UNIQUE_FD_H
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include "support/no_cancellation.h"
 
 namespace zelieml
@@ -44,6 +47,20 @@ public:
 private:
     int fd_;
 };
+
+// above_standard - a descriptor with a number of its own
+//
+// In a host that has closed 0 to 2 a new descriptor gets one of these numbers, and with it all that
+// is printed there.
+//
+// Returns fd, or instead of a standard one a copy of it; nothing when there is no other number.
+inline unique_fd above_standard(unique_fd fd)
+{
+    if (!fd || fd.get() > STDERR_FILENO) {
+        return fd;
+    }
+    return unique_fd(::fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
 
 }  // namespace zelieml
 

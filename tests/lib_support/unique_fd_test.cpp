@@ -4,7 +4,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 #include <utility>
+
+#include "tests/support/closed_standard.h"
 
 namespace zelieml
 {
@@ -79,6 +82,30 @@ TEST(UniqueFd, CanBeGivenAnother)
     holder.reset();
     EXPECT_FALSE(is_open(second));
     EXPECT_FALSE(holder);
+}
+
+TEST(AboveStandard, LeavesOtherNumbersAlone)
+{
+    int const       fd    = open_one();
+    unique_fd const moved = above_standard(unique_fd(fd));
+    EXPECT_EQ(moved.get(), fd);
+    EXPECT_FALSE(above_standard(unique_fd()));
+}
+
+TEST(AboveStandard, MovesTheStandardOnes)
+{
+    EXPECT_TRUE(test::keeps_clear_of_standard([] {
+        unique_fd moved[4];
+        for (unique_fd& fd : moved) {
+            fd             = above_standard(unique_fd(::open("/dev/zero", O_RDONLY | O_CLOEXEC)));
+            char      byte = 'x';
+            int const mode = ::fcntl(fd.get(), F_GETFD);
+            if (fd.get() <= 2 || mode != FD_CLOEXEC || ::read(fd.get(), &byte, 1) != 1) {
+                return false;
+            }
+        }
+        return true;
+    }));
 }
 
 }  // namespace

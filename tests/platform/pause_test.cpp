@@ -12,6 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "tests/support/closed_standard.h"
 #include "tests/support/files.h"
 #include "tests/support/threads.h"
 
@@ -48,6 +49,15 @@ TEST(Pause, OfNoTimeIsNone)
     platform::pause pause;
     ASSERT_TRUE(pause.open());
     EXPECT_LT(time_of([&] { pause.wait(0); }), milliseconds(900));
+}
+
+// What a host prints by mistake would end all waits.
+TEST(Pause, KeepsClearOfTheStandardDescriptors)
+{
+    EXPECT_TRUE(keeps_clear_of_standard([] {
+        static platform::pause pause;  // still open when the descriptors are looked at
+        return pause.open();
+    }));
 }
 
 TEST(Pause, EndsEarlyWhenAnotherThreadSaysSo)

@@ -17,6 +17,7 @@
 #include <thread>
 
 #include "support/unique_fd.h"
+#include "tests/support/closed_standard.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/files.h"
 #include "tests/support/peers.h"
@@ -78,6 +79,15 @@ TEST(PlatformSocket, IsATcpSocketThatIsNeitherDelayedNorInherited)
     EXPECT_NE(option_of(fd.get(), IPPROTO_TCP, TCP_NODELAY), 0);
     EXPECT_NE(::fcntl(fd.get(), F_GETFD) & FD_CLOEXEC, 0);
     EXPECT_EQ(::fcntl(fd.get(), F_GETFL) & O_NONBLOCK, 0);
+}
+
+TEST(PlatformSocket, KeepsClearOfTheStandardDescriptors)
+{
+    EXPECT_TRUE(keeps_clear_of_standard([] {
+        unique_fd const fd(platform::open_stream_socket());
+        return fd && option_of(fd.get(), SOL_SOCKET, SO_TYPE) == SOCK_STREAM &&
+               ::fcntl(0, F_GETFD) == -1;
+    }));
 }
 
 TEST(PlatformSocket, SaysWhenThereIsNone)

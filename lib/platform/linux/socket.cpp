@@ -6,18 +6,19 @@
 #include <sys/socket.h>
 
 #include "platform/posix/uninterrupted.h"
+#include "support/unique_fd.h"
 
 namespace zelieml::platform
 {
 
 int open_stream_socket()
 {
-    int const fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd >= 0) {
+    unique_fd fd = above_standard(unique_fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)));
+    if (fd) {
         int const on = 1;
-        ::setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+        ::setsockopt(fd.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     }
-    return fd;
+    return fd.release();
 }
 
 sockaddr_in ipv4_peer(std::uint32_t address, std::uint16_t port)

@@ -15,7 +15,7 @@ namespace zelieml::platform
 
 int open_stream_socket()
 {
-    unique_fd fd(::socket(AF_INET, SOCK_STREAM, 0));
+    unique_fd fd = above_standard(unique_fd(::socket(AF_INET, SOCK_STREAM, 0)));
     int const on = 1;
     if (!fd) {
         return -1;

@@ -3,6 +3,7 @@
 #include "platform/pause.h"
 
 #include <fcntl.h>
+#include <unistd.h>
 
 #include "platform/wait.h"
 
@@ -15,10 +16,11 @@ bool pause::open()
     if (::pipe(ends) != 0) {
         return false;
     }
-    read_end_.reset(ends[0]);
-    write_end_.reset(ends[1]);
-    return ::fcntl(ends[0], F_SETFD, FD_CLOEXEC) == 0 &&
-           ::fcntl(ends[1], F_SETFD, FD_CLOEXEC) == 0 && ::fcntl(ends[1], F_SETFL, O_NONBLOCK) == 0;
+    read_end_  = above_standard(unique_fd(ends[0]));
+    write_end_ = above_standard(unique_fd(ends[1]));
+    return read_end_ && write_end_ && ::fcntl(read_end_.get(), F_SETFD, FD_CLOEXEC) == 0 &&
+           ::fcntl(write_end_.get(), F_SETFD, FD_CLOEXEC) == 0 &&
+           ::fcntl(write_end_.get(), F_SETFL, O_NONBLOCK) == 0;
 }
 
 void pause::wait(int ms)
