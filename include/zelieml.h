@@ -391,6 +391,11 @@ ZELIEML_API int eml_stop_multi(void **eml);
  * a callback runs, nothing is sent. An attempt is not reported if there is no memory for its
  * record.
  *
+ * The worker thread blocks all signals, and a program that a callback starts inherits that: it could
+ * not be ended with SIGTERM. Start it by posix_spawn with POSIX_SPAWN_SETSIGMASK, or call
+ * sigprocmask in the child between fork and exec. system and popen cannot do that: call them on a
+ * thread of your own.
+ *
  * Callbacks are called in the order in which they were registered. One that is registered already
  * keeps its place and its first user. A callback may register and remove callbacks; that takes
  * effect with the next attempt.
