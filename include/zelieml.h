@@ -54,7 +54,7 @@ typedef enum eml_encoding {
     eml_encoding_utf8 = 0,
     /* "ISO-2022-JP": the body is sent as it is, 7bit */
     eml_encoding_iso2022jp = 1,
-    eml_encoding_32_bits   = 0x7fffffff
+    eml_encoding_32_bits   = -0x7fffffff - 1 /* so that every 32-bit value may be passed */
 } eml_encoding;
 
 /*

@@ -78,6 +78,7 @@ static void test_encoding(void)
     CHECK_STRING(buf, "ISO-2022-JP");
     CHECK(eml_msg_get_encoding(msg, buf, 11) == -1);
     CHECK(eml_msg_set_encoding(msg, (eml_encoding)7) == 0);
+    CHECK(eml_msg_set_encoding(msg, (eml_encoding)0x80000000U) == 0);
     CHECK(eml_msg_get_encoding(msg, buf, (int)sizeof buf) == 0);
     CHECK_STRING(buf, "UTF-8");
     CHECK(eml_msg_set_encoding(NULL, eml_encoding_utf8) == -1);

@@ -232,8 +232,8 @@ TEST_F(MessageRecord, KeepsTheNameOfTheEncoding)
         int         value;
         char const* text;
     } const cases[] = {
-        {1, "ISO-2022-JP"}, {0, "UTF-8"}, {1, "ISO-2022-JP"},
-        {7, "UTF-8"},       {2, "UTF-8"}, {0x7fffffff, "UTF-8"},
+        {1, "ISO-2022-JP"}, {0, "UTF-8"},          {1, "ISO-2022-JP"}, {7, "UTF-8"},
+        {2, "UTF-8"},       {0x7fffffff, "UTF-8"}, {-1, "UTF-8"},      {-0x7fffffff - 1, "UTF-8"},
     };
     for (auto const& c : cases) {
         eml_encoding const encoding = static_cast<eml_encoding>(c.value);
