@@ -1,7 +1,7 @@
 // notification.h - messages to other processes, addressed by name and object
 //
 // lib/platform/macos/notification.cpp: the distributed notification center.
-// lib/platform/linux/notification.cpp: our own, over local sockets.
+// lib/platform/linux/notification_*.cpp: our own, over local sockets.
 //
 // A notification carries one string field. It reaches every observer of the same name and object on
 // this machine, in the poster's process or another. The poster never waits for an observer's

@@ -1,0 +1,337 @@
+// notification_observers.cpp - observers: each a socket file, and a thread that reads it
+//
+// The datagram carries name and object in full, and the observer compares them.
+//
+// Threads: each observer has one, which ends by taking its record out of the registry. Descriptors
+// of observers are made and closed under the registry's lock, so that a fork finds them all.
+
+#include <atomic>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <fcntl.h>
+#include <memory>
+#include <poll.h>
+#include <pthread.h>
+#include <string>
+#include <string_view>
+#include <sys/eventfd.h>
+#include <sys/random.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <utility>
+#include <vector>
+
+#include "platform/linux/notification_datagram.h"
+#include "platform/linux/notification_place.h"
+#include "platform/linux/notification_trust.h"
+#include "platform/notification.h"
+#include "platform/thread.h"
+#include "support/c_boundary.h"
+#include "support/mutex_lock.h"
+#include "support/unique_fd.h"
+
+namespace zelieml::platform
+{
+
+namespace
+{
+
+constexpr std::size_t max_datagram     = 65536;
+constexpr std::time_t unready_s        = 60;
+constexpr char        unready_suffix[] = ".new";
+
+struct observer_record {
+    observer_record*  next = nullptr;  // in the registry
+    std::string       name;
+    std::string       object;
+    notification_proc proc     = nullptr;
+    void*             observer = nullptr;
+    uid_t             user     = 0;
+
+    place             where;
+    std::string       file;  // the socket file's name there
+    unique_fd         socket;
+    unique_fd         wake_up;  // readable when the record is to end
+    std::atomic<bool> ended{false};
+    pthread_t         thread = {};
+
+    std::vector<char> buffer = std::vector<char>(max_datagram);
+};
+
+// The observers of the process. A record stays until its thread ends, even when its observer has
+// been removed: then it is marked as ended. Nothing here is ever destroyed, since threads may still
+// deliver while the process ends; and an empty list has no memory that a host could lose by
+// unloading the library.
+struct registry {
+    pthread_mutex_t  guard;
+    observer_record* first;
+};
+
+registry observers = {PTHREAD_MUTEX_INITIALIZER, nullptr};
+
+// Takes a record out of the registry, whose lock the caller holds.
+std::unique_ptr<observer_record> take_out(observer_record const& record)
+{
+    observer_record** link = &observers.first;
+    while (*link != &record) {
+        link = &(*link)->next;
+    }
+    std::unique_ptr<observer_record> taken(*link);
+    *link = taken->next;
+    return taken;
+}
+
+// The observer whose proc runs on this thread.
+thread_local observer_record const* delivering = nullptr;
+
+// A forked child inherits the sockets but no thread that reads them: while it holds them open, a
+// dead engine looks alive.
+void before_fork()
+{
+    ::pthread_mutex_lock(&observers.guard);
+}
+
+void after_fork_in_parent()
+{
+    ::pthread_mutex_unlock(&observers.guard);
+}
+
+void after_fork_in_child()
+{
+    observer_record* next = nullptr;
+    for (observer_record* record = observers.first; record != nullptr; record = next) {
+        next          = record->next;
+        record->ended = true;
+        record->socket.reset();
+        record->wake_up.reset();
+        record->where.fd.reset();
+        // A proc that forks returns to its thread also in the child; that record is still in use.
+        if (record != delivering) {
+            take_out(*record);
+        }
+    }
+    ::pthread_mutex_unlock(&observers.guard);
+}
+
+[[maybe_unused]] int const forks_watched =
+    ::pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
+
+enum class reception {
+    taken,
+    dropped,
+    nothing
+};
+
+// Takes one datagram, if there is one, and the sender the kernel vouches for.
+//
+// datagram  receives a view of the record's buffer
+reception receive(observer_record& record, std::string_view& datagram, ucred& sender)
+{
+    union {
+        cmsghdr align;
+        char    bytes[CMSG_SPACE(sizeof(ucred))];
+    } control = {};
+
+    iovec  data            = {record.buffer.data(), record.buffer.size()};
+    msghdr message         = {};
+    message.msg_iov        = &data;
+    message.msg_iovlen     = 1;
+    message.msg_control    = control.bytes;
+    message.msg_controllen = sizeof control.bytes;
+
+    ssize_t const size = ::recvmsg(record.socket.get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    if (size < 0) {
+        return errno == EINTR ? reception::dropped : reception::nothing;
+    }
+    datagram = std::string_view(record.buffer.data(), static_cast<std::size_t>(size));
+    cmsghdr const* const head = CMSG_FIRSTHDR(&message);
+    if ((message.msg_flags & MSG_TRUNC) != 0 || head == nullptr || head->cmsg_level != SOL_SOCKET ||
+        head->cmsg_type != SCM_CREDENTIALS) {
+        return reception::dropped;
+    }
+    std::memcpy(&sender, CMSG_DATA(head), sizeof sender);
+    return reception::taken;
+}
+
+void deliver(observer_record const& record, std::string_view datagram, ucred const& sender)
+{
+    static notification_center center;
+    notification               received;
+    if (decode_notification(datagram, received) && received.name.text == record.name &&
+        received.object.text == record.object &&
+        may_be_trusted(sender, record.user, received.info)) {
+        record.proc(&center, record.observer, &received.name, &received.object, &received.info);
+    }
+}
+
+void read_notifications(observer_record& record)
+{
+    std::string_view datagram;
+    ucred            sender = {};
+    while (!record.ended) {
+        reception const got = receive(record, datagram, sender);
+        if (got == reception::taken) {
+            deliver(record, datagram, sender);
+        } else if (got == reception::nothing) {
+            pollfd events[] = {{record.socket.get(), POLLIN, 0}, {record.wake_up.get(), POLLIN, 0}};
+            ::poll(events, 2, -1);
+        }
+    }
+}
+
+void forget(observer_record const& ended)
+{
+    mutex_lock const hold(observers.guard);
+    take_out(ended);
+}
+
+void* observe(void* argument)
+{
+    observer_record& record = *static_cast<observer_record*>(argument);
+    delivering              = &record;
+    while (!record.ended) {
+        // An exception of the proc ends this one delivery. For want of memory a notification may
+        // be lost; its file waits for salvage.
+        at_c_boundary(0, [&] {
+            read_notifications(record);
+            return 0;
+        });
+    }
+    forget(record);
+    return nullptr;
+}
+
+// Removes what observers have left that were killed before their sockets got their names.
+void remove_unready_sockets(int directory)
+{
+    std::time_t const now = std::time(nullptr);
+    for (std::string const& name : names_in(directory, "", unready_suffix, time_point::max())) {
+        struct stat status = {};
+        if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+            S_ISSOCK(status.st_mode) && now - status.st_mtime > unready_s) {
+            ::unlinkat(directory, name.c_str(), 0);
+        }
+    }
+}
+
+// Makes the record's socket file. It gets its name when it is ready to be met.
+bool open_socket(observer_record& record, mode_t mode)
+{
+    record.socket.reset(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    record.wake_up.reset(::eventfd(0, EFD_CLOEXEC));
+    int const     on     = 1;
+    std::uint64_t random = 0;
+    if (!record.socket || !record.wake_up ||
+        ::setsockopt(record.socket.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof on) != 0 ||
+        ::getrandom(&random, sizeof random, 0) != static_cast<ssize_t>(sizeof random)) {
+        return false;
+    }
+
+    char tail[64];
+    std::snprintf(tail, sizeof tail, "%d-%016" PRIx64, static_cast<int>(::getpid()), random);
+    std::string const name    = socket_prefix(record.object.c_str()) + tail;
+    std::string const unready = name + unready_suffix;
+    record.file               = name + socket_suffix;
+
+    std::string path = record.where.path + "/" + unready;
+    if (path.size() >= sizeof sockaddr_un::sun_path) {
+        path = path_through(record.where.fd) + "/" + unready;
+    }
+    int const         directory = record.where.fd.get();
+    sockaddr_un const address   = address_of(path);
+    if (::bind(record.socket.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address) !=
+        0) {
+        return false;
+    }
+    if (::fchmodat(directory, unready.c_str(), mode, 0) != 0 ||
+        ::renameat(directory, unready.c_str(), directory, record.file.c_str()) != 0) {
+        ::unlinkat(directory, unready.c_str(), 0);
+        return false;
+    }
+    return true;
+}
+
+// Makes an observer unreachable, and has its thread end.
+void close_observer(observer_record& record)
+{
+    ::unlinkat(record.where.fd.get(), record.file.c_str(), 0);
+    record.ended                = true;
+    std::uint64_t const one     = 1;
+    ssize_t const       written = ::write(record.wake_up.get(), &one, sizeof one);
+    (void)written;  // a counter of 0 takes it
+}
+
+// add_observer, for a record that is complete but for its place, socket and thread.
+int start_observing(std::unique_ptr<observer_record> record)
+{
+    mode_t mode   = 0;
+    record->where = observers_place(mode);
+    if (!record->where.fd) {
+        return -1;
+    }
+    remove_unready_sockets(record->where.fd.get());
+    if (!open_socket(*record, mode)) {
+        return -1;
+    }
+    observer_record& added = *record.release();
+    added.next             = observers.first;
+    observers.first        = &added;
+    if (start_thread_without_signals(added.thread, observe, &added) != 0) {
+        close_observer(added);
+        take_out(added);
+        return -1;
+    }
+    return 0;
+}
+
+}  // namespace
+
+int add_observer(char const* name, char const* object, notification_proc proc, void* observer)
+{
+    // The proc may remove its observer from its first call on: it finds it in the registry then.
+    mutex_lock const hold(observers.guard);
+    return at_c_boundary(-1, [&] {
+        auto record      = std::make_unique<observer_record>();
+        record->name     = name;
+        record->object   = object;
+        record->proc     = proc;
+        record->observer = observer;
+        record->user     = ::geteuid();
+        return start_observing(std::move(record));
+    });
+}
+
+int remove_observer(char const* name, char const* object, void* observer)
+{
+    pthread_t thread          = {};
+    bool      from_its_thread = false;
+    {
+        mutex_lock const hold(observers.guard);
+        observer_record* found = observers.first;
+        while (found != nullptr && (found->ended || found->observer != observer ||
+                                    found->name != name || found->object != object)) {
+            found = found->next;
+        }
+        if (found == nullptr) {
+            return -1;
+        }
+        thread          = found->thread;
+        from_its_thread = found == delivering;
+        close_observer(*found);
+    }
+    // The record may be gone by now.
+    if (from_its_thread) {
+        ::pthread_detach(thread);
+    } else {
+        ::pthread_join(thread, nullptr);
+    }
+    return 0;
+}
+
+}  // namespace zelieml::platform

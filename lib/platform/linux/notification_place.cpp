@@ -1,0 +1,163 @@
+#include "platform/linux/notification_place.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <utility>
+
+#include "platform/linux/directory_handle.h"
+
+namespace zelieml::platform
+{
+
+namespace
+{
+
+using clock = std::chrono::steady_clock;
+
+constexpr mode_t own_directory  = 0700;
+constexpr mode_t shared_socket  = 0666;
+constexpr mode_t own_socket     = 0600;
+constexpr char   users_prefix[] = ".zelieml-";
+
+// For the tests only, which must not meet the notifications of the machine they run on. A program
+// with more rights than its caller does not look.
+std::string root()
+{
+    char const* const set = ::secure_getenv("ZELIEML_NOTIFICATION_ROOT");
+    return set != nullptr ? set : "";
+}
+
+std::string shared_place()
+{
+    return root() + "/run/zelieml";
+}
+
+std::string users_root()
+{
+    return root() + "/tmp";
+}
+
+std::string users_place(uid_t user)
+{
+    return users_root() + "/" + users_prefix + std::to_string(user);
+}
+
+}  // namespace
+
+place open_place(std::string const& path, uid_t owner)
+{
+    place opened;
+    opened.path = path;
+    unique_fd fd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!fd) {
+        opened.missing = errno == ENOENT;
+        return opened;
+    }
+    struct stat status = {};
+    if (::fstat(fd.get(), &status) == 0 &&
+        (status.st_uid == 0 || status.st_uid == ::geteuid() || status.st_uid == owner)) {
+        opened.fd = std::move(fd);
+    }
+    return opened;
+}
+
+std::vector<std::string> names_in(int directory, std::string const& start, std::string const& end,
+                                  time_point until)
+{
+    std::vector<std::string> names;
+    unique_fd                fd(::openat(directory, ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    directory_handle const   open(fd ? ::fdopendir(fd.get()) : nullptr);
+    if (!open) {
+        return names;
+    }
+    fd.release();  // the listing's now
+    while (clock::now() < until) {
+        dirent const* const entry = ::readdir(open.get());
+        if (entry == nullptr) {
+            break;
+        }
+        std::string const name = entry->d_name;
+        if (name.size() >= start.size() + end.size() && name.compare(0, start.size(), start) == 0 &&
+            name.compare(name.size() - end.size(), end.size(), end) == 0) {
+            names.push_back(name);
+        }
+    }
+    return names;
+}
+
+std::vector<place_to_look> posters_places(time_point until)
+{
+    uid_t const                self = ::geteuid();
+    std::vector<place_to_look> places;
+    places.push_back({shared_place(), self});
+    if (self != 0) {
+        places.push_back({users_place(self), self});
+        return places;
+    }
+    unique_fd const fd(::open(users_root().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    for (std::string const& name : names_in(fd.get(), users_prefix, "", until)) {
+        auto const owner =
+            static_cast<uid_t>(std::strtoul(name.c_str() + sizeof users_prefix - 1, nullptr, 10));
+        std::string path = users_place(owner);
+        // One spelling for a number, and so one directory for a user.
+        if (path == users_root() + "/" + name) {
+            places.push_back({std::move(path), owner});
+        }
+    }
+    return places;
+}
+
+place observers_place(mode_t& mode)
+{
+    mode        = shared_socket;
+    place where = open_place(shared_place());
+    if (where.missing) {
+        mode                  = own_socket;
+        std::string const own = users_place(::geteuid());
+        if (::mkdir(own.c_str(), own_directory) == 0) {
+            ::chmod(own.c_str(), own_directory);  // whatever the umask
+        }
+        where = open_place(own);
+    }
+    if (where.fd) {
+        // systemd-tmpfiles removes old files from /tmp, but nothing from a directory that is
+        // locked. It knows living sockets by the name they were bound to, which ours have changed.
+        ::flock(where.fd.get(), LOCK_SH | LOCK_NB);
+    }
+    return where;
+}
+
+std::string path_through(unique_fd const& fd)
+{
+    return "/proc/self/fd/" + std::to_string(fd.get());
+}
+
+sockaddr_un address_of(std::string const& path)
+{
+    sockaddr_un address = {};
+    address.sun_family  = AF_UNIX;
+    std::memcpy(address.sun_path, path.c_str(), std::min(path.size(), sizeof address.sun_path - 1));
+    return address;
+}
+
+std::string socket_prefix(char const* object)
+{
+    std::uint64_t hash = 14695981039346656037U;  // FNV-1a, 64 bits
+    for (; *object != '\0'; ++object) {
+        hash = (hash ^ static_cast<unsigned char>(*object)) * 1099511628211U;
+    }
+    char text[18];
+    std::snprintf(text, sizeof text, "%016" PRIx64 "-", hash);
+    return text;
+}
+
+}  // namespace zelieml::platform

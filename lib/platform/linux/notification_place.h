@@ -1,0 +1,69 @@
+// notification_place.h - where the sockets of observers are, and whose
+//
+//     /run/zelieml         for all users, when an administrator made it (root's, mode 1777)
+//     /tmp/.zelieml-<uid>  a user's own (0700), made on demand
+//
+// An observer is in the shared directory when there is one, else in its user's own. A poster looks
+// into the shared one, into its own, and as root into everybody's. Nothing else decides it: cron,
+// a print scheduler and a shell have different environments and must agree. A directory that is
+// not a real one, or neither root's nor the user's own, is not used.
+//
+// The name of a socket file begins with a hash of the object, so that a poster connects only to
+// those that may be meant.
+
+#ifndef ZELIEML_PLATFORM_LINUX_NOTIFICATION_PLACE_H
+#define ZELIEML_PLATFORM_LINUX_NOTIFICATION_PLACE_H
+
+#include <chrono>
+#include <string>
+#include <sys/types.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <vector>
+
+#include "support/unique_fd.h"
+
+namespace zelieml::platform
+{
+
+using time_point = std::chrono::steady_clock::time_point;
+
+constexpr char socket_suffix[] = ".sock";
+
+// A directory in which sockets may lie.
+struct place {
+    std::string path;
+    unique_fd   fd;               // nothing when it cannot be used
+    bool        missing = false;  // there is no such directory
+};
+
+// owner  besides root and the process's own user, whose directory is acceptable
+place open_place(std::string const& path, uid_t owner = ::geteuid());
+
+// Where an observer belongs, and the mode of its socket.
+place observers_place(mode_t& mode);
+
+// A directory that a poster looks into, and whose it may be.
+struct place_to_look {
+    std::string path;
+    uid_t       owner;
+};
+
+// The directories that a poster looks into; those that are found in time.
+std::vector<place_to_look> posters_places(time_point until);
+
+// The names in a directory that begin and end like this; those that are found in time.
+std::vector<std::string> names_in(int directory, std::string const& start, std::string const& end,
+                                  time_point until);
+
+// What the names of an object's sockets begin with.
+std::string socket_prefix(char const* object);
+
+// A short path to what a descriptor stands for, whatever its name means by now.
+std::string path_through(unique_fd const& fd);
+
+sockaddr_un address_of(std::string const& path);
+
+}  // namespace zelieml::platform
+
+#endif

@@ -1,0 +1,145 @@
+// notification_post.cpp - posting to the sockets of observers
+//
+// A poster connects to every socket that may be meant, through /proc/self/fd.
+
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <fcntl.h>
+#include <string>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/time.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <vector>
+
+#include "platform/linux/notification_datagram.h"
+#include "platform/linux/notification_place.h"
+#include "platform/notification.h"
+#include "support/no_cancellation.h"
+#include "support/unique_fd.h"
+
+namespace zelieml::platform
+{
+
+namespace
+{
+
+using clock = std::chrono::steady_clock;
+
+constexpr auto post_limit = std::chrono::milliseconds(500);
+
+// Sends one datagram to one socket, and removes the file of an observer that is no more.
+//
+// until  waits for room until then; when that is past, not at all
+//
+// Returns false when there was no room.
+bool tell(place const& where, std::string const& name, std::string const& datagram,
+          time_point until)
+{
+    // A link would take root's datagrams to where a user wants them.
+    unique_fd const file(::openat(where.fd.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    struct stat     status = {};
+    if (!file || ::fstat(file.get(), &status) != 0 || !S_ISSOCK(status.st_mode)) {
+        return true;
+    }
+    unique_fd const   fd(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    sockaddr_un const address = address_of(path_through(file));
+    if (!fd) {
+        return true;
+    }
+    if (::connect(fd.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address) != 0) {
+        if (errno == ECONNREFUSED) {
+            ::unlinkat(where.fd.get(), name.c_str(), 0);
+        }
+        return true;
+    }
+
+    union {
+        cmsghdr head;
+        char    bytes[CMSG_SPACE(sizeof(ucred))];
+    } control               = {};
+    iovec  data             = {const_cast<char*>(datagram.data()), datagram.size()};  // only read
+    msghdr message          = {};
+    message.msg_iov         = &data;
+    message.msg_iovlen      = 1;
+    message.msg_control     = control.bytes;
+    message.msg_controllen  = sizeof control.bytes;
+    control.head.cmsg_level = SOL_SOCKET;
+    control.head.cmsg_type  = SCM_CREDENTIALS;
+    control.head.cmsg_len   = CMSG_LEN(sizeof(ucred));
+    ucred const sender      = {::getpid(), ::geteuid(), ::getegid()};
+    std::memcpy(CMSG_DATA(&control.head), &sender, sizeof sender);
+
+    // Polling says nothing about the peer's queue: the send itself has to wait for room.
+    for (;;) {
+        auto const left  = std::chrono::ceil<std::chrono::microseconds>(until - clock::now());
+        int        flags = MSG_NOSIGNAL | MSG_DONTWAIT;
+        if (left.count() > 0) {
+            timeval limit = {};
+            limit.tv_usec = static_cast<suseconds_t>(left.count());
+            ::setsockopt(fd.get(), SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
+            flags = MSG_NOSIGNAL;
+        }
+        if (::sendmsg(fd.get(), &message, flags) >= 0) {
+            return true;
+        }
+        if (errno != EINTR) {
+            return errno != EAGAIN;
+        }
+    }
+}
+
+// One observer without room for a datagram.
+struct full_observer {
+    place_to_look const* where;
+    std::string          file;
+};
+
+// Tries them once more, and waits for room: each has its share of the time that is left, so that
+// many dead ends cost a poster no more than one does.
+void tell_full_ones(std::vector<full_observer> const& full, std::string const& datagram,
+                    time_point until)
+{
+    auto count = static_cast<int>(full.size());
+    for (full_observer const& observer : full) {
+        time_point const now = clock::now();
+        if (now >= until) {
+            return;
+        }
+        tell(open_place(observer.where->path, observer.where->owner), observer.file, datagram,
+             now + (until - now) / count--);
+    }
+}
+
+void post_datagram(char const* object, std::string const& datagram)
+{
+    time_point const                 until  = clock::now() + post_limit;
+    std::string const                start  = socket_prefix(object);
+    std::vector<place_to_look> const places = posters_places(until);
+    std::vector<full_observer>       full;
+    for (place_to_look const& look : places) {
+        place const where = open_place(look.path, look.owner);
+        for (std::string const& file : names_in(where.fd.get(), start, socket_suffix, until)) {
+            if (clock::now() >= until) {
+                return;  // so many sockets, or so slow ones, that the post has taken its time
+            }
+            if (!tell(where, file, datagram, time_point())) {
+                full.push_back({&look, file});
+            }
+        }
+    }
+    tell_full_ones(full, datagram, until);
+}
+
+}  // namespace
+
+int post_notification(char const* name, char const* object, char const* key, char const* value)
+{
+    no_cancellation const shielded;  // descriptors are open, and it takes half a second at most
+    post_datagram(object, encode_notification(name, object, key, value));
+    return 0;
+}
+
+}  // namespace zelieml::platform

@@ -1,0 +1,23 @@
+// notification_trust.h - whose notifications an observer believes
+
+#ifndef ZELIEML_PLATFORM_LINUX_NOTIFICATION_TRUST_H
+#define ZELIEML_PLATFORM_LINUX_NOTIFICATION_TRUST_H
+
+#include <sys/socket.h>
+#include <sys/types.h>
+
+#include "platform/linux/notification_datagram.h"
+
+namespace zelieml::platform
+{
+
+// A notification names a file that will be read, mailed and deleted: it counts when it comes from
+// the observer's own user, from root, or from the owner of that very file.
+//
+// user  the observer's
+// info  a stranger's path is replaced by one that he has no hold on
+bool may_be_trusted(ucred const& sender, uid_t user, notification_info& info);
+
+}  // namespace zelieml::platform
+
+#endif
