@@ -1,4 +1,7 @@
 // notification_datagram.h - a notification as the bytes of one datagram
+//
+// Four strings, each ended by a NUL: name, object, key and value. Without a value the fourth is
+// missing. 32-bit and 64-bit processes talk to each other.
 
 #ifndef ZELIEML_PLATFORM_LINUX_NOTIFICATION_DATAGRAM_H
 #define ZELIEML_PLATFORM_LINUX_NOTIFICATION_DATAGRAM_H
@@ -30,11 +33,11 @@ struct notification {
     notification_info info;
 };
 
-// value  null: without one
+// value  may be null
 std::string encode_notification(char const* name, char const* object, char const* key,
                                 char const* value);
 
-// Returns false for anything that encode_notification does not make.
+// Returns false for anything that encode_notification does not make; out may be changed then.
 bool decode_notification(std::string_view datagram, notification& out);
 
 }  // namespace zelieml::platform
