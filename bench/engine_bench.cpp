@@ -243,11 +243,12 @@ bool idle(std::string const& workdir, int seconds)
     double const before_cpu      = cpu_milliseconds();
     std::this_thread::sleep_for(std::chrono::seconds(seconds));
     double const per_second = static_cast<double>(wake_ups() - before_wake_ups) / seconds;
-    std::printf("idle for %d s: %.2f wake-ups a second (at most 1, the listener none), "
-                "%.2f ms of CPU, %ld KB resident, %ld KB of it for the engine\n",
-                seconds, per_second, cpu_milliseconds() - before_cpu, resident_kilobytes(),
-                resident_kilobytes() - before_memory);
-    return per_second <= 1.05;
+    std::printf(
+        "idle for %d s: %.2f wake-ups a second (1 of them the worker's, "
+        "0.2 the listener's), %.2f ms of CPU, %ld KB resident, %ld KB of it for the engine\n",
+        seconds, per_second, cpu_milliseconds() - before_cpu, resident_kilobytes(),
+        resident_kilobytes() - before_memory);
+    return per_second <= 1.25;
 }
 
 int all(char const* self, char const* port, int idle_seconds)

@@ -11,7 +11,6 @@
 #include <new>
 #include <pthread.h>
 #include <string>
-#include <sys/eventfd.h>
 #include <sys/random.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -51,7 +50,6 @@ bool fails(char const* call)
     }
 
 FAILING(int, socket, (int domain, int type, int protocol), (domain, type, protocol), -1, EMFILE)
-FAILING(int, eventfd, (unsigned int value, int flags), (value, flags), -1, ENFILE)
 FAILING(ssize_t, getrandom, (void* buf, std::size_t size, unsigned int flags), (buf, size, flags),
         -1, ENOSYS)
 FAILING(int, bind, (int fd, sockaddr const* address, socklen_t size), (fd, address, size), -1,
@@ -99,7 +97,6 @@ TEST(AddingAnObserver, FailsWithTheSystemAndLeavesNothing)
         char const* reason;
     } const cases[] = {
         {"socket", "there are no descriptors for a socket"},
-        {"eventfd", "nor for the wake-up"},
         {"getrandom", "there is nothing to make a name of"},
         {"bind", "the disk is full when the file is made"},
         {"fchmodat", "the file cannot be opened to others"},
@@ -245,7 +242,7 @@ TEST(AddingAnObserver, FailsWhileThereAreNoDescriptors)
                 EXPECT_EQ(open_descriptors(), descriptors) << spare;
             }
         }
-        EXPECT_EQ(spare, 4) << "a directory, a socket and a wake-up";
+        EXPECT_EQ(spare, 3) << "a directory and a socket";
         EXPECT_EQ(platform::remove_observer(test_name, "object", &one), 0);
     }
 }

@@ -69,10 +69,6 @@ int running_threads();
 // Waits until there are so many. Returns false when that does not happen within 20 s.
 bool wait_for_running_threads(int count);
 
-// The system call that a thread sleeps in, as /proc has it: its number, then its arguments in
-// hexadecimal; "running" when it does not sleep.
-std::string system_call_of(thread_id thread);
-
 // The signals, as bits from 1 << 0 for signal 1 on, that all threads but this one have blocked.
 std::uint64_t blocked_by_all_others();
 

@@ -2,8 +2,10 @@
 //
 // The datagram carries name and object in full, and the observer compares them.
 //
-// Threads: each observer has one, which ends by taking its record out of the registry. Descriptors
-// of observers are made and closed under the registry's lock, so that a fork finds them all.
+// Threads: each observer has one, which waits in its socket. Whoever removes the observer shuts the
+// socket down for reading, which ends the wait, joins the thread and frees the record; from its own
+// delivery the thread frees it. Descriptors of observers are made and closed under the registry's
+// lock, so that a fork finds them all.
 
 #include <atomic>
 #include <cerrno>
@@ -14,14 +16,13 @@
 #include <ctime>
 #include <fcntl.h>
 #include <memory>
-#include <poll.h>
 #include <pthread.h>
 #include <string>
 #include <string_view>
-#include <sys/eventfd.h>
 #include <sys/random.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/time.h>
 #include <sys/un.h>
 #include <unistd.h>
 #include <utility>
@@ -44,6 +45,7 @@ namespace
 
 constexpr std::size_t max_datagram     = 65536;
 constexpr std::time_t unready_s        = 60;
+constexpr std::time_t wait_limit_s     = 5;
 constexpr char        unready_suffix[] = ".new";
 
 struct observer_record {
@@ -57,15 +59,15 @@ struct observer_record {
     place             where;
     std::string       file;  // the socket file's name there
     unique_fd         socket;
-    unique_fd         wake_up;  // readable when the record is to end
     std::atomic<bool> ended{false};
-    pthread_t         thread = {};
+    bool              frees_itself = false;  // set on its thread only
+    pthread_t         thread       = {};
 
     std::vector<char> buffer = std::vector<char>(max_datagram);
 };
 
-// The observers of the process. A record stays until its thread ends, even when its observer has
-// been removed: then it is marked as ended. Nothing here is ever destroyed, since threads may still
+// The observers of the process. A record stays until its thread has ended, even when its observer
+// has been removed: then it is marked as ended. Nothing here is ever destroyed, since threads may still
 // deliver while the process ends; and an empty list has no memory that a host could lose by
 // unloading the library.
 struct registry {
@@ -91,7 +93,7 @@ std::unique_ptr<observer_record> take_out(observer_record const& record)
 thread_local observer_record const* delivering = nullptr;
 
 // A forked child inherits the sockets but no thread that reads them: while it holds them open, a
-// dead engine looks alive.
+// dead engine looks alive. It closes them; to shut them down would deafen its parent.
 void before_fork()
 {
     ::pthread_mutex_lock(&observers.guard);
@@ -109,10 +111,10 @@ void after_fork_in_child()
         next          = record->next;
         record->ended = true;
         record->socket.reset();
-        record->wake_up.reset();
         record->where.fd.reset();
         // A proc that forks returns to its thread also in the child; that record is still in use.
-        if (record != delivering) {
+        record->frees_itself = record == delivering;
+        if (!record->frees_itself) {
             take_out(*record);
         }
     }
@@ -122,16 +124,13 @@ void after_fork_in_child()
 [[maybe_unused]] int const forks_watched =
     ::pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
 
-enum class reception {
-    taken,
-    dropped,
-    nothing
-};
-
-// Takes one datagram, if there is one, and the sender the kernel vouches for.
+// Takes one datagram, and the sender the kernel vouches for. Waits for it, but not for ever: a host
+// that has closed the descriptor could not end the wait.
 //
-// datagram  receives a view of the record's buffer
-reception receive(observer_record& record, std::string_view& datagram, ucred& sender)
+// datagram  receives a view of the record's buffer; empty when nothing good came
+//
+// Returns false when no more can come.
+bool receive(observer_record& record, std::string_view& datagram, ucred& sender)
 {
     union {
         cmsghdr align;
@@ -145,18 +144,21 @@ reception receive(observer_record& record, std::string_view& datagram, ucred& se
     message.msg_control    = control.bytes;
     message.msg_controllen = sizeof control.bytes;
 
-    ssize_t const size = ::recvmsg(record.socket.get(), &message, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
+    datagram           = {};
+    ssize_t const size = ::recvmsg(record.socket.get(), &message, MSG_CMSG_CLOEXEC);
     if (size < 0) {
-        return errno == EINTR ? reception::dropped : reception::nothing;
+        return errno == EAGAIN || errno == EINTR;
     }
-    datagram = std::string_view(record.buffer.data(), static_cast<std::size_t>(size));
     cmsghdr const* const head = CMSG_FIRSTHDR(&message);
-    if ((message.msg_flags & MSG_TRUNC) != 0 || head == nullptr || head->cmsg_level != SOL_SOCKET ||
-        head->cmsg_type != SCM_CREDENTIALS) {
-        return reception::dropped;
+    if (size == 0 && head == nullptr) {
+        return false;  // shut down: even an empty datagram has a sender
     }
-    std::memcpy(&sender, CMSG_DATA(head), sizeof sender);
-    return reception::taken;
+    if ((message.msg_flags & MSG_TRUNC) == 0 && head != nullptr && head->cmsg_level == SOL_SOCKET &&
+        head->cmsg_type == SCM_CREDENTIALS) {
+        std::memcpy(&sender, CMSG_DATA(head), sizeof sender);
+        datagram = std::string_view(record.buffer.data(), static_cast<std::size_t>(size));
+    }
+    return true;
 }
 
 void deliver(observer_record const& record, std::string_view datagram, ucred const& sender)
@@ -174,14 +176,17 @@ void read_notifications(observer_record& record)
 {
     std::string_view datagram;
     ucred            sender = {};
-    while (!record.ended) {
-        reception const got = receive(record, datagram, sender);
-        if (got == reception::taken) {
-            deliver(record, datagram, sender);
-        } else if (got == reception::nothing) {
-            pollfd events[] = {{record.socket.get(), POLLIN, 0}, {record.wake_up.get(), POLLIN, 0}};
-            ::poll(events, 2, -1);
-        }
+    bool             open   = true;
+    while (open && !record.ended) {
+        // An exception of the proc ends this one delivery. For want of memory a notification may
+        // be lost; its file waits for salvage.
+        open = at_c_boundary(true, [&] {
+            bool const more = receive(record, datagram, sender);
+            if (!record.ended) {
+                deliver(record, datagram, sender);
+            }
+            return more;
+        });
     }
 }
 
@@ -195,15 +200,10 @@ void* observe(void* argument)
 {
     observer_record& record = *static_cast<observer_record*>(argument);
     delivering              = &record;
-    while (!record.ended) {
-        // An exception of the proc ends this one delivery. For want of memory a notification may
-        // be lost; its file waits for salvage.
-        at_c_boundary(0, [&] {
-            read_notifications(record);
-            return 0;
-        });
+    read_notifications(record);
+    if (record.frees_itself) {
+        forget(record);
     }
-    forget(record);
     return nullptr;
 }
 
@@ -223,12 +223,13 @@ void remove_unready_sockets(int directory)
 // Makes the record's socket file. It gets its name when it is ready to be met.
 bool open_socket(observer_record& record, mode_t mode)
 {
-    record.socket.reset(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    record.wake_up.reset(::eventfd(0, EFD_CLOEXEC));
-    int const     on     = 1;
+    record.socket    = above_standard(unique_fd(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)));
+    int const     on = 1;
+    timeval const limit  = {wait_limit_s, 0};
     std::uint64_t random = 0;
-    if (!record.socket || !record.wake_up ||
+    if (!record.socket ||
         ::setsockopt(record.socket.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof on) != 0 ||
+        ::setsockopt(record.socket.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) != 0 ||
         ::getrandom(&random, sizeof random, 0) != static_cast<ssize_t>(sizeof random)) {
         return false;
     }
@@ -261,10 +262,8 @@ bool open_socket(observer_record& record, mode_t mode)
 void close_observer(observer_record& record)
 {
     ::unlinkat(record.where.fd.get(), record.file.c_str(), 0);
-    record.ended                = true;
-    std::uint64_t const one     = 1;
-    ssize_t const       written = ::write(record.wake_up.get(), &one, sizeof one);
-    (void)written;  // a counter of 0 takes it
+    record.ended = true;
+    ::shutdown(record.socket.get(), SHUT_RD);
 }
 
 // add_observer, for a record that is complete but for its place, socket and thread.
@@ -309,11 +308,10 @@ int add_observer(char const* name, char const* object, notification_proc proc, v
 
 int remove_observer(char const* name, char const* object, void* observer)
 {
-    pthread_t thread          = {};
-    bool      from_its_thread = false;
+    observer_record* found = nullptr;
     {
         mutex_lock const hold(observers.guard);
-        observer_record* found = observers.first;
+        found = observers.first;
         while (found != nullptr && (found->ended || found->observer != observer ||
                                     found->name != name || found->object != object)) {
             found = found->next;
@@ -321,15 +319,14 @@ int remove_observer(char const* name, char const* object, void* observer)
         if (found == nullptr) {
             return -1;
         }
-        thread          = found->thread;
-        from_its_thread = found == delivering;
         close_observer(*found);
     }
-    // The record may be gone by now.
-    if (from_its_thread) {
-        ::pthread_detach(thread);
+    if (found == delivering) {
+        found->frees_itself = true;
+        ::pthread_detach(found->thread);
     } else {
-        ::pthread_join(thread, nullptr);
+        ::pthread_join(found->thread, nullptr);
+        forget(*found);
     }
     return 0;
 }

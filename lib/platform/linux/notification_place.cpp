@@ -56,8 +56,9 @@ std::string users_place(uid_t user)
 place open_place(std::string const& path, uid_t owner)
 {
     place opened;
-    opened.path = path;
-    unique_fd fd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    opened.path  = path;
+    unique_fd fd = above_standard(
+        unique_fd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)));
     if (!fd) {
         opened.missing = errno == ENOENT;
         return opened;

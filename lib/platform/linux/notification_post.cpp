@@ -44,7 +44,7 @@ bool tell(place const& where, std::string const& name, std::string const& datagr
     if (!file || ::fstat(file.get(), &status) != 0 || !S_ISSOCK(status.st_mode)) {
         return true;
     }
-    unique_fd const   fd(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+    unique_fd const fd = above_standard(unique_fd(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)));
     sockaddr_un const address = address_of(path_through(file));
     if (!fd) {
         return true;

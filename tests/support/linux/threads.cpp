@@ -27,11 +27,6 @@ std::string said_of(std::string const& thread, char const* file)
     return all;
 }
 
-std::string said_of(thread_id thread, char const* file)
-{
-    return said_of(std::to_string(thread), file);
-}
-
 // The rest of the line of a thread's status that begins with a label.
 std::string status_of(std::string const& thread, std::string const& label)
 {
@@ -85,12 +80,6 @@ int running_threads()
 bool wait_for_running_threads(int count)
 {
     return wait_until([&] { return running_threads() == count; });
-}
-
-std::string system_call_of(thread_id thread)
-{
-    std::string const said = said_of(thread, "syscall");
-    return said.substr(0, said.find('\n'));
 }
 
 std::uint64_t blocked_by_all_others()
