@@ -56,7 +56,7 @@ struct observer_record {
     void*             observer = nullptr;
     uid_t             user     = 0;
 
-    place             where;
+    observers_place   where;
     std::string       file;  // the socket file's name there
     unique_fd         socket;
     std::atomic<bool> ended{false};
@@ -221,7 +221,7 @@ void remove_unready_sockets(int directory)
 }
 
 // Makes the record's socket file. It gets its name when it is ready to be met.
-bool open_socket(observer_record& record, mode_t mode)
+bool open_socket(observer_record& record)
 {
     record.socket    = above_standard(unique_fd(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)));
     int const     on = 1;
@@ -250,7 +250,7 @@ bool open_socket(observer_record& record, mode_t mode)
         0) {
         return false;
     }
-    if (::fchmodat(directory, unready.c_str(), mode, 0) != 0 ||
+    if (::fchmodat(directory, unready.c_str(), record.where.socket_mode, 0) != 0 ||
         ::renameat(directory, unready.c_str(), directory, record.file.c_str()) != 0) {
         ::unlinkat(directory, unready.c_str(), 0);
         return false;
@@ -269,13 +269,12 @@ void close_observer(observer_record& record)
 // add_observer, for a record that is complete but for its place, socket and thread.
 int start_observing(std::unique_ptr<observer_record> record)
 {
-    mode_t mode   = 0;
-    record->where = observers_place(mode);
+    record->where = find_observers_place();
     if (!record->where.fd) {
         return -1;
     }
     remove_unready_sockets(record->where.fd.get());
-    if (!open_socket(*record, mode)) {
+    if (!open_socket(*record)) {
         return -1;
     }
     observer_record& added = *record.release();

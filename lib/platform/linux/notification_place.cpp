@@ -11,9 +11,11 @@
 #include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #include <utility>
 
 #include "platform/linux/directory_handle.h"
+#include "platform/linux/notification_trust.h"
 
 namespace zelieml::platform
 {
@@ -53,22 +55,16 @@ std::string users_place(uid_t user)
 
 }  // namespace
 
-place open_place(std::string const& path, uid_t owner)
+unique_fd open_place(std::string const& path, uid_t owner)
 {
-    place opened;
-    opened.path  = path;
     unique_fd fd = above_standard(
         unique_fd(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)));
-    if (!fd) {
-        opened.missing = errno == ENOENT;
-        return opened;
-    }
     struct stat status = {};
-    if (::fstat(fd.get(), &status) == 0 &&
-        (status.st_uid == 0 || status.st_uid == ::geteuid() || status.st_uid == owner)) {
-        opened.fd = std::move(fd);
+    if (fd && (::fstat(fd.get(), &status) != 0 || !is_safe_directory(status, owner))) {
+        fd.reset();
+        errno = EACCES;
     }
-    return opened;
+    return fd;
 }
 
 std::vector<std::string> names_in(int directory, std::string const& start, std::string const& end,
@@ -117,24 +113,27 @@ std::vector<place_to_look> posters_places(time_point until)
     return places;
 }
 
-place observers_place(mode_t& mode)
+observers_place find_observers_place()
 {
-    mode        = shared_socket;
-    place where = open_place(shared_place());
-    if (where.missing) {
-        mode                  = own_socket;
-        std::string const own = users_place(::geteuid());
-        if (::mkdir(own.c_str(), own_directory) == 0) {
-            ::chmod(own.c_str(), own_directory);  // whatever the umask
+    uid_t const     self = ::geteuid();
+    observers_place found;
+    found.path        = shared_place();
+    found.socket_mode = shared_socket;
+    found.fd          = open_place(found.path, self);
+    if (!found.fd && errno == ENOENT) {
+        found.path        = users_place(self);
+        found.socket_mode = own_socket;
+        if (::mkdir(found.path.c_str(), own_directory) == 0) {
+            ::chmod(found.path.c_str(), own_directory);  // whatever the umask
         }
-        where = open_place(own);
+        found.fd = open_place(found.path, self);
     }
-    if (where.fd) {
+    if (found.fd) {
         // systemd-tmpfiles removes old files from /tmp, but nothing from a directory that is
         // locked. It knows living sockets by the name they were bound to, which ours have changed.
-        ::flock(where.fd.get(), LOCK_SH | LOCK_NB);
+        ::flock(found.fd.get(), LOCK_SH | LOCK_NB);
     }
-    return where;
+    return found;
 }
 
 std::string path_through(unique_fd const& fd)

@@ -6,7 +6,8 @@
 // An observer is in the shared directory when there is one, else in its user's own. A poster looks
 // into the shared one, into its own, and as root into everybody's. Nothing else decides it: cron,
 // a print scheduler and a shell have different environments and must agree. A directory that is
-// not a real one, or neither root's nor the user's own, is not used.
+// not a real one, neither root's nor the user's own, or one in which others can exchange things is
+// not used.
 //
 // The name of a socket file begins with a hash of the object, so that a poster connects only to
 // those that may be meant.
@@ -18,7 +19,6 @@
 #include <string>
 #include <sys/types.h>
 #include <sys/un.h>
-#include <unistd.h>
 #include <vector>
 
 #include "support/unique_fd.h"
@@ -30,18 +30,21 @@ using time_point = std::chrono::steady_clock::time_point;
 
 constexpr char socket_suffix[] = ".sock";
 
-// A directory in which sockets may lie.
-struct place {
+// open_place - open a directory in which sockets may lie
+//
+// owner  besides root, whose directory is acceptable
+//
+// Returns nothing when it cannot be used; errno is ENOENT when there is none.
+unique_fd open_place(std::string const& path, uid_t owner);
+
+// The directory in which an observer belongs.
+struct observers_place {
     std::string path;
-    unique_fd   fd;               // nothing when it cannot be used
-    bool        missing = false;  // there is no such directory
+    unique_fd   fd;  // nothing when it cannot be used
+    mode_t      socket_mode = 0;
 };
 
-// owner  besides root and the process's own user, whose directory is acceptable
-place open_place(std::string const& path, uid_t owner = ::geteuid());
-
-// Where an observer belongs, and the mode of its socket.
-place observers_place(mode_t& mode);
+observers_place find_observers_place();
 
 // A directory that a poster looks into, and whose it may be.
 struct place_to_look {

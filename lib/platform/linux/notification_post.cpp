@@ -35,11 +35,11 @@ constexpr auto post_limit = std::chrono::milliseconds(500);
 // until  waits for room until then; when that is past, not at all
 //
 // Returns false when there was no room.
-bool tell(place const& where, std::string const& name, std::string const& datagram,
+bool tell(unique_fd const& where, std::string const& name, std::string const& datagram,
           time_point until)
 {
     // A link would take root's datagrams to where a user wants them.
-    unique_fd const file(::openat(where.fd.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    unique_fd const file(::openat(where.get(), name.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     struct stat     status = {};
     if (!file || ::fstat(file.get(), &status) != 0 || !S_ISSOCK(status.st_mode)) {
         return true;
@@ -51,7 +51,7 @@ bool tell(place const& where, std::string const& name, std::string const& datagr
     }
     if (::connect(fd.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address) != 0) {
         if (errno == ECONNREFUSED) {
-            ::unlinkat(where.fd.get(), name.c_str(), 0);
+            ::unlinkat(where.get(), name.c_str(), 0);
         }
         return true;
     }
@@ -120,8 +120,8 @@ void post_datagram(char const* object, std::string const& datagram)
     std::vector<place_to_look> const places = posters_places(until);
     std::vector<full_observer>       full;
     for (place_to_look const& look : places) {
-        place const where = open_place(look.path, look.owner);
-        for (std::string const& file : names_in(where.fd.get(), start, socket_suffix, until)) {
+        unique_fd const where = open_place(look.path, look.owner);
+        for (std::string const& file : names_in(where.get(), start, socket_suffix, until)) {
             if (clock::now() >= until) {
                 return;  // so many sockets, or so slow ones, that the post has taken its time
             }

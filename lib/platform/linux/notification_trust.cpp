@@ -4,7 +4,6 @@
 #include <cstdlib>
 #include <memory>
 #include <string>
-#include <sys/stat.h>
 
 namespace zelieml::platform
 {
@@ -13,7 +12,7 @@ namespace
 {
 
 // Whether a stranger can exchange nothing on the way to a directory, and in it nothing but what is
-// his own: each is root's or the user's, and others may not write to it unless it is sticky.
+// his own.
 //
 // directory  absolute, without links, as realpath makes it
 bool is_out_of_reach(std::string const& directory, uid_t user)
@@ -21,9 +20,8 @@ bool is_out_of_reach(std::string const& directory, uid_t user)
     // From the root on: what has been looked at stays what it is.
     for (std::size_t size = 1;; size = std::min(directory.find('/', size + 1), directory.size())) {
         struct stat status = {};
-        if (::lstat(directory.substr(0, size).c_str(), &status) != 0 || !S_ISDIR(status.st_mode) ||
-            (status.st_uid != 0 && status.st_uid != user) ||
-            ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (status.st_mode & S_ISVTX) == 0)) {
+        if (::lstat(directory.substr(0, size).c_str(), &status) != 0 ||
+            !is_safe_directory(status, user)) {
             return false;
         }
         if (size == directory.size()) {
@@ -58,6 +56,13 @@ std::string path_to_strangers_file(std::string const& path, uid_t stranger, uid_
 }
 
 }  // namespace
+
+bool is_safe_directory(struct stat const& status, uid_t user)
+{
+    bool const closed = (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
+    return S_ISDIR(status.st_mode) && (status.st_uid == 0 || status.st_uid == user) &&
+           (closed || (status.st_mode & S_ISVTX) != 0);
+}
 
 bool may_be_trusted(ucred const& sender, uid_t user, notification_info& info)
 {
