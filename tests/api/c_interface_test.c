@@ -552,18 +552,24 @@ static void test_post_to_nobody(char const* workdir, char const* nowhere, char c
 /* ----------------------------------------------------------------------- main */
 
 /* Notifications of the test's own: others may run on this machine. */
-static void set_notification_root(char const* dir, char const* tmp)
+static void set_notification_root(char const* dir, char const* run, char const* tmp)
 {
+    CHECK(mkdir(run, 0777) == 0);
     CHECK(mkdir(tmp, 0777) == 0);
     CHECK(setenv("ZELIEML_NOTIFICATION_ROOT", dir, 1) == 0);
 }
 
-static void remove_notification_root(char const* tmp)
+static void remove_notification_root(char const* run, char const* tmp)
 {
     char own[1200];
 
-    snprintf(own, sizeof own, "%s/.zelieml-%lu", tmp, (unsigned long)geteuid());
+    if (geteuid() == 0) {
+        snprintf(own, sizeof own, "%s/zelieml-root", run);
+    } else {
+        snprintf(own, sizeof own, "%s/.zelieml-%lu", tmp, (unsigned long)geteuid());
+    }
     rmdir(own); /* empty, if the system has needed it */
+    CHECK(rmdir(run) == 0);
     CHECK(rmdir(tmp) == 0);
 }
 
@@ -573,6 +579,7 @@ int main(void)
     char  work[1100];
     char  path[1100];
     char  conf[1200];
+    char  run[1100];
     char  root[1100];
     char* tmp = getenv("TMPDIR");
 
@@ -584,9 +591,10 @@ int main(void)
     snprintf(work, sizeof work, "%s/work", dir);
     snprintf(path, sizeof path, "%s/message.sme", dir);
     snprintf(conf, sizeof conf, "%s/zelismes.cf", work);
+    snprintf(run, sizeof run, "%s/run", dir);
     snprintf(root, sizeof root, "%s/tmp", dir);
     CHECK(mkdir(work, 0777) == 0);
-    set_notification_root(dir, root);
+    set_notification_root(dir, run, root);
 
     test_string_fields();
     test_encoding();
@@ -605,7 +613,7 @@ int main(void)
     /* Nothing but the settings file is left behind. */
     CHECK(remove(conf) == 0);
     CHECK(rmdir(work) == 0);
-    remove_notification_root(root);
+    remove_notification_root(run, root);
     CHECK(rmdir(dir) == 0);
     return failures == 0 ? 0 : 1;
 }

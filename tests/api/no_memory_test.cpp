@@ -48,6 +48,7 @@ protected:
     {
         EXPECT_EQ(eml_msg_create(&msg_), 0);
         // Notifications of the test's own.
+        EXPECT_EQ(::mkdir(dir_.file("run").c_str(), 0777), 0);
         EXPECT_EQ(::mkdir(dir_.file("tmp").c_str(), 0777), 0);
         EXPECT_EQ(::setenv("ZELIEML_NOTIFICATION_ROOT", dir_.path().c_str(), 1), 0);
     }
@@ -101,11 +102,12 @@ protected:
     // The sockets of engines, on a system that has such.
     strings sockets() const
     {
-        strings           found;
-        std::string const tmp = dir_.file("tmp");
-        for (std::string const& place : zelieml::test::list_directory(tmp)) {
-            for (std::string const& name : zelieml::test::list_directory(tmp + "/" + place)) {
-                found.push_back(name);
+        strings found;
+        for (std::string const& top : {dir_.file("run"), dir_.file("tmp")}) {
+            for (std::string const& place : zelieml::test::list_directory(top)) {
+                for (std::string const& name : zelieml::test::list_directory(top + "/" + place)) {
+                    found.push_back(name);
+                }
             }
         }
         return found;

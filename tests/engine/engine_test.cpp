@@ -333,9 +333,9 @@ TEST(Engine, DoesNotStartWhereNotificationsHaveNoPlace)
 {
     SKIP_UNLESS(has_backend("linux"), "another back end has no sockets in directories");
     workplace work(nobody.number());
-    temp_dir  no_tmp_in_it;
+    temp_dir  empty;
     int const descriptors = open_descriptors();
-    ::setenv("ZELIEML_NOTIFICATION_ROOT", no_tmp_in_it.path().c_str(), 1);
+    ::setenv("ZELIEML_NOTIFICATION_ROOT", empty.file("missing").c_str(), 1);
     int   untouched = 0;
     void* eml       = &untouched;
     EXPECT_EQ(eml_start_with_stocksymbol(work.path(), "symbol", &eml), -1);

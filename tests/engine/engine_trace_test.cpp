@@ -141,8 +141,8 @@ TEST_F(EngineTraces, OfAStartThatFails)
         EXPECT_EQ(eml, &untouched);
     }
 
-    temp_dir no_tmp_in_it;
-    ::setenv("ZELIEML_NOTIFICATION_ROOT", no_tmp_in_it.path().c_str(), 1);
+    temp_dir empty;
+    ::setenv("ZELIEML_NOTIFICATION_ROOT", empty.file("missing").c_str(), 1);
     void* eml = &untouched;
     EXPECT_EQ(
         traces_of([&] { EXPECT_EQ(eml_start_with_stocksymbol(work_.path(), "symbol", &eml), -1); }),

@@ -13,6 +13,8 @@ namespace zelieml::test
 namespace
 {
 
+constexpr uid_t stranger = 4714;
+
 // Whoever can exchange an observer's new socket for a link chooses the file whose mode it changes.
 TEST(Place, InWhichOthersCanExchangeThingsIsRefused)
 {
@@ -45,6 +47,23 @@ TEST(Place, InWhichOthersCanExchangeThingsIsRefused)
             }
         }
     }
+}
+
+// In /tmp anybody can make a directory of any name first.
+TEST(RootsPlace, CannotBeTakenByAnotherUser)
+{
+    if (::geteuid() != 0) {
+        GTEST_SKIP() << "needs root";
+    }
+    notification_room const room;
+    std::string const       taken = room.root() + "/tmp/.zelieml-0";
+    ASSERT_EQ(::mkdir(taken.c_str(), 0700), 0);
+    ASSERT_EQ(::chown(taken.c_str(), stranger, stranger), 0);
+    listener one("object");
+    EXPECT_EQ(one.added(), 0);
+    EXPECT_EQ(notification_room::sockets(room.root() + "/run/zelieml-root").size(), 1U);
+    EXPECT_EQ(post("object", "hello"), 0);
+    EXPECT_EQ(one.heard().wait_for(1), 1U);
 }
 
 }  // namespace

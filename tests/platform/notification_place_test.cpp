@@ -238,13 +238,23 @@ TEST(Place, ThatIsNotOursIsRefused)
          }},
         {"a link to nowhere in the place of the shared one",
          [](room_of room) { EXPECT_EQ(::symlink("nowhere", room.shared().c_str()), 0); }},
-        {"no /tmp", [](room_of room) { EXPECT_EQ(::rmdir((room.root() + "/tmp").c_str()), 0); }},
-        {"a file in the place of /tmp",
+        {"a file in the place of /run or /tmp",
          [](room_of room) {
-             EXPECT_EQ(::rmdir((room.root() + "/tmp").c_str()), 0);
-             write_file(room.root() + "/tmp", "a file");
+             std::string const top = room.root() + (is_root() ? "/run" : "/tmp");
+             EXPECT_EQ(::rmdir(top.c_str()), 0);
+             write_file(top, "a file");
          }},
     });
+}
+
+TEST(Place, OfAUserIsNowhereWithoutTmp)
+{
+    notification_room const room;
+    ASSERT_EQ(::rmdir((room.root() + "/tmp").c_str()), 0);
+    notification_peer peer(within(room, ordinary_user()));
+    EXPECT_EQ(peer.observe("object"), "-1");
+    EXPECT_EQ(peer.post("object", "hello").result, 0);
+    EXPECT_TRUE(room.everything().empty());
 }
 
 TEST(Place, ThatIsAnotherUsersIsRefused)

@@ -152,7 +152,8 @@ void meet_in_the_real_places(uid_t user)
     std::random_device random;
     std::string const  symbol = "zelieml test " + std::to_string(random()) +
                                std::to_string(random()) + std::to_string(::getpid());
-    std::string const  own      = "/tmp/.zelieml-" + std::to_string(user);
+    std::string const own =
+        user == 0 ? "/run/zelieml-root" : "/tmp/.zelieml-" + std::to_string(user);
     bool const         was_here = file_exists(own);
     surroundings const without  = {{}, user, "/"};
     {

@@ -57,7 +57,7 @@ std::string notification_room::own() const
 
 std::string notification_room::own(uid_t user) const
 {
-    return root_ + "/tmp/.zelieml-" + std::to_string(user);
+    return root_ + (user == 0 ? "/run/zelieml-root" : "/tmp/.zelieml-" + std::to_string(user));
 }
 
 std::vector<std::string> notification_room::sockets(std::string const& directory)

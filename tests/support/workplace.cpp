@@ -12,17 +12,19 @@ namespace zelieml::test
 
 notification_root::notification_root()
 {
+    ::mkdir(dir.file("run").c_str(), 0777);
     ::mkdir(dir.file("tmp").c_str(), 0777);
     ::setenv("ZELIEML_NOTIFICATION_ROOT", dir.path().c_str(), 1);
 }
 
 strings notification_root::sockets() const
 {
-    strings           found;
-    std::string const tmp = dir.file("tmp");
-    for (std::string const& place : list_directory(tmp)) {
-        for (std::string const& name : list_directory(tmp + "/" + place)) {
-            found.push_back(tmp + "/" + place + "/" + name);
+    strings found;
+    for (std::string const& top : {dir.file("run"), dir.file("tmp")}) {
+        for (std::string const& place : list_directory(top)) {
+            for (std::string const& name : list_directory(top + "/" + place)) {
+                found.push_back(top + "/" + place + "/" + name);
+            }
         }
     }
     return found;

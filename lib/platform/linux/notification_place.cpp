@@ -26,6 +26,7 @@ namespace
 using clock = std::chrono::steady_clock;
 
 constexpr mode_t own_directory  = 0700;
+constexpr mode_t run_directory  = 0755;
 constexpr mode_t shared_socket  = 0666;
 constexpr mode_t own_socket     = 0600;
 constexpr char   users_prefix[] = ".zelieml-";
@@ -48,9 +49,18 @@ std::string users_root()
     return root() + "/tmp";
 }
 
-std::string users_place(uid_t user)
+std::string own_place()
 {
-    return users_root() + "/" + users_prefix + std::to_string(user);
+    uid_t const self = ::geteuid();
+    return self == 0 ? root() + "/run/zelieml-root"
+                     : users_root() + "/" + users_prefix + std::to_string(self);
+}
+
+void make_directory(std::string const& path, mode_t mode)
+{
+    if (::mkdir(path.c_str(), mode) == 0) {
+        ::chmod(path.c_str(), mode);  // whatever the umask
+    }
 }
 
 }  // namespace
@@ -95,19 +105,18 @@ std::vector<place_to_look> posters_places(time_point until)
 {
     uid_t const                self = ::geteuid();
     std::vector<place_to_look> places;
+    places.push_back({own_place(), self});
     places.push_back({shared_place(), self});
     if (self != 0) {
-        places.push_back({users_place(self), self});
         return places;
     }
     unique_fd const fd(::open(users_root().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     for (std::string const& name : names_in(fd.get(), users_prefix, "", until)) {
-        auto const owner =
-            static_cast<uid_t>(std::strtoul(name.c_str() + sizeof users_prefix - 1, nullptr, 10));
-        std::string path = users_place(owner);
+        std::string const number = name.substr(sizeof users_prefix - 1);
+        auto const        owner  = static_cast<uid_t>(std::strtoul(number.c_str(), nullptr, 10));
         // One spelling for a number, and so one directory for a user.
-        if (path == users_root() + "/" + name) {
-            places.push_back({std::move(path), owner});
+        if (std::to_string(owner) == number) {
+            places.push_back({users_root() + "/" + name, owner});
         }
     }
     return places;
@@ -121,11 +130,12 @@ observers_place find_observers_place()
     found.socket_mode = shared_socket;
     found.fd          = open_place(found.path, self);
     if (!found.fd && errno == ENOENT) {
-        found.path        = users_place(self);
+        found.path        = own_place();
         found.socket_mode = own_socket;
-        if (::mkdir(found.path.c_str(), own_directory) == 0) {
-            ::chmod(found.path.c_str(), own_directory);  // whatever the umask
+        if (self == 0) {
+            make_directory(root() + "/run", run_directory);  // a bare one may have none
         }
+        make_directory(found.path, own_directory);
         found.fd = open_place(found.path, self);
     }
     if (found.fd) {

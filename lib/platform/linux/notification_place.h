@@ -1,6 +1,7 @@
 // notification_place.h - where the sockets of observers are, and whose
 //
 //     /run/zelieml         for all users, when an administrator made it (root's, mode 1777)
+//     /run/zelieml-root    root's own (0700), made on demand; nobody else can make it
 //     /tmp/.zelieml-<uid>  a user's own (0700), made on demand
 //
 // An observer is in the shared directory when there is one, else in its user's own. A poster looks
