@@ -281,5 +281,20 @@ TEST(Posting, TakesItsTimeAndNoMoreHoweverManyThereAreToTell)
     EXPECT_LT(connections, 30);
 }
 
+TEST(Posting, LeavesEveryPlaceItsShareOfTheTime)
+{
+    notification_room const                room;
+    std::vector<std::unique_ptr<listener>> many;
+    for (int i = 0; i < 100; ++i) {
+        many.push_back(std::make_unique<listener>("object"));
+    }
+    room.share();
+    listener last("object");
+    connecting_ms = 20;  // two seconds for those in the own place
+    EXPECT_EQ(post("object", "hello"), 0);
+    connecting_ms = 0;
+    EXPECT_EQ(last.heard().wait_for(1), 1U);
+}
+
 }  // namespace
 }  // namespace zelieml::test

@@ -30,6 +30,7 @@ constexpr mode_t run_directory  = 0755;
 constexpr mode_t shared_socket  = 0666;
 constexpr mode_t own_socket     = 0600;
 constexpr char   users_prefix[] = ".zelieml-";
+constexpr int    max_names      = 10000;
 
 // For the tests only, which must not meet the notifications of the machine they run on. A program
 // with more rights than its caller does not look.
@@ -63,6 +64,24 @@ void make_directory(std::string const& path, mode_t mode)
     }
 }
 
+posters_places users_places(time_point until)
+{
+    posters_places  places;
+    unique_fd const fd(::open(users_root().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    for (std::string const& name : names_in(fd.get(), users_prefix, "", until)) {
+        std::string const number = name.substr(sizeof users_prefix - 1);
+        auto const        owner  = static_cast<uid_t>(std::strtoul(number.c_str(), nullptr, 10));
+        struct stat       status = {};
+        // One spelling for a number, and so one directory for a user.
+        if (std::to_string(owner) == number &&
+            ::fstatat(fd.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+            is_safe_directory(status, owner)) {
+            places.push_back({users_root() + "/" + name, owner});
+        }
+    }
+    return places;
+}
+
 }  // namespace
 
 unique_fd open_place(std::string const& path, uid_t owner)
@@ -87,7 +106,7 @@ std::vector<std::string> names_in(int directory, std::string const& start, std::
         return names;
     }
     fd.release();  // the listing's now
-    while (clock::now() < until) {
+    for (int looked_at = 0; looked_at < max_names && clock::now() < until; ++looked_at) {
         dirent const* const entry = ::readdir(open.get());
         if (entry == nullptr) {
             break;
@@ -101,25 +120,22 @@ std::vector<std::string> names_in(int directory, std::string const& start, std::
     return names;
 }
 
-std::vector<place_to_look> posters_places(time_point until)
+std::vector<posters_places> find_posters_places(time_point until)
 {
-    uid_t const                self = ::geteuid();
-    std::vector<place_to_look> places;
-    places.push_back({own_place(), self});
-    places.push_back({shared_place(), self});
-    if (self != 0) {
-        return places;
-    }
-    unique_fd const fd(::open(users_root().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    for (std::string const& name : names_in(fd.get(), users_prefix, "", until)) {
-        std::string const number = name.substr(sizeof users_prefix - 1);
-        auto const        owner  = static_cast<uid_t>(std::strtoul(number.c_str(), nullptr, 10));
-        // One spelling for a number, and so one directory for a user.
-        if (std::to_string(owner) == number) {
-            places.push_back({users_root() + "/" + name, owner});
+    uid_t const                 self = ::geteuid();
+    std::vector<posters_places> all;
+    for (std::string const& path : {own_place(), shared_place()}) {
+        if (::access(path.c_str(), F_OK) == 0) {
+            all.push_back({{path, self}});
         }
     }
-    return places;
+    if (self == 0) {
+        posters_places users = users_places(until);
+        if (!users.empty()) {
+            all.push_back(std::move(users));
+        }
+    }
+    return all;
 }
 
 observers_place find_observers_place()

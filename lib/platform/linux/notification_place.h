@@ -48,15 +48,20 @@ struct observers_place {
 observers_place find_observers_place();
 
 // A directory that a poster looks into, and whose it may be.
-struct place_to_look {
+struct posters_place {
     std::string path;
     uid_t       owner;
 };
 
-// The directories that a poster looks into; those that are found in time.
-std::vector<place_to_look> posters_places(time_point until);
+using posters_places = std::vector<posters_place>;
 
-// The names in a directory that begin and end like this; those that are found in time.
+// The places that a poster looks into, those first that fewer people can do something to: its own,
+// the shared one, and as root those of all users, as far as they are found in time. None of the
+// three is empty.
+std::vector<posters_places> find_posters_places(time_point until);
+
+// The names in a directory that begin and end like this; those that are found in time, among the
+// first 10,000 names that are there.
 std::vector<std::string> names_in(int directory, std::string const& start, std::string const& end,
                                   time_point until);
 

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstddef>
 #include <cstring>
 #include <fcntl.h>
 #include <string>
@@ -29,6 +30,7 @@ namespace
 using clock = std::chrono::steady_clock;
 
 constexpr auto post_limit = std::chrono::milliseconds(500);
+constexpr auto look_limit = post_limit / 4;  // of it, for finding places
 
 // Sends one datagram to one socket, and removes the file of an observer that is no more.
 //
@@ -91,46 +93,48 @@ bool tell(unique_fd const& where, std::string const& name, std::string const& da
     }
 }
 
-// One observer without room for a datagram.
-struct full_observer {
-    place_to_look const* where;
-    std::string          file;
-};
-
-// Tries them once more, and waits for room: each has its share of the time that is left, so that
-// many dead ends cost a poster no more than one does.
-void tell_full_ones(std::vector<full_observer> const& full, std::string const& datagram,
-                    time_point until)
+// Has each part use its share of the time until then; what one leaves is the next ones'. So nobody
+// takes the time from those who come after him.
+//
+// use  called with a part and the end of its time
+template <class Parts, class Use>
+void share_time(Parts const& parts, time_point until, Use use)
 {
-    auto count = static_cast<int>(full.size());
-    for (full_observer const& observer : full) {
+    std::size_t left = parts.size();
+    for (auto part = parts.begin(); part != parts.end() && clock::now() < until; ++part) {
         time_point const now = clock::now();
-        if (now >= until) {
-            return;
-        }
-        tell(open_place(observer.where->path, observer.where->owner), observer.file, datagram,
-             now + (until - now) / count--);
+        use(*part, now + (until - now) / left--);
     }
+}
+
+// Tells all sockets in a place that begin like this, and then waits for those without room.
+void tell_all(posters_place const& place, std::string const& start, std::string const& datagram,
+              time_point until)
+{
+    unique_fd const          where = open_place(place.path, place.owner);
+    std::vector<std::string> full;
+    for (std::string const& name : names_in(where.get(), start, socket_suffix, until)) {
+        if (clock::now() >= until) {
+            return;  // so many sockets, or so slow ones, that they have taken their time
+        }
+        if (!tell(where, name, datagram, time_point())) {
+            full.push_back(name);
+        }
+    }
+    share_time(full, until,
+               [&](std::string const& name, time_point end) { tell(where, name, datagram, end); });
 }
 
 void post_datagram(char const* object, std::string const& datagram)
 {
-    time_point const                 until  = clock::now() + post_limit;
-    std::string const                start  = socket_prefix(object);
-    std::vector<place_to_look> const places = posters_places(until);
-    std::vector<full_observer>       full;
-    for (place_to_look const& look : places) {
-        unique_fd const where = open_place(look.path, look.owner);
-        for (std::string const& file : names_in(where.get(), start, socket_suffix, until)) {
-            if (clock::now() >= until) {
-                return;  // so many sockets, or so slow ones, that the post has taken its time
-            }
-            if (!tell(where, file, datagram, time_point())) {
-                full.push_back({&look, file});
-            }
-        }
-    }
-    tell_full_ones(full, datagram, until);
+    time_point const  begin = clock::now();
+    std::string const start = socket_prefix(object);
+    share_time(find_posters_places(begin + look_limit), begin + post_limit,
+               [&](posters_places const& places, time_point end) {
+                   share_time(places, end, [&](posters_place const& place, time_point limit) {
+                       tell_all(place, start, datagram, limit);
+                   });
+               });
 }
 
 }  // namespace
