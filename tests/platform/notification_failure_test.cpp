@@ -15,6 +15,7 @@
 #include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -83,6 +84,36 @@ extern "C" int __wrap_connect(int fd, sockaddr const* address, socklen_t size)
     return __real_connect(fd, address, size);
 }
 
+namespace
+{
+
+// Whether unlinkat tries out that a fork goes through meanwhile, and the thread that does.
+std::atomic<bool> forking{false};
+std::atomic<bool> forked{false};
+std::thread       forker;
+
+}  // namespace
+
+extern "C" int __real_unlinkat(int directory, char const* name, int flags);
+extern "C" int __wrap_unlinkat(int directory, char const* name, int flags);
+extern "C" int __wrap_unlinkat(int directory, char const* name, int flags)
+{
+    if (forking.exchange(false)) {
+        forker = std::thread([] {
+            pid_t const child = ::fork();
+            if (child == 0) {
+                ::_exit(0);
+            }
+            ::waitpid(child, nullptr, 0);
+            forked = true;
+        });
+        for (int tries = 0; tries < 1000 && !forked; ++tries) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    }
+    return __real_unlinkat(directory, name, flags);
+}
+
 namespace zelieml::test
 {
 namespace
@@ -148,6 +179,22 @@ TEST(AddingAnObserver, WithoutMemoryFailsAndLeavesNothing)
     }
     EXPECT_GT(good, 3) << "memory was needed";
     EXPECT_EQ(platform::remove_observer(test_name, "object", &one), 0);
+}
+
+TEST(AddingAnObserver, KeepsNoForkWaitingWhileItSweeps)
+{
+    notification_room const room;
+    listener const          first("object");  // makes the directory
+    std::string const       left = room.own() + "/00112233445566778-4711-8899aabbccddeeff.new";
+    ASSERT_EQ(::mknod(left.c_str(), S_IFSOCK | 0600, 0), 0);
+    timespec const then[2] = {{1, 0}, {1, 0}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, left.c_str(), then, AT_SYMLINK_NOFOLLOW), 0);
+    forking = true;
+    listener const next("object");
+    EXPECT_EQ(next.added(), 0);
+    ASSERT_FALSE(forking) << "the socket that was left is removed";
+    EXPECT_TRUE(forked);
+    forker.join();
 }
 
 TEST(Posting, WithoutMemoryThrowsAndLeavesNothing)

@@ -19,6 +19,7 @@
 #include <pthread.h>
 #include <string>
 #include <string_view>
+#include <sys/file.h>
 #include <sys/random.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -208,14 +209,16 @@ void* observe(void* argument)
 }
 
 // Removes what observers have left that were killed before their sockets got their names.
-void remove_unready_sockets(int directory)
+void remove_unready_sockets()
 {
-    std::time_t const now = std::time(nullptr);
-    for (std::string const& name : names_in(directory, "", unready_suffix, time_point::max())) {
+    observers_place const where = find_observers_place();
+    std::time_t const     now   = std::time(nullptr);
+    for (std::string const& name :
+         names_in(where.fd.get(), "", unready_suffix, time_point::max())) {
         struct stat status = {};
-        if (::fstatat(directory, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+        if (::fstatat(where.fd.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
             S_ISSOCK(status.st_mode) && now - status.st_mtime > unready_s) {
-            ::unlinkat(directory, name.c_str(), 0);
+            ::unlinkat(where.fd.get(), name.c_str(), 0);
         }
     }
 }
@@ -273,7 +276,9 @@ int start_observing(std::unique_ptr<observer_record> record)
     if (!record->where.fd) {
         return -1;
     }
-    remove_unready_sockets(record->where.fd.get());
+    // systemd-tmpfiles removes old files from /tmp, but nothing from a directory that is locked. It
+    // knows living sockets by the name they were bound to, which ours have changed.
+    ::flock(record->where.fd.get(), LOCK_SH | LOCK_NB);
     if (!open_socket(*record)) {
         return -1;
     }
@@ -292,8 +297,6 @@ int start_observing(std::unique_ptr<observer_record> record)
 
 int add_observer(char const* name, char const* object, notification_proc proc, void* observer)
 {
-    // The proc may remove its observer from its first call on: it finds it in the registry then.
-    mutex_lock const hold(observers.guard);
     return at_c_boundary(-1, [&] {
         auto record      = std::make_unique<observer_record>();
         record->name     = name;
@@ -301,6 +304,9 @@ int add_observer(char const* name, char const* object, notification_proc proc, v
         record->proc     = proc;
         record->observer = observer;
         record->user     = ::geteuid();
+        remove_unready_sockets();  // without the lock: a fork of the host would wait for it
+        // The proc may remove its observer from its first call on: it finds it in the registry then.
+        mutex_lock const hold(observers.guard);
         return start_observing(std::move(record));
     });
 }

@@ -8,7 +8,6 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
-#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -153,11 +152,6 @@ observers_place find_observers_place()
         }
         make_directory(found.path, own_directory);
         found.fd = open_place(found.path, self);
-    }
-    if (found.fd) {
-        // systemd-tmpfiles removes old files from /tmp, but nothing from a directory that is
-        // locked. It knows living sockets by the name they were bound to, which ours have changed.
-        ::flock(found.fd.get(), LOCK_SH | LOCK_NB);
     }
     return found;
 }
