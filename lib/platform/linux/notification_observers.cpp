@@ -125,6 +125,83 @@ void after_fork_in_child()
 [[maybe_unused]] int const forks_watched =
     ::pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
 
+// Makes an observer's socket, and its file, which gets its name when it is ready to be met.
+//
+// file  receives the name in the directory
+//
+// Returns nothing when the system has no means for it, and leaves nothing.
+unique_fd open_socket(std::string const& object, observers_place const& where, std::string& file)
+{
+    unique_fd socket = above_standard(unique_fd(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)));
+    int const on     = 1;
+    timeval const limit  = {wait_limit_s, 0};
+    std::uint64_t random = 0;
+    if (!socket || ::setsockopt(socket.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof on) != 0 ||
+        ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) != 0 ||
+        ::getrandom(&random, sizeof random, 0) != static_cast<ssize_t>(sizeof random)) {
+        return unique_fd();
+    }
+
+    char tail[64];
+    std::snprintf(tail, sizeof tail, "%d-%016" PRIx64, static_cast<int>(::getpid()), random);
+    std::string const name    = socket_prefix(object.c_str()) + tail;
+    std::string const unready = name + unready_suffix;
+    file                      = name + socket_suffix;
+
+    std::string path = where.path + "/" + unready;
+    if (path.size() >= sizeof sockaddr_un::sun_path) {
+        path = path_through(where.fd) + "/" + unready;
+    }
+    int const         directory = where.fd.get();
+    sockaddr_un const address   = address_of(path);
+    if (::bind(socket.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address) != 0) {
+        return unique_fd();
+    }
+    if (::fchmodat(directory, unready.c_str(), where.socket_mode, 0) != 0 ||
+        ::renameat(directory, unready.c_str(), directory, file.c_str()) != 0) {
+        ::unlinkat(directory, unready.c_str(), 0);
+        return unique_fd();
+    }
+    return socket;
+}
+
+// Gives an observer a socket where it belongs now. The registry's lock is held.
+//
+// Returns false, leaving the observer as it was, when the system has no place or means for it.
+bool settle(observer_record& record)
+{
+    observers_place where = find_observers_place();
+    if (!where.fd) {
+        return false;
+    }
+    // systemd-tmpfiles removes old files from /tmp, but nothing from a directory that is locked. It
+    // knows living sockets by the name they were bound to, which ours have changed.
+    ::flock(where.fd.get(), LOCK_SH | LOCK_NB);
+    std::string file;
+    unique_fd   socket = open_socket(record.object, where, file);
+    if (!socket) {
+        return false;
+    }
+    record.user   = ::geteuid();
+    record.where  = std::move(where);
+    record.file   = std::move(file);
+    record.socket = std::move(socket);
+    return true;
+}
+
+// An observer whose socket file somebody has removed, or its directory, gets another one.
+void stay_reachable(observer_record& record)
+{
+    struct stat       status = {};
+    std::string const path   = record.where.path + "/" + record.file;
+    if (::lstat(path.c_str(), &status) != 0 && errno == ENOENT) {
+        mutex_lock const hold(observers.guard);
+        if (!record.ended) {  // or the one who removes the observer has removed the file
+            settle(record);
+        }
+    }
+}
+
 // Takes one datagram, and the sender the kernel vouches for. Waits for it, but not for ever: a host
 // that has closed the descriptor could not end the wait.
 //
@@ -183,8 +260,10 @@ void read_notifications(observer_record& record)
         // be lost; its file waits for salvage.
         open = at_c_boundary(true, [&] {
             bool const more = receive(record, datagram, sender);
-            if (!record.ended) {
+            if (!datagram.empty() && !record.ended) {
                 deliver(record, datagram, sender);
+            } else if (more) {
+                stay_reachable(record);
             }
             return more;
         });
@@ -223,44 +302,6 @@ void remove_unready_sockets()
     }
 }
 
-// Makes the record's socket file. It gets its name when it is ready to be met.
-bool open_socket(observer_record& record)
-{
-    record.socket    = above_standard(unique_fd(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)));
-    int const     on = 1;
-    timeval const limit  = {wait_limit_s, 0};
-    std::uint64_t random = 0;
-    if (!record.socket ||
-        ::setsockopt(record.socket.get(), SOL_SOCKET, SO_PASSCRED, &on, sizeof on) != 0 ||
-        ::setsockopt(record.socket.get(), SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit) != 0 ||
-        ::getrandom(&random, sizeof random, 0) != static_cast<ssize_t>(sizeof random)) {
-        return false;
-    }
-
-    char tail[64];
-    std::snprintf(tail, sizeof tail, "%d-%016" PRIx64, static_cast<int>(::getpid()), random);
-    std::string const name    = socket_prefix(record.object.c_str()) + tail;
-    std::string const unready = name + unready_suffix;
-    record.file               = name + socket_suffix;
-
-    std::string path = record.where.path + "/" + unready;
-    if (path.size() >= sizeof sockaddr_un::sun_path) {
-        path = path_through(record.where.fd) + "/" + unready;
-    }
-    int const         directory = record.where.fd.get();
-    sockaddr_un const address   = address_of(path);
-    if (::bind(record.socket.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address) !=
-        0) {
-        return false;
-    }
-    if (::fchmodat(directory, unready.c_str(), record.where.socket_mode, 0) != 0 ||
-        ::renameat(directory, unready.c_str(), directory, record.file.c_str()) != 0) {
-        ::unlinkat(directory, unready.c_str(), 0);
-        return false;
-    }
-    return true;
-}
-
 // Makes an observer unreachable, and has its thread end.
 void close_observer(observer_record& record)
 {
@@ -272,14 +313,7 @@ void close_observer(observer_record& record)
 // add_observer, for a record that is complete but for its place, socket and thread.
 int start_observing(std::unique_ptr<observer_record> record)
 {
-    record->where = find_observers_place();
-    if (!record->where.fd) {
-        return -1;
-    }
-    // systemd-tmpfiles removes old files from /tmp, but nothing from a directory that is locked. It
-    // knows living sockets by the name they were bound to, which ours have changed.
-    ::flock(record->where.fd.get(), LOCK_SH | LOCK_NB);
-    if (!open_socket(*record)) {
+    if (!settle(*record)) {
         return -1;
     }
     observer_record& added = *record.release();
@@ -303,7 +337,6 @@ int add_observer(char const* name, char const* object, notification_proc proc, v
         record->object   = object;
         record->proc     = proc;
         record->observer = observer;
-        record->user     = ::geteuid();
         remove_unready_sockets();  // without the lock: a fork of the host would wait for it
         // The proc may remove its observer from its first call on: it finds it in the registry then.
         mutex_lock const hold(observers.guard);
