@@ -68,8 +68,8 @@ struct observer_record {
 };
 
 // The observers of the process. A record stays until its thread has ended, even when its observer
-// has been removed: then it is marked as ended. Nothing here is ever destroyed, since threads may still
-// deliver while the process ends; and an empty list has no memory that a host could lose by
+// has been removed: then it is marked as ended. Nothing here is ever destroyed, since threads may
+// still deliver while the process ends; and an empty list has no memory that a host could lose by
 // unloading the library.
 struct registry {
     pthread_mutex_t  guard;
@@ -338,7 +338,7 @@ int add_observer(char const* name, char const* object, notification_proc proc, v
         record->proc     = proc;
         record->observer = observer;
         remove_unready_sockets();  // without the lock: a fork of the host would wait for it
-        // The proc may remove its observer from its first call on: it finds it in the registry then.
+        // The proc may remove its observer from its first call on, and has to find it then.
         mutex_lock const hold(observers.guard);
         return start_observing(std::move(record));
     });

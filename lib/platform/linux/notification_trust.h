@@ -12,8 +12,8 @@
 namespace zelieml::platform
 {
 
-// Whether other users can exchange nothing in a directory but what is their own: it is root's or the
-// user's, and others may not write to it unless it is sticky.
+// Whether other users can exchange nothing in a directory but what is their own: it is root's or
+// the user's, and others may not write to it unless it is sticky.
 bool is_safe_directory(struct stat const& status, uid_t user);
 
 // A notification names a file that will be read, mailed and deleted: it counts when it comes from
