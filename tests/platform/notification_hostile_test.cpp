@@ -15,6 +15,7 @@
 #include "support/unique_fd.h"
 #include "tests/platform/notification_peers.h"
 #include "tests/support/notification_room.h"
+#include "tests/support/skip.h"
 
 namespace zelieml::test
 {
@@ -67,9 +68,7 @@ TEST(Place, InWhichOthersCanExchangeThingsIsRefused)
 // In /tmp anybody can make a directory of any name first.
 TEST(RootsPlace, CannotBeTakenByAnotherUser)
 {
-    if (::geteuid() != 0) {
-        GTEST_SKIP() << "needs root";
-    }
+    SKIP_UNLESS_ROOT("another user");
     notification_room const room;
     std::string const       taken = room.root() + "/tmp/.zelieml-0";
     ASSERT_EQ(::mkdir(taken.c_str(), 0700), 0);
@@ -105,9 +104,7 @@ void link_many_times(std::string const& place, int count)
 
 TEST(RootsPlace, ComesBeforeOthersWithManySockets)
 {
-    if (::geteuid() != 0) {
-        GTEST_SKIP() << "needs root";
-    }
+    SKIP_UNLESS_ROOT("another user");
     for (bool const shared : {false, true}) {
         notification_room const room;
         listener                one("object");  // in root's own, as there is no other
@@ -124,9 +121,7 @@ TEST(RootsPlace, ComesBeforeOthersWithManySockets)
 
 TEST(RootsPlace, ComesBeforeManyDirectoriesInTmp)
 {
-    if (::geteuid() != 0) {
-        GTEST_SKIP() << "needs root";
-    }
+    SKIP_UNLESS_ROOT("another user");
     notification_room const room;
     for (uid_t i = 0; i < 40000; ++i) {
         std::string const path = room.own(100000 + i);
