@@ -2,12 +2,15 @@
 
 #include "libmsg/libmsg.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <cstring>
 #include <exception>
+#include <ios>
 #include <limits>
 #include <memory>
 #include <new>
-#include <sys/stat.h>
+#include <streambuf>
 
 #include "liblog/trace.h"
 #include "support/format.h"
@@ -81,54 +84,53 @@ bool begins_with(char const* text, char const* key)
     return true;
 }
 
-// On the stack, where it is cheaper than the stream's own on the heap: messages are short.
-using stream_buffer = char[4096];
-
-// Follows links.
-bool is_regular_file(char const* path, struct stat& info)
+// The stream buffer of a message file. The steps take file streams, whose own buffers open files by
+// name. On the stack, where it is cheaper than on the heap: messages are short.
+class file_buffer final : public std::streambuf
 {
-    return ::stat(path, &info) == 0 && S_ISREG(info.st_mode);
-}
+public:
+    explicit file_buffer(message_file const& file) : file_(file)
+    {
+        setp(bytes_, bytes_ + sizeof bytes_);
+    }
 
-bool is_empty_file(char const* path)
-{
-    struct stat info = {};
-    return is_regular_file(path, info) && info.st_size == 0;
-}
+protected:
+    int_type underflow() override
+    {
+        std::int64_t const count = file_.read(bytes_, sizeof bytes_, position_);
+        if (count < 0) {
+            throw std::ios_base::failure("read");  // an end would look like a whole file
+        }
+        if (count == 0) {
+            return traits_type::eof();
+        }
+        position_ += count;
+        setg(bytes_, bytes_, bytes_ + count);
+        return traits_type::to_int_type(*gptr());
+    }
 
-// Opens a file for writing and creates or truncates it. An empty file, as create_fullpath makes, is
-// not truncated: some file systems flush a truncated file to disk on close, which costs many times
-// the rest.
-void open_for_writing(std::ofstream& out, char const* path)
-{
-    if (is_empty_file(path)) {
-        out.open(path, std::ios::in | std::ios::out);
+    int sync() override
+    {
+        bool const written = file_.write(pbase(), static_cast<std::size_t>(pptr() - pbase()));
+        setp(bytes_, bytes_ + sizeof bytes_);
+        return written ? 0 : -1;
     }
-    if (!out.is_open()) {
-        out.clear();
-        out.open(path);
-    }
-}
 
-// False when there is nothing to read; throws when reading fails.
-bool load_file(char const* path, _s_msg* msg)
-{
-    // Opening a pipe waits for a writer, a device may never end, and not every C++ library reports
-    // that reading a directory failed.
-    struct stat info = {};
-    if (!is_regular_file(path, info)) {
-        return false;
+    // The steps write in no other way.
+    std::streamsize xsputn(char const* data, std::streamsize size) override
+    {
+        if (size <= epptr() - pptr()) {
+            return std::streambuf::xsputn(data, size);
+        }
+        bool const written = sync() == 0 && file_.write(data, static_cast<std::size_t>(size));
+        return written ? size : 0;
     }
-    stream_buffer buffer;
-    std::ifstream in;
-    in.rdbuf()->pubsetbuf(buffer, sizeof buffer);
-    in.open(path);
-    if (!in) {
-        return false;
-    }
-    in.exceptions(std::ios::badbit);
-    return read_msg(in, msg) == 0;
-}
+
+private:
+    message_file const& file_;
+    std::int64_t        position_ = 0;
+    char                bytes_[4096];
+};
 
 }  // namespace
 
@@ -324,6 +326,21 @@ bool msg_messageid_exist(void* msg)
 
 int msg_save(void* msg, char const* path)
 {
+    message_file file = msg != nullptr ? overwrite_message_file(path) : message_file();
+    return msg_write(msg, file) == 0 ? msg_close(file) : -1;
+}
+
+int msg_close(message_file& file)
+{
+    if (!file.close()) {
+        trace_msg("error:ofstream(%s)");
+        return -1;
+    }
+    return 0;
+}
+
+int msg_write(void* msg, message_file const& file)
+{
     if (msg == nullptr) {
         trace_msg("error:msg_save msg==0");
         return -1;
@@ -331,10 +348,10 @@ int msg_save(void* msg, char const* path)
     _s_msg&               record = *static_cast<_s_msg*>(msg);
     no_cancellation const shielded;
     try {
-        stream_buffer buffer;
+        file_buffer   buffer(file);
         std::ofstream out;
-        out.rdbuf()->pubsetbuf(buffer, sizeof buffer);
-        open_for_writing(out, path != nullptr ? path : "");  // opening "" fails
+        std::ios&     stream = out;
+        stream.rdbuf(file ? &buffer : nullptr);  // without a buffer the stream is bad
         out.exceptions(std::ios::badbit | std::ios::failbit);
         for (header_field const& field : header_fields) {
             std::string& text = record.*field.text;
@@ -343,7 +360,7 @@ int msg_save(void* msg, char const* path)
             }
         }
         write_key_dat(out, "", record.body, false);
-        out.close();  // flushes: a full disk may show only here
+        out.flush();
         return 0;
     } catch (std::exception const&) {
         trace_msg("error:ofstream(%s)");
@@ -353,13 +370,23 @@ int msg_save(void* msg, char const* path)
 
 int msg_load(void** msg, char const* path)
 {
+    return msg_load(msg, follow_message_file(path));
+}
+
+int msg_load(void** msg, message_file const& file)
+{
     if (msg_create(msg) != 0) {
         return -1;
     }
     no_cancellation const shielded;
     try {
-        if (path != nullptr && load_file(path, static_cast<_s_msg*>(*msg))) {
-            return 0;
+        if (file) {
+            file_buffer   buffer(file);
+            std::ifstream in;
+            std::ios&     stream = in;
+            stream.rdbuf(&buffer);
+            in.exceptions(std::ios::badbit);
+            return read_msg(in, static_cast<_s_msg*>(*msg));
         }
     } catch (std::exception const&) {
         // traced below, like a file that cannot be opened

@@ -20,6 +20,7 @@
 #include <memory>
 #include <string>
 
+#include "libmsg/message_file.h"
 #include "zelieml.h"
 
 namespace zelieml
@@ -125,6 +126,14 @@ bool msg_messageid_exist(void* msg);
 // example on a full disk; what was written by then is left on disk.
 int msg_save(void* msg, char const* path);
 
+// msg_write, msg_close - the same in two steps, for an open and empty file
+//
+// file  no file counts as one that cannot be opened
+//
+// Without msg_close the file can be read, and what only closing reports stays unknown.
+int msg_write(void* msg, message_file const& file);
+int msg_close(message_file& file);
+
 // msg_load - make a record from a file
 //
 // msg  receives a new record, which the caller frees with msg_destroy, also after a failure
@@ -134,8 +143,13 @@ int msg_save(void* msg, char const* path);
 //
 // Returns 0. Returns -1 when there is no memory for a record (*msg is then null), when the file
 // cannot be opened or read, or when it is not a regular file: pipes and devices, which may never
-// end, are not opened.
+// end, are not read.
 int msg_load(void** msg, char const* path);
+
+// msg_load - the same, from an open file, from its beginning
+//
+// file  no file counts as one that cannot be opened
+int msg_load(void** msg, message_file const& file);
 
 // The steps of msg_save and msg_load.
 

@@ -14,6 +14,7 @@
 #define O_CREAT     0x0200
 #define O_TRUNC     0x0400
 #define O_EXCL      0x0800
+#define O_NOCTTY    0x20000
 #define O_DIRECTORY 0x100000
 #define O_CLOEXEC   0x1000000 /* 10.7 */
 

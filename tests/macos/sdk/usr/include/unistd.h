@@ -25,6 +25,7 @@ uid_t   geteuid(void);
 int     gethostname(char* name, size_t size);
 pid_t   getpid(void);
 int     pipe(int ends[2]);
+ssize_t pread(int fd, void* bytes, size_t size, off_t position) SDK_UNIX03(pread);
 ssize_t read(int fd, void* bytes, size_t size) SDK_UNIX03(read);
 long    sysconf(int name);
 int     unlink(char const* path);

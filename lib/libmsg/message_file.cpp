@@ -1,0 +1,102 @@
+// message_file.cpp - opening, reading and writing message files
+
+#include "libmsg/message_file.h"
+
+#include <cerrno>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+#include "support/no_cancellation.h"
+
+namespace zelieml
+{
+
+namespace
+{
+
+constexpr mode_t new_file_mode = 0666;
+
+unique_fd open_path(char const* path, int flags)
+{
+    no_cancellation const shielded;
+    // A terminal must not become that of the host.
+    char const* const name = path != nullptr ? path : "";
+    return above_standard(unique_fd(::open(name, flags | O_CLOEXEC | O_NOCTTY, new_file_mode)));
+}
+
+bool is_regular(unique_fd const& fd, struct stat& status)
+{
+    return fd && ::fstat(fd.get(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+}  // namespace
+
+message_file& message_file::operator=(message_file&& other) noexcept
+{
+    if (this != &other) {
+        close();
+        fd_ = std::move(other.fd_);
+    }
+    return *this;
+}
+
+std::int64_t message_file::read(char* buf, std::size_t size, std::int64_t position) const
+{
+    ssize_t count = 0;
+    do {
+        count = ::pread(fd_.get(), buf, size, static_cast<off_t>(position));
+    } while (count < 0 && errno == EINTR);
+    return count;
+}
+
+bool message_file::write(char const* data, std::size_t size) const
+{
+    while (size > 0) {
+        ssize_t const count = ::write(fd_.get(), data, size);
+        if (count < 0 && errno != EINTR) {
+            return false;
+        }
+        if (count > 0) {
+            data += count;
+            size -= static_cast<std::size_t>(count);
+        }
+    }
+    return true;
+}
+
+bool message_file::close()
+{
+    if (!fd_) {
+        return true;
+    }
+    return close_descriptor(fd_.release()) == 0;
+}
+
+message_file create_message_file(char const* path)
+{
+    return message_file(open_path(path, O_RDWR | O_CREAT | O_EXCL));
+}
+
+message_file overwrite_message_file(char const* path)
+{
+    message_file file(open_path(path, O_WRONLY | O_CREAT));
+    struct stat  status = {};
+    if (!file || ::fstat(file.descriptor(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        return file;  // nothing to empty
+    }
+    // An empty file is not truncated: some file systems flush a truncated file to disk on close,
+    // which costs many times the rest.
+    bool const empty = status.st_size == 0 || ::ftruncate(file.descriptor(), 0) == 0;
+    return empty ? std::move(file) : message_file();
+}
+
+message_file follow_message_file(char const* path)
+{
+    unique_fd   fd     = open_path(path, O_RDONLY | O_NONBLOCK);
+    struct stat status = {};
+    return is_regular(fd, status) ? message_file(std::move(fd)) : message_file();
+}
+
+}  // namespace zelieml

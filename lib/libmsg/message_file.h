@@ -1,0 +1,70 @@
+// message_file.h - a message file that is open
+//
+// Where other users can write to a directory, a name may mean another file from one moment to the
+// next. So a message file is opened once, what was opened is checked, and that is read or written.
+
+#ifndef ZELIEML_LIBMSG_MESSAGE_FILE_H
+#define ZELIEML_LIBMSG_MESSAGE_FILE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <sys/types.h>
+#include <utility>
+
+#include "support/unique_fd.h"
+
+namespace zelieml
+{
+
+// One thread at a time.
+class message_file
+{
+public:
+    // No file.
+    message_file() = default;
+    explicit message_file(unique_fd fd) : fd_(std::move(fd)) {}
+    ~message_file() { close(); }
+    message_file(message_file&& other) noexcept = default;
+    message_file& operator=(message_file&& other) noexcept;
+
+    explicit operator bool() const { return static_cast<bool>(fd_); }
+    int      descriptor() const { return fd_.get(); }
+
+    // read - read from a position on, at most size bytes
+    //
+    // Returns the number of bytes, 0 at the end of the file, or -1 with errno.
+    std::int64_t read(char* buf, std::size_t size, std::int64_t position) const;
+
+    // write - append bytes. Returns false when not all of them could be written.
+    bool write(char const* data, std::size_t size) const;
+
+    // close - close. Returns false when closing reports that something was not written.
+    bool close();
+
+private:
+    unique_fd fd_;
+};
+
+// create_message_file - create a file for writing and reading
+//
+// Returns no file, with errno, when it cannot be created: EEXIST when the name is taken, be it by a
+// link that leads nowhere. A new file gets mode 0666 less the umask.
+message_file create_message_file(char const* path);
+
+// overwrite_message_file - open a file for writing; create or empty it
+//
+// Follows links, and waits for the reader of a pipe, as any program does that is given a path.
+//
+// Returns no file when it cannot be opened or emptied.
+message_file overwrite_message_file(char const* path);
+
+// follow_message_file - open a regular file for reading, as a user of the library asks for it
+//
+// path  links are followed; a pipe or a device is refused and not waited for
+//
+// Returns no file when it cannot be opened.
+message_file follow_message_file(char const* path);
+
+}  // namespace zelieml
+
+#endif
