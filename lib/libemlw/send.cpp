@@ -21,12 +21,12 @@ namespace
 {
 
 // One run of the send driver. An exception (lack of memory) is a failed attempt.
-int run_driver(char const* dir, char const* file, std::string& detail)
+int run_driver(char const* dir, message_file const& message, std::string& detail)
 {
     return at_c_boundary<int>(send_other_failure, [&] {
         std::string const conf = conf_fullpath(dir);
         isendw            sender;
-        return sender.send(file, conf.c_str(), detail);
+        return sender.send(message, conf.c_str(), detail);
     });
 }
 
@@ -72,7 +72,7 @@ int _send_queue(_s_iemlw* engine, std::string const& file, unsigned int try_coun
     // Allocated before anything is sent: lack of memory must not keep a sent file queued.
     std::vector<std::string> const done = {file};
     std::string                    detail;
-    int const                      code = run_driver(engine->workdir, file.c_str(), detail);
+    int const code = run_driver(engine->workdir, open_message_file(file.c_str()), detail);
     trace_msg(code != send_ok ? "error:isendw::send" : "ok: SEND!! %s");
     call_callback_raw(engine, detail, code);
     if (in_forked_child(engine)) {
@@ -94,7 +94,12 @@ int _send_queue(_s_iemlw* engine, std::string const& file, unsigned int try_coun
 
 int send_sync(char const* dir, char const* file, std::string& detail)
 {
-    int const code = run_driver(dir, file, detail);
+    return send_sync(dir, file, open_message_file(file), detail);
+}
+
+int send_sync(char const* dir, char const* file, message_file const& message, std::string& detail)
+{
+    int const code = run_driver(dir, message, detail);
     trace_msg(code != send_ok ? "error:isendw::send_sync" : "ok: SEND(sync)!! %s");
     log_attempt(dir, file, code, detail);
     iqmgr_erase(file);
@@ -107,7 +112,7 @@ void write_log(char const* dir, std::string const& file, int code, std::string c
         return;
     }
     void*                loaded = nullptr;
-    int const            load   = msg_load(&loaded, file.c_str());
+    int const            load   = msg_load(&loaded, open_message_file(file.c_str()));
     message_holder const msg(loaded);
     if (load != 0) {
         return;

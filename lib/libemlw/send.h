@@ -9,6 +9,7 @@
 #include <string>
 
 #include "libemlw/engine_record.h"
+#include "libmsg/message_file.h"
 
 namespace zelieml
 {
@@ -35,6 +36,12 @@ int send_queue(_s_iemlw* engine, unsigned int try_count, unsigned int interval);
 // Returns the send driver's result number; send_other_failure when memory ran out. Any thread.
 int send_sync(char const* dir, char const* file, std::string& detail);
 
+// send_sync - the same for a message file that is open
+//
+// file     its full path
+// message  the open file
+int send_sync(char const* dir, char const* file, message_file const& message, std::string& detail);
+
 // The steps of send_queue and send_sync.
 
 // _send_queue - one attempt for one file: send it, report the result, delete the file or keep it
@@ -42,6 +49,8 @@ int send_sync(char const* dir, char const* file, std::string& detail);
 //
 // try_count  0: after a failed attempt the file stays queued. Otherwise the file is deleted and
 //            leaves the queue whether or not the attempt failed.
+//
+// The file is opened once, see open_message_file. One that is refused there cannot be loaded.
 //
 // Returns the result number; send_other_failure when memory ran out during the attempt. Throws
 // std::bad_alloc when there is no memory to begin with, before any attempt; or when the file is

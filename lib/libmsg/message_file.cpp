@@ -92,6 +92,20 @@ message_file overwrite_message_file(char const* path)
     return empty ? std::move(file) : message_file();
 }
 
+message_file open_message_file(char const* path)
+{
+    unique_fd fd = open_path(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
+    if (!fd) {
+        return message_file();
+    }
+    struct stat status = {};
+    if (!is_regular(fd, status) || status.st_nlink != 1) {
+        errno = EPERM;
+        return message_file();
+    }
+    return message_file(std::move(fd));
+}
+
 message_file follow_message_file(char const* path)
 {
     unique_fd   fd     = open_path(path, O_RDONLY | O_NONBLOCK);

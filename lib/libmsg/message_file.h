@@ -58,6 +58,14 @@ message_file create_message_file(char const* path);
 // Returns no file when it cannot be opened or emptied.
 message_file overwrite_message_file(char const* path);
 
+// open_message_file - open a file for reading, as an engine does
+//
+// path  a link is not followed, and a pipe not waited for
+//
+// Returns no file, with errno, when it cannot be opened (ENOENT when there is none), or is not to
+// be sent (EPERM): when it is not a regular file, or has a second name.
+message_file open_message_file(char const* path);
+
 // follow_message_file - open a regular file for reading, as a user of the library asks for it
 //
 // path  links are followed; a pipe or a device is refused and not waited for

@@ -228,10 +228,12 @@ int _send_message(_s_smtp* session, void* msg, char const* conf)
     return smtp_end_data(session);
 }
 
-int send_message(_s_smtp* session, char const* msg_fullpath, char const* conf)
+// message  the path of a message file, or one that is open; likewise below
+template <class Message>
+int send_message(_s_smtp* session, Message const& message, char const* conf)
 {
     void*                loaded = nullptr;
-    int const            load   = msg_load(&loaded, msg_fullpath);
+    int const            load   = msg_load(&loaded, message);
     message_holder const msg(loaded);  // there is a record even when the file cannot be read
     if (load != 0) {
         return -1;
@@ -244,7 +246,8 @@ int send_message(_s_smtp* session, char const* msg_fullpath, char const* conf)
 }
 
 // From HELO or EHLO to QUIT.
-int converse(_s_smtp* session, char const* msg_fullpath, char const* conf)
+template <class Message>
+int converse(_s_smtp* session, Message const& message, char const* conf)
 {
     if (is_auth(conf)) {
         if (ehlo_auth(session, conf) != 0) {
@@ -255,7 +258,7 @@ int converse(_s_smtp* session, char const* msg_fullpath, char const* conf)
         trace_msg("error:smtp_helo");
         return send_helo_refused;
     }
-    if (send_message(session, msg_fullpath, conf) != 0) {
+    if (send_message(session, message, conf) != 0) {
         trace_msg("error:send_message");
         return send_message_refused;
     }
@@ -266,9 +269,8 @@ int converse(_s_smtp* session, char const* msg_fullpath, char const* conf)
     return send_ok;
 }
 
-}  // namespace
-
-int isendw::send(char const* msg_fullpath, char const* conf_fullpath, std::string& result_text)
+template <class Message>
+int deliver(Message const& message, char const* conf_fullpath, std::string& result_text)
 {
     trace_msg("msg_fullpath = %s");
     trace_msg("conf_fullpath = %s");
@@ -286,8 +288,20 @@ int isendw::send(char const* msg_fullpath, char const* conf_fullpath, std::strin
     }
 
     return smtp_converse(addr.host, text_to_int(addr.port), result_text, [&](_s_smtp* session) {
-        return converse(session, msg_fullpath, conf_fullpath);
+        return converse(session, message, conf_fullpath);
     });
+}
+
+}  // namespace
+
+int isendw::send(char const* msg_fullpath, char const* conf_fullpath, std::string& result_text)
+{
+    return deliver(msg_fullpath, conf_fullpath, result_text);
+}
+
+int isendw::send(message_file const& message, char const* conf_fullpath, std::string& result_text)
+{
+    return deliver(message, conf_fullpath, result_text);
 }
 
 int isendw_sys::init()

@@ -11,6 +11,8 @@
 
 #include <string>
 
+#include "libmsg/message_file.h"
+
 namespace zelieml
 {
 
@@ -54,6 +56,11 @@ class isendw final : public isend
 public:
     int send(char const* msg_fullpath, char const* conf_fullpath,
              std::string& result_text) override;
+
+    // send - the same for an open message file
+    //
+    // message  no file counts as a message that cannot be loaded
+    int send(message_file const& message, char const* conf_fullpath, std::string& result_text);
 };
 
 // The sending system as a whole. Nothing has to be set up or shut down: both functions return 0.

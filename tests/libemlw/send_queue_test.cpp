@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
 #include <memory>
@@ -12,7 +11,6 @@
 
 #include "libemlw/send.h"
 #include "libsendw/libsendw.h"
-#include "support/unique_fd.h"
 #include "tests/libemlw/attempts.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/fake_resolver.h"
@@ -267,11 +265,13 @@ TEST_F(SendQueue, CountsAMessageThatCannotBeLoadedAsFailed)
 
 TEST_F(SendQueue, ForgetsASentFileThatCannotBeDeleted)
 {
-    // A name for an open file that nobody, root included, can remove.
-    test::write_file(file("anna"), "to: anna@a.test\nreplyto: r\n");
-    unique_fd const   fd(::open(file("anna").c_str(), O_RDONLY | O_CLOEXEC));
-    std::string const name = "/dev/fd/" + std::to_string(fd.get());
-    queue().add({name});
+    // A name that nobody, root included, can remove.
+    std::string const path = message("anna");
+    attempts_.action       = [&] {
+        std::remove(path.c_str());
+        ::mkdir(path.c_str(), 0777);
+        test::write_file(path + "/x", "");
+    };
     serve({delivery_to("anna")});
     EXPECT_EQ(send(), send_ok);
     strings const said = test::traces();

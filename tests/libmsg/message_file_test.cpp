@@ -46,6 +46,7 @@ protected:
 using NewMessageFile         = MessageFiles;
 using OverwrittenMessageFile = MessageFiles;
 using FollowedMessageFile    = MessageFiles;
+using EnginesMessageFile     = MessageFiles;
 
 }  // namespace
 
@@ -149,4 +150,23 @@ TEST_F(FollowedMessageFile, IsRegularAndMayBeALinksTarget)
         EXPECT_FALSE(follow_message_file(path.c_str())) << path;
     }
     EXPECT_FALSE(follow_message_file(nullptr));
+}
+
+TEST_F(EnginesMessageFile, HasOneNameAndIsRegular)
+{
+    EXPECT_EQ(content(open_message_file(other_.c_str())), "subject: another\n");
+
+    ASSERT_EQ(::mkfifo(dir_.file("pipe").c_str(), 0600), 0);
+    link_to(other_, dir_.file("link"));
+    test::write_file(dir_.file("first"), "");
+    ASSERT_EQ(::link(dir_.file("first").c_str(), dir_.file("second").c_str()), 0);
+    for (char const* const name : {"pipe", "first", "second", "."}) {
+        errno = 0;
+        EXPECT_FALSE(open_message_file(dir_.file(name).c_str())) << name;
+        EXPECT_EQ(errno, EPERM) << name;
+    }
+    EXPECT_FALSE(open_message_file(dir_.file("link").c_str()));
+    EXPECT_FALSE(open_message_file(dir_.file("none").c_str()));
+    EXPECT_EQ(errno, ENOENT);
+    EXPECT_FALSE(open_message_file(nullptr));
 }

@@ -1,0 +1,105 @@
+// exchange_test.cpp - a message file that is exchanged at the worst moment
+
+#include <cstdio>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "tests/libemlw/engine_room.h"
+#include "tests/support/mail_server.h"
+#include "tests/support/open_hook.h"
+
+using namespace zelieml;
+using zelieml::test::attempt;
+using zelieml::test::mail_server;
+using zelieml::test::strings;
+
+namespace
+{
+
+constexpr char private_text[] = "to: thief@a.test\nreplyto: r\nA secret.\n";
+
+// What an attempt says whose message cannot be loaded.
+attempt const not_loaded = {eml_send_error_other, "250 localhost\r\n"};
+
+}  // namespace
+
+class Exchange : public test::engine_room
+{
+protected:
+    Exchange()
+    {
+        test::write_file(secret_, private_text);
+        settings(server_.smtp_port());
+    }
+
+    // Has something of the test's take the place of what is at a path.
+    void exchange(std::string const& path)
+    {
+        ASSERT_EQ(std::rename(ready_.c_str(), path.c_str()), 0);
+    }
+    void link_is_ready() const { ASSERT_EQ(::symlink(secret_.c_str(), ready_.c_str()), 0); }
+
+    strings recipients() const
+    {
+        strings all;
+        for (mailserver::mail const& mail : server_.mails()) {
+            all.insert(all.end(), mail.recipients.begin(), mail.recipients.end());
+        }
+        return all;
+    }
+
+    std::string const secret_ = dir_.file("secret");
+    std::string const ready_  = dir_.file("ready");
+    mail_server       server_;
+};
+
+TEST_F(Exchange, OfAnAnnouncedFileKeepsItFromBeingSent)
+{
+    struct row {
+        char const*           reason;
+        std::function<void()> prepare;
+    };
+    row const rows[] = {
+        {"a link", [&] { link_is_ready(); }},
+        {"a pipe", [&] { ASSERT_EQ(::mkfifo(ready_.c_str(), 0666), 0); }},
+        {"a second name of a private file",
+         [&] { ASSERT_EQ(::link(secret_.c_str(), ready_.c_str()), 0); }},
+        {"a directory", [&] { ASSERT_EQ(::mkdir(ready_.c_str(), 0777), 0); }},
+    };
+    start();
+    for (row const& r : rows) {
+        post("announced");
+        r.prepare();
+        test::before_open("announced.sme", [&](std::string const& path) {
+            std::remove(path.c_str());
+            exchange(path);
+        });
+        std::size_t const before = attempts_.list().size();
+        test::pass_pauses(1);
+        EXPECT_TRUE(test::met_open()) << r.reason;
+        ASSERT_EQ(attempts_.list().size(), before + 1) << r.reason;
+        EXPECT_EQ(attempts_.list().back(), not_loaded) << r.reason;
+        test::pass_pauses(2400);  // the second attempt
+        EXPECT_EQ(attempts_.list().back(), not_loaded) << r.reason;
+        EXPECT_EQ(on_disk(), strings()) << r.reason;
+    }
+    EXPECT_EQ(recipients(), strings());
+    EXPECT_EQ(test::read_file(secret_), private_text);
+    post("anna");
+    test::pass_pauses(1);
+    EXPECT_EQ(recipients(), strings{"anna@a.test"}) << "the engine goes on";
+}
+
+TEST_F(Exchange, LeavesWhatTheLookFindsBehindALinkUnsent)
+{
+    start();
+    ASSERT_EQ(::symlink(secret_.c_str(), file("link").c_str()), 0);
+    message("found");
+    test::pass_pauses(1800);
+    EXPECT_EQ(recipients(), strings{"found@a.test"});
+    EXPECT_EQ(attempts_.list().size(), 2U);
+    test::pass_pauses(2400);
+    EXPECT_EQ(on_disk(), strings()) << "the link goes after two attempts, as any file";
+    EXPECT_EQ(test::read_file(secret_), private_text);
+}
