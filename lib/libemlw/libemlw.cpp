@@ -4,7 +4,6 @@
 
 #include <cerrno>
 #include <ctime>
-#include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -22,8 +21,6 @@
 #include "support/c_boundary.h"
 #include "support/format.h"
 #include "support/interface.h"
-#include "support/no_cancellation.h"
-#include "support/unique_fd.h"
 
 namespace zelieml
 {
@@ -31,35 +28,43 @@ namespace zelieml
 namespace
 {
 
-// Creates a file. Returns false only when it exists already: other errors are left for the save.
-bool claim(char const* path)
+// Creates a file. Returns false only when it exists already: other errors are left for the save,
+// which is then given no file.
+bool claim(char const* path, message_file& file)
 {
-    no_cancellation const shielded;
-    unique_fd const       fd(::open(path, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666));
-    return fd || errno != EEXIST;
+    file = create_message_file(path);
+    return file || errno != EEXIST;
 }
 
 // Deletes a claimed file if the save wrote nothing to it.
 void drop_empty_claim(char const* path)
 {
     struct stat status = {};
-    if (::stat(path, &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0) {
+    if (::lstat(path, &status) == 0 && S_ISREG(status.st_mode) && status.st_size == 0) {
         ::unlink(path);
     }
 }
 
-// Saves a message under a fresh name. Returns 0, or -1 when it was not saved.
-int save_message(char const* workdir, void* msg, char (&path)[fullpath_size])
+// How a save ends that has failed. Returns -1.
+int not_saved(char const* path)
 {
-    if (workdir == nullptr || create_fullpath(workdir, path) != 0) {
+    trace_msg("error:msg_save(%s)");
+    drop_empty_claim(path);
+    return -1;
+}
+
+// Saves a message under a fresh name, through the descriptor that claimed it: whoever can write to
+// the directory can have the name mean another file by now.
+//
+// file  receives the file, open
+//
+// Returns 0, or -1 when it was not saved.
+int save_message(char const* workdir, void* msg, char (&path)[fullpath_size], message_file& file)
+{
+    if (workdir == nullptr || create_fullpath(workdir, path, file) != 0) {
         return -1;
     }
-    if (msg_save(msg, path) != 0) {
-        trace_msg("error:msg_save(%s)");
-        drop_empty_claim(path);
-        return -1;
-    }
-    return 0;
+    return msg_write(msg, file) == 0 ? 0 : not_saved(path);
 }
 
 struct sender_destroyer {
@@ -78,6 +83,12 @@ bool copy_name(char const* name, char (&out)[size])
 
 int create_fullpath(char const* workdir, char (&out)[fullpath_size])
 {
+    message_file file;
+    return create_fullpath(workdir, out, file);
+}
+
+int create_fullpath(char const* workdir, char (&out)[fullpath_size], message_file& file)
+{
     std::tm const now          = platform::local_time(platform::wall_seconds());
     int const     microseconds = platform::wall_microseconds();
     int const     process      = static_cast<int>(::getpid());
@@ -92,7 +103,7 @@ int create_fullpath(char const* workdir, char (&out)[fullpath_size])
     if (form('/', year) == -1) {
         return -1;
     }
-    if (claim(out)) {
+    if (claim(out, file)) {
         return 0;
     }
     trace_msg("warning:existing file:%s");
@@ -101,7 +112,7 @@ int create_fullpath(char const* workdir, char (&out)[fullpath_size])
     if (form('\\', year + 1) == -1) {
         return -1;
     }
-    if (claim(out)) {
+    if (claim(out, file)) {
         return 0;
     }
     trace_msg("error:existing file:%s");
@@ -212,9 +223,13 @@ int ifactory_emlw::destroy(ieml* eml)
 int ifactory_emlw::post(char const* workdir, char const* stock_symbol, void* msg)
 {
     trace_msg("post in workdir=%s");
-    char path[fullpath_size] = {};
-    if (stock_symbol == nullptr || save_message(workdir, msg, path) != 0) {
+    char         path[fullpath_size] = {};
+    message_file file;
+    if (stock_symbol == nullptr || save_message(workdir, msg, path, file) != 0) {
         return -1;
+    }
+    if (msg_close(file) != 0) {
+        return not_saved(path);
     }
     if (notify(path, stock_symbol) != 0) {
         // Saved and not announced is a success, since salvage finds the file. The text of the save
@@ -233,8 +248,9 @@ int ifactory_emlw::post_sync(char const* workdir, void* msg, void** result)
     }
     *result = nullptr;
 
-    char path[fullpath_size] = {};
-    if (save_message(workdir, msg, path) != 0) {
+    char         path[fullpath_size] = {};
+    message_file file;
+    if (save_message(workdir, msg, path, file) != 0) {
         *result = create_callback_info(send_other_failure, "");
         return -1;
     }
@@ -242,7 +258,7 @@ int ifactory_emlw::post_sync(char const* workdir, void* msg, void** result)
     isendw_sys sending;
     sending.init();
     std::string text;
-    int const   code = send_sync(workdir, path, text);
+    int const   code = send_sync(workdir, path, file, text);
     if (code != send_ok) {
         trace_msg("error:send_sync(%s)");
         *result = create_callback_info(code, text);

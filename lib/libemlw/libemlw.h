@@ -7,6 +7,7 @@
 #define ZELIEML_LIBEMLW_LIBEMLW_H
 
 #include "libemlw/file.h"
+#include "libmsg/message_file.h"
 
 namespace zelieml
 {
@@ -127,6 +128,11 @@ public:
 //
 // Returns 0, or -1 when both names exist or one does not fit. Any thread or process.
 int create_fullpath(char const* workdir, char (&out)[fullpath_size]);
+
+// create_fullpath - the same, with the file
+//
+// file  receives it, open; no file when creating it failed for another reason than its name
+int create_fullpath(char const* workdir, char (&out)[fullpath_size], message_file& file);
 
 // notify - announce a message file to the engine of a stock symbol
 //

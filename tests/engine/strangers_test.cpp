@@ -240,6 +240,26 @@ TEST_P(Strangers, CannotHaveALinkSentThatWaitsForTheLook)
     EXPECT_EQ(read_file(secret), private_text);
 }
 
+// The owner of a work directory exchanges each new file between the claim of its name and the save.
+TEST_P(Strangers, CannotHaveAPostOverwriteAnotherFile)
+{
+    workplace const   work(0);
+    std::string const secret = work.outside() + "/secret";
+    stranger const    he({[&] {
+        std::string const ready   = work.file("ready");
+        std::string const claimed = work.messages().front();
+        return ::symlink(secret.c_str(), ready.c_str()) == 0 &&
+               std::rename(ready.c_str(), work.file(claimed).c_str()) == 0;
+    }});
+    give(work, GetParam(), 0777);
+    ASSERT_EQ(::chown(work.path(), stranger_id, stranger_id), 0);
+    acting_user const self(GetParam());
+    after_open(".sme", [&](std::string const&) { he.take(0); });
+    EXPECT_EQ(post_mail(work.path(), "symbol", "x"), 0);
+    EXPECT_TRUE(met_open());
+    EXPECT_EQ(read_file(secret), private_text);
+}
+
 INSTANTIATE_TEST_SUITE_P(OfAnEngine, Strangers, ::testing::Values(0, user_id), [](auto const& who) {
     return std::string(who.param == 0 ? "OfRoot" : "OfAnotherUser");
 });

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "libmsg/libmsg.h"
 #include "tests/libemlw/engine_room.h"
 #include "tests/support/mail_server.h"
 #include "tests/support/open_hook.h"
@@ -18,6 +19,14 @@ namespace
 {
 
 constexpr char private_text[] = "to: thief@a.test\nreplyto: r\nA secret.\n";
+
+message_holder mail_to(char const* address)
+{
+    void* made = nullptr;
+    msg_create(&made);
+    msg_set_to(made, address);
+    return message_holder(made);
+}
 
 // What an attempt says whose message cannot be loaded.
 attempt const not_loaded = {eml_send_error_other, "250 localhost\r\n"};
@@ -53,6 +62,28 @@ protected:
     std::string const ready_  = dir_.file("ready");
     mail_server       server_;
 };
+
+TEST_F(Exchange, OfAClaimedNameForALinkLeavesTheLinksTargetAlone)
+{
+    link_is_ready();
+    test::after_open(".sme", [&](std::string const& path) { exchange(path); });
+    EXPECT_EQ(eml_post(workdir().c_str(), mail_to("anna@a.test").get()), 0);
+    EXPECT_TRUE(test::met_open());
+    EXPECT_EQ(test::read_file(secret_), private_text);
+}
+
+TEST_F(Exchange, OfAMailThatIsSentAtOnceChangesNothing)
+{
+    link_is_ready();
+    test::after_open(".sme", [&](std::string const& path) { exchange(path); });
+    void* result = nullptr;
+    EXPECT_EQ(eml_post_sync(workdir().c_str(), mail_to("anna@a.test").get(), &result), 0);
+    eml_cb_delete(result);
+    EXPECT_TRUE(test::met_open());
+    EXPECT_EQ(recipients(), strings{"anna@a.test"});
+    EXPECT_EQ(test::read_file(secret_), private_text);
+    EXPECT_EQ(on_disk(), strings()) << "the name is deleted, whatever it means";
+}
 
 TEST_F(Exchange, OfAnAnnouncedFileKeepsItFromBeingSent)
 {
