@@ -11,6 +11,8 @@
 #define ZELIEML_PLATFORM_NOTIFICATION_H
 
 #include <cstddef>
+#include <optional>
+#include <sys/types.h>
 
 namespace zelieml::platform
 {
@@ -38,6 +40,13 @@ using notification_proc = void (*)(notification_center* center, void* observer,
 // Returns false when there is no such field, or when the string does not fit with its NUL.
 bool notification_value(notification_info const* info, char const* key, char* buf,
                         std::size_t size);
+
+// notification_stranger - the user who posted a notification that counts only because the file it
+// names is his: the caller must send none but his
+//
+// Returns nothing when the poster was the observer's own user or root, and on macOS, where the
+// system does not say who posts.
+std::optional<uid_t> notification_stranger(notification_info const* info);
 
 // add_observer - observe the notifications of a name and object
 //

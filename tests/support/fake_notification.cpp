@@ -19,9 +19,10 @@ struct notification_text {
 };
 
 struct notification_info {
-    bool        has_value;
-    std::string key;
-    std::string value;
+    bool                 has_value;
+    std::string          key;
+    std::string          value;
+    std::optional<uid_t> stranger;
 };
 
 }  // namespace zelieml::platform
@@ -64,6 +65,11 @@ bool platform::notification_value(notification_info const* info, char const* key
     }
     std::memcpy(buf, info->value.c_str(), info->value.size() + 1);
     return true;
+}
+
+std::optional<uid_t> platform::notification_stranger(notification_info const* info)
+{
+    return info->stranger;
 }
 
 int platform::add_observer(char const* name, char const* object, notification_proc proc,
@@ -127,7 +133,8 @@ std::vector<test::post> test::posts()
     return post_list;
 }
 
-int test::deliver(char const* name, char const* object, char const* key, char const* value)
+int test::deliver(char const* name, char const* object, char const* key, char const* value,
+                  std::optional<uid_t> stranger)
 {
     std::vector<observer_handle> meant;
     {
@@ -138,7 +145,8 @@ int test::deliver(char const* name, char const* object, char const* key, char co
     platform::notification_center     center;
     platform::notification_text const name_text   = {name};
     platform::notification_text const object_text = {object};
-    platform::notification_info const info = {value != nullptr, key, value != nullptr ? value : ""};
+    platform::notification_info const info = {value != nullptr, key, value != nullptr ? value : "",
+                                              stranger};
     for (observer_handle const& o : meant) {
         std::lock_guard<std::recursive_mutex> const call(o->guard);
         if (!o->removed) {

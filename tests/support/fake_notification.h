@@ -6,7 +6,9 @@
 #ifndef ZELIEML_TESTS_SUPPORT_FAKE_NOTIFICATION_H
 #define ZELIEML_TESTS_SUPPORT_FAKE_NOTIFICATION_H
 
+#include <optional>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 namespace zelieml::test
@@ -28,7 +30,10 @@ std::vector<post> posts();
 
 // Calls the procs of all observers of the name and object, on this thread. Without a text field
 // when value is null. Returns how many there were.
-int deliver(char const* name, char const* object, char const* key, char const* value);
+//
+// stranger  who posted it, if it counts only because the file it names is his
+int deliver(char const* name, char const* object, char const* key, char const* value,
+            std::optional<uid_t> stranger = {});
 
 // The observers that are registered now, and those that ever were.
 int observers();

@@ -6,8 +6,10 @@
 #ifndef ZELIEML_PLATFORM_LINUX_NOTIFICATION_DATAGRAM_H
 #define ZELIEML_PLATFORM_LINUX_NOTIFICATION_DATAGRAM_H
 
+#include <optional>
 #include <string>
 #include <string_view>
+#include <sys/types.h>
 
 #include "platform/notification.h"
 
@@ -22,9 +24,10 @@ struct notification_text {
 };
 
 struct notification_info {
-    bool        has_value;
-    std::string key;
-    std::string value;
+    bool                 has_value;
+    std::string          key;
+    std::string          value;
+    std::optional<uid_t> stranger = {};  // by may_be_trusted
 };
 
 struct notification {

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace zelieml::platform
@@ -69,9 +70,15 @@ bool may_be_trusted(ucred const& sender, uid_t user, notification_info& info)
     if (sender.uid == user || sender.uid == 0) {
         return true;
     }
+    info.stranger = sender.uid;
     // As the proc reads it, up to a NUL.
     info.value = path_to_strangers_file(info.value.c_str(), sender.uid, user);
     return info.has_value && !info.value.empty();
+}
+
+std::optional<uid_t> notification_stranger(notification_info const* info)
+{
+    return info->stranger;
 }
 
 }  // namespace zelieml::platform

@@ -20,7 +20,8 @@ bool is_safe_directory(struct stat const& status, uid_t user);
 // the observer's own user, from root, or from the owner of that very file.
 //
 // user  the observer's
-// info  a stranger's path is replaced by one that he has no hold on
+// info  receives the sender when he is a stranger, and his path is replaced by one that he has no
+//       hold on
 bool may_be_trusted(ucred const& sender, uid_t user, notification_info& info);
 
 }  // namespace zelieml::platform

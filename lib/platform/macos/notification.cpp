@@ -123,6 +123,11 @@ bool notification_value(notification_info const* info, char const* key, char* bu
            copy_system_text(static_cast<CFStringRef>(value), buf, size);
 }
 
+std::optional<uid_t> notification_stranger(notification_info const* /*info*/)
+{
+    return {};
+}
+
 int add_observer(char const* name, char const* object, notification_proc proc, void* observer)
 {
     if (is_forked()) {
