@@ -47,32 +47,34 @@ int send_queue(_s_iemlw* engine, unsigned int try_count, unsigned int interval)
     if (in_forked_child(engine)) {
         return 0;  // from a callback in the first of two passes
     }
-    std::vector<std::string> files;
+    std::vector<c_queue> entries;
     {
         mutex_lock const hold(engine->mutex);
-        engine->queue.load()->get(files, try_count, interval);
+        engine->queue.load()->get(entries, try_count, interval);
     }
     int result = send_ok;
-    for (std::string const& file : files) {
+    for (c_queue const& entry : entries) {
         if (engine->stop || in_forked_child(engine)) {
             trace_msg("warning: STOP flag ON !!");
             return 0;
         }
         // Lack of memory ends this attempt, not the pass.
-        result = at_c_boundary<int>(send_other_failure,
-                                    [&] { return _send_queue(engine, file, try_count); });
+        result = at_c_boundary<int>(send_other_failure, [&] {
+            return _send_queue(engine, entry.path(), try_count, entry.owner());
+        });
     }
     trace_msg("send_queue out %d");
     return result;
 }
 
-int _send_queue(_s_iemlw* engine, std::string const& file, unsigned int try_count)
+int _send_queue(_s_iemlw* engine, std::string const& file, unsigned int try_count,
+                std::optional<uid_t> owner)
 {
     trace_msg("_send_queue in %s try_count=%d");
     // Allocated before anything is sent: lack of memory must not keep a sent file queued.
     std::vector<std::string> const done = {file};
     std::string                    detail;
-    int const code = run_driver(engine->workdir, open_message_file(file.c_str()), detail);
+    int const code = run_driver(engine->workdir, open_message_file(file.c_str(), owner), detail);
     trace_msg(code != send_ok ? "error:isendw::send" : "ok: SEND!! %s");
     call_callback_raw(engine, detail, code);
     if (in_forked_child(engine)) {

@@ -6,7 +6,9 @@
 #ifndef ZELIEML_LIBEMLW_SEND_H
 #define ZELIEML_LIBEMLW_SEND_H
 
+#include <optional>
 #include <string>
+#include <sys/types.h>
 
 #include "libemlw/engine_record.h"
 #include "libmsg/message_file.h"
@@ -49,13 +51,15 @@ int send_sync(char const* dir, char const* file, message_file const& message, st
 //
 // try_count  0: after a failed attempt the file stays queued. Otherwise the file is deleted and
 //            leaves the queue whether or not the attempt failed.
+// owner      the user whom the file must belong to; nothing: anybody
 //
 // The file is opened once, see open_message_file. One that is refused there cannot be loaded.
 //
 // Returns the result number; send_other_failure when memory ran out during the attempt. Throws
 // std::bad_alloc when there is no memory to begin with, before any attempt; or when the file is
 // deleted but its entry could not leave the queue. Worker thread.
-int _send_queue(_s_iemlw* engine, std::string const& file, unsigned int try_count);
+int _send_queue(_s_iemlw* engine, std::string const& file, unsigned int try_count,
+                std::optional<uid_t> owner = {});
 
 // write_log - add an attempt to the send log, if log_yes allows
 //

@@ -236,7 +236,7 @@ void timer_proc_mailslot(platform::notification_center* /*center*/, void* observ
         return;
     }
     mutex_lock const hold(queue->mutex());
-    queue->add({path});
+    queue->add({path}, platform::notification_stranger(info));
 }
 
 void timer_proc_queue_salvage(_s_iemlw* engine)

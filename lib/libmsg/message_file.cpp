@@ -92,14 +92,14 @@ message_file overwrite_message_file(char const* path)
     return empty ? std::move(file) : message_file();
 }
 
-message_file open_message_file(char const* path)
+message_file open_message_file(char const* path, std::optional<uid_t> owner)
 {
     unique_fd fd = open_path(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
     if (!fd) {
         return message_file();
     }
     struct stat status = {};
-    if (!is_regular(fd, status) || status.st_nlink != 1) {
+    if (!is_regular(fd, status) || status.st_nlink != 1 || (owner && status.st_uid != *owner)) {
         errno = EPERM;
         return message_file();
     }

@@ -8,6 +8,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <sys/types.h>
 #include <utility>
 
@@ -60,11 +61,13 @@ message_file overwrite_message_file(char const* path);
 
 // open_message_file - open a file for reading, as an engine does
 //
-// path  a link is not followed, and a pipe not waited for
+// path   a link is not followed, and a pipe not waited for
+// owner  who the file must belong to; nothing: it may be anybody's
 //
 // Returns no file, with errno, when it cannot be opened (ENOENT when there is none), or is not to
-// be sent (EPERM): when it is not a regular file, or has a second name.
-message_file open_message_file(char const* path);
+// be sent (EPERM): when it is not a regular file, has a second name, or belongs to somebody other than
+// owner.
+message_file open_message_file(char const* path, std::optional<uid_t> owner = {});
 
 // follow_message_file - open a regular file for reading, as a user of the library asks for it
 //

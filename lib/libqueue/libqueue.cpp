@@ -85,10 +85,35 @@ addition append(snapshot<c_queue>& queue, c_queue const& entry, std::string& evi
     return outcome;
 }
 
+// get, for what `form` makes of an entry.
+template <class Item, class Form>
+int get_due(snapshot<c_queue>& queue, std::vector<Item>& items, unsigned int try_count,
+            unsigned int interval, Form&& form)
+{
+    std::vector<Item> due;
+    trace_list        said;
+    queue.update([&](queue_list& list) {
+        due.clear();
+        said.clear();
+        for (c_queue& entry : list) {
+            if (is_try_queue(entry, try_count, interval, said)) {
+                due.push_back(form(entry));
+                said.push_back("get file %s");
+            }
+        }
+        items.reserve(items.size() + due.size());  // nothing fails once the entries are handed out
+        return !due.empty();
+    });
+    tell(said);
+    std::move(due.begin(), due.end(), std::back_inserter(items));
+    return 0;
+}
+
 }  // namespace
 
-c_queue::c_queue(std::string const& path)
-    : queued_time_(platform::wall_seconds()), path_(std::make_shared<std::string const>(path))
+c_queue::c_queue(std::string const& path, std::optional<uid_t> owner)
+    : queued_time_(platform::wall_seconds()), path_(std::make_shared<std::string const>(path)),
+      owner_(owner)
 {
 }
 
@@ -112,11 +137,11 @@ int iqmgr::destroy_context()
     return 0;
 }
 
-int iqmgr::add(std::vector<std::string> const& files)
+int iqmgr::add(std::vector<std::string> const& files, std::optional<uid_t> owner)
 {
     for (std::string const& file : files) {
         std::string    evicted;
-        addition const outcome = append(context_->queue, c_queue(file), evicted);
+        addition const outcome = append(context_->queue, c_queue(file, owner), evicted);
         if (outcome == addition::known) {
             trace_msg("warning:%s is already found");
             continue;
@@ -139,23 +164,14 @@ int iqmgr::add(std::vector<std::string> const& files)
 
 int iqmgr::get(std::vector<std::string>& files, unsigned int try_count, unsigned int interval)
 {
-    std::vector<std::string> due;
-    trace_list               said;
-    context_->queue.update([&](queue_list& list) {
-        due.clear();
-        said.clear();
-        for (c_queue& entry : list) {
-            if (is_try_queue(entry, try_count, interval, said)) {
-                due.push_back(entry.path());
-                said.push_back("get file %s");
-            }
-        }
-        files.reserve(files.size() + due.size());  // nothing fails once the entries are handed out
-        return !due.empty();
-    });
-    tell(said);
-    std::move(due.begin(), due.end(), std::back_inserter(files));
-    return 0;
+    return get_due(context_->queue, files, try_count, interval,
+                   [](c_queue const& entry) { return entry.path(); });
+}
+
+int iqmgr::get(std::vector<c_queue>& entries, unsigned int try_count, unsigned int interval)
+{
+    return get_due(context_->queue, entries, try_count, interval,
+                   [](c_queue const& entry) { return entry; });
 }
 
 int iqmgr::erase(std::vector<std::string> const& files)

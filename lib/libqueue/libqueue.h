@@ -16,8 +16,10 @@
 
 #include <ctime>
 #include <memory>
+#include <optional>
 #include <pthread.h>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 #include "support/snapshot.h"
@@ -33,11 +35,14 @@ class c_queue
 {
 public:
     // An entry queued now and never handed out.
-    explicit c_queue(std::string const& path);
+    //
+    // owner  the user whom the file must belong to when it is sent; nothing: anybody
+    explicit c_queue(std::string const& path, std::optional<uid_t> owner = {});
 
-    std::time_t        queued_time() const { return queued_time_; }
-    std::string const& path() const { return *path_; }
-    unsigned int       try_count() const { return try_count_; }
+    std::time_t          queued_time() const { return queued_time_; }
+    std::string const&   path() const { return *path_; }
+    std::optional<uid_t> owner() const { return owner_; }
+    unsigned int         try_count() const { return try_count_; }
 
     // Counts one more attempt.
     void hand_out() { ++try_count_; }
@@ -45,6 +50,7 @@ public:
 private:
     std::time_t                        queued_time_;  // never updated
     std::shared_ptr<std::string const> path_;         // shared by the copies of an entry
+    std::optional<uid_t>               owner_;
     unsigned int                       try_count_ = 0;
 };
 
@@ -67,13 +73,14 @@ public:
     // add - append files to the queue
     //
     // files  full paths; those already queued are skipped
+    // owner  see c_queue
     //
     // When the queue is full, its oldest file is deleted from disk to make room for the first new
     // one, and the rest of the list is not queued: salvage finds those files again.
     //
     // Returns 0. Throws std::bad_alloc when there is no memory; the current file and those after it
     // are then not queued.
-    int add(std::vector<std::string> const& files);
+    int add(std::vector<std::string> const& files, std::optional<uid_t> owner = {});
 
     // get - the files that are due; each counts as handed out once more and stays queued
     //
@@ -84,6 +91,9 @@ public:
     //
     // Returns 0. Throws std::bad_alloc when there is no memory; then nothing is handed out.
     int get(std::vector<std::string>& files, unsigned int try_count, unsigned int interval);
+
+    // get - the same, as copies of the entries
+    int get(std::vector<c_queue>& entries, unsigned int try_count, unsigned int interval);
 
     // erase - delete files from disk and remove them from the queue
     //

@@ -27,8 +27,9 @@ namespace zelieml::test
 namespace
 {
 
-constexpr uid_t stranger_id = 65534;
-constexpr uid_t user_id     = 65533;
+constexpr uid_t stranger_id   = 65534;
+constexpr uid_t user_id       = 65533;
+constexpr uid_t somebody_else = 65532;
 
 notification_root const root;
 
@@ -202,6 +203,30 @@ TEST_P(Strangers, CannotHaveAnotherFileSentThanTheAnnouncedOne)
         }
         EXPECT_EQ(read_file(secret), private_text) << r.reason;
     }
+}
+
+// What he announced was his; by now it is another user's, whatever way it came there.
+TEST_P(Strangers, CannotHaveAFileSentThatIsNotTheirs)
+{
+    mail_server const server;
+    workplace const   work(server.smtp_port());
+    std::string const his = work.file("his.sme");
+    stranger const    he(
+           {[&] { return make_file(his, "to: anna@b.test\nsubject: his\n") && announce(his); }});
+    give(work, GetParam(), 01777);
+    acting_user const self(GetParam());
+    running_engine    engine(work);
+    he.take(0);
+    wait_for_queued(1);
+    {
+        acting_user const administrator(0);
+        ASSERT_EQ(std::remove(his.c_str()), 0);
+        write_file(his, private_text);
+        ASSERT_EQ(::chown(his.c_str(), somebody_else, somebody_else), 0);
+    }
+    pass_pauses(1);
+    EXPECT_EQ(engine.results.all(), std::vector<result>{not_loaded});
+    EXPECT_EQ(server.mails().size(), 0U);
 }
 
 TEST_P(Strangers, MayPostTheirOwnFilesAndLeaveThemToTheLook)

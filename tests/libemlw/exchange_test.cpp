@@ -122,6 +122,21 @@ TEST_F(Exchange, OfAnAnnouncedFileKeepsItFromBeingSent)
     EXPECT_EQ(recipients(), strings{"anna@a.test"}) << "the engine goes on";
 }
 
+// A stranger's file; who is a stranger is told with the notification.
+TEST_F(Exchange, OfTheOwnerKeepsAStrangersFileFromBeingSent)
+{
+    uid_t const self = ::geteuid();
+    start();
+    test::deliver(notify_name, symbol, notify_path_key, message("his").c_str(), self);
+    test::deliver(notify_name, symbol, notify_path_key, message("not-his").c_str(), self + 1);
+    test::pass_pauses(1);
+    EXPECT_EQ(recipients(), strings{"his@a.test"});
+    EXPECT_EQ(attempts_.codes(), (std::vector<eml_send_e>{eml_send_ok, eml_send_error_other}));
+    test::pass_pauses(2400);
+    EXPECT_EQ(recipients(), strings{"his@a.test"});
+    EXPECT_EQ(attempts_.list().back(), not_loaded) << "the second attempt knows it too";
+}
+
 TEST_F(Exchange, LeavesWhatTheLookFindsBehindALinkUnsent)
 {
     start();

@@ -170,3 +170,11 @@ TEST_F(EnginesMessageFile, HasOneNameAndIsRegular)
     EXPECT_EQ(errno, ENOENT);
     EXPECT_FALSE(open_message_file(nullptr));
 }
+
+TEST_F(EnginesMessageFile, BelongsToItsOwner)
+{
+    uid_t const self = ::geteuid();
+    EXPECT_TRUE(open_message_file(other_.c_str(), self));
+    EXPECT_FALSE(open_message_file(other_.c_str(), self + 1));
+    EXPECT_EQ(errno, EPERM);
+}
