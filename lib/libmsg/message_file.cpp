@@ -16,7 +16,8 @@ namespace zelieml
 namespace
 {
 
-constexpr mode_t new_file_mode = 0666;
+constexpr std::int64_t no_limit      = std::numeric_limits<std::int64_t>::max();
+constexpr mode_t       new_file_mode = 0666;
 
 unique_fd open_path(char const* path, int flags)
 {
@@ -33,17 +34,24 @@ bool is_regular(unique_fd const& fd, struct stat& status)
 
 }  // namespace
 
+message_file::message_file(unique_fd fd, std::int64_t limit) : fd_(std::move(fd)), limit_(limit) {}
+
 message_file& message_file::operator=(message_file&& other) noexcept
 {
     if (this != &other) {
         close();
-        fd_ = std::move(other.fd_);
+        fd_    = std::move(other.fd_);
+        limit_ = other.limit_;
     }
     return *this;
 }
 
 std::int64_t message_file::read(char* buf, std::size_t size, std::int64_t position) const
 {
+    if (position > limit_) {
+        errno = EFBIG;
+        return -1;
+    }
     ssize_t count = 0;
     do {
         count = ::pread(fd_.get(), buf, size, static_cast<off_t>(position));
@@ -98,12 +106,15 @@ message_file open_message_file(char const* path, std::optional<uid_t> owner)
     if (!fd) {
         return message_file();
     }
-    struct stat status = {};
-    if (!is_regular(fd, status) || status.st_nlink != 1 || (owner && status.st_uid != *owner)) {
+    struct stat        status = {};
+    bool const         sound  = is_regular(fd, status) && status.st_nlink == 1;
+    bool const         own    = status.st_uid == ::geteuid() || status.st_uid == 0;
+    std::int64_t const limit  = own ? no_limit : max_foreign_message;
+    if (!sound || (owner && status.st_uid != *owner) || status.st_size > limit) {
         errno = EPERM;
         return message_file();
     }
-    return message_file(std::move(fd));
+    return message_file(std::move(fd), limit);
 }
 
 message_file follow_message_file(char const* path)

@@ -8,14 +8,17 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <sys/types.h>
-#include <utility>
 
 #include "support/unique_fd.h"
 
 namespace zelieml
 {
+
+// The largest message file of a user who is neither root nor the one who reads it.
+constexpr std::int64_t max_foreign_message = std::int64_t{64} << 20;
 
 // One thread at a time.
 class message_file
@@ -23,7 +26,9 @@ class message_file
 public:
     // No file.
     message_file() = default;
-    explicit message_file(unique_fd fd) : fd_(std::move(fd)) {}
+    // limit  of the bytes that can be read
+    explicit message_file(unique_fd    fd,
+                          std::int64_t limit = std::numeric_limits<std::int64_t>::max());
     ~message_file() { close(); }
     message_file(message_file&& other) noexcept = default;
     message_file& operator=(message_file&& other) noexcept;
@@ -33,7 +38,8 @@ public:
 
     // read - read from a position on, at most size bytes
     //
-    // Returns the number of bytes, 0 at the end of the file, or -1 with errno.
+    // Returns the number of bytes, 0 at the end of the file, or -1 with errno: EFBIG when the file
+    // is larger than its limit.
     std::int64_t read(char* buf, std::size_t size, std::int64_t position) const;
 
     // write - append bytes. Returns false when not all of them could be written.
@@ -43,7 +49,8 @@ public:
     bool close();
 
 private:
-    unique_fd fd_;
+    unique_fd    fd_;
+    std::int64_t limit_ = 0;
 };
 
 // create_message_file - create a file for writing and reading
@@ -65,8 +72,9 @@ message_file overwrite_message_file(char const* path);
 // owner  who the file must belong to; nothing: it may be anybody's
 //
 // Returns no file, with errno, when it cannot be opened (ENOENT when there is none), or is not to
-// be sent (EPERM): when it is not a regular file, has a second name, or belongs to somebody other than
-// owner.
+// be sent (EPERM): when it is not a regular file, has a second name, belongs to somebody other than
+// owner, or is larger than max_foreign_message and neither this user's nor root's. One that grows
+// beyond that later cannot be read to its end.
 message_file open_message_file(char const* path, std::optional<uid_t> owner = {});
 
 // follow_message_file - open a regular file for reading, as a user of the library asks for it

@@ -175,6 +175,11 @@ TEST_P(Strangers, CannotHaveAnotherFileSentThanTheAnnouncedOne)
          }},
         {"a pipe", [](std::string const& path,
                       std::string const& /*secret*/) { return ::mkfifo(path.c_str(), 0666); }},
+        {"more than 64 MiB",
+         [](std::string const& path, std::string const& /*secret*/) {
+             make_file(path, "to: anna@b.test\n");
+             return ::truncate(path.c_str(), (64 << 20) + 1);
+         }},
     };
     for (row const& r : rows) {
         mail_server const server;

@@ -14,12 +14,15 @@
 #include "libmsg/libmsg.h"
 #include "tests/support/closed_standard.h"
 #include "tests/support/files.h"
+#include "tests/support/skip.h"
 
 using namespace zelieml;
 using zelieml::test::temp_dir;
 
 namespace
 {
+
+constexpr uid_t stranger = 65534;
 
 std::string content(message_file const& file)
 {
@@ -31,6 +34,11 @@ std::string content(message_file const& file)
 void link_to(std::string const& target, std::string const& path)
 {
     ASSERT_EQ(::symlink(target.c_str(), path.c_str()), 0);
+}
+
+void make_larger(std::string const& path, std::int64_t size)
+{
+    ASSERT_EQ(::truncate(path.c_str(), static_cast<off_t>(size)), 0);  // with a hole
 }
 
 class MessageFiles : public ::testing::Test
@@ -177,4 +185,36 @@ TEST_F(EnginesMessageFile, BelongsToItsOwner)
     EXPECT_TRUE(open_message_file(other_.c_str(), self));
     EXPECT_FALSE(open_message_file(other_.c_str(), self + 1));
     EXPECT_EQ(errno, EPERM);
+}
+
+TEST_F(EnginesMessageFile, OfTheUserHimselfMayHaveAnySize)
+{
+    make_larger(other_, max_foreign_message + 1);
+    message_file const file = open_message_file(other_.c_str());
+    ASSERT_TRUE(file);
+    char byte = 'x';
+    EXPECT_EQ(file.read(&byte, 1, max_foreign_message), 1);
+    EXPECT_EQ(byte, '\0');
+}
+
+TEST_F(EnginesMessageFile, OfAnotherUserHasALargestSize)
+{
+    SKIP_UNLESS_ROOT("a file of another user");
+    ASSERT_EQ(::chown(other_.c_str(), stranger, stranger), 0);
+    make_larger(other_, max_foreign_message);
+    message_file const file = open_message_file(other_.c_str(), stranger);
+    ASSERT_TRUE(file);
+    char byte = 'x';
+    EXPECT_EQ(file.read(&byte, 1, max_foreign_message - 1), 1);
+    EXPECT_EQ(file.read(&byte, 1, max_foreign_message), 0);
+
+    make_larger(other_, max_foreign_message + 1);
+    EXPECT_FALSE(open_message_file(other_.c_str(), stranger));
+    EXPECT_FALSE(open_message_file(other_.c_str())) << "found, not announced";
+    // It grew while it was open.
+    EXPECT_EQ(file.read(&byte, 1, max_foreign_message), 1);
+    EXPECT_EQ(file.read(&byte, 1, max_foreign_message + 1), -1);
+    void* loaded = nullptr;
+    EXPECT_EQ(msg_load(&loaded, file), -1);
+    msg_destroy(loaded);
 }
