@@ -2,12 +2,41 @@
 
 #include "libemlw/salvage.h"
 
+#include <algorithm>
+#include <cerrno>
+#include <sys/stat.h>
+
 #include "libemlw/file.h"
 #include "liblog/trace.h"
+#include "libmsg/message_file.h"
 #include "libqueue/libqueue.h"
+#include "platform/clock.h"
 
 namespace zelieml
 {
+
+namespace
+{
+
+// How long after its last change a file counts as in use: locked, since whoever can read a file can
+// lock it; and empty, since a file is not locked yet when it is made.
+constexpr std::time_t locked_s = 3600;
+constexpr std::time_t empty_s  = 60;
+
+// Whether a message file is still being written, is being sent by post_sync, or is gone by now.
+bool is_not_to_be_queued(std::string const& path)
+{
+    message_file const file = open_message_file(path.c_str());
+    if (!file) {
+        return errno == ENOENT;  // what cannot be opened is queued, and reported as such
+    }
+    struct stat status = {};
+    ::fstat(file.descriptor(), &status);
+    std::time_t const age = platform::wall_seconds() - status.st_mtime;
+    return (status.st_size == 0 && age < empty_s) || (age < locked_s && file.is_locked_elsewhere());
+}
+
+}  // namespace
 
 int get_salvage_files(char const* dir, std::vector<std::string>& files)
 {
@@ -29,6 +58,7 @@ int salvage_queue(_s_iemlw* engine, bool salvage)
     int const                result = get_salvage_files(engine->workdir, files);
     if (salvage) {
         trace_msg("salvage_queue salvage");
+        files.erase(std::remove_if(files.begin(), files.end(), is_not_to_be_queued), files.end());
         engine->queue.load()->add(files);
     } else {
         trace_msg("salvage_queue erase");

@@ -23,8 +23,9 @@ int get_salvage_files(char const* dir, std::vector<std::string>& files);
 
 // salvage_queue - queue or delete the message files in the engine's work directory
 //
-// salvage  true: queue every file that is not queued yet, up to the queue's limit. False: delete
-//          every file.
+// salvage  true: queue every file that is not queued yet, up to the queue's limit; but not one that
+//          is being written or sent: one that is locked, for an hour after its last change, or
+//          empty, for a minute. False: delete every file.
 //
 // Returns 0.
 int salvage_queue(_s_iemlw* engine, bool salvage);

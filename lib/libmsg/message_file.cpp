@@ -1,9 +1,10 @@
-// message_file.cpp - opening, reading and writing message files
+// message_file.cpp - opening, locking, reading and writing message files
 
 #include "libmsg/message_file.h"
 
 #include <cerrno>
 #include <fcntl.h>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -40,8 +41,9 @@ message_file& message_file::operator=(message_file&& other) noexcept
 {
     if (this != &other) {
         close();
-        fd_    = std::move(other.fd_);
-        limit_ = other.limit_;
+        fd_     = std::move(other.fd_);
+        limit_  = other.limit_;
+        locked_ = other.locked_;
     }
     return *this;
 }
@@ -74,17 +76,39 @@ bool message_file::write(char const* data, std::size_t size) const
     return true;
 }
 
+void message_file::lock()
+{
+    locked_ = ::flock(fd_.get(), LOCK_EX | LOCK_NB) == 0;
+}
+
+bool message_file::is_locked_elsewhere() const
+{
+    if (::flock(fd_.get(), LOCK_SH | LOCK_NB) != 0) {
+        return errno == EWOULDBLOCK;
+    }
+    ::flock(fd_.get(), LOCK_UN);
+    return false;
+}
+
 bool message_file::close()
 {
     if (!fd_) {
         return true;
+    }
+    if (locked_) {
+        ::flock(fd_.get(),
+                LOCK_UN);  // closing would not do it where a forked child has the file too
     }
     return close_descriptor(fd_.release()) == 0;
 }
 
 message_file create_message_file(char const* path)
 {
-    return message_file(open_path(path, O_RDWR | O_CREAT | O_EXCL));
+    message_file file(open_path(path, O_RDWR | O_CREAT | O_EXCL));
+    if (file) {
+        file.lock();
+    }
+    return file;
 }
 
 message_file overwrite_message_file(char const* path)
@@ -92,8 +116,9 @@ message_file overwrite_message_file(char const* path)
     message_file file(open_path(path, O_WRONLY | O_CREAT));
     struct stat  status = {};
     if (!file || ::fstat(file.descriptor(), &status) != 0 || !S_ISREG(status.st_mode)) {
-        return file;  // nothing to empty
+        return file;  // nothing to empty, and nothing that an engine sends
     }
+    file.lock();
     // An empty file is not truncated: some file systems flush a truncated file to disk on close,
     // which costs many times the rest.
     bool const empty = status.st_size == 0 || ::ftruncate(file.descriptor(), 0) == 0;

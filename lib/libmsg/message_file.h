@@ -2,6 +2,10 @@
 //
 // Where other users can write to a directory, a name may mean another file from one moment to the
 // next. So a message file is opened once, what was opened is checked, and that is read or written.
+//
+// While a process writes a message file, or sends it on the spot, it holds an advisory lock (flock)
+// on it: an engine that looks through the directory passes the file over. On a file system without
+// locks the file is simply not locked.
 
 #ifndef ZELIEML_LIBMSG_MESSAGE_FILE_H
 #define ZELIEML_LIBMSG_MESSAGE_FILE_H
@@ -45,21 +49,28 @@ public:
     // write - append bytes. Returns false when not all of them could be written.
     bool write(char const* data, std::size_t size) const;
 
-    // close - close. Returns false when closing reports that something was not written.
+    // lock - have engines pass the file over until it is closed, if locks are to be had
+    void lock();
+
+    // Whether another open file, maybe of another process, has the lock.
+    bool is_locked_elsewhere() const;
+
+    // close - unlock and close. Returns false when closing reports that something was not written.
     bool close();
 
 private:
     unique_fd    fd_;
-    std::int64_t limit_ = 0;
+    std::int64_t limit_  = 0;
+    bool         locked_ = false;
 };
 
-// create_message_file - create a file for writing and reading
+// create_message_file - create a file, locked, for writing and reading
 //
 // Returns no file, with errno, when it cannot be created: EEXIST when the name is taken, be it by a
 // link that leads nowhere. A new file gets mode 0666 less the umask.
 message_file create_message_file(char const* path);
 
-// overwrite_message_file - open a file for writing; create or empty it
+// overwrite_message_file - open a file for writing, locked; create or empty it
 //
 // Follows links, and waits for the reader of a pipe, as any program does that is given a path.
 //

@@ -170,7 +170,7 @@ TEST_F(EngineAtRest, AddsUnderTheManagersMutex)
 
 TEST_F(EngineAtRest, SalvagesOnRequest)
 {
-    test::write_file(dir_.file("a.sme"), "");
+    test::write_file(dir_.file("a.sme"), "subject: s");
     timer_proc_queue_salvage(&engine_);
     EXPECT_EQ(test::traces(),
               (strings{salvage_text, "salvage_queue salvage", "posted! %s", "add file %s"}));

@@ -27,6 +27,8 @@ struct stat {
     int64_t         st_qspare[2];
 };
 
+#define st_mtime st_mtimespec.tv_sec
+
 #define S_IFMT     0170000
 #define S_IFDIR    0040000
 #define S_IFREG    0100000
