@@ -160,14 +160,16 @@ ZELIEML_API int eml_msg_get_messageid(void *msg, char *buf, int size);
  * eml_msg_save - save a message to a file
  *
  * msg   the record
- * path  the file; created (mode 0666 minus the umask) or overwritten. See docs/FORMATS.md for its
- *       format.
+ * path  the file; created (mode 0666 minus the umask) or overwritten, through links too. See
+ *       docs/FORMATS.md for its format.
+ *
+ * While the file is written, a lock (flock) keeps an engine's half-hourly look from sending it.
  *
  * Returns 0. Returns -1 when an argument is null, or the file cannot be opened or not be written
  * completely; what was written by then stays in the file.
  *
  * Lack of memory is not reported: each line is written through a buffer of its own, and a line for
- * which there is none is missing from the file.
+ * which there is none is missing from the file. A line without memory to remove its CRs keeps them.
  */
 ZELIEML_API int eml_msg_save(void *msg, const char *path);
 
@@ -175,7 +177,7 @@ ZELIEML_API int eml_msg_save(void *msg, const char *path);
  * eml_msg_load - make a message record from a message file
  *
  * msg   receives the record; free it with eml_msg_destroy
- * path  the file
+ * path  the file; links are followed
  *
  * Returns 0. Returns -1 when an argument is null, there is no memory, or the file cannot be read or
  * is not a regular file. *msg can hold a record even then: set it to null before the call, and free
@@ -230,8 +232,9 @@ ZELIEML_API extern const char *ValCharCrLf;
  *
  * Returns 0 when the message is saved, whether an engine was notified or not. If none was, an
  * engine that runs for this directory finds the file within half an hour, but one that is started
- * later deletes it unsent. Returns -1 when an argument is null or the message could not be saved; a
- * part of it may then be left in the work directory.
+ * later deletes it unsent. Returns -1 when an argument is null or the message could not be saved.
+ * If the disk is full, a part of it may then be left in the work directory, and an engine that runs
+ * for this directory sends that part.
  */
 ZELIEML_API int eml_post(const char *workdir, void *msg);
 ZELIEML_API int eml_post_with_stocksymbol(const char *workdir, const char *stock_symbol, void *msg);
@@ -250,7 +253,9 @@ ZELIEML_API int eml_post_sys(void *eml, void *msg);
  * eml_post_message_file, eml_post_message_file_with_stocksymbol - post an existing message file
  *
  * fullpath      absolute path of the file, 399 bytes at most: the engine ignores a longer one. The
- *               engine reads the file where it is, and deletes it like any other message file.
+ *               engine reads the file where it is, and deletes it like any other message file. It
+ *               sends only a regular file with one name, and no link. A path that is queued already
+ *               is not queued again.
  * stock_symbol  the engine's stock symbol
  *
  * Notifies the engine and does not look at the file.
@@ -273,8 +278,9 @@ ZELIEML_API int eml_post_message_file_with_stocksymbol(const char *fullpath,
  *
  * Saves the message to a file as eml_post does, connects to the server, logs in if the settings say
  * so, hands over the mail and waits for the server's replies. The file is deleted afterwards,
- * whether the mail was sent or not. No engine is needed, and no callback is called. If the thread
- * is cancelled while it waits, the file stays.
+ * whether the mail was sent or not. No engine is needed, and no callback is called. A lock (flock)
+ * keeps an engine's half-hourly look from sending the file too. If the thread is cancelled while it
+ * waits, the file stays.
  *
  * Runs on the caller's thread, and the server decides how long: use a thread that can wait.
  * Connecting is given up after 30 s, a reply after 15 s without a byte. There is no limit with a
@@ -354,8 +360,9 @@ ZELIEML_API int eml_start_with_stocksymbol(const char *workdir, const char *stoc
  * eml  the engine; the handle is invalid afterwards. Only one thread may stop an engine, and only
  *      once.
  *
- * Waits for the attempt in progress; see eml_post_sync for how long that can take. If the calling
- * thread is cancelled meanwhile, that takes effect afterwards, when the engine is stopped.
+ * Waits for the attempt in progress and its callbacks; see eml_post_sync for how long that can
+ * take. Messages that wait are not sent, and do not delay the call. If the calling thread is
+ * cancelled meanwhile, that takes effect afterwards, when the engine is stopped.
  *
  * In a callback of this engine it does not wait: the worker thread ends by itself after the attempt
  * that is being reported. It still runs code of the library until then, and nothing tells when it
