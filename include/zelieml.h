@@ -82,9 +82,11 @@ ZELIEML_API int eml_msg_destroy(void *msg);
  * eml_msg_set_from, _to, _cc, _subject, _replyto, _messageid - set a header of the message
  *
  * msg      the record
- * from     the From header; it is used for nothing else
- * to, cc   addresses, separated by commas; spaces are removed. Both get the mail. An empty cc means
- *          that there is no Cc header.
+ * from     the From header; it is used for nothing else, and not encoded: pass ASCII
+ * to, cc   plain addresses, without names or angle brackets, separated by commas; spaces are
+ *          removed. Both get the mail, each address once. An empty cc means that there is no Cc
+ *          header. To needs an address even if cc has one. Pass no empty address, such as one after
+ *          a last comma: the server is told to deliver to "<>", and refuses that as a rule.
  * subject  the subject, in the encoding of the message
  * replyto  the Reply-To header, and the envelope sender: replies and bounces go to this address.
  *          Empty means the null sender "<>".
