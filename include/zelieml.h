@@ -96,6 +96,15 @@ ZELIEML_API int eml_msg_destroy(void *msg);
  * pass line breaks: in the message file a line break ends the header, and what follows it is read
  * back as another line.
  *
+ * If the server refuses one of the addresses, nobody gets the mail.
+ *
+ * Mail servers may limit lines to 998 bytes (RFC 5322), and each of these headers is one line. A
+ * server can accept a longer line and return the mail to replyto later: the result is eml_send_ok
+ * then. Keep the subject within 732 bytes in UTF-8 and 726 in ISO-2022-JP (989 if the setting
+ * "subject_use_encoding" is "no"), from within 992, replyto within 988 and id within 986. A subject
+ * of 45 bytes in UTF-8 or 42 in ISO-2022-JP is also short enough for RFC 2047, which programs that
+ * are strict about it need to decode it.
+ *
  * Returns 0. Returns -1, leaving the record unchanged, when an argument is null or there is no
  * memory.
  */
@@ -120,6 +129,9 @@ ZELIEML_API int eml_msg_set_messageid(void *msg, const char *id);
  * - A line that begins with the key of a header ("to: ", for example; see KeyFrom) is taken as that
  *   header, and is missing from the body.
  * - Empty lines at the start of the body are lost.
+ *
+ * The body of a message in ISO-2022-JP is sent line by line as it is: break its lines after 998
+ * bytes at most, see eml_msg_set_subject. In UTF-8 lines may have any length.
  *
  * Returns 0. Returns -1, leaving the record unchanged, when an argument is null, the body is too
  * long, or there is no memory.
