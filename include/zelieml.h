@@ -297,10 +297,15 @@ ZELIEML_API int eml_post_message_file_with_stocksymbol(const char *fullpath,
  * waits, the file stays.
  *
  * Runs on the caller's thread, and the server decides how long: use a thread that can wait.
- * Connecting is given up after 30 s, a reply after 15 s without a byte. There is no limit with a
- * server that trickles bytes, does not read what it is sent, or does not close the connection at
- * the end. Looking up the server's name takes as long as the system's resolver does, and the
- * setting "pop_wait_time" is waited for in full.
+ * Connecting is given up after 30 s, a reply after 15 s without a byte. There is no limit for
+ *
+ * - a server that trickles bytes, or does not read what it is sent,
+ * - closing: once the server has greeted, the call waits until the server closes the connection,
+ *   also after a reply that did not come. A server that hangs holds the call until it is ended.
+ * - looking up names, which takes as long as the system's resolver does: the server's, and this
+ *   machine's own.
+ *
+ * The setting "pop_wait_time" is waited for in full.
  *
  * Returns 0 when the server has taken the mail and confirmed the end of the session; the code of
  * the record is then eml_send_ok. Otherwise returns -1, and the record says why:
@@ -374,9 +379,10 @@ ZELIEML_API int eml_start_with_stocksymbol(const char *workdir, const char *stoc
  * eml  the engine; the handle is invalid afterwards. Only one thread may stop an engine, and only
  *      once.
  *
- * Waits for the attempt in progress and its callbacks; see eml_post_sync for how long that can
- * take. Messages that wait are not sent, and do not delay the call. If the calling thread is
- * cancelled meanwhile, that takes effect afterwards, when the engine is stopped.
+ * Waits for the attempt in progress and its callbacks, and begins no other. See eml_post_sync for
+ * how long an attempt can take, and docs/ENGINE.md for what to do if the program has to end sooner.
+ * If the calling thread is cancelled meanwhile, that takes effect afterwards, when the engine is
+ * stopped.
  *
  * In a callback of this engine it does not wait: the worker thread ends by itself after the attempt
  * that is being reported. It still runs code of the library until then, and nothing tells when it
