@@ -233,7 +233,9 @@ ZELIEML_API extern const char *ValCharCrLf;
 /*
  * eml_post, eml_post_with_stocksymbol - post a message to an engine
  *
- * workdir       the engine's work directory, without a separator at its end. 218 bytes always fit.
+ * workdir       the engine's work directory: an absolute path, the same as was passed to eml_start,
+ *               without a separator at its end. 218 bytes always fit. The engine gets this path: it
+ *               finds a relative one only from the same current directory.
  * stock_symbol  the engine's stock symbol; with an empty one no engine is notified
  * msg           the message; stays the caller's, and may be freed right after the call
  *
@@ -272,7 +274,10 @@ ZELIEML_API int eml_post_sys(void *eml, void *msg);
  *               is not queued again.
  * stock_symbol  the engine's stock symbol
  *
- * Notifies the engine and does not look at the file.
+ * Notifies the engine and does not look at the file. The engine compares queued paths as strings: a
+ * file that is announced by two paths, through a linked directory for instance, is queued twice.
+ * For a file in the work directory pass "<workdir>/<name>", with workdir as it was passed to
+ * eml_start: so the engine calls what it finds there itself.
  *
  * Returns 0, whether an engine was notified or not. Returns -1 when an argument is null, the stock
  * symbol is empty, or there is no memory.
@@ -332,7 +337,8 @@ ZELIEML_API int eml_post_sync(const char *workdir, void *msg, void **result);
  * - Starting an engine deletes every message file that is in its work directory, unsent. What was
  *   posted while no engine ran is lost then: start the engine first.
  * - A posted message is tried within about a second. If that fails, it is tried once more, 30 to 40
- *   minutes after it was posted. If that fails too, its file is deleted.
+ *   minutes after it was posted. If that fails too, its file is deleted. Mails are sent one at a
+ *   time: while a server keeps the engine waiting, all others wait too, also beyond these times.
  * - At most 500 messages wait. For one more, the engine deletes the oldest.
  * - The result of each attempt is reported to the callbacks, see eml_set_callback. A message that
  *   was deleted to make room is not reported, unless its attempt was already due: that attempt
@@ -347,8 +353,9 @@ ZELIEML_API int eml_post_sync(const char *workdir, void *msg, void **result);
 /*
  * eml_start, eml_start_with_stocksymbol - start an engine
  *
- * workdir       the work directory, less than 256 bytes, without a separator at its end. ALL
- *               MESSAGE FILES IN IT ARE DELETED. It is not checked whether the directory exists.
+ * workdir       the work directory: an absolute path of less than 256 bytes, without a separator at
+ *               its end. ALL MESSAGE FILES IN IT ARE DELETED. If the directory does not exist, the
+ *               engine starts all the same, and posting fails until you create it.
  * stock_symbol  1 to 254 bytes; "zelieml_stocksymbol" for eml_start
  * eml           receives the engine; stop and free it with eml_stop or eml_stop_multi
  *
