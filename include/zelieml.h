@@ -814,8 +814,9 @@ ZELIEML_API int eml_receive_mails(void *server, void *list, const char *domains)
  * index  the mail, from 0
  * buf    receives the string and its NUL: what follows "From: " or "Subject: " in the first line of
  *        the mail that contains it, be it a header or a line of the body. It is what the server
- *        sent: encoded words are not decoded, continuation lines are not joined. Empty if there is
- *        no such line.
+ *        sent: encoded words are not decoded, continuation lines are not joined. Lines of more than
+ *        4095 bytes, CR LF included, are passed over: if the From header is one, the next line that
+ *        contains "From: " counts. Empty if there is no such line.
  * size   bytes at buf. There has to be room for the whole line and a NUL, although "From: " or
  *        "Subject: " and what comes before it are not copied: for a string of n characters at least
  *        n + 7 bytes (sender) or n + 10 (subject). 4096 are always enough.
