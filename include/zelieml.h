@@ -473,7 +473,8 @@ typedef enum eml_send_e {
     /* SMTP server not in the settings; server not found or not reached; no greeting; HELO or SMTP
        QUIT failed */
     eml_send_error_connection = 2,
-    /* EHLO or login failed (user, password, way of logging in); no SMTP account in the settings */
+    /* EHLO or login failed (user, password, way of logging in); no SMTP account or password in the
+       settings */
     eml_send_error_auth = 3,
     eml_send_32_bits    = 0x7fffffff
 } eml_send_e;
@@ -492,8 +493,9 @@ ZELIEML_API int eml_cb_get_code(void *cb, eml_send_e *code);
  * eml_cb_get_message - copy the server's last reply from a result record
  *
  * cb    the record
- * buf   receives the reply and its NUL: all its lines with their CR LF, or an empty string if there
- *       was no reply
+ * buf   receives the reply to the last command and its NUL: all its lines with their CR LF, or an
+ *       empty string if none came. A greeting that was not accepted is not given: if there was no
+ *       SMTP session, this is the last line of the POP3 login before it, or an empty string.
  * size  bytes at buf, the NUL included
  *
  * Returns 0. Returns -1, leaving buf unchanged, when an argument is null or the reply and its NUL
