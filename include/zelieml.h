@@ -528,6 +528,10 @@ ZELIEML_API int eml_cb_delete(void *cb);
 /*
  * The settings file of a work directory is "<workdir>/zelismes.cf". See docs/FORMATS.md for its
  * keys and values, and eml_encrypt_passwd for the passwords in it.
+ *
+ * Each line ends in CR LF. In a line without CR the last character of the value is lost. A line may
+ * have 1023 bytes, with its CR and without its LF. A longer one, also a comment, hides all lines
+ * from there on, and no key can be set: shorten it with an editor.
  */
 
 /*
@@ -547,7 +551,6 @@ ZELIEML_API int eml_cb_delete(void *cb);
  *
  * Returns 0. Returns -1 when an argument is null, the file cannot be read or is not a regular file,
  * no line contains the key, the line has no "=", the value does not fit, or there is no memory.
- * Reading ends at a line of more than 1023 bytes.
  */
 ZELIEML_API int eml_cf_get_string(const char *key, char *val, unsigned int *length,
                                   const char *path);
