@@ -27,7 +27,9 @@
  * - Sizes are in bytes.
  * - Every function may be called on any thread. Two threads must not use the same record at the
  *   same time. They may use the same engine, but only one of them may start and stop it.
- * - Mail is sent and received over IPv4. The connections are not encrypted.
+ * - Servers are reached over IPv4 only, at the first address that the system's resolver gives for
+ *   the name. If that address does not answer, no other is tried: name a server with one address.
+ * - The connections are not encrypted.
  */
 
 #ifndef ZELIEML_H
@@ -658,12 +660,13 @@ ZELIEML_API int server_info_destroy(void *server);
  * until the last call with the record has returned.
  *
  * server     the record
- * host       host name or dotted IPv4 address
+ * host       host name or dotted IPv4 address. A number with a leading 0 is octal:
+ *            10.0.0.010 is 10.0.0.8
  * user       the account
  * password   the password in clear text
  * auth_type  "pop" for USER and PASS, "apop" for APOP, both in lower case. Pass nothing else: the
  *            login tests take any other string as "apop", eml_receive_mails takes it as "pop".
- * port       usually 110
+ * port       usually 110. It is not checked, and only its low 16 bits count: 65646 is 110
  * wait_ms    milliseconds that test_smtp_auth waits after a POP3 login before it connects to the
  *            SMTP server; a negative number is 0
  *
@@ -681,12 +684,12 @@ ZELIEML_API int server_info_set_pop(void *server, const char *host, const char *
  * THE STRINGS ARE NOT COPIED, see server_info_set_pop.
  *
  * server    the record
- * host      host name or dotted IPv4 address
+ * host      host name or dotted IPv4 address, see server_info_set_pop
  * user      the account; not null, even without authentication
  * password  the password in clear text; not null, even without authentication
  * auth      "on" or "off", in lower case. It has to agree with the server: test_smtp_auth fails if
  *           the server offers authentication and this is "off", and the other way round.
- * port      usually 25 or 587
+ * port      usually 25 or 587, see server_info_set_pop
  *
  * Used by test_smtp_auth.
  *
