@@ -1,0 +1,198 @@
+// codecs.cpp - Base64, hexadecimal digits, digests and stored passwords
+//
+// The first byte of the input says which: 'h' digits, 'p' passwords, anything else Base64.
+
+#include <cstring>
+#include <memory>
+
+#include "fuzz/support/fuzz.h"
+#include "libbase64/libbase64.h"
+#include "libcryptw/libcryptw.h"
+#include "libetc/libetc.h"
+
+using namespace zelieml;
+using fuzz::require;
+
+namespace
+{
+
+unsigned char const* bytes_of(std::string const& text)
+{
+    return reinterpret_cast<unsigned char const*>(text.data());
+}
+
+int length_of(std::string const& text)
+{
+    return static_cast<int>(text.size());
+}
+
+char const* text_at(unsigned char const* bytes)
+{
+    return reinterpret_cast<char const*>(bytes);
+}
+
+// A copy without a NUL after it: whoever reads past its end is caught.
+std::unique_ptr<unsigned char[]> exact_copy(std::string const& text)
+{
+    auto copy = std::make_unique<unsigned char[]>(text.size());
+    std::copy(text.begin(), text.end(), copy.get());
+    return copy;
+}
+
+// The decoder's rules as libbase64.h states them. False when the text is refused.
+bool model_decode(std::string text, std::string& bytes)
+{
+    std::string const alphabet =
+        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/=";
+    bytes.clear();
+    for (;;) {
+        for (int i = 0; i < 2 && text.size() >= 4 && (text[0] == '\r' || text[0] == '\n'); ++i) {
+            text.erase(0, 1);
+        }
+        if (text.size() < 4) {
+            return true;
+        }
+        std::size_t value[4];
+        for (std::size_t i = 0; i < 4; ++i) {
+            value[i] = alphabet.find(text[i]);
+            if (value[i] == std::string::npos) {
+                return false;
+            }
+        }
+        bytes += static_cast<char>(value[0] << 2 | value[1] >> 4);
+        if (text[2] != '=') {
+            bytes += static_cast<char>(value[1] << 4 | value[2] >> 2);
+        }
+        if (text[3] != '=') {
+            bytes += static_cast<char>(value[2] << 6 | value[3]);
+        }
+        text.erase(0, 4);
+    }
+}
+
+void decode(std::string const& text)
+{
+    auto const          copy   = exact_copy(text);
+    int                 length = -1;
+    base64_buffer const decoded(base64_decode_ex(copy.get(), length_of(text), &length));
+    std::string         bytes;
+    bool const          accepted = model_decode(text, bytes);
+    require((decoded != nullptr) == accepted, "text is decoded or refused as the rules say");
+    if (!accepted) {
+        require(length == -1, "a refused text leaves the length alone");
+        return;
+    }
+    require(length == length_of(bytes) &&
+                std::memcmp(decoded.get(), bytes.data(), bytes.size()) == 0 &&
+                decoded.get()[length] == '\0',
+            "text is decoded as the rules say");
+}
+
+void encode(std::string const& bytes, bool line_breaks)
+{
+    auto const          copy = exact_copy(bytes);
+    base64_buffer const encoded(base64_encode(copy.get(), length_of(bytes), line_breaks));
+    require(encoded != nullptr, "any bytes can be encoded");
+    std::string const text = text_at(encoded.get());
+
+    std::string characters;
+    for (std::size_t start = 0; start < text.size();) {
+        std::size_t const end  = line_breaks ? text.find("\r\n", start) : std::string::npos;
+        std::string const line = text.substr(start, end == std::string::npos ? end : end - start);
+        require(!line_breaks || line.size() <= 76, "a line has at most 76 characters");
+        require(end == std::string::npos || line.size() == 76, "only a full line is ended");
+        characters += line;
+        start += end == std::string::npos ? line.size() : line.size() + 2;
+    }
+    require(characters.size() == (bytes.size() + 2) / 3 * 4, "three bytes are four characters");
+    require(characters.find_first_of("\r\n") == std::string::npos, "there is no other line break");
+
+    int                 length = -1;
+    base64_buffer const decoded(base64_decode_ex(encoded.get(), length_of(text), &length));
+    require(decoded != nullptr && length == length_of(bytes) &&
+                std::memcmp(decoded.get(), bytes.data(), bytes.size()) == 0,
+            "what was encoded is decoded again");
+}
+
+std::string upper_case(std::string digits)
+{
+    for (char& digit : digits) {
+        if (digit >= 'a' && digit <= 'f') {
+            digit = static_cast<char>(digit - 'a' + 'A');
+        } else if (std::strchr("0123456789ABCDEF", digit) == nullptr) {
+            digit = '0';
+        }
+    }
+    return digits;
+}
+
+void digits(std::string const& bytes)
+{
+    auto const          copy = exact_copy(bytes);
+    binhex_buffer const hex(etc_bin2hexstr(copy.get(), length_of(bytes)));
+    require((hex == nullptr) == bytes.empty(), "all bytes but none have digits");
+    if (hex != nullptr) {
+        int                 length = -1;
+        binhex_buffer const back(etc_hexstr2bin(hex.get(), &length));
+        require(back != nullptr && length == length_of(bytes) &&
+                    std::memcmp(back.get(), bytes.data(), bytes.size()) == 0,
+                "bytes come back from their digits");
+    }
+
+    std::string const   text   = bytes.c_str();
+    int                 length = -1;
+    binhex_buffer const read(etc_hexstr2bin(bytes_of(text), &length));
+    require((read == nullptr) == (text.size() % 2 != 0), "an odd number of digits is refused");
+    if (read != nullptr && length > 0) {
+        binhex_buffer const again(etc_bin2hexstr(read.get(), length));
+        require(again != nullptr && upper_case(text) == text_at(again.get()),
+                "digits come back in upper case, and 0 for all else");
+    }
+}
+
+void passwords(std::string const& bytes)
+{
+    icryptw           crypt;
+    std::string const password = bytes.c_str();
+
+    unsigned char* const stored = crypt.encrypt_passwd(bytes_of(password));
+    require((stored == nullptr) == password.empty(), "all passwords but the empty one are stored");
+    if (stored != nullptr) {
+        require(std::strlen(text_at(stored)) == 2 * password.size(), "a byte is two digits");
+        unsigned char* const clear = crypt.decrypt_passwd(stored);
+        require(clear != nullptr && password == text_at(clear), "a stored password comes back");
+        crypt.decrypt_free_passwd(clear);
+    }
+    crypt.encrypt_free_passwd(stored);
+
+    unsigned char* const clear = crypt.decrypt_passwd(bytes_of(password));
+    require((clear == nullptr) == (password.size() % 2 != 0), "an odd number is refused");
+    crypt.decrypt_free_passwd(clear);
+
+    unsigned char* const digest =
+        crypt.hmac_md5(bytes_of(password), password.size(), bytes_of(bytes), bytes.size());
+    require(digest != nullptr, "any text has a digest");
+    crypt.free(digest);
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
+{
+    fuzz::no_descriptor_left const guard;
+    fuzz::input                    input(data, size);
+    switch (input.byte()) {
+    case 'h':
+        digits(input.rest());
+        break;
+    case 'p':
+        passwords(input.rest());
+        break;
+    default:
+        encode(input.rest(), false);
+        encode(input.rest(), true);
+        decode(input.rest());
+        break;
+    }
+    return 0;
+}

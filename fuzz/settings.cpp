@@ -1,0 +1,62 @@
+// settings.cpp - reading and writing settings against the rules of docs/FORMATS.md
+//
+// The input is a settings file and then up to 20 calls: 'g', the size of the buffer and a key, or
+// 's', a key and a value.
+
+#include "fuzz/support/fuzz.h"
+#include "fuzz/support/scratch.h"
+#include "libconf/libconf.h"
+#include "tests/libconf/settings_model.h"
+
+using namespace zelieml;
+using fuzz::require;
+
+namespace
+{
+
+// Each call opens files, so an input with hundreds of them would be slow.
+constexpr int max_calls = 20;
+
+void get(fuzz::input& input, fuzz::scratch_file const& settings, std::string const& model)
+{
+    // The longest value has 1019 characters.
+    std::size_t const size = input.byte() * 5U;
+    std::string const key  = input.c_string();
+    std::string const before(size, '#');
+    std::string       buffer = before;
+    auto              length = static_cast<unsigned int>(size);
+    int const         result = conf_get_string(key.c_str(), &buffer[0], &length, settings.path());
+    require(test::reading{result, length, buffer} == test::model_get(model, key, before),
+            "a setting is read as the model says");
+}
+
+void set(fuzz::input& input, fuzz::scratch_file const& settings, std::string& model)
+{
+    std::string const key   = input.c_string();
+    std::string const value = input.c_string();
+    bool const        done  = test::model_set(model, key, value);
+    require(conf_set_string(key.c_str(), value.c_str(), settings.path()) == (done ? 0 : -1),
+            "a setting is written or refused as the model says");
+    require(settings.read() == model, "the file becomes what the model says");
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
+{
+    fuzz::no_descriptor_left const guard;
+    fuzz::input                    input(data, size);
+    fuzz::scratch_file const       settings("zelismes.cf");
+    fuzz::scratch_file const       temporary("zelismes.cf.tmp");
+    std::string                    model = input.field();
+    settings.write(model);
+    for (int calls = 0; calls < max_calls && !input.at_end(); ++calls) {
+        if (input.byte() == 's') {
+            set(input, settings, model);
+        } else {
+            get(input, settings, model);
+        }
+    }
+    temporary.remove();
+    return 0;
+}

@@ -1,0 +1,68 @@
+#include "fuzz/support/fuzz.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <unistd.h>
+
+namespace zelieml::fuzz
+{
+
+namespace
+{
+
+// A new descriptor has the lowest number that is free: one that was left open raises it.
+int lowest_free_descriptor()
+{
+    int const fd = ::open("/dev/null", O_RDONLY | O_CLOEXEC);
+    require(fd >= 0, "/dev/null can be opened");
+    ::close(fd);
+    return fd;
+}
+
+}  // namespace
+
+void require(bool holds, char const* rule)
+{
+    if (!holds) {
+        std::fprintf(stderr, "does not hold: %s\n", rule);
+        std::abort();
+    }
+}
+
+bool begins_with(std::string const& text, char const* start)
+{
+    return text.rfind(start, 0) == 0;
+}
+
+unsigned char input::byte()
+{
+    if (rest_.empty()) {
+        return 0;
+    }
+    auto const first = static_cast<unsigned char>(rest_[0]);
+    rest_.erase(0, 1);
+    return first;
+}
+
+std::string input::field(char separator)
+{
+    std::size_t const end  = rest_.find(separator);
+    std::string       text = rest_.substr(0, end);
+    rest_.erase(0, end == std::string::npos ? end : end + 1);
+    return text;
+}
+
+std::string input::c_string(char separator)
+{
+    return field(separator).c_str();
+}
+
+no_descriptor_left::no_descriptor_left() : free_before_(lowest_free_descriptor()) {}
+
+no_descriptor_left::~no_descriptor_left()
+{
+    require(lowest_free_descriptor() == free_before_, "no descriptor is left open");
+}
+
+}  // namespace zelieml::fuzz

@@ -1,0 +1,72 @@
+// fuzz.h - what all targets share
+//
+// A target takes the bytes of a fuzzer as the input of one unit, and ends the program when a rule
+// of the unit does not hold. An input of several fields has ASCII separators between them, which
+// have no meaning to the library.
+
+#ifndef ZELIEML_FUZZ_SUPPORT_FUZZ_H
+#define ZELIEML_FUZZ_SUPPORT_FUZZ_H
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+// LLVMFuzzerTestOneInput - run one input; defined by each target, called by libFuzzer or by
+// replay.cpp. Returns 0.
+extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size);
+
+namespace zelieml::fuzz
+{
+
+constexpr char field_separator = '\x1c';
+
+// require - end the program when a rule does not hold
+//
+// rule  what should be so; printed
+void require(bool holds, char const* rule);
+
+// begins_with - whether a string begins with another
+bool begins_with(std::string const& text, char const* start);
+
+// The input of one run, from its beginning to its end.
+class input
+{
+public:
+    input(std::uint8_t const* data, std::size_t size)
+        : rest_(reinterpret_cast<char const*>(data), size)
+    {
+    }
+
+    bool at_end() const { return rest_.empty(); }
+
+    // The next byte; 0 at the end.
+    unsigned char byte();
+
+    // What comes before the next separator, which is dropped; everything when there is none.
+    std::string field(char separator = field_separator);
+
+    // The same, up to its first NUL.
+    std::string c_string(char separator = field_separator);
+
+    std::string const& rest() const { return rest_; }
+
+private:
+    std::string rest_;
+};
+
+// The program has as many descriptors at the end of the scope as at its beginning.
+class no_descriptor_left
+{
+public:
+    no_descriptor_left();
+    ~no_descriptor_left();
+    no_descriptor_left(no_descriptor_left const&)            = delete;
+    no_descriptor_left& operator=(no_descriptor_left const&) = delete;
+
+private:
+    int free_before_;
+};
+
+}  // namespace zelieml::fuzz
+
+#endif
