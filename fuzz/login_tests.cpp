@@ -1,0 +1,62 @@
+// login_tests.cpp - test_smtp_auth and test_pop_auth
+//
+// The input is a byte, its bits what is tested and how, a user, a password, and what the servers
+// say.
+
+#include <cstring>
+#include <vector>
+
+#include "fuzz/support/fuzz.h"
+#include "fuzz/support/mail_server.h"
+#include "zelieml.h"
+
+namespace fuzz = zelieml::fuzz;
+using fuzz::require;
+
+int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
+{
+    fuzz::no_descriptor_left const guard;
+    fuzz::input                    input(data, size);
+    unsigned char const            choice   = input.byte();
+    bool const                     smtp     = (choice & 1) != 0;
+    bool const                     before   = (choice & 2) != 0;
+    bool const                     auth     = (choice & 4) != 0;
+    bool const                     apop     = (choice & 8) != 0;
+    std::string const              user     = input.c_string();
+    std::string const              password = input.c_string();
+
+    void* server = nullptr;
+    require(server_info_create(&server) == 0, "a server record can be made");
+    server_info_set_pop(server, fuzz::server_name, user.c_str(), password.c_str(),
+                        apop ? "apop" : "pop", 110, -1);
+    server_info_set_smtp(server, fuzz::server_name, user.c_str(), password.c_str(),
+                         auth ? "on" : "off", 25);
+
+    // A reply is never longer than all that the servers say.
+    std::vector<char> message(input.rest().size() + 1, '#');
+    {
+        fuzz::mail_servers const servers(input.rest());
+        eml_send_e const code = smtp ? test_smtp_auth(server, before ? "on" : "off", message.data())
+                                     : test_pop_auth(server, message.data());
+        require(code == eml_send_ok || code == eml_send_error_other ||
+                    code == eml_send_error_connection || code == eml_send_error_auth,
+                "a result is one of the four codes");
+        require(std::memchr(message.data(), '\0', message.size()) != nullptr,
+                "a message is a string");
+
+        auto const& sent = servers.sent();
+        require(sent.size() <= (smtp && before ? 2U : 1U), "each server is asked once");
+        if (code == eml_send_ok) {
+            require(!sent.empty() && sent.back().back() == "quit\r\n",
+                    "a login test ends with QUIT");
+        }
+        for (fuzz::sent_strings const& strings : sent) {
+            for (std::string const& line : strings) {
+                require(line.size() <= 1023, "a command has at most 1023 bytes");
+                require(!fuzz::begins_with(line, "mail from"), "a login test sends no mail");
+            }
+        }
+    }
+    server_info_destroy(server);
+    return 0;
+}
