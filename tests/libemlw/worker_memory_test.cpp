@@ -119,10 +119,9 @@ TEST_P(WorkerMemory, MayLackInTheLookIntoTheWorkDirectory)
     for (bool refused = true; refused; ++good) {
         SCOPED_TRACE(good);
         ASSERT_LT(good, 1000);
-        at_c_boundary(0, [&] {
+        contained([&] {
             failing_new const limit(good, GetParam());
             timer_proc_queue_salvage(&context());
-            return 0;
         });
         refused = failing_new::refused();
         EXPECT_TRUE(test::file_exists(path));

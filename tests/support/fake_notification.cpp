@@ -150,10 +150,7 @@ int test::deliver(char const* name, char const* object, char const* key, char co
     for (observer_handle const& o : meant) {
         std::lock_guard<std::recursive_mutex> const call(o->guard);
         if (!o->removed) {
-            at_c_boundary(0, [&] {
-                o->proc(&center, o->observer, &name_text, &object_text, &info);
-                return 0;
-            });
+            contained([&] { o->proc(&center, o->observer, &name_text, &object_text, &info); });
         }
     }
     return static_cast<int>(meant.size());
