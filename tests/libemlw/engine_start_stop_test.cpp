@@ -13,6 +13,7 @@
 #include "libemlw/thread.h"
 #include "support/interface.h"
 #include "tests/libemlw/engine_room.h"
+#include "tests/support/case_name.h"
 #include "tests/support/failing_new.h"
 #include "tests/support/fake_thread.h"
 #include "tests/support/mail_server.h"
@@ -207,44 +208,58 @@ TEST_F(EngineStart, TakesNamesThatFitAndRefusesOthers)
     }
 }
 
+// A start with good arguments that fails at the thread.
+struct failing_start : test::named_case {
+    using named_case::named_case;
+
+    failing_start& in(std::string const& directory)
+    {
+        workdir = directory;
+        return *this;
+    }
+    failing_start& under(std::string const& stock)
+    {
+        symbol = stock;
+        return *this;
+    }
+    failing_start& after(std::function<void()> const& action)
+    {
+        before = action;
+        return *this;
+    }
+    // Between the first trace of a start and the last one of its failure.
+    failing_start& says(strings const& traces)
+    {
+        said = traces;
+        return *this;
+    }
+
+    std::string           workdir = "w";
+    std::string           symbol  = "s";
+    std::function<void()> before  = [] {};
+    strings said = {"workdir = %s", "stock_symbol = %s", "start_thread in", "error:start_thread"};
+};
+
 TEST_F(EngineStart, ThatFailsSaysHowFarItCame)
 {
     strings const first = {"eml_start in"};
     strings const last  = {"error: ieml::start"};
-    struct row {
-        char const*           reason;
-        std::string           workdir;
-        std::string           symbol;
-        std::function<void()> before;
-        strings               said;
+
+    failing_start const cases[] = {
+        failing_start("no room for the work directory").in(std::string(256, 'w')).says({}),
+        failing_start("no room for the symbol").under(std::string(255, 's')).says({"workdir = %s"}),
+        failing_start("an empty symbol").under(""),
+        failing_start("no place for an observer").after([] { test::refuse_observers(true); }),
+        failing_start("no thread").after([] {
+            test::refuse_observers(false);
+            test::refuse_threads(true);
+        }),
     };
-    row const rows[] = {
-        {"no room for the work directory", std::string(256, 'w'), "s", [] {}, {}},
-        {"no room for the symbol", "w", std::string(255, 's'), [] {}, {"workdir = %s"}},
-        {"an empty symbol",
-         "w",
-         "",
-         [] {},
-         {"workdir = %s", "stock_symbol = %s", "start_thread in", "error:start_thread"}},
-        {"no place for an observer",
-         "w",
-         "s",
-         [] { test::refuse_observers(true); },
-         {"workdir = %s", "stock_symbol = %s", "start_thread in", "error:start_thread"}},
-        {"no thread",
-         "w",
-         "s",
-         [] {
-             test::refuse_observers(false);
-             test::refuse_threads(true);
-         },
-         {"workdir = %s", "stock_symbol = %s", "start_thread in", "error:start_thread"}},
-    };
-    for (row const& r : rows) {
-        r.before();
+    for (failing_start const& c : cases) {
+        c.before();
         test::clear_traces();
-        fails(r.workdir, r.symbol, r.reason);
-        EXPECT_EQ(test::traces(), first + r.said + last) << r.reason;
+        fails(c.workdir, c.symbol, c.name);
+        EXPECT_EQ(test::traces(), first + c.said + last) << c;
     }
     test::refuse_threads(false);
 }

@@ -15,6 +15,8 @@
 
 #include "libcb/libcb.h"
 #include "libmsg/libmsg.h"
+#include "tests/support/case_name.h"
+#include "tests/support/dialogues.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/fake_resolver.h"
 #include "tests/support/files.h"
@@ -23,8 +25,7 @@
 #include "tests/support/trace_recorder.h"
 
 using namespace zelieml;
-using zelieml::test::scripted_server;
-using zelieml::test::temp_dir;
+using namespace zelieml::test;
 
 namespace
 {
@@ -273,12 +274,48 @@ message_holder new_message()
     return message_holder(msg);
 }
 
-// What a transcript needs up to the greeting, to the text, and to the end.
-std::string const ready    = "S: 220 ready\nC: helo {host}\n";
-std::string const envelope = ready + "S: 250 hello\nC: mail from: <reply@a.test>\nS: 250 ok\n"
-                                     "C: rcpt to: <anna@b.test>\nS: 250 ok\nC: data\n";
-std::string const to_quit  = envelope + "S: 354 go on\nC: (data)\nS: 250 taken\nC: quit\n";
-std::string const sent     = to_quit + "S: 221-thanks\nS: 221 bye\n";
+// Sessions: begun, up to the mail that is taken, and to the end with two lines of goodbye.
+std::string const begun = helo + mail_from();
+std::string const taken = begun + rcpt_to("anna@b.test") + text_sent;
+std::string const sent  = taken + refused_at("quit", "221-thanks\nS: 221 bye");
+
+// On the same server after a login to POP3.
+std::string const then_smtp = hangs_up + "C: (connects)\n";
+
+// The settings that ask for logins.
+std::string const pop  = "pop_before_smtp = yes\r\npop_account = anna\r\n"
+                         "pop_passwd = secret\r\npasswd_raw = yes\r\n";
+std::string const apop = pop + "pop_auth_type = apop\r\n";
+std::string const auth = "smtp_auth = yes\r\nsmtp_auth_type = login\r\n"
+                         "smtp_account = anna\r\nsmtp_passwd = secret\r\npasswd_raw = yes\r\n";
+
+// A post that fails for want of a connection, without a reply.
+struct failed_post : named_case {
+    using named_case::named_case;
+
+    failed_post& with(std::string const& more_settings)
+    {
+        settings = more_settings;
+        return *this;
+    }
+    failed_post& meets(std::string const& server)
+    {
+        transcript = server;
+        return *this;
+    }
+    failed_post& ends(eml_send_e result, std::string const& reply = "")
+    {
+        code = result;
+        text = reply;
+        return *this;
+    }
+    failed_post& says(std::string const& reply) { return ends(code, reply); }
+
+    std::string settings;
+    std::string transcript;
+    eml_send_e  code = eml_send_error_connection;
+    std::string text;
+};
 
 }  // namespace
 
@@ -378,68 +415,71 @@ TEST_F(PostSync, LeavesTheMessageToTheCallerWhoMayPostItAgain)
 
 TEST_F(PostSync, HasARecordForEveryResultNumber)
 {
-    std::string const pop      = "pop_before_smtp = yes\r\npop_account = anna\r\n"
-                                 "pop_passwd = secret\r\npasswd_raw = yes\r\n";
-    std::string const apop     = pop + "pop_auth_type = apop\r\n";
-    std::string const auth     = "smtp_auth = yes\r\nsmtp_auth_type = login\r\n"
-                                 "smtp_account = anna\r\nsmtp_passwd = secret\r\npasswd_raw = yes\r\n";
-    std::string const pop_done = "S: +OK\nC: user anna\nS: +OK\nC: pass secret\nS: +OK\nC: quit\n";
-    struct row {
-        char const* reason;
-        std::string transcript;
-        std::string more;
-        eml_send_e  code;
-        std::string text;
+    failed_post const cases[] = {
+        failed_post("1001: no good greeting").meets("S: 554 no service\n"),
+        failed_post("1001: greeting lost").meets("S: (closes)\n"),
+        failed_post("1003: HELO refused")
+            .meets(greeted + refused_at("helo {host}", "501 who"))
+            .says("501 who\r\n"),
+        failed_post("1004: EHLO refused")
+            .with(auth)
+            .meets(greeted + refused_at("ehlo {host}", "502 no"))
+            .ends(eml_send_error_auth, "502 no\r\n"),
+        failed_post("1004: account missing")
+            .with("smtp_auth = yes\r\n")
+            .meets("S: 220 hello\n")
+            .ends(eml_send_error_auth, "220 hello\r\n"),
+        failed_post("1005: recipient refused")
+            .meets(begun + refused_at("rcpt to: <anna@b.test>", "550-no such\nS: 550 user"))
+            .ends(eml_send_error_other, "550-no such\r\n550 user\r\n"),
+        failed_post("1005: text refused")
+            .meets(begun + rcpt_to("anna@b.test") + answered("data", "354 go on") +
+                   refused_at("(data)", "552 too big"))
+            .ends(eml_send_error_other, "552 too big\r\n"),
+        failed_post("1006: QUIT refused")
+            .meets(taken + refused_at("quit", "421 late"))
+            .says("421 late\r\n"),
+        failed_post("1006: lost at QUIT").meets(taken + lost_at("quit")),
+        failed_post("100: the POP account is missing")
+            .with("pop_before_smtp = yes\r\n")
+            .ends(eml_send_error_other),
+        failed_post("2002: POP greeting lost").with(pop).meets("S: (closes)\n"),
+        failed_post("2004: USER refused")
+            .with(pop)
+            .meets(pop_greeted + refused_at("user anna", "-ERR who"))
+            .ends(eml_send_error_auth, "-ERR who\r\n"),
+        failed_post("2005: PASS refused")
+            .with(pop)
+            .meets(pop_greeted + answered("user anna", "+OK") +
+                   refused_at("pass secret", "-ERR no"))
+            .ends(eml_send_error_auth, "-ERR no\r\n"),
+        failed_post("2006: APOP without a time stamp")
+            .with(apop)
+            .meets("S: +OK hello\n")
+            .ends(eml_send_error_auth, "+OK hello\r\n"),
+        failed_post("100: POP connection lost at QUIT")
+            .with(pop)
+            .meets(pop_login() + lost_at("quit"))
+            .ends(eml_send_error_other),
+        failed_post("1001 after POP: its last reply stays")
+            .with(pop)
+            .meets(pop_login() + pop_goodbye + then_smtp + "S: 554 no\n")
+            .says("+OK bye\r\n"),
     };
-    row const rows[] = {
-        {"1001: no good greeting", "S: 554 no service", "", eml_send_error_connection, ""},
-        {"1001: greeting lost", "S: (closes)", "", eml_send_error_connection, ""},
-        {"1003: HELO refused", ready + "S: 501 who", "", eml_send_error_connection, "501 who\r\n"},
-        {"1004: EHLO refused", "S: 220 a\nC: ehlo {host}\nS: 502 no", auth, eml_send_error_auth,
-         "502 no\r\n"},
-        {"1004: account missing", "S: 220 hello", "smtp_auth = yes\r\n", eml_send_error_auth,
-         "220 hello\r\n"},
-        {"1005: recipient refused",
-         ready + "S: 250 a\nC: mail from: <reply@a.test>\nS: 250 b\nC: rcpt to: <anna@b.test>\n"
-                 "S: 550-no such\nS: 550 user",
-         "", eml_send_error_other, "550-no such\r\n550 user\r\n"},
-        {"1005: text refused", envelope + "S: 354 go on\nC: (data)\nS: 552 too big", "",
-         eml_send_error_other, "552 too big\r\n"},
-        {"1006: QUIT refused", to_quit + "S: 421 late", "", eml_send_error_connection,
-         "421 late\r\n"},
-        {"1006: lost at QUIT", to_quit + "S: (closes)", "", eml_send_error_connection, ""},
-        {"100: the POP account is missing", "", "pop_before_smtp = yes\r\n", eml_send_error_other,
-         ""},
-        {"2002: POP greeting lost", "S: (closes)", pop, eml_send_error_connection, ""},
-        {"2004: USER refused", "S: +OK\nC: user anna\nS: -ERR who", pop, eml_send_error_auth,
-         "-ERR who\r\n"},
-        {"2005: PASS refused", "S: +OK\nC: user anna\nS: +OK\nC: pass secret\nS: -ERR no", pop,
-         eml_send_error_auth, "-ERR no\r\n"},
-        {"2006: APOP without a time stamp", "S: +OK hello", apop, eml_send_error_auth,
-         "+OK hello\r\n"},
-        {"100: POP connection lost at QUIT", pop_done + "S: (closes)", pop, eml_send_error_other,
-         ""},
-        {"1001 after POP: its last reply stays", pop_done + "S: +OK bye\nC: (connects)\nS: 554 no",
-         pop, eml_send_error_connection, "+OK bye\r\n"},
-    };
-    for (row const& r : rows) {
-        serve(r.transcript, r.more);
-        EXPECT_EQ(post(), -1) << r.reason;
-        EXPECT_EQ(code(), r.code) << r.reason;
-        EXPECT_EQ(text(), r.text) << r.reason;
-        EXPECT_EQ(in_workdir(), strings{"zelismes.cf"}) << r.reason;
-        EXPECT_EQ(test::traces().back(), "error:send_sync(%s)") << r.reason;
-        EXPECT_TRUE(server().ok()) << r.reason << ": " << server().problem();
+    for (failed_post const& c : cases) {
+        serve(c.transcript, c.settings);
+        EXPECT_EQ(post(), -1) << c;
+        EXPECT_EQ(code(), c.code) << c;
+        EXPECT_EQ(text(), c.text) << c;
+        EXPECT_EQ(in_workdir(), strings{"zelismes.cf"}) << c;
+        EXPECT_EQ(test::traces().back(), "error:send_sync(%s)") << c;
+        EXPECT_TRUE(server().ok()) << c << ": " << server().problem();
     }
 }
 
 TEST_F(PostSync, AfterAPopLoginSendsTheMail)
 {
-    serve("S: +OK\nC: user anna\nS: +OK\nC: pass secret\nS: +OK\nC: quit\nS: +OK\n"
-          "C: (closes)\nC: (connects)\n" +
-              sent,
-          "pop_before_smtp = yes\r\npop_account = anna\r\npop_passwd = secret\r\n"
-          "passwd_raw = yes\r\n");
+    serve(pop_login() + pop_goodbye + then_smtp + sent, pop);
     EXPECT_EQ(post(), 0);
     EXPECT_EQ(code(), eml_send_ok);
     EXPECT_EQ(text(), "221-thanks\r\n221 bye\r\n");

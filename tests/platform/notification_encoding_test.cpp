@@ -6,6 +6,8 @@
 #include <gtest/gtest.h>
 #include <string>
 
+#include "tests/support/case_name.h"
+
 namespace zelieml::test
 {
 namespace
@@ -41,31 +43,49 @@ TEST(Encoding, IsTheStringsEachWithItsNul)
     EXPECT_EQ(encode_notification("", "", "", ""), std::string(4, '\0'));
 }
 
+// A notification with all its strings.
+struct whole_case : named_case {
+    using named_case::named_case;
+
+    whole_case& addressed(char const* its_name, char const* its_object)
+    {
+        sent_name = its_name;
+        object    = its_object;
+        return *this;
+    }
+    whole_case& with(char const* its_key, char const* its_value)
+    {
+        key   = its_key;
+        value = its_value;
+        return *this;
+    }
+
+    char const* sent_name = "name";
+    char const* object    = "object";
+    char const* key       = "key";
+    char const* value     = "value";  // or null
+};
+
 TEST(Decoding, GivesBackWhatWasEncoded)
 {
-    struct {
-        char const* name;
-        char const* object;
-        char const* key;
-        char const* value;
-        char const* reason;
-    } const cases[] = {
-        {"name", "object", "key", "value", "the usual"},
-        {"name", "object", "key", nullptr, "no value"},
-        {"name", "object", "key", "", "an empty value is one"},
-        {"", "", "", "", "nothing but NULs"},
-        {"", "", "", nullptr, "nothing but NULs, and no value"},
-        {"\xff\x01", "a\nb", "%s", "/w/\xe5 .sme", "odd bytes"},
+    whole_case const cases[] = {
+        whole_case("the usual"),
+        whole_case("no value").with("key", nullptr),
+        whole_case("an empty value is one").with("key", ""),
+        whole_case("nothing but NULs").addressed("", "").with("", ""),
+        whole_case("nothing but NULs, and no value").addressed("", "").with("", nullptr),
+        whole_case("odd bytes").addressed("\xff\x01", "a\nb").with("%s", "/w/\xe5 .sme"),
     };
-    for (auto const& c : cases) {
+    for (whole_case const& c : cases) {
         notification out;
-        ASSERT_TRUE(decode_notification(encode_notification(c.name, c.object, c.key, c.value), out))
-            << c.reason;
-        EXPECT_EQ(out.name.text, c.name) << c.reason;
-        EXPECT_EQ(out.object.text, c.object) << c.reason;
-        EXPECT_EQ(out.info.key, c.key) << c.reason;
-        EXPECT_EQ(out.info.has_value, c.value != nullptr) << c.reason;
-        EXPECT_EQ(out.info.value, c.value != nullptr ? c.value : "") << c.reason;
+        ASSERT_TRUE(
+            decode_notification(encode_notification(c.sent_name, c.object, c.key, c.value), out))
+            << c;
+        EXPECT_EQ(out.name.text, c.sent_name) << c;
+        EXPECT_EQ(out.object.text, c.object) << c;
+        EXPECT_EQ(out.info.key, c.key) << c;
+        EXPECT_EQ(out.info.has_value, c.value != nullptr) << c;
+        EXPECT_EQ(out.info.value, c.value != nullptr ? c.value : "") << c;
     }
 }
 

@@ -23,6 +23,7 @@
 #include "platform/notification.h"
 #include "support/unique_fd.h"
 #include "tests/platform/notification_peers.h"
+#include "tests/support/case_name.h"
 #include "tests/support/notification_room.h"
 #include "tests/support/skip.h"
 
@@ -323,25 +324,46 @@ TEST(Place, HoldsSocketsAndNoLinksToThem)
     EXPECT_EQ(one.heard().all(), texts{"to the socket"});
 }
 
+// A socket in a directory of sockets, an hour old; the next observer removes it.
+struct leftover : named_case {
+    leftover(char const* reason, char const* its_suffix) : named_case(reason), suffix(its_suffix) {}
+
+    leftover& fresh()
+    {
+        age = 0;
+        return *this;
+    }
+    leftover& a_file()
+    {
+        type = S_IFREG;
+        return *this;
+    }
+    leftover& stays()
+    {
+        kept = true;
+        return *this;
+    }
+
+    char const* suffix;
+    mode_t      type = S_IFSOCK;
+    int         age  = 3600;  // in seconds
+    bool        kept = false;
+};
+
 // Of an observer that was killed before its socket got its name.
 TEST(Place, LosesSocketsThatNeverGotTheirNames)
 {
     notification_room const room;
     listener const          first("object");  // makes the directory
     std::string const       start = room.own() + "/00112233445566778-4711-8899aabbccddeeff";
-    struct {
-        char const* suffix;
-        mode_t      type;
-        int         age;
-        bool        stays;
-        char const* reason;
-    } const cases[] = {
-        {".new", S_IFSOCK, 3600, false, "nobody gives it a name any more"},
-        {"0.new", S_IFSOCK, 0, true, "it may get its name yet"},
-        {"1.new", S_IFREG, 3600, true, "not a socket"},
-        {".sock", S_IFSOCK, 3600, true, "it has its name"},
+
+    leftover const cases[] = {
+        leftover("nobody gives it a name any more", ".new"),
+        leftover("it may get its name yet", "0.new").fresh().stays(),
+        leftover("not a socket", "1.new").a_file().stays(),
+        leftover("it has its name", ".sock").stays(),
     };
-    for (auto const& c : cases) {
+    for (leftover const& c : cases) {
         std::string const path = start + c.suffix;
         ASSERT_EQ(::mknod(path.c_str(), c.type | 0600, 0), 0) << path;
         timespec const then     = {::time(nullptr) - c.age, 0};
@@ -350,8 +372,8 @@ TEST(Place, LosesSocketsThatNeverGotTheirNames)
     }
     listener const next("object");
     EXPECT_EQ(next.added(), 0);
-    for (auto const& c : cases) {
-        EXPECT_EQ(file_exists(start + c.suffix), c.stays) << c.reason;
+    for (leftover const& c : cases) {
+        EXPECT_EQ(file_exists(start + c.suffix), c.kept) << c;
     }
 }
 
@@ -620,35 +642,59 @@ TEST(Trust, IsInAStrangerWhoOwnsTheFile)
     }
 }
 
+// A directory on the way to a stranger's file: root's, with mode 0755, and not relied on.
+struct way : named_case {
+    // its_path  below the folder that is open to all
+    way(char const* reason, char const* its_path) : named_case(reason), path(its_path) {}
+
+    way& of(uid_t user)
+    {
+        owner = user;
+        return *this;
+    }
+    way& open_as(mode_t permissions)
+    {
+        mode = permissions;
+        return *this;
+    }
+    way& is_safe()
+    {
+        believed = true;
+        return *this;
+    }
+
+    char const* path;
+    uid_t       owner    = 0;
+    mode_t      mode     = 0755;
+    bool        believed = false;
+};
+
 // What is his own to change is nobody else's to rely on.
 TEST(Trust, IsNotInAStrangersOwnDirectories)
 {
     SKIP_UNLESS_ROOT("a stranger");
-    struct {
-        char const* reason;
-        char const* path;  // below the folder that is open to all
-        uid_t       owner;
-        mode_t      mode;
-        bool        believed;
-    } const directories[] = {
-        {"root's, closed", "root's", 0, 0755, true},
-        {"root's, open and sticky", "sticky", 0, 01777, true},
-        {"root's, open", "open", 0, 0777, false},
-        {"root's, open to its group", "group", 0, 0775, false},
-        {"the engine's user's, closed", "user's", one_user, 0755, true},
-        {"the engine's user's, open and sticky", "user's sticky", one_user, 01777, true},
-        {"the engine's user's, open", "user's open", one_user, 0777, false},
-        {"the sender's", "sender's", another_user, 0755, false},
-        {"the sender's, sticky", "sender's sticky", another_user, 01777, false},
-        {"a third user's", "third", 4713, 0755, false},
-        {"root's in the sender's", "sender's/root's", 0, 0755, false},
-        {"root's in an open one", "open/root's", 0, 0755, false},
-        {"the engine's user's in a sticky one", "sticky/user's", one_user, 0755, true},
+    way const directories[] = {
+        way("root's, closed", "root's").is_safe(),
+        way("root's, open and sticky", "sticky").open_as(01777).is_safe(),
+        way("root's, open", "open").open_as(0777),
+        way("root's, open to its group", "group").open_as(0775),
+        way("the engine's user's, closed", "user's").of(one_user).is_safe(),
+        way("the engine's user's, open and sticky", "user's sticky")
+            .of(one_user)
+            .open_as(01777)
+            .is_safe(),
+        way("the engine's user's, open", "user's open").of(one_user).open_as(0777),
+        way("the sender's", "sender's").of(another_user),
+        way("the sender's, sticky", "sender's sticky").of(another_user).open_as(01777),
+        way("a third user's", "third").of(4713),
+        way("root's in the sender's", "sender's/root's"),
+        way("root's in an open one", "open/root's"),
+        way("the engine's user's in a sticky one", "sticky/user's").of(one_user).is_safe(),
     };
     notification_room const room;
     room.share();
     owned_files const files(room);
-    for (auto const& d : directories) {
+    for (way const& d : directories) {
         files.directory(d.path, d.owner);
         ASSERT_EQ(::chmod(files.path(d.path).c_str(), d.mode), 0);
     }
@@ -661,7 +707,7 @@ TEST(Trust, IsNotInAStrangersOwnDirectories)
     };
     std::vector<named_file> cases = {
         {"through root's link", files.path("link/x.sme"), files.path("user's/x.sme")},
-        {"through the sender's link, which is no longer on the way",
+        {"through the sender's link, which is not on the resolved path",
          files.path("sticky/link/x.sme"), files.path("user's/x.sme")},
         {"dots and slashes", files.path("open/..//root's/./x.sme"), files.path("root's/x.sme")},
         {"a directory that is no directory", files.path("root's/x.sme/y.sme"), ""},
@@ -669,9 +715,9 @@ TEST(Trust, IsNotInAStrangersOwnDirectories)
         {"the root directory", "/", ""},
         {"nothing in the root directory", "/zelieml-test-nothing.sme", ""},
     };
-    for (auto const& d : directories) {
+    for (way const& d : directories) {
         std::string const path = files.file(std::string(d.path) + "/x.sme", another_user);
-        cases.push_back({d.reason, path, d.believed ? path : ""});
+        cases.push_back({d.name, path, d.believed ? path : ""});
     }
 
     notification_peer observer(within(room, one_user));

@@ -14,6 +14,7 @@
 
 #include "libnotifyw/libnotifyw.h"
 #include "support/gate.h"
+#include "tests/support/case_name.h"
 #include "tests/support/notification_room.h"
 #include "tests/support/threads.h"
 
@@ -166,20 +167,17 @@ TEST(Address, IsWhatASenderOfMessageFilesPostsTo)
 
 // ------------------------------------------------------------------ the text field
 
-struct value_request {
-    std::string key;
-    std::size_t size;
-};
-
 struct value_outcome {
     bool        found = false;
     std::string text;
     bool        kept_to_the_buffer = false;
 };
 
-// Asks for the value from within the proc, where the notification lives.
+constexpr char asked_key[] = "path";
+
+// Asks for the value of asked_key from within the proc, where the notification lives.
 struct value_asker {
-    value_request              request;
+    std::size_t                size;  // of its buffer
     std::vector<value_outcome> outcomes;
     gate                       done;
 
@@ -188,54 +186,77 @@ struct value_asker {
                      platform::notification_info const* info)
     {
         auto* const   self = static_cast<value_asker*>(observer);
-        std::string   bytes(self->request.size + 8, '#');
+        std::string   bytes(self->size + 8, '#');
         value_outcome outcome;
-        outcome.found = platform::notification_value(info, self->request.key.c_str(), bytes.data(),
-                                                     self->request.size);
+        outcome.found = platform::notification_value(info, asked_key, bytes.data(), self->size);
         outcome.text  = outcome.found ? bytes.c_str() : "";
-        outcome.kept_to_the_buffer = bytes.substr(self->request.size) == "########";
+        outcome.kept_to_the_buffer = bytes.substr(self->size) == "########";
         self->outcomes.push_back(outcome);
         self->done.open();
     }
 };
 
+// A path that is posted with its key and fits the 400 bytes at which it is wanted.
+struct value_case : named_case {
+    using named_case::named_case;
+
+    value_case& posted(std::optional<std::string> const& posted_value)
+    {
+        value = posted_value;
+        return *this;
+    }
+    value_case& under(char const* posted_key)
+    {
+        key = posted_key;
+        return *this;
+    }
+    value_case& into(std::size_t buffer_size)
+    {
+        size = buffer_size;
+        return *this;
+    }
+    value_case& is_not_found()
+    {
+        found = false;
+        return *this;
+    }
+
+    char const*                key   = asked_key;
+    std::optional<std::string> value = "/w/a.sme";
+    std::size_t                size  = 400;
+    bool                       found = true;
+};
+
 TEST(Value, IsCopiedWholeOrNotAtAll)
 {
-    std::string const odd = "/w/\xff\n%s \x01.sme";
-    struct {
-        char const*                reason;
-        char const*                key;
-        std::optional<std::string> value;
-        value_request              asked;
-        bool                       found;
-    } const cases[] = {
-        {"a path", "path", "/w/a.sme", {"path", 400}, true},
-        {"odd bytes", "path", odd, {"path", 400}, true},
-        {"an empty text is one", "path", "", {"path", 400}, true},
-        {"an empty text and its NUL", "path", "", {"path", 1}, true},
-        {"there is no value", "path", std::nullopt, {"path", 400}, false},
-        {"there is another key", "paths", "/w/a.sme", {"path", 400}, false},
-        {"the key is a beginning", "pat", "/w/a.sme", {"path", 400}, false},
-        {"the key is empty", "", "/w/a.sme", {"path", 400}, false},
-        {"399 bytes fit", "path", std::string(399, 'a'), {"path", 400}, true},
-        {"400 bytes do not", "path", std::string(400, 'a'), {"path", 400}, false},
-        {"nor do 5000", "path", std::string(5000, 'a'), {"path", 400}, false},
-        {"5000 bytes fit elsewhere", "path", std::string(5000, 'a'), {"path", 5001}, true},
-        {"nothing fits nowhere", "path", "", {"path", 0}, false},
+    value_case const cases[] = {
+        value_case("a path"),
+        value_case("odd bytes").posted("/w/\xff\n%s \x01.sme"),
+        value_case("an empty value is one").posted(""),
+        value_case("an empty value and its NUL").posted("").into(1),
+        value_case("there is no value").posted(std::nullopt).is_not_found(),
+        value_case("there is another key").under("paths").is_not_found(),
+        value_case("the key is a beginning").under("pat").is_not_found(),
+        value_case("the key is empty").under("").is_not_found(),
+        value_case("399 bytes fit").posted(std::string(399, 'a')),
+        value_case("400 bytes do not").posted(std::string(400, 'a')).is_not_found(),
+        value_case("nor do 5000").posted(std::string(5000, 'a')).is_not_found(),
+        value_case("5000 bytes fit elsewhere").posted(std::string(5000, 'a')).into(5001),
+        value_case("nothing fits nowhere").posted("").into(0).is_not_found(),
     };
     notification_room const room;
-    for (auto const& c : cases) {
+    for (value_case const& c : cases) {
         value_asker asker;
-        asker.request = c.asked;
-        ASSERT_EQ(platform::add_observer("n", "o", value_asker::proc, &asker), 0) << c.reason;
+        asker.size = c.size;
+        ASSERT_EQ(platform::add_observer("n", "o", value_asker::proc, &asker), 0) << c;
         EXPECT_EQ(
             platform::post_notification("n", "o", c.key, c.value ? c.value->c_str() : nullptr), 0);
         asker.done.wait();
-        EXPECT_EQ(platform::remove_observer("n", "o", &asker), 0) << c.reason;
-        ASSERT_EQ(asker.outcomes.size(), 1U) << c.reason;
-        EXPECT_EQ(asker.outcomes[0].found, c.found) << c.reason;
-        EXPECT_EQ(asker.outcomes[0].text, c.found ? *c.value : "") << c.reason;
-        EXPECT_TRUE(asker.outcomes[0].kept_to_the_buffer) << c.reason;
+        EXPECT_EQ(platform::remove_observer("n", "o", &asker), 0) << c;
+        ASSERT_EQ(asker.outcomes.size(), 1U) << c;
+        EXPECT_EQ(asker.outcomes[0].found, c.found) << c;
+        EXPECT_EQ(asker.outcomes[0].text, c.found ? *c.value : "") << c;
+        EXPECT_TRUE(asker.outcomes[0].kept_to_the_buffer) << c;
     }
 }
 
