@@ -12,6 +12,7 @@
 #include "libemlw/send.h"
 #include "libsendw/libsendw.h"
 #include "tests/libemlw/attempts.h"
+#include "tests/support/dialogues.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/fake_resolver.h"
 #include "tests/support/files.h"
@@ -35,21 +36,19 @@ strings operator+(strings a, strings const& b)
     return a;
 }
 
-// One delivery as the server sees it; the mail is for the address, which names the message.
+// One session as the server sees it; the mail is for the address, which names the message.
 std::string delivery_to(std::string const& name)
 {
-    return "S: 220 ready\nC: helo {host}\nS: 250 hello\nC: mail from: <r>\nS: 250 ok\n"
-           "C: rcpt to: <" +
-           name +
-           "@a.test>\nS: 250 ok\nC: data\nS: 354 go on\nC: (data)\nS: 250 taken\n"
-           "C: quit\nS: 221 bye\nC: (closes)\n";
+    return test::helo + test::mail_from("r") + test::rcpt_to(name + "@a.test") + test::text_sent +
+           test::goodbye;
 }
 std::string refusal_of(std::string const& name)
 {
-    return "S: 220 ready\nC: helo {host}\nS: 250 hello\nC: mail from: <r>\nS: 250 ok\n"
-           "C: rcpt to: <" +
-           name + "@a.test>\nS: 550 no such user\nC: (closes)\n";
+    return test::helo + test::mail_from("r") +
+           test::refused_at("rcpt to: <" + name + "@a.test>", "550 no such user");
 }
+// One in which there is no message.
+std::string const nothing_to_send = test::helo + test::hangs_up;
 
 // What is said around the work of the send driver.
 strings const chosen     = {"is_try_queue in try_count=%d interval=%d", "is_try_queue(true) %s %d",
@@ -254,8 +253,7 @@ TEST_F(SendQueue, CountsAMessageThatCannotBeLoadedAsFailed)
 {
     std::string const path = message("anna");
     ASSERT_EQ(std::remove(path.c_str()), 0);
-    serve({"S: 220 a\nC: helo {host}\nS: 250 b\nC: (closes)\n",
-           "S: 220 a\nC: helo {host}\nS: 250 b\nC: (closes)\n"});
+    serve({nothing_to_send, nothing_to_send});
     EXPECT_EQ(send(), send_message_refused);
     EXPECT_EQ(send(1), send_message_refused);
     EXPECT_EQ(test::traces().end()[-3], "error:remove(%s)");
@@ -444,7 +442,7 @@ TEST_F(SendQueue, ReportsAFileThatWasEvictedMeanwhile)
 {
     message("a");
     message("b");
-    serve({delivery_to("a"), "S: 220 a\nC: helo {host}\nS: 250 b\nC: (closes)\n"});
+    serve({delivery_to("a"), nothing_to_send});
     strings many;
     for (std::size_t i = 0; i < max_queue; ++i) {
         many.push_back(dir_.file(std::to_string(i)));

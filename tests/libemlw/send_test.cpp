@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include "libsendw/libsendw.h"
+#include "tests/support/dialogues.h"
 #include "tests/support/fake_resolver.h"
 #include "tests/support/files.h"
 #include "tests/support/scripted_server.h"
@@ -45,21 +46,9 @@ protected:
 
 TEST_F(SendSync, DeletesTheFileAfterSuccess)
 {
-    scripted_server server(R"(
-        S: 220 ready
-        C: helo [192.0.2.10]
-        S: 250 hello
-        C: mail from: <r>
-        S: 250 ok
-        C: rcpt to: <t@a.test>
-        S: 250 ok
-        C: data
-        S: 354 go on
-        C: (data)
-        S: 250 taken
-        C: quit
-        S: 221 bye
-    )");
+    scripted_server server(test::helo + test::mail_from("r") + test::rcpt_to("t@a.test") +
+                           test::text_sent + test::goodbye);
+    server.set_host("[192.0.2.10]");
     test::write_file(workdir() + "/zelismes.cf", "smtp_server = 127.0.0.1\r\nsmtp_port = " +
                                                      std::to_string(server.port()) + "\r\n");
     EXPECT_EQ(send(), send_ok);
@@ -94,11 +83,12 @@ TEST_F(SendSync, TellsWhenTheFileCannotBeDeleted)
 TEST_F(SendSync, OfAMissingFileIsAMessageThatIsNotLoaded)
 {
     ASSERT_EQ(std::remove(file().c_str()), 0);
-    scripted_server server("S: 220 ready\nC: helo [192.0.2.10]\nS: 250 hello\n");
+    scripted_server server(test::helo + test::hangs_up);
+    server.set_host("[192.0.2.10]");
     test::write_file(workdir() + "/zelismes.cf", "smtp_server = 127.0.0.1\r\nsmtp_port = " +
                                                      std::to_string(server.port()) + "\r\n");
     EXPECT_EQ(send(), send_message_refused);
-    EXPECT_EQ(detail_, "250 hello\r\n");
+    EXPECT_EQ(detail_, "250 mail.test\r\n");
     EXPECT_TRUE(server.ok()) << server.problem();
 }
 
