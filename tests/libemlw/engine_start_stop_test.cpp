@@ -102,7 +102,7 @@ TEST(EngineObject, GivesItsContextBackOnce)
     EXPECT_EQ(engine->destroy_context(), 0) << "it was never made";
     EXPECT_EQ(engine->create_context(), 0);
     EXPECT_NE(engine->get_context(), nullptr);
-    EXPECT_EQ(engine->set_callback(test::attempts::note, nullptr), 0);
+    EXPECT_EQ(engine->set_callback(test::result_list::note, nullptr), 0);
     EXPECT_EQ(engine->destroy_context(), 0);
     EXPECT_EQ(engine->get_context(), nullptr);
     EXPECT_EQ(engine->destroy_context(), 0);
@@ -332,7 +332,7 @@ TEST_F(EngineStart, DeletesWhatLayThereBeforeItReturns)
         announce(file("right after"));
         test::pass_pauses(1);
         EXPECT_EQ(on_disk(), strings{"right after.sme"}) << "no leftover, but tried and failed";
-        EXPECT_EQ(attempts_.list().size(), std::size_t(again) + 1);
+        EXPECT_EQ(attempts_.count(), std::size_t(again) + 1);
         stop();
     }
 }
@@ -343,7 +343,7 @@ TEST_F(EngineStart, OfAnEngineThatWasStoppedIsLikeTheFirst)
     ifactory_emlw factory;
     ieml*         engine = nullptr;
     ASSERT_EQ(factory.create(&engine), 0);
-    EXPECT_EQ(engine->set_callback(test::attempts::note, &attempts_), 0);
+    EXPECT_EQ(engine->set_callback(test::result_list::note, &attempts_), 0);
     for (std::size_t again = 1; again <= 10; ++again) {
         for (int i = 0; i < 200; ++i) {
             message(std::to_string(i));
@@ -352,7 +352,7 @@ TEST_F(EngineStart, OfAnEngineThatWasStoppedIsLikeTheFirst)
         EXPECT_EQ(on_disk(), strings());
         post("a");
         test::pass_pauses(1);
-        EXPECT_EQ(attempts_.list().size(), again);
+        EXPECT_EQ(attempts_.count(), again);
         EXPECT_EQ(engine->stop(), 0);
         EXPECT_EQ(engine->stop(), -1) << "stopped already";
     }
@@ -363,15 +363,15 @@ TEST_F(EngineStart, InADirectoryThatIsNotThereIsNoFailure)
 {
     std::string const missing = dir_.file("missing");
     ASSERT_EQ(eml_start_with_stocksymbol(missing.c_str(), symbol, &engine_), 0);
-    ASSERT_EQ(eml_set_callback(engine_, test::attempts::note, &attempts_), 0);
+    ASSERT_EQ(eml_set_callback(engine_, test::result_list::note, &attempts_), 0);
     test::pass_pauses(1801);
-    EXPECT_EQ(attempts_.list().size(), 0U);
+    EXPECT_EQ(attempts_.count(), 0U);
 
     ASSERT_EQ(::mkdir(missing.c_str(), 0777), 0);
     test::write_file(missing + "/a.sme", "to: a@a.test\n");
     announce(missing + "/a.sme");
     test::pass_pauses(1);
-    EXPECT_EQ(attempts_.list().size(), 1U);
+    EXPECT_EQ(attempts_.count(), 1U);
 }
 
 TEST_F(EngineStart, RefusesNull)
@@ -381,13 +381,13 @@ TEST_F(EngineStart, RefusesNull)
     EXPECT_EQ(eml_start_with_stocksymbol(workdir().c_str(), nullptr, &engine_), -1);
     EXPECT_EQ(engine_, nullptr);
     start();
-    EXPECT_EQ(eml_set_callback(nullptr, test::attempts::note, nullptr), -1);
+    EXPECT_EQ(eml_set_callback(nullptr, test::result_list::note, nullptr), -1);
     EXPECT_EQ(eml_set_callback(engine_, nullptr, nullptr), -1);
-    EXPECT_EQ(eml_reset_callback(nullptr, test::attempts::note), -1);
+    EXPECT_EQ(eml_reset_callback(nullptr, test::result_list::note), -1);
     EXPECT_EQ(eml_reset_callback(engine_, nullptr), -1);
     post("a");
     test::pass_pauses(1);
-    EXPECT_EQ(attempts_.list().size(), 1U);
+    EXPECT_EQ(attempts_.count(), 1U);
 }
 
 TEST_F(EngineStart, WithoutASymbolUsesTheDefaultOne)
@@ -498,7 +498,7 @@ protected:
     {
         ASSERT_EQ(eml_start_with_stocksymbol(workdir().c_str(), symbol, &engine_), 0);
         ASSERT_EQ(eml_set_callback(engine_, stop_own_engine, this), 0);
-        ASSERT_EQ(eml_set_callback(engine_, test::attempts::note, &attempts_), 0);
+        ASSERT_EQ(eml_set_callback(engine_, test::result_list::note, &attempts_), 0);
     }
     // Passes a cycle after which the worker does not come back.
     void last_cycle()
@@ -567,7 +567,7 @@ TEST_P(StopInACallback, OfAFailedAttemptLeavesTheFile)
     start_engine_that_stops_itself();
     post("a");
     last_cycle();
-    EXPECT_EQ(attempts_.list().size(), 1U);
+    EXPECT_EQ(attempts_.count(), 1U);
     EXPECT_EQ(on_disk(), strings{"a.sme"});
 }
 
@@ -592,7 +592,7 @@ TEST_P(StopInACallback, FreesTheEngineAlsoWhenAnotherCallbackThrows)
     std::weak_ptr<void const> const record = life_of_record();
     last_cycle();
     EXPECT_TRUE(record.expired());
-    EXPECT_EQ(attempts_.list().size(), 1U);
+    EXPECT_EQ(attempts_.count(), 1U);
 }
 
 // -------------------------------------------------------- a stop within a stop
@@ -861,6 +861,6 @@ TEST_F(StopInAChild, ThatACallbackForkedInTheRetryPassEndsTheChildOnly)
     post("b");
     test::pass_pauses(1);
     EXPECT_EQ(status, 0);
-    EXPECT_EQ(attempts_.list().size(), 2U);
+    EXPECT_EQ(attempts_.count(), 2U);
     EXPECT_EQ(on_disk(), (strings{"a.sme", "b.sme"}));
 }

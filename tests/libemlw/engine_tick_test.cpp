@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "libnotifyw/libnotifyw.h"
-#include "tests/libemlw/attempts.h"
 #include "tests/support/fake_notification.h"
 #include "tests/support/files.h"
+#include "tests/support/workplace.h"
 #include "zelieml.h"
 
 using namespace zelieml;
@@ -42,11 +42,11 @@ private:
 
 TEST_F(EngineTick, IsASecond)
 {
-    test::attempts      attempts;
+    test::result_list   attempts;
     std::vector<double> times;
     attempts.action = [&] { times.push_back(elapsed()); };
     ASSERT_EQ(start(), 0);
-    ASSERT_EQ(eml_set_callback(engine_, test::attempts::note, &attempts), 0);
+    ASSERT_EQ(eml_set_callback(engine_, test::result_list::note, &attempts), 0);
     for (std::size_t made = 1; made <= 3; ++made) {
         std::string const path = dir_.file(std::to_string(made) + ".sme");
         test::write_file(path, "");
@@ -112,14 +112,14 @@ TEST_F(EngineTick, OfTheParentIsGivenBackByAChildThatStopsItsCopy)
 TEST_F(EngineTick, OfSeveralEnginesDoNotMeet)
 {
     constexpr std::size_t count = 3;
-    test::attempts        attempts[count];
+    test::result_list     attempts[count];
     void*                 engines[count];
     for (std::size_t i = 0; i < count; ++i) {
         std::string const workdir = dir_.file(std::to_string(i));
         std::string const symbol  = "s" + std::to_string(i);
         ::mkdir(workdir.c_str(), 0777);
         ASSERT_EQ(eml_start_with_stocksymbol(workdir.c_str(), symbol.c_str(), &engines[i]), 0);
-        ASSERT_EQ(eml_set_callback(engines[i], test::attempts::note, &attempts[i]), 0);
+        ASSERT_EQ(eml_set_callback(engines[i], test::result_list::note, &attempts[i]), 0);
         for (std::size_t file = 0; file <= i; ++file) {
             std::string const path = workdir + "/" + std::to_string(file) + ".sme";
             test::write_file(path, "");
@@ -129,6 +129,6 @@ TEST_F(EngineTick, OfSeveralEnginesDoNotMeet)
     for (std::size_t i = 0; i < count; ++i) {
         EXPECT_TRUE(attempts[i].wait_for(i + 1));
         EXPECT_EQ(eml_stop(engines[i]), 0);
-        EXPECT_EQ(attempts[i].list().size(), i + 1);
+        EXPECT_EQ(attempts[i].count(), i + 1);
     }
 }

@@ -11,7 +11,6 @@
 #include "tests/support/open_hook.h"
 
 using namespace zelieml;
-using zelieml::test::attempt;
 using zelieml::test::mail_server;
 using zelieml::test::strings;
 
@@ -29,7 +28,7 @@ message_holder mail_to(char const* address)
 }
 
 // What an attempt says whose message cannot be loaded.
-attempt const not_loaded = {eml_send_error_other, "250 localhost\r\n"};
+test::result const not_loaded = {eml_send_error_other, "250 localhost\r\n"};
 
 }  // namespace
 
@@ -106,13 +105,13 @@ TEST_F(Exchange, OfAnAnnouncedFileKeepsItFromBeingSent)
             std::remove(path.c_str());
             exchange(path);
         });
-        std::size_t const before = attempts_.list().size();
+        std::size_t const before = attempts_.count();
         test::pass_pauses(1);
         EXPECT_TRUE(test::met_open()) << r.reason;
-        ASSERT_EQ(attempts_.list().size(), before + 1) << r.reason;
-        EXPECT_EQ(attempts_.list().back(), not_loaded) << r.reason;
+        ASSERT_EQ(attempts_.count(), before + 1) << r.reason;
+        EXPECT_EQ(attempts_.all().back(), not_loaded) << r.reason;
         test::pass_pauses(2400);  // the second attempt
-        EXPECT_EQ(attempts_.list().back(), not_loaded) << r.reason;
+        EXPECT_EQ(attempts_.all().back(), not_loaded) << r.reason;
         EXPECT_EQ(on_disk(), strings()) << r.reason;
     }
     EXPECT_EQ(recipients(), strings());
@@ -134,7 +133,7 @@ TEST_F(Exchange, OfTheOwnerKeepsAStrangersFileFromBeingSent)
     EXPECT_EQ(attempts_.codes(), (std::vector<eml_send_e>{eml_send_ok, eml_send_error_other}));
     test::pass_pauses(2400);
     EXPECT_EQ(recipients(), strings{"his@a.test"});
-    EXPECT_EQ(attempts_.list().back(), not_loaded) << "the second attempt knows it too";
+    EXPECT_EQ(attempts_.all().back(), not_loaded) << "the second attempt knows it too";
 }
 
 TEST_F(Exchange, LeavesWhatTheLookFindsBehindALinkUnsent)
@@ -144,7 +143,7 @@ TEST_F(Exchange, LeavesWhatTheLookFindsBehindALinkUnsent)
     message("found");
     test::pass_pauses(1800);
     EXPECT_EQ(recipients(), strings{"found@a.test"});
-    EXPECT_EQ(attempts_.list().size(), 2U);
+    EXPECT_EQ(attempts_.count(), 2U);
     test::pass_pauses(2400);
     EXPECT_EQ(on_disk(), strings()) << "the link goes after two attempts, as any file";
     EXPECT_EQ(test::read_file(secret_), private_text);

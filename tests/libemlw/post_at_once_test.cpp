@@ -9,12 +9,10 @@
 
 #include "tests/support/files.h"
 #include "tests/support/mail_server.h"
+#include "tests/support/workplace.h"
 #include "zelieml.h"
 
-using zelieml::test::mail_server;
-using zelieml::test::temp_dir;
-
-using strings = std::vector<std::string>;
+using namespace zelieml::test;
 
 namespace
 {
@@ -31,12 +29,8 @@ int post_mails(std::string const& workdir, int poster)
     int failures = 0;
     for (int mail = 0; mail < mails_of_each; ++mail) {
         std::string const subject = std::to_string(poster) + "." + std::to_string(mail);
-        void*             msg     = nullptr;
+        void* const       msg     = new_mail(subject);
         void*             result  = nullptr;
-        eml_msg_create(&msg);
-        eml_msg_set_to(msg, "anna@b.test");
-        eml_msg_set_subject(msg, subject.c_str());
-        eml_msg_set_body(msg, ("This is mail " + subject).c_str());
         if (eml_post_sync(workdir.c_str(), msg, &result) != 0) {
             ++failures;
         }
@@ -80,14 +74,6 @@ private:
     ::pid_t child_    = -1;
 };
 
-// The subject of a mail that came with it as plain text.
-std::string subject_of(std::string const& text)
-{
-    std::string const label = "\r\nSubject: ";
-    std::size_t const begin = text.find(label) + label.size();
-    return text.substr(begin, text.find("\r\n", begin) - begin);
-}
-
 }  // namespace
 
 TEST(PostAtOnce, EveryMailArrivesOnce)
@@ -102,9 +88,8 @@ TEST(PostAtOnce, EveryMailArrivesOnce)
         processes.emplace_back(workdir, thread_count + i);
     }
     mail_server server;
-    zelieml::test::write_file(workdir + "/zelismes.cf", "smtp_server = 127.0.0.1\r\nsmtp_port = " +
-                                                            std::to_string(server.smtp_port()) +
-                                                            "\r\nsubject_use_encoding = no\r\n");
+    write_file(workdir + "/zelismes.cf",
+               settings_for(server.smtp_port()) + "subject_use_encoding = no\r\n");
 
     std::vector<int>         failures(thread_count, -1);
     std::vector<std::thread> threads;
@@ -124,19 +109,12 @@ TEST(PostAtOnce, EveryMailArrivesOnce)
     EXPECT_EQ(failures, std::vector<int>(thread_count, 0));
 
     EXPECT_TRUE(server.wait_for_mails(posters * mails_of_each));
-    strings subjects;
-    for (auto const& mail : server.mails()) {
-        subjects.push_back(subject_of(mail.text));
-    }
     strings wanted;
     for (int poster = 0; poster < posters; ++poster) {
-        for (int mail = 0; mail < mails_of_each; ++mail) {
-            wanted.push_back(std::to_string(poster) + "." + std::to_string(mail));
-        }
+        strings const its = numbered(std::to_string(poster), mails_of_each);
+        wanted.insert(wanted.end(), its.begin(), its.end());
     }
-    std::sort(subjects.begin(), subjects.end());
-    std::sort(wanted.begin(), wanted.end());
-    EXPECT_EQ(subjects, wanted);
-    EXPECT_EQ(zelieml::test::list_directory(workdir), strings{"zelismes.cf"});
-    EXPECT_EQ(zelieml::test::list_directory(dir.path()), strings{"w"});
+    EXPECT_EQ(sorted(subjects_of(server.mails())), sorted(wanted));
+    EXPECT_EQ(messages_in(workdir), strings());
+    EXPECT_EQ(list_directory(dir.path()), strings{"w"});
 }

@@ -14,6 +14,7 @@
 #include "tests/support/files.h"
 #include "tests/support/peers.h"
 #include "tests/support/trace_recorder.h"
+#include "tests/support/workplace.h"
 #include "zelieml.h"
 
 using namespace zelieml;
@@ -117,8 +118,7 @@ TEST_F(SalvageLock, IsNotThereYetOnAFileThatIsEmpty)
 TEST_F(SalvageLock, KeepsAMailThatIsBeingSentFromBeingSentTwice)
 {
     test::listening_socket const server;
-    test::write_file(dir_.file("zelismes.cf"), "smtp_server = 127.0.0.1\r\nsmtp_port = " +
-                                                   std::to_string(server.port()) + "\r\n");
+    test::write_file(dir_.file("zelismes.cf"), test::settings_for(server.port()));
     pid_t const poster = ::fork();
     if (poster == 0) {
         void* result = nullptr;

@@ -11,11 +11,8 @@
 
 #include "libemlw/send.h"
 #include "libsendw/libsendw.h"
-#include "tests/libemlw/attempts.h"
+#include "tests/libemlw/work_room.h"
 #include "tests/support/dialogues.h"
-#include "tests/support/fake_clock.h"
-#include "tests/support/fake_resolver.h"
-#include "tests/support/files.h"
 #include "tests/support/scripted_server.h"
 #include "tests/support/threads.h"
 #include "tests/support/trace_recorder.h"
@@ -23,9 +20,7 @@
 
 using namespace zelieml;
 using zelieml::test::scripted_server;
-using zelieml::test::temp_dir;
-
-using strings = std::vector<std::string>;
+using zelieml::test::strings;
 
 namespace
 {
@@ -58,21 +53,17 @@ strings const not_chosen = {"is_try_queue in try_count=%d interval=%d",
 
 }  // namespace
 
-class SendQueue : public ::testing::Test
+class SendQueue : public test::work_room
 {
 protected:
     SendQueue()
     {
-        test::clear_hosts();
-        test::add_host("*", "192.0.2.10");  // the name of this machine
-        test::set_wall_clock(start, 0);
-        ::mkdir(workdir().c_str(), 0777);
         workdir().copy(engine_.workdir, workdir_size - 1);
         iqmgr* queue = nullptr;
         EXPECT_EQ(iqmgr_create(&queue), 0);
         engine_.queue = queue;
         ::pthread_mutex_init(&engine_.mutex, nullptr);
-        set_callback_raw(&engine_, test::attempts::note, &attempts_);
+        set_callback_raw(&engine_, test::result_list::note, &attempts_);
     }
     ~SendQueue() override
     {
@@ -80,17 +71,12 @@ protected:
         EXPECT_EQ(iqmgr_destroy(engine_.queue.exchange(nullptr)), 0);
     }
 
-    static constexpr std::time_t start = 1700000000;
-
-    std::string workdir() const { return dir_.file("w"); }
-    std::string file(std::string const& name) const { return workdir() + "/" + name + ".sme"; }
-    iqmgr&      queue() { return *engine_.queue.load(); }
+    iqmgr& queue() { return *engine_.queue.load(); }
 
     // A message file, queued, to that name at a.test.
     std::string message(std::string const& name)
     {
-        test::write_file(file(name), "encoding: UTF-8\nfrom: f\nto: " + name +
-                                         "@a.test\nsubject: s\nreplyto: r\n");
+        work_room::message(name);
         queue().add({file(name)});
         return file(name);
     }
@@ -100,11 +86,6 @@ protected:
         server_ = std::make_unique<scripted_server>(transcripts);
         server_->set_host("[192.0.2.10]");
         settings(server_->port());
-    }
-    void settings(int port) const
-    {
-        test::write_file(workdir() + "/zelismes.cf",
-                         "smtp_server = 127.0.0.1\r\nsmtp_port = " + std::to_string(port) + "\r\n");
     }
     scripted_server& server() { return *server_; }
 
@@ -124,16 +105,9 @@ protected:
 
     strings fresh() { return due(0); }
     strings tried() { return due(1); }
-    strings on_disk() const
-    {
-        strings names = test::list_directory(workdir());
-        names.erase(std::remove(names.begin(), names.end(), "zelismes.cf"), names.end());
-        return names;
-    }
 
-    temp_dir const dir_;
-    _s_iemlw       engine_;
-    test::attempts attempts_;
+    _s_iemlw          engine_;
+    test::result_list attempts_;
 
 private:
     strings due(unsigned int try_count)
@@ -152,7 +126,7 @@ TEST_F(SendQueue, OfNothingSendsNothing)
 {
     EXPECT_EQ(send(), 0);
     EXPECT_EQ(test::traces(), (strings{"send_queue in", "send_queue out %d"}));
-    EXPECT_TRUE(attempts_.list().empty());
+    EXPECT_TRUE(attempts_.all().empty());
 }
 
 TEST_F(SendQueue, DeletesWhatWasSentAndForgetsIt)
@@ -160,7 +134,7 @@ TEST_F(SendQueue, DeletesWhatWasSentAndForgetsIt)
     message("anna");
     serve({delivery_to("anna")});
     EXPECT_EQ(send(), send_ok);
-    EXPECT_EQ(attempts_.list(), (std::vector<test::attempt>{{eml_send_ok, "221 bye\r\n"}}));
+    EXPECT_EQ(attempts_.all(), (std::vector<test::result>{{eml_send_ok, "221 bye\r\n"}}));
     EXPECT_EQ(on_disk(), strings());
     EXPECT_EQ(tried(), strings());
     EXPECT_TRUE(server().ok()) << server().problem();
@@ -171,8 +145,8 @@ TEST_F(SendQueue, KeepsWhatFailedForASecondAttempt)
     message("anna");
     serve({refusal_of("anna")});
     EXPECT_EQ(send(), send_message_refused);
-    EXPECT_EQ(attempts_.list(),
-              (std::vector<test::attempt>{{eml_send_error_other, "550 no such user\r\n"}}));
+    EXPECT_EQ(attempts_.all(),
+              (std::vector<test::result>{{eml_send_error_other, "550 no such user\r\n"}}));
     EXPECT_EQ(on_disk(), strings{"anna.sme"});
     EXPECT_EQ(fresh(), strings());
     EXPECT_EQ(tried(), strings{file("anna")});
@@ -304,10 +278,10 @@ TEST_F(SendQueue, TakesOnlyWhatIsDue)
 {
     message("old");
     send();
-    test::set_wall_clock(start + 1, 0);
+    test::set_wall_clock(start_time + 1, 0);
     message("young");
     send();
-    test::set_wall_clock(start + 1800, 0);
+    test::set_wall_clock(start_time + 1800, 0);
     message("new");
     serve({delivery_to("old")});
     EXPECT_EQ(send(1, 1800000), send_ok);
@@ -368,7 +342,7 @@ TEST_F(SendQueue, SendsNothingWhenItIsStoppedAlready)
     engine_.stop = true;
     EXPECT_EQ(send(), 0);
     EXPECT_EQ(test::trouble_traces(), strings{"warning: STOP flag ON !!"});
-    EXPECT_TRUE(attempts_.list().empty());
+    EXPECT_TRUE(attempts_.all().empty());
     EXPECT_EQ(tried(), strings{file("a")});
     EXPECT_EQ(send(0), 0);
     EXPECT_EQ(test::traces(), strings{"send_queue in"} + not_chosen + strings{"send_queue out %d"})
@@ -396,7 +370,7 @@ TEST_F(SendQueue, ReadsTheQueueUnderTheEnginesMutex)
     ASSERT_EQ(::pthread_mutex_unlock(&engine_.mutex), 0);
     worker.join();
     EXPECT_EQ(test::traces().front(), "send_queue in");
-    EXPECT_TRUE(attempts_.list().empty()) << "the test has been faster";
+    EXPECT_TRUE(attempts_.all().empty()) << "the test has been faster";
 }
 
 TEST_F(SendQueue, HoldsNoMutexWhileItSends)

@@ -4,35 +4,23 @@
 
 #include <algorithm>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include "libsendw/libsendw.h"
+#include "tests/libemlw/work_room.h"
 #include "tests/support/dialogues.h"
-#include "tests/support/fake_resolver.h"
-#include "tests/support/files.h"
 #include "tests/support/scripted_server.h"
 #include "tests/support/trace_recorder.h"
 
 using namespace zelieml;
 using zelieml::test::scripted_server;
-using zelieml::test::temp_dir;
+using zelieml::test::strings;
 
-using strings = std::vector<std::string>;
-
-class SendSync : public ::testing::Test
+class SendSync : public test::work_room
 {
 protected:
-    SendSync()
-    {
-        test::clear_hosts();
-        test::add_host("*", "192.0.2.10");
-        ::mkdir(workdir().c_str(), 0777);
-        test::write_file(file(),
-                         "encoding: UTF-8\nfrom: f\nto: t@a.test\nsubject: s\nreplyto: r\n");
-    }
+    SendSync() { message("t"); }
 
-    std::string workdir() const { return dir_.file("w"); }
-    std::string file() const { return workdir() + "/m.sme"; }
+    std::string file() const { return work_room::file("t"); }
 
     int send()
     {
@@ -40,8 +28,7 @@ protected:
         return send_sync(workdir().c_str(), file().c_str(), detail_);
     }
 
-    temp_dir const dir_;
-    std::string    detail_ = "as it was";
+    std::string detail_ = "as it was";
 };
 
 TEST_F(SendSync, DeletesTheFileAfterSuccess)
@@ -49,8 +36,7 @@ TEST_F(SendSync, DeletesTheFileAfterSuccess)
     scripted_server server(test::helo + test::mail_from("r") + test::rcpt_to("t@a.test") +
                            test::text_sent + test::goodbye);
     server.set_host("[192.0.2.10]");
-    test::write_file(workdir() + "/zelismes.cf", "smtp_server = 127.0.0.1\r\nsmtp_port = " +
-                                                     std::to_string(server.port()) + "\r\n");
+    settings(server.port());
     EXPECT_EQ(send(), send_ok);
     EXPECT_EQ(detail_, "221 bye\r\n");
     EXPECT_EQ(test::list_directory(workdir()), strings{"zelismes.cf"});
@@ -85,8 +71,7 @@ TEST_F(SendSync, OfAMissingFileIsAMessageThatIsNotLoaded)
     ASSERT_EQ(std::remove(file().c_str()), 0);
     scripted_server server(test::helo + test::hangs_up);
     server.set_host("[192.0.2.10]");
-    test::write_file(workdir() + "/zelismes.cf", "smtp_server = 127.0.0.1\r\nsmtp_port = " +
-                                                     std::to_string(server.port()) + "\r\n");
+    settings(server.port());
     EXPECT_EQ(send(), send_message_refused);
     EXPECT_EQ(detail_, "250 mail.test\r\n");
     EXPECT_TRUE(server.ok()) << server.problem();
@@ -106,5 +91,5 @@ TEST_F(SendSync, WithTheSendLogOffTheMessageIsNotEvenLoaded)
     EXPECT_EQ(test::traces(), strings()) << "a load of a missing file would be traced";
     write_log(workdir().c_str(), file(), 0, "detail");
     EXPECT_EQ(test::list_directory(dir_.path()), strings{"w"});
-    EXPECT_EQ(test::list_directory(workdir()), strings{"m.sme"});
+    EXPECT_EQ(test::list_directory(workdir()), strings{"t.sme"});
 }

@@ -276,13 +276,13 @@ TEST_F(Worker, SendsWhatIsPostedWithinOneCycle)
     settings(server.smtp_port());
     start();
     post("anna");
-    EXPECT_EQ(attempts_.list().size(), 0U);
+    EXPECT_EQ(attempts_.count(), 0U);
     cycles(1);
     EXPECT_EQ(attempts_.codes(), std::vector<eml_send_e>{eml_send_ok});
     EXPECT_EQ(server.mails().size(), 1U);
     EXPECT_EQ(on_disk(), strings());
     cycles(3);
-    EXPECT_EQ(attempts_.list().size(), 1U);
+    EXPECT_EQ(attempts_.count(), 1U);
 }
 
 TEST_F(Worker, HasAPoolForWhatItsCallbacksAutorelease)
@@ -292,7 +292,7 @@ TEST_F(Worker, HasAPoolForWhatItsCallbacksAutorelease)
     for (std::size_t made = 1; made <= 2; ++made) {
         post("anna" + std::to_string(made));
         cycles(1);
-        EXPECT_EQ(attempts_.list().size(), made);
+        EXPECT_EQ(attempts_.count(), made);
     }
 }
 
@@ -367,7 +367,7 @@ TEST_F(Worker, SendsAtTheSecondAttemptWhatFailedAtTheFirst)
     EXPECT_EQ(server.mails().size(), 1U);
     EXPECT_EQ(on_disk(), strings());
     cycles(1200);
-    EXPECT_EQ(attempts_.list().size(), 2U);
+    EXPECT_EQ(attempts_.count(), 2U);
 }
 
 TEST_F(Worker, MakesARetryPassEvery600thCycle)
@@ -390,7 +390,7 @@ TEST_F(Worker, SendsNewFilesAlsoInARetryPass)
     cycles(599);
     post("anna");
     cycles(1);
-    EXPECT_EQ(attempts_.list().size(), 1U);
+    EXPECT_EQ(attempts_.count(), 1U);
 }
 
 TEST_F(Worker, LooksIntoTheWorkDirectoryEvery1800thCycle)
@@ -456,9 +456,9 @@ TEST_F(Worker, IsNotHurriedByAClockThatJumps)
     cycles(1);
     test::set_wall_clock(start_time + 100000, 0);
     cycles(598);
-    EXPECT_EQ(attempts_.list().size(), 1U);
+    EXPECT_EQ(attempts_.count(), 1U);
     cycles(1);
-    EXPECT_EQ(attempts_.list().size(), 2U) << "the next retry pass finds it old enough";
+    EXPECT_EQ(attempts_.count(), 2U) << "the next retry pass finds it old enough";
 }
 
 TEST_F(Worker, WaitsForAClockThatWentBack)
@@ -468,13 +468,13 @@ TEST_F(Worker, WaitsForAClockThatWentBack)
     cycles(1);
     test::set_wall_clock(start_time - 3600, 0);
     cycles(5 * 600 - 2);
-    EXPECT_EQ(attempts_.list().size(), 1U);
+    EXPECT_EQ(attempts_.count(), 1U);
     post("bert");
     cycles(1);
-    EXPECT_EQ(attempts_.list().size(), 2U) << "first attempts do not ask the clock";
+    EXPECT_EQ(attempts_.count(), 2U) << "first attempts do not ask the clock";
     test::set_wall_clock(start_time + 1200, 0);
     cycles(600);
-    EXPECT_EQ(attempts_.list().size(), 4U);
+    EXPECT_EQ(attempts_.count(), 4U);
 }
 
 TEST_F(Worker, DeletesTheOldestFileOfAFullQueue)
@@ -488,7 +488,7 @@ TEST_F(Worker, DeletesTheOldestFileOfAFullQueue)
     EXPECT_EQ(on_disk().size(), max_queue);
     EXPECT_FALSE(test::file_exists(file("1000")));
     cycles(1);
-    EXPECT_EQ(attempts_.list().size(), max_queue);
+    EXPECT_EQ(attempts_.count(), max_queue);
     EXPECT_TRUE(test::file_exists(file("one too many")));
 }
 
@@ -524,19 +524,19 @@ TEST_F(Worker, RunsItsCallbacksOnItsOwnThreadWithoutSignals)
 
 TEST_F(Worker, CallsACallbackThatCameDuringAnAttemptFromTheNextOneOn)
 {
-    test::attempts other;
+    test::result_list other;
     attempts_.action = [&] {
         attempts_.action = nullptr;
-        EXPECT_EQ(eml_set_callback(engine_, test::attempts::note, nullptr), 0) << "is there";
-        EXPECT_EQ(eml_reset_callback(engine_, test::attempts::note), 0);
-        EXPECT_EQ(eml_set_callback(engine_, test::attempts::note, &other), 0);
+        EXPECT_EQ(eml_set_callback(engine_, test::result_list::note, nullptr), 0) << "is there";
+        EXPECT_EQ(eml_reset_callback(engine_, test::result_list::note), 0);
+        EXPECT_EQ(eml_set_callback(engine_, test::result_list::note, &other), 0);
     };
     start();
     post("a");
     post("b");
     cycles(1);
-    EXPECT_EQ(attempts_.list().size(), 1U);
-    EXPECT_EQ(other.list().size(), 1U) << "the second attempt of the same pass";
+    EXPECT_EQ(attempts_.count(), 1U);
+    EXPECT_EQ(other.count(), 1U) << "the second attempt of the same pass";
     stop();
 }
 
@@ -655,7 +655,7 @@ TEST_F(Worker, ThatIsStoppedLeavesItsFilesToTheNextStartWhichDeletesThem)
     EXPECT_EQ(on_disk(), strings());
     cycles(1801);
     EXPECT_EQ(server.mails().size(), 0U);
-    EXPECT_EQ(attempts_.list().size(), 1U);
+    EXPECT_EQ(attempts_.count(), 1U);
 }
 
 TEST_F(Worker, ThatWasStoppedReportsNothingAnyMore)
@@ -667,10 +667,10 @@ TEST_F(Worker, ThatWasStoppedReportsNothingAnyMore)
     cycles(1);
     post("b");
     stop();
-    EXPECT_EQ(attempts_.list().size(), 1U) << "b was chosen in the last cycle and not sent";
+    EXPECT_EQ(attempts_.count(), 1U) << "b was chosen in the last cycle and not sent";
     EXPECT_EQ(test::observers(), 0);
     post("c");
     EXPECT_TRUE(test::wait_until_ended(worker)) << "nobody is left to report";
-    EXPECT_EQ(attempts_.list().size(), 1U);
+    EXPECT_EQ(attempts_.count(), 1U);
     EXPECT_EQ(on_disk(), (strings{"a.sme", "b.sme", "c.sme"}));
 }

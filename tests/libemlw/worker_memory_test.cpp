@@ -2,6 +2,7 @@
 //
 // The worker's requests for memory fail one by one; the test's own and the server's do not.
 
+#include <algorithm>
 #include <atomic>
 #include <gtest/gtest.h>
 #include <limits>
@@ -82,7 +83,7 @@ TEST_P(WorkerMemory, MayLackInAnyAttempt)
         SCOPED_TRACE(good);
         ASSERT_LT(good, 10000);
         std::string const path   = message("a message with a name of some length");
-        std::size_t const before = attempts_.list().size();
+        std::size_t const before = attempts_.count();
         announce(path);
 
         refused = hungry_cycle(good);
@@ -170,6 +171,6 @@ TEST_F(PassMemory, LackingBeforeAnAttemptMeansThatThereIsNone)
         EXPECT_THROW(_send_queue(&context(), path, 1), std::bad_alloc);
     }
     EXPECT_EQ(server.mails().size(), 0U);
-    EXPECT_EQ(attempts_.list().size(), 0U);
+    EXPECT_EQ(attempts_.count(), 0U);
     EXPECT_TRUE(test::file_exists(path));
 }

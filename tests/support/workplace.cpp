@@ -30,20 +30,24 @@ strings notification_root::sockets() const
     return found;
 }
 
+std::string settings_for(std::uint16_t smtp_port)
+{
+    return "smtp_server = 127.0.0.1\r\nsmtp_port = " + std::to_string(smtp_port) + "\r\n";
+}
+
+strings messages_in(std::string const& workdir)
+{
+    strings names = list_directory(workdir);
+    names.erase(std::remove(names.begin(), names.end(), "zelismes.cf"), names.end());
+    return names;
+}
+
 workplace::workplace(std::uint16_t smtp_port, std::string const& more_settings)
     : path_(dir_.file("work"))
 {
     ::mkdir(path(), 0777);
     write_file(file("zelismes.cf"),
-               "smtp_server = 127.0.0.1\r\nsmtp_port = " + std::to_string(smtp_port) +
-                   "\r\nsubject_use_encoding = no\r\n" + more_settings);
-}
-
-strings workplace::messages() const
-{
-    strings names = list_directory(path_);
-    names.erase(std::remove(names.begin(), names.end(), "zelismes.cf"), names.end());
-    return names;
+               settings_for(smtp_port) + "subject_use_encoding = no\r\n" + more_settings);
 }
 
 void* new_mail(std::string const& subject, std::string const& body)
@@ -122,16 +126,21 @@ void PrintTo(result const& r, std::ostream* out)
 
 int result_list::note(void* record, void* user)
 {
-    char       text[1024] = "(a long answer)";
-    eml_send_e code       = eml_send_32_bits;
+    char       text[65536] = "(no text)";
+    eml_send_e code        = eml_send_32_bits;
     eml_cb_get_code(record, &code);
     eml_cb_get_message(record, text, sizeof text);
 
-    auto* const                       list = static_cast<result_list*>(user);
-    std::lock_guard<std::mutex> const hold(list->guard_);
-    list->results_.push_back({code, text});
-    list->caller_ = this_thread();
-    list->changed_.notify_all();
+    auto* const list = static_cast<result_list*>(user);
+    {
+        std::lock_guard<std::mutex> const hold(list->guard_);
+        list->results_.push_back({code, text});
+        list->caller_ = this_thread();
+        list->changed_.notify_all();
+    }
+    if (auto const now = list->action) {
+        now();
+    }
     return 0;
 }
 
@@ -139,6 +148,15 @@ std::vector<result> result_list::all() const
 {
     std::lock_guard<std::mutex> const hold(guard_);
     return results_;
+}
+
+std::vector<eml_send_e> result_list::codes() const
+{
+    std::vector<eml_send_e> codes;
+    for (result const& r : all()) {
+        codes.push_back(r.code);
+    }
+    return codes;
 }
 
 std::size_t result_list::count() const

@@ -7,6 +7,7 @@
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <iosfwd>
 #include <mutex>
 #include <string>
@@ -36,6 +37,12 @@ public:
     temp_dir const dir;
 };
 
+// Settings for an SMTP server on this machine.
+std::string settings_for(std::uint16_t smtp_port);
+
+// The names of a work directory's files but for the settings.
+strings messages_in(std::string const& workdir);
+
 // A work directory with settings for a server on this machine. Subjects go out as plain text.
 class workplace
 {
@@ -47,8 +54,7 @@ public:
     std::string const& outside() const { return dir_.path(); }
     std::string        file(std::string const& name) const { return path_ + "/" + name; }
 
-    // The names of all files but the settings.
-    strings messages() const;
+    strings messages() const { return messages_in(path_); }
 
 private:
     temp_dir    dir_;
@@ -91,8 +97,13 @@ public:
     // A callback; the user is a result_list.
     static int note(void* record, void* user);
 
-    std::vector<result> all() const;
-    std::size_t         count() const;
+    // Called for each result after it was noted, on the thread of the callback, where it may be
+    // replaced. Set it elsewhere only when no attempt is being made.
+    std::function<void()> action;
+
+    std::vector<result>     all() const;
+    std::vector<eml_send_e> codes() const;
+    std::size_t             count() const;
     // The thread that called last: the engine's worker.
     thread_id caller() const;
 
