@@ -27,7 +27,7 @@ protected:
         clear_traces();
     }
 
-    // Waits until the engine has heard of so many files.
+    // Waits until the engine has been told of so many files.
     static void wait_for_queued(int count)
     {
         EXPECT_TRUE(wait_until([&] {

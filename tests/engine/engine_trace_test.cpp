@@ -1,6 +1,6 @@
 // engine_trace_test.cpp - what the exports of engines and posting say to the trace hook, in order
 //
-// The worker stands at its pause until it is stopped, so its texts have their places too.
+// The worker stands at its pause until it is stopped, so its traces have their places too.
 
 #include <algorithm>
 #include <cstdlib>
@@ -36,7 +36,7 @@ strings in_frame(std::string const& first, strings texts, std::string const& las
     return texts;
 }
 
-// The texts of one call.
+// The traces of one call.
 template <class Call>
 strings traces_of(Call&& call)
 {
@@ -45,7 +45,7 @@ strings traces_of(Call&& call)
     return traces();
 }
 
-// The texts of a post that an engine hears of; those of the delivering thread come at any place.
+// The traces of a post that reaches an engine; those of the delivering thread come at any place.
 template <class Call>
 strings traces_of_heard_post(Call&& call)
 {
@@ -71,7 +71,7 @@ class EngineTraces : public ::testing::Test
 protected:
     EngineTraces() { set_wall_clock(1700000000, 1); }
 
-    // Starts, stands at the pause, and leaves no texts.
+    // Starts, stands at the pause, and leaves no traces.
     void* start()
     {
         void* eml = nullptr;

@@ -89,7 +89,7 @@ TEST(CallbackInfo, IsARecordWithTheCodeOfTheNumberAndTheText)
     EXPECT_STREQ(text, "535 no\r\n");
 }
 
-// The text ends at a NUL, like every text of the library.
+// The message ends at a NUL, like every string of the library.
 TEST(CallbackInfo, TakesTheTextUpToANul)
 {
     record_holder const cb(create_callback_info(0, std::string("a\0b", 3)));

@@ -130,7 +130,7 @@ TEST(Failure, OfAddingAnObserverLeavesNone)
                }});
 }
 
-// Only texts that cannot be made are a failure of posting; the rest is not being heard.
+// Posting fails only if its strings cannot be made; without the rest nobody hears the post.
 TEST(Failure, OfPostingIsNotBeingHeard)
 {
     fail_each({"post_notification", without::may_pass,

@@ -117,7 +117,7 @@ TEST(DirectoryNames, LeaveNoDescriptorOpen)
 
 // ------------------------------------------------------------------ arrays
 
-// The text at an index, or a word that says there is none.
+// The string at an index, or a word that says there is none.
 std::string text_at(platform::text_array const* array, int index, std::size_t size = 100)
 {
     std::string buf(size + 8, '#');
@@ -165,9 +165,12 @@ TEST(TextArray, GivesATextWholeOrNotAtAll)
         char const* text;
         char const* reason;
     } const cases[] = {
-        {0, 9, "1234567", "room to spare"},      {0, 8, "1234567", "text and NUL fill it"},
-        {0, 7, "(none)", "no room for the NUL"}, {0, 1, "(none)", "room for the NUL only"},
-        {0, 0, "(none)", "no room at all"},      {1, 1, "", "an empty text needs room for its NUL"},
+        {0, 9, "1234567", "room to spare"},
+        {0, 8, "1234567", "string and NUL fill it"},
+        {0, 7, "(none)", "no room for the NUL"},
+        {0, 1, "(none)", "room for the NUL only"},
+        {0, 0, "(none)", "no room at all"},
+        {1, 1, "", "an empty string needs room for its NUL"},
         {1, 0, "(none)", "and has none here"},
     };
     for (auto const& c : cases) {

@@ -1,10 +1,10 @@
 // notification_peer.cpp - another process, which observes and posts as it is told
 //
-// Reads commands from its standard input, one a line, and answers each with one line. Texts are
+// Reads commands from its standard input, one a line, and answers each with one line. Strings are
 // written as hexadecimal digits, a missing one as "-".
 //
 //     observe ID NAME OBJECT           what add_observer returned; ID is 0 to 7
-//     observe-and-fork ID NAME OBJECT  the same; its proc forks, and notes how the child ended
+//     observe-and-fork ID NAME OBJECT  the same; its callback forks, and notes how the child ended
 //     remove ID                        what remove_observer returned
 //     wait ID COUNT                    how many it has heard, when there are COUNT or after 20 s
 //     values ID                        what it has heard
@@ -281,7 +281,7 @@ std::string answer(std::string const& line)
     return "what?";
 }
 
-// Nobody may be told anything any more when the program ends.
+// No callback may run when the program ends.
 void remove_all()
 {
     for (observer& heard : observers) {

@@ -65,7 +65,7 @@ notification_peer::~notification_peer()
     if (process_ <= 0) {
         return;
     }
-    // It ends by itself, so that a build that measures coverage hears of it.
+    // It ends by itself, so that a build that measures coverage sees it.
     commands_.reset();
     ::kill(process_, SIGCONT);
     for (int tries = 0; tries < 400; ++tries) {

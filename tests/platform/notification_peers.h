@@ -61,7 +61,7 @@ private:
     std::string unread_;
 };
 
-// A text as a peer wants it.
+// A string as a peer wants it.
 std::string hex(std::string const& text);
 
 }  // namespace zelieml::test

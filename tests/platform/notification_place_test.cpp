@@ -358,7 +358,7 @@ TEST(Place, LosesSocketsThatNeverGotTheirNames)
     std::string const       start = room.own() + "/00112233445566778-4711-8899aabbccddeeff";
 
     leftover const cases[] = {
-        leftover("nobody gives it a name any more", ".new"),
+        leftover("nobody will give it its name", ".new"),
         leftover("it may get its name yet", "0.new").fresh().stays(),
         leftover("not a socket", "1.new").a_file().stays(),
         leftover("it has its name", ".sock").stays(),

@@ -235,7 +235,7 @@ TEST(Posts, InALongBurstAllArriveInTheOrderOfEachPoster)
 
 // ------------------------------------------------------------------ observers that do not read
 
-// Posts "n 0", "n 1"... until one does not fit any more. Returns how many fitted.
+// Posts "n 0", "n 1"... until one does not fit. Returns how many fitted.
 int fill(std::string const& object)
 {
     for (int i = 0; i < 5000; ++i) {
@@ -270,7 +270,7 @@ TEST(StoppedObserver, CostsAPostHalfASecondWhenItsBufferIsFull)
 
     observer.signal(SIGCONT);
     EXPECT_EQ(observer.wait_for(1 + fitted), 1 + fitted);
-    EXPECT_EQ(post("object", "n " + std::to_string(fitted)), 0) << "as good as new";
+    EXPECT_EQ(post("object", "n " + std::to_string(fitted)), 0) << "there is room again";
     EXPECT_EQ(observer.wait_for(2 + fitted), 2 + fitted);
     texts values = observer.values();
     values.erase(values.begin());

@@ -165,7 +165,7 @@ TEST(Address, IsWhatASenderOfMessageFilesPostsTo)
     EXPECT_EQ(platform::remove_observer("zelieml_notifyname", "symbol", &heard), 0);
 }
 
-// ------------------------------------------------------------------ the text field
+// ------------------------------------------------------------------ the value
 
 struct value_outcome {
     bool        found = false;
@@ -175,7 +175,7 @@ struct value_outcome {
 
 constexpr char asked_key[] = "path";
 
-// Asks for the value of asked_key from within the proc, where the notification lives.
+// Asks for the value of asked_key from within the callback, where the notification lives.
 struct value_asker {
     std::size_t                size;  // of its buffer
     std::vector<value_outcome> outcomes;

@@ -26,7 +26,7 @@
 namespace
 {
 
-// The next connect of the program begins as always, and then says that a signal cut it short.
+// The next connect of the program begins as usual, and then says that a signal cut it short.
 std::atomic<bool> interrupt_connect{false};
 
 }  // namespace

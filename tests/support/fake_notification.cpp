@@ -32,7 +32,7 @@ namespace
 
 using namespace zelieml;
 
-// The guard is held during a call of the proc: removing waits for the call, unless it is made from
+// The guard is held during a call of the callback: removing waits for the call, unless it is made from
 // that very call.
 struct observer_record {
     std::string                 name;

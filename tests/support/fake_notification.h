@@ -18,8 +18,8 @@ struct post {
     std::string name;
     std::string object;
     std::string key;
-    std::string value;      // empty without a text field
-    bool        has_value;  // the post brought its text field
+    std::string value;      // empty if there was none
+    bool        has_value;  // the post had a value
 };
 
 // No post has been made, and neither observers nor posts are refused. Observers stay.
@@ -28,7 +28,7 @@ void reset_notifications();
 // The posts since then, in order.
 std::vector<post> posts();
 
-// Calls the procs of all observers of the name and object, on this thread. Without a text field
+// Calls the callbacks of all observers of the name and object, on this thread. Without a value
 // when value is null. Returns how many there were.
 //
 // stranger  who posted it, if it counts only because the file it names is his

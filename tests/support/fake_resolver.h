@@ -11,7 +11,7 @@
 namespace zelieml::test
 {
 
-// A dotted IPv4 text is its own address, as it is to the system's resolver; only 255.255.255.255 is
+// A dotted IPv4 string is its own address, as it is to the system's resolver; only 255.255.255.255 is
 // a name like any other here. "*" stands for every name without an entry of its own.
 void add_host(std::string const& name, std::string const& dotted_address);
 

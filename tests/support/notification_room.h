@@ -80,7 +80,7 @@ class listener
 {
 public:
     // object  what it observes
-    // act     what its proc does with a value, besides noting it
+    // act     what its callback does with a value, besides noting it
     explicit listener(std::string const& object, std::string const& name = test_name,
                       std::function<void(std::string const&)> act = nullptr);
     ~listener();
