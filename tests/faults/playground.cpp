@@ -1,0 +1,264 @@
+// playground.cpp - see playground.h
+
+#include "tests/faults/playground.h"
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <dirent.h>
+#include <filesystem>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace zelieml::test
+{
+
+namespace
+{
+
+constexpr int   limit_ms = 20000;  // the longest documented wait, 15 s for a reply, and some more
+constexpr uid_t nobody   = 65534;
+
+int entries(char const* directory)
+{
+    int        count = 0;
+    DIR* const open  = ::opendir(directory);
+    while (open != nullptr && ::readdir(open) != nullptr) {
+        ++count;
+    }
+    if (open != nullptr) {
+        ::closedir(open);
+    }
+    return count;
+}
+
+// A thread that has been joined may still be listed for a moment.
+int threads_left(int before)
+{
+    int more = 0;
+    for (int i = 0; i < 200 && (more = entries("/proc/self/task") - before) > 0; ++i) {
+        ::usleep(5000);
+    }
+    return more;
+}
+
+// Returns false when the process had to be killed.
+bool wait_for(pid_t child, int& status)
+{
+    int const  process = static_cast<int>(::syscall(SYS_pidfd_open, child, 0));
+    pollfd     entry   = {process, POLLIN, 0};
+    bool const ended   = process < 0 || ::poll(&entry, 1, limit_ms) != 0;
+    if (!ended) {
+        ::kill(child, SIGKILL);
+    }
+    ::close(process);
+    ::waitpid(child, &status, 0);
+    return ended;
+}
+
+mailserver::options options_of(stage const& set_up)
+{
+    mailserver::options options;
+    options.faults = set_up.faults;
+    return options;
+}
+
+template <std::size_t size>
+void set(char (&out)[size], std::string const& text)
+{
+    if (text.size() >= size) {
+        throw std::length_error(text);
+    }
+    std::memcpy(out, text.c_str(), text.size() + 1);
+}
+
+}  // namespace
+
+playground::playground(stage const& set_up) : server_(options_of(set_up))
+{
+    set(scene_.work, directory_.file("work"));
+    set(scene_.settings, directory_.file("work/zelismes.cf"));
+    set(scene_.aside, directory_.file("aside"));
+    scene_.smtp_port = server_.smtp_port();
+    scene_.pop_port  = server_.pop_port();
+    ::chmod(directory_.path().c_str(), 0755);
+    ::mkdir(directory_.file("tmp").c_str(), 0777);
+    ::chmod(directory_.file("tmp").c_str(), 01777);
+    ::mkdir(scene_.work, 0755);
+    ::mkdir(scene_.aside, 0755);
+    write_file(scene_.settings,
+               "smtp_server = 127.0.0.1\r\nsmtp_port = " + std::to_string(scene_.smtp_port) +
+                   "\r\npop_server = 127.0.0.1\r\npop_port = " + std::to_string(scene_.pop_port) +
+                   "\r\n" + set_up.settings);
+    for (auto const& [name, contents] : set_up.files) {
+        write_file(std::string(scene_.work) + "/" + name, contents);
+    }
+    for (std::string const& mail : set_up.mailbox) {
+        server_.put(mail);
+    }
+}
+
+sighting playground::play(trial const& what)
+{
+    *report_          = report();
+    pid_t const child = ::fork();
+    if (child < 0) {
+        throw std::system_error(errno, std::generic_category(), "fork");
+    }
+    if (child == 0) {
+        play_here(what);
+    }
+    sighting seen;
+    seen.hung   = !wait_for(child, seen.status);
+    seen.told   = report_->told;
+    seen.record = report_->record;
+    server_.sessions();  // waits for their ends
+    ::chmod(scene_.work, 0755);
+    return seen;
+}
+
+void playground::limit(shortage const& lack) const
+{
+    if (lack.read_only) {
+        ::chmod(scene_.work, 0555);
+        if (::geteuid() == 0 && (::setresgid(nobody, nobody, nobody) != 0 ||
+                                 ::setresuid(nobody, nobody, nobody) != 0)) {
+            ::_exit(1);
+        }
+        // Which the change of the user has undone.
+        ::prctl(PR_SET_DUMPABLE, 1);
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    }
+    if (lack.descriptors >= 0) {
+        int const    next  = ::dup(0);
+        rlimit const limit = {static_cast<rlim_t>(next + lack.descriptors),
+                              static_cast<rlim_t>(next + lack.descriptors)};
+        ::close(next);
+        ::setrlimit(RLIMIT_NOFILE, &limit);
+    }
+    if (lack.file_size >= 0) {
+        rlimit const limit = {static_cast<rlim_t>(lack.file_size),
+                              static_cast<rlim_t>(lack.file_size)};
+        ::signal(SIGXFSZ, SIG_IGN);
+        ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
+}
+
+void playground::play_here(trial const& what) const
+{
+    rlimit const no_core = {0, 0};
+    ::setrlimit(RLIMIT_CORE, &no_core);
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    ::setenv("ZELIEML_NOTIFICATION_ROOT", directory_.path().c_str(), 1);
+    report& shared        = *report_;
+    shared.told.result[0] = not_called;
+    shared.told.result[1] = not_called;
+    shared.told.started   = not_called;
+    shared.told.code      = not_called;
+
+    limit(what.lack);
+    int const descriptors = entries("/proc/self/fd");
+    int const threads     = entries("/proc/self/task");
+    begin_counting(&what.plan, &shared.record);
+    what.body(&scene_, &shared.told);
+    end_counting();
+    if (what.lack.descriptors < 0) {
+        shared.told.descriptors = entries("/proc/self/fd") - descriptors;
+        shared.told.threads     = threads_left(threads);
+    }
+    shared.told.finished = 1;
+    ::_exit(0);
+}
+
+std::vector<int> playground::copies() const
+{
+    std::vector<int> counts(2);
+    for (mailserver::mail const& mail : server_.mails()) {
+        for (std::string const& recipient : mail.recipients) {
+            if (recipient == "one@office.test" || recipient == "two@office.test") {
+                ++counts[recipient == "one@office.test" ? 0 : 1];
+            }
+        }
+    }
+    return counts;
+}
+
+std::map<std::string, std::string> playground::files() const
+{
+    std::map<std::string, std::string> found;
+    for (std::string const& name : list_directory(scene_.work)) {
+        found[name] = read_file(std::string(scene_.work) + "/" + name);
+    }
+    for (std::string const& name : list_directory(root())) {
+        if (name.find('\\') != std::string::npos) {
+            found[name] = read_file(root() + "/" + name);
+        }
+    }
+    return found;
+}
+
+std::vector<std::string> playground::sockets() const
+{
+    std::vector<std::string> found;
+    for (auto const& entry : std::filesystem::recursive_directory_iterator(root())) {
+        if (entry.is_socket()) {
+            found.push_back(entry.path().string());
+        }
+    }
+    return found;
+}
+
+char const message_end[] = "This is the second line.\n.\n";
+
+bool ends_with(std::string const& text, std::string const& end)
+{
+    return text.size() >= end.size() &&
+           text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+bool is_message(std::string const& name)
+{
+    return name.find(".sme") != std::string::npos;
+}
+
+long long in_parallel(int count, std::function<long long(int)> const& work)
+{
+    struct progress {
+        std::atomic<int>       next{0};
+        std::atomic<long long> sum{0};
+    };
+    shared<progress>   state;
+    int const          processes = static_cast<int>(std::thread::hardware_concurrency()) + 1;
+    std::vector<pid_t> children;
+    std::fflush(stdout);
+    for (int i = 0; i < processes; ++i) {
+        pid_t const child = ::fork();
+        if (child == 0) {
+            ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+            for (int next = state->next++; next < count; next = state->next++) {
+                state->sum += work(next);
+            }
+            std::fflush(stdout);
+            ::_exit(0);
+        }
+        children.push_back(child);
+    }
+    for (pid_t const child : children) {
+        int status = 0;
+        if (::waitpid(child, &status, 0) < 0 || status != 0) {
+            throw std::runtime_error("a process of this program has failed");
+        }
+    }
+    return state->sum;
+}
+
+}  // namespace zelieml::test
