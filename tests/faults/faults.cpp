@@ -208,6 +208,23 @@ verdict check_settings(trial const&, sighting const& seen, playground& place)
     return found;
 }
 
+char const first_setting[] = "smtp_account = a new account\r\n";
+
+verdict check_first_setting(trial const&, sighting const& seen, playground& place)
+{
+    verdict    found;
+    auto       files   = place.files();
+    bool const written = files["zelismes.cf"] == first_setting;
+    if (seen.told.result[0] == 0 && !written) {
+        found.wrong = "a setting was reported as written and was not";
+    } else if (!written && !files["zelismes.cf"].empty()) {
+        found.wrong = "a part of a setting: " + files["zelismes.cf"];
+    } else if (seen.told.result[1] == 0 && std::strcmp(seen.told.value, "a new account") != 0) {
+        found.wrong = std::string("a setting was read as \"") + seen.told.value + "\"";
+    }
+    return found;
+}
+
 verdict check_post(trial const& what, sighting const& seen, playground& place)
 {
     verdict found;
@@ -286,6 +303,7 @@ std::vector<scenario> scenarios()
          change_settings,
          check_settings,
          {"smtp_account = old account\r\n# a comment\r\n\r\nlast = line\r\n"}},
+        {"first-setting", change_settings, check_first_setting, {"", {}, {}, {}, true}},
         {"post", post_to_nobody, check_post, {""}},
         {"save-and-load", save_and_load, check_saved, {""}},
         {"password", keep_a_password, check_password, {""}},

@@ -190,11 +190,29 @@ state classify_settings(sighting const&, playground& place)
     return found;
 }
 
+state classify_first_setting(sighting const&, playground& place)
+{
+    state             found;
+    auto              files     = place.files();
+    bool const        named     = files.count("zelismes.cf") != 0;
+    bool const        temporary = files.count("zelismes.cf.tmp") != 0;
+    std::string const settings  = files["zelismes.cf"];
+    if (named) {
+        found.name = settings.empty() ? "empty settings" : "the new settings";
+        found.name += temporary ? " and a temporary file" : "";
+        found.wrong = settings.empty() || is_new(settings) ? "" : "settings cut short";
+    } else {
+        found.name  = temporary ? "the new settings under the temporary name" : "no settings";
+        found.wrong = !temporary || is_new(files["zelismes.cf.tmp"]) ? "" : "no settings";
+    }
+    return found;
+}
+
 // After what docs/FORMATS.md says is to be done by hand.
 std::string set_again(sighting const&, playground& place)
 {
     auto const files = place.files();
-    if (files.count("zelismes.cf") == 0) {
+    if (files.count("zelismes.cf") == 0 && files.count("zelismes.cf.tmp") != 0) {
         std::filesystem::rename(place.where().settings + std::string(".tmp"),
                                 place.where().settings);
     }
@@ -205,7 +223,9 @@ std::string set_again(sighting const&, playground& place)
     if (!went_well(seen) || seen.told.result[0] != 0 || seen.told.result[1] != 0) {
         return "the next change of the settings fails";
     }
-    return now.size() == 1 && is_whole(now["zelismes.cf"]) && is_new(now["zelismes.cf"])
+    bool const had_more = files.count("zelismes.cf") != 0 && is_whole(files.at("zelismes.cf"));
+    return now.size() == 1 && is_new(now["zelismes.cf"]) &&
+                   (!had_more || is_whole(now["zelismes.cf"]))
                ? ""
                : "the next change of the settings does not do its work";
 }
@@ -222,6 +242,11 @@ std::vector<scenario> scenarios()
          change_settings,
          {std::string("smtp_account = old account\r\n") + last_line},
          classify_settings,
+         {set_again}},
+        {"first-setting",
+         change_settings,
+         {"", {}, {}, {}, true},
+         classify_first_setting,
          {set_again}},
     };
 }
@@ -355,7 +380,7 @@ int run_scenario(scenario const& which)
     }
     double const took =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - begun).count();
-    std::printf("%-10s %6d %6d %7.1f %6lld\n", which.name, calls, runs, took, wrong);
+    std::printf("%-14s %6d %6d %7.1f %6lld\n", which.name, calls, runs, took, wrong);
     for (auto const& [name, count] : states) {
         std::printf("    %4d times %s\n", count, name.c_str());
     }
@@ -383,7 +408,7 @@ int run_kills(std::string const& name, std::string const& what)
     int  wrong = 0;
     bool known = false;
     if (what.empty()) {
-        std::printf("%-10s %6s %6s %7s %6s\n", "scenario", "calls", "runs", "seconds", "found");
+        std::printf("%-14s %6s %6s %7s %6s\n", "scenario", "calls", "runs", "seconds", "found");
     }
     for (scenario const& which : scenarios()) {
         if (name.empty() || name == which.name) {

@@ -95,10 +95,12 @@ playground::playground(stage const& set_up) : server_(options_of(set_up))
     ::chmod(directory_.file("tmp").c_str(), 01777);
     ::mkdir(scene_.work, 0755);
     ::mkdir(scene_.aside, 0755);
-    write_file(scene_.settings,
-               "smtp_server = 127.0.0.1\r\nsmtp_port = " + std::to_string(scene_.smtp_port) +
-                   "\r\npop_server = 127.0.0.1\r\npop_port = " + std::to_string(scene_.pop_port) +
-                   "\r\n" + set_up.settings);
+    if (!set_up.no_settings) {
+        write_file(scene_.settings,
+                   "smtp_server = 127.0.0.1\r\nsmtp_port = " + std::to_string(scene_.smtp_port) +
+                       "\r\npop_server = 127.0.0.1\r\npop_port = " +
+                       std::to_string(scene_.pop_port) + "\r\n" + set_up.settings);
+    }
     for (auto const& [name, contents] : set_up.files) {
         write_file(std::string(scene_.work) + "/" + name, contents);
     }

@@ -69,10 +69,11 @@ private:
 
 // What a scenario finds.
 struct stage {
-    std::string              settings;  // besides the servers and their ports
-    std::vector<std::string> mailbox                        = {};
-    std::vector<std::pair<std::string, std::string>> files  = {};  // name and contents
-    std::vector<mailserver::fault>                   faults = {};  // of the server
+    std::string                                      settings;  // besides the servers and ports
+    std::vector<std::string>                         mailbox     = {};
+    std::vector<std::pair<std::string, std::string>> files       = {};     // name and contents
+    std::vector<mailserver::fault>                   faults      = {};     // of the server
+    bool                                             no_settings = false;  // no settings file
 };
 
 class playground
