@@ -415,6 +415,7 @@ void pass_seconds(int seconds)
 
 void skip_seconds(int seconds)
 {
+    pass_seconds(0); /* what is being done is counted */
     skipping = 1;
     pass_seconds(seconds);
     skipping = 0;
