@@ -139,7 +139,7 @@ public:
     {
         flush();
         sync();
-        return close_descriptor(fd_.release()) == 0 && !failed_;
+        return close_written(fd_.release()) && !failed_;
     }
 
 private:

@@ -99,7 +99,7 @@ bool message_file::close()
         ::flock(fd_.get(),
                 LOCK_UN);  // closing would not do it where a forked child has the file too
     }
-    return close_descriptor(fd_.release()) == 0;
+    return close_written(fd_.release());
 }
 
 message_file create_message_file(char const* path)

@@ -7,6 +7,7 @@
 #ifndef ZELIEML_SUPPORT_NO_CANCELLATION_H
 #define ZELIEML_SUPPORT_NO_CANCELLATION_H
 
+#include <cerrno>
 #include <pthread.h>
 #include <unistd.h>
 
@@ -31,6 +32,15 @@ inline int close_descriptor(int fd)
 {
     no_cancellation const shielded;
     return ::close(fd);
+}
+
+// close_written - close a file that was written, without being cancelled
+//
+// Returns false, with errno, when what was written may not be in the file. A signal that cuts the
+// call short is no error: the descriptor is closed by then, and nothing is lost.
+inline bool close_written(int fd)
+{
+    return close_descriptor(fd) == 0 || errno == EINTR;
 }
 
 }  // namespace zelieml
