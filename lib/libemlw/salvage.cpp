@@ -23,17 +23,29 @@ namespace
 constexpr std::time_t locked_s = 3600;
 constexpr std::time_t empty_s  = 60;
 
+// Whether opening failed for a reason that is not the file's: it is gone, or the host has no
+// descriptor or no memory to spare just now. The next look finds what is still there.
+bool says_nothing_of_the_file(int error)
+{
+    return error == ENOENT || error == EMFILE || error == ENFILE || error == ENOMEM;
+}
+
 // Whether a message file is still being written, is being sent by post_sync, or is gone by now.
 bool is_not_to_be_queued(std::string const& path)
 {
     message_file const file = open_message_file(path.c_str());
     if (!file) {
-        return errno == ENOENT;  // what cannot be opened is queued, and reported as such
+        return says_nothing_of_the_file(errno);  // any other is queued, and reported as unreadable
     }
     struct stat status = {};
     ::fstat(file.descriptor(), &status);
     std::time_t const age = platform::wall_seconds() - status.st_mtime;
-    return (status.st_size == 0 && age < empty_s) || (age < locked_s && file.is_locked_elsewhere());
+    if (status.st_size == 0 && age < empty_s) {
+        return true;  // and its lock is not asked for, which its writer may be about to take
+    }
+    bool const in_use = file.is_locked_elsewhere() && age < locked_s;
+    // Only now: post_sync deletes the file before it unlocks it.
+    return in_use || ::fstat(file.descriptor(), &status) != 0 || status.st_nlink == 0;
 }
 
 }  // namespace

@@ -96,8 +96,8 @@ bool message_file::close()
         return true;
     }
     if (locked_) {
-        ::flock(fd_.get(),
-                LOCK_UN);  // closing would not do it where a forked child has the file too
+        // Closing would not do it where a forked child has the file too.
+        ::flock(fd_.get(), LOCK_UN);
     }
     return close_written(fd_.release());
 }
@@ -133,10 +133,11 @@ message_file open_message_file(char const* path, std::optional<uid_t> owner)
     }
     struct stat        status = {};
     bool const         sound  = is_regular(fd, status) && status.st_nlink == 1;
+    bool const         gone   = status.st_nlink == 0;
     bool const         own    = status.st_uid == ::geteuid() || status.st_uid == 0;
     std::int64_t const limit  = own ? no_limit : max_foreign_message;
     if (!sound || (owner && status.st_uid != *owner) || status.st_size > limit) {
-        errno = EPERM;
+        errno = gone ? ENOENT : EPERM;
         return message_file();
     }
     return message_file(std::move(fd), limit);

@@ -2,9 +2,11 @@
 
 #include <cstdio>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "libemlw/salvage.h"
 #include "libmsg/libmsg.h"
 #include "tests/libemlw/engine_room.h"
 #include "tests/support/mail_server.h"
@@ -147,4 +149,53 @@ TEST_F(Exchange, LeavesWhatTheLookFindsBehindALinkUnsent)
     test::pass_pauses(2400);
     EXPECT_EQ(on_disk(), strings()) << "the link goes after two attempts, as any file";
     EXPECT_EQ(test::read_file(secret_), private_text);
+}
+
+namespace
+{
+
+// What the look queues of a directory with one old message file, at whose opening something happens.
+strings found_by_the_look(test::temp_dir const& dir)
+{
+    _s_iemlw engine;
+    iqmgr*   queue = nullptr;
+    EXPECT_EQ(iqmgr_create(&queue), 0);
+    engine.queue = queue;
+    dir.path().copy(engine.workdir, workdir_size - 1);
+    EXPECT_EQ(salvage_queue(&engine, true), 0);
+    EXPECT_TRUE(test::met_open());
+    strings found;
+    queue->get(found, 0, 0);
+    EXPECT_EQ(iqmgr_destroy(engine.queue.exchange(nullptr)), 0);
+    return found;
+}
+
+}  // namespace
+
+// post_sync deletes the file that it has sent before it unlocks it.
+TEST(Look, LeavesAFileThatIsDeletedWhileItIsLookedAt)
+{
+    test::temp_dir const dir;
+    test::write_file(dir.file("a.sme"), "to: anna@a.test\n");
+    test::after_open("a.sme", [](std::string const& path) { ::unlink(path.c_str()); });
+    EXPECT_EQ(found_by_the_look(dir), strings());
+}
+
+// It cannot see whether the file is locked.
+TEST(Look, LeavesFilesForTheNextOneWhenTheHostIsOutOfDescriptors)
+{
+    test::temp_dir const dir;
+    test::write_file(dir.file("a.sme"), "to: anna@a.test\n");
+    rlimit before = {};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+    test::before_open("a.sme", [&](std::string const&) {
+        rlimit const none = {0, before.rlim_max};
+        ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
+    });
+    strings const found = found_by_the_look(dir);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    EXPECT_EQ(found, strings());
+
+    test::before_open("a.sme", [](std::string const&) {});
+    EXPECT_EQ(found_by_the_look(dir), strings{dir.file("a.sme")});
 }
