@@ -228,9 +228,7 @@ int _send_message(_s_smtp* session, void* msg, char const* conf)
     return smtp_end_data(session);
 }
 
-// message  the path of a message file, or one that is open; likewise below
-template <class Message>
-int send_message(_s_smtp* session, Message const& message, char const* conf)
+int send_message(_s_smtp* session, message_file const& message, char const* conf)
 {
     void*                loaded = nullptr;
     int const            load   = msg_load(&loaded, message);
@@ -246,8 +244,7 @@ int send_message(_s_smtp* session, Message const& message, char const* conf)
 }
 
 // From HELO or EHLO to QUIT.
-template <class Message>
-int converse(_s_smtp* session, Message const& message, char const* conf)
+int converse(_s_smtp* session, message_file const& message, char const* conf)
 {
     if (is_auth(conf)) {
         if (ehlo_auth(session, conf) != 0) {
@@ -269,8 +266,14 @@ int converse(_s_smtp* session, Message const& message, char const* conf)
     return send_ok;
 }
 
-template <class Message>
-int deliver(Message const& message, char const* conf_fullpath, std::string& result_text)
+}  // namespace
+
+int isendw::send(char const* msg_fullpath, char const* conf_fullpath, std::string& result_text)
+{
+    return send(follow_message_file(msg_fullpath), conf_fullpath, result_text);
+}
+
+int isendw::send(message_file const& message, char const* conf_fullpath, std::string& result_text)
 {
     trace_msg("msg_fullpath = %s");
     trace_msg("conf_fullpath = %s");
@@ -290,18 +293,6 @@ int deliver(Message const& message, char const* conf_fullpath, std::string& resu
     return smtp_converse(addr.host, text_to_int(addr.port), result_text, [&](_s_smtp* session) {
         return converse(session, message, conf_fullpath);
     });
-}
-
-}  // namespace
-
-int isendw::send(char const* msg_fullpath, char const* conf_fullpath, std::string& result_text)
-{
-    return deliver(msg_fullpath, conf_fullpath, result_text);
-}
-
-int isendw::send(message_file const& message, char const* conf_fullpath, std::string& result_text)
-{
-    return deliver(message, conf_fullpath, result_text);
 }
 
 int isendw_sys::init()
