@@ -12,7 +12,6 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/stat.h>
 
 #include <zelieml.h>
 
@@ -43,7 +42,6 @@ int main(int argc, char **argv)
         fprintf(stderr, "use: configure SETTINGS-FILE key=value...\n");
         return 2;
     }
-    umask(077); /* whoever can read a stored password can decrypt it */
     for (i = 2; i < argc; ++i) {
         char *value = strchr(argv[i], '=');
         if (value == NULL) {

@@ -104,7 +104,7 @@ ZELIEML_API int eml_msg_destroy(void *msg);
  * server can accept a longer line and return the mail to replyto later: the result is eml_send_ok
  * then. Keep the subject within 732 bytes in UTF-8 and 726 in ISO-2022-JP (989 if the setting
  * "subject_use_encoding" is "no"), from within 992, replyto within 988 and id within 986. A subject
- * of 45 bytes in UTF-8 or 42 in ISO-2022-JP is also short enough for RFC 2047, which programs that
+ * of 39 bytes in UTF-8 or 36 in ISO-2022-JP is also short enough for RFC 2047, which programs that
  * are strict about it need to decode it.
  *
  * Returns 0. Returns -1, leaving the record unchanged, when an argument is null or there is no

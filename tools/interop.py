@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The library against mail servers of others, in pairs of one for SMTP and one for POP3.
+"""The library against third-party mail servers, in pairs of one for SMTP and one for POP3.
 
 use: interop.py BUILD-FOLDER EXIM-PROGRAM       (as root: Postfix and Dovecot want to be)
 

@@ -55,9 +55,9 @@ int call_callback_raw(_s_iemlw* engine, std::string const& message, int result)
     if (cb == nullptr) {
         return -1;
     }
-    auto const procedures = engine->callbacks.get();
-    for (c_cb_param const& procedure : *procedures) {
-        contained([&] { procedure.proc(cb, procedure.user); });
+    auto const callbacks = engine->callbacks.get();
+    for (c_cb_param const& callback : *callbacks) {
+        contained([&] { callback.proc(cb, callback.user); });
         if (in_forked_child(engine)) {
             break;
         }

@@ -9,6 +9,8 @@
 #include <string>
 #include <thread>
 
+#include "tests/support/skip.h"
+
 using zelieml::gate;
 
 namespace
@@ -78,9 +80,7 @@ TEST(Gate, ThatIsOpenHoldsNobodyUp)
 
 TEST(Gate, HoldsEverybodyUpUntilItIsOpen)
 {
-    if (own_folder().empty()) {
-        GTEST_SKIP() << "needs /proc to see threads sleep";
-    }
+    SKIP_UNLESS(!own_folder().empty(), "threads are seen to sleep through /proc");
     gate          g;
     visitor const visitors[4] = {visitor(g), visitor(g), visitor(g), visitor(g)};
     for (visitor const& v : visitors) {
@@ -91,9 +91,7 @@ TEST(Gate, HoldsEverybodyUpUntilItIsOpen)
 
 TEST(Gate, CanBeClosedAgain)
 {
-    if (own_folder().empty()) {
-        GTEST_SKIP() << "needs /proc to see threads sleep";
-    }
+    SKIP_UNLESS(!own_folder().empty(), "threads are seen to sleep through /proc");
     gate g;
     g.open();
     g.wait();
