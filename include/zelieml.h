@@ -569,11 +569,11 @@ ZELIEML_API int eml_cf_get_string(const char *key, char *val, unsigned int *leng
  *       root creates it, it belongs to the owner and group of its directory. chmod it once to share
  *       it with another user's engine.
  *
- * The new settings are written to a new file "<path>.tmp", which then takes the place of the old one
- * and keeps its owner, group, permission bits and access list. If the caller cannot keep the owner,
- * the call fails; if he cannot keep the group or the access list, nobody gains rights, but the group
- * or all but the owner lose theirs. A symbolic link is replaced by a file; one that leads nowhere
- * makes the call fail. "<path>.tmp" and "<path>.bak" are deleted if they exist.
+ * The new settings are written to a new file "<path>.tmp", which then takes the place of the old
+ * one and keeps its owner, group, permission bits and access list. If the caller cannot keep the
+ * owner, the call fails; if he cannot keep the group or the access list, only the owner keeps his
+ * rights. A symbolic link is replaced by a file; one that leads nowhere makes the call fail.
+ * "<path>.tmp" and "<path>.bak" are deleted if they exist.
  *
  * Allow only one writer at a time. Two writers, on threads or in processes, can fail, or lose
  * settings, in the worst case all of them.

@@ -331,10 +331,10 @@ bool is_behind_foreign_link(char const* path, struct stat const& settings)
             named.st_uid != settings.st_uid && named.st_uid != ::geteuid());
 }
 
-// Gives the temporary file, while it is empty, the owner and the rights of the settings file. What
-// cannot be kept is taken away: without the group its rights, without the access list the rights of
-// all but the owner, since the list may have kept others out. Returns false when the owner cannot be
-// kept or the rights cannot be set.
+// Gives the temporary file, while it is empty, the owner and the rights of the settings file. If the
+// group or the access list cannot be kept, only the owner keeps rights: the members of the group are
+// others now, and the list may have kept others out. Returns false when the owner cannot be kept or
+// the rights cannot be set.
 bool take_over_rights(int tmp, char const* path, int settings)
 {
     struct stat wanted = {};
@@ -346,12 +346,12 @@ bool take_over_rights(int tmp, char const* path, int settings)
     bool const group_is_kept =
         made.st_gid == wanted.st_gid || ::fchown(tmp, wanted.st_uid, wanted.st_gid) == 0;
     mode_t bits = wanted.st_mode & permission_bits;
-    if (!group_is_kept) {
-        bits = (bits & S_IRWXU) | (bits & (bits >> 3) & S_IRWXO);  // its members are others now
-    }
-    if (is_behind_foreign_link(path, wanted) ||
-        (group_is_kept && !platform::copy_access_list(settings, tmp))) {
+    if (!group_is_kept || is_behind_foreign_link(path, wanted) ||
+        !platform::copy_access_list(settings, tmp)) {
         bits &= S_IRWXU;
+        if (!platform::remove_access_list(tmp)) {  // its directory may have handed one down
+            return false;
+        }
     }
     // Only when it changes something, since not every file system has permission bits.
     return ::fstat(tmp, &made) == 0 &&

@@ -20,6 +20,13 @@ namespace zelieml::platform
 // Returns whether the two files have the same list now; when not, that of to is unchanged.
 bool copy_access_list(int from, int to);
 
+// remove_access_list - take the access list of an open file away
+//
+// file  open for writing, and the process's own or root's to change
+//
+// Returns whether the file has none now.
+bool remove_access_list(int file);
+
 }  // namespace zelieml::platform
 
 #endif

@@ -27,11 +27,16 @@ bool copy_access_list(int from, int to)
 {
     ssize_t const size = ::fgetxattr(from, attribute, nullptr, 0);
     if (size <= 0) {
-        return (size == 0 || has_none()) && (::fremovexattr(to, attribute) == 0 || has_none());
+        return (size == 0 || has_none()) && remove_access_list(to);
     }
     std::string list(static_cast<std::size_t>(size), '\0');
     return ::fgetxattr(from, attribute, &list[0], list.size()) == size &&
            ::fsetxattr(to, attribute, list.data(), list.size(), 0) == 0;
+}
+
+bool remove_access_list(int file)
+{
+    return ::fremovexattr(file, attribute) == 0 || has_none();
 }
 
 }  // namespace zelieml::platform

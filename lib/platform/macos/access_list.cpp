@@ -22,14 +22,17 @@ using list_owner = std::unique_ptr<std::remove_pointer_t<acl_t>, list_deleter>;
 
 bool copy_access_list(int from, int to)
 {
-    list_owner list(::acl_get_fd(from));  // null: there is none
-    if (!list) {
-        if (!list_owner(::acl_get_fd(to))) {
-            return true;  // as on every file system without lists
-        }
-        list.reset(::acl_init(0));
+    list_owner const list(::acl_get_fd(from));  // null: there is none
+    return list ? ::acl_set_fd(to, list.get()) == 0 : remove_access_list(to);
+}
+
+bool remove_access_list(int file)
+{
+    if (!list_owner(::acl_get_fd(file))) {
+        return true;  // as on every file system without lists
     }
-    return list && ::acl_set_fd(to, list.get()) == 0;
+    list_owner const none(::acl_init(0));
+    return none && ::acl_set_fd(file, none.get()) == 0;
 }
 
 }  // namespace zelieml::platform
