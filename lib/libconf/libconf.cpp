@@ -228,7 +228,7 @@ unique_fd open_settings(char const* path)
     if (::stat(path, &info) != 0 || !(S_ISREG(info.st_mode) || S_ISDIR(info.st_mode))) {
         return unique_fd();
     }
-    return unique_fd(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    return above_standard(unique_fd(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC)));
 }
 
 // Makes a file that was not there, for its owner only. Neither a link under that name nor somebody's
@@ -236,7 +236,7 @@ unique_fd open_settings(char const* path)
 unique_fd make_file(char const* path)
 {
     constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-    return unique_fd(::open(path, flags, private_mode));
+    return above_standard(unique_fd(::open(path, flags, private_mode)));
 }
 
 bool is_file_at(char const* path, int fd)
@@ -497,7 +497,7 @@ int conf_set_string(char const* key, char const* val, char const* path)
         return -1;
     }
     // Kept open until the renaming, so that is_file_at cannot mistake another file for this one.
-    unique_fd const held(::fcntl(tmp.get(), F_DUPFD_CLOEXEC, 0));
+    unique_fd const held(::fcntl(tmp.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
     file_writer     out(std::move(tmp));
     if (put_tmp(settings.get(), out, key, val) != 0) {
         trace_msg("error:put_tmp");

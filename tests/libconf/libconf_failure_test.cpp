@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "libconf/libconf.h"
+#include "tests/support/closed_standard.h"
 #include "tests/support/files.h"
 #include "tests/support/trace_recorder.h"
 
@@ -34,6 +35,8 @@ std::size_t most_at_once         = 0;      // bytes that a read or write moves a
 
 off_t size_at_sync = -1;
 
+bool used_standard = false;  // one of 0 to 2 was open during a read, a write or a removal
+
 std::function<void()> when_backup_goes;  // called after the ".bak" file is removed
 
 bool interrupted()
@@ -44,6 +47,13 @@ bool interrupted()
     --interruptions;
     errno = EINTR;
     return true;
+}
+
+void look_at_standard()
+{
+    for (int fd = 0; fd <= 2; ++fd) {
+        used_standard = used_standard || ::fcntl(fd, F_GETFD) != -1;
+    }
 }
 
 int fail()
@@ -73,6 +83,7 @@ ssize_t __real_fgetxattr(int fd, char const* name, void* data, size_t size);
 
 int __wrap_remove(char const* path)
 {
+    look_at_standard();
     int const result = failing_remove == path ? fail() : __real_remove(path);
     if (when_backup_goes) {
         when_backup_goes();
@@ -95,6 +106,7 @@ int __wrap_close(int fd)
 
 ssize_t __wrap_read(int fd, void* data, size_t size)
 {
+    look_at_standard();
     if (interrupted()) {
         return -1;
     }
@@ -106,6 +118,7 @@ ssize_t __wrap_read(int fd, void* data, size_t size)
 
 ssize_t __wrap_write(int fd, void const* data, size_t size)
 {
+    look_at_standard();
     if (interrupted()) {
         return -1;
     }
@@ -299,6 +312,18 @@ TEST_F(SettingsFailure, ToSetUpANewFileLeavesNone)
     ::umask(before);
     expect_reported({"error:ofstream(%s)"});
     EXPECT_EQ(test::list_directory(dir.path()), strings());
+}
+
+// What another thread of the host prints would come into the file.
+TEST_F(SettingsFailure, DoesNotComeOfClosedStandardDescriptors)
+{
+    EXPECT_TRUE(test::keeps_clear_of_standard([this] {
+        used_standard = false;
+        char         val[16];
+        unsigned int len = sizeof val;
+        return conf_get_string("k", val, &len, path.c_str()) == 0 && set() == 0 &&
+               ::unlink(path.c_str()) == 0 && set() == 0 && !used_standard;
+    }));
 }
 
 TEST_F(SettingsFailure, DoesNotComeOfSignalsAndShortCounts)
