@@ -298,14 +298,10 @@ int check_current_file(char const* path)
 }
 
 // Deletes what an earlier call left or somebody put there; of a link itself, not its target. Returns
-// false when it stays: it is neither a file nor a link, or the directory does not allow it.
+// false when it stays: it is a directory with files, or its own directory does not allow it.
 bool remove_leftover(char const* tmp_path)
 {
-    struct stat left = {};
-    if (::lstat(tmp_path, &left) == 0 && !S_ISREG(left.st_mode) && !S_ISLNK(left.st_mode)) {
-        return false;
-    }
-    return ::unlink(tmp_path) == 0 || errno == ENOENT;
+    return std::remove(tmp_path) == 0 || errno == ENOENT;
 }
 
 // Makes a temporary file that is nobody else's: who holds an older one open does not see what is

@@ -49,10 +49,11 @@ int conf_get_string(char const* key, char* val, unsigned int* len, char const* p
 //
 // The new settings are written to a new file "<path>.tmp", which gets owner, group, permission bits
 // and access list of the settings file and is then renamed. If the group or the access list cannot
-// be kept, only the owner keeps his rights. A file or link that was left or put there is deleted
-// first. "<path>.bak" is deleted if it exists and never written. A symbolic link is replaced by a
-// file; its target stays unchanged. If the link is neither this user's nor of the target's owner,
-// only the owner keeps his rights: the target may have been protected by its directory.
+// be kept, only the owner keeps his rights. Whatever was left or put there is deleted first; only a
+// directory with files stays, and the call fails. "<path>.bak" is deleted likewise and never
+// written. A symbolic link is replaced by a file; its target stays unchanged. If the link is neither
+// this user's nor of the target's owner, only the owner keeps his rights: the target may have been
+// protected by its directory.
 //
 // Returns 0. Returns -1 when an argument is null or breaks a rule above, a line of the file is
 // overlong, a file cannot be read, written, removed or renamed, the settings file is not a regular

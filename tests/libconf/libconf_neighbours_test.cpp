@@ -235,6 +235,15 @@ TEST_F(SettingsAmongUsersAsRoot, AreSetBesideATemporaryFileOfAnotherUser)
     EXPECT_EQ(rights_of(path), "0:0 600");
 }
 
+TEST_F(SettingsAmongUsersAsRoot, AreSetByTheirOwnerBesideAPipeOfAnotherUser)
+{
+    give(path, owner, owner, 0600);
+    ASSERT_EQ(::mkfifo(tmp.c_str(), 0666), 0);
+    give(tmp, stranger, stranger, 0666);
+    EXPECT_TRUE(as_user(owner, {}, [this] { return set() == 0; }));
+    EXPECT_EQ(test::read_file(path), changed);
+}
+
 TEST_F(SettingsAmongUsersAsRoot, AreSetByTheirOwnerAfterRootsWriteFailed)
 {
     give(path, owner, owner, 0600);

@@ -3,6 +3,7 @@
 #include "libconf/libconf.h"
 
 #include <cstring>
+#include <functional>
 #include <gtest/gtest.h>
 #include <string>
 #include <sys/socket.h>
@@ -62,6 +63,13 @@ protected:
     test::temp_dir dir;
     std::string    path;
 };
+
+// One that cannot be removed.
+void make_full_directory(std::string const& name)
+{
+    ASSERT_EQ(::mkdir(name.c_str(), 0700), 0);
+    test::write_file(name + "/x", "");
+}
 
 // The whole sequence; the other tests look at what is reported.
 TEST_F(SettingsFile, IsTracedByEachCall)
@@ -468,15 +476,19 @@ TEST_F(SettingsFile, ReportsWhatCannotBeOpened)
     EXPECT_EQ(test::list_directory(dir.path()), strings{"file"});
 }
 
-TEST_F(SettingsFile, ReportsWhatIsThereButCannotBeOpened)
+void make_socket(std::string const& name)
 {
     unique_fd const socket(::socket(AF_UNIX, SOCK_STREAM, 0));
     sockaddr_un     address = {};
     address.sun_family      = AF_UNIX;
-    ASSERT_LT(path.size(), sizeof address.sun_path);
-    std::memcpy(address.sun_path, path.c_str(), path.size() + 1);
+    ASSERT_LT(name.size(), sizeof address.sun_path);
+    std::memcpy(address.sun_path, name.c_str(), name.size() + 1);
     ASSERT_EQ(::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+}
 
+TEST_F(SettingsFile, ReportsWhatIsThereButCannotBeOpened)
+{
+    make_socket(path);
     EXPECT_EQ(get("k"), "(-1)");
     EXPECT_EQ(reported(), strings{"error:ifstream(%s)"});
     EXPECT_EQ(set("k", "v"), -1);
@@ -484,25 +496,41 @@ TEST_F(SettingsFile, ReportsWhatIsThereButCannotBeOpened)
     EXPECT_EQ(test::list_directory(dir.path()), strings{"zelismes.cf"});
 }
 
-TEST_F(SettingsFile, ReportsATemporaryFileThatCannotBeOpened)
+// Otherwise whoever put it there would prevent every change.
+TEST_F(SettingsFile, ReplacesWhateverHasItsTemporaryName)
+{
+    std::string const tmp = path + ".tmp";
+    struct {
+        char const*           what;
+        std::function<void()> make;
+    } const cases[] = {
+        {"a pipe", [&] { ASSERT_EQ(::mkfifo(tmp.c_str(), 0600), 0); }},
+        {"a socket", [&] { make_socket(tmp); }},
+        {"an empty directory", [&] { ASSERT_EQ(::mkdir(tmp.c_str(), 0700), 0); }},
+    };
+    for (auto const& c : cases) {
+        test::write_file(path, "k = old\r\n");
+        c.make();
+        EXPECT_EQ(set("k", "new"), 0) << c.what;
+        EXPECT_EQ(reported(), strings()) << c.what;
+        EXPECT_EQ(test::read_file(path), "k = new\r\n") << c.what;
+        EXPECT_EQ(test::list_directory(dir.path()), strings{"zelismes.cf"}) << c.what;
+    }
+}
+
+TEST_F(SettingsFile, ReportsADirectoryWithFilesUnderItsTemporaryName)
 {
     test::write_file(path, "k = old\r\n");
-    ASSERT_EQ(::mkdir((path + ".tmp").c_str(), 0700), 0);
-    EXPECT_EQ(set("k", "new"), -1) << "a directory";
+    make_full_directory(path + ".tmp");
+    EXPECT_EQ(set("k", "new"), -1);
     EXPECT_EQ(reported(), strings{"error:ofstream(%s)"});
     EXPECT_EQ(get("k"), "old");
-
-    ASSERT_EQ(::rmdir((path + ".tmp").c_str()), 0);
-    ASSERT_EQ(::mkfifo((path + ".tmp").c_str(), 0600), 0);
-    test::clear_traces();
-    EXPECT_EQ(set("k", "new"), -1) << "a pipe that nobody reads";
-    EXPECT_EQ(reported(), strings{"error:ofstream(%s)"});
-    EXPECT_EQ(get("k"), "old");
+    EXPECT_EQ(test::list_directory(path + ".tmp"), strings{"x"});
 }
 
 TEST_F(SettingsFile, StaysEmptyWhenItWasMadeAndALaterStepFails)
 {
-    ASSERT_EQ(::mkdir((path + ".tmp").c_str(), 0700), 0);
+    make_full_directory(path + ".tmp");
     EXPECT_EQ(set("k", "new"), -1);
     EXPECT_EQ(reported(), strings{"error:ofstream(%s)"});
     EXPECT_EQ(test::read_file(path), "");
@@ -539,8 +567,7 @@ TEST_F(SettingsFile, ThatIsADirectoryIsNeitherReadNorReplaced)
 TEST_F(SettingsFile, ReportsABackupThatCannotBeDeleted)
 {
     test::write_file(path, "k = old\r\n");
-    ASSERT_EQ(::mkdir((path + ".bak").c_str(), 0700), 0);
-    test::write_file(path + ".bak/x", "");
+    make_full_directory(path + ".bak");
     EXPECT_EQ(set("k", "new"), -1);
     EXPECT_EQ(reported(), (strings{"error:remove(%s)", "error:rename_tmp"}));
     EXPECT_EQ(get("k"), "old");
@@ -610,7 +637,8 @@ TEST_F(SettingsFile, LeavesNoDescriptorOpen)
     test::write_file(path, "k = v\r\n" + std::string(2000, 'x'));
     set("k", "v");
     get("l");
-    ::mkdir((path + ".tmp").c_str(), 0700);
+    ::unlink((path + ".tmp").c_str());
+    make_full_directory(path + ".tmp");
     set("k", "v");
     EXPECT_EQ(test::open_descriptors(), before);
 }
