@@ -317,14 +317,18 @@ unique_fd make_tmp(char const* tmp_path)
     return tmp;
 }
 
-// Whether the settings were found through a link of somebody who is neither this user nor their
-// owner. He may have let it lead into a folder that is closed to him.
+// Whether the settings were, or may have been, found through a link of somebody who is neither this
+// user nor their owner. He may have let it lead into a folder that is closed to him, and put another
+// file in its place since.
 bool is_behind_foreign_link(char const* path, struct stat const& settings)
 {
     struct stat named = {};
-    return ::lstat(path, &named) != 0 ||
-           ((named.st_dev != settings.st_dev || named.st_ino != settings.st_ino) &&
-            named.st_uid != settings.st_uid && named.st_uid != ::geteuid());
+    if (::lstat(path, &named) != 0) {
+        return true;
+    }
+    bool const is_itself = named.st_dev == settings.st_dev && named.st_ino == settings.st_ino;
+    bool const is_known  = named.st_uid == settings.st_uid || named.st_uid == ::geteuid();
+    return !is_itself && !(S_ISLNK(named.st_mode) && is_known);
 }
 
 // Gives the temporary file, while it is empty, the owner and the rights of the settings file. If the

@@ -37,7 +37,7 @@ off_t size_at_sync = -1;
 
 bool used_standard = false;  // one of 0 to 2 was open during a read, a write or a removal
 
-std::function<void()> when_backup_goes;  // called after the ".bak" file is removed
+std::function<void()> when_one_goes;  // called after the first removal
 
 bool interrupted()
 {
@@ -85,9 +85,9 @@ int __wrap_remove(char const* path)
 {
     look_at_standard();
     int const result = failing_remove == path ? fail() : __real_remove(path);
-    if (when_backup_goes) {
-        when_backup_goes();
-        when_backup_goes = nullptr;
+    if (when_one_goes) {
+        when_one_goes();
+        when_one_goes = nullptr;
     }
     return result;
 }
@@ -175,7 +175,7 @@ protected:
         failing_close_at_end = false;
         interruptions        = 0;
         most_at_once         = 0;
-        when_backup_goes     = nullptr;
+        when_one_goes        = nullptr;
     }
 
     int set() { return conf_set_string("k", "new", path.c_str()); }
@@ -220,7 +220,7 @@ TEST_F(SettingsFailure, ToFindItsOwnTemporaryFileRemovesNothing)
     for (bool const begins_anew : {false, true}) {
         test::write_file(path, file);
         test::write_file(path + ".bak", "x");
-        when_backup_goes = [&] {
+        when_one_goes = [&] {
             __real_rename((path + ".tmp").c_str(), path.c_str());
             if (begins_anew) {
                 test::write_file(path + ".tmp", "a = ");
@@ -237,7 +237,7 @@ TEST_F(SettingsFailure, ToFindItsOwnTemporaryFileRemovesNothing)
 TEST_F(SettingsFailure, ToFindAFileUnderTheTemporaryNameRemovesNothing)
 {
     test::write_file(path + ".bak", "x");
-    when_backup_goes = [&] {
+    when_one_goes = [&] {
         __real_rename((path + ".tmp").c_str(), dir.file("moved").c_str());
         EXPECT_EQ(::symlink("moved", (path + ".tmp").c_str()), 0);
     };
@@ -301,6 +301,22 @@ TEST_F(SettingsFailure, ToCopyTheAccessListLeavesTheOwnersRights)
     struct stat info = {};
     ASSERT_EQ(::stat(path.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0600u) << "the list may have kept others out";
+}
+
+// A link of another user may have led to them until then.
+TEST_F(SettingsFailure, ToFindTheSettingsUnderTheirNameLeavesTheOwnersRights)
+{
+    ASSERT_EQ(::chmod(path.c_str(), 0644), 0);
+    test::write_file(path + ".tmp", "left");
+    when_one_goes = [this] {
+        EXPECT_EQ(::unlink(path.c_str()), 0);
+        test::write_file(path, "k = other\r\n");
+    };
+    EXPECT_EQ(set(), 0);
+    EXPECT_EQ(test::read_file(path), "a = b\r\nk = new\r\n");
+    struct stat info = {};
+    ASSERT_EQ(::stat(path.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u);
 }
 
 TEST_F(SettingsFailure, ToSetUpANewFileLeavesNone)
