@@ -565,9 +565,9 @@ ZELIEML_API int eml_cf_get_string(const char *key, char *val, unsigned int *leng
  *       "smtp_auth_type". Set the shorter key first.
  * val   the value: no line breaks, and "<key> = <val>" is 1022 bytes at most. Spaces and tabs at
  *       its beginning are lost when it is read.
- * path  the settings file. If it does not exist, it is created with mode 0600, whatever the umask; if
- *       root creates it, it belongs to the owner and group of its directory. chmod it once to share
- *       it with another user's engine.
+ * path  the settings file. If it does not exist, it is created with mode 0600, whatever the umask;
+ *       if root creates it, it belongs to the owner and group of its directory. chmod it once to
+ *       share it with another user's engine.
  *
  * The new settings are written to a new file "<path>.tmp", which then takes the place of the old
  * one and keeps its owner, group, permission bits and access list. If the caller cannot keep the

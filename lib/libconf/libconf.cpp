@@ -133,8 +133,8 @@ public:
 
     void put(char const* text) { put(text, std::strlen(text)); }
 
-    // Leaves the file on the disk. Returns false when anything failed since the first put(), closing
-    // included.
+    // Leaves the file on the disk. Returns false when anything failed since the first put(),
+    // closing included.
     bool close()
     {
         flush();
@@ -231,8 +231,8 @@ unique_fd open_settings(char const* path)
     return above_standard(unique_fd(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC)));
 }
 
-// Makes a file that was not there, for its owner only. Neither a link under that name nor somebody's
-// file is opened.
+// Makes a file that was not there, for its owner only. Neither a link under that name nor
+// somebody's file is opened.
 unique_fd make_file(char const* path)
 {
     constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
@@ -297,8 +297,8 @@ int check_current_file(char const* path)
     return -1;
 }
 
-// Deletes what an earlier call left or somebody put there; of a link itself, not its target. Returns
-// false when it stays: it is a directory with files, or its own directory does not allow it.
+// Deletes what an earlier call left or somebody put there; of a link itself, not its target.
+// Returns false when it stays: it is a directory with files, or the directory does not allow it.
 bool remove_leftover(char const* tmp_path)
 {
     return std::remove(tmp_path) == 0 || errno == ENOENT;
@@ -318,8 +318,8 @@ unique_fd make_tmp(char const* tmp_path)
 }
 
 // Whether the settings were, or may have been, found through a link of somebody who is neither this
-// user nor their owner. He may have let it lead into a folder that is closed to him, and put another
-// file in its place since.
+// user nor their owner. He may have let it lead into a folder that is closed to him, and put
+// another file in its place since.
 bool is_behind_foreign_link(char const* path, struct stat const& settings)
 {
     struct stat named = {};
@@ -331,10 +331,10 @@ bool is_behind_foreign_link(char const* path, struct stat const& settings)
     return !is_itself && !(S_ISLNK(named.st_mode) && is_known);
 }
 
-// Gives the temporary file, while it is empty, the owner and the rights of the settings file. If the
-// group or the access list cannot be kept, only the owner keeps rights: the members of the group are
-// others now, and the list may have kept others out. Returns false when the owner cannot be kept or
-// the rights cannot be set.
+// Gives the temporary file, while it is empty, the owner and the rights of the settings file. If
+// the group or the access list cannot be kept, only the owner keeps rights: the members of the
+// group are others now, and the list may have kept others out. Returns false when the owner cannot
+// be kept or the rights cannot be set.
 bool take_over_rights(int tmp, char const* path, int settings)
 {
     struct stat wanted = {};

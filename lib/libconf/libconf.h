@@ -40,8 +40,8 @@ int conf_get_string(char const* key, char* val, unsigned int* len, char const* p
 //       could not be read back
 // val   without CR and LF; the line made of key and val has at most 1023 characters. Leading blanks
 //       are written but not read back.
-// path  settings file. When there is none, one is created with mode 0600, whatever the umask, and if
-//       root creates it, with owner and group of its directory. A link that leads nowhere is not
+// path  settings file. When there is none, one is created with mode 0600, whatever the umask, and
+//       if root creates it, with owner and group of its directory. A link that leads nowhere is not
 //       followed.
 //
 // Every line that contains the key is replaced; when there is none, a line is added at the end.
@@ -51,16 +51,16 @@ int conf_get_string(char const* key, char* val, unsigned int* len, char const* p
 // and access list of the settings file and is then renamed. If the group or the access list cannot
 // be kept, only the owner keeps his rights. Whatever was left or put there is deleted first; only a
 // directory with files stays, and the call fails. "<path>.bak" is deleted likewise and never
-// written. A symbolic link is replaced by a file; its target stays unchanged. If the link is neither
-// this user's nor of the target's owner, only the owner keeps his rights: the target may have been
-// protected by its directory.
+// written. A symbolic link is replaced by a file; its target stays unchanged. If the link is
+// neither this user's nor of the target's owner, only the owner keeps his rights: the target may
+// have been protected by its directory.
 //
 // Returns 0. Returns -1 when an argument is null or breaks a rule above, a line of the file is
 // overlong, a file cannot be read, written, removed or renamed, the settings file is not a regular
-// file, its owner cannot be kept, or another writer took the temporary file away. The settings file is then unchanged, or was
-// created empty. One exception: when the final renaming failed, only "<path>.tmp" is left, and it
-// is complete. Nothing repairs this: the next call deletes it and begins with an empty file. After
-// other failures "<path>.tmp" may be left too, incomplete.
+// file, its owner cannot be kept, or another writer took the temporary file away. The settings file
+// is then unchanged, or was created empty. One exception: when the final renaming failed, only
+// "<path>.tmp" is left, and it is complete. Nothing repairs this: the next call deletes it and
+// begins with an empty file. After other failures "<path>.tmp" may be left too, incomplete.
 int conf_set_string(char const* key, char const* val, char const* path);
 
 }  // namespace zelieml

@@ -1,7 +1,7 @@
 // socket.h - TCP sockets where the systems differ
 //
-// lib/platform/macos/socket.cpp, lib/platform/linux/socket.cpp; for connect_within and receive_bytes
-// lib/platform/posix/connect.cpp and receive.cpp, the same on both systems.
+// lib/platform/macos/socket.cpp, lib/platform/linux/socket.cpp; for connect_within and
+// receive_bytes lib/platform/posix/connect.cpp and receive.cpp, the same on both systems.
 
 #ifndef ZELIEML_PLATFORM_SOCKET_H
 #define ZELIEML_PLATFORM_SOCKET_H
@@ -45,8 +45,8 @@ ssize_t send_bytes(int fd, void const* data, std::size_t size);
 
 // receive_bytes - receive from a blocking socket
 //
-// Returns the number of bytes received, 0 at the end, or -1 with errno. Waits without limit; signals
-// do not end the wait.
+// Returns the number of bytes received, 0 at the end, or -1 with errno. Waits without limit;
+// signals do not end the wait.
 ssize_t receive_bytes(int fd, void* data, std::size_t size);
 
 // join_small_writes - let the system join small writes into full segments

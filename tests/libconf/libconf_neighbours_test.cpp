@@ -194,7 +194,7 @@ TEST_F(SettingsAmongUsers, AreNotSeenByWhoHoldsAnOldTemporaryFileOpen)
     EXPECT_EQ(test::read_file(path), changed) << "nor can he change them";
 }
 
-// A pipe takes the place of the file and the other way round, also between a look at it and opening.
+// A pipe takes the place of the file and back, also between a look at it and opening.
 TEST_F(SettingsAmongUsers, AreReadWithoutWaitingForAPipe)
 {
     std::string const pipe = dir.file("pipe");
