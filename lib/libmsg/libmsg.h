@@ -170,8 +170,8 @@ void remove_r(char* text);
 // Returns 0.
 int read_msg(std::ifstream& in, _s_msg* msg);
 
-// set_msg - store one line, without its LF: in the field whose key it begins with, else at the end
-// of the body, after a CR LF unless the body is empty. Returns 0.
+// set_msg - store one line, without its LF: as the value of the key that it begins with, else at the
+// end of the body, after a CR LF unless the body is empty. Returns 0.
 int set_msg(std::string const& line, _s_msg* msg);
 
 // set_dat - set field to what follows key in line. Returns 0, or -1 when line is shorter than key.

@@ -20,6 +20,7 @@
 #include "support/unique_fd.h"
 #include "tests/support/files.h"
 #include "tests/support/full_disk.h"
+#include "tests/support/skip.h"
 #include "tests/support/trace_recorder.h"
 
 namespace zelieml
@@ -151,9 +152,7 @@ class SettingsAmongUsersAsRoot : public SettingsAmongUsers
 protected:
     void SetUp() override
     {
-        if (::geteuid() != 0) {
-            GTEST_SKIP() << "needs root: plays several users";
-        }
+        SKIP_UNLESS_ROOT("plays several users");
         SettingsAmongUsers::SetUp();
         give(dir.path(), owner, owner, 0755);
     }
@@ -355,9 +354,8 @@ TEST_F(SettingsAmongUsersAsRoot, KeepOutWhomTheirAccessListKeptOutWhenTheGroupCa
     for (auto const& c : cases) {
         give(path, owner, shared, 0600);
         uid_t const named = c.groups.empty() ? stranger : stranger - 10;
-        if (!set_list(path, own_list, list_for(named, c.allowed))) {
-            GTEST_SKIP() << "needs a file system with access lists";
-        }
+        SKIP_UNLESS(set_list(path, own_list, list_for(named, c.allowed)),
+                    "the file system has no access lists");
         auto const stranger_reads = [&] {
             return as_user(stranger, c.groups, [this] { return can_read(path); });
         };
@@ -381,9 +379,8 @@ TEST_F(SettingsAmongUsersAsRoot, GetNoAccessListFromTheirDirectoryWhenTheirRight
             ASSERT_EQ(::symlink(target.c_str(), path.c_str()), 0);
             ASSERT_EQ(::lchown(path.c_str(), stranger, stranger), 0);
         }
-        if (!set_list(dir.path(), new_files, list_for(stranger))) {
-            GTEST_SKIP() << "needs a file system with access lists";
-        }
+        SKIP_UNLESS(set_list(dir.path(), new_files, list_for(stranger)),
+                    "the file system has no access lists");
         EXPECT_TRUE(linked ? set() == 0 : as_user(owner, {}, [this] { return set() == 0; }));
         EXPECT_EQ(access_list_of(path), "") << linked;
         EXPECT_EQ(status_of(path).st_mode & 07777, 0600u) << linked;
@@ -406,9 +403,7 @@ TEST_F(SettingsAmongUsersAsRoot, KeepTheirAccessList)
 {
     std::string const list = list_for(stranger);
     give(path, owner, owner, 0600);
-    if (!set_list(path, own_list, list)) {
-        GTEST_SKIP() << "needs a file system with access lists";
-    }
+    SKIP_UNLESS(set_list(path, own_list, list), "the file system has no access lists");
     std::string const before = rights_of(path);
     EXPECT_EQ(set(), 0);
     EXPECT_EQ(access_list_of(path), list);
@@ -422,9 +417,8 @@ TEST_F(SettingsAmongUsersAsRoot, KeepTheirAccessList)
 TEST_F(SettingsAmongUsersAsRoot, GetNoAccessListFromTheirDirectory)
 {
     give(path, owner, owner, 0640);
-    if (!set_list(dir.path(), new_files, list_for(stranger))) {
-        GTEST_SKIP() << "needs a file system with access lists";
-    }
+    SKIP_UNLESS(set_list(dir.path(), new_files, list_for(stranger)),
+                "the file system has no access lists");
     auto const stranger_reads = [this] { return can_read(path); };
     for (auto const& write : {0, 1}) {
         EXPECT_TRUE(write == 0 ? set() == 0 : as_user(owner, {}, [this] { return set() == 0; }));
