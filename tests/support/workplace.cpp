@@ -131,14 +131,16 @@ int result_list::note(void* record, void* user)
     eml_cb_get_code(record, &code);
     eml_cb_get_message(record, text, sizeof text);
 
-    auto* const list = static_cast<result_list*>(user);
+    auto* const           list = static_cast<result_list*>(user);
+    std::function<void()> now;
     {
         std::lock_guard<std::mutex> const hold(list->guard_);
+        now = list->action;  // the list may be gone once a test has seen the result
         list->results_.push_back({code, text});
         list->caller_ = this_thread();
         list->changed_.notify_all();
     }
-    if (auto const now = list->action) {
+    if (now) {
         now();
     }
     return 0;
