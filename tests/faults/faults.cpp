@@ -552,8 +552,7 @@ int run_named(scenario const& which, std::string const& text)
 
 int run_faults(std::string const& name, std::string const& what)
 {
-    int  wrong = 0;
-    bool known = false;
+    int wrong = 0;
     for (std::string const& call : unknown_calls()) {
         std::printf("nothing is known of the call %s: see tests/faults/calls.h\n", call.c_str());
         ++wrong;
@@ -562,15 +561,9 @@ int run_faults(std::string const& name, std::string const& what)
         std::printf("%-16s %6s %6s %7s %6s %6s %9s %6s\n", "scenario", "calls", "runs", "seconds",
                     "missed", "again", "unwelcome", "found");
     }
-    for (scenario const& which : scenarios()) {
-        if (name.empty() || name == which.name) {
-            known = true;
-            wrong += what.empty() ? run_scenario(which) : run_named(which, what);
-        }
-    }
-    if (!known) {
-        throw std::invalid_argument("there is no scenario " + name);
-    }
+    wrong += run_scenarios(scenarios(), name, [&](scenario const& which) {
+        return what.empty() ? run_scenario(which) : run_named(which, what);
+    });
     return wrong == 0 ? 0 : 1;
 }
 

@@ -405,20 +405,12 @@ int run_named(scenario const& which, std::string const& text)
 
 int run_kills(std::string const& name, std::string const& what)
 {
-    int  wrong = 0;
-    bool known = false;
     if (what.empty()) {
         std::printf("%-14s %6s %6s %7s %6s\n", "scenario", "calls", "runs", "seconds", "found");
     }
-    for (scenario const& which : scenarios()) {
-        if (name.empty() || name == which.name) {
-            known = true;
-            wrong += what.empty() ? run_scenario(which) : run_named(which, what);
-        }
-    }
-    if (!known) {
-        throw std::invalid_argument("there is no scenario " + name);
-    }
+    int const wrong = run_scenarios(scenarios(), name, [&](scenario const& which) {
+        return what.empty() ? run_scenario(which) : run_named(which, what);
+    });
     return wrong == 0 ? 0 : 1;
 }
 

@@ -7,6 +7,7 @@
 #include <functional>
 #include <map>
 #include <new>
+#include <stdexcept>
 #include <string>
 #include <sys/mman.h>
 #include <system_error>
@@ -41,6 +42,28 @@ struct sighting {
     outcome     told   = {};
     call_record record = {};
 };
+
+// Runs the scenario of this name, or all when it is empty.
+//
+// run  plays one and returns how many faults it found
+//
+// Returns their sum. Throws std::invalid_argument when there is no such scenario.
+template <class Scenarios, class Run>
+int run_scenarios(Scenarios const& scenarios, std::string const& name, Run&& run)
+{
+    int  found = 0;
+    bool known = false;
+    for (auto const& which : scenarios) {
+        if (name.empty() || name == which.name) {
+            known = true;
+            found += run(which);
+        }
+    }
+    if (!known) {
+        throw std::invalid_argument("there is no scenario " + name);
+    }
+    return found;
+}
 
 // Memory that a child shares with its parent.
 template <class T>
