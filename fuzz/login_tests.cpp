@@ -7,10 +7,11 @@
 #include <vector>
 
 #include "fuzz/support/fuzz.h"
-#include "fuzz/support/mail_server.h"
+#include "tests/support/fake_mail_server.h"
 #include "zelieml.h"
 
 namespace fuzz = zelieml::fuzz;
+namespace test = zelieml::test;
 using fuzz::require;
 
 int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
@@ -27,15 +28,15 @@ int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
 
     void* server = nullptr;
     require(server_info_create(&server) == 0, "a server record can be made");
-    server_info_set_pop(server, fuzz::server_name, user.c_str(), password.c_str(),
+    server_info_set_pop(server, test::server_name, user.c_str(), password.c_str(),
                         apop ? "apop" : "pop", 110, -1);
-    server_info_set_smtp(server, fuzz::server_name, user.c_str(), password.c_str(),
+    server_info_set_smtp(server, test::server_name, user.c_str(), password.c_str(),
                          auth ? "on" : "off", 25);
 
     // A reply is never longer than all that the servers say.
     std::vector<char> message(input.rest().size() + 1, '#');
     {
-        fuzz::mail_servers const servers(input.rest());
+        test::fake_mail_servers const servers(test::played_servers(input.rest()));
         eml_send_e const code = smtp ? test_smtp_auth(server, before ? "on" : "off", message.data())
                                      : test_pop_auth(server, message.data());
         require(code == eml_send_ok || code == eml_send_error_other ||
@@ -44,13 +45,13 @@ int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
         require(std::memchr(message.data(), '\0', message.size()) != nullptr,
                 "a message is a string");
 
-        auto const& sent = servers.sent();
+        auto const& sent = servers.record().sent;
         require(sent.size() <= (smtp && before ? 2U : 1U), "each server is asked once");
         if (code == eml_send_ok) {
             require(!sent.empty() && sent.back().back() == "quit\r\n",
                     "a login test ends with QUIT");
         }
-        for (fuzz::sent_strings const& strings : sent) {
+        for (test::sent_strings const& strings : sent) {
             for (std::string const& line : strings) {
                 require(line.size() <= 1023, "a command has at most 1023 bytes");
                 require(!fuzz::begins_with(line, "mail from"), "a login test sends no mail");

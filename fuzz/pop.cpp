@@ -7,9 +7,10 @@
 #include <vector>
 
 #include "fuzz/support/fuzz.h"
-#include "fuzz/support/mail_server.h"
+#include "fuzz/support/mail_text.h"
 #include "libreceive/fetchmail.h"
 #include "libreceive/libreceive.h"
+#include "tests/support/fake_mail_server.h"
 
 using namespace zelieml;
 using fuzz::begins_with;
@@ -19,7 +20,7 @@ namespace
 {
 
 // The login, then STAT, RETR, DELE and QUIT.
-void check_session(fuzz::sent_strings const& sent, bool apop, bool one_mail)
+void check_session(test::sent_strings const& sent, bool apop, bool one_mail)
 {
     std::vector<char const*> steps = {"stat\r\n", "retr ", "dele ", "quit\r\n"};
     if (apop) {
@@ -111,14 +112,14 @@ int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
     std::string const              domains  = input.c_string();
 
     _s_mailserver server;
-    set_pop(&server, fuzz::server_name, "anna", "secret", apop ? "apop" : "pop", 110, 0);
-    fuzz::mail_servers const servers(input.rest());
+    set_pop(&server, test::server_name, "anna", "secret", apop ? "apop" : "pop", 110, 0);
+    test::fake_mail_servers const servers(test::played_servers(input.rest()));
     if (one_mail) {
         receive(server, domains);
     } else {
         fetch_all(server);
     }
-    for (fuzz::sent_strings const& sent : servers.sent()) {
+    for (test::sent_strings const& sent : servers.record().sent) {
         check_session(sent, apop, one_mail);
     }
     return 0;

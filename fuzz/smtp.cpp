@@ -5,11 +5,11 @@
 #include <set>
 
 #include "fuzz/support/fuzz.h"
-#include "fuzz/support/mail_server.h"
 #include "fuzz/support/mail_text.h"
 #include "fuzz/support/scratch.h"
 #include "libsendw/libsendw.h"
 #include "libsendw/pop.h"
+#include "tests/support/fake_mail_server.h"
 
 using namespace zelieml;
 using fuzz::begins_with;
@@ -21,9 +21,9 @@ namespace
 // check_commands - HELO or EHLO, a login, MAIL, RCPT, DATA, in this order
 //
 // Returns how many of the strings these are.
-std::size_t check_commands(fuzz::sent_strings const& sent)
+std::size_t check_commands(test::sent_strings const& sent)
 {
-    std::string const     hello = std::string(" ") + fuzz::greeting_name + "\r\n";
+    std::string const     hello = std::string(" ") + test::greeting_name + "\r\n";
     std::size_t           i     = 0;
     std::set<std::string> recipients;
     if (i < sent.size()) {
@@ -57,7 +57,7 @@ std::size_t check_commands(fuzz::sent_strings const& sent)
 // check_smtp - the commands, then the text and its end mark, then QUIT
 //
 // Returns whether the client has sent QUIT.
-bool check_smtp(fuzz::sent_strings const& sent)
+bool check_smtp(test::sent_strings const& sent)
 {
     std::string text;
     bool        ended = false;
@@ -77,7 +77,7 @@ bool check_smtp(fuzz::sent_strings const& sent)
 }
 
 // check_pop - USER and PASS or APOP, then QUIT
-void check_pop(fuzz::sent_strings const& sent)
+void check_pop(test::sent_strings const& sent)
 {
     bool const apop = begins_with(sent[0], "apop ");
     for (std::size_t i = 0; i < sent.size(); ++i) {
@@ -108,12 +108,12 @@ int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
     settings.write(input.field());
     file.write(input.field());
 
-    fuzz::mail_servers const servers(input.rest());
-    std::string              reply  = "unchanged";
-    int const                result = isendw().send(file.path(), settings.path(), reply);
+    test::fake_mail_servers const servers(test::played_servers(input.rest()));
+    std::string                   reply  = "unchanged";
+    int const                     result = isendw().send(file.path(), settings.path(), reply);
     require(results.count(result) == 1, "a result is one of those that exist");
 
-    auto const& sent = servers.sent();
+    auto const& sent = servers.record().sent;
     require(sent.size() <= 2, "there are at most two connections");
     bool const pop = !sent.empty() && !sent[0].empty() &&
                      (begins_with(sent[0][0], "user ") || begins_with(sent[0][0], "apop "));

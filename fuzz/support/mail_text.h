@@ -1,4 +1,4 @@
-// mail_text.h - what holds for the text of every mail
+// mail_text.h - what holds for the text of every mail, and for every command
 
 #ifndef ZELIEML_FUZZ_SUPPORT_MAIL_TEXT_H
 #define ZELIEML_FUZZ_SUPPORT_MAIL_TEXT_H
@@ -15,6 +15,10 @@ constexpr char end_of_mail[] = "\r\n.\r\n";
 //
 // text  the text, without its end mark
 bool ends_only_at_its_end(std::string const& text);
+
+// require_command_line - what was sent is one command line: up to 1023 bytes, with one LF, at its
+// end, after a CR
+void require_command_line(std::string const& sent);
 
 }  // namespace zelieml::fuzz
 
