@@ -1,0 +1,499 @@
+#include "tests/libsendw/send_model.h"
+
+#include <arpa/inet.h>
+#include <cstdlib>
+#include <gtest/gtest.h>
+#include <limits>
+#include <memory>
+
+#include "libcryptw/libcryptw.h"
+#include "tests/libbase64/base64_model.h"
+#include "tests/libmsg/message_model.h"
+#include "tests/libsendw/compose_model.h"
+
+namespace zelieml::test
+{
+
+namespace
+{
+
+constexpr std::size_t longest_command   = 1023;
+constexpr std::size_t largest_piece     = 1023;
+constexpr int         attempts_to_read  = 3001;
+constexpr std::size_t place_after_code  = 3;
+constexpr std::size_t longest_hmac_key  = 64;
+constexpr int         microseconds_each = 1000;  // of a millisecond
+
+bool contains(std::string const& text, std::string const& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+// atoi; the smallest or largest int for a number out of range.
+int number_in(std::string const& text)
+{
+    std::size_t at = text.find_first_not_of(" \t\n\v\f\r");
+    at             = at == std::string::npos ? text.size() : at;
+    bool minus     = false;
+    if (at < text.size() && (text[at] == '-' || text[at] == '+')) {
+        minus = text[at] == '-';
+        ++at;
+    }
+    double number = 0;
+    for (; at < text.size() && text[at] >= '0' && text[at] <= '9'; ++at) {
+        number = number * 10 + (text[at] - '0');
+    }
+    number = minus ? -number : number;
+    if (number > std::numeric_limits<int>::max()) {
+        return std::numeric_limits<int>::max();
+    }
+    if (number < std::numeric_limits<int>::min()) {
+        return std::numeric_limits<int>::min();
+    }
+    return static_cast<int>(number);
+}
+
+unsigned char const* bytes_of(std::string const& text)
+{
+    return reinterpret_cast<unsigned char const*>(text.data());
+}
+
+std::string md5(std::string const& text)
+{
+    unsigned char* const digest = icryptw().md5(bytes_of(text), text.size());
+    std::string const    bytes(reinterpret_cast<char const*>(digest), 16);
+    icryptw().free(digest);
+    return bytes;
+}
+
+// RFC 2104
+std::string hmac_md5(std::string key, std::string const& text)
+{
+    if (key.size() > longest_hmac_key) {
+        key = md5(key);
+    }
+    key.resize(longest_hmac_key, '\0');
+    std::string inner, outer;
+    for (char const c : key) {
+        inner += static_cast<char>(c ^ 0x36);
+        outer += static_cast<char>(c ^ 0x5c);
+    }
+    return md5(outer + md5(inner + text));
+}
+
+std::string lower_case_hex(std::string const& bytes)
+{
+    std::string const digits = "0123456789abcdef";
+    std::string       text;
+    for (char const byte : bytes) {
+        text += digits[static_cast<unsigned char>(byte) / 16];
+        text += digits[static_cast<unsigned char>(byte) % 16];
+    }
+    return text;
+}
+
+struct account {
+    std::string user;
+    std::string password;
+};
+
+// The client's side of one connection.
+class connection
+{
+public:
+    connection(played_server const& server, server_record& record)
+        : server_(server), record_(record)
+    {
+        record_.sent.emplace_back();
+        server_speaks();
+    }
+
+    bool write(std::string const& bytes)
+    {
+        if (bytes.empty()) {
+            return true;
+        }
+        if (server_gone_) {
+            return false;
+        }
+        record_.sent.back().push_back(bytes);
+        return true;
+    }
+
+    bool write_command(std::string const& line)
+    {
+        return line.size() <= longest_command && write(line);
+    }
+
+    // line  receives what came of it, also on failure
+    bool read_line(std::string& line)
+    {
+        line.clear();
+        for (;;) {
+            if (!something_arrives()) {
+                return false;
+            }
+            std::string       piece = arrived_.substr(0, largest_piece);
+            std::size_t const lf    = piece.find('\n');
+            if (lf != std::string::npos) {
+                piece.resize(lf + 1);
+            }
+            arrived_.erase(0, piece.size());
+            line += piece.substr(0, piece.find('\0'));
+            if (lf != std::string::npos) {
+                return true;
+            }
+        }
+    }
+
+private:
+    bool something_arrives()
+    {
+        for (int attempt = 0; attempt < attempts_to_read; ++attempt) {
+            if (!arrived_.empty()) {
+                return true;
+            }
+            if (server_gone_) {
+                return false;
+            }
+            ++record_.waits;
+            if (next_ == server_.pieces.size() && server_.end != server_end::is_silent) {
+                server_gone_ = true;
+            }
+            server_speaks();
+        }
+        return false;
+    }
+
+    void server_speaks()
+    {
+        if (next_ < server_.pieces.size()) {
+            arrived_ += server_.pieces[next_];
+            ++next_;
+        }
+        if (next_ == server_.pieces.size() && server_.end == server_end::hangs_up) {
+            server_gone_ = true;
+        }
+    }
+
+    played_server const& server_;
+    server_record&       record_;
+    std::size_t          next_ = 0;
+    std::string          arrived_;
+    bool                 server_gone_ = false;
+};
+
+class model
+{
+public:
+    model(send_room const& room, std::string const& reply) : room_(room) { outcome_.reply = reply; }
+
+    send_outcome send()
+    {
+        outcome_.result = steps();
+        return outcome_;
+    }
+
+private:
+    int steps()
+    {
+        if (setting("pop_before_smtp") == "yes") {
+            int const failure = pop_step();
+            if (failure != 0) {
+                return failure;
+            }
+        }
+        auto const host = setting("smtp_server");
+        auto const port = setting("smtp_port");
+        if (!host || !port) {
+            return 1000;
+        }
+        std::string reply;
+        auto        server = connect(*host, *port);
+        if (!server || !reply_has(*server, reply, {"220"})) {
+            return 1001;
+        }
+        int const result = smtp_session(*server, reply);
+        outcome_.reply   = reply;
+        return result;
+    }
+
+    // POP before SMTP.
+
+    int pop_step()
+    {
+        auto const host = setting("pop_server");
+        auto const port = setting("pop_port");
+        if (!host || !port) {
+            return 100;
+        }
+        auto const login = read_account("pop_account", "pop_passwd");
+        if (!login) {
+            return 100;
+        }
+        outcome_.reply.clear();
+        auto server = connect(*host, *port);
+        if (!server || !server->read_line(outcome_.reply)) {
+            return 2002;
+        }
+        if (setting("pop_auth_type") == "apop") {
+            std::string const& greeting = outcome_.reply;
+            std::size_t const  start    = greeting.find('<');
+            std::size_t const  end      = greeting.find('>');
+            if (start == std::string::npos || end == std::string::npos || end < start) {
+                return 2006;
+            }
+            std::string const stamp = greeting.substr(start, end - start + 1);
+            if (!pop_command(*server, "apop " + login->user + " " +
+                                          lower_case_hex(md5(stamp + login->password)))) {
+                return 2006;
+            }
+        } else {
+            if (!pop_command(*server, "user " + login->user)) {
+                return 2004;
+            }
+            if (!pop_command(*server, "pass " + login->password)) {
+                return 2005;
+            }
+        }
+        if (!server->write_command("quit\r\n") || !server->read_line(outcome_.reply)) {
+            return 100;
+        }
+        std::int64_t const wait = number_in(setting("pop_wait_time").value_or("0"));
+        outcome_.record.sleeps.push_back(wait * microseconds_each);
+        return 0;
+    }
+
+    bool pop_command(connection& server, std::string const& command)
+    {
+        return server.write_command(command + "\r\n") && server.read_line(outcome_.reply) &&
+               !contains(outcome_.reply, "-ERR") && !contains(outcome_.reply, "-err") &&
+               !contains(outcome_.reply, "error");
+    }
+
+    // SMTP. The reply is all lines of the last one, as far as they came.
+
+    int smtp_session(connection& server, std::string& reply)
+    {
+        if (setting("smtp_auth") == "yes") {
+            if (!ehlo_and_login(server, reply)) {
+                return 1004;
+            }
+        } else if (!command(server, reply, "helo " + room_.greeting_name, {"250"})) {
+            return 1003;
+        }
+        if (!mail(server, reply)) {
+            return 1005;
+        }
+        return command(server, reply, "quit", {"221"}) ? 0 : 1006;
+    }
+
+    bool ehlo_and_login(connection& server, std::string& reply)
+    {
+        auto const login = read_account("smtp_account", "smtp_passwd");
+        if (!login) {
+            return false;
+        }
+        if (!server.write_command("ehlo " + room_.greeting_name + "\r\n")) {
+            return false;
+        }
+        std::vector<std::string> lines;
+        if (!read_reply(server, reply, lines) || !contains(lines.back(), "250")) {
+            return false;
+        }
+        std::string offer;
+        for (std::size_t i = 0; i < lines.size() && offer.empty(); ++i) {
+            offer = contains(lines[i], "AUTH") ? lines[i] : "";
+        }
+        std::string const type   = setting("smtp_auth_type").value_or("auto");
+        bool const        choose = contains(type, "auto");
+        if (choose ? contains(offer, "CRAM-MD5") : contains(type, "cram-md5")) {
+            return cram_md5(server, reply, *login);
+        }
+        if (choose ? contains(offer, "LOGIN") : contains(type, "login")) {
+            return command(server, reply, "AUTH LOGIN", {"334"}) &&
+                   command(server, reply, model_encode(login->user, false), {"334"}) &&
+                   command(server, reply, model_encode(login->password, false), {"235"});
+        }
+        std::string response = "^" + login->user + "^" + login->password;
+        for (char& c : response) {
+            c = c == '^' ? '\0' : c;
+        }
+        return command(server, reply, "AUTH PLAIN " + model_encode(response, false), {"235"});
+    }
+
+    bool cram_md5(connection& server, std::string& reply, account const& login)
+    {
+        std::vector<std::string> lines;
+        if (!server.write_command("AUTH CRAM-MD5\r\n") || !read_reply(server, reply, lines) ||
+            !contains(lines.back(), "334")) {
+            return false;
+        }
+        std::string const& last = lines.back();
+        std::string        challenge;
+        if (!model_decode(last.substr(last.find(' ') + 1), challenge)) {
+            return false;
+        }
+        challenge = challenge.substr(0, challenge.find('\0'));
+        std::string const response =
+            login.user + " " + lower_case_hex(hmac_md5(login.password, challenge));
+        return command(server, reply, model_encode(response, false), {"235"});
+    }
+
+    bool mail(connection& server, std::string& reply)
+    {
+        if (!room_.message) {
+            return false;
+        }
+        message m = message_of(*room_.message);
+        auto const& [encoding, from, to, cc, subject, replyto, messageid] = m.header;
+        if (!command(server, reply, "mail from: <" + replyto + ">", {"250"})) {
+            return false;
+        }
+        std::string const recipients = cc.empty() ? to : to + "," + cc;
+        if (recipients.empty()) {
+            return false;
+        }
+        std::vector<std::string> named;
+        for (std::string const& address : model_addresses(recipients)) {
+            bool known = false;
+            for (std::string const& earlier : named) {
+                known = known || earlier == address;
+            }
+            if (known) {
+                continue;
+            }
+            named.push_back(address);
+            if (!command(server, reply, "rcpt to: <" + address + ">", {"250"})) {
+                return false;
+            }
+        }
+        if (!command(server, reply, "data", {"354", "250"})) {
+            return false;
+        }
+        for (std::string const& piece : model_mail(m, room_.settings, room_.date)) {
+            if (!server.write(piece)) {
+                return false;
+            }
+        }
+        return command(server, reply, "\r\n.", {"250"});
+    }
+
+    // Whether one of the codes is somewhere in the last line of the reply.
+    static bool command(connection& server, std::string& reply, std::string const& line,
+                        std::vector<std::string> const& codes)
+    {
+        return server.write_command(line + "\r\n") && reply_has(server, reply, codes);
+    }
+
+    static bool reply_has(connection& server, std::string& reply,
+                          std::vector<std::string> const& codes)
+    {
+        std::vector<std::string> lines;
+        if (!read_reply(server, reply, lines)) {
+            return false;
+        }
+        bool found = false;
+        for (std::string const& code : codes) {
+            found = found || contains(lines.back(), code);
+        }
+        return found;
+    }
+
+    static bool read_reply(connection& server, std::string& reply, std::vector<std::string>& lines)
+    {
+        reply.clear();
+        for (;;) {
+            std::string line;
+            if (!server.read_line(line)) {
+                return false;
+            }
+            reply += line;
+            lines.push_back(line);
+            if (line.size() > place_after_code && line[place_after_code] == ' ') {
+                return true;
+            }
+        }
+    }
+
+    // Both.
+
+    std::optional<std::string> setting(std::string const& key) const
+    {
+        return model_setting(room_.settings, key);
+    }
+
+    std::optional<account> read_account(std::string const& user_key,
+                                        std::string const& password_key) const
+    {
+        auto const user     = setting(user_key);
+        auto const password = setting(password_key);
+        if (!user || !password) {
+            return {};
+        }
+        if (setting("passwd_raw").value_or("no") != "no") {
+            return account{*user, *password};
+        }
+        std::string          stored = *password;
+        unsigned char* const clear =
+            icryptw().decrypt_passwd(reinterpret_cast<unsigned char*>(&stored[0]));
+        if (clear == nullptr) {
+            return {};
+        }
+        account const read = {*user, reinterpret_cast<char const*>(clear)};
+        icryptw().decrypt_free_passwd(clear);
+        return read;
+    }
+
+    std::optional<connection> connect(std::string const& host, std::string const& port)
+    {
+        // An IPv4 address, in any of its forms, or one of the two hosts that are found.
+        bool const      known   = host == server_name || host == client_name;
+        char const*     its     = host == server_name ? server_address : client_address;
+        in_addr_t const address = ::inet_addr(known ? its : host.c_str());
+        if (address == INADDR_NONE) {
+            return {};
+        }
+        server_record& record = outcome_.record;
+        record.peers.push_back({address, static_cast<std::uint16_t>(number_in(port))});
+        if (record.sent.size() == room_.servers.size()) {
+            return {};
+        }
+        return connection(room_.servers[record.sent.size()], record);
+    }
+
+    send_room const& room_;
+    send_outcome     outcome_;
+};
+
+}  // namespace
+
+bool operator==(send_outcome const& a, send_outcome const& b)
+{
+    return a.result == b.result && a.reply == b.reply && a.record == b.record;
+}
+
+void PrintTo(send_outcome const& outcome, std::ostream* out)
+{
+    *out << outcome.result << ", reply " << testing::PrintToString(outcome.reply);
+    for (played_peer const& peer : outcome.record.peers) {
+        *out << "\n  connects to " << peer.address << ", port " << peer.port;
+    }
+    for (sent_strings const& sent : outcome.record.sent) {
+        *out << "\n  sends";
+        for (std::string const& bytes : sent) {
+            *out << "\n    " << testing::PrintToString(bytes);
+        }
+    }
+    for (std::int64_t const us : outcome.record.sleeps) {
+        *out << "\n  sleeps " << us << " us";
+    }
+    *out << "\n  waits " << outcome.record.waits << " times for a server";
+}
+
+send_outcome model_send(send_room const& room, std::string const& reply)
+{
+    return model(room, reply).send();
+}
+
+}  // namespace zelieml::test
