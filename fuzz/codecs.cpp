@@ -6,9 +6,11 @@
 #include <memory>
 
 #include "fuzz/support/fuzz.h"
+#include "fuzz/support/scarce_memory.h"
 #include "libbase64/libbase64.h"
 #include "libcryptw/libcryptw.h"
 #include "libetc/libetc.h"
+#include "tests/libbase64/base64_model.h"
 
 using namespace zelieml;
 using fuzz::require;
@@ -39,44 +41,13 @@ std::unique_ptr<unsigned char[]> exact_copy(std::string const& text)
     return copy;
 }
 
-// The decoder's rules as libbase64.h states them. False when the text is refused.
-bool model_decode(std::string text, std::string& bytes)
-{
-    std::string const alphabet =
-        "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/=";
-    bytes.clear();
-    for (;;) {
-        for (int i = 0; i < 2 && text.size() >= 4 && (text[0] == '\r' || text[0] == '\n'); ++i) {
-            text.erase(0, 1);
-        }
-        if (text.size() < 4) {
-            return true;
-        }
-        std::size_t value[4];
-        for (std::size_t i = 0; i < 4; ++i) {
-            value[i] = alphabet.find(text[i]);
-            if (value[i] == std::string::npos) {
-                return false;
-            }
-        }
-        bytes += static_cast<char>(value[0] << 2 | value[1] >> 4);
-        if (text[2] != '=') {
-            bytes += static_cast<char>(value[1] << 4 | value[2] >> 2);
-        }
-        if (text[3] != '=') {
-            bytes += static_cast<char>(value[2] << 6 | value[3]);
-        }
-        text.erase(0, 4);
-    }
-}
-
 void decode(std::string const& text)
 {
     auto const          copy   = exact_copy(text);
     int                 length = -1;
     base64_buffer const decoded(base64_decode_ex(copy.get(), length_of(text), &length));
     std::string         bytes;
-    bool const          accepted = model_decode(text, bytes);
+    bool const          accepted = test::model_decode(text, bytes);
     require((decoded != nullptr) == accepted, "text is decoded or refused as the rules say");
     if (!accepted) {
         require(length == -1, "a refused text leaves the length alone");
@@ -94,18 +65,7 @@ void encode(std::string const& bytes, bool line_breaks)
     base64_buffer const encoded(base64_encode(copy.get(), length_of(bytes), line_breaks));
     require(encoded != nullptr, "any bytes can be encoded");
     std::string const text = text_at(encoded.get());
-
-    std::string characters;
-    for (std::size_t start = 0; start < text.size();) {
-        std::size_t const end  = line_breaks ? text.find("\r\n", start) : std::string::npos;
-        std::string const line = text.substr(start, end == std::string::npos ? end : end - start);
-        require(!line_breaks || line.size() <= 76, "a line has at most 76 characters");
-        require(end == std::string::npos || line.size() == 76, "only a full line is ended");
-        characters += line;
-        start += end == std::string::npos ? line.size() : line.size() + 2;
-    }
-    require(characters.size() == (bytes.size() + 2) / 3 * 4, "three bytes are four characters");
-    require(characters.find_first_of("\r\n") == std::string::npos, "there is no other line break");
+    require(text == test::model_encode(bytes, line_breaks), "bytes are encoded as the rules say");
 
     int                 length = -1;
     base64_buffer const decoded(base64_decode_ex(encoded.get(), length_of(text), &length));
@@ -175,6 +135,27 @@ void passwords(std::string const& bytes)
     crypt.free(digest);
 }
 
+// What there is no memory for is null.
+void with_little_memory(fuzz::memory_choice choice, std::string const& bytes)
+{
+    using fuzz::memory_result;
+    base64_buffer text;
+    memory_result memory = fuzz::with_memory(
+        choice, [&] { text.reset(base64_encode(bytes_of(bytes), length_of(bytes), true)); });
+    require(text != nullptr ? text_at(text.get()) == test::model_encode(bytes, true)
+                            : memory != memory_result::sufficed,
+            "bytes are encoded as the rules say, or not at all");
+
+    std::string const password = bytes.c_str();
+    unsigned char*    stored   = nullptr;
+    memory =
+        fuzz::with_memory(choice, [&] { stored = icryptw().encrypt_passwd(bytes_of(password)); });
+    require(stored != nullptr ? std::strlen(text_at(stored)) == 2 * password.size()
+                              : password.empty() || memory != memory_result::sufficed,
+            "a password is stored as a whole, or not at all");
+    icryptw().encrypt_free_passwd(stored);
+}
+
 }  // namespace
 
 int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
@@ -187,6 +168,7 @@ int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
         break;
     case 'p':
         passwords(input.rest());
+        with_little_memory(input.memory(), input.rest());
         break;
     default:
         encode(input.rest(), false);

@@ -1,15 +1,19 @@
 // compose.cpp - composing mails from message files
 //
-// The input is a byte, whether the settings want an encoded subject, and a message file.
+// The input is a byte, whether the settings want an encoded subject, and a message file. The mail is
+// compared with a model, and decoded.
 
 #include <vector>
 
 #include "fuzz/support/fuzz.h"
 #include "fuzz/support/mail_text.h"
+#include "fuzz/support/scarce_memory.h"
 #include "fuzz/support/scratch.h"
 #include "libbase64/libbase64.h"
 #include "libmsg/libmsg.h"
 #include "libsendw/smtpmsg.h"
+#include "libtimew/libtimew.h"
+#include "tests/libsendw/compose_model.h"
 
 using namespace zelieml;
 using fuzz::require;
@@ -70,35 +74,8 @@ void check_jis_body(std::string const& body, std::string const& before)
     require(original == lone_breaks_mended, "an ISO-2022-JP body says what was in the message");
 }
 
-}  // namespace
-
-int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
+void check_headers(std::vector<std::string> const& pieces, std::size_t headers)
 {
-    fuzz::no_descriptor_left const guard;
-    fuzz::input                    input(data, size);
-    fuzz::scratch_file const       settings("zelismes.cf");
-    fuzz::scratch_file const       file("mail.sme");
-    bool const                     encoded_subject = input.byte() % 2 == 1;
-    settings.write(std::string("subject_use_encoding = ") + (encoded_subject ? "yes" : "no") +
-                   "\r\n");
-    file.write(input.rest());
-
-    void*                loaded = nullptr;
-    int const            result = msg_load(&loaded, file.path());
-    message_holder const msg(loaded);
-    require(result == 0, "a message file can be loaded");
-    std::string const before = msg_get_body(msg.get());
-    bool const        jis    = msg_get_encoding(msg.get()) == "ISO-2022-JP";
-
-    std::vector<std::string> pieces = {"what was there before"};
-    require(smtpmsg_create_multiline(msg.get(), pieces, settings.path()) == 0,
-            "any message can be composed");
-    require(fuzz::ends_only_at_its_end(joined(pieces)), "no text ends a mail early");
-
-    std::size_t const headers =
-        8U + (msg_cc_exist(msg.get()) ? 1U : 0U) + (msg_messageid_exist(msg.get()) ? 1U : 0U);
-    require(pieces.size() == headers + 2 && pieces[headers] == "\r\n",
-            "a mail is its headers, an empty line and its body");
     for (std::size_t i = 0; i < headers; ++i) {
         std::string const& header = pieces[i];
         for (std::size_t lf = header.find('\n'); lf != std::string::npos;
@@ -110,7 +87,55 @@ int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
         // To without an address is left out.
         require(header.empty() || header.back() == '\n', "a header ends");
     }
-    if (jis) {
+}
+
+}  // namespace
+
+int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
+{
+    fuzz::no_descriptor_left const guard;
+    fuzz::input                    input(data, size);
+    fuzz::scratch_file const       settings("zelismes.cf");
+    fuzz::scratch_file const       file("mail.sme");
+    bool const                     encoded_subject = input.byte() % 2 == 1;
+    std::string const              lines =
+        std::string("subject_use_encoding = ") + (encoded_subject ? "yes" : "no") + "\r\n";
+    settings.write(lines);
+    file.write(input.rest());
+
+    void*                loaded = nullptr;
+    int const            result = msg_load(&loaded, file.path());
+    message_holder const msg(loaded);
+    require(result == 0, "a message file can be loaded");
+    test::message     m      = test::get_all(msg.get());
+    std::string const before = m.body;
+    std::string const date   = itimew().get_format_date();
+
+    std::vector<std::string>  pieces   = {"what was there before"};
+    int                       composed = 0;
+    fuzz::memory_result const memory   = fuzz::with_memory(input.memory(), [&] {
+        composed = smtpmsg_create_multiline(msg.get(), pieces, settings.path());
+    });
+    require(composed == 0, "any message can be composed");
+    // Without its buffer an ISO-2022-JP body keeps its dots.
+    if (input.memory().what != fuzz::memory_choice::no_buffers) {
+        require(fuzz::ends_only_at_its_end(joined(pieces)), "no text ends a mail early");
+    }
+    if (memory == fuzz::memory_result::threw) {
+        return 0;
+    }
+
+    std::size_t const headers =
+        8U + (m.header[3].empty() ? 0U : 1U) + (m.header[6].empty() ? 0U : 1U);
+    require(pieces.size() == headers + 2 && pieces[headers] == "\r\n",
+            "a mail is its headers, an empty line and its body");
+    check_headers(pieces, headers);
+    if (memory == fuzz::memory_result::ran_out) {
+        return 0;
+    }
+    require(pieces == test::model_mail(m, lines, date), "a mail is composed as the model says");
+    require(test::get_all(msg.get()) == m, "the record holds what the model says");
+    if (m.header[0] == "ISO-2022-JP") {
         check_jis_body(pieces.back(), before);
     } else {
         check_utf8_body(pieces.back(), before);

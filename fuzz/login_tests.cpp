@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "fuzz/support/fuzz.h"
+#include "fuzz/support/scarce_memory.h"
 #include "tests/support/fake_mail_server.h"
 #include "zelieml.h"
 
@@ -37,12 +38,17 @@ int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
     std::vector<char> message(input.rest().size() + 1, '#');
     {
         test::fake_mail_servers const servers(test::played_servers(input.rest()));
-        eml_send_e const code = smtp ? test_smtp_auth(server, before ? "on" : "off", message.data())
-                                     : test_pop_auth(server, message.data());
+        eml_send_e                    code   = eml_send_ok;
+        auto const                    memory = fuzz::with_memory(input.memory(), [&] {
+            code = smtp ? test_smtp_auth(server, before ? "on" : "off", message.data())
+                                           : test_pop_auth(server, message.data());
+        });
+        require(memory != fuzz::memory_result::threw, "nothing is thrown to a caller in C");
         require(code == eml_send_ok || code == eml_send_error_other ||
                     code == eml_send_error_connection || code == eml_send_error_auth,
                 "a result is one of the four codes");
-        require(std::memchr(message.data(), '\0', message.size()) != nullptr,
+        require(memory == fuzz::memory_result::ran_out ||
+                    std::memchr(message.data(), '\0', message.size()) != nullptr,
                 "a message is a string");
 
         auto const& sent = servers.record().sent;

@@ -3,6 +3,7 @@
 // The input is a message file, or, after the byte 's', the fields for the setters.
 
 #include "fuzz/support/fuzz.h"
+#include "fuzz/support/scarce_memory.h"
 #include "fuzz/support/scratch.h"
 #include "libmsg/libmsg.h"
 #include "tests/libmsg/message_model.h"
@@ -71,6 +72,30 @@ void read_body(void* msg)
             "a buffer that is too short is left alone");
 }
 
+// A message is loaded and saved as a whole, or the caller is told; only lines that there is no
+// memory for may be missing in the file.
+void load_and_save_with(fuzz::memory_choice choice, fuzz::scratch_file const& file)
+{
+    test::message const model  = test::message_of(file.read());
+    void*               loaded = nullptr;
+    int                 load   = -1;
+    fuzz::memory_result memory =
+        fuzz::with_memory(choice, [&] { load = msg_load(&loaded, file.path()); });
+    message_holder const msg(loaded);
+    bool const           threw = memory == fuzz::memory_result::threw;
+    require(load == 0 || memory != fuzz::memory_result::sufficed, "a message file can be loaded");
+    require(threw || load != 0 || test::get_all(msg.get()) == model,
+            "a message is loaded as the model says, or not at all");
+
+    if (load == 0) {
+        int save = -1;
+        memory   = fuzz::with_memory(choice, [&] { save = msg_save(msg.get(), file.path()); });
+        require(save == 0 || memory != fuzz::memory_result::sufficed, "a message can be saved");
+        require(memory != fuzz::memory_result::sufficed || file.read() == test::file_of(model),
+                "a message is saved as the model says");
+    }
+}
+
 }  // namespace
 
 int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
@@ -91,5 +116,6 @@ int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
     }
     read_body(msg.get());
     save_and_load(msg.get(), file);
+    load_and_save_with(input.memory(), file);
     return 0;
 }

@@ -8,6 +8,7 @@
 
 #include "fuzz/support/fuzz.h"
 #include "fuzz/support/mail_text.h"
+#include "fuzz/support/scarce_memory.h"
 #include "libreceive/fetchmail.h"
 #include "libreceive/libreceive.h"
 #include "tests/support/fake_mail_server.h"
@@ -80,24 +81,28 @@ void check_list(_s_receive_msg& list)
             "there is no mail after the last one");
 }
 
-void receive(_s_mailserver& server, std::string const& domains)
+void receive(_s_mailserver& server, std::string const& domains, fuzz::memory_choice choice)
 {
     _s_receive_msg list;
-    list.count       = 1;
-    list.from        = {"From: before"};
-    list.subject     = {"Subject: before"};
-    int const result = receive_mails(&server, &list, domains.c_str());
+    list.count   = 1;
+    list.from    = {"From: before"};
+    list.subject = {"Subject: before"};
+    int result   = -1;
+    fuzz::with_memory(choice, [&] { result = receive_mails(&server, &list, domains.c_str()); });
     require(result == 0 || (result == -1 && list.count == 0), "a failure leaves the list empty");
     check_list(list);
 }
 
-void fetch_all(_s_mailserver const& server)
+void fetch_all(_s_mailserver const& server, fuzz::memory_choice choice)
 {
     std::vector<std::string> from, subject;
     std::string              reply;
-    int const                result = fetchmail_get_mails(server, from, subject, reply);
+    int                      result = -1;
+    auto const               memory = fuzz::with_memory(
+                      choice, [&] { result = fetchmail_get_mails(server, from, subject, reply); });
     require(result == 0 || result == -1, "fetching fails or does not");
-    require(from.size() == subject.size(), "every mail has a sender and a subject");
+    require(from.size() == subject.size() || memory == fuzz::memory_result::threw,
+            "every mail has a sender and a subject");
 }
 
 }  // namespace
@@ -115,9 +120,9 @@ int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
     set_pop(&server, test::server_name, "anna", "secret", apop ? "apop" : "pop", 110, 0);
     test::fake_mail_servers const servers(test::played_servers(input.rest()));
     if (one_mail) {
-        receive(server, domains);
+        receive(server, domains, input.memory());
     } else {
-        fetch_all(server);
+        fetch_all(server, input.memory());
     }
     for (test::sent_strings const& sent : servers.record().sent) {
         check_session(sent, apop, one_mail);

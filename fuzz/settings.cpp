@@ -4,6 +4,7 @@
 // 's', a key and a value.
 
 #include "fuzz/support/fuzz.h"
+#include "fuzz/support/scarce_memory.h"
 #include "fuzz/support/scratch.h"
 #include "libconf/libconf.h"
 #include "tests/libconf/settings_model.h"
@@ -25,18 +26,30 @@ void get(fuzz::input& input, fuzz::scratch_file const& settings, std::string con
     std::string const before(size, '#');
     std::string       buffer = before;
     auto              length = static_cast<unsigned int>(size);
-    int const         result = conf_get_string(key.c_str(), &buffer[0], &length, settings.path());
-    require(test::reading{result, length, buffer} == test::model_get(model, key, before),
+    int               result = -1;
+    auto const        memory = fuzz::with_memory(input.memory(), [&] {
+        result = conf_get_string(key.c_str(), &buffer[0], &length, settings.path());
+    });
+    require(test::reading{result, length, buffer} == test::model_get(model, key, before) ||
+                (memory != fuzz::memory_result::sufficed && result == -1),
             "a setting is read as the model says");
 }
 
 void set(fuzz::input& input, fuzz::scratch_file const& settings, std::string& model)
 {
-    std::string const key   = input.c_string();
-    std::string const value = input.c_string();
-    bool const        done  = test::model_set(model, key, value);
-    require(conf_set_string(key.c_str(), value.c_str(), settings.path()) == (done ? 0 : -1),
-            "a setting is written or refused as the model says");
+    std::string const key    = input.c_string();
+    std::string const value  = input.c_string();
+    std::string const before = model;
+    bool const        done   = test::model_set(model, key, value);
+    int               result = -1;
+    auto const        memory = fuzz::with_memory(input.memory(), [&] {
+        result = conf_set_string(key.c_str(), value.c_str(), settings.path());
+    });
+    if (memory != fuzz::memory_result::sufficed && result == -1) {
+        model = before;
+    } else {
+        require(result == (done ? 0 : -1), "a setting is written or refused as the model says");
+    }
     require(settings.read() == model, "the file becomes what the model says");
 }
 

@@ -35,6 +35,16 @@ bool begins_with(std::string const& text, char const* start)
     return text.rfind(start, 0) == 0;
 }
 
+input::input(std::uint8_t const* data, std::size_t size)
+    : rest_(reinterpret_cast<char const*>(data), size)
+{
+    if (size >= 4 && data[size - 4] == field_separator && data[size - 3] == 'm') {
+        int const first = data[size - 2];
+        memory_ = {static_cast<memory_choice::kind>(first % 4), first / 4 * 256 + data[size - 1]};
+        rest_.resize(size - 4);
+    }
+}
+
 unsigned char input::byte()
 {
     if (rest_.empty()) {

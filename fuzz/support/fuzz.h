@@ -28,14 +28,29 @@ void require(bool holds, char const* rule);
 // begins_with - whether a string begins with another
 bool begins_with(std::string const& text, char const* start);
 
+// What memory there is for a run.
+struct memory_choice {
+    enum kind {
+        enough,
+        one_object_less,  // one request of operator new fails
+        no_objects,       // all fail
+        no_buffers        // all requests for the library's buffers fail (support/heap.h)
+    };
+    kind what = enough;
+    int  good = 0;  // requests before, which succeed
+};
+
 // The input of one run, from its beginning to its end.
+//
+// An input that ends in a separator, 'm' and two bytes makes memory run out: the lowest two bits of
+// the first byte are the kind of memory_choice, and its other bits and the second byte are good.
+// These four bytes are no part of the fields.
 class input
 {
 public:
-    input(std::uint8_t const* data, std::size_t size)
-        : rest_(reinterpret_cast<char const*>(data), size)
-    {
-    }
+    input(std::uint8_t const* data, std::size_t size);
+
+    memory_choice memory() const { return memory_; }
 
     bool at_end() const { return rest_.empty(); }
 
@@ -51,7 +66,8 @@ public:
     std::string const& rest() const { return rest_; }
 
 private:
-    std::string rest_;
+    std::string   rest_;
+    memory_choice memory_;
 };
 
 // The program has as many descriptors at the end of the scope as at its beginning.

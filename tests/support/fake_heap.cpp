@@ -8,8 +8,9 @@
 namespace
 {
 
-std::atomic<int> left{-1};
-std::atomic<int> live{0};
+std::atomic<int>  left{-1};
+std::atomic<int>  live{0};
+std::atomic<bool> failed{false};
 
 bool request_granted()
 {
@@ -18,6 +19,7 @@ bool request_granted()
         return true;
     }
     if (now == 0) {
+        failed = true;
         return false;
     }
     left = now - 1;
@@ -59,7 +61,13 @@ void heap_free(void* buffer)
 
 void test::fail_heap_after(int good)
 {
-    left = good;
+    failed = false;
+    left   = good;
+}
+
+bool test::heap_has_failed()
+{
+    return failed;
 }
 
 int test::live_heap_buffers()

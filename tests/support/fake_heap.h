@@ -12,6 +12,9 @@ namespace zelieml::test
 // The next good requests succeed, all after them fail. Negative: all succeed.
 void fail_heap_after(int good);
 
+// Whether a request has failed since fail_heap_after.
+bool heap_has_failed();
+
 // Buffers handed out and not given back, in this process.
 int live_heap_buffers();
 
