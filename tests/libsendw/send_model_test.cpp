@@ -185,8 +185,8 @@ private:
 
     strings pieces()
     {
-        std::uint32_t const way = random_.below(10);
-        if (way < 6) {
+        std::uint32_t const way = random_.below(20);
+        if (way < 12) {
             return replies_;
         }
         std::string all;
@@ -196,11 +196,11 @@ private:
         strings parts;
         while (!all.empty()) {
             std::size_t size = all.size();
-            if (way == 6) {
+            if (way == 12) {
                 size = 1;
-            } else if (way == 7) {
+            } else if (way < 15) {
                 size = random_.below(40);
-            } else if (way == 8) {
+            } else if (way < 18) {
                 size = 1020 + random_.below(7);
             }
             parts.push_back(all.substr(0, size));
