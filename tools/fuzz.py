@@ -1,15 +1,17 @@
 #!/usr/bin/env python3
 """Runs all fuzz targets, as many at once as there are processors.
 
-use: fuzz.py BUILD-FOLDER SECONDS
+use: fuzz.py BUILD-FOLDER SECONDS [SEED]
 
 Each target starts from its corpus in fuzz/corpus and from what earlier runs added in BUILD-FOLDER.
-An input that breaks a rule is kept in BUILD-FOLDER/found.
+An input that breaks a rule is kept in BUILD-FOLDER/found, and printed if it is short. Without a
+SEED there is a new one each time, which is printed.
 """
 
 import concurrent.futures
 import os
 import pathlib
+import random
 import re
 import shutil
 import subprocess
@@ -28,12 +30,13 @@ def environment(folder):
                 UBSAN_OPTIONS="print_stacktrace=1")
 
 
-def fuzz(program, build, seconds):
+def fuzz(program, build, seconds, seed):
     """One target: its name, whether it ended well, and what it printed."""
     name = program.name[len("fuzz_"):]
     corpus = build / "corpus" / name
     corpus.mkdir(parents=True, exist_ok=True)
-    command = [program, *LIMITS, f"-max_total_time={seconds}", "-print_final_stats=1",
+    command = [program, *LIMITS, f"-max_total_time={seconds}", f"-seed={seed}",
+               "-print_final_stats=1",
                f"-artifact_prefix={build}/found/{name}-"]
     dictionary = ROOT / "fuzz" / f"{name}.dict"
     if dictionary.exists():
@@ -53,7 +56,7 @@ def fuzz(program, build, seconds):
 
 
 def number(pattern, output):
-    found = re.findall(pattern, output)
+    found = re.findall(pattern, output, re.M)
     return found[-1] if found else "-"
 
 
@@ -67,6 +70,7 @@ def report(name, good, output, build):
         print(f"  {line}")
     kept = number(r"Test unit written to (.*)", output)
     print(f"  input:     {kept}")
+    print(f"  in Base64: {number(r'^Base64: (.*)', output)}")
     print(f"  reproduce: {build}/fuzz/fuzz_{name} {kept}")
     print(f"  log:       {build}/{name}.log", flush=True)
 
@@ -74,6 +78,8 @@ def report(name, good, output, build):
 def main():
     build = pathlib.Path(sys.argv[1])
     seconds = int(sys.argv[2])
+    seed = int(sys.argv[3]) if len(sys.argv) > 3 else random.randint(1, 2**32 - 1)
+    print(f"seed {seed}", flush=True)
     programs = sorted(path for path in (build / "fuzz").glob("fuzz_*") if path.is_file())
     if not programs:
         sys.exit(f"no fuzz target in {build}/fuzz")
@@ -81,7 +87,7 @@ def main():
     failed = 0
     with concurrent.futures.ThreadPoolExecutor(os.cpu_count()) as pool:
         for run in concurrent.futures.as_completed(
-                [pool.submit(fuzz, program, build, seconds) for program in programs]):
+                [pool.submit(fuzz, program, build, seconds, seed) for program in programs]):
             name, good, output = run.result()
             report(name, good, output, build)
             failed += not good
