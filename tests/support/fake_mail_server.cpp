@@ -42,6 +42,10 @@ public:
         if (::socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) {
             return -1;
         }
+        // Both sides need room for all that a server says: some systems give 8 KB only.
+        constexpr int room = 1 << 20;
+        ::setsockopt(ends[1], SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
+        ::setsockopt(ends[0], SOL_SOCKET, SO_RCVBUF, &room, sizeof room);
         socket_.reset(ends[1]);
         return ends[0];
     }
