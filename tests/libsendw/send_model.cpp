@@ -17,12 +17,12 @@ namespace zelieml::test
 namespace
 {
 
-constexpr std::size_t longest_command   = 1023;
-constexpr std::size_t largest_piece     = 1023;
-constexpr int         attempts_to_read  = 3001;
-constexpr std::size_t place_after_code  = 3;
-constexpr std::size_t longest_hmac_key  = 64;
-constexpr int         microseconds_each = 1000;  // of a millisecond
+constexpr std::size_t longest_command  = 1023;
+constexpr std::size_t largest_piece    = 1023;
+constexpr int         attempts_to_read = 3001;
+constexpr std::size_t place_after_code = 3;
+constexpr std::size_t longest_hmac_key = 64;
+constexpr int         us_in_a_ms       = 1000;
 
 bool contains(std::string const& text, std::string const& part)
 {
@@ -260,7 +260,7 @@ private:
             return 100;
         }
         std::int64_t const wait = number_in(setting("pop_wait_time").value_or("0"));
-        outcome_.record.sleeps.push_back(wait * microseconds_each);
+        outcome_.record.sleeps.push_back(wait * us_in_a_ms);
         return 0;
     }
 
