@@ -1,20 +1,21 @@
 #!/usr/bin/env python3
 """macho.py - looks into the macOS binaries that ./run macho has built
 
-    tests/macos/macho.py [BUILD-FOLDERS-PREFIX]
-
-Fails, and says why, unless
-- the x86_64 and arm64 dylibs export what lib/zelieml/exports.txt says, have the right install name
-  and oldest system, and load nothing but the system's own libraries;
+Installs the universal library into a temporary folder, and fails, saying why, unless
+- the dylib has both slices, its install name and versions, exports what lib/zelieml/exports.txt
+  says, is marked for the oldest system, loads nothing but the system's own libraries, has no path
+  of this machine in it, and a signature that fits what it signs, also when stripped once more;
+- the debug symbols beside it are its own;
 - the archives for all three processors refer to nothing that neither they nor the .tbd files of
-  sdk/ define (no linker here links i386);
-- one library and one archive can be made of the slices;
+  sdk/ define (no linker here links i386), and can be made into one;
 - the example hosts of macOS compile;
 - the compiler refuses what macOS 10.9 lacks, or all of the above would show nothing.
 """
 
+import hashlib
 import pathlib
 import re
+import struct
 import subprocess
 import sys
 import tempfile
@@ -24,9 +25,14 @@ HERE = pathlib.Path(__file__).resolve().parent
 ROOT = HERE.parent.parent
 SDK = HERE / "sdk"
 
+UNIVERSAL = ROOT / "build-macho"
+I386 = ROOT / "build-macho-i386"
+
 LINKED = {"x86_64": "10.9", "arm64": "11.0"}
 ALL = {"x86_64": "10.9", "i386": "10.9", "arm64": "11.0"}
 INSTALL_NAME = "@rpath/libzelieml.1.dylib"
+INSTALLED = {"cmake", "libzelieml.1.dylib", "libzelieml.1.dylib.dSYM", "libzelieml.a",
+             "libzelieml.dylib", "pkgconfig"}
 
 # What the linker of every binary provides.
 FROM_LINKER = {"___dso_handle"}
@@ -77,7 +83,41 @@ def listed_symbols(architecture):
     return found
 
 
-def check_dylib(library, version):
+def slices(universal, work):
+    """The slices of a universal file, as files of their own."""
+    found = llvm("lipo", "-archs", universal).split()
+    require(set(found) == set(LINKED), f"{universal}: has {found}")
+    parts = {}
+    for architecture in found:
+        parts[architecture] = work / f"{architecture}-{universal.name}"
+        llvm("lipo", universal, "-thin", architecture, "-output", parts[architecture])
+    return parts
+
+
+def check_signature(library):
+    """The signature is nobody's, and each page of the file has the hash that it says."""
+    file = library.read_bytes()
+    commands = llvm("objdump", "--macho", "--private-headers", library)
+    place = re.search(r"LC_CODE_SIGNATURE\n\s+cmdsize \d+\n\s+dataoff (\d+)", commands)
+    require(place, f"{library}: not signed")
+    blob = file[int(place.group(1)):]
+    magic, _, count = struct.unpack_from(">3I", blob)
+    require(magic == 0xFADE0CC0, f"{library}: its signature has the magic number {magic:x}")
+    index = dict(struct.iter_unpack(">2I", blob[12:12 + 8 * count]))
+    directory = blob[index[0]:]
+    flags, hashes, _, _, pages, limit = struct.unpack_from(">6I", directory, 12)
+    size, kind, _, page_bits = struct.unpack_from("4B", directory, 36)
+    require(flags & 2 and kind == 2, f"{library}: a signature with flags {flags:x}, hash {kind}")
+    require(limit == int(place.group(1)), f"{library}: {limit} bytes of it are signed")
+    page_size = 1 << page_bits
+    for page in range(pages):
+        signed = file[page * page_size:min((page + 1) * page_size, limit)]
+        start = hashes + page * size
+        require(hashlib.sha256(signed).digest() == directory[start:start + size],
+                f"{library}: page {page} is not what was signed")
+
+
+def check_slice(library, oldest_system, version):
     output("cmake", f"-DNM=llvm-nm-{LLVM}", "-DNM_OPTIONS=-gU", f"-DLIBRARY={library}",
            "-DPREFIX=_", f"-DEXPORTS={ROOT}/lib/zelieml/exports.txt",
            "-P", ROOT / "tests/api/exports.cmake")
@@ -86,12 +126,42 @@ def check_dylib(library, version):
 
     commands = llvm("objdump", "--macho", "--private-headers", library)
     oldest = re.search(r"LC_VERSION_MIN_MACOSX\n.*\n\s+version (\S+)|minos (\S+)", commands)
-    require(oldest and version in oldest.groups(), f"{library}: not for macOS {version}")
+    require(oldest and oldest_system in oldest.groups(), f"{library}: not for {oldest_system}")
+    versions = re.search(r"LC_ID_DYLIB\n(?:.*\n){3}\s*current version (\S+)\n"
+                         r"compatibility version (\S+)", commands)
+    require(versions and versions.groups() == (version, "1.0.0"),
+            f"{library}: has the versions {versions and versions.groups()}")
+    require("LC_RPATH" not in commands, f"{library}: looks for libraries in a folder of its own")
 
     for line in llvm("objdump", "--macho", "--dylibs-used", library).splitlines()[1:]:
         used = line.split()[0]
         require(used.startswith(("/usr/lib/", "/System/Library/Frameworks/")) or
                 used == INSTALL_NAME, f"{library}: loads {used}")
+
+    require(bytes(ROOT) not in library.read_bytes(), f"{library}: has the path {ROOT} in it")
+    check_signature(library)
+
+
+def uuids(binary):
+    return sorted(re.findall(r"UUID: (\S+ \(\w+\))", llvm("dwarfdump", "--uuid", binary)))
+
+
+def check_installed(work, version):
+    for options in ((), ("--strip",)):
+        prefix = work / f"prefix{len(options)}"
+        output("cmake", "--install", UNIVERSAL, "--prefix", prefix, *options)
+        folder = prefix / "lib"
+        found = {path.name for path in folder.iterdir()}
+        require(found == INSTALLED, f"installed: {sorted(found)}")
+        library = folder / "libzelieml.1.dylib"
+        link = folder / "libzelieml.dylib"
+        require(library.is_file() and not library.is_symlink(), f"{library}: no plain file")
+        require(link.is_symlink() and str(link.readlink()) == library.name,
+                f"{link}: no link to {library.name}")
+        for architecture, path in slices(library, work).items():
+            check_slice(path, LINKED[architecture], version)
+        require(len(uuids(library)) == len(LINKED), f"{library}: UUIDs {uuids(library)}")
+        require(uuids(library) == uuids(f"{library}.dSYM"), f"{library}: not its debug symbols")
 
 
 def check_archive(archive, architecture):
@@ -121,19 +191,20 @@ def check_refusals(architecture, work):
 
 
 def main():
-    prefix = sys.argv[1] if len(sys.argv) > 1 else str(ROOT / "build-macho-")
-    folders = {a: pathlib.Path(prefix + a) / "lib" for a in ALL}
-    for architecture, version in LINKED.items():
-        check_dylib(folders[architecture] / "libzelieml.1.dylib", version)
-    for architecture, folder in folders.items():
-        check_archive(folder / "libzelieml.a", architecture)
-
+    version = re.search(r"project\(zelieml VERSION (\S+)", (ROOT / "CMakeLists.txt").read_text())
     with tempfile.TemporaryDirectory() as name:
         work = pathlib.Path(name)
-        for slices, file in ((LINKED, "libzelieml.1.dylib"), (ALL, "libzelieml.a")):
-            llvm("lipo", "-create", *[folders[a] / file for a in slices], "-output", work / file)
-            joined = llvm("lipo", "-archs", work / file).split()
-            require(set(joined) == set(slices), f"{file}: has {joined}")
+        check_installed(work, version.group(1))
+
+        archives = slices(UNIVERSAL / "lib/libzelieml.a", work)
+        archives["i386"] = I386 / "lib/libzelieml.a"
+        for architecture, archive in archives.items():
+            check_archive(archive, architecture)
+        joined = work / "libzelieml.a"
+        llvm("lipo", "-create", *archives.values(), "-output", joined)
+        found = llvm("lipo", "-archs", joined).split()
+        require(set(found) == set(ALL), f"{joined}: has {found}")
+
         for architecture in ("x86_64", "i386"):
             check_refusals(architecture, work)
 
