@@ -84,8 +84,9 @@ int derive_passwd_key(char const* pass_phrase, passwd_key& key)
 
 // The key of the library's own pass phrase, once it has been derived: the bytes, with a flag above
 // them. The pass phrase is constant and so is its key. Deriving it anew for each password of each
-// message would cost the thousand rounds of PBKDF2: over three million instructions, 0.16 ms.
-// Threads that derive it at the same time store the same number.
+// message would cost the thousand rounds of PBKDF2: over three million instructions, 0.16 ms. And
+// the framework of macOS may keep memory for each derivation. Threads that derive it at the same
+// time store the same number.
 std::atomic<std::uint64_t> own_key{0};
 
 std::uint64_t pack(passwd_key const& key)

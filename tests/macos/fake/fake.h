@@ -39,6 +39,9 @@ void fail_creation(int nth);
 // creation_failed - whether the failure asked for has come to pass
 bool creation_failed();
 
+// key_derivations - how often SecKeyDeriveFromPassword was called
+int key_derivations();
+
 // Where notifications are delivered.
 enum class delivery {
     pump_thread,  // on a thread of the fake's own, which stands for a host's main thread

@@ -1,11 +1,13 @@
 // security.cpp - keys and transforms of the Security framework, by libnettle
 
 #include <Security/Security.h>
+#include <atomic>
 #include <cstring>
 #include <nettle/arcfour.h>
 #include <nettle/md5.h>
 #include <nettle/pbkdf2.h>
 
+#include "tests/macos/fake/fake.h"
 #include "tests/macos/fake/object.h"
 
 using namespace zelieml::fake;
@@ -35,6 +37,8 @@ namespace
 // The provider behind the framework takes no less.
 constexpr std::size_t smallest_salt = 8;
 constexpr SInt64      fewest_rounds = 1000;
+
+std::atomic<int> derivations{0};
 
 constexpr CFIndex errors[] = {errSecAllocate, errSecParam};
 
@@ -129,10 +133,16 @@ CFTypeRef run_rc4(bytes const& key, bytes const& input)
 
 }  // namespace
 
+int zelieml::fake::key_derivations()
+{
+    return derivations;
+}
+
 SecKeyRef SecKeyDeriveFromPassword(CFStringRef password, CFDictionaryRef attributes,
                                    CFErrorRef* error)
 {
     constexpr char function[] = "SecKeyDeriveFromPassword";
+    ++derivations;
     require_equal(attributes, kSecAttrKeyType, kSecAttrKeyTypeRC4, function);
     require_equal(attributes, kSecAttrKeyClass, kSecAttrKeyClassSymmetric, function);
     require_equal(attributes, kSecAttrPRF, kSecAttrPRFHmacAlgSHA1, function);
