@@ -3,8 +3,16 @@
 #include "platform/resolver.h"
 
 #include <arpa/inet.h>
+#include <atomic>
+#include <csignal>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+#include "tests/support/skip.h"
 
 namespace zelieml::test
 {
@@ -36,6 +44,39 @@ TEST(PlatformResolver, LeavesTheAddressAloneWhenThereIsNone)
         std::uint32_t address = 77;
         EXPECT_FALSE(platform::resolve_ipv4(c.name.c_str(), address)) << c.reason;
         EXPECT_EQ(address, 77U) << c.reason;
+    }
+}
+
+// Whatever locks of the system's resolver the parent's threads hold at that moment.
+TEST(PlatformResolver, AnswersInAForkedChild)
+{
+    SKIP_UNLESS(has_backend("linux"), "macOS allows no look-ups in a forked child");
+    constexpr int            rounds = 400;
+    std::atomic<bool>        over{false};
+    std::vector<std::thread> others;
+    for (int i = 0; i < 4; ++i) {
+        others.emplace_back([&] {
+            std::uint32_t address = 0;
+            while (!over) {
+                EXPECT_TRUE(platform::resolve_ipv4("127.0.0.1", address));
+            }
+        });
+    }
+    for (int round = 0; round < rounds && !HasFailure(); ++round) {
+        pid_t const child = ::fork();
+        if (child == 0) {
+            std::signal(SIGALRM, SIG_DFL);
+            ::alarm(20);
+            std::uint32_t address = 0;
+            ::_exit(platform::resolve_ipv4("127.0.0.1", address) ? 0 : 1);
+        }
+        int status = -1;
+        EXPECT_EQ(::waitpid(child, &status, 0), child);
+        EXPECT_EQ(status, 0) << "in round " << round;
+    }
+    over = true;
+    for (std::thread& other : others) {
+        other.join();
     }
 }
 
