@@ -27,6 +27,9 @@
  * - Sizes are in bytes.
  * - Every function may be called on any thread. Two threads must not use the same record at the
  *   same time. They may use the same engine, but only one of them may start and stop it.
+ * - A thread that is cancelled (pthread_cancel) in a call ends while the call waits for a server. On
+ *   macOS, where cancellation runs no C++ destructors, the request takes effect after the call, as
+ *   it does for eml_start and eml_stop on every system.
  * - Servers are reached over IPv4 only, at the first address that the system's resolver gives for
  *   the name. If that address does not answer, no other is tried: name a server with one address.
  * - The connections are not encrypted.
@@ -301,7 +304,7 @@ ZELIEML_API int eml_post_message_file_with_stocksymbol(const char *fullpath,
  * so, hands over the mail and waits for the server's replies. The file is deleted afterwards,
  * whether the mail was sent or not. No engine is needed, and no callback is called. A lock (flock)
  * keeps an engine's half-hourly look from sending the file too. If the thread is cancelled while it
- * waits, the file stays.
+ * waits, and ends there, the file stays.
  *
  * Runs on the caller's thread, and the server decides how long: use a thread that can wait.
  * Connecting is given up after 30 s, a reply after 15 s without a byte. There is no limit for

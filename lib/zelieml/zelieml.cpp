@@ -1,8 +1,7 @@
 // zelieml.cpp - the exported functions: messages, posting, the engine, result records,
 // server records and login tests, receiving
 //
-// Each calls the unit that does the work and keeps exceptions from crossing the C interface. The
-// contracts are in zelieml.h.
+// Each calls the unit that does the work, as an exported_call. The contracts are in zelieml.h.
 
 #include "zelieml.h"
 
@@ -17,6 +16,7 @@
 #include "libreceive/libreceive.h"
 #include "support/c_boundary.h"
 #include "support/no_cancellation.h"
+#include "zelieml/exported_call.h"
 
 using namespace zelieml;
 
@@ -42,102 +42,102 @@ void stop_and_destroy(void* eml)
 
 int eml_msg_create(void** msg)
 {
-    return at_c_boundary(-1, [&] { return msg_create(msg); });
+    return exported_call(-1, [&] { return msg_create(msg); });
 }
 
 int eml_msg_destroy(void* msg)
 {
-    return at_c_boundary(-1, [&] { return msg_destroy(msg); });
+    return exported_call(-1, [&] { return msg_destroy(msg); });
 }
 
 int eml_msg_set_from(void* msg, char const* from)
 {
-    return at_c_boundary(-1, [&] { return msg_set_from(msg, from); });
+    return exported_call(-1, [&] { return msg_set_from(msg, from); });
 }
 
 int eml_msg_set_to(void* msg, char const* to)
 {
-    return at_c_boundary(-1, [&] { return msg_set_to(msg, to); });
+    return exported_call(-1, [&] { return msg_set_to(msg, to); });
 }
 
 int eml_msg_set_cc(void* msg, char const* cc)
 {
-    return at_c_boundary(-1, [&] { return msg_set_cc(msg, cc); });
+    return exported_call(-1, [&] { return msg_set_cc(msg, cc); });
 }
 
 int eml_msg_set_subject(void* msg, char const* subject)
 {
-    return at_c_boundary(-1, [&] { return msg_set_subject(msg, subject); });
+    return exported_call(-1, [&] { return msg_set_subject(msg, subject); });
 }
 
 int eml_msg_set_replyto(void* msg, char const* replyto)
 {
-    return at_c_boundary(-1, [&] { return msg_set_replyto(msg, replyto); });
+    return exported_call(-1, [&] { return msg_set_replyto(msg, replyto); });
 }
 
 int eml_msg_set_messageid(void* msg, char const* id)
 {
-    return at_c_boundary(-1, [&] { return msg_set_messageid(msg, id); });
+    return exported_call(-1, [&] { return msg_set_messageid(msg, id); });
 }
 
 int eml_msg_set_body(void* msg, char const* body)
 {
-    return at_c_boundary(-1, [&] { return msg_set_body(msg, body); });
+    return exported_call(-1, [&] { return msg_set_body(msg, body); });
 }
 
 int eml_msg_set_encoding(void* msg, eml_encoding enc)
 {
-    return at_c_boundary(-1, [&] { return msg_set_encoding(msg, enc); });
+    return exported_call(-1, [&] { return msg_set_encoding(msg, enc); });
 }
 
 int eml_msg_get_from(void* msg, char* buf, int size)
 {
-    return at_c_boundary(-1, [&] { return msg_get_from(msg, buf, size); });
+    return exported_call(-1, [&] { return msg_get_from(msg, buf, size); });
 }
 
 int eml_msg_get_to(void* msg, char* buf, int size)
 {
-    return at_c_boundary(-1, [&] { return msg_get_to(msg, buf, size); });
+    return exported_call(-1, [&] { return msg_get_to(msg, buf, size); });
 }
 
 int eml_msg_get_cc(void* msg, char* buf, int size)
 {
-    return at_c_boundary(-1, [&] { return msg_get_cc(msg, buf, size); });
+    return exported_call(-1, [&] { return msg_get_cc(msg, buf, size); });
 }
 
 int eml_msg_get_subject(void* msg, char* buf, int size)
 {
-    return at_c_boundary(-1, [&] { return msg_get_subject(msg, buf, size); });
+    return exported_call(-1, [&] { return msg_get_subject(msg, buf, size); });
 }
 
 int eml_msg_get_replyto(void* msg, char* buf, int size)
 {
-    return at_c_boundary(-1, [&] { return msg_get_replyto(msg, buf, size); });
+    return exported_call(-1, [&] { return msg_get_replyto(msg, buf, size); });
 }
 
 int eml_msg_get_encoding(void* msg, char* buf, int size)
 {
-    return at_c_boundary(-1, [&] { return msg_get_encoding(msg, buf, size); });
+    return exported_call(-1, [&] { return msg_get_encoding(msg, buf, size); });
 }
 
 int eml_msg_get_body(void* msg, char* buf, int size)
 {
-    return at_c_boundary(-1, [&] { return msg_get_body(msg, buf, size); });
+    return exported_call(-1, [&] { return msg_get_body(msg, buf, size); });
 }
 
 int eml_msg_get_messageid(void* msg, char* buf, int size)
 {
-    return at_c_boundary(-1, [&] { return msg_get_messageid(msg, buf, size); });
+    return exported_call(-1, [&] { return msg_get_messageid(msg, buf, size); });
 }
 
 int eml_msg_save(void* msg, char const* path)
 {
-    return at_c_boundary(-1, [&] { return msg_save(msg, path); });
+    return exported_call(-1, [&] { return msg_save(msg, path); });
 }
 
 int eml_msg_load(void** msg, char const* path)
 {
-    return at_c_boundary(-1, [&] { return msg_load(msg, path); });
+    return exported_call(-1, [&] { return msg_load(msg, path); });
 }
 
 int eml_post(char const* workdir, void* msg)
@@ -147,7 +147,7 @@ int eml_post(char const* workdir, void* msg)
 
 int eml_post_with_stocksymbol(char const* workdir, char const* stock_symbol, void* msg)
 {
-    return at_c_boundary(-1, [&] { return ifactory_emlw().post(workdir, stock_symbol, msg); });
+    return exported_call(-1, [&] { return ifactory_emlw().post(workdir, stock_symbol, msg); });
 }
 
 int eml_post_sys(void* eml, void* msg)
@@ -156,7 +156,7 @@ int eml_post_sys(void* eml, void* msg)
     if (eml == nullptr) {
         return -1;
     }
-    if (at_c_boundary(-1, [&] { return static_cast<ieml*>(eml)->post(msg); }) != 0) {
+    if (exported_call(-1, [&] { return static_cast<ieml*>(eml)->post(msg); }) != 0) {
         trace_msg("errro:eml_post");  // deliberate, see docs/ODDITIES.md
         return -1;
     }
@@ -171,12 +171,12 @@ int eml_post_message_file(char const* fullpath)
 
 int eml_post_message_file_with_stocksymbol(char const* fullpath, char const* stock_symbol)
 {
-    return at_c_boundary(-1, [&] { return ifactory_emlw().post(fullpath, stock_symbol); });
+    return exported_call(-1, [&] { return ifactory_emlw().post(fullpath, stock_symbol); });
 }
 
 int eml_post_sync(char const* workdir, void* msg, void** result)
 {
-    return at_c_boundary(-1, [&] { return ifactory_emlw().post_sync(workdir, msg, result); });
+    return exported_call(-1, [&] { return ifactory_emlw().post_sync(workdir, msg, result); });
 }
 
 int eml_start(char const* workdir, void** eml)
@@ -242,7 +242,7 @@ int eml_set_callback(void* eml, int (*proc)(void*, void*), void* user)
     if (eml == nullptr || proc == nullptr) {
         return -1;
     }
-    return at_c_boundary(-1, [&] { return static_cast<ieml*>(eml)->set_callback(proc, user); });
+    return exported_call(-1, [&] { return static_cast<ieml*>(eml)->set_callback(proc, user); });
 }
 
 int eml_reset_callback(void* eml, int (*proc)(void*, void*))
@@ -250,90 +250,90 @@ int eml_reset_callback(void* eml, int (*proc)(void*, void*))
     if (eml == nullptr || proc == nullptr) {
         return -1;
     }
-    return at_c_boundary(-1, [&] { return static_cast<ieml*>(eml)->reset_callback(proc); });
+    return exported_call(-1, [&] { return static_cast<ieml*>(eml)->reset_callback(proc); });
 }
 
 int eml_cb_get_code(void* cb, eml_send_e* code)
 {
-    return at_c_boundary(-1, [&] { return cb_get_code(cb, code); });
+    return exported_call(-1, [&] { return cb_get_code(cb, code); });
 }
 
 int eml_cb_get_message(void* cb, char* buf, int size)
 {
-    return at_c_boundary(-1, [&] { return cb_get_message(cb, buf, size); });
+    return exported_call(-1, [&] { return cb_get_message(cb, buf, size); });
 }
 
 int eml_cb_duplicate(void* cb, void** copy)
 {
-    return at_c_boundary(-1, [&] { return cb_duplicate(cb, copy); });
+    return exported_call(-1, [&] { return cb_duplicate(cb, copy); });
 }
 
 int eml_cb_delete(void* cb)
 {
-    return at_c_boundary(-1, [&] { return cb_destroy(cb); });
+    return exported_call(-1, [&] { return cb_destroy(cb); });
 }
 
 int server_info_create(void** server)
 {
-    return at_c_boundary(-1, [&] { return server_create(server); });
+    return exported_call(-1, [&] { return server_create(server); });
 }
 
 int server_info_destroy(void* server)
 {
-    return at_c_boundary(-1, [&] { return server_destroy(server); });
+    return exported_call(-1, [&] { return server_destroy(server); });
 }
 
 int server_info_set_pop(void* server, char const* host, char const* user, char const* password,
                         char const* auth_type, int port, int wait_ms)
 {
-    return at_c_boundary(
+    return exported_call(
         -1, [&] { return set_pop(server, host, user, password, auth_type, port, wait_ms); });
 }
 
 int server_info_set_smtp(void* server, char const* host, char const* user, char const* password,
                          char const* auth, int port)
 {
-    return at_c_boundary(-1, [&] { return set_smtp(server, host, user, password, auth, port); });
+    return exported_call(-1, [&] { return set_smtp(server, host, user, password, auth, port); });
 }
 
 eml_send_e test_pop_auth(void* server, char* message)
 {
-    return at_c_boundary(eml_send_error_other,
+    return exported_call(eml_send_error_other,
                          [&] { return zelieml::test_pop_auth(server, message); });
 }
 
 eml_send_e test_smtp_auth(void* server, char const* pop_before_smtp, char* message)
 {
-    return at_c_boundary(eml_send_error_other,
+    return exported_call(eml_send_error_other,
                          [&] { return zelieml::test_smtp_auth(server, pop_before_smtp, message); });
 }
 
 int eml_receive_msg_create(void** list)
 {
-    return at_c_boundary(-1, [&] { return receive_msg_create(list); });
+    return exported_call(-1, [&] { return receive_msg_create(list); });
 }
 
 int eml_receive_msg_destroy(void* list)
 {
-    return at_c_boundary(-1, [&] { return receive_msg_destroy(list); });
+    return exported_call(-1, [&] { return receive_msg_destroy(list); });
 }
 
 int eml_receive_msg_count(void* list)
 {
-    return at_c_boundary(0, [&] { return receive_msg_count(list); });
+    return exported_call(0, [&] { return receive_msg_count(list); });
 }
 
 int eml_receive_mails(void* server, void* list, char const* domains)
 {
-    return at_c_boundary(-1, [&] { return receive_mails(server, list, domains); });
+    return exported_call(-1, [&] { return receive_mails(server, list, domains); });
 }
 
 int eml_receive_msg_get_from(void* list, int index, char* buf, int size)
 {
-    return at_c_boundary(-1, [&] { return receive_msg_get_from(list, index, buf, size); });
+    return exported_call(-1, [&] { return receive_msg_get_from(list, index, buf, size); });
 }
 
 int eml_receive_msg_get_subject(void* list, int index, char* buf, int size)
 {
-    return at_c_boundary(-1, [&] { return receive_msg_get_subject(list, index, buf, size); });
+    return exported_call(-1, [&] { return receive_msg_get_subject(list, index, buf, size); });
 }

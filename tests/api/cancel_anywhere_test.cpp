@@ -3,6 +3,7 @@
 //
 // The trace hook of this program cancels its own thread at the n-th trace: the request is then
 // pending at the next call that can be cancelled, such as the closing of a descriptor or a file.
+// Where cancellation does not unwind, the thread ends after the call only.
 
 #include <atomic>
 #include <cstdlib>
@@ -13,6 +14,7 @@
 #include <string>
 
 #include "liblog/trace.h"
+#include "platform/cancellation.h"
 #include "tests/api/quiet_descriptors.h"
 #include "tests/support/files.h"
 #include "tests/support/mail_server.h"
@@ -40,7 +42,8 @@ using call = std::function<void()>;
 struct victim {
     call const* run;
     int         traces;
-    bool        reached = false;  // the request was made
+    bool        reached  = false;  // the request was made
+    bool        returned = false;  // from the call
 };
 
 void* run_victim(void* argument)
@@ -53,6 +56,8 @@ void* run_victim(void* argument)
         ~at_end() { of->reached = traces_left == 0; }
     } const note = {v};
     (*v->run)();
+    v->returned = true;
+    ::pthread_testcancel();
     return nullptr;
 }
 
@@ -64,7 +69,10 @@ int cancel_everywhere(call const& run)
         victim    v      = {&run, traces};
         pthread_t thread = {};
         EXPECT_EQ(::pthread_create(&thread, nullptr, run_victim, &v), 0);
-        EXPECT_EQ(::pthread_join(thread, nullptr), 0);
+        void* result = nullptr;
+        EXPECT_EQ(::pthread_join(thread, &result), 0);
+        EXPECT_EQ(result, v.reached ? PTHREAD_CANCELED : nullptr) << traces;
+        EXPECT_TRUE(v.returned || zelieml::platform::cancellation_unwinds) << traces;
         if (!v.reached) {
             return traces - 1;
         }
@@ -174,6 +182,23 @@ TEST_F(CancelAnywhere, InSettings)
                   eml_cf_get_string("not there", value, &length, path.c_str());
               }),
               1);
+}
+
+// A caller that cannot be cancelled cannot be cancelled afterwards either, and one that can, can.
+TEST_F(CancelAnywhere, LeavesTheStateOfTheThread)
+{
+    for (int const state : {PTHREAD_CANCEL_DISABLE, PTHREAD_CANCEL_ENABLE}) {
+        int before = -1;
+        int after  = -1;
+        ::pthread_setcancelstate(state, &before);
+        eml_msg_set_subject(msg_, "subject");
+        eml_post(work_.c_str(), msg_);
+        void* eml = nullptr;
+        eml_start(work_.c_str(), &eml);
+        eml_stop(eml);
+        ::pthread_setcancelstate(before, &after);
+        EXPECT_EQ(after, state);
+    }
 }
 
 TEST_F(CancelAnywhere, InLoadingWhatCannotBeLoaded)

@@ -5,6 +5,7 @@
 #include <CoreFoundation/CoreFoundation.h>
 #include <atomic>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <string>
 #include <thread>
 #include <vector>
@@ -141,6 +142,30 @@ TEST_F(RunLoop, IsWaitedForByWhoRemovesFromAnotherThread)
     });
     run_loop(1, true);
     remover.join();
+}
+
+// The thread is the host's: cancelled in a delivery, it ends after it, and holds nothing.
+TEST_F(RunLoop, MayBeThatOfACancelledThread)
+{
+    listener  one("object", test_name, [](std::string const&) {
+        ::pthread_cancel(::pthread_self());
+        ::pthread_testcancel();
+    });
+    pthread_t thread = {};
+    post("object", "the last");
+    ASSERT_TRUE(wait_for_undelivered(1));
+    auto const run_once = [](void*) -> void* {
+        run_loop(0, true);
+        ::pthread_testcancel();
+        return nullptr;
+    };
+    ASSERT_EQ(::pthread_create(&thread, nullptr, run_once, nullptr), 0);
+    void* result = nullptr;
+    ASSERT_EQ(::pthread_join(thread, &result), 0);
+    EXPECT_EQ(result, PTHREAD_CANCELED);
+    EXPECT_EQ(fake::undelivered(), 0);
+    EXPECT_EQ(one.remove(), 0);
+    EXPECT_EQ(one.heard().all(), texts{"the last"});
 }
 
 TEST_F(RunLoop, LeavesAloneWhatIsNoText)

@@ -20,6 +20,7 @@
 #include "platform/macos/cf_owner.h"
 #include "platform/macos/first_process.h"
 #include "support/c_boundary.h"
+#include "support/no_cancellation.h"
 
 namespace zelieml::platform
 {
@@ -89,10 +90,11 @@ shared_record take_out(char const* name, char const* object, void const* observe
 }
 
 // Called by the center, which must not see exceptions. An exception of the callback ends this
-// delivery only.
+// delivery only. The thread is the host's, which may cancel it: the record would stay locked.
 void receive(CFNotificationCenterRef center, void* observer, CFStringRef name, void const* object,
              CFDictionaryRef info)
 {
+    no_cancellation const shielded;
     contained([&] {
         shared_record const record = find(reinterpret_cast<std::uintptr_t>(observer));
         if (!record) {
