@@ -373,10 +373,10 @@ ZELIEML_API int eml_post_sync(const char *workdir, void *msg, void **result);
  * stop it, which merely frees memory; anything else, such as changing its callbacks, can hang. Nor
  * may it use a record that another thread was changing during the fork. On Linux it may do
  * everything else, such as send, receive, and start an engine of its own. On macOS, if the parent
- * has posted, started an engine, or used a stored password or an MD5 digest, the child may neither
- * start an engine nor send before it calls exec, and what it posts is found only at the engine's
- * half-hourly look. If a callback forks and then returns in the child, the child ends there with
- * exit status 0: end it with _exit instead.
+ * has posted, sent, started an engine, or used a stored password or an MD5 digest, the child may
+ * neither start an engine nor send before it calls exec, and what it posts is found only at the
+ * engine's half-hourly look. If a callback forks and then returns in the child, the child ends
+ * there with exit status 0: end it with _exit instead.
  *
  * Returns 0 when the engine runs: a message that is posted from then on is sent. Returns -1,
  * leaving *eml unchanged and nothing running, when an argument is null, the stock symbol is empty,

@@ -6,8 +6,8 @@
 // lib/platform/linux/crypto.cpp: libnettle.
 //
 // Each function returns 0, or the platform's error code with its output undefined. Any thread;
-// nothing is kept between calls. On macOS each fails in the forked child of a process that has used
-// the frameworks, by calling one of these, posting or observing.
+// nothing is kept between calls. On macOS each fails in a forked child of a process that has used
+// the frameworks, see macos/first_process.h.
 
 #ifndef ZELIEML_PLATFORM_CRYPTO_H
 #define ZELIEML_PLATFORM_CRYPTO_H

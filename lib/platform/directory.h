@@ -5,6 +5,9 @@
 //
 // One rule for both systems: an array passed to text_array_autorelease lives until the innermost
 // release_pool of the thread ends.
+//
+// On macOS a forked child of a process that has used the frameworks (see macos/first_process.h) can
+// neither list a directory nor make an array, and must not use its parent's arrays.
 
 #ifndef ZELIEML_PLATFORM_DIRECTORY_H
 #define ZELIEML_PLATFORM_DIRECTORY_H

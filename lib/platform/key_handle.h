@@ -13,6 +13,9 @@
 // Whatever a session hands out is allocated with the memory functions given to attach. Only one
 // thread at a time may use an object; several may read a key.
 //
+// On macOS every function fails in a forked child of a process that has used the frameworks, see
+// macos/first_process.h; only freeing and detaching give back the memory of what the parent made.
+//
 // The algorithms have the names of CSSM, but other numbers.
 
 #ifndef ZELIEML_PLATFORM_KEY_HANDLE_H

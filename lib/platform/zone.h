@@ -12,6 +12,8 @@ namespace zelieml::platform
 {
 
 // zone_offset_seconds - how far local time is ahead of GMT now, in seconds; negative in the west
+//
+// 0 when that cannot be found out, as in a forked child on macOS, see macos/first_process.h.
 double zone_offset_seconds();
 
 }  // namespace zelieml::platform

@@ -88,7 +88,14 @@ TEST(Fake, RefusesTextsThatAreNotInTheirEncoding)
 
 // ------------------------------------------------------------------ what aborts
 
-TEST(FakeDeathTest, AbortsOnOverRelease)
+// In processes of their own, not forked children, which may not use the frameworks.
+class FakeDeathTest : public ::testing::Test
+{
+protected:
+    FakeDeathTest() { ::testing::GTEST_FLAG(death_test_style) = "threadsafe"; }
+};
+
+TEST_F(FakeDeathTest, AbortsOnOverRelease)
 {
     CFStringRef const one = made_string("one");
     CFRelease(one);
@@ -96,7 +103,7 @@ TEST(FakeDeathTest, AbortsOnOverRelease)
     EXPECT_DEATH(CFStringGetLength(one), "no object, or no more");
 }
 
-TEST(FakeDeathTest, AbortsOnNullAndOnTheWrongType)
+TEST_F(FakeDeathTest, AbortsOnNullAndOnTheWrongType)
 {
     EXPECT_DEATH(CFRelease(nullptr), "null");
     EXPECT_DEATH(CFRetain(nullptr), "null");
@@ -104,13 +111,13 @@ TEST(FakeDeathTest, AbortsOnNullAndOnTheWrongType)
                  "an object of another type");
 }
 
-TEST(FakeDeathTest, AbortsWithoutAPool)
+TEST_F(FakeDeathTest, AbortsWithoutAPool)
 {
     EXPECT_DEATH(platform::text_array_autorelease(platform::text_array_create()),
                  "no pool in place");
 }
 
-TEST(FakeDeathTest, AbortsWhenATransformLacksAnAttribute)
+TEST_F(FakeDeathTest, AbortsWhenATransformLacksAnAttribute)
 {
     EXPECT_DEATH(
         {
@@ -139,19 +146,23 @@ CFTypeRef run_transform()
     return result;
 }
 
-TEST(FakeDeathTest, AbortsWhenAForkedChildUsesTheCenter)
+TEST(FakeForkDeathTest, AbortsOnAnyCallInAForkedChild)
 {
-    CFNotificationCenterGetDistributedCenter();
-    EXPECT_DEATH(CFNotificationCenterGetDistributedCenter(), "a forked child");
-}
-
-TEST(FakeDeathTest, AbortsWhenAForkedChildRunsATransform)
-{
+    ::testing::GTEST_FLAG(death_test_style) = "fast";
     CFRelease(run_transform());
+    EXPECT_DEATH(CFNotificationCenterGetDistributedCenter(), "a forked child");
     EXPECT_DEATH(run_transform(), "a forked child");
+    EXPECT_DEATH(CFRelease(CFSTR("a constant")), "a forked child");
+    EXPECT_DEATH(made_string("new"), "a forked child");
+    EXPECT_DEATH(CFStringGetSystemEncoding(), "a forked child");
+    EXPECT_DEATH(CFDataGetTypeID(), "a forked child");
+    EXPECT_DEATH(CFTimeZoneCopyDefault(), "a forked child");
+    EXPECT_DEATH(CFAbsoluteTimeGetCurrent(), "a forked child");
+    EXPECT_DEATH(CSSM_ModuleLoad(nullptr, CSSM_KEY_HIERARCHY_NONE, nullptr, nullptr),
+                 "a forked child");
 }
 
-TEST(FakeDeathTest, AbortsWhenAContextIsInitialisedForASecondText)
+TEST_F(FakeDeathTest, AbortsWhenAContextIsInitialisedForASecondText)
 {
     CSSM_VERSION const          version = {2, 0};
     CSSM_GUID const             caller  = {};
@@ -188,9 +199,8 @@ TEST(FakeDeathTest, AbortsWhenAContextIsInitialisedForASecondText)
     EXPECT_EQ(CSSM_ModuleDetach(session), CSSM_OK);
 }
 
-TEST(FakeDeathTest, AProcessThatLeavesObjectsBehindFails)
+TEST_F(FakeDeathTest, AProcessThatLeavesObjectsBehindFails)
 {
-    ::testing::GTEST_FLAG(death_test_style) = "threadsafe";  // a process of its own, not a fork
     EXPECT_EXIT(
         {
             made_string("left");

@@ -64,19 +64,6 @@ TEST(Daemon, MayForkOnceMoreBeforeItBegins)
     EXPECT_TRUE(in_child([] { return in_child([] { return has_digests() && is_heard(); }); }));
 }
 
-TEST(Daemon, HasChildrenThatMayDoNeither)
-{
-    notification_room const room;
-    EXPECT_TRUE(in_child([] {
-        return has_digests() &&
-               in_child([] { return !has_digests() && listener("object").added() == -1; });
-    }));
-    EXPECT_TRUE(in_child([] {
-        return post("object", "unheard") == 0 &&
-               in_child([] { return !has_digests() && listener("object").added() == -1; });
-    }));
-}
-
 TEST(Daemon, IsNotSettledByRemovingAnObserver)
 {
     EXPECT_TRUE(in_child([] {

@@ -7,8 +7,6 @@
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
 #include "platform/crypto.h"
@@ -142,45 +140,6 @@ TEST(Failure, OfPostingIsNotBeingHeard)
     fake::fail_creation(3);
     EXPECT_EQ(platform::post_notification("n", "o", "k", "v"), 0) << "without a dictionary";
     fake::fail_creation(0);
-}
-
-// A forked child of a process that has used the frameworks may not; the seam does not let it.
-TEST(ForkedChild, IsNeitherHeardNorObserves)
-{
-    int who = 0;
-    ASSERT_EQ(platform::add_observer("n", "o", ignore, &who), 0);
-    pid_t const child = ::fork();
-    if (child == 0) {
-        bool const as_said = platform::post_notification("n", "o", "k", "v") == 0 &&
-                             platform::add_observer("n", "o", ignore, &who) == -1 &&
-                             platform::remove_observer("n", "o", &who) == -1;
-        ::_exit(as_said ? 0 : 1);
-    }
-    int status = -1;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
-    EXPECT_EQ(platform::remove_observer("n", "o", &who), 0);
-}
-
-TEST(ForkedChild, HasNoCryptography)
-{
-    unsigned char digest[platform::md5_size];
-    ASSERT_EQ(platform::digest_md5(input, sizeof input, digest), 0);
-    pid_t const child = ::fork();
-    if (child == 0) {
-        unsigned char key[5] = {1, 2, 3, 4, 5};
-        unsigned char out[sizeof input];
-        bool const    as_said =
-            platform::digest_md5(input, sizeof input, digest) == errSecUnimplemented &&
-            platform::derive_rc4_key("phrase", 6, salt, sizeof salt, 1000, key, 40) ==
-                errSecUnimplemented &&
-            platform::rc4_crypt(key, sizeof key, crypt_direction::encrypt, input, sizeof input,
-                                out) == errSecUnimplemented;
-        ::_exit(as_said ? 0 : 1);
-    }
-    int status = -1;
-    ASSERT_EQ(::waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
 }
 
 using KeyHandleFailure = ProviderTest;

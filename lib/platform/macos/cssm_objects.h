@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "platform/key_objects.h"
+#include "platform/macos/first_process.h"
 
 namespace zelieml::platform
 {
@@ -28,7 +29,9 @@ struct cssm_key : csp_key {
     using csp_key::csp_key;
     ~cssm_key() override
     {
-        if (key.KeyData.Data != nullptr) {
+        if (is_forked()) {
+            session.give_back(key.KeyData.Data);
+        } else if (key.KeyData.Data != nullptr) {
             ::CSSM_FreeKey(csp_of(session), nullptr, &key, CSSM_FALSE);
         }
     }
@@ -56,10 +59,10 @@ public:
 
     void reset()
     {
-        if (handle_ != CSSM_INVALID_HANDLE) {
+        if (handle_ != CSSM_INVALID_HANDLE && !is_forked()) {
             ::CSSM_DeleteContext(handle_);
-            handle_ = CSSM_INVALID_HANDLE;
         }
+        handle_ = CSSM_INVALID_HANDLE;
     }
 
 private:

@@ -8,6 +8,7 @@
 #import <Foundation/Foundation.h>
 
 #include "platform/macos/cf_owner.h"
+#include "platform/macos/first_process.h"
 
 namespace zelieml::platform
 {
@@ -27,15 +28,20 @@ CFArrayRef as_array(text_array const* array)
 
 }  // namespace
 
-release_pool::release_pool() : pool_([[NSAutoreleasePool alloc] init]) {}
+release_pool::release_pool() : pool_(!is_forked() ? [[NSAutoreleasePool alloc] init] : nil) {}
 
 release_pool::~release_pool()
 {
-    [static_cast<NSAutoreleasePool*>(pool_) drain];
+    if (!is_forked()) {  // a callback can fork in one of the parent's
+        [static_cast<NSAutoreleasePool*>(pool_) drain];
+    }
 }
 
 bool directory_names(char const* directory, std::vector<std::string>& names)
 {
+    if (is_forked()) {
+        return false;
+    }
     release_pool const pool;
     NSString* const    path = [NSString stringWithCString:directory encoding:NSUTF8StringEncoding];
     if (path == nil) {
@@ -58,6 +64,9 @@ bool directory_names(char const* directory, std::vector<std::string>& names)
 
 text_array* text_array_create()
 {
+    if (is_forked()) {
+        return nullptr;
+    }
     return reinterpret_cast<text_array*>(
         ::CFArrayCreateMutable(kCFAllocatorDefault, 0, &kCFTypeArrayCallBacks));
 }

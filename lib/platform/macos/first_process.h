@@ -1,5 +1,7 @@
 // first_process.h - the one process that may use the frameworks
 //
+// Whatever uses them asks is_forked() before it does anything else with them.
+//
 // CoreFoundation must not be used between fork and exec: its locks may be held by threads that the
 // child does not have, and the system's threads that run the transforms are missing. A child that
 // is forked before the first use, such as a host that becomes a daemon, is a process like any
@@ -26,7 +28,7 @@ inline bool is_first_process()
 
 // is_forked - whether this process may not use the frameworks, having been forked by one that did
 //
-// Call it before using them: the first process that calls it is the one that may. Any thread.
+// The first process that calls it is the one that may. Any thread.
 inline bool is_forked()
 {
     pid_t none = 0;

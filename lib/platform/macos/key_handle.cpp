@@ -103,6 +103,9 @@ int derive_with(csp_session const& session, CSSM_CC_HANDLE context, CSSM_DATA pa
 
 int start_provider()
 {
+    if (is_forked()) {
+        return EINVAL;
+    }
     static std::mutex                 guard;
     static bool                       started = false;
     std::lock_guard<std::mutex> const hold(guard);
@@ -118,6 +121,9 @@ int start_provider()
 
 int attach(csp_memory const& memory, csp_session*& session)
 {
+    if (is_forked()) {
+        return EINVAL;
+    }
     CSSM_API_MEMORY_FUNCS const functions = {memory.malloc_func, memory.free_func,
                                              memory.realloc_func, memory.calloc_func, memory.ref};
 
@@ -142,7 +148,7 @@ int detach(csp_session* session)
     if (session == nullptr) {
         return 0;
     }
-    CSSM_RETURN const status = ::CSSM_ModuleDetach(csp_of(*session));
+    CSSM_RETURN const status = !is_forked() ? ::CSSM_ModuleDetach(csp_of(*session)) : CSSM_OK;
     csp_memory const  memory = session->memory;
     memory.free_func(session, memory.ref);
     return status;
@@ -151,7 +157,7 @@ int detach(csp_session* session)
 int derive_key(csp_session* session, csp_data pass_phrase, csp_data salt, unsigned rounds,
                cssm_algorithm algorithm, unsigned key_bits, csp_key*& key)
 {
-    if (session == nullptr || algorithm != CSSM_ALGID_RC4 || rounds == 0 ||
+    if (is_forked() || session == nullptr || algorithm != CSSM_ALGID_RC4 || rounds == 0 ||
         !is_rc4_size(key_bits, rc4_max_size * 8)) {
         return EINVAL;
     }
@@ -170,7 +176,7 @@ int derive_key(csp_session* session, csp_data pass_phrase, csp_data salt, unsign
 int make_crypt_context(csp_session* session, csp_key const* key, csp_context*& context)
 {
     auto const* const symmetric = dynamic_cast<symmetric_key const*>(key);
-    if (session == nullptr || symmetric == nullptr) {
+    if (is_forked() || session == nullptr || symmetric == nullptr) {
         return EINVAL;
     }
     auto       made = make_object<crypt_context>(*session);
@@ -208,7 +214,7 @@ int crypt_at_once(csp_context* context, crypt_direction direction, csp_data in, 
 int begin_staged_crypt(csp_context* context, crypt_direction direction)
 {
     auto* const crypt = dynamic_cast<crypt_context*>(context);
-    if (crypt == nullptr) {
+    if (is_forked() || crypt == nullptr) {
         return EINVAL;
     }
     // A new context, since the provider leaks the cipher of one that is initialised again.
@@ -233,7 +239,8 @@ int staged_crypt(csp_context* context, crypt_direction direction, csp_data piece
                  unsigned char* out, std::size_t capacity, std::size_t& produced)
 {
     auto* const crypt = dynamic_cast<crypt_context*>(context);
-    if (crypt == nullptr || crypt->stage != stage_of(direction) || piece.size > capacity) {
+    if (is_forked() || crypt == nullptr || crypt->stage != stage_of(direction) ||
+        piece.size > capacity) {
         return EINVAL;
     }
     auto const step =
@@ -274,7 +281,7 @@ int digest_at_once(csp_session* session, cssm_algorithm algorithm, csp_data data
 int make_digest_context(csp_session* session, cssm_algorithm algorithm, csp_context*& context)
 {
     CSSM_ALGORITHMS const number = digest_number(algorithm);
-    if (session == nullptr || number == ::CSSM_ALGID_NONE) {
+    if (is_forked() || session == nullptr || number == ::CSSM_ALGID_NONE) {
         return EINVAL;
     }
     auto made = make_object<digest_context>(*session);
@@ -293,7 +300,7 @@ int make_digest_context(csp_session* session, cssm_algorithm algorithm, csp_cont
 int staged_digest(csp_context* context, csp_data piece, csp_buffer* digest)
 {
     auto* const running = dynamic_cast<digest_context*>(context);
-    if (running == nullptr) {
+    if (is_forked() || running == nullptr) {
         return EINVAL;
     }
     int const status = give_piece(CSSM_DigestDataInit, CSSM_DigestDataUpdate, *running, piece);

@@ -122,8 +122,8 @@ bool is_public_value(csp_data value)
 int generate_key_pair(csp_session* session, cssm_algorithm algorithm, unsigned key_bits,
                       csp_key*& public_key, csp_key*& private_key)
 {
-    if (session == nullptr || algorithm != CSSM_ALGID_RSA || key_bits < min_rsa_bits ||
-        key_bits > max_rsa_bits) {
+    if (is_forked() || session == nullptr || algorithm != CSSM_ALGID_RSA ||
+        key_bits < min_rsa_bits || key_bits > max_rsa_bits) {
         return EINVAL;
     }
     auto made_public  = make_object<rsa_public>(*session);
@@ -144,7 +144,7 @@ int generate_key_pair(csp_session* session, cssm_algorithm algorithm, unsigned k
 
 int generate_exchange_pair(csp_session* session, csp_buffer& public_value, csp_key*& private_key)
 {
-    if (session == nullptr) {
+    if (is_forked() || session == nullptr) {
         return EINVAL;
     }
     auto const public_half = make_object<cssm_key>(*session);
@@ -172,7 +172,7 @@ int exchange_key(csp_session* session, csp_key const* private_key, csp_data publ
                  cssm_algorithm algorithm, unsigned key_bits, csp_key*& key)
 {
     auto const* const own = dynamic_cast<exchange_private const*>(private_key);
-    if (session == nullptr || own == nullptr || !is_public_value(public_value) ||
+    if (is_forked() || session == nullptr || own == nullptr || !is_public_value(public_value) ||
         algorithm != CSSM_ALGID_RC4 || !is_rc4_size(key_bits, max_exchange_key_bits)) {
         return EINVAL;
     }
@@ -192,7 +192,7 @@ int make_signature_context(csp_session* session, csp_key const* key, cssm_algori
     bool const            signs  = dynamic_cast<rsa_private const*>(key) != nullptr;
     bool const            checks = dynamic_cast<rsa_public const*>(key) != nullptr;
     CSSM_ALGORITHMS const number = signature_number(algorithm);
-    if (session == nullptr || (!signs && !checks) || number == ::CSSM_ALGID_NONE) {
+    if (is_forked() || session == nullptr || (!signs && !checks) || number == ::CSSM_ALGID_NONE) {
         return EINVAL;
     }
     auto made = make_object<signature_context>(*session);
@@ -213,7 +213,7 @@ int make_signature_context(csp_session* session, csp_key const* key, cssm_algori
 int staged_sign(csp_context* context, csp_data piece, csp_buffer* signature)
 {
     auto* const signing = dynamic_cast<signature_context*>(context);
-    if (signing == nullptr || !signing->signs) {
+    if (is_forked() || signing == nullptr || !signing->signs) {
         return EINVAL;
     }
     int const status = give_piece(CSSM_SignDataInit, CSSM_SignDataUpdate, *signing, piece);
@@ -226,7 +226,7 @@ int staged_sign(csp_context* context, csp_data piece, csp_buffer* signature)
 int staged_verify(csp_context* context, csp_data piece, csp_data const* signature)
 {
     auto* const verifying = dynamic_cast<signature_context*>(context);
-    if (verifying == nullptr || verifying->signs) {
+    if (is_forked() || verifying == nullptr || verifying->signs) {
         return EINVAL;
     }
     int const status = give_piece(CSSM_VerifyDataInit, CSSM_VerifyDataUpdate, *verifying, piece);

@@ -114,7 +114,7 @@ void receive(CFNotificationCenterRef center, void* observer, CFStringRef name, v
 
 bool notification_value(notification_info const* info, char const* key, char* buf, std::size_t size)
 {
-    cf_owner<CFStringRef> const key_text = system_text(key);
+    cf_owner<CFStringRef> const key_text = !is_forked() ? system_text(key) : nullptr;
     if (info == nullptr || !key_text) {
         return false;
     }
@@ -177,6 +177,9 @@ int remove_observer(char const* name, char const* object, void* observer)
 
 int post_notification(char const* name, char const* object, char const* key, char const* value)
 {
+    if (is_forked()) {
+        return 0;  // as when nobody observes
+    }
     cf_owner<CFStringRef> const name_text   = system_text(name);
     cf_owner<CFStringRef> const object_text = system_text(object);
     if (!name_text || !object_text) {
@@ -185,10 +188,9 @@ int post_notification(char const* name, char const* object, char const* key, cha
     cf_owner<CFMutableDictionaryRef> const info(
         ::CFDictionaryCreateMutable(kCFAllocatorDefault, 0, &kCFCopyStringDictionaryKeyCallBacks,
                                     &kCFTypeDictionaryValueCallBacks));
-    CFNotificationCenterRef const center =
-        !is_forked() ? ::CFNotificationCenterGetDistributedCenter() : nullptr;
+    CFNotificationCenterRef const center = ::CFNotificationCenterGetDistributedCenter();
     if (center == nullptr || !info) {
-        return 0;  // as when nobody observes
+        return 0;  // as above
     }
     cf_owner<CFStringRef> const key_text   = system_text(key);
     cf_owner<CFStringRef> const value_text = value != nullptr ? system_text(value) : nullptr;

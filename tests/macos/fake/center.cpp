@@ -375,7 +375,6 @@ void* pump(void* /*argument*/)
 center_state& checked_center(CFNotificationCenterRef center, char const* function)
 {
     as<center_object>(center, function);
-    require_first_process(function);
     return the_center();
 }
 
@@ -433,7 +432,7 @@ using namespace zelieml::fake;
 
 CFTypeID CFNotificationCenterGetTypeID(void)
 {
-    return static_cast<CFTypeID>(kind::center) + 1;
+    return type_id(kind::center);
 }
 
 CFNotificationCenterRef CFNotificationCenterGetDistributedCenter(void)
@@ -553,6 +552,7 @@ CFStringRef const kCFRunLoopDefaultMode = CFSTR("kCFRunLoopDefaultMode");
 
 CFRunLoopRef CFRunLoopGetMain(void)
 {
+    require_first_process("CFRunLoopGetMain");
     static auto* const one = constant_object<run_loop_object>();
     return reinterpret_cast<CFRunLoopRef>(one);
 }

@@ -110,6 +110,7 @@ provider& the_provider()
 template <class T, class Handle>
 T* find(list<T*> const& all, Handle handle, char const* function)
 {
+    require_first_process(function);
     std::lock_guard<std::mutex> const hold(the_provider().guard);
     for (T* const one : all) {
         if (one->handle == handle) {
@@ -590,6 +591,7 @@ CSSM_RETURN CSSM_Init(CSSM_VERSION const* version, CSSM_PRIVILEGE_SCOPE /*scope*
                       CSSM_GUID const*    caller, CSSM_KEY_HIERARCHY /*hierarchy*/,
                       CSSM_PVC_MODE* policy, void const* reserved)
 {
+    require_first_process("CSSM_Init");
     if (version == nullptr || version->Major != 2 || caller == nullptr || policy == nullptr ||
         reserved != nullptr) {
         refuse("CSSM_Init", "not as the standard says");
@@ -604,6 +606,7 @@ CSSM_RETURN CSSM_Init(CSSM_VERSION const* version, CSSM_PRIVILEGE_SCOPE /*scope*
 CSSM_RETURN CSSM_ModuleLoad(CSSM_GUID const* module, CSSM_KEY_HIERARCHY /*hierarchy*/,
                             CSSM_API_ModuleEventHandler /*notify*/, void* /*context*/)
 {
+    require_first_process("CSSM_ModuleLoad");
     if (module == nullptr || std::memcmp(module, &gGuidAppleCSP, sizeof *module) != 0) {
         refuse("CSSM_ModuleLoad", "a module that the fake does not have");
     }
@@ -625,6 +628,7 @@ CSSM_RETURN CSSM_ModuleAttach(CSSM_GUID const* module, CSSM_VERSION const* versi
                               CSSM_MODULE_HANDLE_PTR handle)
 {
     constexpr char function[] = "CSSM_ModuleAttach";
+    require_first_process(function);
     if (module == nullptr || version == nullptr || memory == nullptr || handle == nullptr ||
         type != CSSM_SERVICE_CSP || memory->malloc_func == nullptr ||
         memory->free_func == nullptr || memory->realloc_func == nullptr ||

@@ -9,8 +9,8 @@
 // - autoreleasing without a pool, pools that do not nest
 // - a transform run without one of the attributes that it needs
 // - a notification with anything but property-list values
-// - any use of the distributed center, and running a transform, in a forked child of a process that
-//   has done either: the real ones may be used after exec only
+// - any call in a forked child of a process that has made one: the real frameworks may be used after
+//   exec only
 // - a key-handle session detached while it has contexts or keys, and a context that is initialised
 //   for a second text to be encrypted
 //

@@ -54,6 +54,7 @@ CFTypeRef CFAutorelease(CFTypeRef object)
 
 + (id)alloc
 {
+    require_first_process("alloc");
     object* const made =
         allocate(kind::instance, class_getInstanceSize(self), destroy_instance, "NSObject");
     made->isa = self;
@@ -180,6 +181,7 @@ CFTypeRef CFAutorelease(CFTypeRef object)
 
 + (NSFileManager*)defaultManager
 {
+    require_first_process("defaultManager");
     static NSFileManager* const manager = [] {
         NSFileManager* const made = [[NSFileManager alloc] init];
         make_immortal(reinterpret_cast<object*>(made));

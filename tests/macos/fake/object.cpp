@@ -151,6 +151,7 @@ bool creation_failed()
 
 bool may_create()
 {
+    require_first_process("a creation");
     state&                            all = the_state();
     std::lock_guard<std::mutex> const hold(all.guard);
     if (all.fail_in == 0 || --all.fail_in != 0) {
@@ -158,6 +159,12 @@ bool may_create()
     }
     all.failed = true;
     return false;
+}
+
+CFTypeID type_id(kind what)
+{
+    require_first_process("a type's number");
+    return static_cast<CFTypeID>(what) + 1;
 }
 
 object* allocate(kind what, std::size_t size, destroyer destroy, char const* name)
@@ -190,6 +197,7 @@ void make_immortal(object* immortal)
 
 object* checked(void const* pointer, char const* function)
 {
+    require_first_process(function);
     if (pointer == nullptr) {
         refuse(function, "null");
     }

@@ -52,9 +52,10 @@ using bytes = list<unsigned char>;
 // refuse - say what the caller did wrong, and abort
 [[noreturn]] void refuse(char const* function, char const* why);
 
-// require_first_process - refuse what may be used in one process only, in a forked child of it
+// require_first_process - refuse the call in a forked child of the process that used the frameworks
 //
-// The process is the first that comes here.
+// That is the first process that comes here. Whatever takes an object comes here through checked,
+// whatever can fail through may_create, and every other function by itself.
 void require_first_process(char const* function);
 
 // may_create - whether this creation is not the one that has to fail
@@ -76,6 +77,9 @@ enum class kind {
     transform,
     instance  // of an Objective-C class that is nothing else
 };
+
+// type_id - the number that CoreFoundation has for a kind
+CFTypeID type_id(kind what);
 
 // What the objects of each kind begin with.
 struct object {

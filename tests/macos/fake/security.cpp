@@ -268,7 +268,6 @@ CFTypeRef SecTransformExecute(SecTransformRef transform, CFErrorRef* error)
     if (std::exchange(held->ran, true)) {
         refuse(function, "a transform runs once");
     }
-    require_first_process(function);
     if (!may_create()) {
         fail(error, errors[0]);
         return nullptr;

@@ -348,7 +348,7 @@ CFDictionaryValueCallBacks const kCFTypeDictionaryValueCallBacks = {0, retain_va
 
 CFTypeID CFGetTypeID(CFTypeRef object)
 {
-    return static_cast<CFTypeID>(kind_of(object, "CFGetTypeID")) + 1;
+    return type_id(kind_of(object, "CFGetTypeID"));
 }
 
 CFTypeRef CFRetain(CFTypeRef object)
@@ -393,7 +393,7 @@ Boolean CFEqual(CFTypeRef one, CFTypeRef other)
 
 CFTypeID CFBooleanGetTypeID(void)
 {
-    return static_cast<CFTypeID>(kind::boolean) + 1;
+    return type_id(kind::boolean);
 }
 
 Boolean CFBooleanGetValue(CFBooleanRef boolean)
@@ -404,7 +404,7 @@ Boolean CFBooleanGetValue(CFBooleanRef boolean)
 
 CFTypeID CFNumberGetTypeID(void)
 {
-    return static_cast<CFTypeID>(kind::number) + 1;
+    return type_id(kind::number);
 }
 
 CFNumberRef CFNumberCreate(CFAllocatorRef /*allocator*/, CFNumberType type, void const* value)
@@ -472,12 +472,13 @@ Boolean CFNumberGetValue(CFNumberRef number, CFNumberType type, void* value)
 
 CFTypeID CFStringGetTypeID(void)
 {
-    return static_cast<CFTypeID>(kind::string) + 1;
+    return type_id(kind::string);
 }
 
 // That of a system in English and most of Western Europe's languages.
 CFStringEncoding CFStringGetSystemEncoding(void)
 {
+    require_first_process("CFStringGetSystemEncoding");
     return kCFStringEncodingMacRoman;
 }
 
@@ -556,6 +557,7 @@ char const* CFStringGetCStringPtr(CFStringRef string, CFStringEncoding /*encodin
 
 CFIndex CFStringGetMaximumSizeForEncoding(CFIndex length, CFStringEncoding encoding)
 {
+    require_first_process("CFStringGetMaximumSizeForEncoding");
     return encoding == kCFStringEncodingUTF8 ? 3 * length : length;
 }
 
@@ -572,7 +574,7 @@ CFComparisonResult CFStringCompare(CFStringRef one, CFStringRef other, CFOptionF
 
 CFTypeID CFDataGetTypeID(void)
 {
-    return static_cast<CFTypeID>(kind::data) + 1;
+    return type_id(kind::data);
 }
 
 CFDataRef CFDataCreate(CFAllocatorRef /*allocator*/, UInt8 const* begin, CFIndex size)
@@ -621,7 +623,7 @@ void CFDataGetBytes(CFDataRef data, CFRange range, UInt8* buffer)
 
 CFTypeID CFArrayGetTypeID(void)
 {
-    return static_cast<CFTypeID>(kind::array) + 1;
+    return type_id(kind::array);
 }
 
 CFMutableArrayRef CFArrayCreateMutable(CFAllocatorRef /*allocator*/, CFIndex /*capacity*/,
@@ -662,7 +664,7 @@ void CFArrayAppendValue(CFMutableArrayRef array, void const* value)
 
 CFTypeID CFDictionaryGetTypeID(void)
 {
-    return static_cast<CFTypeID>(kind::dictionary) + 1;
+    return type_id(kind::dictionary);
 }
 
 CFDictionaryRef CFDictionaryCreate(CFAllocatorRef allocator, void const** keys, void const** values,
@@ -740,7 +742,7 @@ void CFDictionarySetValue(CFMutableDictionaryRef dictionary, void const* key, vo
 
 CFTypeID CFErrorGetTypeID(void)
 {
-    return static_cast<CFTypeID>(kind::error) + 1;
+    return type_id(kind::error);
 }
 
 CFStringRef CFErrorGetDomain(CFErrorRef error)
@@ -758,6 +760,7 @@ CFIndex CFErrorGetCode(CFErrorRef error)
 
 CFAbsoluteTime CFAbsoluteTimeGetCurrent(void)
 {
+    require_first_process("CFAbsoluteTimeGetCurrent");
     timespec now = {};
     ::clock_gettime(CLOCK_REALTIME, &now);
     return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9 -
@@ -766,7 +769,7 @@ CFAbsoluteTime CFAbsoluteTimeGetCurrent(void)
 
 CFTypeID CFTimeZoneGetTypeID(void)
 {
-    return static_cast<CFTypeID>(kind::time_zone) + 1;
+    return type_id(kind::time_zone);
 }
 
 CFTimeZoneRef CFTimeZoneCopyDefault(void)
