@@ -6,10 +6,10 @@
 #include <Security/Security.h>
 #include <cstdlib>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
+#include <string>
 
 #include "platform/directory.h"
+#include "tests/support/notification_room.h"
 
 namespace zelieml::test
 {
@@ -19,6 +19,24 @@ namespace
 CFStringRef made_string(char const* text)
 {
     return CFStringCreateWithCString(kCFAllocatorDefault, text, kCFStringEncodingUTF8);
+}
+
+// A digest of nothing, not run yet.
+SecTransformRef made_transform()
+{
+    SecTransformRef const transform = SecDigestTransformCreate(kSecDigestMD5, 0, nullptr);
+    CFDataRef const       input     = CFDataCreate(nullptr, reinterpret_cast<UInt8 const*>(""), 0);
+    SecTransformSetAttribute(transform, kSecTransformInputAttributeName, input, nullptr);
+    CFRelease(input);
+    return transform;
+}
+
+CFTypeRef run_transform()
+{
+    SecTransformRef const transform = made_transform();
+    CFTypeRef const       result    = SecTransformExecute(transform, nullptr);
+    CFRelease(transform);
+    return result;
 }
 
 TEST(Fake, CountsWhatIsAlive)
@@ -86,6 +104,55 @@ TEST(Fake, RefusesTextsThatAreNotInTheirEncoding)
     CFRelease(string);
 }
 
+TEST(Fake, LeavesRubbishWhereAStringCannotBeConverted)
+{
+    char              back[] = "before";
+    CFStringRef const longer = made_string("too long");
+    CFStringRef const other  = made_string("\xe5\x8d\xb0");
+    EXPECT_FALSE(CFStringGetCString(longer, back, sizeof back, kCFStringEncodingUTF8));
+    EXPECT_EQ(std::string(back, sizeof back), "???????");
+    back[0] = 0;
+    EXPECT_FALSE(CFStringGetCString(other, back, sizeof back, kCFStringEncodingMacRoman));
+    EXPECT_EQ(std::string(back, sizeof back), "???????");
+    CFRelease(longer);
+    CFRelease(other);
+}
+
+TEST(Fake, HasNoBytesInEmptyData)
+{
+    CFDataRef const data = CFDataCreate(nullptr, reinterpret_cast<UInt8 const*>(""), 0);
+    EXPECT_EQ(CFDataGetBytePtr(data), nullptr);
+    EXPECT_EQ(CFDataGetLength(data), 0);
+    CFRelease(data);
+}
+
+// Its thread holds it for a while after the result: whoever counts waits for that.
+TEST(Fake, CountsNoTransformThatIsAboutToBeReleased)
+{
+    long const            before    = fake::live_objects();
+    SecTransformRef const transform = made_transform();
+    CFTypeRef const       result    = SecTransformExecute(transform, nullptr);
+    CFRelease(transform);
+    CFRelease(result);
+    EXPECT_EQ(fake::live_objects(), before);
+}
+
+TEST(Fake, TakesAnAttributeOnceAndBeforeTheTransformRuns)
+{
+    SecTransformRef const transform = made_transform();
+    CFDataRef const       input     = CFDataCreate(nullptr, reinterpret_cast<UInt8 const*>("x"), 1);
+    CFErrorRef            error     = nullptr;
+    EXPECT_FALSE(
+        SecTransformSetAttribute(transform, kSecTransformInputAttributeName, input, &error));
+    ASSERT_NE(error, nullptr);
+    CFRelease(error);
+    CFRelease(SecTransformExecute(transform, nullptr));
+    EXPECT_FALSE(
+        SecTransformSetAttribute(transform, kSecTransformInputAttributeName, input, nullptr));
+    CFRelease(input);
+    CFRelease(transform);
+}
+
 // ------------------------------------------------------------------ what aborts
 
 // In processes of their own, not forked children, which may not use the frameworks.
@@ -134,18 +201,6 @@ TEST_F(FakeDeathTest, AbortsWhenATransformLacksAnAttribute)
         "an attribute is missing");
 }
 
-// A digest of nothing, run.
-CFTypeRef run_transform()
-{
-    SecTransformRef const transform = SecDigestTransformCreate(kSecDigestMD5, 0, nullptr);
-    CFDataRef const       input     = CFDataCreate(nullptr, reinterpret_cast<UInt8 const*>(""), 0);
-    SecTransformSetAttribute(transform, kSecTransformInputAttributeName, input, nullptr);
-    CFTypeRef const result = SecTransformExecute(transform, nullptr);
-    CFRelease(input);
-    CFRelease(transform);
-    return result;
-}
-
 TEST(FakeForkDeathTest, AbortsOnAnyCallInAForkedChild)
 {
     ::testing::GTEST_FLAG(death_test_style) = "fast";
@@ -160,6 +215,45 @@ TEST(FakeForkDeathTest, AbortsOnAnyCallInAForkedChild)
     EXPECT_DEATH(CFAbsoluteTimeGetCurrent(), "a forked child");
     EXPECT_DEATH(CSSM_ModuleLoad(nullptr, CSSM_KEY_HIERARCHY_NONE, nullptr, nullptr),
                  "a forked child");
+}
+
+TEST_F(FakeDeathTest, AbortsOnAPostThatMayBeHeldBack)
+{
+    EXPECT_DEATH(CFNotificationCenterPostNotification(CFNotificationCenterGetDistributedCenter(),
+                                                      CFSTR("name"), CFSTR("object"), nullptr,
+                                                      FALSE),
+                 "in the background");
+}
+
+void ignore(CFNotificationCenterRef /*center*/, void* /*observer*/, CFStringRef /*name*/,
+            void const* /*object*/, CFDictionaryRef /*info*/)
+{
+}
+
+TEST_F(FakeDeathTest, AbortsWhenAnObserverIsRemovedThatIsNotExactlyOne)
+{
+    notification_room const room;
+    int                     who    = 0;
+    int                     other  = 0;
+    auto const              center = CFNotificationCenterGetDistributedCenter();
+    auto const              add    = [&] {
+        CFNotificationCenterAddObserver(center, &who, ignore, CFSTR("name"), CFSTR("object"),
+                                                        CFNotificationSuspensionBehaviorHold);
+    };
+    auto const remove = [&](void const* observer, CFStringRef name, CFStringRef object) {
+        CFNotificationCenterRemoveObserver(center, observer, name, object);
+    };
+    add();
+    EXPECT_DEATH(remove(&other, CFSTR("name"), CFSTR("object")), "no such observer");
+    EXPECT_DEATH(remove(&who, CFSTR("names"), CFSTR("object")), "no such observer");
+    EXPECT_DEATH(remove(&who, CFSTR("name"), CFSTR("objects")), "no such observer");
+    EXPECT_DEATH(
+        {
+            add();
+            remove(&who, CFSTR("name"), CFSTR("object"));
+        },
+        "or several");
+    remove(&who, CFSTR("name"), CFSTR("object"));
 }
 
 TEST_F(FakeDeathTest, AbortsWhenAContextIsInitialisedForASecondText)

@@ -14,7 +14,6 @@
 #include <cerrno>
 #include <chrono>
 #include <condition_variable>
-#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
@@ -244,21 +243,6 @@ void* take_in(void* argument)
     }
 }
 
-// Starts a thread that leaves signals to the host.
-pthread_t start(void* (*body)(void*), void* argument)
-{
-    sigset_t all;
-    sigset_t before;
-    ::sigfillset(&all);
-    ::pthread_sigmask(SIG_SETMASK, &all, &before);
-    pthread_t thread = {};
-    if (::pthread_create(&thread, nullptr, body, argument) != 0) {
-        refuse("CFNotificationCenterAddObserver", "no thread");
-    }
-    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    return thread;
-}
-
 void listen_for_posts(center_state& center)
 {
     static std::atomic<unsigned> number{0};
@@ -286,7 +270,7 @@ void listen_for_posts(center_state& center)
         refuse("CFNotificationCenterAddObserver", "cannot listen");
     }
     center.listening =
-        start(take_in, reinterpret_cast<void*>(static_cast<std::intptr_t>(center.socket)));
+        start_thread(take_in, reinterpret_cast<void*>(static_cast<std::intptr_t>(center.socket)));
 }
 
 // The guard is held before and after, but not in between.
@@ -462,7 +446,7 @@ void CFNotificationCenterAddObserver(CFNotificationCenterRef ref, void const* wh
     }
     if (center.from == delivery::pump_thread && !center.pumping) {
         center.pumping = true;
-        ::pthread_detach(start(pump, nullptr));
+        ::pthread_detach(start_thread(pump, nullptr));
     }
     center.observers.push_back(added);
 }
@@ -480,6 +464,9 @@ void CFNotificationCenterRemoveObserver(CFNotificationCenterRef ref, void const*
         if (one.who != who || one.name != its_name || one.object != its_object) {
             kept.push_back(one);
         }
+    }
+    if (kept.size() + 1 != center.observers.size()) {
+        refuse(function, "no such observer, or several");
     }
     center.observers.swap(kept);
     if (center.observers.empty() && center.socket >= 0) {
@@ -514,10 +501,13 @@ void CFNotificationCenterPostNotification(CFNotificationCenterRef ref, CFStringR
 
 void CFNotificationCenterPostNotificationWithOptions(CFNotificationCenterRef ref, CFStringRef name,
                                                      void const* object, CFDictionaryRef info,
-                                                     CFOptionFlags /*options*/)
+                                                     CFOptionFlags options)
 {
     constexpr char function[] = "CFNotificationCenterPostNotification";
     checked_center(ref, function);
+    if ((options & kCFNotificationDeliverImmediately) == 0) {
+        refuse(function, "an application in the background would not get it");
+    }
     bytes message(1, static_cast<unsigned char>(info != nullptr ? 1 : 0));
     put(message, checked_string(name, function));
     put(message, checked_string(object, function));

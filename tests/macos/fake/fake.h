@@ -7,8 +7,9 @@
 // - releasing or using an object that is no more, null where an object is needed, an object of the
 //   wrong type, an index out of range
 // - autoreleasing without a pool, pools that do not nest
-// - a transform run without one of the attributes that it needs
-// - a notification with anything but property-list values
+// - a transform run without one of the attributes that it needs, or a second time
+// - a notification with anything but property-list values, or not to be delivered immediately
+// - removing an observer by a name, object and pointer that are not those of exactly one
 // - any call in a forked child of a process that has made one: the real frameworks may be used after
 //   exec only
 // - a key-handle session detached while it has contexts or keys, and a context that is initialised
@@ -16,6 +17,10 @@
 //
 // Objects that are still alive when a process ends are an error of the process: it says which,
 // and exits with 86. A forked child is not asked, nor a process that ends while it observes.
+//
+// What the real frameworks leave open is here as inconvenient as it may be: a string that cannot be
+// converted leaves rubbish in the buffer, the bytes of empty data are at null, and a transform runs
+// on a thread of its own, which releases it some time after the result was returned.
 //
 // What may fail in the real frameworks can be made to fail here. The functions below are for tests.
 
@@ -29,6 +34,8 @@ constexpr int leak_exit_code = 86;
 
 // live_objects - how many objects somebody owns: Foundation's, CoreFoundation's, keys, transforms,
 // and of the key-handle interface sessions, contexts and keys
+//
+// Waits until the threads of transforms have released what they hold, 5 s at most.
 long live_objects();
 
 // fail_creation - make one creation fail, the nth from now on; 0 for none

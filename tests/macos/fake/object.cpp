@@ -1,6 +1,9 @@
 #include "tests/macos/fake/object.h"
 
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <mutex>
@@ -19,6 +22,7 @@ namespace
 {
 
 constexpr std::size_t quarantine_size = 4096;
+constexpr auto        patience        = std::chrono::seconds(5);
 
 struct alignas(16) header {
     kind      what;
@@ -45,12 +49,14 @@ struct counted_name {
 using pointers = std::set<void const*, std::less<void const*>, malloc_allocator<void const*>>;
 
 struct state {
-    std::mutex         guard;
-    pointers           live;
-    list<counted_name> counts;
+    std::mutex              guard;
+    std::condition_variable let_go;
+    pointers                live;
+    list<counted_name>      counts;
     // Rooms of objects that were released, so that a stale pointer does not find another object.
     header*     quarantine[quarantine_size] = {};
     std::size_t next_in_quarantine          = 0;
+    int         held_for_a_while            = 0;
     int         fail_in                     = 0;
     bool        failed                      = false;
     pid_t       process                     = ::getpid();
@@ -123,11 +129,26 @@ void require_first_process(char const* function)
     }
 }
 
+pthread_t start_thread(void* (*body)(void*), void* argument)
+{
+    sigset_t all;
+    sigset_t before;
+    ::sigfillset(&all);
+    ::pthread_sigmask(SIG_SETMASK, &all, &before);
+    pthread_t thread = {};
+    if (::pthread_create(&thread, nullptr, body, argument) != 0) {
+        refuse("the frameworks", "no thread");
+    }
+    ::pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    return thread;
+}
+
 long live_objects()
 {
-    state&                            all = the_state();
-    std::lock_guard<std::mutex> const hold(all.guard);
-    long                              sum = 0;
+    state&                       all = the_state();
+    std::unique_lock<std::mutex> hold(all.guard);
+    all.let_go.wait_for(hold, patience, [&] { return all.held_for_a_while == 0; });
+    long sum = 0;
     for (counted_name const& entry : all.counts) {
         sum += entry.count;
     }
@@ -238,6 +259,23 @@ void release(void const* pointer, char const* function)
     std::lock_guard<std::mutex> const hold(all.guard);
     std::free(std::exchange(all.quarantine[all.next_in_quarantine], head));
     all.next_in_quarantine = (all.next_in_quarantine + 1) % quarantine_size;
+}
+
+void hold_for_a_while(void const* pointer, char const* function)
+{
+    retain(pointer, function);
+    state&                            all = the_state();
+    std::lock_guard<std::mutex> const hold(all.guard);
+    ++all.held_for_a_while;
+}
+
+void let_go(void const* pointer, char const* function)
+{
+    release(pointer, function);
+    state&                            all = the_state();
+    std::lock_guard<std::mutex> const hold(all.guard);
+    --all.held_for_a_while;
+    all.let_go.notify_all();
 }
 
 long references(void const* pointer, char const* function)

@@ -12,6 +12,7 @@
 #include <cstdlib>
 #include <list>
 #include <new>
+#include <pthread.h>
 #include <string>
 #include <utility>
 #include <vector>
@@ -57,6 +58,9 @@ using bytes = list<unsigned char>;
 // That is the first process that comes here. Whatever takes an object comes here through checked,
 // whatever can fail through may_create, and every other function by itself.
 void require_first_process(char const* function);
+
+// start_thread - start a thread that leaves signals to the host
+pthread_t start_thread(void* (*body)(void*), void* argument);
 
 // may_create - whether this creation is not the one that has to fail
 bool may_create();
@@ -132,6 +136,11 @@ T* as(void const* pointer, char const* function)
 void retain(void const* pointer, char const* function);
 void release(void const* pointer, char const* function);
 long references(void const* pointer, char const* function);
+
+// hold_for_a_while, let_go - a reference that a thread of the frameworks keeps for a while after the
+// call; whoever counts objects waits for its end
+void hold_for_a_while(void const* pointer, char const* function);
+void let_go(void const* pointer, char const* function);
 
 // Things that are counted among the live ones without being objects.
 void count_in(char const* name);

@@ -2,7 +2,10 @@
 
 #include <Security/Security.h>
 #include <atomic>
+#include <condition_variable>
 #include <cstring>
+#include <ctime>
+#include <mutex>
 #include <nettle/arcfour.h>
 #include <nettle/md5.h>
 #include <nettle/pbkdf2.h>
@@ -33,10 +36,6 @@ CFStringRef const kSecDigestMD5                   = CFSTR("MD5 Digest");
 
 namespace
 {
-
-// The provider behind the framework takes no less.
-constexpr std::size_t smallest_salt = 8;
-constexpr SInt64      fewest_rounds = 1000;
 
 std::atomic<int> derivations{0};
 
@@ -73,6 +72,19 @@ struct transform_object : object {
     CFTypeRef      padding = nullptr;
     bool           ran     = false;
 };
+
+// A transform that runs on a thread of its own.
+struct execution {
+    explicit execution(transform_object* run) : transform(run) {}
+
+    transform_object* const transform;
+    CFTypeRef               result = nullptr;
+    bool                    ended  = false;
+    std::mutex              guard;
+    std::condition_variable changed;
+};
+
+constexpr timespec holding = {0, 2000000};  // how long that thread holds the transform after it
 
 // The value of an attribute without which the framework does not do what is wanted.
 CFTypeRef required(CFDictionaryRef attributes, CFTypeRef name, char const* function)
@@ -131,6 +143,27 @@ CFTypeRef run_rc4(bytes const& key, bytes const& input)
     return made;
 }
 
+void* run(void* argument)
+{
+    constexpr char    function[] = "a transform's thread";
+    auto* const       running    = static_cast<execution*>(argument);
+    transform_object* transform  = running->transform;
+    bytes const&      input      = as<data_object>(transform->input, function)->content;
+    CFTypeRef const   result =
+        transform->type == transform_type::rc4
+              ? run_rc4(as<key_object>(transform->key, function)->material, input)
+              : run_md5(input);
+    {
+        std::lock_guard<std::mutex> const hold(running->guard);
+        running->result = result;
+        running->ended  = true;
+        running->changed.notify_all();  // under the lock: then the execution is gone
+    }
+    ::nanosleep(&holding, nullptr);
+    let_go(transform, function);
+    return nullptr;
+}
+
 }  // namespace
 
 int zelieml::fake::key_derivations()
@@ -158,8 +191,7 @@ SecKeyRef SecKeyDeriveFromPassword(CFStringRef password, CFDictionaryRef attribu
     if (rounds->integer <= 0) {
         refuse(function, "so many rounds as the framework thinks fit");
     }
-    bool const fits = size->integer > 0 && size->integer % 8 == 0 && size->integer <= 2048 &&
-                      salt->content.size() >= smallest_salt && rounds->integer >= fewest_rounds;
+    bool const fits = size->integer > 0 && size->integer % 8 == 0 && size->integer <= 2048;
     if (!may_create() || !fits) {
         fail(error, errors[fits ? 0 : 1]);
         return nullptr;
@@ -245,10 +277,11 @@ Boolean SecTransformSetAttribute(SecTransformRef transform, CFStringRef key, CFT
     } else {
         refuse(function, "no attribute of this transform");
     }
-    CFTypeRef const before = std::exchange(*slot, CFRetain(value));
-    if (before != nullptr) {
-        CFRelease(before);
+    if (*slot != nullptr || held->ran) {
+        fail(error, errors[1]);
+        return FALSE;
     }
+    *slot = CFRetain(value);
     return TRUE;
 }
 
@@ -272,6 +305,10 @@ CFTypeRef SecTransformExecute(SecTransformRef transform, CFErrorRef* error)
         fail(error, errors[0]);
         return nullptr;
     }
-    bytes const& input = as<data_object>(held->input, function)->content;
-    return ciphers ? run_rc4(as<key_object>(held->key, function)->material, input) : run_md5(input);
+    execution running(held);
+    hold_for_a_while(held, function);
+    ::pthread_detach(start_thread(run, &running));
+    std::unique_lock<std::mutex> hold(running.guard);
+    running.changed.wait(hold, [&] { return running.ended; });
+    return running.result;
 }

@@ -538,10 +538,12 @@ CFIndex CFStringGetLength(CFStringRef string)
 Boolean CFStringGetCString(CFStringRef string, char* buffer, CFIndex size,
                            CFStringEncoding encoding)
 {
+    constexpr char rubbish = '?';
     check_encoding(encoding, "CFStringGetCString");
     text encoded;
     if (!encode(*as<string_object>(string, "CFStringGetCString"), encoding, encoded) ||
         static_cast<CFIndex>(encoded.size()) >= size) {
+        std::memset(buffer, rubbish, static_cast<std::size_t>(size > 0 ? size : 0));
         return FALSE;
     }
     std::memcpy(buffer, encoded.c_str(), encoded.size() + 1);
@@ -603,7 +605,8 @@ CFIndex CFDataGetLength(CFDataRef data)
 
 UInt8 const* CFDataGetBytePtr(CFDataRef data)
 {
-    return as<data_object>(data, "CFDataGetBytePtr")->content.data();
+    bytes const& content = as<data_object>(data, "CFDataGetBytePtr")->content;
+    return !content.empty() ? content.data() : nullptr;
 }
 
 void CFDataGetBytes(CFDataRef data, CFRange range, UInt8* buffer)
