@@ -27,9 +27,9 @@
  * - Sizes are in bytes.
  * - Every function may be called on any thread. Two threads must not use the same record at the
  *   same time. They may use the same engine, but only one of them may start and stop it.
- * - A thread that is cancelled (pthread_cancel) in a call ends while the call waits for a server. On
- *   macOS, where cancellation runs no C++ destructors, the request takes effect after the call, as
- *   it does for eml_start and eml_stop on every system.
+ * - A thread that is cancelled (pthread_cancel) in a call ends while the call waits for a server.
+ *   On macOS, where cancellation runs no C++ destructors, the request takes effect after the call,
+ *   as it does for eml_start and eml_stop on every system.
  * - Servers are reached over IPv4 only, at the first address that the system's resolver gives for
  *   the name. If that address does not answer, no other is tried: name a server with one address.
  * - The connections are not encrypted.
@@ -378,11 +378,14 @@ ZELIEML_API int eml_post_sync(const char *workdir, void *msg, void **result);
  * engine's half-hourly look. If a callback forks and then returns in the child, the child ends
  * there with exit status 0: end it with _exit instead.
  *
- * Returns 0 when the engine runs: a message that is posted from then on is sent. Returns -1,
- * leaving *eml unchanged and nothing running, when an argument is null, the stock symbol is empty,
- * workdir or stock symbol is too long, there is no memory for the engine, or the system provides no
- * thread or no place for the notifications. Lack of memory for the engine's queue alone is not
- * reported: the call returns 0, and the engine sends nothing.
+ * Returns 0 when the engine runs: a message that is posted from then on is sent. On macOS the
+ * system may take a moment before it tells the engine of what other processes post: such a message
+ * waits for the half-hourly look.
+ *
+ * Returns -1, leaving *eml unchanged and nothing running, when an argument is null, the stock symbol
+ * is empty, workdir or stock symbol is too long, there is no memory for the engine, or the system
+ * provides no thread or no place for the notifications. Lack of memory for the engine's queue alone
+ * is not reported: the call returns 0, and the engine sends nothing.
  */
 ZELIEML_API int eml_start(const char *workdir, void **eml);
 ZELIEML_API int eml_start_with_stocksymbol(const char *workdir, const char *stock_symbol,

@@ -78,6 +78,8 @@ class Engine:
                                         stdout=subprocess.PIPE, text=True)
         if self.process.stdout.readline() != "ready\n":
             raise RuntimeError("the engine did not start")
+        if sys.platform == "darwin":
+            time.sleep(1)  # until the system knows that the engine wants to hear other processes
 
     def next_result(self):
         return self.process.stdout.readline().rstrip("\n")

@@ -46,6 +46,7 @@ public:
         : program({ENGINE_EXAMPLE, work.path(), symbol})
     {
         wait_for("ready\n");
+        wait_for_registration();
     }
 };
 
@@ -66,6 +67,7 @@ TEST(Processes, EachEngineHearsItsOwnPosters)
     engine_program first(work[0], "first");
     engine_program second(work[1], "second");
     running_engine third(work[2], "third");
+    wait_for_registration();
 
     auto one = peer("post");
     auto two = peer("post");
@@ -107,6 +109,7 @@ TEST(Processes, DeliverThreeHundredMailsOnceEach)
     workplace                             work(server.smtp_port());
     running_engine                        engine(work);
     std::vector<std::unique_ptr<program>> programs;
+    wait_for_registration();
     for (int i = 0; i < posters; ++i) {
         programs.push_back(peer("post"));
         programs.back()->tell(order(work, "nobody", "none", 0));
@@ -190,6 +193,7 @@ TEST(Processes, APosterThatIsKilledHarmsNobody)
     workplace        elsewhere(server.smtp_port());
     running_engine   engine(work);
     std::minstd_rand random(7);
+    wait_for_registration();
     for (int life = 0; life < lives; ++life) {
         auto poster = peer("post_large");
         poster->tell(order(elsewhere, "nobody", "first", 1));

@@ -190,6 +190,7 @@ TEST_F(Examples, EngineSendsWhatPostHandsToIt)
     configure(server.smtp_port());
     program engine({ENGINE_EXAMPLE, work_, "printer 1"});
     engine.wait_for("ready\n");
+    wait_for_registration();
     auto const start = std::chrono::steady_clock::now();
     expect(run(POST_EXAMPLE, with_mail({work_, "printer 1"}), "The tray is empty.\n"), 0, "");
     engine.wait_for("result 0 (sent): 221 2.0.0 goodbye\n");
@@ -208,6 +209,7 @@ TEST_F(Examples, EnginePrintsEveryKindOfResult)
     loopback server({"--fault", "rcpt=refuse:550 5.1.1 no such user", "--fault-count", "1"});
     program  engine({ENGINE_EXAMPLE, work_});
     engine.wait_for("ready\n");
+    wait_for_registration();
     auto const post = [&] {
         expect(run(POST_EXAMPLE, with_mail({work_, "zelieml_stocksymbol"}), "x\n"), 0, "");
     };

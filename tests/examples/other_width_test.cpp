@@ -63,6 +63,7 @@ protected:
     {
         auto engine = std::make_unique<program>(strings{GetParam().engine.engine, work_, "symbol"});
         engine->wait_for("ready\n");
+        wait_for_registration();
         return engine;
     }
 

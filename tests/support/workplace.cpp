@@ -7,6 +7,9 @@
 #include <ostream>
 #include <sys/stat.h>
 
+#include "tests/support/skip.h"
+#include "tests/support/wait_until.h"
+
 namespace zelieml::test
 {
 
@@ -190,6 +193,14 @@ void running_engine::stop()
     if (eml_ != nullptr) {
         EXPECT_EQ(eml_stop(eml_), 0);
         eml_ = nullptr;
+    }
+}
+
+void wait_for_registration()
+{
+    constexpr int enough_ms = 100;
+    if (!has_backend("linux")) {
+        wait_ms(enough_ms);
     }
 }
 

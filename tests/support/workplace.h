@@ -135,6 +135,10 @@ private:
     void* eml_ = nullptr;
 };
 
+// Waits until an engine that has just been started hears other processes: Apple's center takes its
+// time, and there is nothing to ask.
+void wait_for_registration();
+
 // The milliseconds that a call takes.
 template <class Call>
 int ms_of(Call&& call)
