@@ -3,6 +3,7 @@
 // Anybody can send to a socket in the directory for all users: an observer takes what a post
 // makes, and nothing else harms it.
 
+#include <cerrno>
 #include <cstring>
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -56,7 +57,7 @@ public:
                   static_cast<ssize_t>(datagram.size()));
     }
 
-    // With a descriptor beside it.
+    // With a descriptor beside it, which Linux refuses since 6.16.
     void send(std::string const& datagram, int descriptor) const
     {
         union {
@@ -73,7 +74,8 @@ public:
         control.head.cmsg_type  = SCM_RIGHTS;
         control.head.cmsg_len   = CMSG_LEN(sizeof(int));
         std::memcpy(CMSG_DATA(&control.head), &descriptor, sizeof descriptor);
-        EXPECT_EQ(::sendmsg(fd_.get(), &message, 0), static_cast<ssize_t>(datagram.size()));
+        ssize_t const size = ::sendmsg(fd_.get(), &message, 0);
+        EXPECT_TRUE(size == static_cast<ssize_t>(datagram.size()) || errno == EPERM);
     }
 
 private:

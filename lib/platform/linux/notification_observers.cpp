@@ -49,6 +49,13 @@ constexpr std::time_t unready_s        = 60;
 constexpr std::time_t wait_limit_s     = 5;
 constexpr char        unready_suffix[] = ".new";
 
+// Of Linux 6.16 and later, and in newer headers than some that this is built with.
+#ifdef SO_PASSRIGHTS
+constexpr int accept_descriptors = SO_PASSRIGHTS;
+#else
+constexpr int accept_descriptors = 83;
+#endif
+
 struct observer_record {
     observer_record*  next = nullptr;  // in the registry
     std::string       name;
@@ -141,6 +148,10 @@ unique_fd open_socket(std::string const& object, observers_place const& where, s
         ::getrandom(&random, sizeof random, 0) != static_cast<ssize_t>(sizeof random)) {
         return unique_fd();
     }
+    // Otherwise the last close of a descriptor that comes with a datagram is this thread's, and may
+    // last as long as its sender likes. Older systems do not know the option.
+    int const off = 0;
+    ::setsockopt(socket.get(), SOL_SOCKET, accept_descriptors, &off, sizeof off);
 
     char tail[64];
     std::snprintf(tail, sizeof tail, "%d-%016" PRIx64, static_cast<int>(::getpid()), random);
