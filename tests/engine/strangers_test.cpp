@@ -7,12 +7,11 @@
 #include <cstdio>
 #include <fstream>
 #include <functional>
-#include <grp.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
+#include "tests/engine/neighbours.h"
 #include "tests/support/fake_clock.h"
 #include "tests/support/fake_pause.h"
 #include "tests/support/open_hook.h"
@@ -35,55 +34,10 @@ notification_root const root;
 
 constexpr char private_text[] = "subject: private\nto: thief@a.test\nreplyto: r\nA secret.\n";
 
-// A process of another user that takes steps when it is told to. Made before there is an engine.
-class stranger
+class stranger : public neighbour
 {
 public:
-    // Each step says whether it was taken.
-    explicit stranger(std::vector<std::function<bool()>> const& steps)
-    {
-        EXPECT_EQ(::pipe(orders_), 0);
-        EXPECT_EQ(::pipe(reports_), 0);
-        process_ = ::fork();
-        if (process_ == 0) {
-            ::close(orders_[1]);
-            bool const ready = ::setgroups(0, nullptr) == 0 &&
-                               ::setresgid(stranger_id, stranger_id, stranger_id) == 0 &&
-                               ::setresuid(stranger_id, stranger_id, stranger_id) == 0;
-            char order = 0;
-            while (ready && ::read(orders_[0], &order, 1) == 1) {
-                char const done = steps[static_cast<std::size_t>(order)]() ? 1 : 0;
-                if (::write(reports_[1], &done, 1) != 1) {
-                    break;
-                }
-            }
-            ::_exit(0);
-        }
-        ::close(orders_[0]);
-        ::close(reports_[1]);
-    }
-    ~stranger()
-    {
-        ::close(orders_[1]);
-        ::close(reports_[0]);
-        ::waitpid(process_, nullptr, 0);
-    }
-    stranger(stranger const&)            = delete;
-    stranger& operator=(stranger const&) = delete;
-
-    // Has a step taken, and waits until it is.
-    void take(char step) const
-    {
-        char done = 0;
-        EXPECT_EQ(::write(orders_[1], &step, 1), 1);
-        EXPECT_EQ(::read(reports_[0], &done, 1), 1);
-        EXPECT_EQ(done, 1) << "the stranger's step " << static_cast<int>(step);
-    }
-
-private:
-    int   orders_[2]  = {};
-    int   reports_[2] = {};
-    pid_t process_    = 0;
+    explicit stranger(std::vector<step> const& steps) : neighbour(stranger_id, {}, steps) {}
 };
 
 bool make_file(std::string const& path, char const* text)
@@ -95,27 +49,6 @@ bool announce(std::string const& path)
 {
     return eml_post_message_file_with_stocksymbol(path.c_str(), "symbol") == 0;
 }
-
-// While it lives, the test is this user.
-class acting_user
-{
-public:
-    explicit acting_user(uid_t user)
-    {
-        EXPECT_EQ(::seteuid(0), 0);
-        EXPECT_EQ(::seteuid(user), 0);
-    }
-    ~acting_user()
-    {
-        EXPECT_EQ(::seteuid(0), 0);
-        EXPECT_EQ(::seteuid(before_), 0);
-    }
-    acting_user(acting_user const&)            = delete;
-    acting_user& operator=(acting_user const&) = delete;
-
-private:
-    uid_t const before_ = ::geteuid();
-};
 
 // Who runs the engine.
 class Strangers : public ::testing::TestWithParam<uid_t>
