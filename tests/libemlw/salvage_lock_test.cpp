@@ -11,6 +11,8 @@
 #include <unistd.h>
 
 #include "libmsg/libmsg.h"
+#include "platform/clock.h"
+#include "tests/support/fake_clock.h"
 #include "tests/support/files.h"
 #include "tests/support/peers.h"
 #include "tests/support/trace_recorder.h"
@@ -35,7 +37,7 @@ message_holder new_mail()
 // As if its last change were so long ago.
 void age(std::string const& path, int seconds)
 {
-    timespec const then     = {::time(nullptr) - seconds, 0};
+    timespec const then     = {platform::wall_seconds() - seconds, 0};
     timespec const times[2] = {then, then};
     ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
 }
@@ -45,6 +47,7 @@ class SalvageLock : public ::testing::Test
 protected:
     SalvageLock()
     {
+        test::set_wall_clock(::time(nullptr), 0);  // and there it stays
         iqmgr* queue = nullptr;
         EXPECT_EQ(iqmgr_create(&queue), 0);
         engine_.queue = queue;
@@ -98,9 +101,9 @@ TEST_F(SalvageLock, LastsForAnHourAfterTheLastChange)
     test::write_file(path_, "to: anna@a.test\n");
     unique_fd const holder(::open(path_.c_str(), O_RDONLY | O_CLOEXEC));
     ASSERT_EQ(::flock(holder.get(), LOCK_EX), 0);
-    age(path_, 3590);
+    age(path_, 3599);
     EXPECT_EQ(found(), strings());
-    age(path_, 3601);
+    age(path_, 3600);
     EXPECT_EQ(found(), strings{path_});
 }
 
@@ -108,9 +111,9 @@ TEST_F(SalvageLock, IsNotThereYetOnAFileThatIsEmpty)
 {
     test::write_file(path_, "");
     EXPECT_EQ(found(), strings());
-    age(path_, 50);
+    age(path_, 59);
     EXPECT_EQ(found(), strings());
-    age(path_, 61);
+    age(path_, 60);
     EXPECT_EQ(found(), strings{path_});
 }
 
