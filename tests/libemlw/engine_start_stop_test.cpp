@@ -281,6 +281,20 @@ TEST_F(EngineStart, WithoutAThreadLeavesTheObserverToTheEngine)
     EXPECT_EQ(on_disk(), strings{"a.sme"});
 }
 
+TEST_F(EngineStart, IsUndoneByTheFirstStopOnly)
+{
+    ifactory_emlw factory;
+    ieml*         engine = nullptr;
+    ASSERT_EQ(factory.create(&engine), 0);
+    ASSERT_EQ(engine->start(workdir().c_str(), symbol), 0);
+    EXPECT_EQ(engine->stop(), 0);
+    EXPECT_FALSE(engine->get_context()->has_worker);
+    test::clear_traces();
+    EXPECT_EQ(engine->stop(), -1);
+    EXPECT_EQ(test::traces(), (strings{"stop_thread in", "error:stop_thread"}));
+    EXPECT_EQ(factory.destroy(engine), 0);
+}
+
 TEST_F(EngineStart, WithoutMemoryForTheQueueMakesAnEngineThatIsDeaf)
 {
     message("leftover");
