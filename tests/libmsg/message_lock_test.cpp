@@ -66,6 +66,16 @@ TEST_F(MessageLock, EndsAlthoughAForkedChildHasTheFileToo)
     ::waitpid(child, nullptr, 0);
 }
 
+TEST_F(MessageLock, MovesWithTheFileAndEndsWhenAnotherTakesItsPlace)
+{
+    message_file file;
+    file = create_message_file(path_.c_str());
+    unique_fd const childs(::dup(file.descriptor()));  // as a forked child has it
+    EXPECT_TRUE(locked());
+    file = message_file();
+    EXPECT_FALSE(locked());
+}
+
 TEST_F(MessageLock, OfASecondWriterIsNotEndedByTheFirst)
 {
     message_file       first  = create_message_file(path_.c_str());

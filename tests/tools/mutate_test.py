@@ -40,6 +40,9 @@ class Changes(unittest.TestCase):
             "int const b = a - c;": ["int const b = a + c;"],
             "int const b = 1000;": ["int const b = 1001;", "int const b = 999;"],
             "int const b = 0;": ["int const b = 1;"],
+            "int const b = a - 1;": ["int const b = a + 1;", "int const b = a - 0;",
+                                     "int const b = a - 2;"],
+            "int const b = -1;": ["int const b = -0;"],
             "int const b = 0777;": ["int const b = 01000;", "int const b = 0776;"],
             "int const b = 0x10U;": ["int const b = 0x11U;", "int const b = 0xfU;"],
             "bool const b = true;": ["bool const b = false;"],
@@ -58,8 +61,11 @@ class Changes(unittest.TestCase):
         for line in ("int b = c;", "auto const* b = c;", "std::string b(c);", "char* b = c;",
                      "std::vector<int> b;", "b const c(d);", "if (a) { g(b); }"):
             self.assertNotIn("(removed)", changes(line), line)
-        last = mutate.Source("f.cpp", FUNCTION % "g();").changes()
-        self.assertEqual([change.line for change in last], [3])
+        for last in ("return a;", "if (b) {\n c();\n } else if (d) {\n return a;\n }",
+                     "try {\n return a;\n } catch (e const&) {\n }"):
+            source = mutate.Source("f.cpp", f"int f(int a)\n{{\n{last}\n}}\n")
+            self.assertNotIn("return a;", [change.before for change in source.changes()], last)
+        self.assertIn("for (;;) { }", changes("for (;;) { return b; }"))
 
     def test_leave_out_what_is_no_code(self):
         for line in ("// a == b", "/* 1 */", "#define A 1", "char const* b = \"a == 1\";",
