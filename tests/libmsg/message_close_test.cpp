@@ -1,8 +1,9 @@
 // message_close_test.cpp - what only closing a message file reports, as a full disk does on some
-// file systems
+// file systems, and calls that signals cut short
 
 #include <cerrno>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include "libmsg/libmsg.h"
 #include "tests/support/files.h"
@@ -16,13 +17,27 @@ using strings = std::vector<std::string>;
 namespace
 {
 
-int failing = 0;  // the error of each call
+int failing       = 0;  // the error of each call of close
+int interruptions = 0;  // reads and writes that end with EINTR first
+int reads         = 0;
+
+bool interrupted()
+{
+    if (interruptions == 0) {
+        return false;
+    }
+    --interruptions;
+    errno = EINTR;
+    return true;
+}
 
 }  // namespace
 
 extern "C" {
 
-int __real_close(int fd);
+int     __real_close(int fd);
+ssize_t __real_write(int fd, void const* data, size_t size);
+ssize_t REAL_PREAD(int fd, void* data, size_t size, off_t position);
 
 int __wrap_close(int fd)
 {
@@ -32,6 +47,20 @@ int __wrap_close(int fd)
         return -1;
     }
     return status;
+}
+
+ssize_t __wrap_write(int fd, void const* data, size_t size)
+{
+    return interrupted() ? -1 : __real_write(fd, data, size);
+}
+
+ssize_t WRAP_PREAD(int fd, void* data, size_t size, off_t position)
+{
+    if (++reads > 10) {
+        errno = 0;  // whoever reads again and again comes to an end
+        return 0;
+    }
+    return interrupted() ? -1 : REAL_PREAD(fd, data, size, position);
 }
 }
 
@@ -73,4 +102,20 @@ TEST(MessageFileWhoseClosingASignalCutsShort, IsSaved)
     EXPECT_EQ(posted, 0);
     EXPECT_EQ(test::trouble_traces(), strings{});
     EXPECT_EQ(test::list_directory(dir.path()).size(), 2U);
+}
+
+TEST(MessageFileWhoseCallsSignalsCutShort, IsWrittenAndReadWhole)
+{
+    test::temp_dir const dir;
+    message_file const   file = create_message_file(dir.file("a.sme").c_str());
+    interruptions             = 2;
+    EXPECT_TRUE(file.write("subject: s", 10));
+    EXPECT_EQ(interruptions, 0);
+
+    char bytes[20];
+    interruptions = 2;
+    reads         = 0;
+    EXPECT_EQ(file.read(bytes, sizeof bytes, 0), 10);
+    EXPECT_EQ(reads, 3);
+    EXPECT_EQ(std::string(bytes, 10), "subject: s");
 }
