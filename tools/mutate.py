@@ -282,7 +282,13 @@ class Source:
         octal = len(digits) > 1 and digits.isdigit() and digits[0] == "0"
         value = int(digits, 8 if octal else 0)
         form = "{:#o}" if octal else "{:#x}" if digits[:2] in ("0x", "0X") else "{}"
-        for other in (value + 1, value - 1) if value > 0 else (1,):
+        if value == 0:
+            others = (1,)
+        elif value == 1 and self.tokens[at - 1].text == "-" and not self._is_operand(at - 2):
+            others = (0,)  # -2 would be a failure too
+        else:
+            others = (value + 1, value - 1)
+        for other in others:
             text = form.format(other).replace("0o", "0") + integer["suffix"]
             self._replace(at, text)
 
@@ -337,9 +343,23 @@ class Source:
         return False
 
     def _ends_function(self, end):
+        """Whether nothing of the function follows this statement."""
         after = end + 1
-        return self.tokens[after].text == "}" and \
-            self.blocks.get(self.partner.get(after)) == "function"
+        while self.tokens[after].text == "}":
+            opening = self.partner[after]
+            if self.blocks[opening] != "control" or self._is_loop(opening):
+                return self.blocks[opening] == "function"
+            after += 1
+            while self.tokens[after].text in ("else", "catch"):
+                while self.tokens[after].text != "{":
+                    after = self.partner.get(after, after) + 1
+                after = self.partner[after] + 1
+        return False
+
+    def _is_loop(self, opening):
+        if self.tokens[opening - 1].text != ")":
+            return self.tokens[opening - 1].text == "do"
+        return self.tokens[self.partner[opening - 1] - 1].text in ("for", "while")
 
     def _does_something(self, at, end):
         """Whether it is a call or an assignment, and no declaration."""
@@ -444,6 +464,7 @@ class Workshop:
         self.folder = folder
         self.copy, self.build_folder = folder / "copy", folder / "build"
         self.temporary = pathlib.Path(tempfile.mkdtemp(prefix="mutate-"))
+        self.temporary.chmod(0o1777)  # like /tmp: some tests are other users, too
         self.process = None
         self.original = ""
         self.closed = False
@@ -727,6 +748,8 @@ def try_units(chosen, shops, explained):
                       flush=True)
 
         scores[unit] = try_changes(changes, shops, tests, explained, show)
+        print(f"{unit}: {scores[unit].noticed} noticed, {scores[unit].not_compiled} not compiled, "
+              f"{scores[unit].explained} explained, {len(scores[unit].survivors)} left", flush=True)
     return scores
 
 
