@@ -360,5 +360,18 @@ TEST_F(SettingsFailure, DoesNotComeOfSignalsAndShortCounts)
     }
 }
 
+// A line that is a character too long does not become one of the length that is allowed.
+TEST_F(SettingsFailure, ComesOfAnOverlongLineInWhateverPiecesItIsRead)
+{
+    test::write_file(path, "k = " + std::string(1020, 'x') + "\n");
+    for (std::size_t const at_once : {std::size_t{1}, std::size_t{1023}, std::size_t{1024}}) {
+        char         val[2000];
+        unsigned int len = sizeof val;
+        most_at_once     = at_once;
+        EXPECT_EQ(conf_get_string("k", val, &len, path.c_str()), -1) << at_once;
+        most_at_once = 0;
+    }
+}
+
 }  // namespace
 }  // namespace zelieml
