@@ -360,6 +360,19 @@ TEST_F(SettingsFailure, DoesNotComeOfSignalsAndShortCounts)
     }
 }
 
+// Nobody can tell any more whether it was found through a link.
+TEST_F(SettingsFailure, ToFindTheOldFileAgainKeepsOthersOut)
+{
+    ASSERT_EQ(::chmod(path.c_str(), 0644), 0);
+    test::write_file(path + ".tmp", "left over");
+    when_one_goes = [this] { ::unlink(path.c_str()); };
+    EXPECT_EQ(set(), 0);
+    EXPECT_EQ(test::read_file(path), "a = b\r\nk = new\r\n");
+    struct stat status = {};
+    ASSERT_EQ(::stat(path.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 0777U, 0600U);
+}
+
 // A line that is a character too long does not become one of the length that is allowed.
 TEST_F(SettingsFailure, ComesOfAnOverlongLineInWhateverPiecesItIsRead)
 {

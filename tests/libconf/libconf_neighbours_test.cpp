@@ -500,6 +500,12 @@ TEST_F(SettingsAmongUsersAsRoot, AreTheDirectoryOwnersByAnyPath)
         EXPECT_EQ(conf_set_string("k", "new", way.c_str()), 0) << way;
         EXPECT_EQ(rights_of(path), "65533:65533 600") << way;
     }
+    ::unlink(path.c_str());
+    EXPECT_TRUE(in_child([this] {
+        return ::chroot(dir.path().c_str()) == 0 &&
+               conf_set_string("k", "new", "/zelismes.cf") == 0;
+    })) << "in the root of all files";
+    EXPECT_EQ(rights_of(path), "65533:65533 600");
 }
 
 }  // namespace
