@@ -5,7 +5,10 @@
 #include <cstddef>
 #include <gtest/gtest.h>
 #include <string>
+#include <sys/socket.h>
+#include <sys/un.h>
 
+#include "platform/linux/notification_place.h"
 #include "tests/support/case_name.h"
 
 namespace zelieml::test
@@ -41,6 +44,24 @@ TEST(Encoding, IsTheStringsEachWithItsNul)
     EXPECT_EQ(encode_notification("n", "o", "k", ""), strings({"n", "o", "k", ""}));
     EXPECT_EQ(encode_notification("n", "o", "k", nullptr), strings({"n", "o", "k"}));
     EXPECT_EQ(encode_notification("", "", "", ""), std::string(4, '\0'));
+}
+
+// Programs of all versions have to find each other's sockets. Fowler, Noll and Vo publish these
+// values of FNV-1a.
+TEST(SocketPrefix, IsTheHashOfTheObject)
+{
+    EXPECT_EQ(platform::socket_prefix(""), "cbf29ce484222325-");
+    EXPECT_EQ(platform::socket_prefix("a"), "af63dc4c8601ec8c-");
+    EXPECT_EQ(platform::socket_prefix("foobar"), "85944171f73967e8-");
+}
+
+TEST(Address, EndsWithANulAlsoWhenThePathDoesNotFit)
+{
+    std::string const path(200, 'x');
+    sockaddr_un const address = platform::address_of(path);
+    EXPECT_EQ(address.sun_family, AF_UNIX);
+    EXPECT_EQ(std::string(address.sun_path, sizeof address.sun_path),
+              path.substr(0, sizeof address.sun_path - 1) + '\0');
 }
 
 // A notification with all its strings.
