@@ -24,6 +24,7 @@ import collections
 import ctypes
 import dataclasses
 import fcntl
+import fnmatch
 import json
 import os
 import pathlib
@@ -51,6 +52,9 @@ EXPLAINED = PROJECT / "tools/mutate.survivors"
 class Unit:
     files: tuple  # patterns below lib/
     tests: tuple  # patterns of programs below tests/
+
+    def has_test(self, program):
+        return any(fnmatch.fnmatchcase(program, f"tests/{pattern}") for pattern in self.tests)
 
 
 UNITS = {
@@ -488,13 +492,15 @@ class Workshop:
             if str(target.relative_to(self.copy)) not in wanted:
                 target.unlink()
 
-    def build_tests(self, folders):
+    def build_tests(self, unit):
         self._must(["cmake", "-S", self.copy, "-B", self.build_folder, "-G", "Ninja",
                     "-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_C_FLAGS_DEBUG=-O0",
                     "-DCMAKE_CXX_FLAGS_DEBUG=-O0", "-DCMAKE_C_FLAGS=-w",
                     "-DCMAKE_CXX_FLAGS=-w -D_GLIBCXX_ASSERTIONS", "-DZELIEML_TESTS=ON"])
+        targets = self._must(["ninja", "-C", self.build_folder, "-t", "targets", "all"])
+        programs = re.findall(r"^(tests/.*): \w*EXECUTABLE_LINKER", targets, re.MULTILINE)
         self._must(["ninja", "-C", self.build_folder,
-                    *sorted(f"tests/{folder}/all" for folder in folders)])
+                    *(program for program in programs if unit.has_test(program))])
 
     def _must(self, command):
         environment = {name: value for name, value in self.environment.items()
@@ -503,6 +509,7 @@ class Workshop:
                               stderr=subprocess.STDOUT, text=True, check=False)
         if done.returncode != 0:
             sys.exit(f"{done.stdout[-4000:]}\nfailed: {' '.join(map(str, command))}")
+        return done.stdout
 
     def tests_of(self, unit):
         """The tests of a unit, with their times; all must pass."""
@@ -510,19 +517,20 @@ class Workshop:
                               check=True, capture_output=True, text=True).stdout
         tests = []
         for test in json.loads(said)["tests"]:
-            command = tuple(test.get("command", [""]))
-            program = pathlib.Path(command[0])
-            if self.build_folder / "tests" not in program.parents:
+            command = tuple(test.get("command", ["-"]))
+            target = os.path.relpath(command[0], self.build_folder)
+            if not unit.has_test(target):
                 continue
-            if not any(program.relative_to(self.build_folder / "tests").match(pattern)
-                       for pattern in unit.tests):
-                continue
-            target = str(program.relative_to(self.build_folder))
             begin = time.monotonic()
             if not self.run(Test(test["name"], command, target, 0), 600):
                 sys.exit(f"{test['name']} fails without any change: ./run test")
             tests.append(Test(test["name"], command, target, time.monotonic() - begin))
         return tests
+
+    def own(self, test):
+        """The same test in this build."""
+        program = str(self.build_folder / test.target)
+        return dataclasses.replace(test, command=(program, *test.command[1:]))
 
     def make(self, target):
         return self._passes(["ninja", "-C", str(self.build_folder), target], 600)
@@ -731,11 +739,10 @@ def try_units(chosen, shops, explained):
     for unit, changes in chosen.items():
         print(f"{unit}: building and running its tests without a change", flush=True)
         for shop in shops:
-            shop.build_tests({pattern.split("/")[0] for pattern in UNITS[unit].tests})
-        tests = {shop: shops[0].tests_of(UNITS[unit]) if shop is shops[0] else [] for shop in shops}
+            shop.build_tests(UNITS[unit])
+        tests = {shops[0]: shops[0].tests_of(UNITS[unit])}
         for shop in shops[1:]:
-            tests[shop] = [dataclasses.replace(test, command=(
-                str(shop.build_folder / test.target), *test.command[1:])) for test in tests[shops[0]]]
+            tests[shop] = [shop.own(test) for test in tests[shops[0]]]
         count = 0
 
         def show(change, outcome, test):
