@@ -16,8 +16,8 @@ namespace zelieml::platform
 
 // open_stream_socket - an unconnected TCP socket
 //
-// It is never 0, 1 or 2, is closed on exec, is not delayed by Nagle's algorithm, and raises no
-// SIGPIPE when written to with send_bytes.
+// It does not block until connect_within has connected it. It is never 0, 1 or 2, is closed on
+// exec, is not delayed by Nagle's algorithm, and raises no SIGPIPE when written to with send_bytes.
 //
 // Returns the descriptor, which the caller closes, or -1 with errno.
 int open_stream_socket();

@@ -1,4 +1,4 @@
-// socket.cpp - SOCK_CLOEXEC, MSG_NOSIGNAL, TCP_CORK
+// socket.cpp - SOCK_CLOEXEC, SOCK_NONBLOCK, MSG_NOSIGNAL, TCP_CORK
 
 #include "platform/socket.h"
 
@@ -13,7 +13,8 @@ namespace zelieml::platform
 
 int open_stream_socket()
 {
-    unique_fd fd = above_standard(unique_fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)));
+    constexpr int type = SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK;
+    unique_fd     fd   = above_standard(unique_fd(::socket(AF_INET, type, 0)));
     if (fd) {
         int const on = 1;
         ::setsockopt(fd.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);

@@ -1,4 +1,4 @@
-// socket.cpp - SO_NOSIGPIPE, FD_CLOEXEC, sin_len
+// socket.cpp - SO_NOSIGPIPE, FD_CLOEXEC, O_NONBLOCK, sin_len
 
 #include "platform/socket.h"
 
@@ -20,9 +20,10 @@ int open_stream_socket()
     if (!fd) {
         return -1;
     }
-    // The system cannot set this in one step: a program that another thread starts in between
+    // The system cannot set these in one step: a program that another thread starts in between
     // inherits the descriptor.
     if (::fcntl(fd.get(), F_SETFD, FD_CLOEXEC) != 0 ||
+        ::fcntl(fd.get(), F_SETFL, O_NONBLOCK) != 0 ||
         ::setsockopt(fd.get(), SOL_SOCKET, SO_NOSIGPIPE, &on, sizeof on) != 0) {
         int const error = errno;
         fd.reset();

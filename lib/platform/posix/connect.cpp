@@ -3,7 +3,7 @@
 #include "platform/socket.h"
 
 #include <cerrno>
-#include <fcntl.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include "platform/wait.h"
@@ -37,10 +37,6 @@ int finish_connect(int fd, int max_us)
 
 int connect_within(int fd, sockaddr_in const& peer, int max_us)
 {
-    int const flags = ::fcntl(fd, F_GETFL);
-    if (flags < 0 || ::fcntl(fd, F_SETFL, flags | O_NONBLOCK) != 0) {
-        return -1;
-    }
     if (::connect(fd, reinterpret_cast<sockaddr const*>(&peer), sizeof peer) != 0) {
         // A signal does not abort the attempt: it goes on as one in progress.
         bool const in_progress = errno == EINPROGRESS || errno == EINTR;
@@ -48,7 +44,8 @@ int connect_within(int fd, sockaddr_in const& peer, int max_us)
             return -1;
         }
     }
-    return ::fcntl(fd, F_SETFL, flags);
+    int non_blocking = 0;
+    return ::ioctl(fd, FIONBIO, &non_blocking);
 }
 
 }  // namespace zelieml::platform
