@@ -222,10 +222,9 @@ int _send_message(_s_smtp* session, void* msg, char const* conf)
         return -1;
     }
     std::vector<std::string> lines;
-    if (smtpmsg_create_multiline(msg, lines, conf) != 0 || smtp_write_data(session, lines) != 0) {
-        return -1;
-    }
-    return smtp_end_data(session);
+    return smtpmsg_create_multiline(msg, lines, conf) == 0
+               ? smtp_send_data(session, std::move(lines))
+               : -1;
 }
 
 int send_message(_s_smtp* session, message_file const& message, char const* conf)

@@ -12,7 +12,6 @@
 #include "liblog/trace.h"
 #include "libsendw/digest_text.h"
 #include "libsendw/sock.h"
-#include "platform/socket.h"
 
 namespace zelieml
 {
@@ -40,9 +39,16 @@ int _smtp_rcptto(_s_smtp* session, std::string const& address)
     return command(session, "rcpt to: <" + address + ">\r\n", "250", "error:smtp rcpt to");
 }
 
+constexpr char end_mark[] = "\r\n.\r\n";
+
+bool is_too_long(std::string const& line)
+{
+    return line.size() >= static_cast<std::size_t>(std::numeric_limits<int>::max());
+}
+
 int _smtp_write_data(_s_smtp* session, std::string const& line)
 {
-    if (line.size() >= static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+    if (is_too_long(line)) {
         trace_msg("error:malloc");  // the trace for a line too long, though nothing is allocated
         return -1;
     }
@@ -232,7 +238,6 @@ int smtp_start_data(_s_smtp* session)
 
 int smtp_write_data(_s_smtp* session, std::vector<std::string> const& lines)
 {
-    platform::join_small_writes(session->socket, true);
     for (std::string const& line : lines) {
         if (_smtp_write_data(session, line) != 0) {
             trace_msg("error:_smtp_write_data");
@@ -244,9 +249,21 @@ int smtp_write_data(_s_smtp* session, std::vector<std::string> const& lines)
 
 int smtp_end_data(_s_smtp* session)
 {
-    int const written = sock_command(session->socket, "\r\n.\r\n");
-    platform::join_small_writes(session->socket, false);
-    if (written != 0 || read_reply_and_check_code(session, "250") != 0) {
+    return command(session, end_mark, "250", "error:smtp end data");
+}
+
+int smtp_send_data(_s_smtp* session, std::vector<std::string> lines)
+{
+    if (std::any_of(lines.begin(), lines.end(), is_too_long)) {
+        return smtp_write_data(session, lines);  // sends the lines before it, and fails
+    }
+    lines.emplace_back(end_mark);
+    std::size_t const written = sock_write_all(session->socket, lines);
+    if (written + 1 < lines.size()) {
+        trace_msg("error:_smtp_write_data");
+        return -1;
+    }
+    if (written < lines.size() || read_reply_and_check_code(session, "250") != 0) {
         trace_msg("error:smtp end data");
         return -1;
     }

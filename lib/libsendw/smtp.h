@@ -4,7 +4,7 @@
 // check the order, which is
 //
 //     smtp_start_session, smtp_helo or smtp_ehlo, smtp_mailfrom, smtp_rcptto, smtp_start_data,
-//     smtp_write_data, smtp_end_data, smtp_quit, smtp_end_session
+//     smtp_send_data, smtp_quit, smtp_end_session
 //
 // A session serves one message. All functions return 0 for success and -1 for failure unless they
 // say otherwise; after a failure only smtp_quit and smtp_end_session make sense. A read gives up
@@ -88,11 +88,14 @@ int smtp_start_data(_s_smtp* session);
 // lines  sent in order and unchanged: they contain their own CR LF, and an opening dot is already
 //        doubled (RFC 5321, 4.5.2)
 //
-// Reads no reply. The system may hold the last segment back until smtp_end_data.
+// Reads no reply.
 int smtp_write_data(_s_smtp* session, std::vector<std::string> const& lines);
 
 // smtp_end_data - end the text with CR LF, a dot and CR LF, and check that the server accepted it
 int smtp_end_data(_s_smtp* session);
+
+// smtp_send_data - smtp_write_data and smtp_end_data in as few segments as the text fills
+int smtp_send_data(_s_smtp* session, std::vector<std::string> lines);
 
 // smtp_quit - send QUIT
 //

@@ -65,7 +65,7 @@ int create(void* msg, std::vector<std::string>& out, char const* conf, mail_form
 
 int header(void* msg, std::vector<std::string>& out, char const* conf, header_form const& form)
 {
-    out.reserve(out.size() + 12);  // ten header lines, the empty line, the body
+    out.reserve(out.size() + 13);  // ten header lines, the empty line, the body, the end mark
     out.push_back(get_date());
     out.push_back(get_from(msg_get_from(msg)));
     out.push_back(get_to(msg_get_to(msg)));

@@ -27,6 +27,7 @@ constexpr int connect_limit_us = 30 * 1000 * 1000;
 constexpr int poll_pause_us    = 5000;
 constexpr int max_poll_counter = 3000;
 constexpr int line_piece_size  = 1023;
+constexpr int max_pieces       = 16;  // a mail with its end mark has 13
 
 enum class connection_end {
     closed,
@@ -75,6 +76,26 @@ int receive(int fd, char* buf, int len, int flags)
     }
     trace_msg("SleepCounter:%d recv:%d");
     return static_cast<int>(received);
+}
+
+// The pieces of strings, from the offset-th byte of the first one on, that are sent together: at
+// most max_pieces, and INT_MAX bytes. Returns their number.
+int next_pieces(std::vector<std::string> const& strings, std::size_t first, std::size_t offset,
+                iovec (&pieces)[max_pieces])
+{
+    std::size_t room  = std::numeric_limits<int>::max();
+    int         count = 0;
+    for (std::size_t i = first; i < strings.size() && count < max_pieces; ++i) {
+        std::size_t const size = strings[i].size() - offset;
+        if (size > room) {
+            break;  // for the next call
+        }
+        // The system does not write to them.
+        pieces[count++] = {const_cast<char*>(strings[i].data()) + offset, size};
+        room -= size;
+        offset = 0;
+    }
+    return count;
 }
 
 // sock_read with _recv or receive.
@@ -228,6 +249,28 @@ int sock_write(int fd, char const* data, int len)
         sent += static_cast<int>(taken);
     }
     return len;
+}
+
+std::size_t sock_write_all(int fd, std::vector<std::string> const& strings)
+{
+    std::size_t done = 0;  // strings
+    std::size_t sent = 0;  // bytes of the next one
+    for (;;) {
+        while (done < strings.size() && sent >= strings[done].size()) {
+            sent -= strings[done].size();
+            ++done;
+        }
+        if (done == strings.size()) {
+            return done;
+        }
+        iovec         pieces[max_pieces];
+        int const     count = next_pieces(strings, done, sent, pieces);
+        ssize_t const taken = platform::send_pieces(fd, pieces, count);
+        if (taken < 1) {
+            return done;
+        }
+        sent += static_cast<std::size_t>(taken);
+    }
 }
 
 int sock_command(int fd, std::string const& line)

@@ -11,6 +11,7 @@
 
 #include <cstddef>
 #include <string>
+#include <vector>
 
 namespace zelieml
 {
@@ -113,6 +114,13 @@ int sock_readline(sock_non_blocking const& connection, std::string& line);
 // Returns len, or -1 when the connection is lost; some bytes may have been sent by then. Waits
 // without limit for a peer that does not read. Raises no SIGPIPE.
 int sock_write(int fd, char const* data, int len);
+
+// sock_write_all - write several strings, one after the other, in as few segments as they fill
+//
+// Each string is shorter than INT_MAX. Waits as sock_write does.
+//
+// Returns how many strings were written whole: all, unless the connection is lost.
+std::size_t sock_write_all(int fd, std::vector<std::string> const& strings);
 
 // sock_command - write one command line
 //

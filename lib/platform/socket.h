@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <netinet/in.h>
 #include <sys/types.h>
+#include <sys/uio.h>
 
 namespace zelieml::platform
 {
@@ -49,12 +50,10 @@ ssize_t send_bytes(int fd, void const* data, std::size_t size);
 // signals do not end the wait.
 ssize_t receive_bytes(int fd, void* data, std::size_t size);
 
-// join_small_writes - let the system join small writes into full segments
+// send_pieces - send_bytes for several pieces, which the system joins into full segments
 //
-// on  true: partial segments are held back; false: what is held back is sent at once
-//
-// Only affects speed: a failure is not reported, and on macOS it does nothing.
-void join_small_writes(int fd, bool on);
+// pieces, count  not empty all together, and of at most INT_MAX bytes; unchanged
+ssize_t send_pieces(int fd, iovec* pieces, int count);
 
 }  // namespace zelieml::platform
 

@@ -700,8 +700,6 @@ REPLACE(int, -1, setsockopt, (int fd, int level, int name, void const* value, so
         (fd, level, name, value, size), 0)
 REPLACE(int, -1, getsockopt, (int fd, int level, int name, void* value, socklen_t* size),
         (fd, level, name, value, size), 0)
-REPLACE(ssize_t, -1, sendmsg, (int fd, struct msghdr const* message, int flags),
-        (fd, message, flags), 1)
 REPLACE(int, -1, shutdown, (int fd, int how), (fd, how), 1)
 REPLACE(int, -1, gethostname, (char* name, size_t size), (name, size), 0)
 REPLACE(ssize_t, -1, getrandom, (void* out, size_t size, unsigned flags), (out, size, flags), 0)
@@ -807,6 +805,56 @@ ssize_t send(int fd, void const* data, size_t size, int flags)
         return -1;
     }
     ssize_t const sent = real(fd, data, failure == failure_half ? (size + 1) / 2 : size, flags);
+    end_call();
+    return sent;
+}
+
+static int is_stream(int fd)
+{
+    FIND_REAL(getsockopt)
+    int       type = 0;
+    socklen_t size = sizeof type;
+    return real(fd, SOL_SOCKET, SO_TYPE, &type, &size) == 0 && type == SOCK_STREAM;
+}
+
+/* Leaves half of the bytes, of those that the pieces have together. */
+static void halve(struct iovec* pieces, size_t count)
+{
+    size_t left = 1;
+    for (size_t i = 0; i < count; ++i) {
+        left += pieces[i].iov_len;
+    }
+    left /= 2;
+    for (size_t i = 0; i < count; ++i) {
+        pieces[i].iov_len = pieces[i].iov_len < left ? pieces[i].iov_len : left;
+        left -= pieces[i].iov_len;
+    }
+}
+
+/* Over a stream it is another form of send. */
+ssize_t sendmsg(int fd, struct msghdr const* message, int flags)
+{
+    FIND_REAL(sendmsg)
+    if (!counts(__builtin_return_address(0))) {
+        return real(fd, message, flags);
+    }
+    int const    stream  = is_stream(fd);
+    int const    failure = begin_call(stream ? call_send : call_sendmsg, 1);
+    struct iovec pieces[64];
+    if (failure > 0 && (!stream || can_fail(fd, failure))) {
+        errno = failure;
+        return -1;
+    }
+    struct msghdr some = *message;
+    if (failure == failure_half) {
+        if (some.msg_iovlen > sizeof pieces / sizeof *pieces) {
+            abort();
+        }
+        memcpy(pieces, some.msg_iov, some.msg_iovlen * sizeof *pieces);
+        halve(pieces, some.msg_iovlen);
+        some.msg_iov = pieces;
+    }
+    ssize_t const sent = real(fd, &some, flags);
     end_call();
     return sent;
 }

@@ -1,9 +1,11 @@
-// The lines of a mail leave together, where the system can join them (lib/platform/socket.h).
+// The lines of a mail leave together, and as smtp_write_data and smtp_end_data send them.
 
+#include <linux/tcp.h>
 #include <netinet/in.h>
-#include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <thread>
 
+#include "libsendw/sock.h"
 #include "tests/libsendw/smtp_cases.h"
 
 namespace zelieml::test
@@ -12,37 +14,149 @@ namespace zelieml::test
 namespace
 {
 
-class SmtpSession : public on_a_clean_machine
+class SmtpText : public on_a_clean_machine
 {
 };
 
-// Whether the system holds small segments back; it does so for up to 200 ms each.
-bool holds_back(int fd)
+int in_two_steps(_s_smtp* session, strings const& lines)
 {
-    int       on     = 0;
-    socklen_t length = sizeof on;
-    EXPECT_EQ(::getsockopt(fd, IPPROTO_TCP, TCP_CORK, &on, &length), 0);
-    return on != 0;
+    return smtp_write_data(session, lines) == 0 ? smtp_end_data(session) : -1;
 }
 
-TEST_F(SmtpSession, SendsTheLinesOfATextTogether)
+strings header_lines(int count)
+{
+    strings lines;
+    for (int i = 0; i < count; ++i) {
+        lines.push_back("X-Header: " + std::to_string(i) + "\r\n");
+    }
+    return lines;
+}
+
+std::string joined(strings const& lines)
+{
+    std::string text;
+    for (std::string const& line : lines) {
+        text += line;
+    }
+    return text + "\r\n.\r\n";
+}
+
+unsigned segments_sent(int fd)
+{
+    tcp_info  info   = {};
+    socklen_t length = sizeof info;
+    EXPECT_EQ(::getsockopt(fd, IPPROTO_TCP, TCP_INFO, &info, &length), 0);
+    return info.tcpi_data_segs_out;
+}
+
+TEST_F(SmtpText, LeavesInOneSegmentWithItsEndMark)
 {
     hand_held_session held;
-    std::string       text;
-    strings           lines;
-    for (int i = 0; i < 12; ++i) {
-        lines.push_back("X-Header: " + std::to_string(i) + "\r\n");
-        text += lines.back();
-    }
-    EXPECT_FALSE(holds_back(held.pair.client()));
-    ASSERT_EQ(smtp_write_data(&held.session, lines), 0);
-    EXPECT_TRUE(holds_back(held.pair.client()));
-
+    int const         on = 1;
+    ::setsockopt(held.pair.client(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     held.pair.say("250 queued\r\n");
-    ASSERT_EQ(smtp_end_data(&held.session), 0);
-    EXPECT_FALSE(holds_back(held.pair.client())) << "the end of the data is sent at once";
+    ASSERT_EQ(smtp_send_data(&held.session, header_lines(12)), 0);
+    EXPECT_EQ(segments_sent(held.pair.client()), 1U);
     ::shutdown(held.pair.client(), SHUT_WR);
-    EXPECT_EQ(held.pair.heard_to_the_end(), text + "\r\n.\r\n");
+    EXPECT_EQ(held.pair.heard_to_the_end(), joined(header_lines(12)));
+}
+
+TEST_F(SmtpText, IsTheSameAsInTwoSteps)
+{
+    std::string const big(100000, 'x');
+    strings           many = header_lines(100);
+    many.resize(300);  // empty strings at the end
+    struct {
+        char const* name;
+        strings     lines;
+    } const texts[] = {
+        {"no line", {}},
+        {"an empty line", {""}},
+        {"empty lines between and around", {"", "", "a\r\n", "", "b", ""}},
+        {"as many as are sent at once", header_lines(15)},
+        {"one more", header_lines(16)},
+        {"many, and empty ones", many},
+        {"big ones", {"a\r\n", big, "", big, "b"}},
+    };
+    for (auto const& text : texts) {
+        for (char const* const reply :
+             {"250 queued\r\n", "250-a\r\n250 b\r\n", "552 too much\r\n", "354 250\r\n"}) {
+            struct {
+                int         result;
+                std::string reply;
+                std::string heard;
+                strings     traced;
+            } seen[2];
+            for (int together = 0; together < 2; ++together) {
+                hand_held_session held;
+                held.pair.say(reply);
+                std::thread server([&] { seen[together].heard = held.pair.heard_to_the_end(); });
+                clear_traces();
+                seen[together].result = together != 0 ? smtp_send_data(&held.session, text.lines)
+                                                      : in_two_steps(&held.session, text.lines);
+                seen[together].traced = traces();
+                seen[together].reply  = held.session.reply;
+                ::shutdown(held.pair.client(), SHUT_WR);
+                server.join();
+            }
+            EXPECT_EQ(seen[1].result, seen[0].result) << text.name << ", " << reply;
+            EXPECT_EQ(seen[1].reply, seen[0].reply) << text.name << ", " << reply;
+            EXPECT_EQ(seen[1].traced, seen[0].traced) << text.name << ", " << reply;
+            EXPECT_TRUE(seen[1].heard == seen[0].heard && seen[1].heard == joined(text.lines))
+                << text.name << ", " << reply;
+        }
+    }
+}
+
+TEST_F(SmtpText, TracesWhatCouldNotBeWritten)
+{
+    struct {
+        strings lines;
+        strings trouble;
+    } const texts[] = {
+        {{"a\r\n", "b\r\n"}, {"error:_smtp_write_data"}},
+        {{}, {"error:smtp end data"}},
+        {{"", ""}, {"error:smtp end data"}},
+    };
+    for (auto const& text : texts) {
+        for (auto const& send :
+             {smtp_act([&](_s_smtp* session) { return smtp_send_data(session, text.lines); }),
+              smtp_act([&](_s_smtp* session) { return in_two_steps(session, text.lines); })}) {
+            hand_held_session held;
+            ::shutdown(held.pair.client(), SHUT_WR);
+            clear_traces();
+            EXPECT_EQ(send(&held.session), -1);
+            EXPECT_EQ(trouble_traces(), text.trouble);
+        }
+    }
+}
+
+TEST_F(SmtpText, SurvivesAServerThatStopsReadingAndBreaksTheConnection)
+{
+    hand_held_session held;
+    std::thread       server([&] {
+        held.pair.wait_until_client_is_stuck();
+        held.pair.server_resets();
+    });
+    EXPECT_EQ(smtp_send_data(&held.session, strings(64, std::string(1000000, 'x') + "\r\n")), -1);
+    EXPECT_EQ(trouble_traces(), strings{"error:_smtp_write_data"});
+    server.join();
+}
+
+TEST_F(SmtpText, ReachesAServerThatReadsLate)
+{
+    hand_held_session held;
+    strings const     lines(300, std::string(99998, 'x') + "\r\n");
+    std::string       heard;
+    std::thread       server([&] {
+        held.pair.wait_until_client_is_stuck();
+        held.pair.say_along("250 queued\r\n");
+        heard = held.pair.heard_to_the_end();
+    });
+    EXPECT_EQ(smtp_send_data(&held.session, lines), 0);
+    ::shutdown(held.pair.client(), SHUT_WR);
+    server.join();
+    EXPECT_TRUE(heard == joined(lines));
 }
 
 }  // namespace

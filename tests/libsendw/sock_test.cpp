@@ -623,6 +623,32 @@ TEST_F(SockWrite, IsNotCutShortBySignals)
     EXPECT_TRUE(heard == text) << heard.size();
 }
 
+TEST_F(SockWrite, WritesAllStringsWhateverSignalsCome)
+{
+    tcp_pair      pair;
+    strings const texts = {"", "one ", std::string(4 << 20, 'x'), "", std::string(4 << 20, 'y'),
+                           ""};
+    std::string   heard;
+    signal_storm  storm;
+    std::thread   server = start_undisturbed([&] {
+        storm.wait_for(20);
+        heard = pair.heard_to_the_end();
+    });
+    EXPECT_EQ(sock_write_all(pair.client(), texts), texts.size());
+    ::shutdown(pair.client(), SHUT_WR);
+    server.join();
+    EXPECT_TRUE(heard == texts[1] + texts[2] + texts[4]) << heard.size();
+}
+
+TEST_F(SockWrite, SaysHowManyStringsLeftWhole)
+{
+    tcp_pair pair;
+    EXPECT_EQ(sock_write_all(pair.client(), {}), 0U);
+    EXPECT_EQ(sock_write_all(pair.client(), {"", ""}), 2U);
+    ::shutdown(pair.client(), SHUT_WR);
+    EXPECT_EQ(sock_write_all(pair.client(), {"", "", "hello", ""}), 2U);
+}
+
 TEST_F(SockWrite, FailsWithoutASignalWhenThePeerIsGone)
 {
     tcp_pair pair;

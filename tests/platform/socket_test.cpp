@@ -227,39 +227,34 @@ TEST(PlatformSend, FailsForADescriptorThatIsNotOpen)
     EXPECT_EQ(errno, EBADF);
 }
 
-// The system holds a small segment back for no longer than 200 ms; a busy machine may take longer
-// between two statements, but not every time.
-TEST(PlatformSend, JoinsSmallWritesUntilToldNotTo)
+ssize_t send_pieces(int fd)
 {
-    bool joined = false;
-    for (int attempt = 0; attempt < 20 && !joined; ++attempt) {
-        connection const c;
-        platform::join_small_writes(c.client.get(), true);
-        for (char const* const part : {"one ", "two ", "three"}) {
-            send_text(c.client.get(), part);
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        bool const held_back = c.heard(MSG_DONTWAIT).empty();
-        platform::join_small_writes(c.client.get(), false);
-        joined = held_back && c.heard(0) == "one two three";
-    }
-    EXPECT_TRUE(joined);
+    char  one[]    = "one ";
+    char  two[]    = "two";
+    iovec pieces[] = {{one, 4}, {nullptr, 0}, {two, 3}};
+    return platform::send_pieces(fd, pieces, 3);
 }
 
-TEST(PlatformSend, SendsAtOnceAgainWhenJoiningIsOver)
+TEST(PlatformSend, SendsPiecesInOrder)
 {
     connection const c;
-    platform::join_small_writes(c.client.get(), true);
-    platform::join_small_writes(c.client.get(), false);
-    send_text(c.client.get(), "hello");
-    EXPECT_EQ(c.heard(0), "hello");
+    EXPECT_EQ(send_pieces(c.client.get()), 7);
+    EXPECT_EQ(c.heard(0), "one two");
 }
 
-TEST(PlatformSend, JoinsNothingOnADescriptorThatIsNotOpen)
+TEST(PlatformSend, RaisesNoSignalWhenNobodyListensToPieces)
 {
-    int const descriptors = open_descriptors();
-    platform::join_small_writes(-1, true);
-    EXPECT_EQ(open_descriptors(), descriptors);
+    std::signal(SIGPIPE, SIG_DFL);
+    connection c;
+    ::shutdown(c.client.get(), SHUT_WR);
+    EXPECT_EQ(send_pieces(c.client.get()), -1);
+    EXPECT_EQ(errno, EPIPE);
+}
+
+TEST(PlatformSend, FailsForPiecesToADescriptorThatIsNotOpen)
+{
+    EXPECT_EQ(send_pieces(-1), -1);
+    EXPECT_EQ(errno, EBADF);
 }
 
 }  // namespace

@@ -230,14 +230,27 @@ ssize_t send_bytes(int /*fd*/, void const* data, std::size_t size)
     return test::the_player.hear(data, size);
 }
 
+ssize_t send_pieces(int /*fd*/, iovec* pieces, int count)
+{
+    ssize_t sent = 0;
+    for (int i = 0; i < count; ++i) {
+        if (pieces[i].iov_len > 0) {
+            ssize_t const taken = test::the_player.hear(pieces[i].iov_base, pieces[i].iov_len);
+            if (taken < 0) {
+                return sent > 0 ? sent : taken;
+            }
+            sent += taken;
+        }
+    }
+    return sent;
+}
+
 // The client has shut its side down, and waits for the server's without limit.
 ssize_t receive_bytes(int fd, void* data, std::size_t size)
 {
     test::the_player.finish();
     return ::recv(fd, data, size, 0);
 }
-
-void join_small_writes(int /*fd*/, bool /*on*/) {}
 
 void wait_readable(int /*fd*/, int /*max_us*/)
 {

@@ -1,4 +1,4 @@
-// socket.cpp - SOCK_CLOEXEC, SOCK_NONBLOCK, MSG_NOSIGNAL, TCP_CORK
+// socket.cpp - SOCK_CLOEXEC, SOCK_NONBLOCK, MSG_NOSIGNAL
 
 #include "platform/socket.h"
 
@@ -36,10 +36,12 @@ ssize_t send_bytes(int fd, void const* data, std::size_t size)
     return uninterrupted([&] { return ::send(fd, data, size, MSG_NOSIGNAL); });
 }
 
-void join_small_writes(int fd, bool on)
+ssize_t send_pieces(int fd, iovec* pieces, int count)
 {
-    int const value = on ? 1 : 0;
-    ::setsockopt(fd, IPPROTO_TCP, TCP_CORK, &value, sizeof value);
+    msghdr message     = {};
+    message.msg_iov    = pieces;
+    message.msg_iovlen = static_cast<std::size_t>(count);
+    return uninterrupted([&] { return ::sendmsg(fd, &message, MSG_NOSIGNAL); });
 }
 
 }  // namespace zelieml::platform

@@ -50,9 +50,12 @@ ssize_t send_bytes(int fd, void const* data, std::size_t size)
     return uninterrupted([&] { return ::send(fd, data, size, 0); });
 }
 
-// Does nothing: on this system switching TCP_NOPUSH off does not send what was held back. That
-// would wait for the next write, which is the command after the server's reply, or for some
-// seconds.
-void join_small_writes(int /*fd*/, bool /*on*/) {}
+ssize_t send_pieces(int fd, iovec* pieces, int count)
+{
+    msghdr message     = {};
+    message.msg_iov    = pieces;
+    message.msg_iovlen = count;
+    return uninterrupted([&] { return ::sendmsg(fd, &message, 0); });
+}
 
 }  // namespace zelieml::platform

@@ -4,11 +4,22 @@
 #define ZELIEML_SDK_SYS_SOCKET_H
 
 #include <sys/types.h>
+#include <sys/uio.h>
 
 struct sockaddr {
     uint8_t     sa_len;
     sa_family_t sa_family;
     char        sa_data[14];
+};
+
+struct msghdr {
+    void*         msg_name;
+    socklen_t     msg_namelen;
+    struct iovec* msg_iov;
+    int           msg_iovlen;
+    void*         msg_control;
+    socklen_t     msg_controllen;
+    int           msg_flags;
 };
 
 #define AF_UNSPEC    0
@@ -29,6 +40,7 @@ int     connect(int fd, struct sockaddr const* peer, socklen_t size) SDK_UNIX03(
 int     getsockopt(int fd, int level, int name, void* value, socklen_t* size);
 ssize_t recv(int fd, void* bytes, size_t size, int flags) SDK_UNIX03(recv);
 ssize_t send(int fd, void const* bytes, size_t size, int flags) SDK_UNIX03(send);
+ssize_t sendmsg(int fd, struct msghdr const* message, int flags) SDK_UNIX03(sendmsg);
 int     setsockopt(int fd, int level, int name, void const* value, socklen_t size);
 int     shutdown(int fd, int how);
 int     socket(int family, int type, int protocol);
