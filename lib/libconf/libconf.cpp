@@ -1,7 +1,7 @@
 // libconf.cpp - reading and rewriting the settings file
 //
-// Sending a mail reads about ten settings, each from the file anew. So lines are read through a
-// buffer on the stack and examined in place: reading a value allocates nothing.
+// Lines are read through a buffer on the stack and examined in place: reading the value of one key
+// allocates nothing.
 
 #include "libconf/libconf.h"
 
@@ -222,10 +222,13 @@ bool is_settable(char const* key, char const* val)
 // Opens the settings file for reading. Pipes, whose opening waits for a writer, and devices, which
 // may never end, are not opened. A directory is: reading it fails. Should a pipe take the file's
 // place after the look at it, neither opening nor reading waits.
+//
+// path  or null: then nothing is opened
 unique_fd open_settings(char const* path)
 {
     struct stat info = {};
-    if (::stat(path, &info) != 0 || !(S_ISREG(info.st_mode) || S_ISDIR(info.st_mode))) {
+    if (path == nullptr || ::stat(path, &info) != 0 ||
+        !(S_ISREG(info.st_mode) || S_ISDIR(info.st_mode))) {
         return unique_fd();
     }
     return above_standard(unique_fd(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC)));
@@ -439,35 +442,101 @@ int rename_tmp(char const* path, char const* tmp_path, int tmp)
     return 0;
 }
 
-}  // namespace
+// The settings file, asked for one key: it is read as far as the line of the key.
+class settings_file
+{
+public:
+    // path  or null
+    explicit settings_file(char const* path)
+        : has_path_(path != nullptr), fd_(open_settings(path)), in_(fd_.get())
+    {
+    }
 
-int conf_get_string(char const* key, char* val, unsigned int* len, char const* path)
+    bool     has_path() const { return has_path_; }
+    explicit operator bool() const { return static_cast<bool>(fd_); }
+
+    // Valid until the next call.
+    char const* find(char const* key)
+    {
+        while (in_.next() == line_reader::result::line) {
+            if (is_line_of(in_.text(), key)) {
+                return in_.text();
+            }
+        }
+        return nullptr;
+    }
+
+private:
+    bool        has_path_;
+    unique_fd   fd_;
+    line_reader in_;
+};
+
+// conf_get_string, from a settings_file or from conf_settings.
+template <class Settings>
+int get_string(char const* key, char* val, unsigned int* len, Settings& settings)
 {
     trace_msg("conf_get_string key=%s");
     if (len == nullptr) {
         return -1;
     }
-    if (key == nullptr || val == nullptr || path == nullptr) {
+    if (key == nullptr || val == nullptr || !settings.has_path()) {
         *len = 0;
         return -1;
     }
-
-    no_cancellation const shielded;
-    unique_fd const       settings = open_settings(path);
     if (!settings) {
         trace_msg("error:ifstream(%s)");
         *len = 0;
         return -1;
     }
-    line_reader in(settings.get());
+    char const* const line = settings.find(key);
+    if (line == nullptr) {
+        trace_msg("conf_get_string key=%s not found");
+        *len = 0;
+        return -1;
+    }
+    return get_val(line, val, len);
+}
+
+}  // namespace
+
+conf_settings::conf_settings(char const* path) : has_path_(path != nullptr)
+{
+    no_cancellation const shielded;
+    unique_fd const       file = open_settings(path);
+    if (!file) {
+        return;
+    }
+    opened_ = true;
+    line_reader in(file.get());
     while (in.next() == line_reader::result::line) {
-        if (is_line_of(in.text(), key)) {
-            return get_val(in.text(), val, len);
+        if (!is_comment(in.text())) {
+            lines_.append(in.text(), std::strlen(in.text()) + 1);
         }
     }
-    trace_msg("conf_get_string key=%s not found");
-    *len = 0;
-    return -1;
+}
+
+char const* conf_settings::find(char const* key) const
+{
+    char const* const end = lines_.data() + lines_.size();
+    for (char const* line = lines_.data(); line < end; line += std::strlen(line) + 1) {
+        if (std::strstr(line, key) != nullptr) {
+            return line;
+        }
+    }
+    return nullptr;
+}
+
+int conf_get_string(char const* key, char* val, unsigned int* len, char const* path)
+{
+    no_cancellation const shielded;
+    settings_file         settings(path);
+    return get_string(key, val, len, settings);
+}
+
+int conf_get_string(char const* key, char* val, unsigned int* len, conf_settings const& settings)
+{
+    return get_string(key, val, len, settings);
 }
 
 int conf_set_string(char const* key, char const* val, char const* path)

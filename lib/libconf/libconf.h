@@ -15,8 +15,31 @@
 #ifndef ZELIEML_LIBCONF_LIBCONF_H
 #define ZELIEML_LIBCONF_LIBCONF_H
 
+#include <string>
+
 namespace zelieml
 {
+
+// What a settings file says at one moment, for callers that need several keys: the file is opened,
+// read and closed once, and all values come from the same version of it.
+class conf_settings
+{
+public:
+    // path  settings file; null, or one that conf_get_string cannot open, gives no settings
+    explicit conf_settings(char const* path);
+
+    bool has_path() const { return has_path_; }
+    // Whether the file could be opened.
+    explicit operator bool() const { return opened_; }
+
+    // The line that conf_get_string reads a key from, or null.
+    char const* find(char const* key) const;
+
+private:
+    bool        has_path_;
+    bool        opened_ = false;
+    std::string lines_;  // each ended by a NUL; no comments
+};
 
 // conf_get_string - read the value of a key
 //
@@ -33,6 +56,9 @@ namespace zelieml
 // is not a regular file, no line up to the first overlong one contains the key, or the value does
 // not fit. Returns -1 with *len unchanged when the line has no "=".
 int conf_get_string(char const* key, char* val, unsigned int* len, char const* path);
+
+// conf_get_string - the same, from settings that have been read
+int conf_get_string(char const* key, char* val, unsigned int* len, conf_settings const& settings);
 
 // conf_set_string - set the value of a key
 //

@@ -4,7 +4,6 @@
 
 #include <cstring>
 
-#include "libconf/libconf.h"
 #include "liblockw/liblockw.h"
 #include "liblog/trace.h"
 
@@ -55,6 +54,17 @@ int confw_set_string(char const* key, char const* val, char const* path)
 {
     call_lock const held(path);
     return held ? conf_set_string(key, val, path) : -1;
+}
+
+conf_settings confw_read(char const* path)
+{
+    call_lock const held(path);
+    return conf_settings(held ? path : nullptr);
+}
+
+int confw_get_string(char const* key, char* val, unsigned int* len, conf_settings const& settings)
+{
+    return conf_get_string(key, val, len, settings);
 }
 
 char const* get_basename(char const* path)

@@ -7,6 +7,8 @@
 #ifndef ZELIEML_LIBCONFW_LIBCONFW_H
 #define ZELIEML_LIBCONFW_LIBCONFW_H
 
+#include "libconf/libconf.h"
+
 namespace zelieml
 {
 
@@ -15,6 +17,14 @@ namespace zelieml
 // Same arguments and results; also -1, with nothing changed, when the lock cannot be made.
 int confw_get_string(char const* key, char* val, unsigned int* len, char const* path);
 int confw_set_string(char const* key, char const* val, char const* path);
+
+// confw_read - conf_settings, read within a lock
+//
+// Without a lock there are no settings.
+conf_settings confw_read(char const* path);
+
+// confw_get_string - conf_get_string, from settings that have been read
+int confw_get_string(char const* key, char* val, unsigned int* len, conf_settings const& settings);
 
 // get_basename - the part of a path after its last backslash, or all of it; the name of the lock
 //

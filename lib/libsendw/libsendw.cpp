@@ -44,7 +44,7 @@ struct userinfo {
     setting password;  // clear text
 };
 
-bool read_setting(char const* key, setting& value, char const* conf,
+bool read_setting(char const* key, setting& value, conf_settings const& conf,
                   char const* when_missing = "error:conf_get_string %s")
 {
     unsigned int length = setting_size;
@@ -56,47 +56,47 @@ bool read_setting(char const* key, setting& value, char const* conf,
 }
 
 // Whether a setting has exactly this value.
-bool setting_is(char const* key, char const* text, char const* conf)
+bool setting_is(char const* key, char const* text, conf_settings const& conf)
 {
     setting value;
     return read_setting(key, value, conf) && std::strcmp(value, text) == 0;
 }
 
-bool is_pop_before_smtp(char const* conf)
+bool is_pop_before_smtp(conf_settings const& conf)
 {
     return setting_is("pop_before_smtp", "yes", conf);
 }
 
-bool is_apop(char const* conf)
+bool is_apop(conf_settings const& conf)
 {
     return setting_is("pop_auth_type", "apop", conf);
 }
 
-bool is_auth(char const* conf)
+bool is_auth(conf_settings const& conf)
 {
     return setting_is("smtp_auth", "yes", conf);
 }
 
-int get_waittime(char const* conf)
+int get_waittime(conf_settings const& conf)
 {
     setting value;
     return read_setting("pop_wait_time", value, conf) ? text_to_int(value) : 0;
 }
 
-std::string get_smtp_auth_type(char const* conf)
+std::string get_smtp_auth_type(conf_settings const& conf)
 {
     setting value;
     return read_setting("smtp_auth_type", value, conf) ? value : "auto";
 }
 
-int get_pop_server_addr(server_addr& addr, char const* conf)
+int get_pop_server_addr(server_addr& addr, conf_settings const& conf)
 {
     return read_setting("pop_server", addr.host, conf) && read_setting("pop_port", addr.port, conf)
                ? 0
                : -1;
 }
 
-int get_smtp_server_addr(server_addr& addr, char const* conf)
+int get_smtp_server_addr(server_addr& addr, conf_settings const& conf)
 {
     return read_setting("smtp_server", addr.host, conf) &&
                    read_setting("smtp_port", addr.port, conf)
@@ -106,14 +106,15 @@ int get_smtp_server_addr(server_addr& addr, char const* conf)
 
 // Passwords are in clear text when passwd_raw is there and is not "no": deliberate, see
 // docs/ODDITIES.md.
-bool passwords_are_raw(char const* conf)
+bool passwords_are_raw(conf_settings const& conf)
 {
     setting value;
     return read_setting("passwd_raw", value, conf, "warning:conf_get_string %s") &&
            std::strcmp(value, "no") != 0;
 }
 
-int get_userinfo(char const* account_key, char const* passwd_key, userinfo& info, char const* conf)
+int get_userinfo(char const* account_key, char const* passwd_key, userinfo& info,
+                 conf_settings const& conf)
 {
     if (!read_setting(account_key, info.user, conf) ||
         !read_setting(passwd_key, info.password, conf)) {
@@ -133,17 +134,17 @@ int get_userinfo(char const* account_key, char const* passwd_key, userinfo& info
     return copy_to_caller(reinterpret_cast<char const*>(clear.get()), info.password, setting_size);
 }
 
-int get_smtp_userinfo(userinfo& info, char const* conf)
+int get_smtp_userinfo(userinfo& info, conf_settings const& conf)
 {
     return get_userinfo("smtp_account", "smtp_passwd", info, conf);
 }
 
-int get_pop_userinfo(userinfo& info, char const* conf)
+int get_pop_userinfo(userinfo& info, conf_settings const& conf)
 {
     return get_userinfo("pop_account", "pop_passwd", info, conf);
 }
 
-int _pop_before_smtp(char const* conf, std::string& result_text)
+int _pop_before_smtp(conf_settings const& conf, std::string& result_text)
 {
     server_addr addr;
     if (get_pop_server_addr(addr, conf) != 0) {
@@ -160,7 +161,7 @@ int _pop_before_smtp(char const* conf, std::string& result_text)
                            is_apop(conf), get_waittime(conf), result_text);
 }
 
-int ehlo_auth(_s_smtp* session, char const* conf)
+int ehlo_auth(_s_smtp* session, conf_settings const& conf)
 {
     userinfo info;
     if (get_smtp_userinfo(info, conf) != 0) {
@@ -213,7 +214,7 @@ int _send_rcptto(_s_smtp* session, void* msg)
     return 0;
 }
 
-int _send_message(_s_smtp* session, void* msg, char const* conf)
+int _send_message(_s_smtp* session, void* msg, conf_settings const& conf)
 {
     // The envelope sender is the reply-to address, not From, and an empty one sends "<>":
     // deliberate, see docs/ODDITIES.md.
@@ -227,7 +228,7 @@ int _send_message(_s_smtp* session, void* msg, char const* conf)
                : -1;
 }
 
-int send_message(_s_smtp* session, message_file const& message, char const* conf)
+int send_message(_s_smtp* session, message_file const& message, conf_settings const& conf)
 {
     void*                loaded = nullptr;
     int const            load   = msg_load(&loaded, message);
@@ -243,7 +244,7 @@ int send_message(_s_smtp* session, message_file const& message, char const* conf
 }
 
 // From HELO or EHLO to QUIT.
-int converse(_s_smtp* session, message_file const& message, char const* conf)
+int converse(_s_smtp* session, message_file const& message, conf_settings const& conf)
 {
     if (is_auth(conf)) {
         if (ehlo_auth(session, conf) != 0) {
@@ -276,22 +277,22 @@ int isendw::send(message_file const& message, char const* conf_fullpath, std::st
 {
     trace_msg("msg_fullpath = %s");
     trace_msg("conf_fullpath = %s");
-    if (is_pop_before_smtp(conf_fullpath)) {
-        int const result = _pop_before_smtp(conf_fullpath, result_text);
+    conf_settings const conf = confw_read(conf_fullpath);
+    if (is_pop_before_smtp(conf)) {
+        int const result = _pop_before_smtp(conf, result_text);
         if (result != pop_ok) {
             return result;
         }
     }
 
     server_addr addr;
-    if (get_smtp_server_addr(addr, conf_fullpath) != 0) {
+    if (get_smtp_server_addr(addr, conf) != 0) {
         trace_msg("error:get_smtp_server_addr");
         return send_no_server;
     }
 
-    return smtp_converse(addr.host, text_to_int(addr.port), result_text, [&](_s_smtp* session) {
-        return converse(session, message, conf_fullpath);
-    });
+    return smtp_converse(addr.host, text_to_int(addr.port), result_text,
+                         [&](_s_smtp* session) { return converse(session, message, conf); });
 }
 
 int isendw_sys::init()

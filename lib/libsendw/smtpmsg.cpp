@@ -23,47 +23,35 @@ namespace
 
 // What differs between the forms of a mail.
 struct mail_form {
-    int (*header)(void* msg, std::vector<std::string>& out, char const* conf);
-    int (*body)(void* msg, std::vector<std::string>& out);
-};
-
-constexpr mail_form utf8_form = {msg_header_utf8, msg_body_utf8};
-constexpr mail_form jis_form  = {msg_header_jis, msg_body_jis};
-
-// What differs between the headers of the forms.
-struct header_form {
     std::string (*encoded_subject)(std::string const& subject);
     std::string (*content_type)();
     std::string (*content_transfer_encoding)();
+    int (*body)(void* msg, std::vector<std::string>& out);
 };
 
-constexpr header_form utf8_header = {get_subject_utf8_base64, get_content_type_utf8,
-                                     get_content_transfer_encoding_base64};
-constexpr header_form jis_header  = {get_subject_jis_base64, get_content_type_jis,
-                                     get_content_transfer_encoding_7bit};
+constexpr mail_form utf8_form = {get_subject_utf8_base64, get_content_type_utf8,
+                                 get_content_transfer_encoding_base64, msg_body_utf8};
+constexpr mail_form jis_form  = {get_subject_jis_base64, get_content_type_jis,
+                                 get_content_transfer_encoding_7bit, msg_body_jis};
 
 bool is_jis(std::string const& encoding)
 {
     return encoding == "ISO-2022-JP";
 }
 
-int create(void* msg, std::vector<std::string>& out, char const* conf, mail_form const& form)
+bool use_encoding(conf_settings const& conf)
 {
-    out.clear();
-    // The steps of both forms return 0 always; the checks are for a form whose steps can fail.
-    if (form.header(msg, out, conf) != 0) {
-        trace_msg("error:msg_header");
-        return -1;
+    char         value[1024];
+    unsigned int length = sizeof value;
+    if (confw_get_string("subject_use_encoding", value, &length, conf) != 0) {
+        trace_msg("error:conf_get_string %s");
+        return true;
     }
-    out.push_back(get_crlf());
-    if (form.body(msg, out) != 0) {
-        trace_msg("error:msg_body");
-        return -1;
-    }
-    return 0;
+    return std::strcmp(value, "yes") == 0;
 }
 
-int header(void* msg, std::vector<std::string>& out, char const* conf, header_form const& form)
+int header(void* msg, std::vector<std::string>& out, conf_settings const& conf,
+           mail_form const& form)
 {
     out.reserve(out.size() + 13);  // ten header lines, the empty line, the body, the end mark
     out.push_back(get_date());
@@ -73,14 +61,31 @@ int header(void* msg, std::vector<std::string>& out, char const* conf, header_fo
         out.push_back(get_cc(msg_get_cc(msg)));
     }
     std::string const subject = msg_get_subject(msg);
-    out.push_back(subject_use_encoding(conf) ? form.encoded_subject(subject)
-                                             : get_subject_no_encoding(subject));
+    out.push_back(use_encoding(conf) ? form.encoded_subject(subject)
+                                     : get_subject_no_encoding(subject));
     out.push_back(get_replyto(msg_get_replyto(msg)));
     out.push_back(get_mime_version());
     out.push_back(form.content_type());
     out.push_back(form.content_transfer_encoding());
     if (msg_messageid_exist(msg)) {
         out.push_back(get_messageid(msg_get_messageid(msg)));
+    }
+    return 0;
+}
+
+int create(void* msg, std::vector<std::string>& out, conf_settings const& conf,
+           mail_form const& form)
+{
+    out.clear();
+    // The steps of both forms return 0 always; the checks are for a form whose steps can fail.
+    if (header(msg, out, conf, form) != 0) {
+        trace_msg("error:msg_header");
+        return -1;
+    }
+    out.push_back(get_crlf());
+    if (form.body(msg, out) != 0) {
+        trace_msg("error:msg_body");
+        return -1;
     }
     return 0;
 }
@@ -116,24 +121,29 @@ std::string address_header(std::string const& list, char const* label)
 
 int smtpmsg_create_multiline(void* msg, std::vector<std::string>& out, char const* conf)
 {
+    return smtpmsg_create_multiline(msg, out, confw_read(conf));
+}
+
+int smtpmsg_create_multiline(void* msg, std::vector<std::string>& out, conf_settings const& conf)
+{
     std::string const encoding = msg_get_encoding(msg);
     modify_body(msg);
     if (is_jis(encoding)) {
         trace_msg("encoding: IOS-2022-JP");  // deliberate, see docs/ODDITIES.md
-        return smtpmsg_create_jis_multiline(msg, out, conf);
+        return create(msg, out, conf, jis_form);
     }
     trace_msg("encoding: UTF-8");
-    return smtpmsg_create_utf8_multiline(msg, out, conf);
+    return create(msg, out, conf, utf8_form);
 }
 
 int smtpmsg_create_utf8_multiline(void* msg, std::vector<std::string>& out, char const* conf)
 {
-    return create(msg, out, conf, utf8_form);
+    return create(msg, out, confw_read(conf), utf8_form);
 }
 
 int smtpmsg_create_jis_multiline(void* msg, std::vector<std::string>& out, char const* conf)
 {
-    return create(msg, out, conf, jis_form);
+    return create(msg, out, confw_read(conf), jis_form);
 }
 
 int smtpmsg_split_address(std::string const& list, std::vector<std::string>& out)
@@ -163,12 +173,12 @@ std::string eliminate_space(std::string const& text)
 
 int msg_header_utf8(void* msg, std::vector<std::string>& out, char const* conf)
 {
-    return header(msg, out, conf, utf8_header);
+    return header(msg, out, confw_read(conf), utf8_form);
 }
 
 int msg_header_jis(void* msg, std::vector<std::string>& out, char const* conf)
 {
-    return header(msg, out, conf, jis_header);
+    return header(msg, out, confw_read(conf), jis_form);
 }
 
 int msg_body_utf8(void* msg, std::vector<std::string>& out)
@@ -212,13 +222,7 @@ int modify_body_data(char const* in, char* out, int* size)
 
 bool subject_use_encoding(char const* conf)
 {
-    char         value[1024];
-    unsigned int length = sizeof value;
-    if (confw_get_string("subject_use_encoding", value, &length, conf) != 0) {
-        trace_msg("error:conf_get_string %s");
-        return true;
-    }
-    return std::strcmp(value, "yes") == 0;
+    return use_encoding(confw_read(conf));
 }
 
 std::string get_multiline(std::vector<std::string> const& addresses, char const* label)

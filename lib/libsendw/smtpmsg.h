@@ -16,6 +16,8 @@
 #include <string>
 #include <vector>
 
+#include "libconfw/libconfw.h"
+
 namespace zelieml
 {
 
@@ -27,6 +29,9 @@ namespace zelieml
 //
 // Returns 0, or -1 when header or body could not be composed.
 int smtpmsg_create_multiline(void* msg, std::vector<std::string>& out, char const* conf);
+
+// smtpmsg_create_multiline - the same, with settings that have been read
+int smtpmsg_create_multiline(void* msg, std::vector<std::string>& out, conf_settings const& conf);
 
 // smtpmsg_split_address - split a list of addresses
 //

@@ -273,6 +273,9 @@ TEST_F(SettingsFailure, ToReadLeavesTheFile)
     char         val[16];
     unsigned int len = sizeof val;
     EXPECT_EQ(conf_get_string("k", val, &len, path.c_str()), -1);
+    EXPECT_EQ(len, 0u);
+    len = sizeof val;
+    EXPECT_EQ(conf_get_string("k", val, &len, conf_settings(path.c_str())), -1);
     failing_read = false;
     EXPECT_EQ(len, 0u);
     expect_reported({"error:put_tmp"});

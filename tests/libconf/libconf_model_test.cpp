@@ -90,6 +90,14 @@ TEST(RandomSettings, AreReadAndRewrittenAsTheModelSays)
             int const result = conf_get_string(key.c_str(), &buffer[0], &length, path.c_str());
             EXPECT_EQ((test::reading{result, length, buffer}), test::model_get(file, key, before))
                 << key;
+
+            buffer = before;
+            length = static_cast<unsigned int>(buffer.size());
+            int const from_settings =
+                conf_get_string(key.c_str(), &buffer[0], &length, conf_settings(path.c_str()));
+            EXPECT_EQ((test::reading{from_settings, length, buffer}),
+                      test::model_get(file, key, before))
+                << key;
         }
 
         std::string const key   = random.key();

@@ -240,6 +240,85 @@ TEST_F(SettingsFile, GivesAnEmptyValueWithoutCrToOneByte)
     EXPECT_EQ(std::string(val, 2), std::string("\0#", 2)) << "a length of 0 clears nothing";
 }
 
+TEST_F(SettingsFile, SaysTheSameFromSettingsThatHaveBeenRead)
+{
+    std::string const line    = "k = " + std::string(1018, 'v');  // 1023 characters with the CR
+    std::string const files[] = {
+        "",
+        "k = v\r\n",
+        "#k = x\r\n#\r\nk = v\r\nk = w\r\n",
+        "key = first\r\nk = second\r\n",
+        "this is about k\r\nk = v\r\n",
+        "\r\n\n\nk=\r\n",
+        "k = without CR\nl = v",
+        std::string("a = b\0k = hidden\r\nk = x\0y\r\n", 32),
+        line + "\r\nl = v\r\n",
+        line + "x\r\nl = v\r\n",
+        "l = v\r\n" + line + "x\r\nm = v\r\n",
+        std::string(5000, '\n') + "k = v\r\n",
+        std::string(5000, 'x'),
+    };
+    auto const both = [&](char const* key, char* val, unsigned int const* size, char const* name) {
+        struct {
+            int          result;
+            unsigned int length;
+            std::string  value;
+            strings      traced;
+        } said[2];
+        for (int read_before = 0; read_before < 2; ++read_before) {
+            auto&               now = said[read_before];
+            conf_settings const settings(name);
+            std::string         buffer(2000, '#');
+            unsigned int        length = size != nullptr ? *size : 0;
+            char* const         out    = val != nullptr ? buffer.data() : nullptr;
+            unsigned int* const len    = size != nullptr ? &length : nullptr;
+            test::clear_traces();
+            now.result = read_before != 0 ? conf_get_string(key, out, len, settings)
+                                          : conf_get_string(key, out, len, name);
+            now.traced = test::traces();
+            now.length = length;
+            now.value  = buffer;
+        }
+        EXPECT_EQ(said[1].result, said[0].result);
+        EXPECT_EQ(said[1].length, said[0].length);
+        EXPECT_EQ(said[1].value, said[0].value);
+        EXPECT_EQ(said[1].traced, said[0].traced);
+    };
+    char               val[1]  = "";
+    unsigned int const sizes[] = {0, 1, 3, 2000};
+    for (std::string const& file : files) {
+        test::write_file(path, file);
+        for (char const* const key : {"k", "l", "m", "key", "", " ", "="}) {
+            for (unsigned int const& size : sizes) {
+                SCOPED_TRACE(testing::PrintToString(file.substr(0, 40)) + ", key " + key);
+                both(key, val, &size, path.c_str());
+            }
+        }
+    }
+    both(nullptr, val, sizes, path.c_str());
+    both("k", nullptr, sizes, path.c_str());
+    both("k", val, nullptr, path.c_str());
+    both("k", val, sizes, nullptr);
+    both("k", val, sizes, dir.path().c_str());
+    both("k", val, sizes, (path + ".not").c_str());
+    ASSERT_EQ(::mkfifo((path + ".pipe").c_str(), 0600), 0);
+    both("k", val, sizes, (path + ".pipe").c_str());
+}
+
+TEST_F(SettingsFile, IsReadOnceForSeveralKeys)
+{
+    test::write_file(path, "k = v\r\nl = w\r\n");
+    conf_settings const settings(path.c_str());
+    test::write_file(path, "k = new\r\nl = new\r\n");
+    char         val[8];
+    unsigned int len = sizeof val;
+    EXPECT_EQ(conf_get_string("k", val, &len, settings), 0);
+    EXPECT_STREQ(val, "v");
+    len = sizeof val;
+    EXPECT_EQ(conf_get_string("l", val, &len, settings), 0);
+    EXPECT_STREQ(val, "w");
+}
+
 TEST_F(SettingsFile, IsRewrittenAsTheseLinesSay)
 {
     struct {

@@ -72,6 +72,33 @@ TEST_F(LockedSettings, AreNotTouchedWithoutALock)
     EXPECT_EQ(test::trouble_traces(), (strings{"error:ilockw_create", "error:ilockw_create"}));
 }
 
+TEST_F(LockedSettings, AreReadOnceWithinOneLock)
+{
+    test::write_file(path, "k = v\r\nl = w\r\n");
+    test::fail_heap_after(2);
+    conf_settings const settings = confw_read(path.c_str());
+    for (char const* const key : {"k", "l"}) {
+        char         val[16] = "before";
+        unsigned int len     = sizeof val;
+        EXPECT_EQ(confw_get_string(key, val, &len, settings), 0);
+        EXPECT_STREQ(val, *key == 'k' ? "v" : "w");
+    }
+    EXPECT_EQ(test::trouble_traces(), strings{});
+}
+
+TEST_F(LockedSettings, AreNoneWithoutALock)
+{
+    test::write_file(path, "k = value\r\n");
+    test::fail_heap_after(0);
+    conf_settings const settings = confw_read(path.c_str());
+    char                val[16]  = "before";
+    unsigned int        len      = sizeof val;
+    EXPECT_EQ(confw_get_string("k", val, &len, settings), -1);
+    EXPECT_EQ(len, 0u);
+    EXPECT_STREQ(val, "before");
+    EXPECT_EQ(test::trouble_traces(), strings{"error:ilockw_create"});
+}
+
 TEST_F(LockedSettings, FailForNull)
 {
     char         val[16] = "before";

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <functional>
 #include <optional>
+#include <sys/socket.h>
 #include <thread>
 #include <vector>
 
@@ -954,6 +955,25 @@ TEST_F(Delivery, ReadsItsSettingsAfreshForEachMessage)
     EXPECT_EQ(s.send(), 0);
     EXPECT_TRUE(first.ok()) << first.problem();
     EXPECT_TRUE(second.ok()) << second.problem();
+}
+
+TEST_F(Delivery, KeepsItsSettingsDuringAMessage)
+{
+    listening_socket pop_door;
+    local_server     server(helo + delivery);
+    sender           s(usual_message,
+                       settings_text(server.port(), pop_door.port(), {{"pop_before_smtp", "yes"}}));
+    std::thread      pop_server([&] {
+        unique_fd client = pop_door.accept();
+        write_file(s.conf_path, "smtp_server = 127.0.0.1\r\nsmtp_port = 1\r\nsmtp_auth = yes\r\n");
+        send_all(client.get(), "+OK a\r\n+OK b\r\n+OK c\r\n+OK d\r\n");
+        char rest[100];
+        while (::recv(client.get(), rest, sizeof rest, 0) > 0) {
+        }
+    });
+    EXPECT_EQ(s.send(), 0);
+    pop_server.join();
+    EXPECT_TRUE(server.ok()) << server.problem();
 }
 
 // ---- what can go wrong at every reply of a delivery

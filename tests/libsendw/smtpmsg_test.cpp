@@ -349,6 +349,32 @@ TEST_F(Composition, TheSettingsDecideWhetherTheSubjectIsEncoded)
     }
 }
 
+TEST_F(Composition, IsTheSameWithSettingsThatHaveBeenRead)
+{
+    for (char const* const settings : {"subject_use_encoding = no\r\n", "", "subject = x\r\n"}) {
+        for (char const* const encoding : {"UTF-8", "ISO-2022-JP"}) {
+            set_conf(settings);
+            strings out[2];
+            strings traced[2];
+            for (int read_before = 0; read_before < 2; ++read_before) {
+                auto const msg       = new_message();
+                record(msg).to       = ",";
+                record(msg).subject  = "hi";
+                record(msg).encoding = encoding;
+                record(msg).body     = ".a\n.b";
+                conf_settings const read(conf());
+                clear_traces();
+                EXPECT_EQ(read_before != 0 ? smtpmsg_create_multiline(msg.get(), out[1], read)
+                                           : smtpmsg_create_multiline(msg.get(), out[0], conf()),
+                          0);
+                traced[read_before] = traces();
+            }
+            EXPECT_EQ(out[1], out[0]) << settings << encoding;
+            EXPECT_EQ(traced[1], traced[0]) << settings << encoding;
+        }
+    }
+}
+
 TEST_F(Composition, AMissingSettingsFileMeansAnEncodedSubject)
 {
     temp_dir const empty;
