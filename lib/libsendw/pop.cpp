@@ -219,19 +219,19 @@ bool pop_error(std::string const& line)
 
 int read_multiline_reply(_s_pop* session, std::vector<std::string>& lines, bool& over)
 {
-    sock_non_blocking const connection(session->socket);
+    sock_lines reply(session->socket);
     for (int counter = 0; counter <= max_line_counter; ++counter) {
-        if (sock_readline(connection, session->reply) == -1) {
+        if (reply.next(session->reply) == -1) {
             return -1;
         }
         lines.push_back(remove_nr(session->reply));
         if (session->reply == ".\r\n") {
-            return 0;  // the "." stays among the lines
+            return reply.take();  // the "." stays among the lines
         }
     }
     trace_msg("warning: POP MAX LINE COUNT");
     over = true;
-    return 0;
+    return reply.take();
 }
 
 std::string remove_nr(std::string const& line)

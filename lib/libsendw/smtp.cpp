@@ -284,15 +284,16 @@ int read_multiline_reply(_s_smtp* session, std::vector<std::string>& lines)
 {
     lines.clear();
     session->reply.clear();
+    sock_lines reply(session->socket);
     for (;;) {
         std::string line;
-        if (sock_readline(session->socket, line) == -1) {
+        if (reply.next(line) == -1) {
             return -1;
         }
         session->reply += line;
         lines.push_back(std::move(line));
         if (lines.back().size() >= 4 && lines.back()[3] == ' ') {
-            return 0;
+            return reply.take();
         }
     }
 }

@@ -2,6 +2,7 @@
 
 #include "libsendw/sock.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cerrno>
 #include <cstring>
@@ -96,6 +97,17 @@ int next_pieces(std::vector<std::string> const& strings, std::size_t first, std:
         offset = 0;
     }
     return count;
+}
+
+// Deliberate, see docs/ODDITIES.md.
+void append_up_to_nul(std::string& line, char const* piece, int size)
+{
+    auto              length = static_cast<std::size_t>(size);
+    void const* const nul    = std::memchr(piece, '\0', length);
+    if (nul != nullptr) {
+        length = static_cast<std::size_t>(static_cast<char const*>(nul) - piece);
+    }
+    line.append(piece, length);
 }
 
 // sock_read with _recv or receive.
@@ -202,18 +214,13 @@ int sock_read(int fd, char* buf, int len)
 
 int sock_readline(int fd, std::string& line)
 {
-    return sock_readline(sock_non_blocking(fd), line);
-}
-
-int sock_readline(sock_non_blocking const& connection, std::string& line)
-{
     line.clear();
+    sock_non_blocking const connection(fd);
     if (!connection) {
         return -1;
     }
-    int const fd = connection.fd();
-    char      buf[line_piece_size + 1];
-    bool      complete = false;
+    char buf[line_piece_size + 1];
+    bool complete = false;
     while (!complete) {
         int const peeked = receive(fd, buf, line_piece_size, MSG_PEEK);
         if (peeked < 1) {
@@ -235,6 +242,63 @@ int sock_readline(sock_non_blocking const& connection, std::string& line)
     }
     trace_msg("readline = %s");
     return static_cast<int>(line.size());
+}
+
+int sock_lines::next(std::string& line)
+{
+    line.clear();
+    if (!connection_) {
+        return -1;
+    }
+    for (bool complete = false; !complete;) {
+        char const* lf = find_line_feed();
+        if (lf == nullptr && (given_ > 0 || seen_ == 0)) {
+            if (look() != 0) {
+                return -1;
+            }
+            lf = find_line_feed();
+        }
+        complete        = lf != nullptr;
+        int       start = given_;
+        int const end   = complete ? static_cast<int>(lf - bytes_) + 1 : seen_;
+        given_          = end;
+        if (given_ == seen_ && take() != 0) {
+            return -1;
+        }
+        for (; start < end; start += piece_size) {
+            append_up_to_nul(line, bytes_ + start, std::min(end - start, piece_size));
+        }
+        if (line.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+            return -1;
+        }
+    }
+    trace_msg("readline = %s");
+    return static_cast<int>(line.size());
+}
+
+int sock_lines::take()
+{
+    int const taken = read_all(connection_.fd(), bytes_, given_, receive);
+    given_          = 0;
+    seen_           = 0;
+    return taken == -1 ? -1 : 0;
+}
+
+// Looks at what is in the socket behind the lines that were given.
+int sock_lines::look()
+{
+    if (take() != 0) {
+        return -1;
+    }
+    seen_ = std::max(receive(connection_.fd(), bytes_, view_size, MSG_PEEK), 0);
+    return seen_ > 0 ? 0 : -1;
+}
+
+// The end of the next line, or null.
+char const* sock_lines::find_line_feed() const
+{
+    auto const size = static_cast<std::size_t>(seen_ - given_);
+    return static_cast<char const*>(std::memchr(bytes_ + given_, '\n', size));
 }
 
 int sock_write(int fd, char const* data, int len)

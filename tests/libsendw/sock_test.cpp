@@ -428,15 +428,23 @@ class SockReadline : public on_a_clean_machine
 {
 };
 
-TEST_F(SockReadline, ReadsLineByLine)
+// What a server says before it closes, and the lines of it.
+struct line_case {
+    std::string said;
+    strings     lines;
+    std::string rest;  // what is left in the last call, which fails as the peer closes
+    char const* reason;
+};
+
+std::vector<line_case> line_cases()
 {
     auto const long_line = [](std::size_t size) { return std::string(size - 1, 'x') + "\n"; };
-    struct {
-        std::string said;
-        strings     lines;
-        std::string rest;  // what is left in the last call, which fails as the peer closes
-        char const* reason;
-    } const cases[] = {
+    auto const hidden    = [&](std::size_t at) {
+        std::string line = long_line(20000);
+        line[at]         = '\0';
+        return line;
+    };
+    return {
         {"220 ready\r\n", {"220 ready\r\n"}, "", "a line with its terminator"},
         {"one\r\ntwo\r\n", {"one\r\n", "two\r\n"}, "", "two lines in one segment"},
         {"one\ntwo\n", {"one\n", "two\n"}, "", "a line feed is enough"},
@@ -459,8 +467,20 @@ TEST_F(SockReadline, ReadsLineByLine)
          "",
          "a NUL hides its piece, not the one after it"},
         {"\xE3\x81\x82\xFF\n", {"\xE3\x81\x82\xFF\n"}, "", "any other byte passes"},
+        {"a\r\n" + hidden(5000) + "b\n",
+         {"a\r\n", std::string(20000 - 115, 'x').replace(19884, 1, "\n"), "b\n"},
+         "",
+         "a NUL hides the rest of the fifth of many pieces"},
+        {long_line(4000) + long_line(4000) + long_line(4000) + "x\n",
+         {long_line(4000), long_line(4000), long_line(4000), "x\n"},
+         "",
+         "more lines than are looked at together"},
     };
-    for (auto const& c : cases) {
+}
+
+TEST_F(SockReadline, ReadsLineByLine)
+{
+    for (line_case const& c : line_cases()) {
         tcp_pair pair;
         pair.say(c.said);
         pair.server_closes();
@@ -548,28 +568,136 @@ TEST_F(SockReadline, FailsWhenThePeerBreaksTheConnection)
     EXPECT_EQ(sock_readline(pair.client(), line), -1);
 }
 
-TEST_F(SockReadline, ReadsManyLinesOfADescriptorThatIsSwitchedOnce)
-{
-    tcp_pair pair;
-    pair.say("one\r\ntwo\r\n");
-    {
-        sock_non_blocking const connection(pair.client());
-        ASSERT_TRUE(connection);
-        for (char const* const wanted : {"one\r\n", "two\r\n"}) {
-            std::string line;
-            EXPECT_EQ(sock_readline(connection, line), 5);
-            EXPECT_EQ(line, wanted);
-            EXPECT_FALSE(is_blocking(pair.client()));
-        }
-    }
-    EXPECT_TRUE(is_blocking(pair.client()));
-    EXPECT_EQ(trouble_traces(), strings{});
-}
-
 TEST_F(SockReadline, FailsForADescriptorThatIsNotOpen)
 {
     std::string line = "what was there before";
     EXPECT_EQ(sock_readline(-1, line), -1);
+    EXPECT_EQ(line, "");
+    EXPECT_EQ(trouble_traces(), strings{"error:ioctl(mode=1):%d %d"});
+}
+
+class SockLines : public on_a_clean_machine
+{
+};
+
+TEST_F(SockLines, AreThoseOfSockReadline)
+{
+    for (line_case const& c : line_cases()) {
+        tcp_pair pair;
+        pair.say(c.said);
+        pair.server_closes();
+        clear_traces();
+
+        std::string line;
+        sock_lines  lines(pair.client());
+        for (std::string const& wanted : c.lines) {
+            EXPECT_EQ(lines.next(line), static_cast<int>(wanted.size())) << c.reason;
+            EXPECT_EQ(line, wanted) << c.reason;
+        }
+        line = "what was there before";
+        EXPECT_EQ(lines.next(line), -1) << c.reason;
+        EXPECT_EQ(line, c.rest) << c.reason;
+
+        EXPECT_EQ(trouble_traces(), strings{}) << c.reason;
+    }
+}
+
+TEST_F(SockLines, AreTakenWithoutWhatFollowsThem)
+{
+    std::string const said = "250-first\r\n250-second\r\n250 third\r\n354 fourth\r\n";
+    for (std::size_t given = 0; given <= 4; ++given) {
+        tcp_pair pair;
+        pair.say(said);
+        std::string all;
+        {
+            sock_lines lines(pair.client());
+            for (std::size_t i = 0; i < given; ++i) {
+                std::string line;
+                EXPECT_GT(lines.next(line), 0);
+                all += line;
+            }
+            EXPECT_FALSE(is_blocking(pair.client()));
+            EXPECT_EQ(lines.take(), 0);
+            EXPECT_EQ(lines.take(), 0) << "there is nothing more to take";
+        }
+        EXPECT_TRUE(is_blocking(pair.client()));
+        pair.server_closes();
+        std::string line;
+        while (sock_readline(pair.client(), line) > 0) {
+            all += line;
+        }
+        EXPECT_EQ(all, said) << given;
+    }
+}
+
+TEST_F(SockLines, AreReadAgainAfterTheyWereTaken)
+{
+    tcp_pair pair;
+    pair.say("one\r\ntwo\r\nthree\r\n");
+    sock_lines lines(pair.client());
+    for (char const* const wanted : {"one\r\n", "two\r\n", "three\r\n"}) {
+        std::string line;
+        EXPECT_EQ(lines.next(line), static_cast<int>(std::strlen(wanted)));
+        EXPECT_EQ(line, wanted);
+        EXPECT_EQ(lines.take(), 0);
+    }
+}
+
+TEST_F(SockLines, AreJoinedFromPiecesThatComeOneByOne)
+{
+    std::string const said = "250-one\r\n250-" + std::string(3000, 'x') + "\r\n250 three\r\n";
+    for (std::size_t const size : {std::size_t{50}, std::size_t{1000}}) {
+        tcp_pair    pair;
+        std::thread server([&] {
+            for (std::size_t start = 0; start < said.size(); start += size) {
+                await_a_wait();
+                pair.say_along(said.substr(start, size));
+            }
+        });
+        sock_lines  lines(pair.client());
+        std::string all;
+        for (int i = 0; i < 3; ++i) {
+            std::string line;
+            EXPECT_GT(lines.next(line), 0);
+            all += line;
+        }
+        EXPECT_EQ(lines.take(), 0);
+        server.join();
+        EXPECT_EQ(all, said);
+    }
+}
+
+TEST_F(SockLines, EndWithASilentPeer)
+{
+    tcp_pair pair;
+    pair.say("250-one\r\n250 half a");
+    sock_lines  lines(pair.client());
+    std::string line;
+    EXPECT_EQ(lines.next(line), 9);
+    reset_waits(false);
+    EXPECT_EQ(lines.next(line), -1);
+    EXPECT_EQ(line, "250 half a");
+    EXPECT_EQ(waits().readable_waits, a_silent_peers_waits) << "the piece came without a wait";
+    pair.server_closes();
+    char rest[16];
+    EXPECT_EQ(::recv(pair.client(), rest, sizeof rest, MSG_DONTWAIT), 0) << "all was taken";
+}
+
+TEST_F(SockLines, EndWithABrokenConnection)
+{
+    tcp_pair pair;
+    pair.server_resets();
+    sock_lines  lines(pair.client());
+    std::string line = "what was there before";
+    EXPECT_EQ(lines.next(line), -1);
+    EXPECT_EQ(line, "");
+}
+
+TEST_F(SockLines, AreNoneOfADescriptorThatIsNotOpen)
+{
+    sock_lines  lines(-1);
+    std::string line = "what was there before";
+    EXPECT_EQ(lines.next(line), -1);
     EXPECT_EQ(line, "");
     EXPECT_EQ(trouble_traces(), strings{"error:ioctl(mode=1):%d %d"});
 }
