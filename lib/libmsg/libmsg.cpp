@@ -84,8 +84,9 @@ bool begins_with(char const* text, char const* key)
     return true;
 }
 
-// The stream buffer of a message file. The steps take file streams, whose own buffers open files by
-// name. On the stack, where it is cheaper than on the heap: messages are short.
+// The stream buffer of a message file that is written. write_key_dat takes a file stream, whose own
+// buffer opens files by name. On the stack, where it is cheaper than on the heap: messages are
+// short.
 class file_buffer final : public std::streambuf
 {
 public:
@@ -95,20 +96,6 @@ public:
     }
 
 protected:
-    int_type underflow() override
-    {
-        std::int64_t const count = file_.read(bytes_, sizeof bytes_, position_);
-        if (count < 0) {
-            throw std::ios_base::failure("read");  // an end would look like a whole file
-        }
-        if (count == 0) {
-            return traits_type::eof();
-        }
-        position_ += count;
-        setg(bytes_, bytes_, bytes_ + count);
-        return traits_type::to_int_type(*gptr());
-    }
-
     int sync() override
     {
         bool const written = file_.write(pbase(), static_cast<std::size_t>(pptr() - pbase()));
@@ -128,9 +115,49 @@ protected:
 
 private:
     message_file const& file_;
-    std::int64_t        position_ = 0;
     char                bytes_[4096];
 };
+
+// Cuts the body at a NUL, which ends it like every other value.
+void end_body(_s_msg& msg)
+{
+    msg.body.resize(std::strlen(msg.body.c_str()));
+}
+
+// read_msg without a stream. Returns false when the file cannot be read.
+bool read_file(message_file const& file, _s_msg& msg)
+{
+    char         piece[4096];
+    std::string  line;
+    std::int64_t position = 0;
+    for (;;) {
+        std::int64_t const count = file.read(piece, sizeof piece, position);
+        if (count < 0) {
+            return false;
+        }
+        if (position == 0) {
+            msg.body.reserve(static_cast<std::size_t>(count));
+        }
+        position += count;
+        char const*       start = piece;
+        char const* const end   = piece + count;
+        while (void const* const lf =
+                   std::memchr(start, '\n', static_cast<std::size_t>(end - start))) {
+            line.append(start, static_cast<char const*>(lf));
+            set_msg(line, &msg);
+            line.clear();
+            start = static_cast<char const*>(lf) + 1;
+        }
+        line.append(start, end);
+        // A regular file gives less than it is asked for only at its end.
+        if (static_cast<std::size_t>(count) < sizeof piece) {
+            break;
+        }
+    }
+    set_msg(line, &msg);  // after a final LF an empty one, as in read_msg
+    end_body(msg);
+    return true;
+}
 
 }  // namespace
 
@@ -379,20 +406,17 @@ int msg_load(void** msg, message_file const& file)
         return -1;
     }
     no_cancellation const shielded;
+    bool                  loaded = false;
     try {
-        if (file) {
-            file_buffer   buffer(file);
-            std::ifstream in;
-            std::ios&     stream = in;
-            stream.rdbuf(&buffer);
-            in.exceptions(std::ios::badbit);
-            return read_msg(in, static_cast<_s_msg*>(*msg));
-        }
+        loaded = file && read_file(file, *static_cast<_s_msg*>(*msg));
     } catch (std::exception const&) {
-        // traced below, like a file that cannot be opened
+        // no memory: traced below, like a file that cannot be read
     }
-    trace_msg("error:ifstream(%s)");
-    return -1;
+    if (!loaded) {
+        trace_msg("error:ifstream(%s)");
+        return -1;
+    }
+    return 0;
 }
 
 int write_key_dat(std::ofstream& out, char const* key, std::string& value, bool add_lf)
@@ -460,7 +484,7 @@ int read_msg(std::ifstream& in, _s_msg* msg)
             set_msg(line, msg);
         }
     }
-    msg->body.resize(std::strlen(msg->body.c_str()));  // a NUL ends it, like every other value
+    end_body(*msg);
     return 0;
 }
 

@@ -50,14 +50,14 @@ message_file& message_file::operator=(message_file&& other) noexcept
 
 std::int64_t message_file::read(char* buf, std::size_t size, std::int64_t position) const
 {
-    if (position > limit_) {
-        errno = EFBIG;
-        return -1;
-    }
     ssize_t count = 0;
     do {
         count = ::pread(fd_.get(), buf, size, static_cast<off_t>(position));
     } while (count < 0 && errno == EINTR);
+    if (count > 0 && position > limit_ - count) {
+        errno = EFBIG;
+        return -1;
+    }
     return count;
 }
 

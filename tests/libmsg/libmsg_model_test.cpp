@@ -3,6 +3,7 @@
 // Each round has a file of its own: a file system may write a file that is replaced to the disk at
 // once, which takes many times as long as the rest of the round.
 
+#include <fstream>
 #include <gtest/gtest.h>
 #include <random>
 #include <string>
@@ -112,6 +113,36 @@ TEST(RandomMessageFiles, AreLoadedAsTheModelSays)
         EXPECT_EQ(msg_load(&loaded, path.c_str()), 0);
         EXPECT_EQ(test::get_all(loaded), test::message_of(bytes));
         msg_destroy(loaded);
+
+        std::ifstream stream(path);
+        ASSERT_EQ(msg_create(&loaded), 0);
+        EXPECT_EQ(read_msg(stream, static_cast<_s_msg*>(loaded)), 0);
+        EXPECT_EQ(test::get_all(loaded), test::message_of(bytes)) << "by way of a stream";
+        msg_destroy(loaded);
+    }
+}
+
+// A file is read in pieces: lines and line ends fall on their borders.
+TEST(MessageFilesOfAllSizes, AreLoadedAsTheModelSays)
+{
+    test::temp_dir dir;
+    for (std::size_t const size : {4095u, 4096u, 4097u, 8191u, 8192u, 8193u, 20000u}) {
+        for (std::size_t const period : {1u, 2u, 7u, 4096u, 100000u}) {
+            SCOPED_TRACE(std::to_string(size) + " bytes, lines of " + std::to_string(period));
+            std::string bytes(size, 'x');
+            for (std::size_t lf = period - 1; lf < size; lf += period) {
+                bytes[lf] = '\n';
+            }
+            bytes.replace(size - 6, 6, "\ncc: c");
+            for (char const last : {'c', '\n'}) {
+                bytes.back() = last;
+                test::write_file(dir.file("a"), bytes);
+                void* loaded = nullptr;
+                EXPECT_EQ(msg_load(&loaded, dir.file("a").c_str()), 0);
+                EXPECT_TRUE(test::get_all(loaded) == test::message_of(bytes));
+                msg_destroy(loaded);
+            }
+        }
     }
 }
 
