@@ -124,35 +124,40 @@ void end_body(_s_msg& msg)
     msg.body.resize(std::strlen(msg.body.c_str()));
 }
 
+// Sets the lines that end in a piece of the file. What is left stays in line, which contains the
+// beginning of the first one.
+void set_lines(std::string& line, char const* piece, std::size_t size, _s_msg& msg)
+{
+    while (void const* const lf = std::memchr(piece, '\n', size)) {
+        auto const length = static_cast<std::size_t>(static_cast<char const*>(lf) - piece);
+        line.append(piece, length);
+        set_msg(line, &msg);
+        line.clear();
+        piece += length + 1;
+        size -= length + 1;
+    }
+    line.append(piece, size);
+}
+
 // read_msg without a stream. Returns false when the file cannot be read.
 bool read_file(message_file const& file, _s_msg& msg)
 {
     char         piece[4096];
     std::string  line;
     std::int64_t position = 0;
-    for (;;) {
+    for (bool complete = false; !complete;) {
         std::int64_t const count = file.read(piece, sizeof piece, position);
         if (count < 0) {
             return false;
         }
+        // A regular file gives less than it is asked for only at its end.
+        complete = static_cast<std::size_t>(count) < sizeof piece;
         if (position == 0) {
-            msg.body.reserve(static_cast<std::size_t>(count));
+            auto const size = static_cast<std::size_t>(complete ? count : file.size());
+            msg.body.reserve(size + size / 16);  // LF becomes CR LF
         }
         position += count;
-        char const*       start = piece;
-        char const* const end   = piece + count;
-        while (void const* const lf =
-                   std::memchr(start, '\n', static_cast<std::size_t>(end - start))) {
-            line.append(start, static_cast<char const*>(lf));
-            set_msg(line, &msg);
-            line.clear();
-            start = static_cast<char const*>(lf) + 1;
-        }
-        line.append(start, end);
-        // A regular file gives less than it is asked for only at its end.
-        if (static_cast<std::size_t>(count) < sizeof piece) {
-            break;
-        }
+        set_lines(line, piece, static_cast<std::size_t>(count), msg);
     }
     set_msg(line, &msg);  // after a final LF an empty one, as in read_msg
     end_body(msg);
@@ -238,7 +243,8 @@ int msg_set_body(void* msg, char const* text)
     // unchanged: deliberate, see docs/ODDITIES.md.
     int                     capacity = static_cast<int>(2 * length);
     heap_buffer<char> const buffer   = heap_array<char>(2 * length);
-    if (buffer && modify_line_feed(text, buffer.get(), &capacity) == 0) {
+    // modify_line_feed would clear the buffer first.
+    if (buffer && write_with_crlf(text, buffer.get(), &capacity, opening_dot::kept) == 0) {
         body.assign(buffer.get(), static_cast<std::size_t>(capacity));
     } else {
         body.assign(text, length);

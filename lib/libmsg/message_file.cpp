@@ -61,6 +61,12 @@ std::int64_t message_file::read(char* buf, std::size_t size, std::int64_t positi
     return count;
 }
 
+std::int64_t message_file::size() const
+{
+    struct stat status = {};
+    return ::fstat(fd_.get(), &status) == 0 ? status.st_size : 0;
+}
+
 bool message_file::write(char const* data, std::size_t size) const
 {
     while (size > 0) {

@@ -46,6 +46,9 @@ public:
     // is larger than its limit.
     std::int64_t read(char* buf, std::size_t size, std::int64_t position) const;
 
+    // The size of the file, or 0 when that is not known.
+    std::int64_t size() const;
+
     // write - append bytes. Returns false when not all of them could be written.
     bool write(char const* data, std::size_t size) const;
 

@@ -14,23 +14,19 @@ enum class opening_dot {
     doubled  // a dot that opens a line gets another one in front (RFC 5321, 4.5.2)
 };
 
-// copy_with_crlf - copy a string and make every line break CR LF: a lone CR, a lone LF, and CR LF
+// write_with_crlf - copy a string and make every line break CR LF: a lone CR, a lone LF, and CR LF
 // itself
 //
 // in    string
-// out   receives the result and its NUL; all *size bytes are cleared first
+// out   receives the result and its NUL
 // size  in: bytes at out, the NUL included; out: length of the result
 // dot   what becomes of a dot that opens a line
 //
 // Returns 0, or -1 when a pointer is null, in is empty, or the result and its NUL do not fit. Then
 // *size is unchanged and the content of out is undefined.
-inline int copy_with_crlf(char const* in, char* out, int* size, opening_dot dot)
+inline int write_with_crlf(char const* in, char* out, int* size, opening_dot dot)
 {
-    if (in == nullptr || out == nullptr || size == nullptr || *size < 1) {
-        return -1;
-    }
-    std::memset(out, 0, static_cast<std::size_t>(*size));
-    if (*in == '\0') {
+    if (in == nullptr || out == nullptr || size == nullptr || *size < 1 || *in == '\0') {
         return -1;
     }
     std::size_t const room  = static_cast<std::size_t>(*size) - 1;  // less the NUL
@@ -61,8 +57,19 @@ inline int copy_with_crlf(char const* in, char* out, int* size, opening_dot dot)
             in += in[0] == '\r' && in[1] == '\n' ? 2 : 1;
         }
     }
-    *size = static_cast<int>(count);
+    out[count] = '\0';
+    *size      = static_cast<int>(count);
     return 0;
+}
+
+// copy_with_crlf - write_with_crlf, with all *size bytes of out cleared first
+inline int copy_with_crlf(char const* in, char* out, int* size, opening_dot dot)
+{
+    if (in == nullptr || out == nullptr || size == nullptr || *size < 1) {
+        return -1;
+    }
+    std::memset(out, 0, static_cast<std::size_t>(*size));
+    return write_with_crlf(in, out, size, dot);
 }
 
 }  // namespace zelieml

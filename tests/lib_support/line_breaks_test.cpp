@@ -3,6 +3,7 @@
 
 #include "support/line_breaks.h"
 
+#include <cstring>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -13,11 +14,22 @@ namespace
 
 std::string copied(char const* in, opening_dot dot)
 {
-    char out[64];
-    int  size = sizeof out;
-    return copy_with_crlf(in, out, &size, dot) == 0
-               ? std::string(out, static_cast<std::size_t>(size))
-               : "refused";
+    char out[2][64];
+    int  size[2];
+    int  result[2];
+    for (int cleared = 0; cleared < 2; ++cleared) {
+        size[cleared] = sizeof out[cleared];
+        std::memset(out[cleared], '#', sizeof out[cleared]);
+        auto* const function = cleared != 0 ? copy_with_crlf : write_with_crlf;
+        result[cleared]      = function(in, out[cleared], &size[cleared], dot);
+    }
+    EXPECT_EQ(result[0], result[1]);
+    EXPECT_EQ(size[0], size[1]);
+    if (result[1] != 0) {
+        return "refused";
+    }
+    EXPECT_STREQ(out[0], out[1]) << "with its NUL";
+    return std::string(out[1], static_cast<std::size_t>(size[1]));
 }
 
 TEST(CopyWithCrLf, MakesEveryLineBreakCrLf)
