@@ -4,6 +4,8 @@
 
 #include <cstring>
 #include <memory>
+#include <set>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -173,22 +175,13 @@ int ehlo_auth(_s_smtp* session, conf_settings const& conf)
     return smtp_ehlo(session, auth_type, info.user, info.password);
 }
 
-bool _is_exist_in_vector(std::vector<std::string> const& addresses, std::string const& address)
-{
-    for (std::string const& known : addresses) {
-        if (std::strcmp(known.c_str(), address.c_str()) == 0) {
-            return true;
-        }
-    }
-    return false;
-}
-
 // Keeps the first of several equal addresses.
 void _delete_same_address(std::vector<std::string> const& addresses,
                           std::vector<std::string>&       unique)
 {
+    std::set<std::string_view> known;
     for (std::string const& address : addresses) {
-        if (!_is_exist_in_vector(unique, address)) {
+        if (known.insert(address.c_str()).second) {
             unique.push_back(address);
         }
     }
