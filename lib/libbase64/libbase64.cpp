@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <exception>
 #include <limits>
 
 #include "support/heap.h"
@@ -116,15 +117,36 @@ unsigned char* put_line_break(unsigned char* out)
     return out;
 }
 
-// The size of the result with its NUL.
-std::int64_t encoded_size(int len, bool line_breaks)
+// The size of the result with its NUL, or -1 when there is no result.
+std::int64_t encoded_size(unsigned char const* data, int len, bool line_breaks)
 {
+    if (data == nullptr || len < 0) {
+        return -1;
+    }
     std::int64_t const bytes = len;
     std::int64_t       size  = (bytes + 2) / 3 * 4 + 1;
     if (line_breaks) {
         size += bytes / line_bytes * 2 + (bytes % line_bytes != 0 ? 2 : 0);
     }
-    return size;
+    return size <= std::numeric_limits<int>::max() ? size : -1;
+}
+
+// Writes the characters. Returns their end.
+unsigned char* encode(unsigned char const* data, int len, bool line_breaks, unsigned char* out)
+{
+    if (line_breaks) {
+        for (; len >= line_bytes; data += line_bytes, len -= line_bytes) {
+            out = put_line_break(encode_groups(data, line_groups, out));
+        }
+    }
+    int const remainder = len % 3;
+    out                 = encode_groups(data, len / 3, out);
+    out                 = encode_remainder(data + (len - remainder), remainder, out);
+    // With padding 55 and 56 bytes fill a line too: deliberate, see docs/ODDITIES.md.
+    if (line_breaks && len > line_bytes - 3) {
+        out = put_line_break(out);
+    }
+    return out;
 }
 
 std::uint32_t decode_group(unsigned char const* in)
@@ -142,33 +164,33 @@ bool is_line_break(unsigned char character)
 
 unsigned char* base64_encode(unsigned char const* data, int len, bool line_breaks)
 {
-    if (data == nullptr || len < 0) {
-        return nullptr;
-    }
-    std::int64_t const size = encoded_size(len, line_breaks);
-    if (size > std::numeric_limits<int>::max()) {
+    std::int64_t const size = encoded_size(data, len, line_breaks);
+    if (size == -1) {
         return nullptr;
     }
     auto text = heap_array<unsigned char>(static_cast<std::size_t>(size));
     if (!text) {
         return nullptr;
     }
-
-    unsigned char* out = text.get();
-    if (line_breaks) {
-        for (; len >= line_bytes; data += line_bytes, len -= line_bytes) {
-            out = put_line_break(encode_groups(data, line_groups, out));
-        }
-    }
-    int const remainder = len % 3;
-    out                 = encode_groups(data, len / 3, out);
-    out                 = encode_remainder(data + (len - remainder), remainder, out);
-    // With padding 55 and 56 bytes fill a line too: deliberate, see docs/ODDITIES.md.
-    if (line_breaks && len > line_bytes - 3) {
-        out = put_line_break(out);
-    }
-    *out = '\0';
+    *encode(data, len, line_breaks, text.get()) = '\0';
     return text.release();
+}
+
+bool base64_encode(unsigned char const* data, int len, bool line_breaks, std::string& text)
+{
+    text.clear();
+    std::int64_t const size = encoded_size(data, len, line_breaks);
+    if (size == -1) {
+        return false;
+    }
+    try {
+        text.resize(static_cast<std::size_t>(size));
+    } catch (std::exception const&) {
+        return false;  // no memory, or longer than a string can be
+    }
+    auto* const start = reinterpret_cast<unsigned char*>(&text[0]);
+    text.resize(static_cast<std::size_t>(encode(data, len, line_breaks, start) - start));
+    return true;
 }
 
 unsigned char* base64_decode_ex(unsigned char const* text, int len, int* out_len)

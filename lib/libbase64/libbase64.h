@@ -7,6 +7,7 @@
 #define ZELIEML_LIBBASE64_LIBBASE64_H
 
 #include <memory>
+#include <string>
 
 namespace zelieml
 {
@@ -22,6 +23,13 @@ namespace zelieml
 // base64_free. Null when data is null, len is negative, the result would take more than INT_MAX
 // bytes, or there is no memory.
 unsigned char* base64_encode(unsigned char const* data, int len, bool line_breaks);
+
+// base64_encode - the same, into a string
+//
+// text  receives the characters; empty on failure
+//
+// Returns false where the other returns null.
+bool base64_encode(unsigned char const* data, int len, bool line_breaks, std::string& text);
 
 // base64_decode_ex - decode to bytes
 //

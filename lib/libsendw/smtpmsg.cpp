@@ -50,27 +50,35 @@ bool use_encoding(conf_settings const& conf)
     return std::strcmp(value, "yes") == 0;
 }
 
+// Calls use with the record, or with an empty one for a null handle. Returns what it returns.
+template <class Use>
+auto with_record(void* msg, Use&& use)
+{
+    return msg != nullptr ? use(*static_cast<_s_msg const*>(msg)) : use(_s_msg());
+}
+
 int header(void* msg, std::vector<std::string>& out, conf_settings const& conf,
            mail_form const& form)
 {
-    out.reserve(out.size() + 13);  // ten header lines, the empty line, the body, the end mark
-    out.push_back(get_date());
-    out.push_back(get_from(msg_get_from(msg)));
-    out.push_back(get_to(msg_get_to(msg)));
-    if (msg_cc_exist(msg)) {
-        out.push_back(get_cc(msg_get_cc(msg)));
-    }
-    std::string const subject = msg_get_subject(msg);
-    out.push_back(use_encoding(conf) ? form.encoded_subject(subject)
-                                     : get_subject_no_encoding(subject));
-    out.push_back(get_replyto(msg_get_replyto(msg)));
-    out.push_back(get_mime_version());
-    out.push_back(form.content_type());
-    out.push_back(form.content_transfer_encoding());
-    if (msg_messageid_exist(msg)) {
-        out.push_back(get_messageid(msg_get_messageid(msg)));
-    }
-    return 0;
+    return with_record(msg, [&](_s_msg const& record) {
+        out.reserve(out.size() + 13);  // ten header lines, the empty line, the body, the end mark
+        out.push_back(get_date());
+        out.push_back(get_from(record.from));
+        out.push_back(get_to(record.to));
+        if (!record.cc.empty()) {
+            out.push_back(get_cc(record.cc));
+        }
+        out.push_back(use_encoding(conf) ? form.encoded_subject(record.subject)
+                                         : get_subject_no_encoding(record.subject));
+        out.push_back(get_replyto(record.replyto));
+        out.push_back(get_mime_version());
+        out.push_back(form.content_type());
+        out.push_back(form.content_transfer_encoding());
+        if (!record.messageid.empty()) {
+            out.push_back(get_messageid(record.messageid));
+        }
+        return 0;
+    });
 }
 
 int create(void* msg, std::vector<std::string>& out, conf_settings const& conf,
@@ -183,14 +191,18 @@ int msg_header_jis(void* msg, std::vector<std::string>& out, char const* conf)
 
 int msg_body_utf8(void* msg, std::vector<std::string>& out)
 {
-    out.push_back(_utf8_base64(msg_get_body(msg), true));
-    return 0;
+    return with_record(msg, [&](_s_msg const& record) {
+        out.push_back(_base64(record.body, true));  // _utf8 would copy it, and change nothing
+        return 0;
+    });
 }
 
 int msg_body_jis(void* msg, std::vector<std::string>& out)
 {
-    out.push_back(_jis(msg_get_body(msg)));
-    return 0;
+    return with_record(msg, [&](_s_msg const& record) {
+        out.push_back(_jis(record.body));
+        return 0;
+    });
 }
 
 void modify_body(void* msg)
@@ -199,7 +211,7 @@ void modify_body(void* msg)
     if (!is_jis(msg_get_encoding(msg))) {
         return;
     }
-    std::string const     body         = msg_get_body(msg);
+    std::string&          body         = static_cast<_s_msg*>(msg)->body;
     constexpr std::size_t max_capacity = std::numeric_limits<int>::max();
     if (body.empty() || body.size() > max_capacity / 2 - 1) {
         return;
@@ -207,8 +219,10 @@ void modify_body(void* msg)
 
     int  size     = static_cast<int>((body.size() + 1) * 2);
     auto modified = heap_array<char>(static_cast<std::size_t>(size));
-    if (modified && modify_body_data(body.c_str(), modified.get(), &size) == 0) {
-        msg_set_body(msg, modified.get());
+    // modify_body_data would clear the buffer first.
+    if (modified &&
+        write_with_crlf(body.c_str(), modified.get(), &size, opening_dot::doubled) == 0) {
+        body.assign(modified.get(), static_cast<std::size_t>(size));
     }
 }
 
@@ -247,16 +261,13 @@ std::string _next(int count)
 std::string _base64(std::string const& text, bool line_breaks)
 {
     constexpr std::size_t max_length = std::numeric_limits<int>::max();
-    base64_buffer const   encoded(
-          text.size() > max_length
-              ? nullptr
-              : base64_encode(reinterpret_cast<unsigned char const*>(text.data()),
-                              static_cast<int>(text.size()), line_breaks));
-    if (!encoded) {
-        trace_msg("error:base64_encode");
-        return {};  // the mail is sent without it: deliberate, see docs/ODDITIES.md
+    auto const* const     bytes      = reinterpret_cast<unsigned char const*>(text.data());
+    std::string           encoded;
+    if (text.size() > max_length ||
+        !base64_encode(bytes, static_cast<int>(text.size()), line_breaks, encoded)) {
+        trace_msg("error:base64_encode");  // sent without it: deliberate, see docs/ODDITIES.md
     }
-    return reinterpret_cast<char const*>(encoded.get());
+    return encoded;
 }
 
 std::string _utf8(std::string text)

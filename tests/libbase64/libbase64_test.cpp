@@ -29,10 +29,14 @@ std::optional<std::string> encode(std::string const& data, bool line_breaks = fa
 {
     base64_buffer const text(
         base64_encode(bytes_of(data), static_cast<int>(data.size()), line_breaks));
+    std::string into = "what was there before";
+    EXPECT_EQ(base64_encode(bytes_of(data), static_cast<int>(data.size()), line_breaks, into),
+              static_cast<bool>(text));
+    EXPECT_EQ(into, text ? reinterpret_cast<char const*>(text.get()) : "");
     if (!text) {
         return std::nullopt;
     }
-    return std::string(reinterpret_cast<char const*>(text.get()));
+    return into;
 }
 
 // What base64_decode_ex makes, or nothing when it fails. The string has a buffer of its exact size,
@@ -306,9 +310,12 @@ TEST(Base64, RefusesNullAndNegativeLengths)
 {
     unsigned char const data = 'x';
     int                 len  = 7;
+    std::string         text;
     EXPECT_EQ(base64_encode(nullptr, 0, false), nullptr);
+    EXPECT_FALSE(base64_encode(nullptr, 0, false, text));
     EXPECT_EQ(base64_encode(nullptr, 3, true), nullptr);
     EXPECT_EQ(base64_encode(&data, -1, false), nullptr);
+    EXPECT_FALSE(base64_encode(&data, -1, false, text));
     EXPECT_EQ(base64_encode(&data, INT_MIN, true), nullptr);
     EXPECT_EQ(base64_decode_ex(nullptr, 0, &len), nullptr);
     EXPECT_EQ(base64_decode_ex(&data, -1, &len), nullptr);
@@ -322,18 +329,24 @@ TEST(Base64, RefusesDataWhoseEncodedLengthPassesAnInt)
 {
     // The shortest lengths that are too long: the data is never looked at.
     unsigned char const data = 'x';
+    std::string         text;
     EXPECT_EQ(base64_encode(&data, 1610612734, false), nullptr);
+    EXPECT_FALSE(base64_encode(&data, 1610612734, false, text));
     EXPECT_EQ(base64_encode(&data, INT_MAX, false), nullptr);
+    EXPECT_FALSE(base64_encode(&data, INT_MAX, false, text));
     EXPECT_EQ(base64_encode(&data, INT_MAX, true), nullptr);
+    EXPECT_FALSE(base64_encode(&data, INT_MAX, true, text));
     EXPECT_EQ(base64_encode(&data, 1569314971, true), nullptr);
+    EXPECT_FALSE(base64_encode(&data, 1569314971, true, text));
 }
 
 TEST(Base64, FailsWithoutMemoryAndLeavesNothingBehind)
 {
     int const before = test::live_heap_buffers();
     test::fail_heap_after(0);
-    EXPECT_EQ(encode("foo"), std::nullopt);
-    EXPECT_EQ(encode("foo", true), std::nullopt);
+    std::string const text = "foo";
+    EXPECT_EQ(base64_encode(bytes_of(text), 3, false), nullptr);
+    EXPECT_EQ(base64_encode(bytes_of(text), 3, true), nullptr);
     EXPECT_EQ(decode("Zm9v"), std::nullopt);
     test::fail_heap_after(-1);
     EXPECT_EQ(decode("Zm9*"), std::nullopt);

@@ -5,10 +5,12 @@
 #include <algorithm>
 #include <cstdlib>
 #include <memory>
+#include <new>
 #include <random>
 
 #include "libmsg/libmsg.h"
 #include "tests/support/clean_machine.h"
+#include "tests/support/failing_new.h"
 
 namespace zelieml::test
 {
@@ -579,31 +581,56 @@ TEST(Base64Body, ConvertsNothing)
 
 TEST_F(Composition, WithoutMemoryForBase64TheTextIsEmpty)
 {
-    fail_heap_after(0);
-    EXPECT_EQ(_base64("abc", false), "");
-    EXPECT_EQ(_base64("abc", true), "");
-    EXPECT_EQ(get_subject_utf8_base64("abc"), "Subject: =?UTF-8?B?"
-                                              "?=\r\n");
+    std::string const text(30, 'x');  // a short one needs none
+    std::string       encoded;
+    for (bool const line_breaks : {false, true}) {
+        {
+            failing_new const no_memory(0);
+            encoded = _base64(text, line_breaks);
+        }
+        EXPECT_EQ(encoded, "");
+    }
+    {
+        failing_new const no_memory(1, 1);  // there is a copy, but no result
+        encoded = get_subject_utf8_base64(text);
+    }
+    EXPECT_EQ(encoded, "Subject: =?UTF-8?B?"
+                       "?=\r\n");
     EXPECT_EQ(trouble_traces(), strings(3, "error:base64_encode"));
 }
 
-TEST_F(Composition, WithoutAnyMemoryForBuffersAMailIsComposedAllTheSame)
+TEST_F(Composition, WithoutMemoryForBase64AMailIsComposedAllTheSame)
 {
+    auto const msg   = new_message();
+    record(msg).to   = "x@a.test";
+    record(msg).body = std::string(100, 'x');
+    conf_settings const settings(conf());
+    bool                without_body = false;
+    for (int good = 0; good < 40 && !without_body; ++good) {
+        strings out;
+        bool    composed = true;
+        clear_traces();
+        try {
+            failing_new const no_memory(good, 1);
+            smtpmsg_create_multiline(msg.get(), out, settings);
+        } catch (std::bad_alloc const&) {
+            composed = false;  // somewhere else
+        }
+        without_body = composed && out.size() == 10 && out[9].empty();
+        EXPECT_EQ(trouble_traces(), without_body ? strings{"error:base64_encode"} : strings{});
+    }
+    EXPECT_TRUE(without_body);
+}
+
+TEST_F(Composition, WithoutALockForTheSettingsTheSubjectIsEncoded)
+{
+    set_conf("subject_use_encoding = no\r\n");
     auto const msg      = new_message();
     record(msg).to      = "x@a.test";
     record(msg).subject = "hi";
-    record(msg).body    = "text";
     fail_heap_after(0);
-
-    strings const out = compose(msg);
-
-    ASSERT_EQ(out.size(), 10U);
-    EXPECT_EQ(out[3], "Subject: =?UTF-8?B?"
-                      "?=\r\n");
-    EXPECT_EQ(out[9], "");
-    strings const trouble = trouble_traces();
-    EXPECT_EQ(std::count(trouble.begin(), trouble.end(), "error:base64_encode"), 2);
-    EXPECT_EQ(std::count(trouble.begin(), trouble.end(), "error:conf_get_string %s"), 1);
+    EXPECT_EQ(compose(msg)[3], "Subject: =?UTF-8?B?aGk=?=\r\n");
+    EXPECT_EQ(trouble_traces(), (strings{"error:ilockw_create", "error:conf_get_string %s"}));
 }
 
 TEST_F(Composition, WithoutMemoryTheIso2022JpBodyStaysAsItIs)
