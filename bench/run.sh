@@ -44,43 +44,19 @@ echo '== receiving, one session for each mail'
 "$build/bench/receive_bench" "$port" "$pop_port" 8000 || status=1
 
 echo
-echo '== system calls of receiving'
-"$build/bench/receive_bench" "$port" "$pop_port" 100 fill
-strace -c -f -o "$scratch/strace" "$build/bench/receive_bench" "$port" "$pop_port" 100 empty
-sed -n 1,12p "$scratch/strace"
-echo '(100 mails and one program start)'
-
-echo
 echo '== one message, end to end'
-# The limit holds for message files in memory. On a disk it depends on the file system: one that
-# has just deleted thousands of files a second makes new ones slowly, which no user's does.
-if [ -d /dev/shm ]; then
-    echo 'message files in memory:'
-    TMPDIR=/dev/shm "$build/bench/post_bench" "$port" 2000 || status=1
-    echo "message files in ${TMPDIR:-/tmp}:"
-    "$build/bench/post_bench" "$port" 2000 || true
-else
-    "$build/bench/post_bench" "$port" 2000 || status=1
-fi
-
-# What starting the program costs drops out of the difference.
-instructions() {
-    valgrind --tool=callgrind --callgrind-out-file="$scratch/callgrind.$1" \
-        "$build/bench/post_bench" "$port" "$1" library 2>&1 | sed -n 's/.*Collected : //p'
-}
-few=$(instructions 20)
-many=$(instructions 120)
-per_message=$(((many - few) / 100))
-echo "eml_post_sync runs $per_message instructions a message in user mode (at most 120000)"
-[ "$per_message" -le 120000 ] || status=1
+echo "message files in ${TMPDIR:-/tmp}:"
+"$build/bench/post_bench" "$port" 2000 plain || status=1
+echo 'with a login:'
+"$build/bench/post_bench" "$port" 2000 login || status=1
+echo 'a body of 20 MB:'
+"$build/bench/post_bench" "$port" 9 large || status=1
 
 echo
 echo '== an engine'
 "$build/bench/engine_bench" "$port" "${ZELIEML_BENCH_IDLE_SECONDS:-60}" || status=1
 
 echo
-echo '== system calls of one message'
-strace -c -f -o "$scratch/strace" "$build/bench/post_bench" "$port" 100 library
-sed -n 1,25p "$scratch/strace"
-echo '(100 messages and one program start)'
-cd "$root" && exit $status
+echo '== as work grows'
+"$root/bench/growth.py" "$build" || status=1
+exit $status

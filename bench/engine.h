@@ -1,0 +1,81 @@
+// engine.h - an engine of a benchmark's own, and when its results came
+
+#ifndef ZELIEML_BENCH_ENGINE_H
+#define ZELIEML_BENCH_ENGINE_H
+
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "bench/work_dir.h"
+#include "zelieml.h"
+
+struct arrivals {
+    std::mutex                           guard;
+    std::condition_variable              changed;
+    std::vector<bench_clock::time_point> times;
+    int                                  failed = 0;
+
+    void wait_for(std::size_t count)
+    {
+        std::unique_lock<std::mutex> hold(guard);
+        if (!changed.wait_for(hold, std::chrono::seconds(60),
+                              [&] { return times.size() >= count; })) {
+            throw std::runtime_error("results are missing");
+        }
+    }
+
+    // While the engine was sending: the pauses between its passes do not count.
+    double microseconds_a_mail()
+    {
+        std::lock_guard<std::mutex> const hold(guard);
+        double                            busy  = 0;
+        int                               count = 0;
+        for (std::size_t i = 1; i < times.size(); ++i) {
+            double const gap =
+                std::chrono::duration<double, std::micro>(times[i] - times[i - 1]).count();
+            if (gap < 500000) {
+                busy += gap;
+                ++count;
+            }
+        }
+        return busy / count;
+    }
+};
+
+inline int note_arrival(void* result, void* user)
+{
+    auto&      all  = *static_cast<arrivals*>(user);
+    eml_send_e code = eml_send_error_other;
+    eml_cb_get_code(result, &code);
+    std::lock_guard<std::mutex> const hold(all.guard);
+    all.times.push_back(bench_clock::now());
+    all.failed += code == eml_send_ok ? 0 : 1;
+    all.changed.notify_all();
+    return 0;
+}
+
+class engine
+{
+public:
+    engine(std::string const& workdir, char const* symbol)
+    {
+        if (eml_start_with_stocksymbol(workdir.c_str(), symbol, &eml_) != 0) {
+            throw std::runtime_error("the engine does not start");
+        }
+        eml_set_callback(eml_, note_arrival, &seen);
+    }
+    ~engine() { eml_stop(eml_); }
+    engine(engine const&)            = delete;
+    engine& operator=(engine const&) = delete;
+
+    arrivals seen;
+
+private:
+    void* eml_ = nullptr;
+};
+
+#endif
