@@ -16,8 +16,7 @@
 namespace
 {
 
-// A line costs the library two receives, a look and a taking; the bare client has most of a mail
-// in one.
+// What has come is looked at and then taken, in two receives; the bare client needs one.
 constexpr double limit = 1.25;
 
 struct ports {
