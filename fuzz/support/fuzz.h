@@ -7,6 +7,7 @@
 #ifndef ZELIEML_FUZZ_SUPPORT_FUZZ_H
 #define ZELIEML_FUZZ_SUPPORT_FUZZ_H
 
+#include <bitset>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -70,7 +71,10 @@ private:
     memory_choice memory_;
 };
 
-// The program has as many descriptors at the end of the scope as at its beginning.
+// Which descriptors are open, by their numbers: a new one gets the lowest that is free.
+using descriptors = std::bitset<256>;
+
+// The program has the same descriptors at the end of the scope as at its beginning.
 class no_descriptor_left
 {
 public:
@@ -80,7 +84,7 @@ public:
     no_descriptor_left& operator=(no_descriptor_left const&) = delete;
 
 private:
-    int free_before_;
+    descriptors before_;
 };
 
 }  // namespace zelieml::fuzz
