@@ -3,6 +3,7 @@
 #ifndef ZELIEML_TESTS_LIBBASE64_BASE64_MODEL_H
 #define ZELIEML_TESTS_LIBBASE64_BASE64_MODEL_H
 
+#include <optional>
 #include <string>
 
 namespace zelieml::test
@@ -35,23 +36,23 @@ inline std::string model_encode(std::string const& bytes, bool line_breaks)
     return text;
 }
 
-// False when the text is refused.
-inline bool model_decode(std::string text, std::string& bytes)
+// Nothing when the text is refused.
+inline std::optional<std::string> model_decode(std::string text)
 {
     std::string const alphabet = base64_alphabet;
-    bytes.clear();
+    std::string       bytes;
     for (;;) {
         for (int i = 0; i < 2 && text.size() >= 4 && (text[0] == '\r' || text[0] == '\n'); ++i) {
             text.erase(0, 1);
         }
         if (text.size() < 4) {
-            return true;
+            return bytes;
         }
         std::size_t value[4];
         for (std::size_t i = 0; i < 4; ++i) {
             value[i] = alphabet.find(text[i]);
             if (value[i] == std::string::npos) {
-                return false;
+                return std::nullopt;
             }
         }
         bytes += static_cast<char>(value[0] << 2 | value[1] >> 4);

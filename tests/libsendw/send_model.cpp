@@ -330,11 +330,11 @@ private:
             return false;
         }
         std::string const& last = lines.back();
-        std::string        challenge;
-        if (!model_decode(last.substr(last.find(' ') + 1), challenge)) {
+        auto const         sent = model_decode(last.substr(last.find(' ') + 1));
+        if (!sent) {
             return false;
         }
-        challenge = challenge.substr(0, challenge.find('\0'));
+        std::string const challenge = sent->substr(0, sent->find('\0'));
         std::string const response =
             login.user + " " + lower_case_hex(hmac_md5(login.password, challenge));
         return command(server, reply, model_encode(response, false), {"235"});
