@@ -94,7 +94,9 @@ TEST_F(RandomMails, AreComposedAsTheModelSays)
         message_holder const msg     = random_message(random, m);
         std::size_t const    number  = random.below(static_cast<std::uint32_t>(settings.size()));
         std::int64_t const   seconds = random.below(0x7fffffff);
-        double const         zone    = (random.below(108) - 48.0) * 900 + random.below(60) / 4.0;
+        double const         quarter_hours = random.below(108) - 48.0;
+        double const         odd           = random.below(60) / 4.0;
+        double const         zone          = quarter_hours * 900 + odd;
         test::set_wall_clock(static_cast<std::time_t>(seconds), 0);
         test::set_zone_offset(zone);
 

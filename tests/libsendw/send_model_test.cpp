@@ -54,9 +54,10 @@ public:
         if (random_.percent(2)) {
             return "";
         }
-        std::string const value = random_.pick(random_.percent(90) ? usual : others);
-        lines_.push_back(key + (random_.percent(95) ? " = " : "=\t") + value +
-                         (random_.percent(98) ? "\r\n" : "\n"));
+        std::string const value    = random_.pick(random_.percent(90) ? usual : others);
+        std::string const equals   = random_.percent(95) ? " = " : "=\t";
+        std::string const line_end = random_.percent(98) ? "\r\n" : "\n";
+        lines_.push_back(key + equals + value + line_end);
         return value;
     }
 
