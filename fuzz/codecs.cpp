@@ -11,17 +11,14 @@
 #include "libcryptw/libcryptw.h"
 #include "libetc/libetc.h"
 #include "tests/libbase64/base64_model.h"
+#include "tests/support/bytes_of.h"
 
 using namespace zelieml;
 using fuzz::require;
+using test::bytes_of;
 
 namespace
 {
-
-unsigned char const* bytes_of(std::string const& text)
-{
-    return reinterpret_cast<unsigned char const*>(text.data());
-}
 
 int length_of(std::string const& text)
 {

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "tests/libbase64/base64_model.h"
+#include "tests/support/bytes_of.h"
 #include "tests/support/fake_heap.h"
 
 namespace zelieml
@@ -19,11 +20,7 @@ namespace
 {
 
 using std::string_literals::operator""s;
-
-unsigned char const* bytes_of(std::string const& text)
-{
-    return reinterpret_cast<unsigned char const*>(text.data());
-}
+using test::bytes_of;
 
 // What base64_encode makes, or nothing when it fails.
 std::optional<std::string> encode(std::string const& data, bool line_breaks = false)

@@ -12,6 +12,7 @@
 
 #include "libetc/libetc.h"
 #include "tests/libcryptw/passwords.h"
+#include "tests/support/bytes_of.h"
 #include "tests/support/fake_heap.h"
 #include "tests/support/files.h"
 #include "tests/support/hex.h"

@@ -10,6 +10,7 @@
 
 #include "libcryptw/libcryptw.h"
 #include "tests/libcryptw/passwords.h"
+#include "tests/support/bytes_of.h"
 #include "tests/support/fake_crypto.h"
 #include "tests/support/fake_heap.h"
 #include "tests/support/trace_recorder.h"

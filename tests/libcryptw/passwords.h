@@ -7,16 +7,12 @@
 #include <string>
 
 #include "libcryptw/libcryptw.h"
+#include "tests/support/bytes_of.h"
 
 namespace zelieml::test
 {
 
 using result = std::optional<std::string>;
-
-inline unsigned char const* bytes_of(std::string const& string)
-{
-    return reinterpret_cast<unsigned char const*>(string.c_str());
-}
 
 inline result stored_form(std::string const& password)
 {

@@ -8,6 +8,7 @@
 #include <random>
 #include <string>
 
+#include "tests/support/bytes_of.h"
 #include "tests/support/fake_heap.h"
 #include "tests/support/hex.h"
 
@@ -18,11 +19,7 @@ namespace
 {
 
 using std::string_literals::operator""s;
-
-unsigned char const* bytes_of(std::string const& text)
-{
-    return reinterpret_cast<unsigned char const*>(text.c_str());
-}
+using test::bytes_of;
 
 std::optional<std::string> to_digits(std::string const& data)
 {

@@ -6,8 +6,8 @@
 #include <limits>
 #include <memory>
 
-#include "libcryptw/libcryptw.h"
 #include "tests/libbase64/base64_model.h"
+#include "tests/libcryptw/passwords.h"
 #include "tests/libmsg/message_model.h"
 #include "tests/libsendw/compose_model.h"
 
@@ -51,11 +51,6 @@ int number_in(std::string const& text)
         return std::numeric_limits<int>::min();
     }
     return static_cast<int>(number);
-}
-
-unsigned char const* bytes_of(std::string const& text)
-{
-    return reinterpret_cast<unsigned char const*>(text.data());
 }
 
 std::string md5(std::string const& text)
@@ -434,15 +429,8 @@ private:
         if (setting("passwd_raw").value_or("no") != "no") {
             return account{*user, *password};
         }
-        std::string          stored = *password;
-        unsigned char* const clear =
-            icryptw().decrypt_passwd(reinterpret_cast<unsigned char*>(&stored[0]));
-        if (clear == nullptr) {
-            return {};
-        }
-        account const read = {*user, reinterpret_cast<char const*>(clear)};
-        icryptw().decrypt_free_passwd(clear);
-        return read;
+        auto const clear = password_of(*password);
+        return clear ? std::optional<account>({*user, *clear}) : std::nullopt;
     }
 
     std::optional<connection> connect(std::string const& host, std::string const& port)

@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "libcryptw/libcryptw.h"
 #include "libsendw/libsendw.h"
 #include "libsendw/pop.h"
+#include "tests/libcryptw/passwords.h"
 #include "tests/libsendw/compose_model.h"
 #include "tests/libsendw/random_mail.h"
 #include "tests/libsendw/send_model.h"
@@ -35,11 +35,7 @@ constexpr std::int64_t  seconds = 1768000000;
 
 std::string stored(std::string const& password)
 {
-    unsigned char* const text =
-        icryptw().encrypt_passwd(reinterpret_cast<unsigned char const*>(password.c_str()));
-    std::string result = reinterpret_cast<char const*>(text);
-    icryptw().encrypt_free_passwd(text);
-    return result;
+    return test::stored_form(password).value();
 }
 
 // A settings file, most of its lines as a user writes them.

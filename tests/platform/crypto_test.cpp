@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/bytes_of.h"
 #include "tests/support/hex.h"
 #include "tests/support/skip.h"
 
@@ -14,13 +15,9 @@ namespace
 {
 
 using std::string_literals::operator""s;
+using test::bytes_of;
 using test::from_hex;
 using test::to_hex;
-
-unsigned char const* bytes_of(std::string const& text)
-{
-    return reinterpret_cast<unsigned char const*>(text.data());
-}
 
 struct digest_case {
     std::string text;
