@@ -38,6 +38,15 @@ std::string stored(std::string const& password)
     return test::stored_form(password).value();
 }
 
+std::string joined(strings const& parts)
+{
+    std::string all;
+    for (std::string const& part : parts) {
+        all += part;
+    }
+    return all;
+}
+
 // A settings file, most of its lines as a user writes them.
 class settings_writer
 {
@@ -63,16 +72,92 @@ public:
             std::swap(lines_.front(),
                       lines_[random_.below(static_cast<std::uint32_t>(lines_.size()))]);
         }
-        std::string bytes;
-        for (std::string const& line : lines_) {
-            bytes += line;
-        }
-        return bytes;
+        return joined(lines_);
     }
 
 private:
     random_values& random_;
     strings        lines_;
+};
+
+// The same bytes in pieces of one size.
+strings in_pieces(strings const& parts, std::size_t size)
+{
+    std::string const all = joined(parts);
+    strings           pieces;
+    for (std::size_t at = 0; at < all.size(); at += size) {
+        pieces.push_back(all.substr(at, size));
+    }
+    return pieces;
+}
+
+// The first bytes, in the same pieces.
+strings first_bytes(strings const& parts, std::size_t size)
+{
+    strings pieces;
+    for (std::size_t i = 0; i < parts.size() && size > 0; ++i) {
+        pieces.push_back(parts[i].substr(0, size));
+        size -= pieces.back().size();
+    }
+    return pieces;
+}
+
+// What is unusual about a server.
+std::set<std::string> habits(test::played_server const& server)
+{
+    std::set<std::string> found;
+    std::string const     all    = joined(server.pieces);
+    auto const            add_if = [&](bool has, char const* habit) {
+        if (has) {
+            found.insert(habit);
+        }
+    };
+    auto const pieces_from_to = [&](std::size_t least, std::size_t most) {
+        return server.pieces.size() > 1 &&
+               std::all_of(server.pieces.begin(), server.pieces.end() - 1,
+                           [&](std::string const& piece) {
+                               return piece.size() >= least && piece.size() <= most;
+                           });
+    };
+    for (std::size_t at = 0, end = 0; (end = all.find('\n', at)) != std::string::npos;
+         at = end + 1) {
+        std::string const line = all.substr(at, end + 1 - at);
+        bool const        code = line.find_first_not_of("0123456789") == 3;
+        add_if(code && line[3] == '-', "replies of several lines");
+        add_if(code && line.substr(3) == "\r\n", "bare codes");
+        add_if(line.size() >= 1023, "lines of 1023 bytes and more");
+    }
+    add_if(std::any_of(all.begin(), all.end(), [](char c) { return (c & 0x80) != 0; }),
+           "8-bit bytes");
+    add_if(all.find('\0') != std::string::npos, "NULs");
+    add_if(pieces_from_to(1, 1), "single bytes");
+    add_if(pieces_from_to(1020, 1026), "pieces of about 1023 bytes");
+    if (!all.empty() && all.back() != '\n') {
+        add_if(server.end == server_end::closes, "closes within a line");
+        add_if(server.end == server_end::hangs_up, "hangs up within a line");
+        add_if(server.end == server_end::is_silent, "falls silent within a line");
+    }
+    return found;
+}
+
+// How often each habit is to be met at least, and how often of these the mail is to be sent.
+struct habit_minimum {
+    char const* habit;
+    int         met;
+    int         sent;
+};
+
+habit_minimum const habit_minimums[] = {
+    {"replies of several lines", 1000, 400},
+    {"bare codes", 40, 5},
+    {"lines of 1023 bytes and more", 600, 200},
+    {"8-bit bytes", 1500, 400},
+    {"NULs", 500, 150},
+    {"single bytes", 150, 30},
+    {"pieces of about 1023 bytes", 120, 40},
+    {"closes within a line", 130, 1},
+    {"hangs up within a line", 50, 0},
+    {"falls silent within a line", 10, 0},
 };
 
 // What a server says, reply by reply, and how it ends.
@@ -186,11 +271,8 @@ private:
         if (way < 12) {
             return replies_;
         }
-        std::string all;
-        for (std::string const& reply : replies_) {
-            all += reply;
-        }
-        strings parts;
+        std::string all = joined(replies_);
+        strings     parts;
         while (!all.empty()) {
             std::size_t size = all.size();
             if (way == 12) {
@@ -397,6 +479,8 @@ TEST_F(RandomSends, EndAsTheModelSays)
     std::printf("%u rounds with seed %u\n", rounds, seed);
     std::map<int, int>         results;
     std::map<std::string, int> said;
+    std::map<std::string, int> met;
+    std::map<std::string, int> met_and_sent;
     for (std::uint32_t round = 0; round < rounds && !HasFailure(); ++round) {
         SCOPED_TRACE("round " + std::to_string(round));
         test::send_room const    room    = room_writer(round).room();
@@ -404,6 +488,12 @@ TEST_F(RandomSends, EndAsTheModelSays)
         EXPECT_EQ(outcome, test::model_send(room, "before")) << "settings:\n"
                                                              << room.settings.value_or("none");
         ++results[outcome.result];
+        for (std::size_t i = 0; i < outcome.record.sent.size(); ++i) {
+            for (std::string const& habit : habits(room.servers[i])) {
+                ++met[habit];
+                met_and_sent[habit] += outcome.result == send_ok ? 1 : 0;
+            }
+        }
         for (test::sent_strings const& sent : outcome.record.sent) {
             for (std::string const& bytes : sent) {
                 for (std::string const& word : words) {
@@ -419,8 +509,92 @@ TEST_F(RandomSends, EndAsTheModelSays)
     for (std::string const& word : words) {
         EXPECT_GE(said[word], 200) << word << " is hardly ever sent";
     }
+    for (habit_minimum const& least : habit_minimums) {
+        EXPECT_GE(met[least.habit], least.met) << least.habit;
+        EXPECT_GE(met_and_sent[least.habit], least.sent) << least.habit << ", and the mail is sent";
+    }
     // Most ways to fail are on the way to a success.
     EXPECT_GE(results[send_ok], static_cast<int>(rounds / 10));
+}
+
+// Both servers of a mail that is sent with APOP before SMTP and CRAM-MD5.
+test::send_room full_conversation()
+{
+    test::message const m = {{"UTF-8", "anna@a.test", "anna@b.test,ben@b.test",
+                              "ben@b.test,c@b.test", "tray 2 open", "reply@a.test", "<1@a.test>"},
+                             test::stored_body("one\n.two\n")};
+
+    test::send_room room;
+    room.date     = test::model_date(seconds, 0);
+    room.message  = test::file_of(m);
+    room.settings = "";
+    for (char const* const line :
+         {"passwd_raw = yes", "pop_before_smtp = yes", "pop_server = mail.test", "pop_port = 110",
+          "pop_account = anna", "pop_passwd = secret", "pop_auth_type = apop", "pop_wait_time = 5",
+          "smtp_server = mail.test", "smtp_port = 25", "smtp_auth = yes",
+          "smtp_auth_type = cram-md5", "smtp_account = anna", "smtp_passwd = secret"}) {
+        *room.settings += std::string(line) + "\r\n";
+    }
+    room.servers = {
+        {{"+OK <1.2@mail.test>\r\n", "+OK\r\n", "+OK bye\r\n"}},
+        {{"220-mail.test\r\n220 ready\r\n",
+          "250-mail.test\r\n250-" + std::string(1100, 'l') + "\r\n250 AUTH CRAM-MD5\r\n",
+          "334 PDE4OTYuNjk3MTcwOTUyQHBvc3RvZmZpY2UucmVzdG9uLm1jaS5uZXQ+\r\n", "235 ok\r\n",
+          "250 sender\r\n", "250 anna\r\n", "250-\xc3\xa4\r\n250 ben\r\n", "250 c\r\n",
+          "354\r\n354 go\r\n", "250 taken\r\n", "221 bye\r\n"}}};
+    return room;
+}
+
+class FullConversation : public RandomSends
+{
+protected:
+    // Sends, as the model says. Returns the result.
+    int send_as_modelled(test::send_room const& room) const
+    {
+        test::send_outcome const outcome = send(room, "full", "before");
+        EXPECT_EQ(outcome, test::model_send(room, "before"));
+        return outcome.result;
+    }
+};
+
+TEST_F(FullConversation, MayBreakOffAtEveryByte)
+{
+    std::set<int>         results;
+    test::send_room const whole = full_conversation();
+    for (std::size_t i = 0; i < whole.servers.size(); ++i) {
+        std::size_t const size = joined(whole.servers[i].pieces).size();
+        for (std::size_t said = 0; said < size && !HasFailure(); ++said) {
+            for (server_end const end :
+                 {server_end::closes, server_end::hangs_up, server_end::is_silent}) {
+                // A silence takes 3001 attempts to read.
+                if (end == server_end::is_silent && said % 50 != 0) {
+                    continue;
+                }
+                SCOPED_TRACE("server " + std::to_string(i) + " says " + std::to_string(said) +
+                             " bytes, end " + std::to_string(static_cast<int>(end)));
+                test::send_room room = whole;
+                room.servers[i]      = {first_bytes(whole.servers[i].pieces, said), end};
+                results.insert(send_as_modelled(room));
+            }
+        }
+    }
+    EXPECT_EQ(results, (std::set<int>{send_other_failure, send_not_connected,
+                                      send_not_authenticated, send_message_refused,
+                                      send_quit_refused, pop_start_failed, pop_apop_refused}));
+}
+
+TEST_F(FullConversation, MayComeInPiecesOfAnySize)
+{
+    test::send_room const whole = full_conversation();
+    EXPECT_EQ(send_as_modelled(whole), send_ok);
+    for (std::size_t const size : {1U, 2U, 1022U, 1023U, 1024U}) {
+        SCOPED_TRACE(size);
+        test::send_room room = whole;
+        for (test::played_server& server : room.servers) {
+            server.pieces = in_pieces(server.pieces, size);
+        }
+        EXPECT_EQ(send_as_modelled(room), send_ok);
+    }
 }
 
 }  // namespace
