@@ -1,13 +1,14 @@
 // login_tests.cpp - test_smtp_auth and test_pop_auth
 //
 // The input is a byte, its bits what is tested and how, a user, a password, and what the servers
-// say.
+// say. Everything is compared with a model.
 
 #include <cstring>
 #include <vector>
 
 #include "fuzz/support/fuzz.h"
 #include "fuzz/support/scarce_memory.h"
+#include "tests/libsendw/send_model.h"
 #include "tests/support/fake_mail_server.h"
 #include "zelieml.h"
 
@@ -50,6 +51,21 @@ int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size)
         require(memory == fuzz::memory_result::ran_out ||
                     std::memchr(message.data(), '\0', message.size()) != nullptr,
                 "a message is a string");
+
+        if (memory == fuzz::memory_result::sufficed) {
+            test::login_room room;
+            room.smtp            = smtp;
+            room.pop_before_smtp = before;
+            room.apop            = apop;
+            room.auth            = auth;
+            room.wait_ms         = -1;
+            room.user            = user;
+            room.password        = password;
+            room.servers         = test::played_servers(input.rest());
+            require(test::send_outcome{code, message.data(), servers.record()} ==
+                        test::model_login(room),
+                    "a login test ends as the rules say");
+        }
 
         auto const& sent = servers.record().sent;
         require(sent.size() <= (smtp && before ? 2U : 1U), "each server is asked once");

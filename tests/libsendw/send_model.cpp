@@ -10,6 +10,7 @@
 #include "tests/libcryptw/passwords.h"
 #include "tests/libmsg/message_model.h"
 #include "tests/libsendw/compose_model.h"
+#include "zelieml.h"
 
 namespace zelieml::test
 {
@@ -189,6 +190,12 @@ public:
         return outcome_;
     }
 
+    send_outcome log_in(login_room const& login)
+    {
+        outcome_.result = code_of(login_steps(login));
+        return outcome_;
+    }
+
 private:
     int steps()
     {
@@ -203,14 +210,49 @@ private:
         if (!host || !port) {
             return 1000;
         }
-        std::string reply;
-        auto        server = connect(*host, *port);
-        if (!server || !reply_has(*server, reply, {"220"})) {
-            return 1001;
+        return smtp_step(*host, *port, [this](connection& server, std::string& reply) {
+            return smtp_session(server, reply);
+        });
+    }
+
+    // The login tests.
+
+    int login_steps(login_room const& login)
+    {
+        account const its = {login.user, login.password};
+        if (!login.smtp || login.pop_before_smtp) {
+            int const failure =
+                pop_login(server_name, "110", its, login.apop, login.smtp ? login.wait_ms : 0);
+            if (failure != 0 || !login.smtp) {
+                return failure;
+            }
         }
-        int const result = smtp_session(*server, reply);
-        outcome_.reply   = reply;
-        return result;
+        return smtp_step(server_name, "25", [&](connection& server, std::string& reply) {
+            auto const offer = ehlo(server, reply);
+            if (!offer || login.auth == offer->empty()) {
+                return 1004;
+            }
+            if (login.auth && !log_in(server, reply, its, "auto", *offer)) {
+                return 1004;
+            }
+            return command(server, reply, "quit", {"221"}) ? 0 : 1006;
+        });
+    }
+
+    static eml_send_e code_of(int result)
+    {
+        switch (result) {
+        case 0:
+            return eml_send_ok;
+        case 1001:
+        case 1006:
+        case 2002:
+            return eml_send_error_connection;
+        case 100:
+            return eml_send_error_other;
+        default:
+            return eml_send_error_auth;
+        }
     }
 
     // POP before SMTP.
@@ -226,12 +268,19 @@ private:
         if (!login) {
             return 100;
         }
+        return pop_login(*host, *port, *login, setting("pop_auth_type") == "apop",
+                         number_in(setting("pop_wait_time").value_or("0")));
+    }
+
+    int pop_login(std::string const& host, std::string const& port, account const& login, bool apop,
+                  std::int64_t wait_ms)
+    {
         outcome_.reply.clear();
-        auto server = connect(*host, *port);
+        auto server = connect(host, port);
         if (!server || !server->read_line(outcome_.reply)) {
             return 2002;
         }
-        if (setting("pop_auth_type") == "apop") {
+        if (apop) {
             std::string const& greeting = outcome_.reply;
             std::size_t const  start    = greeting.find('<');
             std::size_t const  end      = greeting.find('>');
@@ -239,23 +288,22 @@ private:
                 return 2006;
             }
             std::string const stamp = greeting.substr(start, end - start + 1);
-            if (!pop_command(*server, "apop " + login->user + " " +
-                                          lower_case_hex(md5(stamp + login->password)))) {
+            if (!pop_command(*server, "apop " + login.user + " " +
+                                          lower_case_hex(md5(stamp + login.password)))) {
                 return 2006;
             }
         } else {
-            if (!pop_command(*server, "user " + login->user)) {
+            if (!pop_command(*server, "user " + login.user)) {
                 return 2004;
             }
-            if (!pop_command(*server, "pass " + login->password)) {
+            if (!pop_command(*server, "pass " + login.password)) {
                 return 2005;
             }
         }
         if (!server->write_command("quit\r\n") || !server->read_line(outcome_.reply)) {
             return 100;
         }
-        std::int64_t const wait = number_in(setting("pop_wait_time").value_or("0"));
-        outcome_.record.sleeps.push_back(wait * us_in_a_ms);
+        outcome_.record.sleeps.push_back(wait_ms * us_in_a_ms);
         return 0;
     }
 
@@ -267,6 +315,19 @@ private:
     }
 
     // SMTP. The reply is all lines of the last one, as far as they came.
+
+    template <class Conversation>
+    int smtp_step(std::string const& host, std::string const& port, Conversation&& conversation)
+    {
+        std::string reply;
+        auto        server = connect(host, port);
+        if (!server || !reply_has(*server, reply, {"220"})) {
+            return 1001;
+        }
+        int const result = conversation(*server, reply);
+        outcome_.reply   = reply;
+        return result;
+    }
 
     int smtp_session(connection& server, std::string& reply)
     {
@@ -289,35 +350,48 @@ private:
         if (!login) {
             return false;
         }
+        auto const offer = ehlo(server, reply);
+        return offer &&
+               log_in(server, reply, *login, setting("smtp_auth_type").value_or("auto"), *offer);
+    }
+
+    // The line that offers authentication; an empty one if none does.
+    std::optional<std::string> ehlo(connection& server, std::string& reply)
+    {
         if (!server.write_command("ehlo " + room_.greeting_name + "\r\n")) {
-            return false;
+            return {};
         }
         std::vector<std::string> lines;
         if (!read_reply(server, reply, lines) || !contains(lines.back(), "250")) {
-            return false;
+            return {};
         }
         std::string offer;
         for (std::size_t i = 0; i < lines.size() && offer.empty(); ++i) {
             offer = contains(lines[i], "AUTH") ? lines[i] : "";
         }
-        std::string const type   = setting("smtp_auth_type").value_or("auto");
-        bool const        choose = contains(type, "auto");
+        return offer;
+    }
+
+    static bool log_in(connection& server, std::string& reply, account const& login,
+                       std::string const& type, std::string const& offer)
+    {
+        bool const choose = contains(type, "auto");
         if (choose ? contains(offer, "CRAM-MD5") : contains(type, "cram-md5")) {
-            return cram_md5(server, reply, *login);
+            return cram_md5(server, reply, login);
         }
         if (choose ? contains(offer, "LOGIN") : contains(type, "login")) {
             return command(server, reply, "AUTH LOGIN", {"334"}) &&
-                   command(server, reply, model_encode(login->user, false), {"334"}) &&
-                   command(server, reply, model_encode(login->password, false), {"235"});
+                   command(server, reply, model_encode(login.user, false), {"334"}) &&
+                   command(server, reply, model_encode(login.password, false), {"235"});
         }
-        std::string response = "^" + login->user + "^" + login->password;
+        std::string response = "^" + login.user + "^" + login.password;
         for (char& c : response) {
             c = c == '^' ? '\0' : c;
         }
         return command(server, reply, "AUTH PLAIN " + model_encode(response, false), {"235"});
     }
 
-    bool cram_md5(connection& server, std::string& reply, account const& login)
+    static bool cram_md5(connection& server, std::string& reply, account const& login)
     {
         std::vector<std::string> lines;
         if (!server.write_command("AUTH CRAM-MD5\r\n") || !read_reply(server, reply, lines) ||
@@ -482,6 +556,13 @@ void PrintTo(send_outcome const& outcome, std::ostream* out)
 send_outcome model_send(send_room const& room, std::string const& reply)
 {
     return model(room, reply).send();
+}
+
+send_outcome model_login(login_room const& room)
+{
+    send_room around;
+    around.servers = room.servers;
+    return model(around, "").log_in(room);
 }
 
 }  // namespace zelieml::test

@@ -1,4 +1,4 @@
-// send_model.h - what the send driver does with a message file, settings and servers, by the rules
+// send_model.h - what a send and the login tests do with servers, by the rules
 //
 // A second implementation of docs/FORMATS.md and the headers of lib/libsendw, slow and without
 // sockets. Only digests and stored passwords are the library's: tests of their own hold them to
@@ -33,6 +33,18 @@ struct send_outcome {
     server_record record;
 };
 
+// What a login test depends on. Each of its servers is server_name, port 110 or 25.
+struct login_room {
+    bool                       smtp            = false;  // or POP3 only
+    bool                       pop_before_smtp = false;
+    bool                       apop            = false;
+    bool                       auth            = false;  // the authentication switch
+    int                        wait_ms         = 0;
+    std::string                user;
+    std::string                password;
+    std::vector<played_server> servers;
+};
+
 bool operator==(send_outcome const& a, send_outcome const& b);
 void PrintTo(send_outcome const& outcome, std::ostream* out);
 
@@ -40,6 +52,9 @@ void PrintTo(send_outcome const& outcome, std::ostream* out);
 //
 // reply  what the caller's string holds before
 send_outcome model_send(send_room const& room, std::string const& reply);
+
+// model_login - the outcome of test_smtp_auth or test_pop_auth; its result is an eml_send_e
+send_outcome model_login(login_room const& room);
 
 }  // namespace zelieml::test
 

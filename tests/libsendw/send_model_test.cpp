@@ -1,4 +1,4 @@
-// send_model_test.cpp - random settings, mails and servers against a model of the send driver
+// send_model_test.cpp - random settings, mails and servers against a model of sends and login tests
 //
 // Each round has files of its own, as in libmsg_model_test.cpp.
 
@@ -19,6 +19,7 @@
 #include "tests/support/fake_clock.h"
 #include "tests/support/fake_hostname.h"
 #include "tests/support/files.h"
+#include "zelieml.h"
 
 namespace zelieml
 {
@@ -29,9 +30,10 @@ using test::random_values;
 using test::server_end;
 using strings = std::vector<std::string>;
 
-constexpr std::uint32_t seed    = 20240401;
-constexpr std::uint32_t rounds  = 6000;
-constexpr std::int64_t  seconds = 1768000000;
+constexpr std::uint32_t seed         = 20240401;
+constexpr std::uint32_t rounds       = 6000;
+constexpr std::uint32_t login_rounds = 3000;
+constexpr std::int64_t  seconds      = 1768000000;
 
 std::string stored(std::string const& password)
 {
@@ -292,6 +294,41 @@ private:
     strings        replies_;
 };
 
+test::played_server pop_server(random_values& random, bool apop)
+{
+    server_writer server(random);
+    server.line(random.percent(90) ? "+OK <1.2@mail.test>"
+                                   : random.pick({"+OK", "+OK >1<", "+OK <", "-ERR <>"}));
+    for (int steps = apop ? 1 : 2; steps > 0; --steps) {
+        server.line("+OK");
+    }
+    server.line(random.pick({"+OK", "-ERR", ""}));
+    return server.server();
+}
+
+// What a server says to EHLO.
+std::string random_offer(random_values& random)
+{
+    return random.pick(
+        {"AUTH LOGIN CRAM-MD5", "AUTH PLAIN LOGIN", "AUTH=LOGIN", "AUTH PLAIN", "SIZE 1"});
+}
+
+void write_login(random_values& random, server_writer& server, std::string const& mechanism)
+{
+    bool const cram  = mechanism.find("CRAM") != std::string::npos || mechanism == "cram-md5";
+    bool const login = mechanism.find("LOGIN") != std::string::npos || mechanism == "login";
+    if (cram) {
+        server.reply("334",
+                     random.percent(80)
+                         ? "PDE4OTYuNjk3MTcwOTUyQHBvc3RvZmZpY2UucmVzdG9uLm1jaS5uZXQ+"
+                         : random.pick({"", "PA", "PDE=", "PD E=", "P===", "AAAA", "PDE=PDE="}));
+    } else if (login) {
+        server.reply("334");
+        server.reply("334");
+    }
+    server.reply("235");
+}
+
 // A room in which most sends come far.
 class room_writer
 {
@@ -361,14 +398,7 @@ private:
         bool const apop = settings_.line("pop_auth_type", {"apop", "pop"}, {"APOP"}) == "apop";
         settings_.line("pop_wait_time", {"0", "5", "1500"}, {"-1", "x", "99999999999"});
 
-        server_writer server(random_);
-        server.line(random_.percent(90) ? "+OK <1.2@mail.test>"
-                                        : random_.pick({"+OK", "+OK >1<", "+OK <", "-ERR <>"}));
-        for (int steps = apop ? 1 : 2; steps > 0; --steps) {
-            server.line("+OK");
-        }
-        server.line(random_.pick({"+OK", "-ERR", ""}));
-        room.servers.push_back(server.server());
+        room.servers.push_back(pop_server(random_, apop));
     }
 
     void write_smtp(test::send_room& room)
@@ -384,11 +414,10 @@ private:
 
         server_writer server(random_);
         server.reply("220");
-        std::string const offer = random_.pick(
-            {"AUTH LOGIN CRAM-MD5", "AUTH PLAIN LOGIN", "AUTH=LOGIN", "AUTH PLAIN", "SIZE 1"});
+        std::string const offer = random_offer(random_);
         server.reply("250", auth ? offer : "hello");
         if (auth) {
-            write_login(server,
+            write_login(random_, server,
                         type.find("auto") != std::string::npos || type.empty() ? offer : type);
         }
         server.reply("250");
@@ -402,27 +431,47 @@ private:
         room.servers.push_back(server.server());
     }
 
-    void write_login(server_writer& server, std::string const& mechanism)
-    {
-        bool const cram  = mechanism.find("CRAM") != std::string::npos || mechanism == "cram-md5";
-        bool const login = mechanism.find("LOGIN") != std::string::npos || mechanism == "login";
-        if (cram) {
-            server.reply(
-                "334", random_.percent(80)
-                           ? "PDE4OTYuNjk3MTcwOTUyQHBvc3RvZmZpY2UucmVzdG9uLm1jaS5uZXQ+"
-                           : random_.pick({"", "PA", "PDE=", "PD E=", "P===", "AAAA", "PDE=PDE="}));
-        } else if (login) {
-            server.reply("334");
-            server.reply("334");
-        }
-        server.reply("235");
-    }
-
     random_values   random_;
     settings_writer settings_;
     bool            raw_ = true;
     strings         recipients_;
 };
+
+// Settings of a login test; most agree with the servers.
+test::login_room random_login(std::uint32_t round)
+{
+    random_values random(seed + round);
+    strings const texts = {"anna", "an^na", "\xc3\xa4", std::string(700, 'u')};
+    strings const odd   = {"", std::string(1004 + random.below(16), 'u')};
+
+    test::login_room room;
+    room.smtp            = random.percent(70);
+    room.pop_before_smtp = random.percent(40);
+    room.apop            = random.percent(50);
+    room.wait_ms         = static_cast<int>(random.below(3000)) - 1;
+    room.user            = random.pick(random.percent(90) ? texts : odd);
+    room.password        = random.pick(random.percent(90) ? texts : odd);
+    if (!room.smtp || room.pop_before_smtp) {
+        room.servers.push_back(pop_server(random, room.apop));
+    }
+    if (room.smtp) {
+        server_writer     server(random);
+        std::string const offer   = random_offer(random);
+        bool const        offered = offer.find("AUTH") != std::string::npos;
+        room.auth                 = random.percent(95) == offered;
+        server.reply("220");
+        server.reply("250", offer);
+        if (offered) {
+            write_login(random, server, offer);
+        }
+        server.reply("221");
+        room.servers.push_back(server.server());
+    }
+    if (random.percent(3)) {
+        room.servers.pop_back();
+    }
+    return room;
+}
 
 class RandomSends : public testing::Test
 {
@@ -515,6 +564,49 @@ TEST_F(RandomSends, EndAsTheModelSays)
     }
     // Most ways to fail are on the way to a success.
     EXPECT_GE(results[send_ok], static_cast<int>(rounds / 10));
+}
+
+test::send_outcome log_in(test::login_room const& room)
+{
+    char const* const user     = room.user.c_str();
+    char const* const password = room.password.c_str();
+    void*             server   = nullptr;
+    EXPECT_EQ(server_info_create(&server), 0);
+    server_info_set_pop(server, test::server_name, user, password, room.apop ? "apop" : "pop", 110,
+                        room.wait_ms);
+    server_info_set_smtp(server, test::server_name, user, password, room.auth ? "on" : "off", 25);
+
+    std::size_t said = 1;
+    for (test::played_server const& played : room.servers) {
+        said += joined(played.pieces).size();
+    }
+    std::vector<char>             message(said);
+    test::fake_mail_servers const servers(room.servers);
+    test::send_outcome            outcome;
+    outcome.result =
+        room.smtp ? test_smtp_auth(server, room.pop_before_smtp ? "on" : "off", message.data())
+                  : test_pop_auth(server, message.data());
+    outcome.reply  = message.data();
+    outcome.record = servers.record();
+    server_info_destroy(server);
+    return outcome;
+}
+
+TEST(RandomLogins, EndAsTheModelSays)
+{
+    std::map<int, int> codes;
+    for (std::uint32_t round = 0; round < login_rounds && !HasFailure(); ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        test::login_room const   room    = random_login(round);
+        test::send_outcome const outcome = log_in(room);
+        EXPECT_EQ(outcome, test::model_login(room));
+        ++codes[outcome.result];
+    }
+    for (int const code :
+         {eml_send_ok, eml_send_error_other, eml_send_error_connection, eml_send_error_auth}) {
+        EXPECT_GE(codes[code], 20) << "the code " << code << " is hardly ever met";
+    }
+    EXPECT_GE(codes[eml_send_ok], static_cast<int>(login_rounds / 4));
 }
 
 // Both servers of a mail that is sent with APOP before SMTP and CRAM-MD5.
