@@ -43,7 +43,7 @@ char const* const never_fail[] = {
     "pthread_join",
     "pthread_mutex_destroy",
     "pthread_cond_broadcast",
-    "pthread_cond_timedwait",
+    "pthread_cond_clockwait",
     "pthread_mutex_lock",
     "pthread_mutex_unlock",
     "pthread_self",

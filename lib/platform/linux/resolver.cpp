@@ -33,11 +33,11 @@ void before_fork()
 {
     no_cancellation const shielded;
     timespec              until = {};
-    ::clock_gettime(CLOCK_REALTIME, &until);
+    ::clock_gettime(CLOCK_MONOTONIC, &until);
     until.tv_sec += fork_limit_s;
     ::pthread_mutex_lock(&starting);  // both until the fork is over
     ::pthread_mutex_lock(&guard);
-    while (look_ups > 0 && ::pthread_cond_timedwait(&none, &guard, &until) == 0) {
+    while (look_ups > 0 && ::pthread_cond_clockwait(&none, &guard, CLOCK_MONOTONIC, &until) == 0) {
     }
 }
 
