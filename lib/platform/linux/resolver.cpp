@@ -71,7 +71,8 @@ public:
     ~look_up()
     {
         mutex_lock const hold(guard);
-        if (--look_ups == 0) {
+        // None is counted in a child that was forked by a signal's handler during this look-up.
+        if (look_ups > 0 && --look_ups == 0) {
             ::pthread_cond_broadcast(&none);
         }
     }
