@@ -29,6 +29,7 @@
 #include <utility>
 #include <vector>
 
+#include "platform/linux/fork_order.h"
 #include "platform/linux/notification_datagram.h"
 #include "platform/linux/notification_place.h"
 #include "platform/linux/notification_trust.h"
@@ -129,8 +130,10 @@ void after_fork_in_child()
     ::pthread_mutex_unlock(&observers.guard);
 }
 
-[[maybe_unused]] int const forks_watched =
+__attribute__((constructor(registers_early))) void watch_forks()
+{
     ::pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
+}
 
 // Makes an observer's socket, and its file, which gets its name when it is ready to be met.
 //

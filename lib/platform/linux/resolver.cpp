@@ -55,7 +55,7 @@ void after_fork_in_child()
     ::pthread_mutex_unlock(&starting);
 }
 
-// Registered when the library is loaded, since the first fork may come during the first look-up.
+// See platform/linux/fork_order.h.
 [[maybe_unused]] int const forks_watched =
     ::pthread_atfork(before_fork, after_fork_in_parent, after_fork_in_child);
 

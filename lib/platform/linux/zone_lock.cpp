@@ -4,6 +4,8 @@
 
 #include <pthread.h>
 
+#include "platform/linux/fork_order.h"
+
 namespace zelieml::platform
 {
 
@@ -13,11 +15,12 @@ namespace
 pthread_mutex_t guard = PTHREAD_MUTEX_INITIALIZER;
 
 // Forking waits for a conversion in progress: otherwise the child could wait for ever, for this
-// lock or the C library's own. Registered when the library is loaded, since the first fork may come
-// during the first conversion.
-[[maybe_unused]] int const forks_watched =
+// lock or the C library's own.
+__attribute__((constructor(registers_early))) void watch_forks()
+{
     ::pthread_atfork([] { ::pthread_mutex_lock(&guard); }, [] { ::pthread_mutex_unlock(&guard); },
                      [] { ::pthread_mutex_unlock(&guard); });
+}
 
 }  // namespace
 
