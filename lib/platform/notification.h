@@ -57,10 +57,11 @@ std::optional<uid_t> notification_stranger(notification_info const* info);
 //
 // Returns 0 when every notification posted from now on will be delivered; on macOS the center may
 // miss what other processes post in the first moments, drop notifications when there are many, and
-// deliver one twice. Returns -1, leaving nothing behind, when there is no memory, or the system has no place or means for an observer. A
-// forked child does not inherit its parent's observers; on macOS it cannot observe at all if its
-// parent has used the frameworks, see macos/first_process.h. On Linux an observer
-// whose socket file somebody removes makes another one within seconds. Any thread.
+// deliver one twice. Returns -1, leaving nothing behind, when there is no memory, or the system has
+// no place or means for an observer. A forked child does not inherit its parent's observers; on
+// macOS it cannot observe at all if its parent has used the frameworks, see macos/first_process.h.
+// On Linux an observer whose socket file somebody removes makes another one within seconds. Any
+// thread.
 int add_observer(char const* name, char const* object, notification_proc proc, void* observer);
 
 // remove_observer - end what add_observer began
