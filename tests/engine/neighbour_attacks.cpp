@@ -22,6 +22,7 @@
 #include <unistd.h>
 
 #include "platform/clock.h"
+#include "platform/linux/refuse_descriptors.h"
 #include "support/unique_fd.h"
 #include "tests/support/files.h"
 #include "tests/support/workplace.h"
@@ -547,13 +548,11 @@ unique_fd lingering_socket()
     return near;
 }
 
-// Since Linux 6.16, by an option that not all headers have. Before, the attack works, as documented.
+// On older systems the attack works, as documented.
 bool can_refuse_descriptors()
 {
-    constexpr int   accept_descriptors = 83;
-    int const       off                = 0;
     unique_fd const socket(::socket(AF_UNIX, SOCK_DGRAM, 0));
-    return ::setsockopt(socket.get(), SOL_SOCKET, accept_descriptors, &off, sizeof off) == 0;
+    return platform::refuse_descriptors(socket.get());
 }
 
 // A path that takes long to resolve.

@@ -33,6 +33,7 @@
 #include "platform/linux/notification_datagram.h"
 #include "platform/linux/notification_place.h"
 #include "platform/linux/notification_trust.h"
+#include "platform/linux/refuse_descriptors.h"
 #include "platform/notification.h"
 #include "platform/thread.h"
 #include "support/c_boundary.h"
@@ -49,13 +50,6 @@ constexpr std::size_t max_datagram     = 65536;
 constexpr std::time_t unready_s        = 60;
 constexpr std::time_t wait_limit_s     = 5;
 constexpr char        unready_suffix[] = ".new";
-
-// Of Linux 6.16 and later, and in newer headers than some that this is built with.
-#ifdef SO_PASSRIGHTS
-constexpr int accept_descriptors = SO_PASSRIGHTS;
-#else
-constexpr int accept_descriptors = 83;
-#endif
 
 struct observer_record {
     observer_record*  next = nullptr;  // in the registry
@@ -152,9 +146,8 @@ unique_fd open_socket(std::string const& object, observers_place const& where, s
         return unique_fd();
     }
     // Otherwise the last close of a descriptor that comes with a datagram is this thread's, and may
-    // last as long as its sender likes. Older systems do not know the option.
-    int const off = 0;
-    ::setsockopt(socket.get(), SOL_SOCKET, accept_descriptors, &off, sizeof off);
+    // last as long as its sender likes, as it may on older systems.
+    refuse_descriptors(socket.get());
 
     char tail[64];
     std::snprintf(tail, sizeof tail, "%d-%016" PRIx64, static_cast<int>(::getpid()), random);
