@@ -117,11 +117,18 @@ bool plant_pipes(target const& t)
     return ::write(held().back().get(), his_text, sizeof his_text - 1) > 0;
 }
 
-bool bind_to(unique_fd const& socket, std::string const& directory, std::string const& name)
+// A longer name than fits is cut off, and leads nowhere.
+sockaddr_un address_of(std::string const& name)
 {
     sockaddr_un address = {};
     address.sun_family  = AF_UNIX;
-    std::memcpy(address.sun_path, name.c_str(), name.size());
+    name.copy(address.sun_path, sizeof address.sun_path - 1);
+    return address;
+}
+
+bool bind_to(unique_fd const& socket, std::string const& directory, std::string const& name)
+{
+    sockaddr_un const address = address_of(name);
     return ::chdir(directory.c_str()) == 0 &&
            ::bind(socket.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address) == 0;
 }
@@ -425,10 +432,7 @@ int send_beside(target const& t, std::string const& datagram, int type, std::str
         return -1;
     }
     for (std::string const& name : list_directory(".")) {
-        sockaddr_un address = {};
-        address.sun_family  = AF_UNIX;
-        std::memcpy(address.sun_path, name.c_str(),
-                    std::min(name.size(), sizeof address.sun_path - 1));
+        sockaddr_un       address = address_of(name);
         std::vector<char> control(CMSG_SPACE(data.size()));
         iovec             bytes   = {const_cast<char*>(datagram.data()), datagram.size()};
         msghdr            message = {};
@@ -587,9 +591,7 @@ bool flood(target const& t)
         return false;
     }
     for (std::string const& name : list_directory(".")) {
-        sockaddr_un address = {};
-        address.sun_family  = AF_UNIX;
-        std::memcpy(address.sun_path, name.c_str(), name.size());
+        sockaddr_un const address = address_of(name);
         for (int i = 0; i < 1000; ++i) {
             ::sendto(socket.get(), datagram.data(), datagram.size(), 0,
                      reinterpret_cast<sockaddr const*>(&address), sizeof address);
@@ -624,9 +626,7 @@ bool put_full_sockets(target const& t)
 {
     for (int i = 0; i < 30; ++i) {
         std::string const name    = socket_start() + std::to_string(i) + ".sock";
-        sockaddr_un       address = {};
-        address.sun_family        = AF_UNIX;
-        std::memcpy(address.sun_path, name.c_str(), name.size());
+        sockaddr_un const address = address_of(name);
         held().emplace_back(::socket(AF_UNIX, SOCK_DGRAM, 0));
         if (!bind_to(held().back(), reachable_place(t), name) || ::chmod(name.c_str(), 0666) != 0) {
             return false;

@@ -16,7 +16,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -25,17 +24,14 @@
 #include <gtest/gtest.h>
 #include <iterator>
 #include <mutex>
-#include <netinet/in.h>
 #include <sstream>
 #include <string>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
 #include <utility>
 #include <vector>
 
-#include "support/unique_fd.h"
 #include "tests/engine/neighbour_attacks.h"
 #include "tests/engine/neighbours.h"
 #include "tests/support/case_name.h"
@@ -43,6 +39,7 @@
 #include "tests/support/fake_pause.h"
 #include "tests/support/files.h"
 #include "tests/support/notification_room.h"
+#include "tests/support/scripted_client.h"
 #include "tests/support/skip.h"
 #include "tests/support/wait_until.h"
 #include "tests/support/workplace.h"
@@ -146,17 +143,6 @@ int status_mb(std::string const& label)
     return 0;
 }
 
-unique_fd connect_to_port(std::uint16_t port)
-{
-    sockaddr_in address     = {};
-    address.sin_family      = AF_INET;
-    address.sin_port        = htons(port);
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    unique_fd fd(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    ::connect(fd.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address);
-    return fd;
-}
-
 void begin_memory_peak()
 {
     std::ofstream("/proc/self/clear_refs") << 5;
@@ -251,12 +237,11 @@ protected:
     // The server makes threads for those who come at a time, and keeps them.
     void have_server_ready() const
     {
-        int const              before = open_descriptors();
-        std::vector<unique_fd> clients;
+        int const                       before = open_descriptors();
+        std::vector<mailserver::stream> clients;
         for (int i = 0; i < 8; ++i) {
-            clients.push_back(connect_to_port(server_.smtp_port()));
-            char greeting = 0;
-            ASSERT_EQ(::recv(clients.back().get(), &greeting, 1, 0), 1);
+            clients.push_back(connect_to(server_.smtp_port()));
+            ASSERT_EQ(hear_line(clients.back()).substr(0, 3), "220");
         }
         clients.clear();
         EXPECT_TRUE(wait_until([&] { return open_descriptors() == before; }));
