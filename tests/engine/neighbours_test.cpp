@@ -59,7 +59,7 @@ constexpr int  lock_counts_s  = 3600;
 constexpr int  enough_rounds  = 200;
 constexpr auto a_post         = std::chrono::milliseconds(500);
 constexpr auto slow_machine   = std::chrono::milliseconds(2500);
-constexpr auto start_or_stop  = std::chrono::seconds(20);
+constexpr auto start_or_stop  = std::chrono::seconds(60);
 constexpr int  more_memory_mb = 64;
 
 std::string name_of(uid_t user)
@@ -155,7 +155,7 @@ public:
     explicit patience(neighbour const& he)
         : thread_([this, &he] {
               std::unique_lock<std::mutex> hold(guard_);
-              if (!changed_.wait_for(hold, std::chrono::seconds(60), [this] { return over_; })) {
+              if (!changed_.wait_for(hold, std::chrono::minutes(5), [this] { return over_; })) {
                   ADD_FAILURE() << "the neighbour holds something up";
                   he.kill();
               }
