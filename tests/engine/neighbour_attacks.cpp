@@ -165,6 +165,14 @@ bool plant_odd_names(target const& t)
            make_file(t.file(".sme")) && make_file(t.file(std::string(240, 'x') + ".sme"));
 }
 
+// Not by all file systems, and an administrator can forbid them.
+bool are_leases_given()
+{
+    temp_dir const  place;
+    unique_fd const fd(::open(place.file("leased").c_str(), O_RDWR | O_CREAT, 0600));
+    return ::fcntl(fd.get(), F_SETLEASE, F_WRLCK) == 0;
+}
+
 // Whoever opens a file with a lease waits until it is given up, up to 45 s.
 bool plant_leases(target const& t)
 {
@@ -794,11 +802,15 @@ std::vector<attack> attacks()
         attack("pipes").plants(plant_pipes),
         attack("sockets").plants(plant_sockets),
         attack("directories").plants(plant_directories),
-        attack("a device without end").given(make_device).does(put_the_device),
+        attack("a device without end")
+            .given(make_device, "the system makes no devices")
+            .does(put_the_device),
         attack("empty and closed files").plants(plant_empty_and_closed_files).gets(mails_of_his),
         attack("huge files").plants(plant_huge_files),
         attack("odd names").plants(plant_odd_names).gets(mails_of_his),
-        attack("leases on files").plants(plant_leases),
+        attack("leases on files")
+            .plants(plant_leases)
+            .if_possible(are_leases_given, "this system gives no leases"),
         attack("the names of the next posts").does(take_names_of_posts).gets(failing_posts),
         attack("hands on what is not his").does(lay_hands_on_what_is_not_his),
 
@@ -821,6 +833,7 @@ std::vector<attack> attacks()
         attack("leased settings")
             .given(remove_settings)
             .prepares(plant_leased_settings)
+            .if_possible(are_leases_given, "this system gives no leases")
             .gets(no_settings),
         attack("links beside the settings").plants(plant_links_beside_the_settings),
         attack("dangling links beside the settings")

@@ -97,9 +97,12 @@ struct attack : named_case {
         return *this;
     }
     // Done by root beforehand: what he was given.
-    attack& given(deed what)
+    //
+    // reason  why a system may be unable to, and the test is skipped; null if it must not
+    attack& given(deed what, char const* reason = nullptr)
     {
-        gift = what;
+        gift      = what;
+        not_given = reason;
         return *this;
     }
     attack& gets(unsigned what)
@@ -134,10 +137,11 @@ struct attack : named_case {
     deed              gift     = nullptr;
     unsigned          gains    = nothing;
     std::vector<need> needs;
-    bool (*possible)()       = nullptr;
-    char const* not_possible = nullptr;
-    bool        linux_only   = false;
-    bool        crowds       = false;
+    char const*       not_given = nullptr;
+    bool (*possible)()          = nullptr;
+    char const* not_possible    = nullptr;
+    bool        linux_only      = false;
+    bool        crowds          = false;
 };
 
 std::vector<attack> attacks();
