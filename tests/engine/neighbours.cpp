@@ -6,6 +6,7 @@
 #include <new>
 #include <poll.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -54,7 +55,8 @@ neighbour::neighbour(uid_t user, std::vector<gid_t> const& groups, std::vector<s
     if (process_ == 0) {
         ::close(orders_[1]);
         ::close(reports_[0]);
-        if (become(user, groups)) {
+        // Becoming another user would undo the second.
+        if (become(user, groups) && ::prctl(PR_SET_PDEATHSIG, SIGKILL) == 0) {
             live(steps);
         }
         ::_exit(0);
