@@ -51,17 +51,22 @@ int threads_left(int before)
     return more;
 }
 
-// Returns false when the process had to be killed.
+// Returns false when the process had to be killed. Throws std::system_error when there is no way to
+// wait for so long and no longer.
 bool wait_for(pid_t child, int& status)
 {
     int const  process = static_cast<int>(::syscall(SYS_pidfd_open, child, 0));
+    int const  error   = errno;
     pollfd     entry   = {process, POLLIN, 0};
-    bool const ended   = process < 0 || ::poll(&entry, 1, limit_ms) != 0;
+    bool const ended   = process >= 0 && ::poll(&entry, 1, limit_ms) > 0;
     if (!ended) {
         ::kill(child, SIGKILL);
     }
     ::close(process);
     ::waitpid(child, &status, 0);
+    if (process < 0) {
+        throw std::system_error(error, std::generic_category(), "pidfd_open");
+    }
     return ended;
 }
 
