@@ -146,10 +146,11 @@ void playground::limit(shortage const& lack) const
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
     }
     if (lack.descriptors >= 0) {
-        int const    next  = ::dup(0);
-        rlimit const limit = {static_cast<rlim_t>(next + lack.descriptors),
-                              static_cast<rlim_t>(next + lack.descriptors)};
+        int const next = ::dup(0);
         ::close(next);
+        rlimit limit = {};
+        ::getrlimit(RLIMIT_NOFILE, &limit);
+        limit.rlim_cur = static_cast<rlim_t>(next + lack.descriptors);
         ::setrlimit(RLIMIT_NOFILE, &limit);
     }
     if (lack.file_size >= 0) {
@@ -172,17 +173,18 @@ void playground::play_here(trial const& what) const
     shared.told.started   = not_called;
     shared.told.code      = not_called;
 
-    limit(what.lack);
     int const descriptors = entries("/proc/self/fd");
     int const threads     = entries("/proc/self/task");
+    rlimit    plenty      = {};
+    ::getrlimit(RLIMIT_NOFILE, &plenty);
+    limit(what.lack);
     begin_counting(&what.plan, &shared.record);
     what.body(&scene_, &shared.told);
     end_counting();
-    if (what.lack.descriptors < 0) {
-        shared.told.descriptors = entries("/proc/self/fd") - descriptors;
-        shared.told.threads     = threads_left(threads);
-    }
-    shared.told.finished = 1;
+    ::setrlimit(RLIMIT_NOFILE, &plenty);  // for what looks into directories here
+    shared.told.descriptors = entries("/proc/self/fd") - descriptors;
+    shared.told.threads     = threads_left(threads);
+    shared.told.finished    = 1;
     ::_exit(0);
 }
 
