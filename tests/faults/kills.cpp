@@ -30,6 +30,7 @@ struct state {
 struct scenario {
     char const*    name;
     scenario_body* body;
+    char const*    clean;  // what playground::account_of says when nothing is killed
     stage          set_up;
     state (*classify)(sighting const&, playground&);
     // Each is done with what is left of a run of its own. Returns what is wrong.
@@ -235,16 +236,33 @@ std::vector<scenario> scenarios()
     std::string const login = "smtp_auth = yes\r\nsmtp_account = user\r\npasswd_raw = yes\r\n"
                               "smtp_passwd = password\r\n";
     return {
-        {"post", post_to_nobody, {""}, classify_messages, {start_engine, scan}},
-        {"engine", live_as_engine, {""}, classify_messages, {start_engine, scan}},
-        {"send", send_and_wait, {login}, classify_messages, {start_engine, scan}},
+        {"post",
+         post_to_nobody,
+         "results 0 0, messages 1",
+         {""},
+         classify_messages,
+         {start_engine, scan}},
+        {"engine",
+         live_as_engine,
+         "started 0, results 0 0, reports 0 0, mails 2, sent 1 1",
+         {""},
+         classify_messages,
+         {start_engine, scan}},
+        {"send",
+         send_and_wait,
+         "results 0 -, code 0, records 1, mails 1, sent 1 0",
+         {login},
+         classify_messages,
+         {start_engine, scan}},
         {"settings",
          change_settings,
+         "results 0 0, value a new account",
          {std::string("smtp_account = old account\r\n") + last_line},
          classify_settings,
          {set_again}},
         {"first-setting",
          change_settings,
+         "results 0 0, value a new account",
          {"", {}, {}, {}, true},
          classify_first_setting,
          {set_again}},
@@ -327,11 +345,13 @@ call_record count_changes(scenario const& which)
 {
     playground place(which.set_up);
     trial      what;
-    what.body              = which.body;
-    what.plan.only_changes = 1;
-    sighting const seen    = place.play(what);
-    if (!went_well(seen)) {
-        throw std::runtime_error(std::string(which.name) + " fails without being killed");
+    what.body                 = which.body;
+    what.plan.only_changes    = 1;
+    sighting const    seen    = place.play(what);
+    std::string const account = place.account_of(seen.told);
+    if (!went_well(seen) || account != which.clean) {
+        throw std::runtime_error(std::string(which.name) + " fails without being killed: " +
+                                 account + " instead of " + which.clean);
     }
     return seen.record;
 }

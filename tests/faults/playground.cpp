@@ -201,6 +201,35 @@ std::vector<int> playground::copies() const
     return counts;
 }
 
+std::string playground::account_of(outcome const& told) const
+{
+    std::string account;
+    auto const  add = [&](char const* what, std::vector<int> const& values, int nothing) {
+        if (std::any_of(values.begin(), values.end(),
+                         [=](int value) { return value != nothing; })) {
+            account += std::string(account.empty() ? "" : ", ") + what;
+            for (int const value : values) {
+                account += value == not_called ? " -" : " " + std::to_string(value);
+            }
+        }
+    };
+    int messages = 0;
+    for (auto const& [name, contents] : files()) {
+        messages += is_message(name) ? 1 : 0;
+    }
+    add("started", {told.started}, not_called);
+    add("results", {told.result[0], told.result[1]}, not_called);
+    add("code", {told.code}, not_called);
+    add("records", {told.has_record}, 0);
+    add("reports", {told.reports, told.reports + std::max(told.report_count, 0)}, not_called);
+    add("senders", {told.senders[0], told.senders[1]}, 0);
+    add("mails", {mails()}, 0);
+    add("sent", copies(), 0);
+    add("messages", {messages}, 0);
+    account += told.value[0] != '\0' ? std::string(", value ") + told.value : "";
+    return account;
+}
+
 std::map<std::string, std::string> playground::files() const
 {
     std::map<std::string, std::string> found;

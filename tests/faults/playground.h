@@ -119,6 +119,10 @@ public:
     // The paths of the socket files of engines.
     std::vector<std::string> sockets() const;
 
+    // What the scenario was told, and what has come of it, without what says nothing:
+    // "started 0, results 0 0, reports 0 0, mails 2, sent 1 1".
+    std::string account_of(outcome const& told) const;
+
     std::size_t        mails_in_mailbox() { return server_.mailbox().size(); }
     scene const&       where() const { return scene_; }
     std::string const& root() const { return directory_.path(); }
