@@ -158,13 +158,31 @@ verdict check_sync(trial const& what, sighting const& seen, playground& place)
     return found;
 }
 
-verdict check_login(trial const& what, sighting const& seen, playground&)
+// A test that went well has ended with a session in which the server said this.
+verdict check_login(trial const& what, sighting const& seen, playground& place, char const* welcome)
 {
     verdict found;
-    if (seen.told.code == not_called && !lacks_memory(what, seen)) {
-        found.wrong = "there was no test";
+    if (seen.told.code == not_called) {
+        found.wrong = lacks_memory(what, seen) ? "" : "there was no test";
+    } else if (seen.told.code == 0) {
+        std::vector<std::string> const sessions = place.sessions();
+        std::string const              last     = sessions.empty() ? "" : sessions.back();
+        std::size_t const              login    = last.find(welcome);
+        if (login == std::string::npos || last.find("C: quit", login) == std::string::npos) {
+            found.wrong = "a login was reported that the server has not seen";
+        }
     }
     return found;
+}
+
+verdict check_pop_login(trial const& what, sighting const& seen, playground& place)
+{
+    return check_login(what, seen, place, "S: +OK welcome");
+}
+
+verdict check_smtp_login(trial const& what, sighting const& seen, playground& place)
+{
+    return check_login(what, seen, place, "S: 235 ");
 }
 
 verdict check_receive(trial const& what, sighting const& seen, playground& place)
@@ -312,8 +330,8 @@ std::vector<scenario> scenarios()
          check_sync,
          "results 0 -, code 0, records 1, mails 1, sent 1 0",
          {pop}},
-        {"pop-login", try_pop_login, check_login, "code 0", {""}},
-        {"smtp-login", try_smtp_login, check_login, "code 0", {""}},
+        {"pop-login", try_pop_login, check_pop_login, "code 0", {""}},
+        {"smtp-login", try_smtp_login, check_smtp_login, "code 0", {""}},
         {"receive",
          receive_two_mails,
          check_receive,

@@ -123,6 +123,9 @@ public:
     // "started 0, results 0 0, reports 0 0, mails 2, sent 1 1".
     std::string account_of(outcome const& told) const;
 
+    // What was said to the server and by it, see mail_server.h.
+    std::vector<std::string> sessions() const { return server_.sessions(); }
+
     std::size_t        mails_in_mailbox() { return server_.mailbox().size(); }
     scene const&       where() const { return scene_; }
     std::string const& root() const { return directory_.path(); }
