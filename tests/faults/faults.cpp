@@ -106,15 +106,12 @@ verdict check_engine(trial const& what, sighting const& seen, playground& place)
     int const  oks      = static_cast<int>(
         std::count(told.reports, told.reports + std::max(told.report_count, 0), 0));
     int const  failures = std::max(told.report_count, 0) - oks;
+    int        lost     = 0;
     bool const lasting  = what.plan.for_good != 0 || lacks_anything(what);
     for (std::size_t i = 0; i < 2; ++i) {
         bool const posted = told.result[i] == 0;
         bool const left   = messages_left(place, recipients[i]) > 0;
-        if (posted && copies[i] == 0 && !left &&
-            !(lasting && (failures >= 2 || !was_told || lacks_memory(what, seen))) &&
-            !may_lose_a_line(what, seen)) {
-            found.wrong = std::string("the mail to ") + recipients[i] + " is lost";
-        }
+        lost += posted && copies[i] == 0 && !left ? 1 : 0;
         if (posted && copies[i] > 1) {
             found.again = true;
             if (failures == 0 && was_told && !cannot_delete(what, seen)) {
@@ -122,6 +119,10 @@ verdict check_engine(trial const& what, sighting const& seen, playground& place)
             }
         }
         found.unwelcome = found.unwelcome || (!posted && copies[i] > 0);
+    }
+    // Only after two failed attempts, each of which is reported unless there is no memory for that.
+    if (2 * lost > failures && !(lasting && lacks_memory(what, seen))) {
+        found.wrong = lost > 1 ? "both mails are lost" : "a mail is lost";
     }
     if (oks > place.mails()) {
         found.wrong = "a mail was reported as sent and was not";
@@ -250,7 +251,8 @@ verdict check_post(trial const& what, sighting const& seen, playground& place)
     for (auto const& [name, contents] : place.files()) {
         complete += is_message(name) && ends_with(contents, message_end) ? 1 : 0;
     }
-    if (seen.told.result[0] == 0 && complete != 1 && !may_lose_a_line(what, seen)) {
+    if (seen.told.result[0] == 0 && complete != 1 &&
+        !(may_lose_a_line(what, seen) && files_left(place) == 1)) {
         found.wrong = "a message was reported as saved and was not";
     } else if (seen.told.result[0] == not_called && !lacks_memory(what, seen)) {
         found.wrong = "there was no message";
@@ -266,12 +268,10 @@ verdict check_saved(trial const& what, sighting const& seen, playground& place)
     auto const files = place.files();
     auto const saved = files.find("saved.sme");
     bool const whole = saved != files.end() && ends_with(saved->second, message_end);
-    if (may_lose_a_line(what, seen)) {
-        return found;
-    }
-    if (seen.told.result[0] == 0 && !whole) {
+    if (seen.told.result[0] == 0 && !whole &&
+        !(may_lose_a_line(what, seen) && saved != files.end())) {
         found.wrong = "a message was reported as saved and was not";
-    } else if (seen.told.result[1] == 0 && whole &&
+    } else if (seen.told.result[1] == 0 && whole && !may_lose_a_line(what, seen) &&
                std::strcmp(seen.told.value, "one@office.test") != 0) {
         found.wrong = std::string("a message was loaded with the recipient ") + seen.told.value;
     }
