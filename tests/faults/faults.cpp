@@ -77,7 +77,8 @@ bool lacks_memory(trial const& what, sighting const& seen)
 
 bool lacks_anything(trial const& what)
 {
-    return what.lack.descriptors >= 0 || what.lack.file_size >= 0 || what.lack.read_only;
+    return what.lack.descriptors >= 0 || what.lack.file_size >= 0 || what.lack.pages >= 0 ||
+           what.lack.read_only;
 }
 
 bool cannot_delete(trial const& what, sighting const& seen)
@@ -395,6 +396,9 @@ std::string spell(trial const& what)
     if (what.lack.file_size >= 0) {
         return "file-size:" + std::to_string(what.lack.file_size);
     }
+    if (what.lack.pages >= 0) {
+        return "pages:" + std::to_string(what.lack.pages);
+    }
     if (what.lack.read_only) {
         return "read-only";
     }
@@ -415,6 +419,8 @@ trial parse(std::string const& text, scenario_body* body)
         what.lack.descriptors = std::stoi(parts[1]);
     } else if (parts[0] == "file-size" && parts.size() == 2) {
         what.lack.file_size = std::stol(parts[1]);
+    } else if (parts[0] == "pages" && parts.size() == 2) {
+        what.lack.pages = std::stoi(parts[1]);
     } else if (parts[0] == "read-only") {
         what.lack.read_only = true;
     } else if (parts.size() >= 3) {
@@ -477,7 +483,7 @@ void print_sites(call_record const& record)
 // ------------------------------------------------------------------ all runs
 
 // Every failure of every call that the scenario makes, and what a process may lack besides.
-std::vector<trial> trials_of(scenario const& which, call_record const& record)
+std::vector<trial> trials_of(scenario const& which, call_record const& record, bool small_disks)
 {
     std::vector<trial> all;
     trial              what;
@@ -509,6 +515,11 @@ std::vector<trial> trials_of(scenario const& which, call_record const& record)
         what.lack.file_size = size;
         all.push_back(what);
     }
+    for (int pages = 0; small_disks && pages < 4; ++pages) {
+        what.lack       = {};
+        what.lack.pages = pages;
+        all.push_back(what);
+    }
     what.lack           = {};
     what.lack.read_only = true;
     all.push_back(what);
@@ -532,7 +543,7 @@ long long bearable(std::size_t runs)
 
 long long run_one(scenario const& which, trial const& what, int try_number = 1)
 {
-    playground     place(which.set_up);
+    playground     place(which.set_up, what.lack.pages >= 0);
     sighting const seen  = place.play(what);
     verdict const  found = judge_all(which, what, seen, place);
     if (!found.wrong.empty()) {
@@ -548,7 +559,7 @@ long long run_one(scenario const& which, trial const& what, int try_number = 1)
            (found.unwelcome ? one_unwelcome : 0) + (missed ? one_missed : 0);
 }
 
-int run_scenario(scenario const& which)
+int run_scenario(scenario const& which, bool small_disks)
 {
     auto const  begun = std::chrono::steady_clock::now();
     call_record record;
@@ -570,7 +581,7 @@ int run_scenario(scenario const& which)
     for (int const of_thread : record.calls) {
         calls += of_thread;
     }
-    std::vector<trial> const all    = trials_of(which, record);
+    std::vector<trial> const all    = trials_of(which, record, small_disks);
     long long const          sum    = in_parallel(static_cast<int>(all.size()), [&](int i) {
         return run_one(which, all[static_cast<std::size_t>(i)]);
     });
@@ -590,8 +601,8 @@ int run_scenario(scenario const& which)
 
 int run_named(scenario const& which, std::string const& text)
 {
-    playground     place(which.set_up);
-    trial const    what  = parse(text, which.body);
+    trial const    what = parse(text, which.body);
+    playground     place(which.set_up, what.lack.pages >= 0);
     sighting const seen  = place.play(what);
     verdict const  found = judge_all(which, what, seen, place);
     std::printf("%s\n", found.wrong.empty() ? "nothing wrong" : found.wrong.c_str());
@@ -613,12 +624,17 @@ int run_faults(std::string const& name, std::string const& what)
         std::printf("nothing is known of the call %s: see tests/faults/calls.h\n", call.c_str());
         ++wrong;
     }
+    std::string const why_no_small_disks = allow_small_disks();
+    if (!why_no_small_disks.empty()) {
+        std::printf("a full disk is not tried: %s\n", why_no_small_disks.c_str());
+    }
     if (what.empty()) {
         std::printf("%-16s %6s %6s %7s %6s %6s %9s %6s\n", "scenario", "calls", "runs", "seconds",
                     "missed", "again", "unwelcome", "found");
     }
     wrong += run_scenarios(scenarios(), name, [&](scenario const& which) {
-        return what.empty() ? run_scenario(which) : run_named(which, what);
+        return what.empty() ? run_scenario(which, why_no_small_disks.empty())
+                            : run_named(which, what);
     });
     return wrong == 0 ? 0 : 1;
 }

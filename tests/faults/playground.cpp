@@ -9,8 +9,11 @@
 #include <cstdlib>
 #include <cstring>
 #include <dirent.h>
+#include <fcntl.h>
 #include <filesystem>
 #include <poll.h>
+#include <sched.h>
+#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -27,6 +30,9 @@ namespace
 
 constexpr int   limit_ms = 20000;  // the longest documented wait, 15 s for a reply, and some more
 constexpr uid_t nobody   = 65534;
+
+constexpr off_t page_size   = 4096;
+constexpr char  disk_size[] = "size=128k";
 
 int entries(char const* directory)
 {
@@ -88,8 +94,22 @@ void set(char (&out)[size], std::string const& text)
 
 }  // namespace
 
-playground::playground(stage const& set_up) : server_(options_of(set_up))
+std::string allow_small_disks()
 {
+    temp_dir const somewhere;
+    bool const     possible = ::unshare(CLONE_NEWNS) == 0 &&
+                          ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                          ::mount("none", somewhere.path().c_str(), "tmpfs", 0, disk_size) == 0 &&
+                          ::umount(somewhere.path().c_str()) == 0;
+    return possible ? "" : std::strerror(errno);
+}
+
+playground::playground(stage const& set_up, bool small_disk)
+    : small_disk_(small_disk), server_(options_of(set_up))
+{
+    if (small_disk && ::mount("none", root().c_str(), "tmpfs", 0, disk_size) != 0) {
+        throw std::system_error(errno, std::generic_category(), "mount");
+    }
     set(scene_.work, directory_.file("work"));
     set(scene_.settings, directory_.file("work/zelismes.cf"));
     set(scene_.aside, directory_.file("aside"));
@@ -114,9 +134,34 @@ playground::playground(stage const& set_up) : server_(options_of(set_up))
     }
 }
 
+playground::~playground()
+{
+    if (small_disk_) {
+        ::umount2(root().c_str(), MNT_DETACH);
+    }
+}
+
+void playground::fill_disk(int pages_free) const
+{
+    int const  file = ::open((root() + "/full").c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    char const page[page_size] = {};
+    off_t      size            = 0;
+    while (::write(file, page, sizeof page) == static_cast<ssize_t>(sizeof page)) {
+        size += page_size;
+    }
+    bool const full = errno == ENOSPC && ::ftruncate(file, size - pages_free * page_size) == 0;
+    ::close(file);
+    if (!full) {
+        throw std::runtime_error("the disk cannot be filled");
+    }
+}
+
 sighting playground::play(trial const& what)
 {
-    *report_          = report();
+    *report_ = report();
+    if (what.lack.pages >= 0) {
+        fill_disk(what.lack.pages);
+    }
     pid_t const child = ::fork();
     if (child < 0) {
         throw std::system_error(errno, std::generic_category(), "fork");

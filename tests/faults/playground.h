@@ -26,6 +26,7 @@ namespace zelieml::test
 struct shortage {
     int  descriptors = -1;     // as many are left; negative: enough
     long file_size   = -1;     // no file may become longer; negative: any
+    int  pages       = -1;     // of 4 KiB are free on the disk; negative: enough
     bool read_only   = false;  // the work directory cannot be written to
 };
 
@@ -34,6 +35,11 @@ struct trial {
     call_plan      plan = {};
     shortage       lack = {};
 };
+
+// Lets playgrounds have small disks, from here to the end of this process and its children.
+//
+// Returns why that is impossible; empty: it is possible.
+std::string allow_small_disks();
 
 // What came of a trial.
 struct sighting {
@@ -102,7 +108,10 @@ struct stage {
 class playground
 {
 public:
-    explicit playground(stage const& set_up);
+    // small_disk  everything lies on a disk of its own, see allow_small_disks; throws
+    //             std::system_error when that is impossible
+    explicit playground(stage const& set_up, bool small_disk = false);
+    ~playground();
 
     // Plays it in a process of its own, and waits until the server has heard all of it.
     sighting play(trial const& what);
@@ -138,8 +147,10 @@ private:
 
     [[noreturn]] void play_here(trial const& what) const;
     void              limit(shortage const& lack) const;
+    void              fill_disk(int pages_free) const;
 
     temp_dir const directory_;
+    bool const     small_disk_;
     mail_server    server_;
     scene          scene_ = {};
     shared<report> report_;
