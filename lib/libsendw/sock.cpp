@@ -252,7 +252,7 @@ int sock_lines::next(std::string& line)
     }
     for (bool complete = false; !complete;) {
         char const* lf = find_line_feed();
-        if (lf == nullptr && (given_ > 0 || seen_ == 0)) {
+        if (lf == nullptr) {
             if (look() != 0) {
                 return -1;
             }
