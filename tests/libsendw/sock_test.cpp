@@ -602,6 +602,24 @@ TEST_F(SockLines, AreThoseOfSockReadline)
     }
 }
 
+TEST_F(SockLines, AreTracedAsBySockReadlineWhenOneComesAlone)
+{
+    tcp_pair    pair;
+    std::string line;
+    pair.say("250 one\r\n");
+    clear_traces();
+    EXPECT_EQ(sock_readline(pair.client(), line), 9);
+    strings const wanted = traces();
+
+    pair.say("250 one\r\n");
+    clear_traces();
+    sock_lines lines(pair.client());
+    EXPECT_EQ(lines.next(line), 9);
+    EXPECT_EQ(traces(), wanted);
+    EXPECT_EQ(lines.take(), 0);
+    EXPECT_EQ(traces(), wanted) << "it was taken already";
+}
+
 TEST_F(SockLines, AreTakenWithoutWhatFollowsThem)
 {
     std::string const said = "250-first\r\n250-second\r\n250 third\r\n354 fourth\r\n";
@@ -773,6 +791,7 @@ TEST_F(SockWrite, SaysHowManyStringsLeftWhole)
     tcp_pair pair;
     EXPECT_EQ(sock_write_all(pair.client(), {}), 0U);
     EXPECT_EQ(sock_write_all(pair.client(), {"", ""}), 2U);
+    EXPECT_EQ(sock_write_all(pair.client(), {"", "x"}), 2U) << "a single byte";
     ::shutdown(pair.client(), SHUT_WR);
     EXPECT_EQ(sock_write_all(pair.client(), {"", "", "hello", ""}), 2U);
 }
