@@ -44,5 +44,19 @@ TEST(CopyWithCrLf, DoublesADotThatOpensALineWhenAskedTo)
     EXPECT_EQ(copied(".a\n..\nb.c\r.", opening_dot::kept), ".a\r\n..\r\nb.c\r\n.");
 }
 
+TEST(CopyWithCrLf, RefusesNullAndNoRoom)
+{
+    for (auto* const function : {copy_with_crlf, write_with_crlf}) {
+        char out[8] = "";
+        int  size   = sizeof out;
+        EXPECT_EQ(function(nullptr, out, &size, opening_dot::kept), -1);
+        EXPECT_EQ(function("a", nullptr, &size, opening_dot::kept), -1);
+        EXPECT_EQ(function("a", out, nullptr, opening_dot::kept), -1);
+        EXPECT_EQ(size, static_cast<int>(sizeof out));
+        size = 0;
+        EXPECT_EQ(function("a", out, &size, opening_dot::kept), -1);
+    }
+}
+
 }  // namespace
 }  // namespace zelieml

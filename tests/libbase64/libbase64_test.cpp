@@ -243,9 +243,10 @@ TEST(Base64, RefusesNullAndNegativeLengths)
 {
     unsigned char const data = 'x';
     int                 len  = 7;
-    std::string         text;
+    std::string         text = "what was there before";
     EXPECT_EQ(base64_encode(nullptr, 0, false), nullptr);
     EXPECT_FALSE(base64_encode(nullptr, 0, false, text));
+    EXPECT_EQ(text, "");
     EXPECT_EQ(base64_encode(nullptr, 3, true), nullptr);
     EXPECT_EQ(base64_encode(&data, -1, false), nullptr);
     EXPECT_FALSE(base64_encode(&data, -1, false, text));
