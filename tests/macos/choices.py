@@ -170,15 +170,17 @@ def check_signing():
 
 
 def check_run():
-    """./run names the SDK, and no folder of Homebrew's that would come before it."""
+    """./run names the SDK, and no folder of Homebrew's that would come before it. What is there from
+    elsewhere is not installed."""
     with tempfile.TemporaryDirectory() as name:
         work = pathlib.Path(name)
         shutil.copy(ROOT / "run", work)
         shutil.copy(ROOT / "CMakeLists.txt", work)
         script(work / "bin/uname", "echo Darwin")
-        script(work / "bin/brew", "")
+        script(work / "bin/brew", '[ "$1" = install ] && echo "$*" >>installed')
         script(work / "bin/xcrun", '[ "$*" = "--sdk macosx --show-sdk-path" ] && echo /the/sdk')
-        script(work / "bin/python3", "")
+        for name in ("ninja", "python3"):
+            script(work / f"bin/{name}", "")
         script(work / "bin/cmake",
                'case $1 in --version) echo cmake version 4.1.0;; '
                '*) echo "${SDKROOT-none} ${CPATH-none} ${LIBRARY_PATH-none}" >>seen; '
@@ -195,6 +197,9 @@ def check_run():
             seen = (work / "seen").read_text().splitlines()
             require(seen == [wanted] * 2, f"./run demo calls cmake with {seen}")
             (work / "seen").unlink()
+            installed = (work / "installed").read_text().splitlines()
+            require(installed == ["install cli11 nettle"], f"./run demo calls brew with {installed}")
+            (work / "installed").unlink()
             shutil.rmtree(work / "build")
         script(work / "bin/xcrun", "exit 1")
         environment.pop("SDKROOT", None)
