@@ -80,12 +80,12 @@ function(zelieml_can_build_for version result)
 endfunction()
 
 # One system for all processors: clang marks an arm64 slice for 11.0 when an older one is asked for.
-# A newer C++ library warns of systems that it has given up, hence -Werror. It does not warn of all:
-# what is older than the SDK's own minimum may build and not run.
+# A newer C++ library warns of systems that it has given up, with #warning, which -Werror=cpp makes an
+# error. It does not warn of all: what is older than the SDK's own minimum may build and not run.
 if(CMAKE_OSX_DEPLOYMENT_TARGET)
   set(as_the_library)
   if(ZELIEML_WERROR)
-    set(as_the_library -Werror)
+    set(as_the_library -Werror=cpp)
   endif()
   zelieml_can_build_for(${CMAKE_OSX_DEPLOYMENT_TARGET} can_build ${as_the_library})
   if(NOT can_build)
@@ -107,7 +107,7 @@ else()
   endif()
   foreach(candidate IN LISTS candidates)
     if(candidate VERSION_GREATER_EQUAL sdk_oldest)
-      zelieml_can_build_for(${candidate} can_build -Werror)
+      zelieml_can_build_for(${candidate} can_build -Werror=cpp)
       if(can_build)
         set(CMAKE_OSX_DEPLOYMENT_TARGET ${candidate})
         break()
@@ -115,8 +115,15 @@ else()
     endif()
   endforeach()
   if(NOT CMAKE_OSX_DEPLOYMENT_TARGET)
-    message(FATAL_ERROR "zelieml: the compiler cannot build for macOS ${candidate} or older. Set "
-      "CMAKE_OSX_DEPLOYMENT_TARGET to the oldest system that it can build for.")
+    list(GET candidates -1 newest)
+    zelieml_can_build_for(${newest} can_build)
+    if(NOT can_build)
+      message(FATAL_ERROR "zelieml: the compiler cannot build for macOS ${newest} or older. Set "
+        "CMAKE_OSX_DEPLOYMENT_TARGET to the oldest system that it can build for.")
+    endif()
+    set(CMAKE_OSX_DEPLOYMENT_TARGET ${newest})
+    message(WARNING "zelieml: the compiler warns when it builds for macOS ${newest}; the library "
+      "may not run there. Set CMAKE_OSX_DEPLOYMENT_TARGET to the oldest system that you need.")
   endif()
 endif()
 list(JOIN architectures ", " words)

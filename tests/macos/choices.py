@@ -24,7 +24,7 @@ SDK = HERE / "sdk"
 GIVEN_UP = """
 #if defined(__ENVIRONMENT_MAC_OS_X_VERSION_MIN_REQUIRED__) && \\
     __ENVIRONMENT_MAC_OS_X_VERSION_MIN_REQUIRED__ < {}
-#warning "The selected platform is no longer supported by libc++."
+#{} "The selected platform is no longer supported by libc++."
 #endif
 #include_next <__config_site>
 """
@@ -52,7 +52,14 @@ CASES = [
      ["-DCMAKE_OSX_DEPLOYMENT_TARGET=10.9"],
      ("10.9", "x86_64 arm64", "the library may not run on macOS 10.9")),
     ("a C++ library that has given up everything", {"given_up": 990000}, [],
-     "Set CMAKE_OSX_DEPLOYMENT_TARGET to the oldest system"),
+     ("11.0", "x86_64 arm64", "the compiler warns when it builds for macOS 11.0")),
+    ("a C++ library that has given up everything, for an SDK for 12.0 and later",
+     {"given_up": 990000, "oldest": "12.0"}, [],
+     ("12.0", "x86_64 arm64", "the compiler warns when it builds for macOS 12.0")),
+    ("a C++ library that refuses everything", {"given_up": 990000, "how": "error"}, [],
+     "cannot build for macOS 11.0 or older. Set CMAKE_OSX_DEPLOYMENT_TARGET"),
+    ("CXXFLAGS that warn", {"flags": "-Wof-another-compiler", "given_up": 101300}, [],
+     ("10.13", "x86_64 arm64")),
     ("no SDK named", {"by_xcrun": True}, [], ("10.9", "x86_64 arm64")),
 ]
 
@@ -81,14 +88,14 @@ def make_sdk(folder, oldest=None, archs=None, says=True):
     return folder
 
 
-def configure(work, options, given_up=0, by_xcrun=False, **sdk):
+def configure(work, options, given_up=0, how="warning", flags="", by_xcrun=False, **sdk):
     """CMake's words, and the options of the command that compiles a file of the library."""
     environment = {name: value for name, value in os.environ.items()
                    if name not in ("SDKROOT", "MACOSX_DEPLOYMENT_TARGET")}
     sdk = make_sdk(work / "sdk", **sdk)
     (work / "libcxx").mkdir()
-    (work / "libcxx/__config_site").write_text(GIVEN_UP.format(given_up))
-    environment["CXXFLAGS"] = f"-isystem {work}/libcxx"
+    (work / "libcxx/__config_site").write_text(GIVEN_UP.format(given_up, how))
+    environment["CXXFLAGS"] = f"-isystem {work}/libcxx {flags}"
     # Homebrew's folder, with what the tests take from there, and more than one of the names that
     # the system's own libraries have.
     brew = work / "homebrew"
