@@ -64,8 +64,10 @@ if(NOT architectures AND NOT ZELIEML_SANITIZE)
       endif()
     endif()
   endforeach()
-  list(JOIN architectures "\\;" escaped)
-  set(ZELIEML_ARCHITECTURES OSX_ARCHITECTURES "${escaped}")
+  if(architectures)
+    list(JOIN architectures "\\;" escaped)
+    set(ZELIEML_ARCHITECTURES OSX_ARCHITECTURES "${escaped}")
+  endif()
 endif()
 
 # ---- the oldest system
@@ -127,6 +129,9 @@ else()
   endif()
 endif()
 list(JOIN architectures ", " words)
+if(NOT words)
+  set(words "this machine's processor")
+endif()
 message(STATUS "zelieml: for macOS ${CMAKE_OSX_DEPLOYMENT_TARGET} and later: ${words}")
 
 # ---- the dylib

@@ -40,6 +40,7 @@ CASES = [
     ("an SDK for 10.13 and later", {"oldest": "10.13"}, [], ("10.13", "x86_64 arm64")),
     ("an SDK for 12.0 and later", {"oldest": "12.0"}, [], ("12.0", "x86_64 arm64")),
     ("an SDK for Apple's processors only", {"archs": ["arm64", "arm64e"]}, [], ("11.0", "arm64")),
+    ("an SDK for a processor that is not known", {"archs": ["arm64e"]}, [], ("10.9", "")),
     ("an SDK that says nothing of itself", {"says": False}, [], ("10.9", "x86_64 i386 arm64")),
     ("one processor asked for", {}, ["-DCMAKE_OSX_ARCHITECTURES=x86_64"], ("10.9", "x86_64")),
     ("a system asked for", {}, ["-DCMAKE_OSX_DEPLOYMENT_TARGET=10.15"], ("10.15", "x86_64 arm64")),
@@ -134,6 +135,9 @@ def check_case(name, differs, options, wanted):
     chosen = (re.findall(r"-mmacosx-version-min=(\S+)", command)[-1],
               " ".join(re.findall(r"-arch (\S+)", command)))
     require(chosen == wanted[:2], f"with {name}: {chosen}, not {wanted}")
+    processors = ", ".join(wanted[1].split()) or "this machine's processor"
+    require(f"-- zelieml: for macOS {wanted[0]} and later: {processors} --" in words,
+            f"with {name}: {words}")
     warning = wanted[2:]
     require(("CMake Warning" in words) == bool(warning) and all(word in words for word in warning),
             f"with {name}: {words}")
