@@ -5,8 +5,9 @@
 // CoreFoundation must not be used between fork and exec: its locks may be held by threads that the
 // child does not have, and the system's threads that run the transforms are missing. A child that
 // is forked before the first use, such as a host that becomes a daemon, is a process like any
-// other. pthread_atfork is not used, since this system calls its handlers even after the library
-// was unloaded.
+// other, unless its parent had other threads or used the frameworks without the library, of which
+// the library learns nothing. pthread_atfork is not used, since this system calls its handlers even
+// after the library was unloaded.
 
 #ifndef ZELIEML_PLATFORM_MACOS_FIRST_PROCESS_H
 #define ZELIEML_PLATFORM_MACOS_FIRST_PROCESS_H
