@@ -16,9 +16,13 @@ endif()
 # ---- the SDK
 
 # CMake 4 leaves the choice to the compiler, which then searches /usr/local/include, Homebrew's
-# folder on Intel, before the SDK.
-if(NOT CMAKE_OSX_SYSROOT)
-  execute_process(COMMAND xcrun --sdk macosx --show-sdk-path
+# folder on Intel, before the SDK. A name such as macosx becomes a path, where the settings are.
+if(NOT CMAKE_OSX_SYSROOT MATCHES "/")
+  set(name macosx)
+  if(CMAKE_OSX_SYSROOT)
+    set(name ${CMAKE_OSX_SYSROOT})
+  endif()
+  execute_process(COMMAND xcrun --sdk ${name} --show-sdk-path
                   OUTPUT_VARIABLE sdk OUTPUT_STRIP_TRAILING_WHITESPACE ERROR_QUIET)
   if(IS_DIRECTORY "${sdk}")
     set(CMAKE_OSX_SYSROOT ${sdk})
