@@ -150,14 +150,15 @@ bool read_file(message_file const& file, _s_msg& msg)
         if (count < 0) {
             return false;
         }
-        // A regular file gives less than it is asked for only at its end.
-        complete = static_cast<std::size_t>(count) < sizeof piece;
-        if (position == 0) {
-            auto const size = static_cast<std::size_t>(complete ? count : file.size());
+        if (position == 0 && file.size() != message_file::unlimited) {
+            auto const size = static_cast<std::size_t>(file.size());
             msg.body.reserve(size + size / 16);  // LF becomes CR LF
         }
+        auto const taken = static_cast<std::size_t>(count);
         position += count;
-        set_lines(line, piece, static_cast<std::size_t>(count), msg);
+        // A short read need not be the last one, and the file may have grown.
+        complete = taken == 0 || (taken < sizeof piece && position >= file.size());
+        set_lines(line, piece, taken, msg);
     }
     set_msg(line, &msg);  // after a final LF an empty one, as in read_msg
     end_body(msg);

@@ -17,8 +17,7 @@ namespace zelieml
 namespace
 {
 
-constexpr std::int64_t no_limit      = std::numeric_limits<std::int64_t>::max();
-constexpr mode_t       new_file_mode = 0666;
+constexpr mode_t new_file_mode = 0666;
 
 unique_fd open_path(char const* path, int flags)
 {
@@ -35,7 +34,10 @@ bool is_regular(unique_fd const& fd, struct stat& status)
 
 }  // namespace
 
-message_file::message_file(unique_fd fd, std::int64_t limit) : fd_(std::move(fd)), limit_(limit) {}
+message_file::message_file(unique_fd fd, std::int64_t limit, std::int64_t size)
+    : fd_(std::move(fd)), limit_(limit), size_(size)
+{
+}
 
 message_file& message_file::operator=(message_file&& other) noexcept
 {
@@ -43,6 +45,7 @@ message_file& message_file::operator=(message_file&& other) noexcept
         close();
         fd_     = std::move(other.fd_);
         limit_  = other.limit_;
+        size_   = other.size_;
         locked_ = other.locked_;
     }
     return *this;
@@ -59,12 +62,6 @@ std::int64_t message_file::read(char* buf, std::size_t size, std::int64_t positi
         return -1;
     }
     return count;
-}
-
-std::int64_t message_file::size() const
-{
-    struct stat status = {};
-    return ::fstat(fd_.get(), &status) == 0 ? status.st_size : 0;
 }
 
 bool message_file::write(char const* data, std::size_t size) const
@@ -141,19 +138,22 @@ message_file open_message_file(char const* path, std::optional<uid_t> owner)
     bool const         sound  = is_regular(fd, status) && status.st_nlink == 1;
     bool const         gone   = status.st_nlink == 0;
     bool const         own    = status.st_uid == ::geteuid() || status.st_uid == 0;
-    std::int64_t const limit  = own ? no_limit : max_foreign_message;
+    std::int64_t const limit  = own ? message_file::unlimited : max_foreign_message;
     if (!sound || (owner && status.st_uid != *owner) || status.st_size > limit) {
         errno = gone ? ENOENT : EPERM;
         return message_file();
     }
-    return message_file(std::move(fd), limit);
+    return message_file(std::move(fd), limit, status.st_size);
 }
 
 message_file follow_message_file(char const* path)
 {
     unique_fd   fd     = open_path(path, O_RDONLY | O_NONBLOCK);
     struct stat status = {};
-    return is_regular(fd, status) ? message_file(std::move(fd)) : message_file();
+    if (!is_regular(fd, status)) {
+        return message_file();
+    }
+    return message_file(std::move(fd), message_file::unlimited, status.st_size);
 }
 
 }  // namespace zelieml

@@ -28,11 +28,14 @@ constexpr std::int64_t max_foreign_message = std::int64_t{64} << 20;
 class message_file
 {
 public:
+    static constexpr std::int64_t unlimited = std::numeric_limits<std::int64_t>::max();
+
     // No file.
     message_file() = default;
     // limit  of the bytes that can be read
-    explicit message_file(unique_fd    fd,
-                          std::int64_t limit = std::numeric_limits<std::int64_t>::max());
+    // size   of the file
+    explicit message_file(unique_fd fd, std::int64_t limit = unlimited,
+                          std::int64_t size = unlimited);
     ~message_file() { close(); }
     message_file(message_file&& other) noexcept = default;
     message_file& operator=(message_file&& other) noexcept;
@@ -43,11 +46,12 @@ public:
     // read - read from a position on, at most size bytes
     //
     // Returns the number of bytes, 0 at the end of the file, or -1 with errno: EFBIG when the file
-    // is larger than its limit.
+    // is larger than its limit. Some file systems give fewer bytes than they are asked for in the
+    // middle of a file.
     std::int64_t read(char* buf, std::size_t size, std::int64_t position) const;
 
-    // The size of the file, or 0 when that is not known.
-    std::int64_t size() const;
+    // The size that the file had when it was opened for reading; unlimited for any other.
+    std::int64_t size() const { return size_; }
 
     // write - append bytes. Returns false when not all of them could be written.
     bool write(char const* data, std::size_t size) const;
@@ -64,6 +68,7 @@ public:
 private:
     unique_fd    fd_;
     std::int64_t limit_  = 0;
+    std::int64_t size_   = 0;
     bool         locked_ = false;
 };
 

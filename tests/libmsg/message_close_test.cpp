@@ -1,5 +1,5 @@
 // message_close_test.cpp - what only closing a message file reports, as a full disk does on some
-// file systems, and calls that signals cut short
+// file systems, calls that signals cut short, and reads that give less than they are asked for
 
 #include <cerrno>
 #include <gtest/gtest.h>
@@ -20,6 +20,7 @@ namespace
 int failing       = 0;  // the error of each call of close
 int interruptions = 0;  // reads and writes that end with EINTR first
 int reads         = 0;
+int most_read     = 0;  // bytes that one call of pread gives; 0: any number
 
 bool interrupted()
 {
@@ -60,7 +61,11 @@ ssize_t WRAP_PREAD(int fd, void* data, size_t size, off_t position)
         errno = 0;  // whoever reads again and again comes to an end
         return 0;
     }
-    return interrupted() ? -1 : REAL_PREAD(fd, data, size, position);
+    if (interrupted()) {
+        return -1;
+    }
+    auto const most = static_cast<size_t>(most_read);
+    return REAL_PREAD(fd, data, most > 0 && most < size ? most : size, position);
 }
 }
 
@@ -118,4 +123,50 @@ TEST(MessageFileWhoseCallsSignalsCutShort, IsWrittenAndReadWhole)
     EXPECT_EQ(file.read(bytes, sizeof bytes, 0), 10);
     EXPECT_EQ(reads, 3);
     EXPECT_EQ(std::string(bytes, 10), "subject: s");
+}
+
+// As in the middle of a file on some network file systems.
+TEST(MessageFileWhoseReadsAreShort, IsLoadedWhole)
+{
+    test::temp_dir const dir;
+    std::string const    path = dir.file("a.sme");
+    std::string const    body(5000, 'x');
+    message_file         written = create_message_file(path.c_str());
+    ASSERT_TRUE(written.write(body.data(), body.size()));
+    struct {
+        char const*         opened;
+        message_file const& file;
+        int                 reads;
+    } const cases[] = {
+        {"by an engine", open_message_file(path.c_str()), 5},
+        {"for a user", follow_message_file(path.c_str()), 5},
+        {"when it was written", written, 6},
+    };
+    for (auto const& c : cases) {
+        void* loaded                = nullptr;
+        most_read                   = 1000;
+        reads                       = 0;
+        int const            result = msg_load(&loaded, c.file);
+        message_holder const msg(loaded);
+        most_read = 0;
+        EXPECT_EQ(result, 0) << c.opened;
+        EXPECT_EQ(msg_get_body(msg.get()).size(), body.size()) << c.opened;
+        EXPECT_EQ(reads, c.reads) << c.opened;
+    }
+}
+
+TEST(MessageFileThatGrewOrShrank, IsLoadedAsItIs)
+{
+    test::temp_dir const dir;
+    std::string const    path = dir.file("a.sme");
+    for (std::size_t const size : {0, 10, 5000, 9000}) {
+        test::write_file(path, std::string(4500, 'x'));
+        message_file const file = open_message_file(path.c_str());
+        test::write_file(path, std::string(size, 'x'));
+        void* loaded = nullptr;
+        reads        = 0;
+        EXPECT_EQ(msg_load(&loaded, file), 0) << size;
+        message_holder const msg(loaded);
+        EXPECT_EQ(msg_get_body(msg.get()).size(), size);
+    }
 }
