@@ -139,20 +139,31 @@ void set_lines(std::string& line, char const* piece, std::size_t size, _s_msg& m
     line.append(piece, size);
 }
 
+// Reserves memory for the body of a file of this size. Only a hint: the body may be much smaller.
+void expect_body(_s_msg& msg, std::int64_t size)
+{
+    if (static_cast<std::uint64_t>(size) > msg.body.max_size() / 2) {
+        return;
+    }
+    try {
+        auto const bytes = static_cast<std::size_t>(size);
+        msg.body.reserve(bytes + bytes / 16);  // LF becomes CR LF
+    } catch (std::exception const&) {
+        // it grows step by step instead
+    }
+}
+
 // read_msg without a stream. Returns false when the file cannot be read.
 bool read_file(message_file const& file, _s_msg& msg)
 {
     char         piece[4096];
     std::string  line;
     std::int64_t position = 0;
+    expect_body(msg, file.size());
     for (bool complete = false; !complete;) {
         std::int64_t const count = file.read(piece, sizeof piece, position);
         if (count < 0) {
             return false;
-        }
-        if (position == 0 && file.size() != message_file::unlimited) {
-            auto const size = static_cast<std::size_t>(file.size());
-            msg.body.reserve(size + size / 16);  // LF becomes CR LF
         }
         auto const taken = static_cast<std::size_t>(count);
         position += count;

@@ -6,6 +6,7 @@
 
 #include "libmsg/libmsg.h"
 #include "tests/support/failing_new.h"
+#include "tests/support/files.h"
 #include "tests/support/trace_recorder.h"
 
 namespace zelieml
@@ -27,6 +28,25 @@ TEST(MessageRecordWithoutMemory, IsNotMade)
     EXPECT_EQ(created, nullptr);
     EXPECT_EQ(loaded, nullptr);
     EXPECT_EQ(test::trouble_traces(), std::vector<std::string>()) << "the file was not looked at";
+}
+
+// The size of a file is only a hint: its body may be much smaller.
+TEST(MessageRecordWithoutMemory, IsLoadedWhenOnlyTheSizeOfItsFileIsTooMuch)
+{
+    test::temp_dir const dir;
+    std::string const    path = dir.file("a.sme");
+    test::write_file(path, std::string(10000, 'x'));
+    message_file const file   = open_message_file(path.c_str());
+    void*              loaded = nullptr;
+    int                result = -1;
+    {
+        test::failing_new const no_memory(1, 1);  // the record, then the hint
+        result = msg_load(&loaded, file);
+        EXPECT_TRUE(test::failing_new::refused());
+    }
+    message_holder const msg(loaded);
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(msg_get_body(msg.get()), std::string(10000, 'x'));
 }
 
 }  // namespace
