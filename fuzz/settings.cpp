@@ -34,10 +34,10 @@ void get(fuzz::input& input, fuzz::scratch_file const& settings, std::string con
                 (memory != fuzz::memory_result::sufficed && result == -1),
             "a setting is read as the model says");
 
-    std::string again = before;
-    length            = static_cast<unsigned int>(size);
-    int const again_result =
-        conf_get_string(key.c_str(), &again[0], &length, conf_settings(settings.path()));
+    std::string again      = before;
+    length                 = static_cast<unsigned int>(size);
+    int const again_result = conf_get_string(key.c_str(), &again[0], &length,
+                                             conf_settings(settings.path(), {key.c_str()}));
     require(test::reading{again_result, length, again} == test::model_get(model, key, before),
             "so is it from settings that have been read");
 }

@@ -500,7 +500,8 @@ int get_string(char const* key, char* val, unsigned int* len, Settings& settings
 
 }  // namespace
 
-conf_settings::conf_settings(char const* path) : has_path_(path != nullptr)
+conf_settings::conf_settings(char const* path, std::initializer_list<char const*> keys)
+    : has_path_(path != nullptr)
 {
     no_cancellation const shielded;
     unique_fd const       file = open_settings(path);
@@ -508,20 +509,22 @@ conf_settings::conf_settings(char const* path) : has_path_(path != nullptr)
         return;
     }
     opened_ = true;
+    lines_.reserve(keys.size());
     line_reader in(file.get());
-    while (in.next() == line_reader::result::line) {
-        if (!is_comment(in.text())) {
-            lines_.append(in.text(), std::strlen(in.text()) + 1);
+    while (lines_.size() < keys.size() && in.next() == line_reader::result::line) {
+        for (char const* const key : keys) {
+            if (is_line_of(in.text(), key) && find(key) == nullptr) {
+                lines_.push_back({key, in.text()});
+            }
         }
     }
 }
 
 char const* conf_settings::find(char const* key) const
 {
-    char const* const end = lines_.data() + lines_.size();
-    for (char const* line = lines_.data(); line < end; line += std::strlen(line) + 1) {
-        if (std::strstr(line, key) != nullptr) {
-            return line;
+    for (found_line const& found : lines_) {
+        if (std::strcmp(found.key, key) == 0) {
+            return found.line.c_str();
         }
     }
     return nullptr;

@@ -15,30 +15,40 @@
 #ifndef ZELIEML_LIBCONF_LIBCONF_H
 #define ZELIEML_LIBCONF_LIBCONF_H
 
+#include <initializer_list>
 #include <string>
+#include <vector>
 
 namespace zelieml
 {
 
 // What a settings file says at one moment, for callers that need several keys: the file is opened,
-// read and closed once, and all values come from the same version of it.
+// read and closed once, and all values come from the same version of it. Only the lines of these
+// keys are kept in memory, however large the file is.
 class conf_settings
 {
 public:
     // path  settings file; null, or one that conf_get_string cannot open, gives no settings
-    explicit conf_settings(char const* path);
+    // keys  the strings must stay while the object is used
+    conf_settings(char const* path, std::initializer_list<char const*> keys);
 
     bool has_path() const { return has_path_; }
     // Whether the file could be opened.
     explicit operator bool() const { return opened_; }
 
-    // The line that conf_get_string reads a key from, or null.
+    // The line that conf_get_string reads a key from, or null. Other keys than those given to the
+    // constructor have none.
     char const* find(char const* key) const;
 
 private:
-    bool        has_path_;
-    bool        opened_ = false;
-    std::string lines_;  // each ended by a NUL; no comments
+    struct found_line {
+        char const* key;
+        std::string line;
+    };
+
+    bool                    has_path_;
+    bool                    opened_ = false;
+    std::vector<found_line> lines_;
 };
 
 // conf_get_string - read the value of a key

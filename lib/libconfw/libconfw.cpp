@@ -56,10 +56,10 @@ int confw_set_string(char const* key, char const* val, char const* path)
     return held ? conf_set_string(key, val, path) : -1;
 }
 
-conf_settings confw_read(char const* path)
+conf_settings confw_read(char const* path, std::initializer_list<char const*> keys)
 {
     call_lock const held(path);
-    return conf_settings(held ? path : nullptr);
+    return conf_settings(held ? path : nullptr, keys);
 }
 
 int confw_get_string(char const* key, char* val, unsigned int* len, conf_settings const& settings)

@@ -21,7 +21,7 @@ int confw_set_string(char const* key, char const* val, char const* path);
 // confw_read - conf_settings, read within a lock
 //
 // Without a lock there are no settings.
-conf_settings confw_read(char const* path);
+conf_settings confw_read(char const* path, std::initializer_list<char const*> keys);
 
 // confw_get_string - conf_get_string, from settings that have been read
 int confw_get_string(char const* key, char* val, unsigned int* len, conf_settings const& settings);

@@ -3,6 +3,7 @@
 #include "libsendw/libsendw.h"
 
 #include <cstring>
+#include <initializer_list>
 #include <memory>
 #include <set>
 #include <string_view>
@@ -32,6 +33,13 @@ struct passwd_deleter {
     void operator()(unsigned char* text) const { icryptw().decrypt_free_passwd(text); }
 };
 using passwd_buffer = std::unique_ptr<unsigned char, passwd_deleter>;
+
+// All that the driver asks for.
+constexpr std::initializer_list<char const*> setting_keys = {
+    "pop_before_smtp", "pop_server",    "pop_port",    "pop_account", "pop_passwd",
+    "pop_auth_type",   "pop_wait_time", "smtp_server", "smtp_port",   "smtp_auth",
+    "smtp_auth_type",  "smtp_account",  "smtp_passwd", "passwd_raw",  key_subject_use_encoding,
+};
 
 using setting = char[setting_size];
 
@@ -270,7 +278,7 @@ int isendw::send(message_file const& message, char const* conf_fullpath, std::st
 {
     trace_msg("msg_fullpath = %s");
     trace_msg("conf_fullpath = %s");
-    conf_settings const conf = confw_read(conf_fullpath);
+    conf_settings const conf = confw_read(conf_fullpath, setting_keys);
     if (is_pop_before_smtp(conf)) {
         int const result = _pop_before_smtp(conf, result_text);
         if (result != pop_ok) {

@@ -39,11 +39,16 @@ bool is_jis(std::string const& encoding)
     return encoding == "ISO-2022-JP";
 }
 
+conf_settings read_settings(char const* path)
+{
+    return confw_read(path, {key_subject_use_encoding});
+}
+
 bool use_encoding(conf_settings const& conf)
 {
     char         value[1024];
     unsigned int length = sizeof value;
-    if (confw_get_string("subject_use_encoding", value, &length, conf) != 0) {
+    if (confw_get_string(key_subject_use_encoding, value, &length, conf) != 0) {
         trace_msg("error:conf_get_string %s");
         return true;
     }
@@ -129,7 +134,7 @@ std::string address_header(std::string const& list, char const* label)
 
 int smtpmsg_create_multiline(void* msg, std::vector<std::string>& out, char const* conf)
 {
-    return smtpmsg_create_multiline(msg, out, confw_read(conf));
+    return smtpmsg_create_multiline(msg, out, read_settings(conf));
 }
 
 int smtpmsg_create_multiline(void* msg, std::vector<std::string>& out, conf_settings const& conf)
@@ -146,12 +151,12 @@ int smtpmsg_create_multiline(void* msg, std::vector<std::string>& out, conf_sett
 
 int smtpmsg_create_utf8_multiline(void* msg, std::vector<std::string>& out, char const* conf)
 {
-    return create(msg, out, confw_read(conf), utf8_form);
+    return create(msg, out, read_settings(conf), utf8_form);
 }
 
 int smtpmsg_create_jis_multiline(void* msg, std::vector<std::string>& out, char const* conf)
 {
-    return create(msg, out, confw_read(conf), jis_form);
+    return create(msg, out, read_settings(conf), jis_form);
 }
 
 int smtpmsg_split_address(std::string const& list, std::vector<std::string>& out)
@@ -181,12 +186,12 @@ std::string eliminate_space(std::string const& text)
 
 int msg_header_utf8(void* msg, std::vector<std::string>& out, char const* conf)
 {
-    return header(msg, out, confw_read(conf), utf8_form);
+    return header(msg, out, read_settings(conf), utf8_form);
 }
 
 int msg_header_jis(void* msg, std::vector<std::string>& out, char const* conf)
 {
-    return header(msg, out, confw_read(conf), jis_form);
+    return header(msg, out, read_settings(conf), jis_form);
 }
 
 int msg_body_utf8(void* msg, std::vector<std::string>& out)
@@ -236,7 +241,7 @@ int modify_body_data(char const* in, char* out, int* size)
 
 bool subject_use_encoding(char const* conf)
 {
-    return use_encoding(confw_read(conf));
+    return use_encoding(read_settings(conf));
 }
 
 std::string get_multiline(std::vector<std::string> const& addresses, char const* label)

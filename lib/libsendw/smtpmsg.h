@@ -30,7 +30,8 @@ namespace zelieml
 // Returns 0, or -1 when header or body could not be composed.
 int smtpmsg_create_multiline(void* msg, std::vector<std::string>& out, char const* conf);
 
-// smtpmsg_create_multiline - the same, with settings that have been read
+// smtpmsg_create_multiline - the same, with settings that have been read for this key
+constexpr char key_subject_use_encoding[] = "subject_use_encoding";
 int smtpmsg_create_multiline(void* msg, std::vector<std::string>& out, conf_settings const& conf);
 
 // smtpmsg_split_address - split a list of addresses

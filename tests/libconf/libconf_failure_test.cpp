@@ -275,7 +275,7 @@ TEST_F(SettingsFailure, ToReadLeavesTheFile)
     EXPECT_EQ(conf_get_string("k", val, &len, path.c_str()), -1);
     EXPECT_EQ(len, 0u);
     len = sizeof val;
-    EXPECT_EQ(conf_get_string("k", val, &len, conf_settings(path.c_str())), -1);
+    EXPECT_EQ(conf_get_string("k", val, &len, conf_settings(path.c_str(), {"k"})), -1);
     failing_read = false;
     EXPECT_EQ(len, 0u);
     expect_reported({"error:put_tmp"});

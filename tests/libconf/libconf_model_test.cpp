@@ -91,10 +91,10 @@ TEST(RandomSettings, AreReadAndRewrittenAsTheModelSays)
             EXPECT_EQ((test::reading{result, length, buffer}), test::model_get(file, key, before))
                 << key;
 
-            buffer = before;
-            length = static_cast<unsigned int>(buffer.size());
-            int const from_settings =
-                conf_get_string(key.c_str(), &buffer[0], &length, conf_settings(path.c_str()));
+            buffer                  = before;
+            length                  = static_cast<unsigned int>(buffer.size());
+            int const from_settings = conf_get_string(key.c_str(), &buffer[0], &length,
+                                                      conf_settings(path.c_str(), {key.c_str()}));
             EXPECT_EQ((test::reading{from_settings, length, buffer}),
                       test::model_get(file, key, before))
                 << key;

@@ -5,6 +5,8 @@
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
+#include <initializer_list>
+#include <optional>
 #include <string>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -13,6 +15,7 @@
 #include <vector>
 
 #include "support/unique_fd.h"
+#include "tests/support/failing_new.h"
 #include "tests/support/files.h"
 #include "tests/support/full_disk.h"
 #include "tests/support/trace_recorder.h"
@@ -267,7 +270,7 @@ TEST_F(SettingsFile, SaysTheSameFromSettingsThatHaveBeenRead)
         } said[2];
         for (int read_before = 0; read_before < 2; ++read_before) {
             auto&               now = said[read_before];
-            conf_settings const settings(name);
+            conf_settings const settings(name, {"k", "l", "m", "key", "", " ", "="});
             std::string         buffer(2000, '#');
             unsigned int        length = size != nullptr ? *size : 0;
             char* const         out    = val != nullptr ? buffer.data() : nullptr;
@@ -308,7 +311,7 @@ TEST_F(SettingsFile, SaysTheSameFromSettingsThatHaveBeenRead)
 TEST_F(SettingsFile, IsReadOnceForSeveralKeys)
 {
     test::write_file(path, "k = v\r\nl = w\r\n");
-    conf_settings const settings(path.c_str());
+    conf_settings const settings(path.c_str(), {"k", "l"});
     test::write_file(path, "k = new\r\nl = new\r\n");
     char         val[8];
     unsigned int len = sizeof val;
@@ -317,6 +320,31 @@ TEST_F(SettingsFile, IsReadOnceForSeveralKeys)
     len = sizeof val;
     EXPECT_EQ(conf_get_string("l", val, &len, settings), 0);
     EXPECT_STREQ(val, "w");
+}
+
+// A path may lead to any file.
+TEST_F(SettingsFile, IsReadInLittleMemoryHoweverLargeItIs)
+{
+    std::string lines;
+    for (int i = 0; i < 1000; ++i) {
+        lines += std::string(1000, 'x') + "\r\n\n";
+    }
+    test::write_file(path, lines + "kept = the value\r\n" + lines + "kept = another\r\nw = y\r\n");
+    ASSERT_EQ(::truncate(path.c_str(), 1 << 30), 0);  // a hole, which is an overlong line
+    std::optional<conf_settings> settings;
+    {
+        test::failing_new const no_memory(2);  // for the lines, and for the text of one of them
+        settings.emplace(path.c_str(), std::initializer_list<char const*>{"kept", "w", "none"});
+    }
+    for (char const* const key : {"kept", "w", "none"}) {
+        char         val[2][20] = {"", ""};
+        unsigned int len[2]     = {sizeof val[0], sizeof val[1]};
+        EXPECT_EQ(conf_get_string(key, val[0], &len[0], *settings),
+                  conf_get_string(key, val[1], &len[1], path.c_str()))
+            << key;
+        EXPECT_EQ(len[0], len[1]) << key;
+        EXPECT_STREQ(val[0], val[1]) << key;
+    }
 }
 
 TEST_F(SettingsFile, IsRewrittenAsTheseLinesSay)

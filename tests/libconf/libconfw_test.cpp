@@ -76,7 +76,7 @@ TEST_F(LockedSettings, AreReadOnceWithinOneLock)
 {
     test::write_file(path, "k = v\r\nl = w\r\n");
     test::fail_heap_after(2);
-    conf_settings const settings = confw_read(path.c_str());
+    conf_settings const settings = confw_read(path.c_str(), {"k", "l"});
     for (char const* const key : {"k", "l"}) {
         char         val[16] = "before";
         unsigned int len     = sizeof val;
@@ -90,7 +90,7 @@ TEST_F(LockedSettings, AreNoneWithoutALock)
 {
     test::write_file(path, "k = value\r\n");
     test::fail_heap_after(0);
-    conf_settings const settings = confw_read(path.c_str());
+    conf_settings const settings = confw_read(path.c_str(), {"k", "l"});
     char                val[16]  = "before";
     unsigned int        len      = sizeof val;
     EXPECT_EQ(confw_get_string("k", val, &len, settings), -1);

@@ -364,7 +364,7 @@ TEST_F(Composition, IsTheSameWithSettingsThatHaveBeenRead)
                 record(msg).subject  = "hi";
                 record(msg).encoding = encoding;
                 record(msg).body     = ".a\n.b";
-                conf_settings const read(conf());
+                conf_settings const read(conf(), {key_subject_use_encoding});
                 clear_traces();
                 EXPECT_EQ(read_before != 0 ? smtpmsg_create_multiline(msg.get(), out[1], read)
                                            : smtpmsg_create_multiline(msg.get(), out[0], conf()),
@@ -604,7 +604,7 @@ TEST_F(Composition, WithoutMemoryForBase64AMailIsComposedAllTheSame)
     auto const msg   = new_message();
     record(msg).to   = "x@a.test";
     record(msg).body = std::string(100, 'x');
-    conf_settings const settings(conf());
+    conf_settings const settings(conf(), {key_subject_use_encoding});
     bool                without_body = false;
     for (int good = 0; good < 40 && !without_body; ++good) {
         strings out;
