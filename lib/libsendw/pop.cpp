@@ -48,6 +48,16 @@ int command(_s_pop* session, std::string const& line)
     return pop_error(session->reply) ? -1 : 0;
 }
 
+// Takes the lines that were read. A last one that cannot be taken does not count.
+int take(sock_lines& reply, std::vector<std::string>& lines)
+{
+    if (reply.take() != 0) {
+        lines.pop_back();
+        return -1;
+    }
+    return 0;
+}
+
 // The time stamp of an APOP greeting, with its angle brackets.
 int find_challenge(std::string const& greeting, std::string& challenge)
 {
@@ -226,12 +236,15 @@ int read_multiline_reply(_s_pop* session, std::vector<std::string>& lines, bool&
         }
         lines.push_back(remove_nr(session->reply));
         if (session->reply == ".\r\n") {
-            return reply.take();  // the "." stays among the lines
+            return take(reply, lines);  // the "." stays among the lines
         }
+    }
+    if (take(reply, lines) != 0) {
+        return -1;
     }
     trace_msg("warning: POP MAX LINE COUNT");
     over = true;
-    return reply.take();
+    return 0;
 }
 
 std::string remove_nr(std::string const& line)

@@ -290,10 +290,14 @@ int read_multiline_reply(_s_smtp* session, std::vector<std::string>& lines)
         if (reply.next(line) == -1) {
             return -1;
         }
+        bool const is_last = line.size() >= 4 && line[3] == ' ';
+        if (is_last && reply.take() != 0) {
+            return -1;
+        }
         session->reply += line;
         lines.push_back(std::move(line));
-        if (lines.back().size() >= 4 && lines.back()[3] == ' ') {
-            return reply.take();
+        if (is_last) {
+            return 0;
         }
     }
 }
