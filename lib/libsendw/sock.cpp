@@ -27,7 +27,6 @@ namespace
 constexpr int connect_limit_us = 30 * 1000 * 1000;
 constexpr int poll_pause_us    = 5000;
 constexpr int max_poll_counter = 3000;
-constexpr int line_piece_size  = 1023;
 constexpr int max_pieces       = 16;  // a mail with its end mark has 13
 
 enum class connection_end {
@@ -219,10 +218,10 @@ int sock_readline(int fd, std::string& line)
     if (!connection) {
         return -1;
     }
-    char buf[line_piece_size + 1];
+    char buf[sock_piece_size + 1];
     bool complete = false;
     while (!complete) {
-        int const peeked = receive(fd, buf, line_piece_size, MSG_PEEK);
+        int const peeked = receive(fd, buf, sock_piece_size, MSG_PEEK);
         if (peeked < 1) {
             return -1;
         }
@@ -265,8 +264,8 @@ int sock_lines::next(std::string& line)
         if (given_ == seen_ && take() != 0) {
             return -1;
         }
-        for (; start < end; start += piece_size) {
-            append_up_to_nul(line, bytes_ + start, std::min(end - start, piece_size));
+        for (; start < end; start += sock_piece_size) {
+            append_up_to_nul(line, bytes_ + start, std::min(end - start, sock_piece_size));
         }
         if (line.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
             return -1;

@@ -22,6 +22,9 @@ constexpr unsigned long sock_no_address = 0xFFFFFFFF;
 // The longest command line, its CR LF included.
 constexpr std::size_t sock_max_command = 1023;
 
+// Lines are read in pieces of up to so many bytes.
+constexpr int sock_piece_size = 1023;
+
 // sock_look_up_address - the IPv4 address of a host
 //
 // name  dotted IPv4 address, or a host name, which the system's resolver looks up.
@@ -119,15 +122,14 @@ public:
 
     // take - take the lines given so far from the socket, and nothing past them
     //
-    // To be called after the last line. When next fails, nothing is left to be taken.
+    // To be called after the last line. After a failure the connection is of no more use.
     //
     // Returns 0, or -1 when the connection is lost.
     int take();
 
 private:
     // Whole pieces, so that a NUL hides as much as it does from sock_readline.
-    static constexpr int piece_size = 1023;
-    static constexpr int view_size  = 4 * piece_size;
+    static constexpr int view_size = 4 * sock_piece_size;
 
     int         look();
     char const* find_line_feed() const;
