@@ -9,6 +9,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <functional>
+#include <random>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -618,6 +619,68 @@ TEST_F(SockLines, AreTracedAsBySockReadlineWhenOneComesAlone)
     EXPECT_EQ(traces(), wanted);
     EXPECT_EQ(lines.take(), 0);
     EXPECT_EQ(traces(), wanted) << "it was taken already";
+}
+
+// A random text of lines around the sizes of pieces and views, with NULs.
+std::string random_lines(std::mt19937& random, unsigned int count)
+{
+    auto const below = [&](unsigned int limit) {
+        return static_cast<unsigned int>(random() % limit);
+    };
+    std::string text;
+    for (unsigned int i = 0; i < count; ++i) {
+        unsigned int const sizes[] = {
+            0, below(5), below(200), 1015 + below(16), 2040 + below(12), 4080 + below(24)};
+        for (unsigned int left = sizes[below(6)]; left > 0; --left) {
+            text += below(300) == 0 ? '\0' : static_cast<char>('a' + below(26));
+        }
+        text += '\n';
+    }
+    return below(2) == 0 ? text : text + "tail";
+}
+
+TEST_F(SockLines, AreThoseOfSockReadlineForRandomReplies)
+{
+    // In the second line a NUL just before the end of a piece, and just behind it.
+    std::string const second = "one\n" + std::string(1022, 'x');
+    std::string const nul(1, '\0');
+    strings      texts = {second + nul + "hidden?\nthree\n", second + "x" + nul + "hidden\nthree\n",
+                          second.substr(4) + "x\n" + second.substr(4) + nul + "hidden?\n"};
+    std::mt19937 random(7);
+    while (texts.size() < 500) {
+        std::string const text = random_lines(random, 1 + static_cast<unsigned int>(random() % 12));
+        if (text.size() <= 20000) {
+            texts.push_back(text);
+        }
+    }
+    for (std::size_t i = 0; i < texts.size(); ++i) {
+        std::size_t const wanted = 1 + random() % 13;
+        strings           lines[2];
+        std::string       rest[2];
+        for (int together = 0; together < 2; ++together) {
+            tcp_pair pair;
+            pair.say(texts[i]);
+            ::shutdown(pair.server(), SHUT_WR);
+            sock_lines reply(pair.client());
+            strings&   got    = lines[together];
+            int        length = 0;
+            while (length != -1 && got.size() < wanted) {
+                std::string line;
+                length = together != 0 ? reply.next(line) : sock_readline(pair.client(), line);
+                got.push_back(std::to_string(length) + " " + line);
+            }
+            if (together != 0 && length != -1) {
+                EXPECT_EQ(reply.take(), 0);
+            }
+            char    bytes[4096];
+            ssize_t count = 0;
+            while ((count = ::recv(pair.client(), bytes, sizeof bytes, MSG_DONTWAIT)) > 0) {
+                rest[together].append(bytes, static_cast<std::size_t>(count));
+            }
+        }
+        EXPECT_EQ(lines[1], lines[0]) << "text " << i;
+        EXPECT_EQ(rest[1], rest[0]) << "text " << i;
+    }
 }
 
 TEST_F(SockLines, AreTakenWithoutWhatFollowsThem)
