@@ -226,7 +226,8 @@ void modify_body(void* msg)
     auto modified = heap_array<char>(static_cast<std::size_t>(size));
     // modify_body_data would clear the buffer first.
     if (modified &&
-        write_with_crlf(body.c_str(), modified.get(), &size, opening_dot::doubled) == 0) {
+        write_with_crlf(body.c_str(), modified.get(), &size, opening_dot::doubled) == 0 &&
+        static_cast<std::size_t>(size) <= max_capacity / 2) {
         body.assign(modified.get(), static_cast<std::size_t>(size));
     }
 }
