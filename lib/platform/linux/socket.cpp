@@ -40,7 +40,7 @@ ssize_t send_pieces(int fd, iovec* pieces, int count)
 {
     msghdr message     = {};
     message.msg_iov    = pieces;
-    message.msg_iovlen = static_cast<std::size_t>(count);
+    message.msg_iovlen = static_cast<decltype(message.msg_iovlen)>(count);
     return uninterrupted([&] { return ::sendmsg(fd, &message, MSG_NOSIGNAL); });
 }
 
