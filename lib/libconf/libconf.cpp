@@ -446,13 +446,8 @@ int rename_tmp(char const* path, char const* tmp_path, int tmp)
 class settings_file
 {
 public:
-    // path  or null
-    explicit settings_file(char const* path)
-        : has_path_(path != nullptr), fd_(open_settings(path)), in_(fd_.get())
-    {
-    }
+    explicit settings_file(char const* path) : fd_(open_settings(path)), in_(fd_.get()) {}
 
-    bool     has_path() const { return has_path_; }
     explicit operator bool() const { return static_cast<bool>(fd_); }
 
     // Valid until the next call.
@@ -467,23 +462,23 @@ public:
     }
 
 private:
-    bool        has_path_;
     unique_fd   fd_;
     line_reader in_;
 };
 
-// conf_get_string, from a settings_file or from conf_settings.
-template <class Settings>
-int get_string(char const* key, char* val, unsigned int* len, Settings& settings)
+// conf_get_string, from what open gives: a settings_file or conf_settings.
+template <class Open>
+int get_string(char const* key, char* val, unsigned int* len, bool has_path, Open open)
 {
     trace_msg("conf_get_string key=%s");
     if (len == nullptr) {
         return -1;
     }
-    if (key == nullptr || val == nullptr || !settings.has_path()) {
+    if (key == nullptr || val == nullptr || !has_path) {
         *len = 0;
         return -1;
     }
+    auto&& settings = open();
     if (!settings) {
         trace_msg("error:ifstream(%s)");
         *len = 0;
@@ -533,13 +528,13 @@ char const* conf_settings::find(char const* key) const
 int conf_get_string(char const* key, char* val, unsigned int* len, char const* path)
 {
     no_cancellation const shielded;
-    settings_file         settings(path);
-    return get_string(key, val, len, settings);
+    return get_string(key, val, len, path != nullptr, [&] { return settings_file(path); });
 }
 
 int conf_get_string(char const* key, char* val, unsigned int* len, conf_settings const& settings)
 {
-    return get_string(key, val, len, settings);
+    return get_string(key, val, len, settings.has_path(),
+                      [&]() -> conf_settings const& { return settings; });
 }
 
 int conf_set_string(char const* key, char const* val, char const* path)
