@@ -26,8 +26,8 @@ ROOM = 1.03
 # room, these are the figures of Debian 12 on amd64.
 LIMITS = [
     ("a received mail", ["receive"], 47, None),
-    ("a mail", ["post", "plain"], 68, 66_400),
-    ("a mail, with a CRAM-MD5 login", ["post", "login"], 78, 92_000),
+    ("a mail", ["post", "plain"], 69, 75_400),
+    ("a mail, with a CRAM-MD5 login", ["post", "login"], 79, 99_800),
 ]
 
 
@@ -37,6 +37,10 @@ def in_fixed_surroundings():
         return
     if os.geteuid() != 0:
         sys.exit("counts.py: needs root, to give the machine another name for this program only")
+    for needed in (["unshare", "--mount", "--uts", "true"], ["strace", "-o", os.devnull, "true"]):
+        if subprocess.run(needed, check=False).returncode != 0:
+            print(f"nothing is counted: '{' '.join(needed)}' is not permitted here")
+            sys.exit(0)
     with tempfile.TemporaryDirectory() as folder:
         hosts = pathlib.Path(folder, "hosts")
         hosts.write_text(HOSTS)
