@@ -99,7 +99,7 @@ def table(results):
     """The figures in Markdown."""
     lines = ["| what grows | how many, and the time of all |", "|---|---|"]
     for what, name, _, _ in SUBJECTS:
-        cells = ", ".join(f"{size:,}: {readable(us)}".replace(",", " ", size > 999)
+        cells = ", ".join(f"{size:_}: {readable(us)}".replace("_", " ")
                           for size, us, _ in results[what])
         lines.append(f"| {name} | {cells} |")
     size = results["body"][-1][0]
@@ -109,7 +109,7 @@ def table(results):
 
 
 def plot(results):
-    """Time over size, both relative to the second smallest size, drawn by gnuplot."""
+    """Time over size, drawn by gnuplot."""
     curves = []
     data = []
     for what, name, _, _ in SUBJECTS:
