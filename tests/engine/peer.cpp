@@ -27,6 +27,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "tests/support/main_thread.h"
 #include "zelieml.h"
 
 namespace
@@ -206,11 +207,15 @@ void leave(char** arguments)
     ::usleep(static_cast<useconds_t>(std::atoi(arguments[3])) * 1000);
 }
 
-}  // namespace
+struct command_line {
+    int    argc;
+    char** argv;
+};
 
-int main(int argc, char** argv)
+int run(void* argument)
 {
-    std::string const job = argc > 1 ? argv[1] : "";
+    auto const [argc, argv] = *static_cast<command_line*>(argument);
+    std::string const job   = argc > 1 ? argv[1] : "";
     if (job == "post") {
         post_as_told("The tray is empty.\n");
     } else if (job == "post_large") {
@@ -233,4 +238,12 @@ int main(int argc, char** argv)
         return 99;
     }
     return failures;
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    command_line words = {argc, argv};
+    return work_with_notifications(run, &words);
 }

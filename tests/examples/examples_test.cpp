@@ -186,22 +186,25 @@ TEST_F(Examples, SendAndWaitTakesAllFieldsAndALongBody)
 
 TEST_F(Examples, EngineSendsWhatPostHandsToIt)
 {
-    loopback server;
-    configure(server.smtp_port());
-    program engine({ENGINE_EXAMPLE, work_, "printer 1"});
-    engine.wait_for("ready\n");
-    wait_for_registration();
-    auto const start = std::chrono::steady_clock::now();
-    expect(run(POST_EXAMPLE, with_mail({work_, "printer 1"}), "The tray is empty.\n"), 0, "");
-    engine.wait_for("result 0 (sent): 221 2.0.0 goodbye\n");
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
-    server.wait_for("mail from:<box@a.test> to:<anna@b.test>");
-    EXPECT_TRUE(wait_until([&] { return list_directory(work_) == strings{"zelismes.cf"}; }));
-    engine.signal(SIGTERM);
-    EXPECT_EQ(engine.wait(), 0);
-    EXPECT_EQ(engine.out(), "ready\nresult 0 (sent): 221 2.0.0 goodbye\n");
-    EXPECT_EQ(engine.err(), "");
-    EXPECT_EQ(root.sockets(), strings());
+    for (std::string const& example : strings{ENGINE_EXAMPLES}) {
+        SCOPED_TRACE(example);
+        loopback server;
+        configure(server.smtp_port());
+        program engine({example, work_, "printer 1"});
+        engine.wait_for("ready\n");
+        wait_for_registration();
+        auto const start = std::chrono::steady_clock::now();
+        expect(run(POST_EXAMPLE, with_mail({work_, "printer 1"}), "The tray is empty.\n"), 0, "");
+        engine.wait_for("result 0 (sent): 221 2.0.0 goodbye\n");
+        EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(3));
+        server.wait_for("mail from:<box@a.test> to:<anna@b.test>");
+        EXPECT_TRUE(wait_until([&] { return list_directory(work_) == strings{"zelismes.cf"}; }));
+        engine.signal(SIGTERM);
+        EXPECT_EQ(engine.wait(), 0);
+        EXPECT_EQ(engine.out(), "ready\nresult 0 (sent): 221 2.0.0 goodbye\n");
+        EXPECT_EQ(engine.err(), "");
+        EXPECT_EQ(root.sockets(), strings());
+    }
 }
 
 TEST_F(Examples, EnginePrintsEveryKindOfResult)

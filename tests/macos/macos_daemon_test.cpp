@@ -1,6 +1,7 @@
 // macos_daemon_test.cpp - hosts that fork, and use the library only then
 //
-// This process never uses the frameworks itself: its children are the first that do.
+// This process never uses the frameworks itself, not even a run loop: its children are the first
+// that do.
 
 #include <cstring>
 #include <functional>
@@ -12,6 +13,7 @@
 
 #include "platform/crypto.h"
 #include "platform/notification.h"
+#include "tests/support/main_thread.h"
 #include "tests/support/notification_room.h"
 
 namespace zelieml::test
@@ -33,12 +35,19 @@ bool in_child(std::function<bool()> const& is_so)
     return ::waitpid(child, &status, 0) == child && status == 0;
 }
 
-bool is_heard()
+int hear(void* /*argument*/)
 {
     listener   one("object");
     bool const posted = post("object", "from a daemon") == 0;
-    return one.added() == 0 && posted && one.heard().wait_for(1) == 1 &&
-           one.heard().all() == std::vector<std::string>{"from a daemon"} && one.remove() == 0;
+    bool const heard  = one.added() == 0 && posted && one.heard().wait_for(1) == 1 &&
+                       one.heard().all() == std::vector<std::string>{"from a daemon"} &&
+                       one.remove() == 0;
+    return heard ? 0 : 1;
+}
+
+bool is_heard()
+{
+    return work_with_notifications(hear, nullptr) == 0;
 }
 
 bool has_digests()

@@ -1,6 +1,6 @@
 // macos_delivery_test.cpp - notifications that a run loop delivers, and those that come late
 //
-// The program has no pump thread: nothing is delivered unless a run loop runs.
+// Nothing is delivered unless a test runs the loop: the main function is GoogleTest's.
 
 #include <CoreFoundation/CoreFoundation.h>
 #include <atomic>
@@ -8,6 +8,7 @@
 #include <pthread.h>
 #include <string>
 #include <thread>
+#include <unistd.h>
 #include <vector>
 
 #include "platform/notification.h"
@@ -38,8 +39,6 @@ SInt32 run_loop(double seconds, bool one_only = false)
 class RunLoop : public ::testing::Test
 {
 protected:
-    static void SetUpTestSuite() { fake::deliver_from(fake::delivery::run_loop); }
-
     notification_room const room_;
 };
 
@@ -144,28 +143,60 @@ TEST_F(RunLoop, IsWaitedForByWhoRemovesFromAnotherThread)
     remover.join();
 }
 
-// The thread is the host's: cancelled in a delivery, it ends after it, and holds nothing.
-TEST_F(RunLoop, MayBeThatOfACancelledThread)
+// Does not return: the thread is cancelled in a delivery, and ends after it.
+void be_cancelled_in_a_delivery()
 {
-    listener  one("object", test_name, [](std::string const&) {
+    listener one("object", test_name, [](std::string const&) {
         ::pthread_cancel(::pthread_self());
         ::pthread_testcancel();
     });
-    pthread_t thread = {};
     post("object", "the last");
-    ASSERT_TRUE(wait_for_undelivered(1));
-    auto const run_once = [](void*) -> void* {
-        run_loop(0, true);
-        ::pthread_testcancel();
-        return nullptr;
+    if (!wait_for_undelivered(1)) {
+        return;
+    }
+    // It ends the process, which would go on without its main thread.
+    auto const look = [](void* observer) {
+        listener&  cancelled     = *static_cast<listener*>(observer);
+        bool const holds_nothing = fake::undelivered() == 0 && cancelled.remove() == 0;
+        ::_exit(holds_nothing && cancelled.heard().all() == texts{"the last"} ? 0 : 1);
     };
-    ASSERT_EQ(::pthread_create(&thread, nullptr, run_once, nullptr), 0);
-    void* result = nullptr;
-    ASSERT_EQ(::pthread_join(thread, &result), 0);
-    EXPECT_EQ(result, PTHREAD_CANCELED);
-    EXPECT_EQ(fake::undelivered(), 0);
-    EXPECT_EQ(one.remove(), 0);
-    EXPECT_EQ(one.heard().all(), texts{"the last"});
+    pthread_cleanup_push(look, &one);
+    run_loop(0, true);
+    ::pthread_testcancel();
+    pthread_cleanup_pop(0);
+}
+
+// The thread is the host's. In a process of its own, not a forked child.
+TEST(RunLoopDeathTest, MayBeThatOfACancelledThread)
+{
+    ::testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(be_cancelled_in_a_delivery(), ::testing::ExitedWithCode(0), "");
+}
+
+TEST_F(RunLoop, DeliversNothingOnAnotherThread)
+{
+    listener one("object");
+    post("object", "for the main thread");
+    ASSERT_TRUE(wait_for_undelivered(1));
+    std::thread other([] { EXPECT_EQ(run_loop(10), kCFRunLoopRunFinished); });
+    other.join();
+    EXPECT_TRUE(one.heard().all().empty());
+    run_loop(0);
+    EXPECT_EQ(one.heard().all(), texts{"for the main thread"});
+}
+
+TEST_F(RunLoop, RunsUntilItIsToldToStop)
+{
+    listener one("object");
+    CFRunLoopStop(CFRunLoopGetMain());
+    EXPECT_EQ(run_loop(0.01), kCFRunLoopRunTimedOut) << "it did not run when it was told";
+    thread_id const running = this_thread();
+    std::thread     stopper([&] {
+        EXPECT_TRUE(wait_until_blocked(running));
+        CFRunLoopStop(CFRunLoopGetMain());
+    });
+    EXPECT_EQ(run_loop(60), kCFRunLoopRunStopped);
+    stopper.join();
 }
 
 TEST_F(RunLoop, LeavesAloneWhatIsNoText)

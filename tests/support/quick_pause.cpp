@@ -15,12 +15,12 @@ namespace zelieml::platform
 bool pause::open()
 {
     int ends[2];
-    if (::pipe2(ends, O_CLOEXEC) != 0) {
+    if (::pipe(ends) != 0) {
         return false;
     }
     read_end_.reset(ends[0]);
     write_end_.reset(ends[1]);
-    return true;
+    return ::fcntl(ends[0], F_SETFD, FD_CLOEXEC) == 0 && ::fcntl(ends[1], F_SETFD, FD_CLOEXEC) == 0;
 }
 
 void pause::wait(int ms)

@@ -31,6 +31,11 @@ bool wait_until_ended(thread_id thread)
     return wait_until([&] { return has_ended(thread); });
 }
 
+bool wait_for_running_threads(int count)
+{
+    return wait_until([&] { return running_threads() == count; });
+}
+
 bool wait_until_blocked(thread_id thread)
 {
     watch observed;

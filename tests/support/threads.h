@@ -60,14 +60,14 @@ private:
     std::thread            thread_;  // the last: it uses the others
 };
 
-// ------------------------------------------------------------------ on Linux only
-
 // The threads that have not ended. One that was joined is not among them, although a busy system
-// may list it for a while.
+// may list it for a while. macOS starts and ends threads of its own: it always says 0.
 int running_threads();
 
 // Waits until there are so many. Returns false when that does not happen within 20 s.
 bool wait_for_running_threads(int count);
+
+// ------------------------------------------------------------------ on Linux only
 
 // The signals, as bits from 1 << 0 for signal 1 on, that all threads but this one have blocked.
 std::uint64_t blocked_by_all_others();

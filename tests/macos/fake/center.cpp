@@ -1,9 +1,10 @@
-// center.cpp - the distributed notification center, and the run loop that may deliver from it
+// center.cpp - the distributed notification center, and the run loop that delivers from it
 //
-// Every process that observes listens on a stream socket of its own in a folder of its room, if a
-// test has one, or else of its user's; a poster connects to each and writes the notification. A
-// thread of the observing process takes them in at once, so that no poster waits for a delivery;
-// another thread, or the run loop, calls the observers.
+// Every process that observes listens on a stream socket of its own in a folder of the build, which
+// stands for a login session: as on a Mac, all tests share one. A poster connects to each and
+// writes the notification. A thread of the observing process takes them in at once, so that no
+// poster waits for a delivery. The run loop of the main thread calls the observers, and nothing else
+// does.
 //
 // As the real center may, it can know an observer late and deliver twice, see slow_variable. What a
 // process posts itself is never too early for its observers.
@@ -25,6 +26,7 @@
 #include <pthread.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -37,8 +39,7 @@ namespace zelieml::fake
 namespace
 {
 
-constexpr char root_variable[] =
-    "ZELIEML_NOTIFICATION_ROOT";                         // a room that tests have to themselves
+constexpr char folder_path[]   = ZELIEML_FAKE_SESSION;
 constexpr char slow_variable[] = "ZELIEML_SLOW_CENTER";  // set: late and twice
 constexpr char suffix[]        = ".center";
 constexpr auto lateness        = std::chrono::milliseconds(30);
@@ -91,14 +92,14 @@ struct center_state {
     std::condition_variable changed;
     list<observer>          observers;
     list<notification>      waiting;  // the next one first
-    delivery                from       = delivery::pump_thread;
-    bool                    delivering = false;
-    bool                    pumping    = false;
-    bool                    stopped    = false;
-    int                     socket     = -1;
-    pthread_t               listening  = {};
-    text                    path;  // of the folder
-    text                    file;
+    bool      observed   = false;     // it had an observer, so that the run loop has a source
+    bool      delivering = false;
+    bool      stopped    = false;  // the process ends
+    bool      running    = false;  // the run loop
+    bool      stop_loop  = false;
+    int       socket     = -1;
+    pthread_t listening  = {};
+    text      file;
 };
 
 // Never destroyed: its threads run until the very end.
@@ -125,22 +126,10 @@ CFNotificationCenterRef the_center_object()
 
 // ---- the folder, and messages
 
-// The folder of a room; without one, that of a user.
-text folder_path()
-{
-    char const* const root = std::getenv(root_variable);
-    if (root != nullptr) {
-        return text(root) + "/.fake-center";
-    }
-    char path[64];
-    std::snprintf(path, sizeof path, "/tmp/.fake-center-%d", static_cast<int>(::geteuid()));
-    return path;
-}
-
 // A descriptor of the folder; -1 when there is none.
-int open_folder(text const& path)
+int open_folder()
 {
-    return ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    return ::open(folder_path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
 }
 
 sockaddr_un address_in(int folder, char const* file)
@@ -272,14 +261,13 @@ void listen_for_posts(center_state& center)
     char                         unready[64];
     std::snprintf(unready, sizeof unready, "%d-%u", static_cast<int>(::getpid()), ++number);
     center.file   = text(unready) + suffix;
-    center.path   = folder_path();
     center.socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
     // Another process may remove the folder at any time, as its last one. The file gets its name
     // when it is ready: a poster takes one that nobody listens on for a dead process's.
     bool ready = false;
     for (int i = 0; i < 1000 && !ready; ++i) {
-        ::mkdir(center.path.c_str(), 0700);
-        int const folder = open_folder(center.path);
+        ::mkdir(folder_path, 0700);
+        int const folder = open_folder();
         if (folder >= 0) {
             sockaddr_un const address = address_in(folder, unready);
             ready = ::bind(center.socket, reinterpret_cast<sockaddr const*>(&address),
@@ -301,8 +289,8 @@ void stop_listening(center_state& center, std::unique_lock<std::mutex>& hold)
 {
     int const       socket = std::exchange(center.socket, -1);
     pthread_t const thread = center.listening;
-    ::unlink((center.path + "/" + center.file).c_str());
-    ::rmdir(center.path.c_str());  // if nobody else listens
+    ::unlink((text(folder_path) + "/" + center.file).c_str());
+    ::rmdir(folder_path);  // if nobody else listens
     ::shutdown(socket, SHUT_RDWR);
     center.waiting.clear();
     hold.unlock();
@@ -364,19 +352,6 @@ void deliver_next(center_state& center, std::unique_lock<std::mutex>& hold)
     center.changed.notify_all();
 }
 
-void* pump(void* /*argument*/)
-{
-    center_state&                center = the_center();
-    std::unique_lock<std::mutex> hold(center.guard);
-    for (;;) {
-        center.changed.wait(hold, [&] { return !center.waiting.empty() || center.stopped; });
-        if (center.stopped) {
-            return nullptr;
-        }
-        deliver_next(center, hold);
-    }
-}
-
 // ---- arguments
 
 center_state& checked_center(CFNotificationCenterRef center, char const* function)
@@ -416,16 +391,6 @@ bool stop_delivery()
     return !center.observers.empty();
 }
 
-void deliver_from(delivery where)
-{
-    center_state&                     center = the_center();
-    std::lock_guard<std::mutex> const hold(center.guard);
-    if (!center.observers.empty() || center.pumping) {
-        refuse("deliver_from", "there is, or has been, an observer");
-    }
-    center.from = where;
-}
-
 int undelivered()
 {
     center_state&                     center = the_center();
@@ -462,16 +427,10 @@ void CFNotificationCenterAddObserver(CFNotificationCenterRef ref, void const* wh
     observer const          added       = {who, proc, checked_string(name, function),
                                            checked_string(object, function), known_since};
     std::unique_lock<std::mutex> hold(center.guard);
-    if (center.socket >= 0 && center.path != folder_path()) {
-        stop_listening(center, hold);  // the test has gone to another room
-    }
     if (center.socket < 0) {
         listen_for_posts(center);
     }
-    if (center.from == delivery::pump_thread && !center.pumping) {
-        center.pumping = true;
-        ::pthread_detach(start_thread(pump, nullptr));
-    }
+    center.observed = true;
     center.observers.push_back(added);
 }
 
@@ -544,7 +503,7 @@ void CFNotificationCenterPostNotificationWithOptions(CFNotificationCenterRef ref
         }
     }
 
-    int const folder = open_folder(folder_path());
+    int const folder = open_folder();
     DIR*      open   = folder >= 0 ? ::fdopendir(folder) : nullptr;
     if (open == nullptr) {
         return;
@@ -567,18 +526,40 @@ void CFNotificationCenterPostNotificationWithOptions(CFNotificationCenterRef ref
 
 CFStringRef const kCFRunLoopDefaultMode = CFSTR("kCFRunLoopDefaultMode");
 
-CFRunLoopRef CFRunLoopGetMain(void)
+namespace
+{
+
+run_loop_object* main_loop()
 {
     require_first_process("CFRunLoopGetMain");
     static auto* const one = constant_object<run_loop_object>();
-    return reinterpret_cast<CFRunLoopRef>(one);
+    return one;
 }
 
-CFRunLoopRef CFRunLoopGetCurrent(void)
+bool on_main_thread()
 {
-    return CFRunLoopGetMain();
+    return ::syscall(SYS_gettid) == ::getpid();
 }
 
+}  // namespace
+
+CFRunLoopRef CFRunLoopGetMain(void)
+{
+    return reinterpret_cast<CFRunLoopRef>(main_loop());
+}
+
+// As in the real one, a loop that does not run forgets that it was told to stop.
+void CFRunLoopStop(CFRunLoopRef loop)
+{
+    as<run_loop_object>(loop, "CFRunLoopStop");
+    center_state&                     center = checked_center(the_center_object(), "CFRunLoopStop");
+    std::lock_guard<std::mutex> const hold(center.guard);
+    center.stop_loop = center.running;
+    center.changed.notify_all();
+}
+
+// The loop of another thread has nothing to wait for, nor has that of the main thread before there
+// was an observer.
 SInt32 CFRunLoopRunInMode(CFStringRef mode, CFTimeInterval seconds, Boolean return_after_one)
 {
     center_state& center = checked_center(the_center_object(), "CFRunLoopRunInMode");
@@ -586,17 +567,27 @@ SInt32 CFRunLoopRunInMode(CFStringRef mode, CFTimeInterval seconds, Boolean retu
                        std::chrono::duration_cast<std::chrono::steady_clock::duration>(
                            std::chrono::duration<double>(seconds));
     std::unique_lock<std::mutex> hold(center.guard);
-    if (CFEqual(mode, kCFRunLoopDefaultMode) == FALSE || center.from != delivery::run_loop) {
+    if (CFEqual(mode, kCFRunLoopDefaultMode) == FALSE || !on_main_thread() || !center.observed) {
         return kCFRunLoopRunFinished;
     }
-    while (center.changed.wait_until(hold, until, [&] { return !center.waiting.empty(); })) {
+    center.running   = true;
+    center.stop_loop = false;
+    SInt32 result    = kCFRunLoopRunTimedOut;
+    while (center.changed.wait_until(hold, until,
+                                     [&] { return center.stop_loop || !center.waiting.empty(); })) {
+        if (center.stop_loop) {
+            result = kCFRunLoopRunStopped;
+            break;
+        }
         deliver_next(center, hold);
         if (return_after_one != FALSE) {
-            return kCFRunLoopRunHandledSource;
+            result = kCFRunLoopRunHandledSource;
+            break;
         }
         if (seconds <= 0) {
             break;  // the real one has looked at one source, and has no time for more
         }
     }
-    return kCFRunLoopRunTimedOut;
+    center.running = false;
+    return result;
 }

@@ -49,15 +49,6 @@ bool creation_failed();
 // key_derivations - how often SecKeyDeriveFromPassword was called
 int key_derivations();
 
-// Where notifications are delivered.
-enum class delivery {
-    pump_thread,  // on a thread of the fake's own, which stands for a host's main thread
-    run_loop      // in CFRunLoopRunInMode, on the thread that calls it
-};
-
-// deliver_from - the default is the pump thread; to be called while there is no observer
-void deliver_from(delivery where);
-
 // undelivered - notifications that have reached this process and wait for their delivery
 int undelivered();
 

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include "tests/support/files.h"
-#include "tests/support/wait_until.h"
 
 namespace zelieml::test
 {
@@ -75,11 +74,6 @@ int running_threads()
         count += is_over(thread) ? 0 : 1;
     }
     return count;
-}
-
-bool wait_for_running_threads(int count)
-{
-    return wait_until([&] { return running_threads() == count; });
 }
 
 std::uint64_t blocked_by_all_others()

@@ -268,7 +268,6 @@ enum {
 
 SDK_EXTERN CFStringRef const kCFRunLoopDefaultMode SDK_SINCE(10.0);
 
-SDK_EXTERN CFRunLoopRef CFRunLoopGetCurrent(void) SDK_SINCE(10.0);
 SDK_EXTERN CFRunLoopRef CFRunLoopGetMain(void) SDK_SINCE(10.0);
 SDK_EXTERN void         CFRunLoopStop(CFRunLoopRef loop) SDK_SINCE(10.0);
 SDK_EXTERN SInt32       CFRunLoopRunInMode(CFStringRef mode, CFTimeInterval seconds,
