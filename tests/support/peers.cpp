@@ -12,6 +12,9 @@
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 
+#include "platform/socket.h"
+#include "tools/mailserver/quiet.h"
+
 namespace zelieml::test
 {
 
@@ -91,6 +94,7 @@ listening_socket::listening_socket(int backlog) : fd_(::socket(AF_INET, SOCK_STR
     if (!fd_) {
         fail("socket");
     }
+    mailserver::keep_quiet(fd_.get());
     port_ = bind_somewhere(fd_.get());
     if (::listen(fd_.get(), backlog) != 0) {
         fail("listen");
@@ -120,7 +124,7 @@ closed_port::closed_port() : fd_(::socket(AF_INET, SOCK_STREAM, 0))
     number_ = bind_somewhere(fd_.get());
 }
 
-crowded_port::crowded_port() : door_(0)
+crowded_port::crowded_port() : door_(1)
 {
     sockaddr_in const address = address_of(door_.port());
     for (int i = 0; i < 16; ++i) {
@@ -162,9 +166,10 @@ tcp_pair::tcp_pair()
 {
     listening_socket const door;
     sockaddr_in const      address = address_of(door.port());
-    client_.reset(::socket(AF_INET, SOCK_STREAM, 0));
-    if (!client_ || ::connect(client_.get(), reinterpret_cast<sockaddr const*>(&address),
-                              sizeof address) != 0) {
+    client_.reset(platform::open_stream_socket());
+    if (!client_ || ::fcntl(client_.get(), F_SETFL, 0) != 0 ||
+        ::connect(client_.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address) !=
+            0) {
         fail("connect");
     }
     server_ = door.accept();

@@ -23,7 +23,7 @@ namespace zelieml::test
 class listening_socket
 {
 public:
-    // backlog  for listen
+    // backlog  for listen; 0 is a long one on macOS
     explicit listening_socket(int backlog = 8);
 
     // In host byte order.
@@ -78,6 +78,7 @@ class tcp_pair
 public:
     tcp_pair();
 
+    // A socket of the library.
     int client() const { return client_.get(); }
     // The client's end for code that closes it.
     int release_client() { return client_.release(); }

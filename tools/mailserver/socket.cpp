@@ -14,6 +14,8 @@
 #include <system_error>
 #include <unistd.h>
 
+#include "tools/mailserver/quiet.h"
+
 namespace zelieml::mailserver
 {
 
@@ -80,6 +82,7 @@ listener::listener(std::uint16_t port) : fd_(::socket(AF_INET, SOCK_STREAM, 0))
         fail(what);
     }
     close_on_exec(fd_.get());
+    keep_quiet(fd_.get());
     // A client that goes between poll and accept must not leave accept waiting for the next.
     ::fcntl(fd_.get(), F_SETFL, O_NONBLOCK);
     set_option(fd_.get(), SOL_SOCKET, SO_REUSEADDR, int{1});
