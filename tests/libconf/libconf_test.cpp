@@ -3,6 +3,7 @@
 #include "libconf/libconf.h"
 
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <initializer_list>
@@ -583,14 +584,19 @@ TEST_F(SettingsFile, ReportsWhatCannotBeOpened)
     EXPECT_EQ(test::list_directory(dir.path()), strings{"file"});
 }
 
-void make_socket(std::string const& name)
+// By a name in the current directory: an address has room for 104 bytes on some systems.
+void make_socket(std::string const& path)
 {
-    unique_fd const socket(::socket(AF_UNIX, SOCK_STREAM, 0));
-    sockaddr_un     address = {};
-    address.sun_family      = AF_UNIX;
-    ASSERT_LT(name.size(), sizeof address.sun_path);
+    namespace fs             = std::filesystem;
+    fs::path const    before = fs::current_path();
+    std::string const name   = fs::path(path).filename().string();
+    unique_fd const   socket(::socket(AF_UNIX, SOCK_STREAM, 0));
+    sockaddr_un       address = {};
+    address.sun_family        = AF_UNIX;
     std::memcpy(address.sun_path, name.c_str(), name.size() + 1);
-    ASSERT_EQ(::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    fs::current_path(fs::path(path).parent_path());
+    EXPECT_EQ(::bind(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+    fs::current_path(before);
 }
 
 TEST_F(SettingsFile, ReportsWhatIsThereButCannotBeOpened)

@@ -96,7 +96,7 @@ TEST_F(MessageFiles, HaveTheRightNameAnywhereInTheirs)
         {"\xe7\xb4\x99.sme", true, "a name in UTF-8"},
         {"a%s%n.sme", true, "a name that looks like a format"},
         {"w\\20240101.sme", true, "a backslash is a letter"},
-        {"a.SME", false, "other case"},
+        {"b.SME", false, "other case"},
         {"asme", false, "no dot"},
         {"a.sm", false, "too short"},
         {"a.s.me", false, "not in one piece"},
