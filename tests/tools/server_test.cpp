@@ -4,6 +4,7 @@
 
 #include <arpa/inet.h>
 #include <atomic>
+#include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
@@ -12,10 +13,12 @@
 #include <system_error>
 #include <thread>
 
+#include "platform/socket.h"
 #include "tests/support/case_name.h"
 #include "tests/support/dialogues.h"
 #include "tests/support/files.h"
 #include "tests/support/mail_server.h"
+#include "tests/support/peers.h"
 #include "tests/support/scripted_client.h"
 
 namespace zelieml::test
@@ -442,6 +445,28 @@ TEST(Server, LeavesNoDescriptorOpen)
         hear_line(client);
     }
     EXPECT_EQ(open_descriptors(), before);
+}
+
+// The servers of the tests must not end the programs that they are in.
+TEST(BrokenConnection, RaisesNoSignalInTheServersThreads)
+{
+    std::signal(SIGPIPE, SIG_DFL);
+    mailserver::listener const door(0);
+    mailserver::stop_signal    never;
+    unique_fd                  client(platform::open_stream_socket());
+    ASSERT_EQ(platform::connect_within(
+                  client.get(), platform::ipv4_peer(htonl(INADDR_LOOPBACK), htons(door.port())),
+                  20000000),
+              0);
+    ASSERT_TRUE(mailserver::wait_for_client(door, never, 20s));
+    stream server(door.accept(), 20s);
+    break_connection(client);
+    // The first failure says how it ended; only later ones may raise a signal.
+    mailserver::start_thread([&] {
+        for (int failures = 0; failures < 2;) {
+            failures += server.write("x") ? 0 : 1;
+        }
+    }).join();
 }
 
 }  // namespace zelieml::test
