@@ -159,7 +159,7 @@ TEST(MessageFileThatGrewOrShrank, IsLoadedAsItIs)
 {
     test::temp_dir const dir;
     std::string const    path = dir.file("a.sme");
-    for (std::size_t const size : {0, 10, 5000, 9000}) {
+    for (std::size_t const size : {0U, 10U, 5000U, 9000U}) {
         test::write_file(path, std::string(4500, 'x'));
         message_file const file = open_message_file(path.c_str());
         test::write_file(path, std::string(size, 'x'));
