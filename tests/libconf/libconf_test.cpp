@@ -255,7 +255,7 @@ TEST_F(SettingsFile, SaysTheSameFromSettingsThatHaveBeenRead)
         "this is about k\r\nk = v\r\n",
         "\r\n\n\nk=\r\n",
         "k = without CR\nl = v",
-        std::string("a = b\0k = hidden\r\nk = x\0y\r\n", 32),
+        std::string("a = b\0k = hidden\r\nk = x\0y\r\n", 27),
         line + "\r\nl = v\r\n",
         line + "x\r\nl = v\r\n",
         "l = v\r\n" + line + "x\r\nm = v\r\n",
