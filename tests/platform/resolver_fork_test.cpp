@@ -1,6 +1,7 @@
 // resolver_fork_test.cpp - forks during look-ups that last, and an answer that needs a large buffer
 //
-// The program is linked so that gethostbyname_r and pthread_cond_clockwait come here first.
+// The program is linked so that gethostbyname_r and pthread_cond_clockwait come here first, the
+// latter also under its name in 32-bit programs with 64-bit times.
 
 #include <arpa/inet.h>
 #include <atomic>
@@ -37,6 +38,15 @@ clockid_t         clock_of_waits    = -1;
 std::atomic<bool> wait_is_held      = false;  // a fork waits until this is over
 bool              was_held_too_long = false;
 
+void note_wait(clockid_t clock)
+{
+    ++waits;
+    clock_of_waits = clock;
+    if (wait_is_held) {
+        was_held_too_long = !zelieml::test::wait_until([] { return !wait_is_held; });
+    }
+}
+
 }  // namespace
 
 extern "C" {
@@ -47,6 +57,11 @@ int __real_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* gu
                                   clockid_t clock, timespec const* until);
 int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* guard,
                                   clockid_t clock, timespec const* until);
+
+int __real___pthread_cond_clockwait64(pthread_cond_t* condition, pthread_mutex_t* guard,
+                                      clockid_t clock, timespec const* until) __attribute__((weak));
+int __wrap___pthread_cond_clockwait64(pthread_cond_t* condition, pthread_mutex_t* guard,
+                                      clockid_t clock, timespec const* until);
 
 int __wrap_gethostbyname_r(char const* name, hostent* storage, char* /*buffer*/, std::size_t size,
                            hostent** entry, int* /*error*/)
@@ -74,12 +89,15 @@ int __wrap_gethostbyname_r(char const* name, hostent* storage, char* /*buffer*/,
 int __wrap_pthread_cond_clockwait(pthread_cond_t* condition, pthread_mutex_t* guard,
                                   clockid_t clock, timespec const* until)
 {
-    ++waits;
-    clock_of_waits = clock;
-    if (wait_is_held) {
-        was_held_too_long = !zelieml::test::wait_until([] { return !wait_is_held; });
-    }
+    note_wait(clock);
     return __real_pthread_cond_clockwait(condition, guard, clock, until);
+}
+
+int __wrap___pthread_cond_clockwait64(pthread_cond_t* condition, pthread_mutex_t* guard,
+                                      clockid_t clock, timespec const* until)
+{
+    note_wait(clock);
+    return __real___pthread_cond_clockwait64(condition, guard, clock, until);
 }
 
 }  // extern "C"
