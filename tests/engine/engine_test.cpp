@@ -331,7 +331,7 @@ TEST(Engine, ThatCannotStartLeavesNothing)
 
 TEST(Engine, DoesNotStartWhereNotificationsHaveNoPlace)
 {
-    SKIP_UNLESS(has_backend("linux"), "another back end has no sockets in directories");
+    SKIP_UNLESS(has_backend("linux"), "only on Linux do notifications need a directory");
     workplace work(nobody.number());
     temp_dir  empty;
     int const descriptors = open_descriptors();

@@ -109,7 +109,7 @@ TEST_F(EngineTraces, OfStartAndStop)
 
 TEST_F(EngineTraces, OfAStartThatFails)
 {
-    SKIP_UNLESS(test::has_backend("linux"), "another back end has no sockets in directories");
+    SKIP_UNLESS(test::has_backend("linux"), "only on Linux do notifications need a directory");
     strings const     no_thread = {"eml_start in",    "workdir = %s",       "stock_symbol = %s",
                                    "start_thread in", "error:start_thread", "error: ieml::start"};
     std::string const no_symbol(255, 's');

@@ -25,6 +25,7 @@
 #include "platform/linux/refuse_descriptors.h"
 #include "support/unique_fd.h"
 #include "tests/support/files.h"
+#include "tests/support/skip.h"
 #include "tests/support/workplace.h"
 #include "zelieml.h"
 
@@ -756,6 +757,10 @@ need const few_scenes = {[](scene const& where) {
                          },
                          "it is the number or the size that counts, and it takes long"};
 
+need const places = {
+    [](scene const& /*where*/) { return has_backend("linux"); },
+    "only on Linux do notifications need files, and no other user reaches the fake"};
+
 // ----- what root gives beforehand
 
 bool make_device(target const& t)
@@ -779,6 +784,11 @@ bool remove_settings(target const& t)
 }
 
 }  // namespace
+
+attack& attack::on_linux()
+{
+    return only_with(places);
+}
 
 attack& attack::makes_many()
 {

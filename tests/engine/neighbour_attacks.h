@@ -124,12 +124,8 @@ struct attack : named_case {
         not_possible = reason;
         return *this;
     }
-    attack& on_linux()
-    {
-        linux_only = true;
-        return *this;
-    }
-    bool may(gain what) const { return (gains & what) != 0; }
+    attack& on_linux();
+    bool    may(gain what) const { return (gains & what) != 0; }
 
     deed              before   = nullptr;
     deed              during   = nullptr;
@@ -140,7 +136,6 @@ struct attack : named_case {
     char const*       not_given = nullptr;
     bool (*possible)()          = nullptr;
     char const* not_possible    = nullptr;
-    bool        linux_only      = false;
     bool        crowds          = false;
 };
 

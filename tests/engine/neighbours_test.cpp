@@ -224,7 +224,6 @@ protected:
     void SetUp() override
     {
         SKIP_UNLESS_ROOT("other users act here");
-        SKIP_UNLESS(has_backend("linux") || !what_.linux_only, "only on Linux users have places");
         SKIP_UNLESS(what_.possible == nullptr || what_.possible(), what_.not_possible);
         ::umask(022);
         set_wall_clock(std::time(nullptr), 1);

@@ -251,7 +251,7 @@ TEST(Processes, APosterThatIsKilledHarmsNobody)
 
 TEST(Processes, AnEngineThatIsSuspendedDelaysAPosterLittle)
 {
-    SKIP_UNLESS(has_backend("linux"), "with another back end no poster waits");
+    SKIP_UNLESS(has_backend("linux"), "on macOS no post waits for an engine");
     mail_server       server;
     workplace         work(server.smtp_port());
     engine_program    engine(work, "symbol");
