@@ -17,7 +17,11 @@
 #include "libconf/libconf.h"
 #include "tests/support/closed_standard.h"
 #include "tests/support/files.h"
+#include "tests/support/interruptions.h"
 #include "tests/support/trace_recorder.h"
+
+using zelieml::test::interrupted;  // reads, writes and syncs
+using zelieml::test::interruptions;
 
 namespace
 {
@@ -30,7 +34,6 @@ bool        failing_fchmod       = false;
 bool        failing_fsync        = false;
 bool        failing_fgetxattr    = false;
 bool        failing_close_at_end = false;  // of a descriptor that was written to
-int         interruptions        = 0;      // reads, writes and syncs that end with EINTR first
 std::size_t most_at_once         = 0;      // bytes that a read or write moves at most, if not 0
 
 off_t size_at_sync = -1;
@@ -38,16 +41,6 @@ off_t size_at_sync = -1;
 bool used_standard = false;  // one of 0 to 2 was open during a read, a write or a removal
 
 std::function<void()> when_one_goes;  // called after the first removal
-
-bool interrupted()
-{
-    if (interruptions == 0) {
-        return false;
-    }
-    --interruptions;
-    errno = EINTR;
-    return true;
-}
 
 void look_at_standard()
 {

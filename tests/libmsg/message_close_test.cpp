@@ -7,30 +7,22 @@
 
 #include "libmsg/libmsg.h"
 #include "tests/support/files.h"
+#include "tests/support/interruptions.h"
 #include "tests/support/trace_recorder.h"
 #include "zelieml.h"
 
 using namespace zelieml;
+using test::interrupted;  // reads and writes
+using test::interruptions;
 
 using strings = std::vector<std::string>;
 
 namespace
 {
 
-int failing       = 0;  // the error of each call of close
-int interruptions = 0;  // reads and writes that end with EINTR first
-int reads         = 0;
-int most_read     = 0;  // bytes that one call of pread gives; 0: any number
-
-bool interrupted()
-{
-    if (interruptions == 0) {
-        return false;
-    }
-    --interruptions;
-    errno = EINTR;
-    return true;
-}
+int failing   = 0;  // the error of each call of close
+int reads     = 0;
+int most_read = 0;  // bytes that one call of pread gives; 0: any number
 
 }  // namespace
 

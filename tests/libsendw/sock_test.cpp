@@ -479,26 +479,34 @@ std::vector<line_case> line_cases()
     };
 }
 
-TEST_F(SockReadline, ReadsLineByLine)
+// Reads what each case says; a Reader is made of the socket.
+template <class Reader, class ReadLine>
+void expect_lines(ReadLine const& read_line)
 {
     for (line_case const& c : line_cases()) {
+        SCOPED_TRACE(c.reason);
         tcp_pair pair;
         pair.say(c.said);
         pair.server_closes();
         clear_traces();
 
         std::string line;
+        Reader      reader(pair.client());
         for (std::string const& wanted : c.lines) {
-            EXPECT_EQ(sock_readline(pair.client(), line), static_cast<int>(wanted.size()))
-                << c.reason;
-            EXPECT_EQ(line, wanted) << c.reason;
+            EXPECT_EQ(read_line(reader, line), static_cast<int>(wanted.size()));
+            EXPECT_EQ(line, wanted);
         }
         line = "what was there before";
-        EXPECT_EQ(sock_readline(pair.client(), line), -1) << c.reason;
-        EXPECT_EQ(line, c.rest) << c.reason;
+        EXPECT_EQ(read_line(reader, line), -1);
+        EXPECT_EQ(line, c.rest);
 
-        EXPECT_EQ(trouble_traces(), strings{}) << c.reason;
+        EXPECT_EQ(trouble_traces(), strings{});
     }
+}
+
+TEST_F(SockReadline, ReadsLineByLine)
+{
+    expect_lines<int>([](int fd, std::string& line) { return sock_readline(fd, line); });
 }
 
 TEST_F(SockReadline, TakesNothingPastTheLineFeed)
@@ -583,24 +591,7 @@ class SockLines : public on_a_clean_machine
 
 TEST_F(SockLines, AreThoseOfSockReadline)
 {
-    for (line_case const& c : line_cases()) {
-        tcp_pair pair;
-        pair.say(c.said);
-        pair.server_closes();
-        clear_traces();
-
-        std::string line;
-        sock_lines  lines(pair.client());
-        for (std::string const& wanted : c.lines) {
-            EXPECT_EQ(lines.next(line), static_cast<int>(wanted.size())) << c.reason;
-            EXPECT_EQ(line, wanted) << c.reason;
-        }
-        line = "what was there before";
-        EXPECT_EQ(lines.next(line), -1) << c.reason;
-        EXPECT_EQ(line, c.rest) << c.reason;
-
-        EXPECT_EQ(trouble_traces(), strings{}) << c.reason;
-    }
+    expect_lines<sock_lines>([](sock_lines& lines, std::string& line) { return lines.next(line); });
 }
 
 TEST_F(SockLines, AreTracedAsBySockReadlineWhenOneComesAlone)

@@ -4,15 +4,13 @@
 // that do.
 
 #include <cstring>
-#include <functional>
 #include <gtest/gtest.h>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
 #include "platform/crypto.h"
 #include "platform/notification.h"
+#include "tests/macos/in_child.h"
 #include "tests/support/main_thread.h"
 #include "tests/support/notification_room.h"
 
@@ -20,20 +18,6 @@ namespace zelieml::test
 {
 namespace
 {
-
-constexpr unsigned patience_s = 60;
-
-// Whether it is so in a forked child; one that hangs is ended.
-bool in_child(std::function<bool()> const& is_so)
-{
-    pid_t const child = ::fork();
-    if (child == 0) {
-        ::alarm(patience_s);
-        ::_exit(is_so() ? 0 : 1);
-    }
-    int status = -1;
-    return ::waitpid(child, &status, 0) == child && status == 0;
-}
 
 int hear(void* /*argument*/)
 {

@@ -8,8 +8,6 @@
 #include <gtest/gtest.h>
 #include <optional>
 #include <string>
-#include <sys/wait.h>
-#include <unistd.h>
 #include <vector>
 
 #include "platform/crypto.h"
@@ -18,6 +16,7 @@
 #include "platform/notification.h"
 #include "platform/zone.h"
 #include "tests/macos/fake/fake.h"
+#include "tests/macos/in_child.h"
 #include "tests/platform/counting_provider.h"
 #include "tests/support/files.h"
 #include "tests/support/notification_room.h"
@@ -27,20 +26,7 @@ namespace zelieml::test
 namespace
 {
 
-constexpr unsigned patience_s = 60;
-constexpr double   zone_s     = 32400;
-
-// Whether it is so in a forked child; one that hangs is ended.
-bool in_child(std::function<bool()> const& is_so)
-{
-    pid_t const child = ::fork();
-    if (child == 0) {
-        ::alarm(patience_s);
-        ::_exit(is_so() ? 0 : 1);
-    }
-    int status = -1;
-    return ::waitpid(child, &status, 0) == child && status == 0;
-}
+constexpr double zone_s = 32400;
 
 // A function of the seam.
 struct seam {

@@ -2,20 +2,17 @@
 
 #include <atomic>
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 #include "platform/zone_lock.h"
 #include "support/gate.h"
+#include "tests/macos/in_child.h"
 
 namespace zelieml::test
 {
 namespace
 {
-
-constexpr unsigned patience_s = 60;
 
 // Whether several threads that take the lock again and again are never in it together.
 bool threads_exclude_each_other()
@@ -41,18 +38,6 @@ bool threads_exclude_each_other()
     return alone;
 }
 
-// The same in a forked child; one that hangs is ended.
-bool threads_of_a_child_exclude_each_other()
-{
-    pid_t const child = ::fork();
-    if (child == 0) {
-        ::alarm(patience_s);
-        ::_exit(threads_exclude_each_other() ? 0 : 1);
-    }
-    int status = -1;
-    return ::waitpid(child, &status, 0) == child && status == 0;
-}
-
 TEST(ZoneLock, IsHeldByOneThread)
 {
     EXPECT_TRUE(threads_exclude_each_other());
@@ -60,11 +45,11 @@ TEST(ZoneLock, IsHeldByOneThread)
 
 TEST(ZoneLock, IsHeldByOneThreadOfAForkedChild)
 {
-    EXPECT_TRUE(threads_of_a_child_exclude_each_other());
+    EXPECT_TRUE(in_child(threads_exclude_each_other));
     {
         platform::zone_lock const used;
     }
-    EXPECT_TRUE(threads_of_a_child_exclude_each_other());
+    EXPECT_TRUE(in_child(threads_exclude_each_other));
 }
 
 TEST(ZoneLock, IsToBeHadInAChildOfAProcessWhoseThreadHoldsIt)
@@ -77,7 +62,7 @@ TEST(ZoneLock, IsToBeHadInAChildOfAProcessWhoseThreadHoldsIt)
         may_end.wait();
     });
     taken.wait();
-    EXPECT_TRUE(threads_of_a_child_exclude_each_other());
+    EXPECT_TRUE(in_child(threads_exclude_each_other));
     may_end.open();
     holder.join();
     EXPECT_TRUE(threads_exclude_each_other());
