@@ -451,7 +451,7 @@ struct memory_case {
 TEST_F(Crypt, WithoutMemoryEachFunctionSaysWhereItFailed)
 {
     SKIP_UNLESS(test::has_backend("linux"),
-                "how much memory a function takes is a matter of the back end");
+                "the traces are those of the requests for memory on Linux; macOS makes others");
     strings const     attach  = {"error:cdsaCspAttach"};
     strings const     digest  = {"error:cdsaCspAttach", "error:digest_message"};
     memory_case const cases[] = {

@@ -153,7 +153,7 @@ TEST_F(KeyPair, RefusesExchangesThatGiveNoKey)
 
 TEST_F(KeyPair, RefusesExchangesWithAValueOfAnotherSize)
 {
-    SKIP_UNLESS(test::has_backend("linux"), "the provider of macOS decides");
+    SKIP_UNLESS(test::has_backend("linux"), "which sizes macOS takes is for its provider to say");
     csp_buffer own_value;
     csp_key*   own = nullptr;
     csp_key*   key = nullptr;
