@@ -17,6 +17,7 @@
 
 #include "platform/linux/notification_datagram.h"
 #include "platform/linux/notification_place.h"
+#include "platform/linux/share_time.h"
 #include "platform/notification.h"
 #include "support/no_cancellation.h"
 #include "support/unique_fd.h"
@@ -90,20 +91,6 @@ bool tell(unique_fd const& where, std::string const& name, std::string const& da
         if (errno != EINTR) {
             return errno != EAGAIN;
         }
-    }
-}
-
-// Has each part use its share of the time until then; what one leaves is the next ones'. So nobody
-// takes the time from those who come after him.
-//
-// use  called with a part and the end of its time
-template <class Parts, class Use>
-void share_time(Parts const& parts, time_point until, Use use)
-{
-    std::size_t left = parts.size();
-    for (auto part = parts.begin(); part != parts.end() && clock::now() < until; ++part) {
-        time_point const now = clock::now();
-        use(*part, now + (until - now) / left--);
     }
 }
 
