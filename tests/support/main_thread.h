@@ -17,7 +17,8 @@ extern "C" {
  * work_with_notifications - work(argument), which hears notifications meanwhile
  *
  * Called by the main thread; that of a forked child is the one that called fork. Signals to the
- * process go to the thread that works.
+ * process go to the thread that works. On macOS, those that it has blocked wait with the main
+ * thread: sigwait takes them from there, but sigpending does not show them.
  *
  * Returns what the work returns.
  */

@@ -14,17 +14,22 @@
 // - poll knows no devices, and says at the end of a stream that it has been hung up.
 // - A pipe takes 16 KiB.
 // - A thread has a stack of 512 KiB, and its own result of gethostbyname.
+// - A signal to the process that all threads have blocked waits with the main thread. sigpending
+//   shows a thread its own list only.
 // - A process may have 256 descriptors open.
 
 #include <atomic>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <fstream>
 #include <netdb.h>
 #include <netinet/tcp.h>
 #include <poll.h>
 #include <pthread.h>
+#include <string>
 #include <sys/ioctl.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -144,6 +149,24 @@ void adjust(pollfd& entry)
                ::recv(entry.fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0) {
         entry.revents = static_cast<short>((entry.revents | POLLHUP) & ~POLLOUT);
     }
+}
+
+// The signals that wait for the calling thread alone.
+sigset_t pending_of_thread()
+{
+    std::ifstream      status("/proc/thread-self/status");
+    std::string        line;
+    unsigned long long bits = 0;
+    while (std::getline(status, line) && std::sscanf(line.c_str(), "SigPnd: %llx", &bits) != 1) {
+    }
+    sigset_t pending;
+    ::sigemptyset(&pending);
+    for (int number = 1; bits != 0; ++number, bits >>= 1) {
+        if ((bits & 1) != 0) {
+            ::sigaddset(&pending, number);
+        }
+    }
+    return pending;
 }
 
 [[gnu::constructor]] void limit_descriptors()
@@ -270,4 +293,14 @@ hostent* gethostbyname(char const* name)
     hostent*             found = nullptr;
     ::gethostbyname_r(name, &result, memory, sizeof memory, &found, &h_errno);
     return found;
+}
+
+int sigpending(sigset_t* set) noexcept
+{
+    static auto* const real = NEXT(sigpending);
+    if (::gettid() == ::getpid()) {
+        return real(set);
+    }
+    *set = pending_of_thread();
+    return 0;
 }
