@@ -37,7 +37,7 @@ bool file_exists(std::string const& path);
 // The names in a directory, sorted, without "." and "..".
 std::vector<std::string> list_directory(std::string const& path);
 
-// The number of descriptors that the process has open.
+// The number of descriptors that the process has open, with any that its resolver keeps.
 int open_descriptors();
 
 }  // namespace zelieml::test

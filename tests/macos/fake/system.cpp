@@ -16,6 +16,8 @@
 // - A thread has a stack of 512 KiB, and its own result of gethostbyname.
 // - A signal to the process that all threads have blocked waits with the main thread. sigpending
 //   shows a thread its own list only.
+// - The first look-up of a process opens a descriptor, which stays open. A forked child opens one of
+//   its own.
 // - A process may have 256 descriptors open.
 
 #include <atomic>
@@ -169,6 +171,16 @@ sigset_t pending_of_thread()
     return pending;
 }
 
+// What a process keeps open from its first look-up on.
+void open_resolver()
+{
+    static std::atomic<pid_t> process{0};
+    pid_t const               self = ::getpid();
+    if (process.exchange(self) != self) {
+        ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    }
+}
+
 [[gnu::constructor]] void limit_descriptors()
 {
     rlimit limit = {};
@@ -288,6 +300,7 @@ int pthread_create(pthread_t* thread, pthread_attr_t const* attributes, void* (*
 
 hostent* gethostbyname(char const* name)
 {
+    open_resolver();
     thread_local hostent result;
     thread_local char    memory[name_bytes];
     hostent*             found = nullptr;
