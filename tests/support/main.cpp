@@ -1,5 +1,5 @@
-// main.cpp - the main function of the programs of tests, instead of GoogleTest's: tests hear
-// notifications on every system
+// main.cpp - the main function of tests that hear notifications, on every system, instead of
+// GoogleTest's
 
 #include <gtest/gtest.h>
 
