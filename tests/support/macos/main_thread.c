@@ -14,6 +14,7 @@ static double const turn_s      = 0.05;
 struct job {
     int (*work)(void* argument);
     void*           argument;
+    sigset_t        blocked; /* signals, as the caller has them */
     int             result;
     pthread_mutex_t guard;
     bool            is_over; /* guarded */
@@ -23,6 +24,7 @@ static void* begin(void* argument)
 {
     struct job* job = argument;
 
+    pthread_sigmask(SIG_SETMASK, &job->blocked, NULL);
     job->result = job->work(job->argument);
     pthread_mutex_lock(&job->guard);
     job->is_over = true;
@@ -42,13 +44,15 @@ static bool is_over(struct job* job)
 
 int work_with_notifications(int (*work)(void* argument), void* argument)
 {
-    struct job            job      = {work, argument, 1, PTHREAD_MUTEX_INITIALIZER, false};
+    struct job job = {
+        .work = work, .argument = argument, .result = 1, .guard = PTHREAD_MUTEX_INITIALIZER};
     const struct timespec a_moment = {0, 10000000};
     pthread_attr_t        attributes;
     pthread_t             worker;
     sigset_t              all;
-    sigset_t              before;
 
+    sigfillset(&all);
+    pthread_sigmask(SIG_SETMASK, &all, &job.blocked); /* before a signal can choose this thread */
     pthread_attr_init(&attributes);
     if (pthread_attr_setstacksize(&attributes, stack_bytes) != 0 ||
         pthread_create(&worker, &attributes, begin, &job) != 0) {
@@ -56,15 +60,13 @@ int work_with_notifications(int (*work)(void* argument), void* argument)
         abort();
     }
     pthread_attr_destroy(&attributes);
-    sigfillset(&all);
-    pthread_sigmask(SIG_SETMASK, &all, &before);
     while (!is_over(&job)) {
-        /* Before there is an observer the run loop returns at once. */
+        /* Before there is an observer the run loop may return at once. */
         if (CFRunLoopRunInMode(kCFRunLoopDefaultMode, turn_s, false) == kCFRunLoopRunFinished) {
             nanosleep(&a_moment, NULL);
         }
     }
     pthread_join(worker, NULL);
-    pthread_sigmask(SIG_SETMASK, &before, NULL);
+    pthread_sigmask(SIG_SETMASK, &job.blocked, NULL);
     return job.result;
 }
