@@ -6,8 +6,8 @@
 // child does not have, and the system's threads that run the transforms are missing. A child that
 // is forked before the first use, such as a host that becomes a daemon, is a process like any
 // other, unless its parent had other threads or used the frameworks without the library, of which
-// the library learns nothing. pthread_atfork is not used, since this system calls its handlers even
-// after the library was unloaded.
+// the library learns nothing. pthread_atfork is not needed: the process id tells a child, and no
+// handler of the library runs in the forks of its host.
 
 #ifndef ZELIEML_PLATFORM_MACOS_FIRST_PROCESS_H
 #define ZELIEML_PLATFORM_MACOS_FIRST_PROCESS_H

@@ -2,8 +2,7 @@
 //
 // It records the process that holds it. A forked child does not have its parent's other threads, so
 // it takes over a lock that one of them held; its own threads wait for each other as usual.
-// pthread_atfork is not used, since this system calls its handlers even after the library was
-// unloaded.
+// pthread_atfork is not used, see platform/macos/first_process.h.
 
 #include "platform/zone_lock.h"
 
