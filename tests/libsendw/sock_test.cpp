@@ -171,8 +171,8 @@ TEST_F(SockConnect, FailsWhenThereIsNoDescriptorLeft)
 
 TEST_F(SockConnect, GivesUpAfter30Seconds)
 {
-    crowded_port const port;
-    int const          descriptors = open_descriptors();
+    silent_port const port;
+    int const         descriptors = open_descriptors();
     never_writable(true);
     EXPECT_EQ(sock_connect(loopback, htons(port.number())), -1);
     EXPECT_EQ(waits().writable_waits, std::vector<int>{30 * 1000 * 1000});

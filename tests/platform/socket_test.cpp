@@ -137,7 +137,7 @@ TEST_F(PlatformConnect, FailsWhenThePeerRefuses)
 
 TEST_F(PlatformConnect, GivesUpWhenTheTimeIsOver)
 {
-    crowded_port const port;
+    silent_port const port;
     never_writable(true);
     EXPECT_EQ(platform::connect_within(fd.get(), loopback(port.number()), 12345678), -1);
     EXPECT_EQ(errno, ETIMEDOUT);
@@ -146,11 +146,11 @@ TEST_F(PlatformConnect, GivesUpWhenTheTimeIsOver)
 
 TEST_F(PlatformConnect, GoesOnWhenThePeerTakesItsTime)
 {
-    crowded_port    port;
+    silent_port     port;
     thread_id const connecting = this_thread();
     std::thread     host([&] {
         EXPECT_TRUE(wait_until_blocked(connecting));
-        port.clear();
+        port.open();
     });
     EXPECT_EQ(platform::connect_within(fd.get(), loopback(port.number()), 20 * one_second_us), 0);
     EXPECT_EQ(::fcntl(fd.get(), F_GETFL) & O_NONBLOCK, 0);

@@ -125,11 +125,11 @@ TEST(PlatformWait, EndsWhenSomethingComesAmidSignals)
 
 TEST(PlatformConnect, IsNotEndedBySignals)
 {
-    crowded_port      port;
+    silent_port       port;
     sockaddr_in const peer = platform::ipv4_peer(htonl(INADDR_LOOPBACK), htons(port.number()));
     std::thread       host = start_undisturbed([&] {
         std::this_thread::sleep_for(milliseconds(300));
-        port.clear();
+        port.open();
     });
     {
         signal_storm storm;

@@ -56,14 +56,12 @@ sockaddr_in address_of(std::uint16_t port)
     return address;
 }
 
-// Binds to a free port of 127.0.0.1 and returns it.
-std::uint16_t bind_somewhere(int fd)
+std::uint16_t port_of(int fd)
 {
-    sockaddr_in address = address_of(0);
+    sockaddr_in address = {};
     socklen_t   length  = sizeof address;
-    auto*       generic = reinterpret_cast<sockaddr*>(&address);
-    if (::bind(fd, generic, length) != 0 || ::getsockname(fd, generic, &length) != 0) {
-        fail("bind");
+    if (::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+        fail("getsockname");
     }
     return ntohs(address.sin_port);
 }
@@ -89,6 +87,15 @@ bool hear(int fd, std::string& bytes)
 
 }  // namespace
 
+std::uint16_t bind_somewhere(int fd)
+{
+    sockaddr_in const address = address_of(0);
+    if (::bind(fd, reinterpret_cast<sockaddr const*>(&address), sizeof address) != 0) {
+        fail("bind");
+    }
+    return port_of(fd);
+}
+
 listening_socket::listening_socket(int backlog) : fd_(::socket(AF_INET, SOCK_STREAM, 0))
 {
     if (!fd_) {
@@ -113,34 +120,6 @@ unique_fd listening_socket::accept() const
     int const on = 1;
     ::setsockopt(client.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
     return client;
-}
-
-closed_port::closed_port() : fd_(::socket(AF_INET, SOCK_STREAM, 0))
-{
-    if (!fd_) {
-        fail("socket");
-    }
-    ::fcntl(fd_.get(), F_SETFD, FD_CLOEXEC);
-    number_ = bind_somewhere(fd_.get());
-}
-
-crowded_port::crowded_port() : door_(1)
-{
-    sockaddr_in const address = address_of(door_.port());
-    for (int i = 0; i < 16; ++i) {
-        unique_fd guest(::socket(AF_INET, SOCK_STREAM, 0));
-        ::fcntl(guest.get(), F_SETFL, O_NONBLOCK);
-        ::connect(guest.get(), reinterpret_cast<sockaddr const*>(&address), sizeof address);
-        guests_.push_back(std::move(guest));
-    }
-}
-
-void crowded_port::clear()
-{
-    guests_.clear();
-    while (readable_within(door_.fd(), 0)) {
-        door_.accept();
-    }
 }
 
 void send_all(int fd, std::string const& bytes)
@@ -173,6 +152,11 @@ tcp_pair::tcp_pair()
         fail("connect");
     }
     server_ = door.accept();
+}
+
+closed_port::closed_port() : number_(port_of(holders_.server()))
+{
+    ::fcntl(holders_.server(), F_SETFD, FD_CLOEXEC);
 }
 
 void tcp_pair::say(std::string const& bytes)

@@ -38,31 +38,26 @@ private:
     std::uint16_t port_ = 0;
 };
 
-// A port of 127.0.0.1 on which nothing listens; no other program gets it while the object lives.
-class closed_port
+// Binds a socket to a free port of 127.0.0.1, and returns it. Throws std::runtime_error when it
+// cannot.
+std::uint16_t bind_somewhere(int fd);
+
+// A port of 127.0.0.1 that does not answer: a connect stays in progress until somebody opens the
+// port and the system has tried again, which takes a second.
+//
+// linux/silent_port.cpp: its listening socket has its queue full.
+// macos/silent_port.cpp: nobody listens there. A full queue may break connections.
+class silent_port
 {
 public:
-    closed_port();
+    silent_port();
     std::uint16_t number() const { return number_; }
 
-private:
-    unique_fd     fd_;  // bound, and that is all
-    std::uint16_t number_ = 0;
-};
-
-// A port of 127.0.0.1 whose listening socket has its queue full: a connect stays in progress until
-// the queue is gone and the system has tried again, which takes a second.
-class crowded_port
-{
-public:
-    crowded_port();
-    std::uint16_t number() const { return door_.port(); }
-
-    // From now on there is room.
-    void clear();
+    void open();
 
 private:
-    listening_socket       door_;
+    unique_fd              door_;
+    std::uint16_t          number_;
     std::vector<unique_fd> guests_;
 };
 
@@ -105,6 +100,20 @@ public:
 private:
     unique_fd client_;
     unique_fd server_;
+};
+
+// A port of 127.0.0.1 that refuses everybody: nobody listens there, and no other program gets it
+// while the object lives. A connection holds it, since macOS does not answer at a port that is bound
+// and that is all.
+class closed_port
+{
+public:
+    closed_port();
+    std::uint16_t number() const { return number_; }
+
+private:
+    tcp_pair      holders_;
+    std::uint16_t number_;
 };
 
 // A server that answers at once, each line with the next of its replies, and keeps every byte it

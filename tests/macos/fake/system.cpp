@@ -9,6 +9,8 @@
 // - Options of a socket that is closed in both directions cannot be set.
 // - A connection that is closed before everything was read ends as any other, without a reset.
 // - A queue of no length for clients is one of 128.
+// - A port that is bound and that is all does not refuse a connect: it does not answer. No test is
+//   to wait for that.
 // - An accepted socket has its listener's O_NONBLOCK.
 // - To shut down a listener does nothing.
 // - poll knows no devices, and says at the end of a stream that it has been hung up.
@@ -54,6 +56,7 @@ constexpr auto        setsockopt_name = sizeof(void*) == 4 ? "__setsockopt64" : 
 constexpr auto        sendmsg_name    = sizeof(void*) == 4 ? "__sendmsg64" : "sendmsg";
 
 std::atomic<bool> quiet[most_sockets];  // by descriptor
+std::atomic<int>  binders[1 << 16];     // the descriptors by their ports, in network byte order
 
 struct kept_errno {
     kept_errno() = default;
@@ -89,20 +92,25 @@ bool is_listener(int fd)
     return option_of(fd, SOL_SOCKET, SO_ACCEPTCONN) != 0;
 }
 
+// The port that a socket has; 0 for none. In network byte order.
+in_port_t port_of(int fd)
+{
+    sockaddr_in own    = {};
+    socklen_t   length = sizeof own;
+    return ::getsockname(fd, reinterpret_cast<sockaddr*>(&own), &length) == 0 ? own.sin_port : 0;
+}
+
 // Closed in both directions, after it was open.
 bool is_over(int fd)
 {
-    tcp_info    info   = {};
-    socklen_t   size   = sizeof info;
-    sockaddr_in own    = {};
-    socklen_t   length = sizeof own;
-    if (::getsockopt(fd, IPPROTO_TCP, TCP_INFO, &info, &size) != 0 ||
-        ::getsockname(fd, reinterpret_cast<sockaddr*>(&own), &length) != 0) {
+    tcp_info  info = {};
+    socklen_t size = sizeof info;
+    if (::getsockopt(fd, IPPROTO_TCP, TCP_INFO, &info, &size) != 0) {
         return false;
     }
     switch (info.tcpi_state) {
     case TCP_CLOSE:
-        return own.sin_port != 0;
+        return port_of(fd) != 0;
     case TCP_LAST_ACK:
     case TCP_CLOSING:
     case TCP_TIME_WAIT:
@@ -218,6 +226,29 @@ ssize_t sendmsg(int fd, msghdr const* message, int flags)
     static auto* const real = next<decltype(sendmsg)>(sendmsg_name);
     return send_as_on_macos(fd, flags, "sendmsg",
                             [&](int quietly) { return real(fd, message, quietly); });
+}
+
+int bind(int fd, sockaddr const* address, socklen_t size) noexcept
+{
+    static auto* const real   = NEXT(bind);
+    int const          result = real(fd, address, size);
+    if (result == 0 && is_tcp(fd)) {
+        binders[port_of(fd)] = fd;
+    }
+    return result;
+}
+
+int connect(int fd, sockaddr const* address, socklen_t size)
+{
+    static auto* const real = NEXT(connect);
+    if (is_tcp(fd)) {
+        in_port_t const port   = reinterpret_cast<sockaddr_in const*>(address)->sin_port;
+        int const       binder = binders[port];
+        if (is_tcp(binder) && port_of(binder) == port && is_over(binder)) {
+            zelieml::fake::refuse("connect", "nobody answers at a port that is only bound");
+        }
+    }
+    return real(fd, address, size);
 }
 
 int listen(int fd, int length) noexcept
