@@ -35,12 +35,17 @@ steady_clock::duration time_of(Function function)
     return steady_clock::now() - start;
 }
 
-// Fills what the system holds for a peer that does not read.
+// Fills what the system holds for a peer that does not read. There may be room again when bytes have
+// moved on to the peer's side, which takes its time.
 void fill(int fd)
 {
     ::fcntl(fd, F_SETFL, O_NONBLOCK);
     char const piece[4096] = {};
-    while (platform::send_bytes(fd, piece, sizeof piece) > 0) {
+    for (int full_ms = 0; full_ms < 300; ++full_ms) {
+        while (platform::send_bytes(fd, piece, sizeof piece) > 0) {
+            full_ms = 0;
+        }
+        std::this_thread::sleep_for(milliseconds(1));
     }
 }
 

@@ -172,6 +172,15 @@ void tcp_pair::say(std::string const& bytes)
     });
 }
 
+void tcp_pair::server_resets()
+{
+    break_connection(server_);
+    wait_for("the client's system does not know of the reset", [&] {
+        pollfd entry = {client_.get(), POLLHUP, 0};
+        return !client_ || ::poll(&entry, 1, 0) == 1;
+    });
+}
+
 void tcp_pair::wait_until_client_is_stuck() const
 {
     wait_for("the client's system takes all", [&] {

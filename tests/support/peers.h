@@ -95,7 +95,8 @@ public:
     void wait_until_client_is_stuck() const;
 
     void server_closes() { server_.reset(); }
-    void server_resets() { break_connection(server_); }
+    // The client's system knows of it when this returns.
+    void server_resets();
 
 private:
     unique_fd client_;
