@@ -111,6 +111,7 @@ TEST(StartStop, AMailPostedAfterTheStartIsNeverTakenForALeftover)
         ASSERT_EQ(eml_start_with_stocksymbol(work.path(), "symbol", &eml), 0);
         thread.call();
         if (round % 4 == 0) {
+            wait_for_registration();
             process.tell(std::string(work.path()) + " symbol process 1\n");
             ++mails;
         }
