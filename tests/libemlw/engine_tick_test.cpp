@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -10,6 +9,7 @@
 
 #include "libnotifyw/libnotifyw.h"
 #include "tests/support/fake_notification.h"
+#include "tests/support/few_descriptors.h"
 #include "tests/support/files.h"
 #include "tests/support/workplace.h"
 #include "zelieml.h"
@@ -76,15 +76,12 @@ TEST_F(EngineTick, NeedsDescriptorsWithoutWhichThereIsNoEngine)
     ASSERT_EQ(eml_stop(engine_), 0);
     engine_ = nullptr;
 
-    rlimit before = {};
-    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-    for (rlim_t spare : {0U, 1U}) {
-        int const free_descriptor = ::dup(0);
-        ::close(free_descriptor);
-        rlimit const now = {static_cast<rlim_t>(free_descriptor) + spare, before.rlim_max};
-        ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &now), 0);
-        int const started = start();
-        ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    for (int spare : {0, 1}) {
+        int started = 0;
+        {
+            test::few_descriptors const limited(spare);
+            started = start();
+        }
         EXPECT_EQ(started, -1) << spare;
         EXPECT_EQ(engine_, nullptr);
         EXPECT_EQ(test::observers(), 0);

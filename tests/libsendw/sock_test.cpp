@@ -11,12 +11,12 @@
 #include <functional>
 #include <random>
 #include <sys/ioctl.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <thread>
 #include <unistd.h>
 
 #include "tests/support/clean_machine.h"
+#include "tests/support/few_descriptors.h"
 #include "tests/support/peers.h"
 #include "tests/support/signal_storm.h"
 
@@ -157,13 +157,11 @@ TEST_F(SockConnect, FailsWhenThePeerRefuses)
 TEST_F(SockConnect, FailsWhenThereIsNoDescriptorLeft)
 {
     listening_socket const door;
-    rlimit                 before = {};
-    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-    rlimit none   = before;
-    none.rlim_cur = static_cast<rlim_t>(unique_fd(::dup(door.fd())).get());
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-    int const client = sock_connect(loopback, htons(door.port()));
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    int                    client = 0;
+    {
+        few_descriptors const none(0);
+        client = sock_connect(loopback, htons(door.port()));
+    }
 
     EXPECT_EQ(client, -1);
     EXPECT_EQ(trouble_traces(), strings{"error:socket INVALID_SOCKET"});

@@ -12,7 +12,6 @@
 #include <pthread.h>
 #include <string>
 #include <sys/random.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -22,6 +21,7 @@
 
 #include "platform/notification.h"
 #include "tests/support/failing_new.h"
+#include "tests/support/few_descriptors.h"
 #include "tests/support/notification_room.h"
 
 namespace
@@ -235,36 +235,6 @@ TEST(Delivery, WithoutMemoryLosesWhatComesThen)
     EXPECT_EQ(one.heard().all(), (texts{"no memory from here", longer_than_a_string_holds,
                                         longer_than_a_string_holds}));
 }
-
-// While it lives there is room for so many more descriptors.
-class few_descriptors
-{
-public:
-    explicit few_descriptors(int room)
-    {
-        ::getrlimit(RLIMIT_NOFILE, &before_);
-        // A limit is one of numbers, not of how many there are: the gaps are filled first.
-        int const enough = open_descriptors() + 16;
-        do {
-            filling_.push_back(::dup(0));
-        } while (filling_.back() < enough);
-        rlimit const now = {static_cast<rlim_t>(filling_.back() + 1 + room), before_.rlim_max};
-        ::setrlimit(RLIMIT_NOFILE, &now);
-    }
-    ~few_descriptors()
-    {
-        ::setrlimit(RLIMIT_NOFILE, &before_);
-        for (int const fd : filling_) {
-            ::close(fd);
-        }
-    }
-    few_descriptors(few_descriptors const&)            = delete;
-    few_descriptors& operator=(few_descriptors const&) = delete;
-
-private:
-    rlimit           before_ = {};
-    std::vector<int> filling_;
-};
 
 TEST(AddingAnObserver, FailsWhileThereAreNoDescriptors)
 {

@@ -7,12 +7,12 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <memory>
-#include <sys/resource.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include "tests/support/closed_standard.h"
+#include "tests/support/few_descriptors.h"
 #include "tests/support/files.h"
 #include "tests/support/threads.h"
 
@@ -159,16 +159,13 @@ TEST(Pause, HasDescriptorsThatOtherProgramsDoNotGet)
 
 TEST(Pause, CannotBeHadWithoutDescriptors)
 {
-    rlimit before = {};
-    ::getrlimit(RLIMIT_NOFILE, &before);
     for (int room = 0; room < 2; ++room) {
-        int const       next = ::dup(0);
         platform::pause pause;
-        ::close(next);
-        rlimit const now = {static_cast<rlim_t>(next + room), before.rlim_max};
-        ::setrlimit(RLIMIT_NOFILE, &now);
-        bool const opened = pause.open();
-        ::setrlimit(RLIMIT_NOFILE, &before);
+        bool            opened = true;
+        {
+            few_descriptors const limited(room);
+            opened = pause.open();
+        }
         EXPECT_FALSE(opened) << room;
     }
 }

@@ -12,13 +12,13 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/tcp.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <thread>
 
 #include "support/unique_fd.h"
 #include "tests/support/closed_standard.h"
 #include "tests/support/fake_clock.h"
+#include "tests/support/few_descriptors.h"
 #include "tests/support/files.h"
 #include "tests/support/peers.h"
 #include "tests/support/threads.h"
@@ -92,14 +92,13 @@ TEST(PlatformSocket, KeepsClearOfTheStandardDescriptors)
 
 TEST(PlatformSocket, SaysWhenThereIsNone)
 {
-    rlimit before = {};
-    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-    rlimit none   = before;
-    none.rlim_cur = static_cast<rlim_t>(unique_fd(::dup(STDOUT_FILENO)).get());
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &none), 0);
-    int const fd    = platform::open_stream_socket();
-    int const error = errno;
-    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+    int fd    = 0;
+    int error = 0;
+    {
+        few_descriptors const none(0);
+        fd    = platform::open_stream_socket();
+        error = errno;
+    }
     EXPECT_EQ(fd, -1);
     EXPECT_EQ(error, EMFILE);
 }
