@@ -7,10 +7,12 @@
 
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <string>
+#include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <utility>
@@ -30,6 +32,8 @@ constexpr std::size_t line_limit = 1023;  // characters, with the CR and without
 
 constexpr mode_t private_mode    = 0600;
 constexpr mode_t permission_bits = 0777;
+
+constexpr std::size_t usual_line = 32;  // characters; only a hint
 
 constexpr int most_leftovers = 10;  // deleted by one call, in case somebody puts them back
 
@@ -184,6 +188,17 @@ bool is_skip(char c)
 bool is_line_of(char const* line, char const* key)
 {
     return !is_comment(line) && std::strstr(line, key) != nullptr;
+}
+
+// The set of a string's characters, some of which share a bit. A string is contained only where its
+// set is: this tells of most keys, faster than a search, that a line does not contain them.
+std::uint64_t characters_of(std::string_view text)
+{
+    std::uint64_t set = 0;
+    for (char const c : text) {
+        set |= std::uint64_t{1} << (static_cast<unsigned char>(c) % 64);
+    }
+    return set;
 }
 
 int get_val(char const* line, char* val, unsigned int* len)
@@ -504,22 +519,44 @@ conf_settings::conf_settings(char const* path, std::initializer_list<char const*
         return;
     }
     opened_ = true;
-    lines_.reserve(keys.size());
+    keys_.reserve(keys.size());
+    for (std::string_view const key : keys) {
+        keys_.push_back({key, characters_of(key)});
+    }
+    lines_.reserve(usual_line * keys.size());
     line_reader in(file.get());
-    while (lines_.size() < keys.size() && in.next() == line_reader::result::line) {
-        for (char const* const key : keys) {
-            if (is_line_of(in.text(), key) && find(key) == nullptr) {
-                lines_.push_back({key, in.text()});
-            }
+    for (std::size_t left = keys.size(); left > 0 && in.next() == line_reader::result::line;) {
+        left -= take(in.text());
+    }
+}
+
+std::size_t conf_settings::take(char const* line)
+{
+    if (is_comment(line)) {
+        return 0;
+    }
+    std::string_view const text       = line;
+    std::uint64_t const    characters = characters_of(text);
+    std::size_t            count      = 0;
+    for (asked_key& key : keys_) {
+        if (key.line == no_line && (key.characters & ~characters) == 0 &&
+            text.find(key.name) != std::string_view::npos) {
+            key.line = lines_.size();
+            ++count;
         }
     }
+    if (count > 0) {
+        lines_.append(line, text.size() + 1);
+    }
+    return count;
 }
 
 char const* conf_settings::find(char const* key) const
 {
-    for (found_line const& found : lines_) {
-        if (std::strcmp(found.key, key) == 0) {
-            return found.line.c_str();
+    std::string_view const name = key;
+    for (asked_key const& asked : keys_) {
+        if (asked.name == name) {
+            return asked.line != no_line ? lines_.c_str() + asked.line : nullptr;
         }
     }
     return nullptr;

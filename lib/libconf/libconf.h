@@ -15,8 +15,11 @@
 #ifndef ZELIEML_LIBCONF_LIBCONF_H
 #define ZELIEML_LIBCONF_LIBCONF_H
 
+#include <cstddef>
+#include <cstdint>
 #include <initializer_list>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace zelieml
@@ -41,14 +44,21 @@ public:
     char const* find(char const* key) const;
 
 private:
-    struct found_line {
-        char const* key;
-        std::string line;
+    static constexpr std::size_t no_line = static_cast<std::size_t>(-1);
+
+    struct asked_key {
+        std::string_view name;
+        std::uint64_t    characters;
+        std::size_t      line = no_line;  // where it begins in lines_
     };
 
-    bool                    has_path_;
-    bool                    opened_ = false;
-    std::vector<found_line> lines_;
+    // Keeps a line that contains keys without one. Returns the number of these.
+    std::size_t take(char const* line);
+
+    bool                   has_path_;
+    bool                   opened_ = false;
+    std::vector<asked_key> keys_;
+    std::string            lines_;  // each with its NUL
 };
 
 // conf_get_string - read the value of a key
