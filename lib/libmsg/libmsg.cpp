@@ -90,10 +90,7 @@ bool begins_with(char const* text, char const* key)
 class file_buffer final : public std::streambuf
 {
 public:
-    explicit file_buffer(message_file const& file) : file_(file)
-    {
-        setp(bytes_, bytes_ + sizeof bytes_);
-    }
+    explicit file_buffer(message_file& file) : file_(file) { setp(bytes_, bytes_ + sizeof bytes_); }
 
 protected:
     int sync() override
@@ -114,8 +111,8 @@ protected:
     }
 
 private:
-    message_file const& file_;
-    char                bytes_[4096];
+    message_file& file_;
+    char          bytes_[4096];
 };
 
 // Cuts the body at a NUL, which ends it like every other value.
@@ -384,7 +381,7 @@ int msg_close(message_file& file)
     return 0;
 }
 
-int msg_write(void* msg, message_file const& file)
+int msg_write(void* msg, message_file& file)
 {
     if (msg == nullptr) {
         trace_msg("error:msg_save msg==0");

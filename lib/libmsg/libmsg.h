@@ -131,7 +131,7 @@ int msg_save(void* msg, char const* path);
 // file  no file counts as one that cannot be opened
 //
 // Without msg_close the file can be read, and what only closing reports stays unknown.
-int msg_write(void* msg, message_file const& file);
+int msg_write(void* msg, message_file& file);
 int msg_close(message_file& file);
 
 // msg_load - make a record from a file

@@ -34,7 +34,7 @@ bool is_regular(unique_fd const& fd, struct stat& status)
 
 }  // namespace
 
-message_file::message_file(unique_fd fd, std::int64_t limit, std::int64_t size)
+message_file::message_file(unique_fd fd, std::int64_t size, std::int64_t limit)
     : fd_(std::move(fd)), limit_(limit), size_(size)
 {
 }
@@ -64,7 +64,7 @@ std::int64_t message_file::read(char* buf, std::size_t size, std::int64_t positi
     return count;
 }
 
-bool message_file::write(char const* data, std::size_t size) const
+bool message_file::write(char const* data, std::size_t size)
 {
     while (size > 0) {
         ssize_t const count = ::write(fd_.get(), data, size);
@@ -74,6 +74,7 @@ bool message_file::write(char const* data, std::size_t size) const
         if (count > 0) {
             data += count;
             size -= static_cast<std::size_t>(count);
+            size_ += count;
         }
     }
     return true;
@@ -143,7 +144,7 @@ message_file open_message_file(char const* path, std::optional<uid_t> owner)
         errno = gone ? ENOENT : EPERM;
         return message_file();
     }
-    return message_file(std::move(fd), limit, status.st_size);
+    return message_file(std::move(fd), status.st_size, limit);
 }
 
 message_file follow_message_file(char const* path)
@@ -153,7 +154,7 @@ message_file follow_message_file(char const* path)
     if (!is_regular(fd, status)) {
         return message_file();
     }
-    return message_file(std::move(fd), message_file::unlimited, status.st_size);
+    return message_file(std::move(fd), status.st_size);
 }
 
 }  // namespace zelieml

@@ -32,10 +32,9 @@ public:
 
     // No file.
     message_file() = default;
-    // limit  of the bytes that can be read
     // size   of the file
-    explicit message_file(unique_fd fd, std::int64_t limit = unlimited,
-                          std::int64_t size = unlimited);
+    // limit  of the bytes that can be read
+    explicit message_file(unique_fd fd, std::int64_t size = 0, std::int64_t limit = unlimited);
     ~message_file() { close(); }
     message_file(message_file&& other) noexcept = default;
     message_file& operator=(message_file&& other) noexcept;
@@ -50,11 +49,11 @@ public:
     // middle of a file.
     std::int64_t read(char* buf, std::size_t size, std::int64_t position) const;
 
-    // The size that the file had when it was opened for reading; unlimited for any other.
+    // The size that the file had when it was opened, and what was written to it since.
     std::int64_t size() const { return size_; }
 
     // write - append bytes. Returns false when not all of them could be written.
-    bool write(char const* data, std::size_t size) const;
+    bool write(char const* data, std::size_t size);
 
     // lock - have engines pass the file over until it is closed, if locks are to be had
     void lock();

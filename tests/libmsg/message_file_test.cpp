@@ -99,11 +99,22 @@ TEST_F(NewMessageFile, IsWrittenAndReadWhateverItsNameMeansByNow)
 
 TEST_F(NewMessageFile, IsReadFromItsBeginningEachTime)
 {
-    message_file const file = create_message_file(path_.c_str());
+    message_file file = create_message_file(path_.c_str());
     EXPECT_TRUE(file.write("subject: s", 10));
     for (int again = 0; again < 2; ++again) {
         EXPECT_EQ(content(file), "subject: s");
     }
+}
+
+TEST_F(NewMessageFile, KnowsItsSize)
+{
+    message_file file = create_message_file(path_.c_str());
+    EXPECT_EQ(file.size(), 0);
+    EXPECT_TRUE(file.write("subject: s", 10));
+    EXPECT_TRUE(file.write("\n", 1));
+    EXPECT_EQ(file.size(), 11);
+    EXPECT_EQ(open_message_file(path_.c_str()).size(), 11);
+    EXPECT_EQ(follow_message_file(path_.c_str()).size(), 11);
 }
 
 TEST_F(NewMessageFile, KeepsClearOfTheStandardDescriptors)
