@@ -6,11 +6,9 @@
 #include <cstdint>
 #include <cstring>
 #include <exception>
-#include <ios>
 #include <limits>
 #include <memory>
 #include <new>
-#include <streambuf>
 
 #include "liblog/trace.h"
 #include "support/format.h"
@@ -84,36 +82,63 @@ bool begins_with(char const* text, char const* key)
     return true;
 }
 
-// The stream buffer of a message file that is written. write_key_dat takes a file stream, whose own
-// buffer opens files by name. On the stack, where it is cheaper than on the heap: messages are
-// short.
-class file_buffer final : public std::streambuf
+// A message file being written. Its buffer is on the stack, where it is cheaper than on the heap:
+// messages are short. After a failure nothing more is written.
+class file_writer
 {
 public:
-    explicit file_buffer(message_file& file) : file_(file) { setp(bytes_, bytes_ + sizeof bytes_); }
+    explicit file_writer(message_file& file) : file_(file), good_(file) {}
 
-protected:
-    int sync() override
+    bool good() const { return good_; }
+
+    void put(char const* data, std::size_t size)
     {
-        bool const written = file_.write(pbase(), static_cast<std::size_t>(pptr() - pbase()));
-        setp(bytes_, bytes_ + sizeof bytes_);
-        return written ? 0 : -1;
+        if (size > sizeof bytes_ - used_) {
+            flush();
+            good_ = good_ && file_.write(data, size);
+        } else {
+            std::memcpy(bytes_ + used_, data, size);
+            used_ += size;
+        }
     }
 
-    // The steps write in no other way.
-    std::streamsize xsputn(char const* data, std::streamsize size) override
+    void flush()
     {
-        if (size <= epptr() - pptr()) {
-            return std::streambuf::xsputn(data, size);
-        }
-        bool const written = sync() == 0 && file_.write(data, static_cast<std::size_t>(size));
-        return written ? size : 0;
+        good_ = good_ && file_.write(bytes_, used_);
+        used_ = 0;
     }
 
 private:
     message_file& file_;
+    bool          good_;
+    std::size_t   used_ = 0;
     char          bytes_[4096];
 };
+
+// write_key_dat, to whatever put writes to.
+template <class Put>
+int put_key_dat(char const* key, std::string const& value, bool add_lf, Put&& put)
+{
+    if (key == nullptr) {
+        return -1;
+    }
+    std::size_t const       key_length   = std::strlen(key);
+    std::size_t const       value_length = std::strlen(value.c_str());
+    heap_buffer<char> const line         = heap_array<char>(key_length + value_length + 1);
+    if (!line) {
+        trace_msg("error:malloc");
+        return -1;
+    }
+    std::memcpy(line.get(), key, key_length);
+    std::memcpy(line.get() + key_length, value.c_str(), value_length + 1);
+    remove_r(line.get());
+
+    put(line.get(), std::strlen(line.get()));
+    if (add_lf) {
+        put(ValCharLf, std::strlen(ValCharLf));
+    }
+    return 0;
+}
 
 // Cuts the body at a NUL, which ends it like every other value.
 void end_body(_s_msg& msg)
@@ -387,27 +412,25 @@ int msg_write(void* msg, message_file& file)
         trace_msg("error:msg_save msg==0");
         return -1;
     }
-    _s_msg&               record = *static_cast<_s_msg*>(msg);
+    _s_msg const&         record = *static_cast<_s_msg*>(msg);
     no_cancellation const shielded;
-    try {
-        file_buffer   buffer(file);
-        std::ofstream out;
-        std::ios&     stream = out;
-        stream.rdbuf(file ? &buffer : nullptr);  // without a buffer the stream is bad
-        out.exceptions(std::ios::badbit | std::ios::failbit);
-        for (header_field const& field : header_fields) {
-            std::string& text = record.*field.text;
-            if (!text.empty() || !field.left_out_when_empty) {
-                write_key_dat(out, *field.key, text, true);
-            }
+    file_writer           out(file);
+    auto const            put = [&](char const* data, std::size_t size) { out.put(data, size); };
+    for (header_field const& field : header_fields) {
+        std::string const& text = record.*field.text;
+        if (out.good() && (!text.empty() || !field.left_out_when_empty)) {
+            put_key_dat(*field.key, text, true, put);
         }
-        write_key_dat(out, "", record.body, false);
-        out.flush();
-        return 0;
-    } catch (std::exception const&) {
+    }
+    if (out.good()) {
+        put_key_dat("", record.body, false, put);
+    }
+    out.flush();
+    if (!out.good()) {
         trace_msg("error:ofstream(%s)");
         return -1;
     }
+    return 0;
 }
 
 int msg_load(void** msg, char const* path)
@@ -436,25 +459,9 @@ int msg_load(void** msg, message_file const& file)
 
 int write_key_dat(std::ofstream& out, char const* key, std::string& value, bool add_lf)
 {
-    if (key == nullptr) {
-        return -1;
-    }
-    std::size_t const       key_length   = std::strlen(key);
-    std::size_t const       value_length = std::strlen(value.c_str());
-    heap_buffer<char> const line         = heap_array<char>(key_length + value_length + 1);
-    if (!line) {
-        trace_msg("error:malloc");
-        return -1;
-    }
-    std::memcpy(line.get(), key, key_length);
-    std::memcpy(line.get() + key_length, value.c_str(), value_length + 1);
-    remove_r(line.get());
-
-    out.write(line.get(), static_cast<std::streamsize>(std::strlen(line.get())));
-    if (add_lf) {
-        out.write(ValCharLf, static_cast<std::streamsize>(std::strlen(ValCharLf)));
-    }
-    return 0;
+    return put_key_dat(key, value, add_lf, [&](char const* data, std::size_t size) {
+        out.write(data, static_cast<std::streamsize>(size));
+    });
 }
 
 void remove_r(char* text)
