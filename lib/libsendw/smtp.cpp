@@ -73,20 +73,42 @@ int ehlo(_s_smtp* session, std::string& auth_line)
     return 0;
 }
 
-// Reads one reply; line receives its last line.
-int read_last_line(_s_smtp* session, std::string& line)
+// Reads one reply, and gives each of its lines to take, which may change it. Returns 0 or -1.
+template <class Take>
+int read_reply(_s_smtp* session, Take&& take)
 {
-    std::vector<std::string> lines;
-    if (read_multiline_reply(session, lines) != 0) {
+    session->reply.clear();
+    sock_lines  reply(session->socket);
+    std::string line;
+    for (;;) {
+        if (reply.next(line) == -1) {
+            return -1;
+        }
+        bool const is_last = line.size() >= 4 && line[3] == ' ';
+        if (is_last && reply.take() != 0) {
+            return -1;
+        }
+        session->reply += line;
+        take(line);
+        if (is_last) {
+            return 0;
+        }
+    }
+}
+
+// Reads one reply; last receives its last line.
+int read_last_line(_s_smtp* session, std::string& last)
+{
+    last.clear();
+    if (read_reply(session, [&](std::string& line) { last.swap(line); }) != 0) {
         trace_msg("error:read_multiline_reply");
         return -1;
     }
-    // A complete reply has a line: this only guards line.back() below.
-    if (lines.empty()) {
+    // A complete reply has a line, and a line its line feed: this cannot happen.
+    if (last.empty()) {
         trace_msg("error:no reply line");
         return -1;
     }
-    line = std::move(lines.back());
     return 0;
 }
 
@@ -283,23 +305,7 @@ int smtp_end_session(_s_smtp* session)
 int read_multiline_reply(_s_smtp* session, std::vector<std::string>& lines)
 {
     lines.clear();
-    session->reply.clear();
-    sock_lines reply(session->socket);
-    for (;;) {
-        std::string line;
-        if (reply.next(line) == -1) {
-            return -1;
-        }
-        bool const is_last = line.size() >= 4 && line[3] == ' ';
-        if (is_last && reply.take() != 0) {
-            return -1;
-        }
-        session->reply += line;
-        lines.push_back(std::move(line));
-        if (is_last) {
-            return 0;
-        }
-    }
+    return read_reply(session, [&](std::string& line) { lines.push_back(std::move(line)); });
 }
 
 int read_reply_and_check_code(_s_smtp* session, char const* code)
