@@ -29,6 +29,21 @@ char const* name_of(char const* const (&names)[count], int number)
     return number >= 0 && number < count ? names[number] : "";
 }
 
+// get_timezone_bias_str, of the current time.
+std::string bias_of(std::tm const& now)
+{
+    std::int64_t const seconds = static_cast<std::int64_t>(platform::zone_offset_seconds(now));
+    std::int64_t const minutes = seconds / 60;
+    int const          hours   = static_cast<int>(minutes / 60);
+    int const          rest    = static_cast<int>(minutes % 60);
+
+    // Zero hours get a minus, and negative numbers keep their own sign behind it: deliberate, see
+    // docs/ODDITIES.md.
+    char text[text_size];
+    text_writer(text).put(hours > 0 ? "+" : "-").number(hours, 2).number(rest, 2).end();
+    return text;
+}
+
 }  // namespace
 
 std::string itimew::get_format_date()
@@ -39,7 +54,7 @@ std::string itimew::get_format_date()
     out.put(get_wday_str(now.tm_wday)).put(", ").number(now.tm_mday, 2);
     out.put(" ").put(get_mon_str(now.tm_mon)).put(" ").number(modify_year(now.tm_year));
     out.put(" ").number(now.tm_hour, 2).put(":").number(now.tm_min, 2);
-    out.put(":").number(now.tm_sec, 2).put(" ").put(get_timezone_bias_str());
+    out.put(":").number(now.tm_sec, 2).put(" ").put(bias_of(now));
     out.end();
     return text;
 }
@@ -81,16 +96,7 @@ char const* get_mon_str(int tm_mon)
 
 std::string get_timezone_bias_str()
 {
-    std::int64_t const seconds = static_cast<std::int64_t>(platform::zone_offset_seconds());
-    std::int64_t const minutes = seconds / 60;
-    int const          hours   = static_cast<int>(minutes / 60);
-    int const          rest    = static_cast<int>(minutes % 60);
-
-    // Zero hours get a minus, and negative numbers keep their own sign behind it: deliberate, see
-    // docs/ODDITIES.md.
-    char text[text_size];
-    text_writer(text).put(hours > 0 ? "+" : "-").number(hours, 2).number(rest, 2).end();
-    return text;
+    return bias_of(local_now());
 }
 
 }  // namespace zelieml

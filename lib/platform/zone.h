@@ -8,13 +8,17 @@
 #ifndef ZELIEML_PLATFORM_ZONE_H
 #define ZELIEML_PLATFORM_ZONE_H
 
+#include <ctime>
+
 namespace zelieml::platform
 {
 
 // zone_offset_seconds - how far local time is ahead of GMT now, in seconds; negative in the west
 //
+// now  the current time as local_time gives it: where it knows its zone, that is not read again
+//
 // 0 when that cannot be found out, as in a forked child on macOS, see macos/first_process.h.
-double zone_offset_seconds();
+double zone_offset_seconds(std::tm const& now);
 
 }  // namespace zelieml::platform
 

@@ -14,7 +14,7 @@ double     offset = 0;
 namespace zelieml
 {
 
-double platform::zone_offset_seconds()
+double platform::zone_offset_seconds(std::tm const& /*now*/)
 {
     std::lock_guard<std::mutex> const hold(guard);
     return offset;

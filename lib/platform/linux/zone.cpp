@@ -2,14 +2,12 @@
 
 #include "platform/zone.h"
 
-#include "platform/clock.h"
-
 namespace zelieml::platform
 {
 
-double zone_offset_seconds()
+double zone_offset_seconds(std::tm const& now)
 {
-    return static_cast<double>(local_time(wall_seconds()).tm_gmtoff);
+    return static_cast<double>(now.tm_gmtoff);
 }
 
 }  // namespace zelieml::platform

@@ -8,7 +8,7 @@
 namespace zelieml::platform
 {
 
-double zone_offset_seconds()
+double zone_offset_seconds(std::tm const& /*now*/)
 {
     if (is_forked()) {
         return 0;
