@@ -30,21 +30,19 @@ struct arrivals {
         }
     }
 
-    // While the engine was sending: the pauses between its passes do not count.
-    double microseconds_a_mail()
+    // What each mail took while the engine was sending: the pauses between its passes do not count.
+    std::vector<double> microseconds_each()
     {
         std::lock_guard<std::mutex> const hold(guard);
-        double                            busy  = 0;
-        int                               count = 0;
+        std::vector<double>               each;
         for (std::size_t i = 1; i < times.size(); ++i) {
             double const gap =
                 std::chrono::duration<double, std::micro>(times[i] - times[i - 1]).count();
             if (gap < 500000) {
-                busy += gap;
-                ++count;
+                each.push_back(gap);
             }
         }
-        return busy / count;
+        return each;
     }
 };
 

@@ -68,8 +68,8 @@ std::vector<double> post_from(int processes, char const* self, std::string const
 
 // ------------------------------------------------------------------ a burst
 
-// Mails a second while the engine is sending: the pauses between its passes do not count.
-double drain_rate(std::string const& workdir, char const* self)
+// Adds what each mail of a burst takes.
+void add_burst(std::vector<double>& times, std::string const& workdir, char const* self)
 {
     engine running(workdir, "bench burst");
     post_from(1, self, workdir, "bench burst", burst);
@@ -77,18 +77,40 @@ double drain_rate(std::string const& workdir, char const* self)
     if (running.seen.failed != 0) {
         throw std::runtime_error("mails of the burst were refused");
     }
-    return 1e6 / running.seen.microseconds_a_mail();
+    auto const each = running.seen.microseconds_each();
+    times.insert(times.end(), each.begin(), each.end());
 }
 
-double sync_rate(std::string const& workdir)
+// Adds what as many synchronous sends take.
+void add_sync(std::vector<double>& times, std::string const& workdir)
 {
-    auto const start = bench_clock::now();
     for (int i = 0; i < burst; ++i) {
-        if (send_mail(workdir) != 0) {
-            throw std::runtime_error("eml_post_sync failed");
-        }
+        times.push_back(microseconds([&] {
+            if (send_mail(workdir) != 0) {
+                throw std::runtime_error("eml_post_sync failed");
+            }
+        }));
     }
-    return burst / (microseconds_since(start) / 1e6);
+}
+
+// By turns, as the machine may have other work to do.
+bool bursts(std::string const& workdir, char const* self)
+{
+    constexpr double    limit = 0.95;
+    std::vector<double> sync_times;
+    std::vector<double> burst_times;
+    for (int turn = 0; turn < 3; ++turn) {
+        add_sync(sync_times, workdir);
+        add_burst(burst_times, workdir, self);
+    }
+    figures const in_a_row = summarise(sync_times);
+    figures const queued   = summarise(burst_times);
+    print("eml_post_sync, in a row", in_a_row);
+    print("a mail of a burst of 500", queued);
+    double const rate = in_a_row.median / queued.median;
+    std::printf("an engine sends %.2f times as many as eml_post_sync (at least %.2f)\n", rate,
+                limit);
+    return rate >= limit;
 }
 
 // ------------------------------------------------------------------ notifications
@@ -209,13 +231,9 @@ int all(char const* self, char const* port, int idle_seconds)
         print(name.c_str(), summarise(post_from(processes, self, workdir, "bench post", 100)));
     }
 
-    double const sync    = sync_rate(workdir);
-    double const drained = drain_rate(workdir, self);
-    std::printf("a burst of %d: %.0f mails a second, %.2f of the %.0f by eml_post_sync "
-                "(at least 0.85)\n",
-                burst, drained, drained / sync, sync);
+    bool const fast  = bursts(workdir, self);
     bool const quiet = idle(workdir, idle_seconds);
-    return drained >= 0.85 * sync && quiet ? 0 : 1;
+    return fast && quiet ? 0 : 1;
 }
 
 }  // namespace
