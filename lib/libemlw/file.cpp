@@ -23,7 +23,7 @@ struct array_releaser {
 
 std::string conf_fullpath(std::string const& workdir)
 {
-    return workdir + "/" + "zelismes.cf";
+    return workdir + "/zelismes.cf";
 }
 
 platform::text_array const* FindSMEFiles(char const* directory)
