@@ -9,6 +9,7 @@
 #include <limits>
 #include <memory>
 #include <new>
+#include <utility>
 
 #include "liblog/trace.h"
 #include "support/format.h"
@@ -273,13 +274,11 @@ int msg_set_body(void* msg, char const* text)
     }
 
     std::string& body = static_cast<_s_msg*>(msg)->body;
-    // One byte short for a body of nothing but lone line breaks, which is therefore stored
-    // unchanged: deliberate, see docs/ODDITIES.md.
-    int                     capacity = static_cast<int>(2 * length);
-    heap_buffer<char> const buffer   = heap_array<char>(2 * length);
-    // modify_line_feed would clear the buffer first.
-    if (buffer && write_with_crlf(text, buffer.get(), &capacity, opening_dot::kept) == 0) {
-        body.assign(buffer.get(), static_cast<std::size_t>(capacity));
+    std::string  converted;
+    // A body of nothing but lone line breaks is stored unchanged: deliberate, see docs/ODDITIES.md.
+    if (text_with_crlf(text, length, opening_dot::kept, converted) &&
+        converted.size() < 2 * length) {
+        body = std::move(converted);
     } else {
         body.assign(text, length);
     }

@@ -218,17 +218,14 @@ void modify_body(void* msg)
     }
     std::string&          body         = static_cast<_s_msg*>(msg)->body;
     constexpr std::size_t max_capacity = std::numeric_limits<int>::max();
-    if (body.empty() || body.size() > max_capacity / 2 - 1) {
+    if (*body.c_str() == '\0' || body.size() > max_capacity / 2 - 1) {
         return;
     }
 
-    int  size     = static_cast<int>((body.size() + 1) * 2);
-    auto modified = heap_array<char>(static_cast<std::size_t>(size));
-    // modify_body_data would clear the buffer first.
-    if (modified &&
-        write_with_crlf(body.c_str(), modified.get(), &size, opening_dot::doubled) == 0 &&
-        static_cast<std::size_t>(size) <= max_capacity / 2) {
-        body.assign(modified.get(), static_cast<std::size_t>(size));
+    std::string modified;
+    if (text_with_crlf(body.c_str(), body.size(), opening_dot::doubled, modified) &&
+        modified.size() <= max_capacity / 2) {
+        body = std::move(modified);
     }
 }
 

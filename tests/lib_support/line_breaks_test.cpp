@@ -44,6 +44,65 @@ TEST(CopyWithCrLf, DoublesADotThatOpensALineWhenAskedTo)
     EXPECT_EQ(copied(".a\n..\nb.c\r.", opening_dot::kept), ".a\r\n..\r\nb.c\r\n.");
 }
 
+// Of all texts of up to six of these characters, in pieces of every size.
+TEST(CrLfText, IsTheSameInPiecesAsAtOnce)
+{
+    char const characters[] = "\n\r.a";
+    for (int number = 0; number < 4096; ++number) {
+        std::string text;
+        for (int i = 0, left = number; i <= number % 7 && i < 6; ++i, left /= 4) {
+            text += characters[left % 4];
+        }
+        for (opening_dot const dot : {opening_dot::kept, opening_dot::doubled}) {
+            std::string const whole = copied(text.c_str(), dot);
+            for (std::size_t room = 2; room <= 13; ++room) {
+                std::string joined;
+                crlf_text   pieces(text.c_str(), dot);
+                while (!pieces.at_end()) {
+                    std::string       piece(room + 1, '#');
+                    std::size_t const size = pieces.next(&piece[0], room);
+                    ASSERT_TRUE(size > 0 && size <= room && piece[size] == '#');
+                    joined += piece.substr(0, size);
+                }
+                EXPECT_EQ(joined, whole) << "pieces of " << room;
+            }
+        }
+    }
+}
+
+TEST(CrLfText, IsTheSameAsAString)
+{
+    struct {
+        char const* period;
+        char const* reason;
+    } const texts[] = {
+        {"x", "a single line"},
+        {"\n", "empty lines, which make the result twice as long"},
+        {".\n", "dots and line breaks, the same"},
+        {"\r\nabc", "CR LF on the border of two pieces"},
+        {"seventy characters or so make up an ordinary line of an ordinary mail\n", "lines"},
+    };
+    for (auto const& t : texts) {
+        for (std::size_t const size :
+             {1u, 16383u, 16384u, 16385u, 32767u, 32768u, 32769u, 100000u}) {
+            std::string text;
+            while (text.size() < size) {
+                text += t.period;
+            }
+            text.resize(size);
+            for (opening_dot const dot : {opening_dot::kept, opening_dot::doubled}) {
+                std::string buffer(2 * size + 1, '#');
+                int         length = static_cast<int>(buffer.size());
+                ASSERT_EQ(write_with_crlf(text.c_str(), &buffer[0], &length, dot), 0);
+                buffer.resize(static_cast<std::size_t>(length));
+                std::string result;
+                EXPECT_TRUE(text_with_crlf(text.c_str(), size, dot, result));
+                EXPECT_TRUE(result == buffer) << t.reason << ", " << size;
+            }
+        }
+    }
+}
+
 TEST(CopyWithCrLf, RefusesNullAndNoRoom)
 {
     for (auto* const function : {copy_with_crlf, write_with_crlf}) {
