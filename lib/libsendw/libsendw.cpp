@@ -215,6 +215,25 @@ int _send_rcptto(_s_smtp* session, void* msg)
     return 0;
 }
 
+// Composes the mail and sends it, a short one at once.
+int _send_text(_s_smtp* session, void* msg, conf_settings const& conf)
+{
+    mail_text                text;
+    std::vector<std::string> lines;
+    if (text.begin(msg, lines, conf) != 0) {
+        return -1;
+    }
+    if (text.done()) {
+        return smtp_send_data(session, std::move(lines));
+    }
+    do {
+        if (smtp_write_data(session, lines) != 0) {
+            return -1;
+        }
+    } while (text.next(lines));
+    return smtp_end_data(session);
+}
+
 int _send_message(_s_smtp* session, void* msg, conf_settings const& conf)
 {
     // The envelope sender is the reply-to address, not From, and an empty one sends "<>":
@@ -223,10 +242,7 @@ int _send_message(_s_smtp* session, void* msg, conf_settings const& conf)
         smtp_start_data(session) != 0) {
         return -1;
     }
-    std::vector<std::string> lines;
-    return smtpmsg_create_multiline(msg, lines, conf) == 0
-               ? smtp_send_data(session, std::move(lines))
-               : -1;
+    return _send_text(session, msg, conf);
 }
 
 int send_message(_s_smtp* session, message_file const& message, conf_settings const& conf)

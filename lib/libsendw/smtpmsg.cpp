@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstring>
 #include <limits>
+#include <new>
 #include <utility>
 
 #include "libbase64/libbase64.h"
@@ -33,6 +34,9 @@ constexpr mail_form utf8_form = {get_subject_utf8_base64, get_content_type_utf8,
                                  get_content_transfer_encoding_base64, msg_body_utf8};
 constexpr mail_form jis_form  = {get_subject_jis_base64, get_content_type_jis,
                                  get_content_transfer_encoding_7bit, msg_body_jis};
+
+// Of a body that is encoded piece by piece; whole lines.
+constexpr std::size_t piece_size = std::size_t{57} * 1024;
 
 bool is_jis(std::string const& encoding)
 {
@@ -157,6 +161,44 @@ int smtpmsg_create_utf8_multiline(void* msg, std::vector<std::string>& out, char
 int smtpmsg_create_jis_multiline(void* msg, std::vector<std::string>& out, char const* conf)
 {
     return create(msg, out, read_settings(conf), jis_form);
+}
+
+int mail_text::begin(void* msg, std::vector<std::string>& out, conf_settings const& conf)
+{
+    // A body that is too long for an encoder is left to the whole form as well.
+    std::size_t const size = with_record(msg, [](_s_msg const& of) { return of.body.size(); });
+    if (size <= piece_size || size > std::numeric_limits<int>::max() / 2) {
+        return smtpmsg_create_multiline(msg, out, conf);
+    }
+    _s_msg&    record = *static_cast<_s_msg*>(msg);
+    bool const jis    = is_jis(record.encoding);
+    modify_body(msg);
+    body_ = std::move(record.body);
+    record.body.assign(body_, 0, jis ? 0 : piece_size);
+    if (smtpmsg_create_multiline(msg, out, conf) != 0) {
+        return -1;
+    }
+    if (jis) {
+        out.back() = std::move(body_);
+    }
+    // Without memory for its beginning the whole body is left out: deliberate, see docs/ODDITIES.md.
+    given_ = jis || out.back().empty() ? body_.size() : piece_size;
+    return 0;
+}
+
+bool mail_text::next(std::vector<std::string>& strings)
+{
+    if (done()) {
+        return false;
+    }
+    strings.erase(strings.begin(), strings.end() - 1);
+    auto const* const bytes = reinterpret_cast<unsigned char const*>(body_.data()) + given_;
+    std::size_t const size  = std::min(piece_size, body_.size() - given_);
+    if (!base64_encode(bytes, static_cast<int>(size), true, strings.back())) {
+        throw std::bad_alloc();  // not after begin, which has encoded as much
+    }
+    given_ += size;
+    return true;
 }
 
 int smtpmsg_split_address(std::string const& list, std::vector<std::string>& out)

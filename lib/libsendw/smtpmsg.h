@@ -13,6 +13,7 @@
 #ifndef ZELIEML_LIBSENDW_SMTPMSG_H
 #define ZELIEML_LIBSENDW_SMTPMSG_H
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -33,6 +34,36 @@ int smtpmsg_create_multiline(void* msg, std::vector<std::string>& out, char cons
 // smtpmsg_create_multiline - the same, with settings that have been read for this key
 constexpr char key_subject_use_encoding[] = "subject_use_encoding";
 int smtpmsg_create_multiline(void* msg, std::vector<std::string>& out, conf_settings const& conf);
+
+// mail_text - smtpmsg_create_multiline for a mail that is being sent
+//
+// Gives the strings in lots: a long body is encoded piece by piece, so that it is never there in
+// Base64 as a whole, and that the server has something to do meanwhile. All lots together are the
+// text that smtpmsg_create_multiline gives.
+class mail_text
+{
+public:
+    // begin - compose all but what is left of a long body
+    //
+    // msg   the record; a long body is taken away from it
+    // out   receives the first strings; emptied first
+    // conf  as above
+    //
+    // Returns as smtpmsg_create_multiline does.
+    int begin(void* msg, std::vector<std::string>& out, conf_settings const& conf);
+
+    // done - whether there is no more to come
+    bool done() const { return given_ >= body_.size(); }
+
+    // next - replace the strings given before by the next ones, in their memory
+    //
+    // Returns false when there are none.
+    bool next(std::vector<std::string>& strings);
+
+private:
+    std::string body_;
+    std::size_t given_ = 0;
+};
 
 // smtpmsg_split_address - split a list of addresses
 //

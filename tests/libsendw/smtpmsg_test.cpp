@@ -577,6 +577,108 @@ TEST(Base64Body, ConvertsNothing)
     EXPECT_EQ(_base64("", true), "");
 }
 
+// -------------------------------------------------------------- in several lots
+
+namespace
+{
+
+// The strings of a mail that is being sent, one after the other.
+std::string in_lots(message_holder const& msg, conf_settings const& settings, int* lots = nullptr)
+{
+    mail_text   text;
+    strings     now;
+    std::string sent;
+    EXPECT_EQ(text.begin(msg.get(), now, settings), 0);
+    bool more = true;
+    for (int count = 1; more; ++count) {
+        bool const last = text.done();
+        sent += joined(now);
+        more = text.next(now);
+        EXPECT_EQ(more, !last);
+        if (lots != nullptr) {
+            *lots = count;
+        }
+    }
+    return sent;
+}
+
+}  // namespace
+
+TEST_F(Composition, OfAMailThatIsBeingSentIsTheSame)
+{
+    conf_settings const settings(conf(), {key_subject_use_encoding});
+    constexpr unsigned  piece = 57 * 1024;
+    std::mt19937        random(4);
+    for (unsigned const size : {0u,
+                                1u,
+                                2u,
+                                3u,
+                                55u,
+                                56u,
+                                57u,
+                                58u,
+                                76u,
+                                1023u,
+                                piece - 2,
+                                piece - 1,
+                                piece,
+                                piece + 1,
+                                piece + 2,
+                                piece + 3,
+                                piece + 55,
+                                piece + 56,
+                                piece + 57,
+                                piece + 58,
+                                2 * piece - 1,
+                                2 * piece,
+                                2 * piece + 1,
+                                3 * piece,
+                                3 * piece + 1,
+                                4 * piece - 1,
+                                400000u}) {
+        for (char const* const encoding : {"UTF-8", "ISO-2022-JP", "iso-2022-jp"}) {
+            SCOPED_TRACE(encoding + (" " + std::to_string(size)));
+            std::string body(size, '\0');
+            for (char& c : body) {
+                c = "\r\n.."[random() % 4];
+                c = random() % 4 == 0 ? c : static_cast<char>(1 + random() % 255);
+            }
+            std::string mail[2];
+            strings     trace[2];
+            int         lots = 0;
+            for (int sending = 0; sending < 2; ++sending) {
+                auto const msg       = new_message();
+                record(msg).encoding = encoding;
+                record(msg).to       = "x@a.test";
+                record(msg).body     = body;
+                strings out;
+                clear_traces();
+                if (sending != 0) {
+                    mail[1] = in_lots(msg, settings, &lots);
+                } else {
+                    EXPECT_EQ(smtpmsg_create_multiline(msg.get(), out, settings), 0);
+                    mail[0] = joined(out);
+                }
+                trace[sending] = traces();
+            }
+            EXPECT_TRUE(mail[0] == mail[1]);
+            EXPECT_EQ(trace[0], trace[1]);
+            bool const jis = std::string(encoding) == "ISO-2022-JP";
+            EXPECT_EQ(lots, jis || size <= piece ? 1 : static_cast<int>((size - 1) / piece + 1));
+        }
+    }
+}
+
+TEST_F(Composition, OfAMailThatIsBeingSentSurvivesANullRecord)
+{
+    mail_text text;
+    strings   out;
+    EXPECT_EQ(text.begin(nullptr, out, conf_settings(conf(), {key_subject_use_encoding})), 0);
+    EXPECT_EQ(out.size(), 10U);
+    EXPECT_TRUE(text.done());
+    EXPECT_FALSE(text.next(out));
+}
+
 // ------------------------------------------------------------------ no memory
 
 TEST_F(Composition, WithoutMemoryForBase64TheTextIsEmpty)
@@ -620,6 +722,56 @@ TEST_F(Composition, WithoutMemoryForBase64AMailIsComposedAllTheSame)
         EXPECT_EQ(trouble_traces(), without_body ? strings{"error:base64_encode"} : strings{});
     }
     EXPECT_TRUE(without_body);
+}
+
+TEST_F(Composition, WithoutMemoryForTheBeginningALongBodyIsLeftOut)
+{
+    conf_settings const settings(conf(), {key_subject_use_encoding});
+    int                 without_body = 0;
+    bool                refused      = true;
+    for (int good = 0; refused; ++good) {
+        ASSERT_LT(good, 100);
+        auto const msg   = new_message();
+        record(msg).to   = "x@a.test";
+        record(msg).body = std::string(200000, 'x');
+        mail_text text;
+        strings   out;
+        bool      composed = true;
+        clear_traces();
+        {
+            failing_new const no_memory(good, 1);
+            try {
+                text.begin(msg.get(), out, settings);
+            } catch (std::bad_alloc const&) {
+                composed = false;  // somewhere else
+            }
+            refused = failing_new::refused();
+        }
+        bool const left_out = composed && out.back().empty();
+        EXPECT_EQ(trouble_traces(), left_out ? strings{"error:base64_encode"} : strings{});
+        if (left_out) {
+            ++without_body;
+            EXPECT_TRUE(text.done());
+        } else if (composed) {
+            failing_new const no_memory(0);
+            while (text.next(out)) {
+            }
+            EXPECT_FALSE(failing_new::refused()) << "what follows takes no more memory";
+        }
+    }
+    EXPECT_EQ(without_body, 1);
+}
+
+TEST_F(Composition, OfALongBodyDoesNotGoOnWithAGap)
+{
+    auto const msg   = new_message();
+    record(msg).body = std::string(200000, 'x');
+    mail_text text;
+    strings   out;
+    ASSERT_EQ(text.begin(msg.get(), out, conf_settings(conf(), {key_subject_use_encoding})), 0);
+    strings           other(1);  // without the memory of the first strings
+    failing_new const no_memory(0);
+    EXPECT_THROW(text.next(other), std::bad_alloc);
 }
 
 TEST_F(Composition, WithoutALockForTheSettingsTheSubjectIsEncoded)
