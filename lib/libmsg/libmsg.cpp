@@ -2,6 +2,7 @@
 
 #include "libmsg/libmsg.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -9,6 +10,7 @@
 #include <limits>
 #include <memory>
 #include <new>
+#include <string_view>
 #include <utility>
 
 #include "liblog/trace.h"
@@ -73,15 +75,65 @@ std::string text_of(void* msg, text_member member)
     return msg != nullptr ? static_cast<_s_msg*>(msg)->*member : std::string();
 }
 
-bool begins_with(char const* text, char const* key)
+bool begins_with(std::string_view line, char const* key)
 {
-    for (; *key != '\0'; ++text, ++key) {
-        if (*text != *key) {
+    for (std::size_t i = 0; key[i] != '\0'; ++i) {
+        if (i == line.size() || line[i] != key[i]) {
             return false;
         }
     }
     return true;
 }
+
+// set_dat for a line that is as long as the key at least.
+void set_value(std::string_view line, std::size_t skipped, std::string& field)
+{
+    std::string_view const value = line.substr(skipped);
+    field.assign(value, 0, value.find('\0'));
+}
+
+// set_msg for one line after the other.
+class line_setter
+{
+public:
+    explicit line_setter(_s_msg& msg) : msg_(msg)
+    {
+        for (header_field const& field : header_fields) {
+            key_starts_ |= bit_of(**field.key);
+        }
+    }
+
+    void set(std::string_view line)
+    {
+        if (line.empty() || (key_starts_ & bit_of(line.front())) == 0 || !set_field(line)) {
+            if (!msg_.body.empty()) {
+                for (char const c : joint_) {
+                    msg_.body += c;  // quicker than to append so few together
+                }
+            }
+            msg_.body += line;
+        }
+    }
+
+private:
+    static std::uint64_t bit_of(char c) { return std::uint64_t{1} << (c & 63); }
+
+    bool set_field(std::string_view line)
+    {
+        for (header_field const& field : header_fields) {
+            if (begins_with(line, *field.key)) {
+                set_value(line, std::strlen(*field.key), msg_.*field.text);
+                return true;
+            }
+        }
+        return false;
+    }
+
+    _s_msg&                msg_;
+    std::string_view const joint_ = ValCharCrLf;
+    // Most lines of a body begin with a character that no key begins with.
+    std::uint64_t key_starts_ = 0;
+};
 
 // A message file being written. Its buffer is on the stack, where it is cheaper than on the heap:
 // messages are short. After a failure nothing more is written.
@@ -141,25 +193,62 @@ int put_key_dat(char const* key, std::string const& value, bool add_lf, Put&& pu
     return 0;
 }
 
+// Copies a text without any CR into a buffer that is as large. Returns the number of bytes.
+std::size_t copy_without_cr(std::string_view text, char* out)
+{
+    std::size_t count = 0;
+    for (;;) {
+        std::size_t const size = std::min(text.find('\r'), text.size());
+        std::memcpy(out + count, text.data(), size);
+        count += size;
+        if (size == text.size()) {
+            return count;
+        }
+        text.remove_prefix(size + 1);
+    }
+}
+
+// put_key_dat for the body. A long one is written piece by piece, so that there is no copy of it.
+template <class Put>
+void put_body(std::string const& body, Put&& put)
+{
+    constexpr std::size_t piece_size = 65536;
+    if (body.size() <= piece_size) {
+        put_key_dat("", body, false, put);
+        return;
+    }
+    heap_buffer<char> const piece = heap_array<char>(piece_size);
+    if (!piece) {
+        trace_msg("error:malloc");  // left out
+        return;
+    }
+    for (std::string_view left = body.c_str(); !left.empty();) {
+        std::string_view const next = left.substr(0, piece_size);
+        put(piece.get(), copy_without_cr(next, piece.get()));
+        left.remove_prefix(next.size());
+    }
+}
+
 // Cuts the body at a NUL, which ends it like every other value.
 void end_body(_s_msg& msg)
 {
     msg.body.resize(std::strlen(msg.body.c_str()));
 }
 
-// Sets the lines that end in a piece of the file. What is left stays in line, which contains the
+// Sets the lines that end in a piece of the file. What is left stays in rest, which contains the
 // beginning of the first one.
-void set_lines(std::string& line, char const* piece, std::size_t size, _s_msg& msg)
+void set_lines(std::string& rest, std::string_view piece, line_setter& lines)
 {
-    while (void const* const lf = std::memchr(piece, '\n', size)) {
-        auto const length = static_cast<std::size_t>(static_cast<char const*>(lf) - piece);
-        line.append(piece, length);
-        set_msg(line, &msg);
-        line.clear();
-        piece += length + 1;
-        size -= length + 1;
+    for (std::size_t lf; (lf = piece.find('\n')) != piece.npos; piece.remove_prefix(lf + 1)) {
+        std::string_view const line = piece.substr(0, lf);
+        if (rest.empty()) {
+            lines.set(line);
+        } else {
+            lines.set(rest.append(line));
+            rest.clear();
+        }
     }
-    line.append(piece, size);
+    rest.append(piece);
 }
 
 // Reserves memory for the body of a file of this size. Only a hint: the body may be much smaller.
@@ -179,8 +268,9 @@ void expect_body(_s_msg& msg, std::int64_t size)
 // read_msg without a stream. Returns false when the file cannot be read.
 bool read_file(message_file const& file, _s_msg& msg)
 {
-    char         piece[4096];
-    std::string  line;
+    char         piece[16384];
+    std::string  rest;
+    line_setter  lines(msg);
     std::int64_t position = 0;
     expect_body(msg, file.size());
     for (bool complete = false; !complete;) {
@@ -192,9 +282,9 @@ bool read_file(message_file const& file, _s_msg& msg)
         position += count;
         // A short read need not be the last one, and the file may have grown.
         complete = taken == 0 || (taken < sizeof piece && position >= file.size());
-        set_lines(line, piece, taken, msg);
+        set_lines(rest, {piece, taken}, lines);
     }
-    set_msg(line, &msg);  // after a final LF an empty one, as in read_msg
+    lines.set(rest);  // after a final LF an empty one, as in read_msg
     end_body(msg);
     return true;
 }
@@ -422,7 +512,7 @@ int msg_write(void* msg, message_file& file)
         }
     }
     if (out.good()) {
-        put_key_dat("", record.body, false, put);
+        put_body(record.body, put);
     }
     out.flush();
     if (!out.good()) {
@@ -476,17 +566,7 @@ void remove_r(char* text)
         return;
     }
 
-    char const* const end   = first + length;
-    std::size_t       count = 0;
-    for (char const* run = first; run < end;) {
-        std::size_t const left = static_cast<std::size_t>(end - run);
-        void const* const cr   = std::memchr(run, '\r', left);
-        std::size_t const size =
-            cr != nullptr ? static_cast<std::size_t>(static_cast<char const*>(cr) - run) : left;
-        std::memcpy(scratch.get() + count, run, size);
-        count += size;
-        run += size + 1;
-    }
+    std::size_t const count = copy_without_cr({first, length}, scratch.get());
     std::memcpy(first, scratch.get(), count);
     first[count] = '\0';
 }
@@ -514,15 +594,7 @@ int set_msg(std::string const& line, _s_msg* msg)
     if (msg == nullptr) {
         return -1;
     }
-    for (header_field const& field : header_fields) {
-        if (begins_with(line.c_str(), *field.key)) {
-            return set_dat(line, *field.key, msg->*field.text);
-        }
-    }
-    if (!msg->body.empty()) {
-        msg->body += ValCharCrLf;
-    }
-    msg->body += line;
+    line_setter(*msg).set(line);
     return 0;
 }
 
@@ -532,7 +604,7 @@ int set_dat(std::string const& line, char const* key, std::string& field)
     if (skipped > line.size()) {
         return -1;
     }
-    field = line.c_str() + skipped;
+    set_value(line, skipped, field);
     return 0;
 }
 

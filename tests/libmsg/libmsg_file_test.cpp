@@ -393,6 +393,15 @@ TEST_F(MessageFile, LeavesOutALineThatThereIsNoMemoryFor)
         << "to, subject, replyto, body";
 }
 
+TEST_F(MessageFile, LeavesOutALongBodyThatThereIsNoMemoryFor)
+{
+    msg_set_body(msg, std::string(100000, 'b').c_str());
+    test::fail_heap_after(5);  // five lines
+    EXPECT_EQ(msg_save(msg, path.c_str()), 0);
+    EXPECT_EQ(test::read_file(path), "encoding: UTF-8\nfrom: \nto: \nsubject: \nreplyto: \n");
+    EXPECT_EQ(test::trouble_traces(), strings{"error:malloc"});
+}
+
 TEST_F(MessageFile, KeepsTheCrsOfALineWithoutMemoryToRemoveThem)
 {
     msg_set_body(msg, "a\r\nb");

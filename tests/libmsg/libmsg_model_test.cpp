@@ -126,8 +126,8 @@ TEST(RandomMessageFiles, AreLoadedAsTheModelSays)
 TEST(MessageFilesOfAllSizes, AreLoadedAsTheModelSays)
 {
     test::temp_dir dir;
-    for (std::size_t const size : {4095u, 4096u, 4097u, 8191u, 8192u, 8193u, 20000u}) {
-        for (std::size_t const period : {1u, 2u, 7u, 4096u, 100000u}) {
+    for (std::size_t const size : {16383u, 16384u, 16385u, 32767u, 32768u, 32769u, 50000u}) {
+        for (std::size_t const period : {1u, 2u, 7u, 16384u, 100000u}) {
             SCOPED_TRACE(std::to_string(size) + " bytes, lines of " + std::to_string(period));
             std::string bytes(size, 'x');
             for (std::size_t lf = period - 1; lf < size; lf += period) {
@@ -144,6 +144,44 @@ TEST(MessageFilesOfAllSizes, AreLoadedAsTheModelSays)
             }
         }
     }
+}
+
+// A long body is written in pieces.
+TEST(BodiesOfAllSizes, AreSavedAsTheModelSays)
+{
+    test::temp_dir dir;
+    void*          msg = nullptr;
+    ASSERT_EQ(msg_create(&msg), 0);
+    std::string& body = static_cast<_s_msg*>(msg)->body;
+    for (std::size_t const size : {65534u, 65535u, 65536u, 65537u, 65538u, 131072u, 131073u}) {
+        for (char const* const period : {"x", "\r", "\r\n", "\nab\r", "an ordinary line\r\n"}) {
+            for (std::size_t const nul : {size, std::size_t{65535}, std::size_t{65536}, size - 1}) {
+                SCOPED_TRACE(std::to_string(size) + " bytes, a NUL at " + std::to_string(nul));
+                body.clear();
+                while (body.size() < size) {
+                    body += period;
+                }
+                body.resize(size);
+                std::string::size_type const end = std::min(nul, size);
+                if (nul < size) {
+                    body[nul] = '\0';
+                }
+                test::message m;
+                m.header[0]       = "UTF-8";
+                m.body            = body.substr(0, end);
+                message_file file = create_message_file(dir.file("b").c_str());
+                EXPECT_EQ(msg_write(msg, file), 0);
+                EXPECT_TRUE(test::read_file(dir.file("b")) == test::file_of(m));
+
+                void* loaded = nullptr;
+                EXPECT_EQ(msg_load(&loaded, file), 0) << "from the file that was written";
+                EXPECT_TRUE(test::get_all(loaded) == test::message_of(test::file_of(m)));
+                msg_destroy(loaded);
+                ::unlink(dir.file("b").c_str());
+            }
+        }
+    }
+    msg_destroy(msg);
 }
 
 }  // namespace
