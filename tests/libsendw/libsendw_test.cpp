@@ -1305,6 +1305,24 @@ TEST_F(Delivery, CarriesABigMessageUnharmed)
                             static_cast<std::size_t>(size)) == wanted);
 }
 
+TEST_F(Delivery, CarriesABigIso2022JpMessageUnharmed)
+{
+    std::string body;
+    std::string wanted;
+    for (int i = 0; i < 100000; ++i) {
+        std::string const line = (i % 10 == 0 ? "." : "line ") + std::to_string(i);
+        body += line + "\n";
+        wanted += line + "\r\n";
+    }
+    mail_server server;
+    sender      s("encoding: ISO-2022-JP\nto: x@b.test\nreplyto: r@a.test\n" + body + "end",
+                  settings_text(server.smtp_port(), 0));
+    ASSERT_EQ(s.send(), 0);
+    ASSERT_EQ(server.mails().size(), 1U);
+    std::string const text = server.mails()[0].text;
+    EXPECT_TRUE(text.substr(text.find("\r\n\r\n") + 4) == wanted + "end\r\n");
+}
+
 TEST_F(Delivery, SurvivesAServerThatBreaksTheConnectionWithinABigText)
 {
     listening_socket door;
