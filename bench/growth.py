@@ -34,7 +34,7 @@ SUBJECTS = [
 # rest is caches and allocations of the system.
 ROOM = 1.6
 # What a send may take of memory at its peak, in bodies, beside the record that is sent.
-BODIES = 3
+BODIES = 1.25
 
 
 def measure(build, what, size, scratch):
