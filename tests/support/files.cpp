@@ -8,6 +8,7 @@
 #include <netdb.h>
 #include <sstream>
 #include <stdexcept>
+#include <sys/utsname.h>
 #include <unistd.h>
 
 namespace zelieml::test
@@ -23,9 +24,8 @@ namespace
 void make_first_look_up()
 {
     [[maybe_unused]] static bool const made = [] {
-        char own_name[256] = {};
-        ::gethostname(own_name, sizeof own_name - 1);
-        return ::gethostbyname(own_name) != nullptr;
+        utsname machine = {};  // gethostname is a fake in some programs
+        return ::uname(&machine) == 0 && ::gethostbyname(machine.nodename) != nullptr;
     }();
 }
 
