@@ -463,8 +463,9 @@ TEST(Engine, HandsNoDescriptorsToOtherPrograms)
         return other.out();
     };
     std::string const before = descriptors_of_others();
-    workplace         work(nobody.number());
-    running_engine    engine(work);
+    EXPECT_NE(before.find("/dev/fd/1"), std::string::npos) << before;
+    workplace      work(nobody.number());
+    running_engine engine(work);
     EXPECT_EQ(descriptors_of_others(), before);
 }
 
