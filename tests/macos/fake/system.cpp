@@ -10,7 +10,7 @@
 // - A connection that is closed before everything was read ends as any other, without a reset.
 // - A queue of no length for clients is one of 128.
 // - A port that is bound and that is all does not refuse a connect: it does not answer. No test is
-//   to wait for that.
+//   to wait for that. Only ports that the same process has bound are known here.
 // - An accepted socket has its listener's O_NONBLOCK.
 // - To shut down a listener does nothing.
 // - poll knows no devices, and says at the end of a stream that it has been hung up.
