@@ -1,0 +1,120 @@
+// attempt_note.cpp - why an attempt failed, told by whoever knows it first
+
+#include "support/attempt_note.h"
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+
+namespace zelieml
+{
+
+namespace
+{
+
+// A plain pointer: an object with a destructor would keep a host from unloading the library.
+thread_local attempt_note* current = nullptr;
+
+// The bytes of the UTF-8 character (RFC 3629) at text, or 0 when there is none or it is a control
+// character.
+std::size_t character_size(char const* text)
+{
+    auto const byte  = [&](int i) { return static_cast<unsigned char>(text[i]); };
+    auto const tails = [&](std::size_t count) {  // stops at the NUL
+        for (std::size_t i = 1; i <= count; ++i) {
+            if ((byte(static_cast<int>(i)) & 0xC0) != 0x80) {
+                return std::size_t{0};
+            }
+        }
+        return count + 1;
+    };
+    unsigned const first = byte(0);
+    if (first < 0x80) {
+        return first >= 0x20 && first != 0x7F ? 1 : 0;
+    }
+    if (first < 0xC2 || first > 0xF4) {
+        return 0;
+    }
+    if (first < 0xE0) {
+        return first == 0xC2 && byte(1) < 0xA0 ? 0 : tails(1);  // U+0080 to U+009F are controls
+    }
+    if (first < 0xF0) {
+        bool const overlong  = first == 0xE0 && byte(1) < 0xA0;
+        bool const surrogate = first == 0xED && byte(1) >= 0xA0;
+        return overlong || surrogate ? 0 : tails(2);
+    }
+    bool const overlong = first == 0xF0 && byte(1) < 0x90;
+    bool const beyond   = first == 0xF4 && byte(1) >= 0x90;
+    return overlong || beyond ? 0 : tails(3);
+}
+
+// Makes text what can be shown in a line.
+void make_printable(char* text)
+{
+    while (*text != '\0') {
+        std::size_t const size = character_size(text);
+        if (size == 0) {
+            *text = '?';
+        }
+        text += size > 0 ? size : 1;
+    }
+}
+
+// Ends a text that was cut off with "...", and not in the middle of a character.
+void mark_as_cut(char (&text)[reason_size])
+{
+    constexpr char mark[] = "...";
+    char*          end    = text + reason_size - sizeof mark;
+    while (end > text && (static_cast<unsigned char>(*end) & 0xC0) == 0x80) {
+        --end;
+    }
+    std::memcpy(end, mark, sizeof mark);
+}
+
+}  // namespace
+
+double attempt_note::seconds() const
+{
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
+}
+
+noting_attempt::noting_attempt(int number, char const* file) : outer_(current)
+{
+    note_.reason[0] = '\0';
+    note_.number    = number;
+    note_.file      = file;
+    note_.begin     = std::chrono::steady_clock::now();
+    current         = &note_;
+}
+
+noting_attempt::~noting_attempt()
+{
+    current = outer_;
+}
+
+attempt_note* current_note()
+{
+    return current;
+}
+
+void note_reason(char const* format, ...)
+{
+    attempt_note* const note = current;
+    if (note == nullptr || note->reason[0] != '\0') {
+        return;
+    }
+    std::va_list args;
+    va_start(args, format);
+    int const length = std::vsnprintf(note->reason, reason_size, format, args);
+    va_end(args);
+    if (length < 0) {
+        note->reason[0] = '\0';
+        return;
+    }
+    if (static_cast<std::size_t>(length) >= reason_size) {
+        mark_as_cut(note->reason);
+    }
+    make_printable(note->reason);
+}
+
+}  // namespace zelieml

@@ -1,0 +1,126 @@
+#include "support/attempt_note.h"
+
+#include <gtest/gtest.h>
+#include <string>
+#include <thread>
+
+using namespace zelieml;
+
+namespace
+{
+
+std::string noted(std::string const& text)
+{
+    noting_attempt const attempt;
+    note_reason("the server said %s", text.c_str());
+    return attempt->reason;
+}
+
+}  // namespace
+
+TEST(AttemptNote, IsMadeOfTheFirstFailureThatIsKnown)
+{
+    noting_attempt const attempt(2, "/w/1.sme");
+    EXPECT_STREQ(attempt->reason, "");
+    EXPECT_EQ(attempt->number, 2);
+    EXPECT_STREQ(attempt->file, "/w/1.sme");
+    note_reason("connect to %s:%d: refused", "mail.test", 25);
+    note_reason("the mail was not sent");
+    EXPECT_STREQ(attempt->reason, "connect to mail.test:25: refused");
+}
+
+TEST(AttemptNote, CountsTheSecondsSinceItsBeginning)
+{
+    noting_attempt attempt;
+    EXPECT_GE(attempt->seconds(), 0);
+    attempt->begin -= std::chrono::seconds(90);
+    EXPECT_GE(attempt->seconds(), 90);
+    EXPECT_LT(attempt->seconds(), 1000);
+}
+
+TEST(AttemptNote, IsNotNeeded)
+{
+    EXPECT_EQ(current_note(), nullptr);
+    note_reason("nobody asks");
+    EXPECT_EQ(current_note(), nullptr);
+    noting_attempt const attempt;
+    EXPECT_STREQ(attempt->reason, "") << "and what was told before is not kept for it";
+}
+
+TEST(AttemptNote, NestsAndGivesTheOuterOneBack)
+{
+    noting_attempt const outer;
+    {
+        noting_attempt const inner;
+        note_reason("inner");
+        EXPECT_STREQ(inner->reason, "inner");
+    }
+    EXPECT_STREQ(outer->reason, "");
+    note_reason("outer");
+    EXPECT_STREQ(outer->reason, "outer");
+}
+
+TEST(AttemptNote, BelongsToItsThread)
+{
+    noting_attempt const attempt;
+    std::thread([] {
+        EXPECT_EQ(current_note(), nullptr);
+        noting_attempt const other;
+        note_reason("another thread");
+        EXPECT_STREQ(other->reason, "another thread");
+    }).join();
+    EXPECT_STREQ(attempt->reason, "");
+}
+
+TEST(AttemptNote, ShowsWhatCannotBeShownAsQuestionMarks)
+{
+    struct {
+        char const* said;
+        char const* shown;
+    } const cases[] = {
+        {"550 no", "550 no"},
+        {"a\r\nb\tc\x1b[1m\x7f", "a??b?c?[1m?"},
+        {"gr\xC3\xBC\xC3\x9F \xE7\x94\xA8\xE7\xB4\x99 \xF0\x9F\x93\xA0",
+         "gr\xC3\xBC\xC3\x9F \xE7\x94\xA8\xE7\xB4\x99 \xF0\x9F\x93\xA0"},
+        {"\xFC Latin 1", "? Latin 1"},
+        {"\xC2\x85 \xC2\xA0", "?? \xC2\xA0"},                       // U+0085 is a control character
+        {"\xC1\x81 \xE0\x81\x81 \xF0\x81\x81\x81", "?? ??? ????"},  // overlong
+        {"\xED\xA0\x80 \xED\x9F\xBF", "??? \xED\x9F\xBF"},          // a surrogate
+        {"\xF4\x90\x80\x80 \xF4\x8F\xBF\xBF", "???? \xF4\x8F\xBF\xBF"},
+        {"\xF5\x80\x80\x80 \x80", "???? ?"},
+        {"cut \xE7\x94", "cut ??"},
+        {"cut \xC3", "cut ?"},
+        {"cut \xF0\x9F\x93", "cut ???"},
+    };
+    for (auto const& c : cases) {
+        EXPECT_EQ(noted(c.said), std::string("the server said ") + c.shown);
+    }
+}
+
+TEST(AttemptNote, IsCutOffWhereTheReasonIsTooLong)
+{
+    std::string const start = "the server said ";
+    std::size_t const room  = reason_size - 1 - start.size();
+    EXPECT_EQ(noted(std::string(room, 'x')), start + std::string(room, 'x'));
+    EXPECT_EQ(noted(std::string(room + 1, 'x')), start + std::string(room - 3, 'x') + "...");
+    // Not in the middle of a character.
+    std::string const kanji = "\xE7\x94\xA8";
+    for (std::size_t before : {0, 1, 2}) {
+        std::string text(before, 'x');
+        while (text.size() < 2000) {
+            text += kanji;
+        }
+        std::string const reason = noted(text);
+        EXPECT_EQ(reason.find('?'), std::string::npos) << reason;
+        EXPECT_LT(reason.size(), reason_size);
+        EXPECT_GT(reason.size(), reason_size - 4);
+        EXPECT_EQ(reason.substr(reason.size() - 3), "...");
+    }
+}
+
+TEST(AttemptNote, HasAReasonForLackOfMemory)
+{
+    noting_attempt const attempt;
+    note_no_memory();
+    EXPECT_STREQ(attempt->reason, "there is not enough memory");
+}
