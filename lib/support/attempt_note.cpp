@@ -61,10 +61,10 @@ void make_printable(char* text)
 }
 
 // Ends a text that was cut off with "...", and not in the middle of a character.
-void mark_as_cut(char (&text)[reason_size])
+void mark_as_cut(char (&text)[reason_capacity])
 {
     constexpr char mark[] = "...";
-    char*          end    = text + reason_size - sizeof mark;
+    char*          end    = text + reason_capacity - sizeof mark;
     while (end > text && (static_cast<unsigned char>(*end) & 0xC0) == 0x80) {
         --end;
     }
@@ -105,13 +105,13 @@ void note_reason(char const* format, ...)
     }
     std::va_list args;
     va_start(args, format);
-    int const length = std::vsnprintf(note->reason, reason_size, format, args);
+    int const length = std::vsnprintf(note->reason, reason_capacity, format, args);
     va_end(args);
     if (length < 0) {
         note->reason[0] = '\0';
         return;
     }
-    if (static_cast<std::size_t>(length) >= reason_size) {
+    if (static_cast<std::size_t>(length) >= reason_capacity) {
         mark_as_cut(note->reason);
     }
     make_printable(note->reason);

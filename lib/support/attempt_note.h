@@ -19,12 +19,12 @@ namespace zelieml
 {
 
 // Bytes of a reason, the NUL included.
-constexpr std::size_t reason_size = 1024;
+constexpr std::size_t reason_capacity = 1024;
 
 struct attempt_note {
-    char        reason[reason_size];  // a sentence; empty while no failure is known
-    int         number;               // of the attempt: 1, 2; 0 when there was none
-    char const* file;                 // the message file; stays valid as long as the note
+    char        reason[reason_capacity];  // a sentence; empty while no failure is known
+    int         number;                   // of the attempt: 1, 2; 0 when there was none
+    char const* file;                     // the message file; stays valid as long as the note
     std::chrono::steady_clock::time_point begin;  // of the attempt
 
     // Since the beginning.

@@ -100,7 +100,7 @@ TEST(AttemptNote, ShowsWhatCannotBeShownAsQuestionMarks)
 TEST(AttemptNote, IsCutOffWhereTheReasonIsTooLong)
 {
     std::string const start = "the server said ";
-    std::size_t const room  = reason_size - 1 - start.size();
+    std::size_t const room  = reason_capacity - 1 - start.size();
     EXPECT_EQ(noted(std::string(room, 'x')), start + std::string(room, 'x'));
     EXPECT_EQ(noted(std::string(room + 1, 'x')), start + std::string(room - 3, 'x') + "...");
     // Not in the middle of a character.
@@ -112,8 +112,8 @@ TEST(AttemptNote, IsCutOffWhereTheReasonIsTooLong)
         }
         std::string const reason = noted(text);
         EXPECT_EQ(reason.find('?'), std::string::npos) << reason;
-        EXPECT_LT(reason.size(), reason_size);
-        EXPECT_GT(reason.size(), reason_size - 4);
+        EXPECT_LT(reason.size(), reason_capacity);
+        EXPECT_GT(reason.size(), reason_capacity - 4);
         EXPECT_EQ(reason.substr(reason.size() - 3), "...");
     }
 }
