@@ -83,6 +83,8 @@ public:
     char const* text() const { return text_; }
     // Its length, which includes bytes after a NUL in the line.
     std::size_t size() const { return size_; }
+    // The error of the system that ended the reading, as errno; 0 if there was none.
+    int error() const { return error_; }
 
 private:
     // Moves the unread bytes to the front of the buffer and reads more behind them. So there is
@@ -98,6 +100,7 @@ private:
             count = ::read(fd_, buffer_ + end_, sizeof buffer_ - end_);
         } while (count < 0 && errno == EINTR);
         if (count < 0) {
+            error_ = errno;
             return false;
         }
         at_end_ = count == 0;
@@ -106,6 +109,7 @@ private:
     }
 
     int         fd_;
+    int         error_  = 0;
     bool        at_end_ = false;
     std::size_t begin_  = 0;  // of the unread bytes
     std::size_t end_    = 0;
@@ -239,11 +243,16 @@ bool is_settable(char const* key, char const* val)
 // place after the look at it, neither opening nor reading waits.
 //
 // path  or null: then nothing is opened
+//
+// Returns no file, with errno, when it cannot be opened.
 unique_fd open_settings(char const* path)
 {
     struct stat info = {};
-    if (path == nullptr || ::stat(path, &info) != 0 ||
-        !(S_ISREG(info.st_mode) || S_ISDIR(info.st_mode))) {
+    if (path == nullptr || ::stat(path, &info) != 0) {
+        return unique_fd();
+    }
+    if (!S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode)) {
+        errno = EINVAL;
         return unique_fd();
     }
     return above_standard(unique_fd(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC)));
@@ -511,11 +520,12 @@ int get_string(char const* key, char* val, unsigned int* len, bool has_path, Ope
 }  // namespace
 
 conf_settings::conf_settings(char const* path, std::initializer_list<char const*> keys)
-    : has_path_(path != nullptr)
+    : path_(path)
 {
     no_cancellation const shielded;
     unique_fd const       file = open_settings(path);
     if (!file) {
+        error_ = errno;
         return;
     }
     opened_ = true;
@@ -528,6 +538,7 @@ conf_settings::conf_settings(char const* path, std::initializer_list<char const*
     for (std::size_t left = keys.size(); left > 0 && in.next() == line_reader::result::line;) {
         left -= take(in.text());
     }
+    error_ = in.error();
 }
 
 std::size_t conf_settings::take(char const* line)

@@ -32,10 +32,14 @@ class conf_settings
 {
 public:
     // path  settings file; null, or one that conf_get_string cannot open, gives no settings
-    // keys  the strings must stay while the object is used
+    // keys  path and keys must stay while the object is used
     conf_settings(char const* path, std::initializer_list<char const*> keys);
 
-    bool has_path() const { return has_path_; }
+    bool        has_path() const { return path_ != nullptr; }
+    char const* path() const { return path_; }
+    // Why the file could not be opened or read, as errno: EINVAL for a pipe or a device; 0 if it
+    // could.
+    int error() const { return error_; }
     // Whether the file could be opened.
     explicit operator bool() const { return opened_; }
 
@@ -55,8 +59,9 @@ private:
     // Keeps a line that contains keys without one. Returns the number of these.
     std::size_t take(char const* line);
 
-    bool                   has_path_;
+    char const*            path_;
     bool                   opened_ = false;
+    int                    error_  = 0;
     std::vector<asked_key> keys_;
     std::string            lines_;  // each with its NUL
 };
