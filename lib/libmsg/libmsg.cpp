@@ -530,6 +530,7 @@ int msg_load(void** msg, char const* path)
 int msg_load(void** msg, message_file const& file)
 {
     if (msg_create(msg) != 0) {
+        errno = ENOMEM;
         return -1;
     }
     no_cancellation const shielded;
@@ -537,7 +538,7 @@ int msg_load(void** msg, message_file const& file)
     try {
         loaded = file && read_file(file, *static_cast<_s_msg*>(*msg));
     } catch (std::exception const&) {
-        // no memory: traced below, like a file that cannot be read
+        errno = ENOMEM;  // traced below, like a file that cannot be read
     }
     if (!loaded) {
         trace_msg("error:ifstream(%s)");

@@ -149,6 +149,8 @@ int msg_load(void** msg, char const* path);
 // msg_load - the same, from an open file, from its beginning
 //
 // file  no file counts as one that cannot be opened
+//
+// A file that cannot be read, and lack of memory, come with errno.
 int msg_load(void** msg, message_file const& file);
 
 // The steps of msg_save and msg_load.

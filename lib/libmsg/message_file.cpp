@@ -39,6 +39,13 @@ message_file::message_file(unique_fd fd, std::int64_t size, std::int64_t limit)
 {
 }
 
+message_file message_file::none(int error)
+{
+    message_file file;
+    file.error_ = error;
+    return file;
+}
+
 message_file& message_file::operator=(message_file&& other) noexcept
 {
     if (this != &other) {
@@ -46,6 +53,7 @@ message_file& message_file::operator=(message_file&& other) noexcept
         fd_     = std::move(other.fd_);
         limit_  = other.limit_;
         size_   = other.size_;
+        error_  = other.error_;
         locked_ = other.locked_;
     }
     return *this;
@@ -108,10 +116,12 @@ bool message_file::close()
 
 message_file create_message_file(char const* path)
 {
-    message_file file(open_path(path, O_RDWR | O_CREAT | O_EXCL));
-    if (file) {
-        file.lock();
+    unique_fd fd = open_path(path, O_RDWR | O_CREAT | O_EXCL);
+    if (!fd) {
+        return message_file::none(errno);
     }
+    message_file file(std::move(fd));
+    file.lock();
     return file;
 }
 
@@ -133,7 +143,7 @@ message_file open_message_file(char const* path, std::optional<uid_t> owner)
 {
     unique_fd fd = open_path(path, O_RDONLY | O_NOFOLLOW | O_NONBLOCK);
     if (!fd) {
-        return message_file();
+        return message_file::none(errno);
     }
     struct stat        status = {};
     bool const         sound  = is_regular(fd, status) && status.st_nlink == 1;
@@ -142,7 +152,7 @@ message_file open_message_file(char const* path, std::optional<uid_t> owner)
     std::int64_t const limit  = own ? message_file::unlimited : max_foreign_message;
     if (!sound || (owner && status.st_uid != *owner) || status.st_size > limit) {
         errno = gone ? ENOENT : EPERM;
-        return message_file();
+        return message_file::none(errno);
     }
     return message_file(std::move(fd), status.st_size, limit);
 }
@@ -152,7 +162,7 @@ message_file follow_message_file(char const* path)
     unique_fd   fd     = open_path(path, O_RDONLY | O_NONBLOCK);
     struct stat status = {};
     if (!is_regular(fd, status)) {
-        return message_file();
+        return message_file::none(fd ? EPERM : errno);
     }
     return message_file(std::move(fd), status.st_size);
 }

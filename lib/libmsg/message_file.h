@@ -35,12 +35,16 @@ public:
     // size   of the file
     // limit  of the bytes that can be read
     explicit message_file(unique_fd fd, std::int64_t size = 0, std::int64_t limit = unlimited);
+    // No file; why, as errno.
+    static message_file none(int error);
     ~message_file() { close(); }
     message_file(message_file&& other) noexcept = default;
     message_file& operator=(message_file&& other) noexcept;
 
     explicit operator bool() const { return static_cast<bool>(fd_); }
     int      descriptor() const { return fd_.get(); }
+    // Why there is no file, as errno; 0 where that is not known.
+    int error() const { return error_; }
 
     // read - read from a position on, at most size bytes
     //
@@ -68,6 +72,7 @@ private:
     unique_fd    fd_;
     std::int64_t limit_  = 0;
     std::int64_t size_   = 0;
+    int          error_  = 0;
     bool         locked_ = false;
 };
 
@@ -99,7 +104,7 @@ message_file open_message_file(char const* path, std::optional<uid_t> owner = {}
 //
 // path  links are followed; a pipe or a device is refused and not waited for
 //
-// Returns no file when it cannot be opened.
+// Returns no file, with errno, when it cannot be opened, or is refused (EPERM).
 message_file follow_message_file(char const* path);
 
 }  // namespace zelieml
