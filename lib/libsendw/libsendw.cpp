@@ -2,6 +2,7 @@
 
 #include "libsendw/libsendw.h"
 
+#include <cerrno>
 #include <cstring>
 #include <initializer_list>
 #include <memory>
@@ -18,6 +19,8 @@
 #include "libsendw/smtp.h"
 #include "libsendw/smtp_converse.h"
 #include "libsendw/smtpmsg.h"
+#include "platform/error_text.h"
+#include "support/attempt_note.h"
 #include "support/format.h"
 #include "support/number.h"
 
@@ -65,6 +68,35 @@ bool read_setting(char const* key, setting& value, conf_settings const& conf,
     return true;
 }
 
+// Why a setting that is needed could not be read.
+void note_setting(char const* key, conf_settings const& conf)
+{
+    char const* const line = conf.find(key);
+    if (!conf.has_path()) {
+        note_no_memory();
+    } else if (line == nullptr && conf.error() == EINVAL) {
+        note_reason("settings: %s is not a regular file", conf.path());
+    } else if (line == nullptr && conf.error() != 0) {
+        note_reason("settings: %s cannot be read: %s", conf.path(),
+                    platform::error_text(conf.error()).c_str());
+    } else {
+        note_reason("settings: %s %s in %s", key,
+                    line == nullptr                     ? "is missing"
+                    : std::strchr(line, '=') == nullptr ? "has no \"=\""
+                                                        : "is too long",
+                    conf.path());
+    }
+}
+
+bool read_needed(char const* key, setting& value, conf_settings const& conf)
+{
+    if (!read_setting(key, value, conf)) {
+        note_setting(key, conf);
+        return false;
+    }
+    return true;
+}
+
 // Whether a setting has exactly this value.
 bool setting_is(char const* key, char const* text, conf_settings const& conf)
 {
@@ -101,15 +133,14 @@ std::string get_smtp_auth_type(conf_settings const& conf)
 
 int get_pop_server_addr(server_addr& addr, conf_settings const& conf)
 {
-    return read_setting("pop_server", addr.host, conf) && read_setting("pop_port", addr.port, conf)
+    return read_needed("pop_server", addr.host, conf) && read_needed("pop_port", addr.port, conf)
                ? 0
                : -1;
 }
 
 int get_smtp_server_addr(server_addr& addr, conf_settings const& conf)
 {
-    return read_setting("smtp_server", addr.host, conf) &&
-                   read_setting("smtp_port", addr.port, conf)
+    return read_needed("smtp_server", addr.host, conf) && read_needed("smtp_port", addr.port, conf)
                ? 0
                : -1;
 }
@@ -126,8 +157,8 @@ bool passwords_are_raw(conf_settings const& conf)
 int get_userinfo(char const* account_key, char const* passwd_key, userinfo& info,
                  conf_settings const& conf)
 {
-    if (!read_setting(account_key, info.user, conf) ||
-        !read_setting(passwd_key, info.password, conf)) {
+    if (!read_needed(account_key, info.user, conf) ||
+        !read_needed(passwd_key, info.password, conf)) {
         return -1;
     }
     if (passwords_are_raw(conf)) {
@@ -138,6 +169,7 @@ int get_userinfo(char const* account_key, char const* passwd_key, userinfo& info
         icryptw().decrypt_passwd(reinterpret_cast<unsigned char*>(info.password)));
     if (!clear) {
         trace_msg("error:crypt::decrypt_passwd");
+        note_reason("settings: %s in %s cannot be decrypted", passwd_key, conf.path());
         return -1;
     }
     // Fits: it is half as long as its stored form.
@@ -204,6 +236,7 @@ int _send_rcptto(_s_smtp* session, void* msg)
     std::vector<std::string> addresses;
     if (smtpmsg_split_address(list, addresses) != 0) {
         trace_msg("error:smtpmsg_split_address");
+        note_reason("the message has no recipient");
         return -1;
     }
     std::vector<std::string> unique;
@@ -221,6 +254,7 @@ int _send_text(_s_smtp* session, void* msg, conf_settings const& conf)
     mail_text                text;
     std::vector<std::string> lines;
     if (text.begin(msg, lines, conf) != 0) {
+        note_reason("the text of the mail cannot be composed");
         return -1;
     }
     if (text.done()) {
@@ -245,12 +279,26 @@ int _send_message(_s_smtp* session, void* msg, conf_settings const& conf)
     return _send_text(session, msg, conf);
 }
 
+// Why a message file could not be loaded.
+void note_not_loaded(message_file const& message, int error)
+{
+    if (!message && (message.error() == EPERM || message.error() == ELOOP)) {
+        note_reason("the message file is not to be sent: it is a link or no regular file, has a "
+                    "second name, is somebody else's, or is too large");
+    } else {
+        note_reason("the message file cannot be %s: %s", message ? "read" : "opened",
+                    platform::error_text(message ? error : message.error()).c_str());
+    }
+}
+
 int send_message(_s_smtp* session, message_file const& message, conf_settings const& conf)
 {
     void*                loaded = nullptr;
     int const            load   = msg_load(&loaded, message);
+    int const            error  = errno;
     message_holder const msg(loaded);  // there is a record even when the file cannot be read
     if (load != 0) {
+        note_not_loaded(message, error);
         return -1;
     }
     if (_send_message(session, msg.get(), conf) != 0) {

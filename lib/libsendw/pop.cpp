@@ -2,6 +2,7 @@
 
 #include "libsendw/pop.h"
 
+#include <cerrno>
 #include <cstdint>
 #include <cstring>
 
@@ -9,6 +10,7 @@
 #include "libsendw/digest_text.h"
 #include "libsendw/sock.h"
 #include "platform/sleep.h"
+#include "support/attempt_note.h"
 #include "support/number.h"
 
 namespace zelieml
@@ -24,6 +26,7 @@ constexpr std::size_t max_stat_length  = 1023;
 int send_command(_s_pop* session, std::string const& line)
 {
     if (sock_command(session->socket, line) != 0) {
+        note_lost(session->book, errno);
         trace_msg("error:sock_write");
         return -1;
     }
@@ -33,19 +36,54 @@ int send_command(_s_pop* session, std::string const& line)
 int read_reply(_s_pop* session)
 {
     if (sock_readline(session->socket, session->reply) == -1) {
+        note_lost(session->book, errno);
         trace_msg("error:sock_readline");
         return -1;
     }
     return 0;
 }
 
-// Sends a command; its reply, one line, must not be an error.
-int command(_s_pop* session, std::string const& line)
+// Sends the command of the step that is on; its reply, one line, must not be an error.
+int exchange(_s_pop* session, std::string const& line)
 {
     if (send_command(session, line) != 0 || read_reply(session) != 0) {
         return -1;
     }
-    return pop_error(session->reply) ? -1 : 0;
+    if (pop_error(session->reply)) {
+        note_refused(session->book, session->reply);
+        return -1;
+    }
+    return 0;
+}
+
+// A step of one command.
+int command(_s_pop* session, step const& now, std::string const& line)
+{
+    session->book.now = now;
+    return exchange(session, line);
+}
+
+void note_no_account()
+{
+    note_reason("no account or no password is given");
+}
+
+// A step of the login.
+int log_in(_s_pop* session, step const& now, char const* word, char const* argument)
+{
+    if (argument == nullptr) {
+        note_no_account();
+        return -1;
+    }
+    session->book.now = now;
+    return login_data(session, word, argument);
+}
+
+// PASS
+int send_password(_s_pop* session, step const& now, char const* password)
+{
+    session->book.password = password != nullptr ? password : "";
+    return log_in(session, now, "pass", password);
 }
 
 // Takes the lines that were read. A last one that cannot be taken does not count.
@@ -103,12 +141,12 @@ void pop_abandon_session(_s_pop* session)
 
 int pop_user(_s_pop* session, char const* user)
 {
-    return login_data(session, "user", user);
+    return log_in(session, {"USER", "the user ", user}, "user", user);
 }
 
 int pop_passwd(_s_pop* session, char const* password)
 {
-    return login_data(session, "pass", password);
+    return send_password(session, {"PASS", "the password"}, password);
 }
 
 int login_data(_s_pop* session, char const* word, char const* argument)
@@ -116,17 +154,20 @@ int login_data(_s_pop* session, char const* word, char const* argument)
     if (argument == nullptr) {
         return -1;
     }
-    return command(session, std::string(word) + " " + argument + "\r\n");
+    return exchange(session, std::string(word) + " " + argument + "\r\n");
 }
 
 int pop_apop(_s_pop* session, char const* user, char const* password)
 {
     trace_msg("pop_apop in");
     if (user == nullptr || password == nullptr) {
+        note_no_account();
         return -1;
     }
+    session->book.password = password;
     std::string text;
     if (find_challenge(session->reply, text) != 0) {
+        note_reply(session->book, "offers no APOP", session->reply);
         return -1;
     }
     text += password;
@@ -135,9 +176,12 @@ int pop_apop(_s_pop* session, char const* user, char const* password)
         icryptw().md5(reinterpret_cast<unsigned char const*>(text.data()), text.size()));
     if (!digest) {
         trace_msg("error:crypt::md5");
+        note_reason("the response to APOP cannot be computed");
         return -1;
     }
-    if (command(session, std::string("apop ") + user + " " + digest_text(digest) + "\r\n") != 0) {
+    session->book.response = digest_text(digest);
+    if (command(session, {"APOP", "APOP for ", user},
+                std::string("apop ") + user + " " + session->book.response + "\r\n") != 0) {
         return -1;
     }
     trace_msg("pop_apop out");
@@ -152,16 +196,18 @@ int pop_log_in(_s_pop* session, char const* user, char const* password, bool apo
     if (pop_user(session, user) != 0) {
         return pop_user_refused;
     }
-    return pop_passwd(session, password) == 0 ? pop_ok : pop_pass_refused;
+    int const passed = send_password(session, {"PASS", "the password of ", user}, password);
+    return passed == 0 ? pop_ok : pop_pass_refused;
 }
 
 int pop_stat(_s_pop* session, int* count, int* size)
 {
-    if (command(session, "stat\r\n") != 0) {
+    if (command(session, {"STAT", "STAT"}, "stat\r\n") != 0) {
         return -1;
     }
     if (session->reply.size() > max_stat_length) {
         trace_msg("error:BufLen");
+        note_reason("the answer to STAT is too long");
         return -1;
     }
 
@@ -175,7 +221,7 @@ int pop_stat(_s_pop* session, int* count, int* size)
 
 int pop_retr(_s_pop* session, int number)
 {
-    return command(session, "retr " + std::to_string(number) + "\r\n");
+    return command(session, {"RETR", "RETR"}, "retr " + std::to_string(number) + "\r\n");
 }
 
 int pop_retr_alllines(_s_pop* session, int number, std::vector<std::string>& lines, bool& over)
@@ -193,11 +239,12 @@ int pop_retr_alllines(_s_pop* session, int number, std::vector<std::string>& lin
 
 int pop_dele(_s_pop* session, int number)
 {
-    return command(session, "dele " + std::to_string(number) + "\r\n");
+    return command(session, {"DELE", "DELE"}, "dele " + std::to_string(number) + "\r\n");
 }
 
 int pop_quit(_s_pop* session)
 {
+    session->book.now = {"POP3 QUIT", "QUIT"};
     return send_command(session, "quit\r\n") == 0 ? read_reply(session) : -1;
 }
 

@@ -6,7 +6,7 @@
 //
 // A reply counts as an error when it contains "-ERR", "-err" or "error" anywhere; a positive status
 // is not required: deliberate, see docs/ODDITIES.md. A command line of more than 1023 bytes is not
-// sent and counts as refused.
+// sent and counts as refused. Whatever fails is noted (support/attempt_note.h).
 
 #ifndef ZELIEML_LIBSENDW_POP_H
 #define ZELIEML_LIBSENDW_POP_H
@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "libsendw/session_holder.h"
+#include "libsendw/step.h"
 
 namespace zelieml
 {
@@ -36,6 +37,7 @@ struct _s_pop {
     int         socket    = 0;      // valid while connected
     std::string reply     = {};     // the last line read, with its line end
     bool        connected = false;  // socket is open and belongs to this session
+    step_book   book      = {"the POP3 server"};
 };
 
 // pop_start_session - connect and read the greeting

@@ -7,6 +7,7 @@
 
 #include "liblog/trace.h"
 #include "libsendw/sock.h"
+#include "support/attempt_note.h"
 #include "support/no_cancellation.h"
 
 namespace zelieml
@@ -23,7 +24,11 @@ int connect_session(char const* host, int port, Session** out, char const* step)
 {
     auto* const session = new (std::nothrow) Session();
     *out                = session;
-    if (session == nullptr || sock_connect_host(host, port, session->socket, step) != 0) {
+    if (session == nullptr) {
+        note_no_memory();
+        return -1;
+    }
+    if (sock_connect_host(host, port, session->socket, step) != 0) {
         return -1;
     }
     session->connected = true;

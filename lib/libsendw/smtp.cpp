@@ -3,6 +3,7 @@
 #include "libsendw/smtp.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstring>
 #include <limits>
 #include <utility>
@@ -12,6 +13,7 @@
 #include "liblog/trace.h"
 #include "libsendw/digest_text.h"
 #include "libsendw/sock.h"
+#include "support/attempt_note.h"
 
 namespace zelieml
 {
@@ -24,20 +26,47 @@ bool contains(std::string const& text, char const* part)
     return text.find(part) != std::string::npos;
 }
 
-// Writes a command line and checks the reply; traces error when either fails.
-int command(_s_smtp* session, std::string const& line, char const* code, char const* error)
+// Writes a command line.
+int send_command(_s_smtp* session, std::string const& line)
 {
-    if (sock_command(session->socket, line) != 0 || read_reply_and_check_code(session, code) != 0) {
+    if (sock_command(session->socket, line) != 0) {
+        note_lost(session->book, errno);
+        return -1;
+    }
+    return 0;
+}
+
+// Writes a line of the step that is on and checks the reply; traces error when either fails.
+int exchange(_s_smtp* session, std::string const& line, char const* code, char const* error)
+{
+    if (send_command(session, line) != 0 || read_reply_and_check_code(session, code) != 0) {
         trace_msg(error);
         return -1;
     }
     return 0;
 }
 
+// A step of one command.
+int command(_s_smtp* session, step const& now, std::string const& line, char const* code,
+            char const* error)
+{
+    session->book.now = now;
+    return exchange(session, line, code, error);
+}
+
+// An address as a reason names it.
+char const* name_of(std::string const& address)
+{
+    return address.empty() ? "<>" : address.c_str();
+}
+
 int _smtp_rcptto(_s_smtp* session, std::string const& address)
 {
-    return command(session, "rcpt to: <" + address + ">\r\n", "250", "error:smtp rcpt to");
+    return command(session, {"RCPT", "the recipient ", name_of(address)},
+                   "rcpt to: <" + address + ">\r\n", "250", "error:smtp rcpt to");
 }
+
+constexpr step text_step = {"the text", "the text"};
 
 constexpr char end_mark[] = "\r\n.\r\n";
 
@@ -50,17 +79,23 @@ int _smtp_write_data(_s_smtp* session, std::string const& line)
 {
     if (is_too_long(line)) {
         trace_msg("error:malloc");  // the trace for a line too long, though nothing is allocated
+        note_reason("a line of the text is too long");
         return -1;
     }
     int const length = static_cast<int>(line.size());
-    return sock_write(session->socket, line.data(), length) == length ? 0 : -1;
+    if (sock_write(session->socket, line.data(), length) != length) {
+        note_lost(session->book, errno);
+        return -1;
+    }
+    return 0;
 }
 
 // Sends EHLO; auth_line receives the line that offers authentication, or an empty string.
 int ehlo(_s_smtp* session, std::string& auth_line)
 {
     std::vector<std::string> lines;
-    if (sock_command(session->socket, "ehlo " + get_hostname() + "\r\n") != 0 ||
+    session->book.now = {"EHLO", "EHLO"};
+    if (send_command(session, "ehlo " + get_hostname() + "\r\n") != 0 ||
         read_multiline_reply(session, lines) != 0) {
         trace_msg("error:read_multiline_reply");
         return -1;
@@ -68,6 +103,7 @@ int ehlo(_s_smtp* session, std::string& auth_line)
     auth_line = find_auth_reponse(lines);
     if (!contains(lines.back(), "250")) {
         trace_msg("error:not 250");
+        note_refused(session->book, session->reply);
         return -1;
     }
     return 0;
@@ -81,11 +117,10 @@ int read_reply(_s_smtp* session, Take&& take)
     sock_lines  reply(session->socket);
     std::string line;
     for (;;) {
-        if (reply.next(line) == -1) {
-            return -1;
-        }
-        bool const is_last = line.size() >= 4 && line[3] == ' ';
-        if (is_last && reply.take() != 0) {
+        bool const came    = reply.next(line) != -1;
+        bool const is_last = came && line.size() >= 4 && line[3] == ' ';
+        if (!came || (is_last && reply.take() != 0)) {
+            note_lost(session->book, errno);
             return -1;
         }
         session->reply += line;
@@ -107,6 +142,7 @@ int read_last_line(_s_smtp* session, std::string& last)
     // A complete reply has a line, and a line its line feed: this cannot happen.
     if (last.empty()) {
         trace_msg("error:no reply line");
+        note_refused(session->book, "");
         return -1;
     }
     return 0;
@@ -115,7 +151,7 @@ int read_last_line(_s_smtp* session, std::string& last)
 // Sends a command that starts an AUTH exchange; the reply must contain 334.
 int start_exchange(_s_smtp* session, char const* line, std::string& reply)
 {
-    if (sock_command(session->socket, line) != 0) {
+    if (send_command(session, line) != 0) {
         trace_msg("error:not 334");
         return -1;
     }
@@ -124,6 +160,7 @@ int start_exchange(_s_smtp* session, char const* line, std::string& reply)
     }
     if (!contains(reply, "334")) {
         trace_msg("error:not 334");
+        note_refused(session->book, session->reply);
         return -1;
     }
     return 0;
@@ -138,22 +175,30 @@ int respond(_s_smtp* session, char const* before, std::string const& response, c
                       static_cast<int>(response.size()), false));
     if (!encoded) {
         trace_msg("error:base64_encode");
+        note_no_memory();
         return -1;
     }
-    return command(session,
-                   std::string(before) + reinterpret_cast<char const*>(encoded.get()) + "\r\n",
-                   code, error);
+    session->book.response = reinterpret_cast<char const*>(encoded.get());
+    return exchange(session, before + session->book.response + "\r\n", code, error);
+}
+
+// The step of a login; from now on nothing that is quoted contains the password.
+void begin_login(_s_smtp* session, char const* command, char const* user, char const* password)
+{
+    session->book.now      = {command, "the login of ", user};
+    session->book.password = password;
 }
 
 // The response of CRAM-MD5 to a reply "334 <challenge in Base64>".
-int cram_md5_response(std::string const& reply, char const* user, char const* password,
-                      std::string& response)
+int cram_md5_response(step_book const& book, std::string const& reply, char const* user,
+                      char const* password, std::string& response)
 {
     std::string const   coded = reply.substr(reply.find(' ') + 1);
     base64_buffer const challenge(base64_decode(
         reinterpret_cast<unsigned char const*>(coded.data()), static_cast<int>(coded.size())));
     if (!challenge) {
         trace_msg("error:base64_decode");
+        note_reply(book, "sent a challenge that is not Base64", reply);
         return -1;
     }
 
@@ -165,6 +210,7 @@ int cram_md5_response(std::string const& reply, char const* user, char const* pa
         icryptw().hmac_md5(key, text_size(key), challenge.get(), text_size(challenge.get())));
     if (!digest) {
         trace_msg("error:hmac_md5");
+        note_reason("the response to CRAM-MD5 cannot be computed");
         return -1;
     }
     response = std::string(user) + " " + digest_text(digest);
@@ -193,14 +239,19 @@ void smtp_abandon_session(_s_smtp* session)
 
 int smtp_helo(_s_smtp* session)
 {
-    return command(session, "helo " + get_hostname() + "\r\n", "250", "error:smtp helo");
+    return command(session, {"HELO", "HELO"}, "helo " + get_hostname() + "\r\n", "250",
+                   "error:smtp helo");
 }
 
 int smtp_ehlo(_s_smtp* session, std::string const& auth_type, char const* user,
               char const* password)
 {
     std::string auth_line;
-    if (user == nullptr || password == nullptr || ehlo(session, auth_line) != 0) {
+    if (user == nullptr || password == nullptr) {
+        note_reason("no account or no password is given");
+        return -1;
+    }
+    if (ehlo(session, auth_line) != 0) {
         return -1;
     }
     return auth(session, auth_type, user, password, auth_line);
@@ -210,8 +261,11 @@ int smtp_ehlo2(_s_smtp* session, std::string const& auth_type, char const* user,
                char const* password, char const* auth_switch)
 {
     std::string auth_line;
-    if (user == nullptr || password == nullptr || auth_switch == nullptr ||
-        ehlo(session, auth_line) != 0) {
+    if (user == nullptr || password == nullptr || auth_switch == nullptr) {
+        note_reason("no account, no password or no switch for AUTH is given");
+        return -1;
+    }
+    if (ehlo(session, auth_line) != 0) {
         return -1;
     }
     bool const offered = contains(auth_line, "AUTH");
@@ -219,6 +273,8 @@ int smtp_ehlo2(_s_smtp* session, std::string const& auth_type, char const* user,
     // docs/ODDITIES.md.
     if (std::strcmp(auth_switch, offered ? "on" : "off") != 0) {
         trace_msg("error:smtp incorrect");
+        note_reason("the server offers %s, but the record says \"%s\"",
+                    offered ? "AUTH" : "no AUTH", auth_switch);
         return -1;
     }
     return offered ? auth(session, auth_type, user, password, auth_line) : 0;
@@ -226,7 +282,8 @@ int smtp_ehlo2(_s_smtp* session, std::string const& auth_type, char const* user,
 
 int smtp_mailfrom(_s_smtp* session, std::string const& address)
 {
-    return command(session, "mail from: <" + address + ">\r\n", "250", "error:smtp mail from");
+    return command(session, {"MAIL", "the sender ", name_of(address)},
+                   "mail from: <" + address + ">\r\n", "250", "error:smtp mail from");
 }
 
 int smtp_rcptto(_s_smtp* session, std::vector<std::string> const& addresses)
@@ -241,7 +298,8 @@ int smtp_rcptto(_s_smtp* session, std::vector<std::string> const& addresses)
 
 int smtp_start_data(_s_smtp* session)
 {
-    if (sock_command(session->socket, "data\r\n") != 0) {
+    session->book.now = {"DATA", "DATA"};
+    if (send_command(session, "data\r\n") != 0) {
         trace_msg("error:smtp data start");
         return -1;
     }
@@ -253,6 +311,7 @@ int smtp_start_data(_s_smtp* session)
     // Some servers skip 354 and answer with 250.
     if (!contains(lines.back(), "354") && !contains(lines.back(), "250")) {
         trace_msg("error:can not find code 354 250");
+        note_refused(session->book, session->reply);
         return -1;
     }
     return 0;
@@ -260,6 +319,7 @@ int smtp_start_data(_s_smtp* session)
 
 int smtp_write_data(_s_smtp* session, std::vector<std::string> const& lines)
 {
+    session->book.now = text_step;
     for (std::string const& line : lines) {
         if (_smtp_write_data(session, line) != 0) {
             trace_msg("error:_smtp_write_data");
@@ -271,7 +331,7 @@ int smtp_write_data(_s_smtp* session, std::vector<std::string> const& lines)
 
 int smtp_end_data(_s_smtp* session)
 {
-    return command(session, end_mark, "250", "error:smtp end data");
+    return command(session, text_step, end_mark, "250", "error:smtp end data");
 }
 
 int smtp_send_data(_s_smtp* session, std::vector<std::string> lines)
@@ -280,7 +340,11 @@ int smtp_send_data(_s_smtp* session, std::vector<std::string> lines)
         return smtp_write_data(session, lines);  // sends the lines before it, and fails
     }
     lines.emplace_back(end_mark);
+    session->book.now         = text_step;
     std::size_t const written = sock_write_all(session->socket, lines);
+    if (written < lines.size()) {
+        note_lost(session->book, errno);
+    }
     if (written + 1 < lines.size()) {
         trace_msg("error:_smtp_write_data");
         return -1;
@@ -294,7 +358,7 @@ int smtp_send_data(_s_smtp* session, std::vector<std::string> lines)
 
 int smtp_quit(_s_smtp* session)
 {
-    return command(session, "quit\r\n", "221", "error:smtp quit");
+    return command(session, {"QUIT", "QUIT"}, "quit\r\n", "221", "error:smtp quit");
 }
 
 int smtp_end_session(_s_smtp* session)
@@ -317,6 +381,7 @@ int read_reply_and_check_code(_s_smtp* session, char const* code)
     // Anywhere in the line: deliberate, see docs/ODDITIES.md.
     if (!contains(line, code)) {
         trace_msg("error:can not find code (%s)");
+        note_refused(session->book, session->reply);
         return -1;
     }
     return 0;
@@ -353,8 +418,9 @@ int auth_cram_md5(_s_smtp* session, char const* user, char const* password)
     trace_msg("auth_cram_md5 in");
     std::string reply;
     std::string response;
+    begin_login(session, "AUTH CRAM-MD5", user, password);
     if (start_exchange(session, "AUTH CRAM-MD5\r\n", reply) != 0 ||
-        cram_md5_response(reply, user, password, response) != 0 ||
+        cram_md5_response(session->book, reply, user, password, response) != 0 ||
         respond(session, "", response, "235", "error:not 235") != 0) {
         return -1;
     }
@@ -366,6 +432,7 @@ int auth_login(_s_smtp* session, char const* user, char const* password)
 {
     trace_msg("auth_login in");
     std::string prompt;
+    begin_login(session, "AUTH LOGIN", user, password);
     if (start_exchange(session, "AUTH LOGIN\r\n", prompt) != 0 ||
         auth_login_data(session, user, "334") != 0 ||
         auth_login_data(session, password, "235") != 0) {
@@ -386,6 +453,7 @@ int auth_plain(_s_smtp* session, char const* user, char const* password)
     std::string response = std::string("^") + user + "^" + password;
     // Every "^" becomes a NUL, also in user and password: deliberate, see docs/ODDITIES.md.
     std::replace(response.begin(), response.end(), '^', '\0');
+    begin_login(session, "AUTH PLAIN", user, password);
     if (respond(session, "AUTH PLAIN ", response, "235", "error:not 235") != 0) {
         return -1;
     }

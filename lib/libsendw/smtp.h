@@ -12,7 +12,7 @@
 //
 // On the wire commands are lower case, AUTH is upper case, and a blank follows the colon of MAIL
 // and RCPT: deliberate, see docs/ODDITIES.md. A command line of more than 1023 bytes is not sent
-// and counts as refused.
+// and counts as refused. Whatever fails is noted (support/attempt_note.h).
 
 #ifndef ZELIEML_LIBSENDW_SMTP_H
 #define ZELIEML_LIBSENDW_SMTP_H
@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "libsendw/session_holder.h"
+#include "libsendw/step.h"
 
 namespace zelieml
 {
@@ -29,6 +30,7 @@ struct _s_smtp {
     int         socket    = 0;      // valid while connected
     std::string reply     = {};     // the last reply, all its lines with their CR LF
     bool        connected = false;  // socket is open and belongs to this session
+    step_book   book      = {"the server"};
 };
 
 // smtp_start_session - connect and read the greeting

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include "liblog/trace.h"
+#include "libsendw/step.h"
 #include "platform/resolver.h"
 #include "platform/socket.h"
 #include "platform/wait.h"
@@ -67,12 +68,17 @@ connection_end shut_down(int fd)
 int receive(int fd, char* buf, int len, int flags)
 {
     ssize_t received = -1;
+    int     error    = 0;
     for (int counter = 0; counter <= max_poll_counter; ++counter) {
         received = ::recv(fd, buf, static_cast<std::size_t>(len), flags);
-        if (received >= 0 || errno != EAGAIN) {
+        error    = received < 0 ? errno : 0;
+        if (error != EAGAIN) {
             break;
         }
         platform::wait_readable(fd, poll_pause_us);
+    }
+    if (received < 1) {
+        errno = error;
     }
     trace_msg("SleepCounter:%d recv:%d");
     return static_cast<int>(received);
@@ -160,7 +166,10 @@ int sock_connect(unsigned long addr, unsigned short port)
 
     sockaddr_in const peer = platform::ipv4_peer(static_cast<std::uint32_t>(addr), port);
     if (platform::connect_within(fd.get(), peer, connect_limit_us) != 0) {
+        int const error = errno;
         trace_msg("error:connect INVALID_SOCKET");
+        fd.reset();
+        errno = error;
         return -1;
     }
     return fd.release();
@@ -171,12 +180,15 @@ int sock_connect_host(char const* host, int port, int& fd, char const* step)
     unsigned long const address = sock_look_up_address(host);
     if (address == sock_no_address) {
         trace_msg("error:invalid host address");
+        note_not_found(host);
         return -1;
     }
 
     trace_msg(step);
-    fd = sock_connect(address, htons(static_cast<std::uint16_t>(port)));
+    auto const number = static_cast<std::uint16_t>(port);
+    fd                = sock_connect(address, htons(number));
     if (fd == -1) {
+        note_not_connected(host, number, errno);
         trace_msg("error:INVALID_SOCKET %d");
         return -1;
     }
@@ -339,6 +351,7 @@ std::size_t sock_write_all(int fd, std::vector<std::string> const& strings)
 int sock_command(int fd, std::string const& line)
 {
     if (line.size() > sock_max_command) {
+        errno = EMSGSIZE;
         return -1;
     }
     return sock_write(fd, line.data(), static_cast<int>(line.size())) == -1 ? -1 : 0;

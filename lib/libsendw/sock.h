@@ -4,6 +4,9 @@
 // orderly end, and the host name for HELO (RFC 5321, 4.1.1.1). Sockets are plain descriptors. No
 // TLS, no IPv6.
 //
+// A -1 comes with errno: EAGAIN for a silent peer, 0 for one that closed, otherwise what the system
+// says. See also libsendw/step.h.
+//
 // Any thread, but only one at a time for one socket.
 
 #ifndef ZELIEML_LIBSENDW_SOCK_H
@@ -50,7 +53,7 @@ int sock_connect(unsigned long addr, unsigned short port);
 //       unchanged when the host was not found
 // step  trace given between look-up and connect
 //
-// Returns 0 or -1.
+// Returns 0. Returns -1 with the reason noted.
 int sock_connect_host(char const* host, int port, int& fd, char const* step);
 
 // sock_non_blocking - makes a socket non-blocking for the lifetime of the object
@@ -157,8 +160,8 @@ std::size_t sock_write_all(int fd, std::vector<std::string> const& strings);
 //
 // line  the command, its CR LF included
 //
-// Returns 0. Returns -1 when the connection is lost, or, without sending anything, when the line is
-// longer than sock_max_command.
+// Returns 0. Returns -1 when the connection is lost, or, without sending anything and with errno
+// EMSGSIZE, when the line is longer than sock_max_command.
 int sock_command(int fd, std::string const& line);
 
 // sock_shutdown_connection - end a connection in order

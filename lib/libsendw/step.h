@@ -1,0 +1,49 @@
+// step.h - which step of a conversation is on, and the reason when it fails
+//
+// A session says at each step what it is doing. When the step fails, that and what went wrong become
+// one sentence (support/attempt_note.h). What the client said never gets into it: a line of AUTH
+// holds a password.
+
+#ifndef ZELIEML_LIBSENDW_STEP_H
+#define ZELIEML_LIBSENDW_STEP_H
+
+#include <string>
+
+namespace zelieml
+{
+
+// A step. The strings must stay while it is on.
+struct step {
+    char const* command;     // "RCPT"; null for the greeting
+    char const* refused;     // what the server does not take: "the recipient ", or "DATA"
+    char const* whose = "";  // the address or the account; "" when there is none
+};
+
+// The steps of a session and what must not be quoted.
+struct step_book {
+    char const* server;  // "the server", or which one
+    step        now      = {nullptr, "the connection"};
+    std::string password = {};  // these two are hidden in what is quoted
+    std::string response = {};  // to a challenge, or with a password in it, as it was sent
+};
+
+// note_lost - the reason when a step's command could not be sent or had no reply
+//
+// error  as errno, see sock.h
+void note_lost(step_book const& book, int error);
+
+// note_refused - the reason when a step was refused
+//
+// reply  the server's, one line or several; the last one is quoted
+void note_refused(step_book const& book, std::string const& reply);
+
+// note_reply - a reason of its own, with the last line of a reply
+void note_reply(step_book const& book, char const* what, std::string const& reply);
+
+// The reasons when there is no connection.
+void note_not_found(char const* host);
+void note_not_connected(char const* host, int port, int error);
+
+}  // namespace zelieml
+
+#endif
