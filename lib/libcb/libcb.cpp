@@ -10,6 +10,31 @@
 namespace zelieml
 {
 
+namespace
+{
+
+// Reads a member of a record that is a number.
+template <class Value>
+int get_value(void* cb, Value _s_cb::*member, Value* value)
+{
+    if (cb == nullptr || value == nullptr) {
+        return -1;
+    }
+    *value = static_cast<_s_cb*>(cb)->*member;
+    return 0;
+}
+
+// Copies a member of a record that is a string.
+int get_text(void* cb, std::string _s_cb::*member, char* buf, int size)
+{
+    if (cb == nullptr) {
+        return -1;
+    }
+    return copy_to_caller(static_cast<_s_cb*>(cb)->*member, buf, size);
+}
+
+}  // namespace
+
 int cb_create(void** cb, eml_send_e code, char const* message)
 {
     if (cb == nullptr || message == nullptr) {
@@ -32,28 +57,48 @@ int cb_destroy(void* cb)
 
 int cb_duplicate(void* cb, void** copy)
 {
-    if (cb == nullptr) {
+    if (cb == nullptr || copy == nullptr) {
         return -1;
     }
-    auto const* const record = static_cast<_s_cb*>(cb);
-    return cb_create(copy, record->code, record->message.c_str());
+    return at_c_boundary(-1, [&] {
+        *copy = new _s_cb(*static_cast<_s_cb*>(cb));
+        return 0;
+    });
 }
 
 int cb_get_code(void* cb, eml_send_e* code)
 {
-    if (cb == nullptr || code == nullptr) {
-        return -1;
-    }
-    *code = static_cast<_s_cb*>(cb)->code;
-    return 0;
+    return get_value(cb, &_s_cb::code, code);
 }
 
 int cb_get_message(void* cb, char* buf, int size)
 {
-    if (cb == nullptr) {
-        return -1;
-    }
-    return copy_to_caller(static_cast<_s_cb*>(cb)->message, buf, size);
+    return get_text(cb, &_s_cb::message, buf, size);
+}
+
+int cb_get_number(void* cb, int* number)
+{
+    return get_value(cb, &_s_cb::number, number);
+}
+
+int cb_get_attempt(void* cb, int* attempt)
+{
+    return get_value(cb, &_s_cb::attempt, attempt);
+}
+
+int cb_get_seconds(void* cb, double* seconds)
+{
+    return get_value(cb, &_s_cb::seconds, seconds);
+}
+
+int cb_get_file(void* cb, char* buf, int size)
+{
+    return get_text(cb, &_s_cb::file, buf, size);
+}
+
+int cb_get_reason(void* cb, char* buf, int size)
+{
+    return get_text(cb, &_s_cb::reason, buf, size);
 }
 
 }  // namespace zelieml

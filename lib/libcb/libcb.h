@@ -14,7 +14,12 @@ namespace zelieml
 
 struct _s_cb {
     eml_send_e  code;
-    std::string message;  // the server's last reply, or empty
+    std::string message;      // the server's last reply, or empty
+    int         number  = 0;  // the result number
+    int         attempt = 0;  // 1 or 2; 0 when there was none
+    double      seconds = 0;  // that it took
+    std::string file;         // the message file, or empty
+    std::string reason;       // why the mail was not sent, or empty
 };
 
 // cb_create - make a record
@@ -28,7 +33,7 @@ int cb_create(void** cb, eml_send_e code, char const* message);
 // cb_destroy - free a record; null is accepted. Returns 0.
 int cb_destroy(void* cb);
 
-// cb_duplicate - copy a record
+// cb_duplicate - copy a record, whole
 //
 // copy  receives the handle of the copy, freed on its own; untouched on failure
 //
@@ -45,6 +50,15 @@ int cb_get_code(void* cb, eml_send_e* code);
 // Returns 0. Returns -1, leaving buf unchanged, for a null argument or when the message and its NUL
 // do not fit.
 int cb_get_message(void* cb, char* buf, int size);
+
+// cb_get_number, cb_get_attempt, cb_get_seconds - read a number. Return 0, or -1 for a null argument.
+int cb_get_number(void* cb, int* number);
+int cb_get_attempt(void* cb, int* attempt);
+int cb_get_seconds(void* cb, double* seconds);
+
+// cb_get_file, cb_get_reason - copy a string; arguments and result as for cb_get_message
+int cb_get_file(void* cb, char* buf, int size);
+int cb_get_reason(void* cb, char* buf, int size);
 
 }  // namespace zelieml
 

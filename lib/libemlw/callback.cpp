@@ -9,12 +9,35 @@
 #include "liblog/trace.h"
 #include "libsendw/libsendw.h"
 #include "libsendw/pop.h"
+#include "support/attempt_note.h"
 #include "support/c_boundary.h"
 
 namespace zelieml
 {
 
 using callback_list = snapshot<c_cb_param>::list;
+
+namespace
+{
+
+void add_note(_s_cb& record, int result)
+{
+    record.number                  = result;
+    attempt_note const* const note = current_note();
+    if (note == nullptr) {
+        return;
+    }
+    record.attempt = note->number;
+    record.seconds = note->seconds();
+    contained([&] {
+        record.file = note->file;
+        if (result != send_ok) {
+            record.reason = note->reason;
+        }
+    });
+}
+
+}  // namespace
 
 bool operator==(c_cb_param const& a, c_cb_param const& b)
 {
@@ -111,6 +134,7 @@ void* create_callback_info(int result, std::string const& message)
         trace_msg("error:cb_create");
         return nullptr;
     }
+    add_note(*static_cast<_s_cb*>(cb), result);
     return cb;
 }
 

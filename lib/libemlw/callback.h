@@ -63,6 +63,9 @@ char const* get_callback_code_str(int result);
 // result   result number
 // message  result text
 //
+// The attempt and its reason come from the current note (support/attempt_note.h); without memory for
+// them the record has none.
+//
 // Returns the handle, which the caller frees with cb_destroy, or null when there is no memory.
 void* create_callback_info(int result, std::string const& message);
 

@@ -18,6 +18,8 @@
 #include "libsendw/libsendw.h"
 #include "libtimew/libtimew.h"
 #include "platform/clock.h"
+#include "platform/error_text.h"
+#include "support/attempt_note.h"
 #include "support/c_boundary.h"
 #include "support/format.h"
 #include "support/interface.h"
@@ -45,6 +47,17 @@ void drop_empty_claim(char const* path)
     }
 }
 
+// Why a message could not be saved.
+void note_not_saved(char const* workdir, void const* msg, int error)
+{
+    if (msg == nullptr) {
+        note_reason("no message is given");
+    } else {
+        note_reason("the message cannot be saved in %s: %s", workdir,
+                    platform::error_text(error).c_str());
+    }
+}
+
 // How a save ends that has failed. Returns -1.
 int not_saved(char const* path)
 {
@@ -61,10 +74,18 @@ int not_saved(char const* path)
 // Returns 0, or -1 when it was not saved.
 int save_message(char const* workdir, void* msg, char (&path)[fullpath_size], message_file& file)
 {
-    if (workdir == nullptr || create_fullpath(workdir, path, file) != 0) {
+    if (workdir == nullptr) {
+        note_reason("no work directory is given");
         return -1;
     }
-    return msg_write(msg, file) == 0 ? 0 : not_saved(path);
+    if (create_fullpath(workdir, path, file) != 0) {
+        return -1;
+    }
+    if (msg_write(msg, file) != 0) {
+        note_not_saved(workdir, msg, file ? errno : file.error());
+        return not_saved(path);
+    }
+    return 0;
 }
 
 struct sender_destroyer {
@@ -104,6 +125,7 @@ int create_fullpath(char const* workdir, char (&out)[fullpath_size], message_fil
 
     int const year = modify_year(now.tm_year);
     if (form("/", year) == -1) {
+        note_reason("the message cannot be saved: the path of the work directory is too long");
         return -1;
     }
     if (claim(out, file)) {
@@ -119,6 +141,7 @@ int create_fullpath(char const* workdir, char (&out)[fullpath_size], message_fil
         return 0;
     }
     trace_msg("error:existing file:%s");
+    note_reason("the message cannot be saved: there is already a file %s", out);
     return -1;
 }
 
@@ -251,13 +274,16 @@ int ifactory_emlw::post_sync(char const* workdir, void* msg, void** result)
     }
     *result = nullptr;
 
-    char         path[fullpath_size] = {};
-    message_file file;
+    noting_attempt attempt;
+    char           path[fullpath_size] = {};
+    message_file   file;
     if (save_message(workdir, msg, path, file) != 0) {
         *result = create_callback_info(send_other_failure, "");
         return -1;
     }
 
+    attempt->number = 1;
+    attempt->file   = path;
     isendw_sys sending;
     sending.init();
     std::string text;

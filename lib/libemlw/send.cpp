@@ -11,6 +11,7 @@
 #include "libmsg/libmsg.h"
 #include "libqueue/libqueue.h"
 #include "libsendw/libsendw.h"
+#include "support/attempt_note.h"
 #include "support/c_boundary.h"
 #include "support/mutex_lock.h"
 
@@ -23,11 +24,15 @@ namespace
 // One run of the send driver. An exception (lack of memory) is a failed attempt.
 int run_driver(char const* dir, message_file const& message, std::string& detail)
 {
-    return at_c_boundary<int>(send_other_failure, [&] {
+    int const code = at_c_boundary<int>(send_other_failure, [&] {
         std::string const conf = conf_fullpath(dir);
         isendw            sender;
         return sender.send(message, conf.c_str(), detail);
     });
+    if (code == send_other_failure) {
+        note_no_memory();  // unless the driver knows better
+    }
+    return code;
 }
 
 // Writes the send log if there is memory for it: a failure here must not keep a sent file queued.
@@ -71,6 +76,7 @@ int _send_queue(_s_iemlw* engine, std::string const& file, unsigned int try_coun
                 std::optional<uid_t> owner)
 {
     trace_msg("_send_queue in %s try_count=%d");
+    noting_attempt const attempt(try_count == 0 ? 1 : 2, file.c_str());
     // Allocated before anything is sent: lack of memory must not keep a sent file queued.
     std::vector<std::string> const done = {file};
     std::string                    detail;
