@@ -3,6 +3,7 @@
 #include "libaccess/libaccess.h"
 
 #include <cstring>
+#include <limits>
 
 #include "libemlw/callback.h"
 #include "liblog/trace.h"
@@ -10,12 +11,18 @@
 #include "libsendw/pop.h"
 #include "libsendw/smtp.h"
 #include "libsendw/smtp_converse.h"
+#include "support/attempt_note.h"
+#include "support/c_boundary.h"
+#include "support/format.h"
 
 namespace zelieml
 {
 
 namespace
 {
+
+// The size of a buffer of unknown size: deliberate, see docs/ODDITIES.md.
+constexpr int unlimited = std::numeric_limits<int>::max();
 
 // EHLO and login; QUIT unless the login failed.
 int greet(_s_smtp* session, _s_mailserver const& server)
@@ -32,18 +39,40 @@ int greet(_s_smtp* session, _s_mailserver const& server)
     return send_ok;
 }
 
-// Runs an access and turns its result into a code. message holds an empty string even when memory
-// is lacking; it is a buffer of unknown size, deliberately, see docs/ODDITIES.md.
-template <class Access>
-eml_send_e report(char* message, Access&& access)
+// A caller's buffer for a string of which as much is written as fits.
+struct cut_buffer {
+    char* buf;
+    int   size;
+
+    void put(char const* text) const { copy_cut(text, buf, size); }
+};
+
+using access_proc = int (*)(_s_mailserver* server, char const* pop_before_smtp, std::string& reply);
+
+int access_pop_only(_s_mailserver* server, char const* /*pop_before_smtp*/, std::string& reply)
 {
-    if (message != nullptr) {
-        *message = '\0';
+    return access_receive(server, reply);
+}
+
+// Runs an access and turns its result into a code. The buffers hold empty strings even when memory
+// is lacking.
+eml_send_e report(access_proc access, void* server, char const* pop_before_smtp,
+                  cut_buffer const& reply, cut_buffer const& reason)
+{
+    reply.put("");
+    reason.put("");
+    noting_attempt const attempt;
+    int                  result = send_other_failure;
+    contained([&] {
+        std::string text;
+        result = access(static_cast<_s_mailserver*>(server), pop_before_smtp, text);
+        reply.put(text.c_str());
+    });
+    if (result == send_other_failure) {
+        note_no_memory();  // unless the access knows better
     }
-    std::string reply;
-    int const   result = access(reply);
-    if (message != nullptr) {
-        std::memcpy(message, reply.c_str(), std::strlen(reply.c_str()) + 1);  // up to a NUL in it
+    if (result != send_ok) {
+        reason.put(attempt->reason);
     }
     return get_callback_code(result);
 }
@@ -99,6 +128,8 @@ int set_smtp(void* server, char const* host, char const* user, char const* passw
 int pop_access(_s_mailserver const* server, bool use_wait, std::string& reply)
 {
     if (server == nullptr || server->pop_auth_type == nullptr) {
+        note_reason(server == nullptr ? "no server record is given"
+                                      : "no way to log in to the POP3 server is given");
         return send_other_failure;
     }
     // Anything but "pop" means APOP here, whereas receiving asks for "apop": deliberate, see
@@ -116,6 +147,8 @@ int access_receive(_s_mailserver const* server, std::string& reply)
 int access_send(_s_mailserver* server, char const* pop_before_smtp, std::string& reply)
 {
     if (server == nullptr || pop_before_smtp == nullptr) {
+        note_reason(server == nullptr ? "no server record is given"
+                                      : "no switch for POP before SMTP is given");
         return send_other_failure;
     }
     server->pop_before_smtp = pop_before_smtp;
@@ -132,16 +165,24 @@ int access_send(_s_mailserver* server, char const* pop_before_smtp, std::string&
 
 eml_send_e test_pop_auth(void* server, char* message)
 {
-    return report(message, [&](std::string& reply) {
-        return access_receive(static_cast<_s_mailserver*>(server), reply);
-    });
+    return test_pop_auth_sized(server, message, unlimited, nullptr, 0);
 }
 
 eml_send_e test_smtp_auth(void* server, char const* pop_before_smtp, char* message)
 {
-    return report(message, [&](std::string& reply) {
-        return access_send(static_cast<_s_mailserver*>(server), pop_before_smtp, reply);
-    });
+    return test_smtp_auth_sized(server, pop_before_smtp, message, unlimited, nullptr, 0);
+}
+
+eml_send_e test_pop_auth_sized(void* server, char* reply, int reply_size, char* reason,
+                               int reason_size)
+{
+    return report(access_pop_only, server, nullptr, {reply, reply_size}, {reason, reason_size});
+}
+
+eml_send_e test_smtp_auth_sized(void* server, char const* pop_before_smtp, char* reply,
+                                int reply_size, char* reason, int reason_size)
+{
+    return report(access_send, server, pop_before_smtp, {reply, reply_size}, {reason, reason_size});
 }
 
 }  // namespace zelieml

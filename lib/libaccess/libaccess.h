@@ -106,6 +106,15 @@ eml_send_e test_pop_auth(void* server, char* message);
 // message          receives the server's last reply and its NUL, whatever their length; may be null
 eml_send_e test_smtp_auth(void* server, char const* pop_before_smtp, char* message);
 
+// test_pop_auth_sized, test_smtp_auth_sized - the same, with buffers of known size
+//
+// reply, reply_size    receive as much of the server's last line or reply as fits, see copy_cut
+// reason, reason_size  receive as much of the reason as fits, or an empty string
+eml_send_e test_pop_auth_sized(void* server, char* reply, int reply_size, char* reason,
+                               int reason_size);
+eml_send_e test_smtp_auth_sized(void* server, char const* pop_before_smtp, char* reply,
+                                int reply_size, char* reason, int reason_size);
+
 }  // namespace zelieml
 
 #endif

@@ -93,6 +93,29 @@ inline int copy_to_caller(std::string const& text, char* buf, int size)
     return 0;
 }
 
+// copy_cut - copy a string and a NUL into a caller's buffer, as much of it as fits
+//
+// text  up to its first NUL; not cut in the middle of a UTF-8 character
+// buf   may be null
+// size  bytes at buf, the NUL included; nothing is written when it is 0 or less
+inline void copy_cut(char const* text, char* buf, int size)
+{
+    if (buf == nullptr || size <= 0) {
+        return;
+    }
+    std::size_t const room   = static_cast<std::size_t>(size) - 1;
+    std::size_t       length = std::strlen(text);
+    if (length > room) {
+        length = room;
+        for (int left = 3; left > 0 && length > 0; --left) {
+            bool const inside = (static_cast<unsigned char>(text[length]) & 0xC0) == 0x80;
+            length -= inside ? 1 : 0;
+        }
+    }
+    std::memcpy(buf, text, length);
+    buf[length] = '\0';
+}
+
 }  // namespace zelieml
 
 #endif
