@@ -4,7 +4,58 @@
 
 #include "zelieml_ext.h"
 
+#include "libaccess/libaccess.h"
+#include "libcb/libcb.h"
+#include "support/attempt_note.h"
+#include "zelieml/exported_call.h"
+
+using namespace zelieml;
+
+static_assert(EML_REASON_SIZE == reason_capacity);
+
 char const* eml_version(void)
 {
     return EML_VERSION;
+}
+
+int eml_cb_get_number(void* cb, int* number)
+{
+    return exported_call(-1, [&] { return cb_get_number(cb, number); });
+}
+
+int eml_cb_get_attempt(void* cb, int* attempt)
+{
+    return exported_call(-1, [&] { return cb_get_attempt(cb, attempt); });
+}
+
+int eml_cb_get_seconds(void* cb, double* seconds)
+{
+    return exported_call(-1, [&] { return cb_get_seconds(cb, seconds); });
+}
+
+int eml_cb_get_file(void* cb, char* buf, int size)
+{
+    return exported_call(-1, [&] { return cb_get_file(cb, buf, size); });
+}
+
+int eml_cb_get_reason(void* cb, char* buf, int size)
+{
+    return exported_call(-1, [&] { return cb_get_reason(cb, buf, size); });
+}
+
+eml_send_e test_pop_auth_sized(void* server, char* reply, int reply_size, char* reason,
+                               int reason_size)
+{
+    return exported_call(eml_send_error_other, [&] {
+        return zelieml::test_pop_auth_sized(server, reply, reply_size, reason, reason_size);
+    });
+}
+
+eml_send_e test_smtp_auth_sized(void* server, char const* pop_before_smtp, char* reply,
+                                int reply_size, char* reason, int reason_size)
+{
+    return exported_call(eml_send_error_other, [&] {
+        return zelieml::test_smtp_auth_sized(server, pop_before_smtp, reply, reply_size, reason,
+                                             reason_size);
+    });
 }
