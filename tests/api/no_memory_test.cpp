@@ -20,7 +20,7 @@
 #include "tests/support/files.h"
 #include "tests/support/mail_server.h"
 #include "tests/support/scripted_server.h"
-#include "zelieml.h"
+#include "zelieml_ext.h"
 
 using zelieml::test::descriptors_without_an_engine;
 using zelieml::test::failing_new;
@@ -297,8 +297,9 @@ TEST_P(NoMemory, ForASynchronousPost)
     eml_msg_set_subject(msg_, long_string);
     eml_msg_set_body(msg_, other_string);
 
-    std::size_t sent = 0;
-    int         good = 0;
+    std::size_t sent   = 0;
+    int         good   = 0;
+    int         untold = 0;  // failures without a reason
     for (bool refused = true; refused && !HasFailure(); ++good) {
         SCOPED_TRACE(good);
         void* record = nullptr;
@@ -312,14 +313,22 @@ TEST_P(NoMemory, ForASynchronousPost)
         refused = failing_new::refused();
         EXPECT_TRUE(result == 0 || (refused && result == -1)) << result;
         sent += result == 0 ? 1 : 0;
-        eml_send_e code = eml_send_ok;
+        eml_send_e code                    = eml_send_ok;
+        int        number                  = -1;
+        char       reason[EML_REASON_SIZE] = "";
         if (eml_cb_get_code(record, &code) == 0) {
             EXPECT_EQ(code == eml_send_ok, result == 0);
+            EXPECT_EQ(eml_cb_get_number(record, &number), 0);
+            EXPECT_EQ(number == 0, result == 0);
+            EXPECT_EQ(eml_cb_get_reason(record, reason, sizeof reason), 0);
+            EXPECT_TRUE(result != 0 || *reason == '\0') << reason;
+            untold += result != 0 && *reason == '\0' ? 1 : 0;
         }
         EXPECT_EQ(eml_cb_delete(record), 0);
         EXPECT_EQ(zelieml::test::list_directory(workdir_), strings{"zelismes.cf"});
     }
     EXPECT_GT(good, 20) << "a post asks for memory more often than that";
+    EXPECT_TRUE(untold == 0 || GetParam() != 1) << "where one request fails, there is a reason";
     EXPECT_GE(server->mails().size(), sent) << "what counts as sent has arrived";
 
     server.reset();
@@ -373,6 +382,19 @@ TEST_P(NoMemory, ForLoginTests)
                   [&] { return (code = test_smtp_auth(server, "on", nullptr)) == eml_send_ok; },
                   [&] { EXPECT_NE(code, eml_send_ok); }),
               3);
+    char reason[EML_REASON_SIZE];
+    EXPECT_GT(until_it_succeeds(
+                  [&] {
+                      code = test_smtp_auth_sized(server, "on", message, sizeof message, reason,
+                                                  sizeof reason);
+                      return code == eml_send_ok;
+                  },
+                  [&] {
+                      EXPECT_NE(code, eml_send_ok);
+                      EXPECT_STRNE(reason, "") << "a reason needs no memory";
+                  }),
+              3);
+    EXPECT_STREQ(reason, "");
     EXPECT_EQ(server_info_destroy(server), 0);
     host.reset();
     EXPECT_EQ(zelieml::test::open_descriptors(), descriptors);

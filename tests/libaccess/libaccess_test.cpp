@@ -2,6 +2,8 @@
 
 #include "libaccess/libaccess.h"
 
+#include <algorithm>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -513,6 +515,192 @@ TEST_F(Access, ANullTextIsAFailureAtItsStep)
         set_smtp(server.handle(), c.host, c.user, c.password, c.auth, smtp.port());
         EXPECT_EQ(test_smtp_auth(server.handle(), "off", nullptr), c.code) << c.name;
         EXPECT_EQ(smtp.heard(), smtp.expected()) << c.name << ": " << smtp.problem();
+    }
+}
+
+// ------------------------------------------------------------------------ with reasons
+
+// A test of the SMTP server, or of the POP3 server alone, and why it fails.
+struct reason_case : named_case {
+    using named_case::named_case;
+
+    reason_case& of_pop(std::string const& its_transcript, char const* its_type = "pop")
+    {
+        pop_transcript = its_transcript;
+        type           = its_type;
+        only_pop       = true;
+        return *this;
+    }
+    reason_case& before_smtp(std::string const& its_transcript)
+    {
+        pop_transcript = its_transcript;
+        before         = "on";
+        return *this;
+    }
+    reason_case& smtp(std::string const& its_transcript, char const* its_auth = "on")
+    {
+        smtp_transcript = its_transcript;
+        auth            = its_auth;
+        return *this;
+    }
+    reason_case& ends(eml_send_e its_code, std::string const& its_reason)
+    {
+        code   = its_code;
+        reason = its_reason;
+        return *this;
+    }
+
+    std::string pop_transcript;
+    std::string smtp_transcript;
+    char const* type     = "pop";
+    char const* auth     = "on";
+    char const* before   = "off";
+    bool        only_pop = false;
+    eml_send_e  code     = eml_send_ok;
+    std::string reason;
+};
+
+class LoginReasons : public on_a_clean_machine_with<reason_case>
+{
+};
+
+TEST_P(LoginReasons, AreTold)
+{
+    reason_case const& c = GetParam();
+    local_server       pop(c.pop_transcript);
+    local_server       smtp(c.smtp_transcript);
+    record const       server;
+    set_pop(server.handle(), "127.0.0.1", "anna", "pop-secret", c.type, pop.port(), 0);
+    set_smtp(server.handle(), "127.0.0.1", "joe", "smtp-secret", c.auth, smtp.port());
+    char       reply[1000]  = "as it was";
+    char       reason[1024] = "as it was";
+    eml_send_e code         = eml_send_32_bits;
+    if (c.only_pop) {
+        code = test_pop_auth_sized(server.handle(), reply, sizeof reply, reason, sizeof reason);
+    } else {
+        code = test_smtp_auth_sized(server.handle(), c.before, reply, sizeof reply, reason,
+                                    sizeof reason);
+    }
+    EXPECT_EQ(code, c.code);
+    EXPECT_EQ(reason, c.reason);
+    EXPECT_TRUE(pop.ok()) << pop.problem();
+    EXPECT_TRUE(smtp.ok()) << smtp.problem();
+}
+
+std::string const plain_sent = ehlo("AUTH PLAIN") + "C: AUTH PLAIN {base64:\\0joe\\0smtp-secret}\n";
+
+reason_case const reason_cases[] = {
+    reason_case("an SMTP login").smtp(plain_sent + "S: 235 welcome\n" + goodbye),
+    reason_case("a POP3 login").of_pop(pop_login("anna", "pop-secret") + pop_goodbye),
+    reason_case("the POP3 password is refused")
+        .of_pop(pop_greeted + answered("user anna", "+OK") +
+                refused_at("pass pop-secret", "-ERR pop-secret?"))
+        .ends(eml_send_error_auth, "the POP3 server refused the password of anna: -ERR ***?"),
+    reason_case("APOP is not offered")
+        .of_pop(pop_greeted + hangs_up, "apop")
+        .ends(eml_send_error_auth, "the POP3 server offers no APOP: +OK ready"),
+    reason_case("the POP3 login before it is refused")
+        .before_smtp(pop_greeted + refused_at("user anna", "-ERR no"))
+        .ends(eml_send_error_auth, "the POP3 server refused the user anna: -ERR no"),
+    reason_case("the SMTP login is refused")
+        .smtp(plain_sent + "S: 535 wrong: smtp-secret\n" + hangs_up)
+        .ends(eml_send_error_auth, "the server refused the login of joe: 535 wrong: ***"),
+    reason_case("a server that offers AUTH")
+        .smtp(ehlo("AUTH PLAIN") + hangs_up, "off")
+        .ends(eml_send_error_auth, "the server offers AUTH, but the record says \"off\""),
+    reason_case("a server that offers no AUTH")
+        .smtp(ehlo("HELP") + hangs_up)
+        .ends(eml_send_error_auth, "the server offers no AUTH, but the record says \"on\""),
+    reason_case("a switch that is neither on nor off")
+        .smtp(ehlo("HELP") + hangs_up, "OFF")
+        .ends(eml_send_error_auth, "the server offers no AUTH, but the record says \"OFF\""),
+    reason_case("QUIT is refused")
+        .smtp(ehlo("HELP") + refused_at("quit", "500 stay"), "off")
+        .ends(eml_send_error_connection, "the server refused QUIT: 500 stay"),
+};
+
+INSTANTIATE_TEST_SUITE_P(Reason, LoginReasons, testing::ValuesIn(reason_cases),
+                         case_name<reason_case>);
+
+TEST_F(Access, SaysWhatTheRecordLacks)
+{
+    char       reason[1024];
+    auto const pop = [&](void* server) {
+        test_pop_auth_sized(server, nullptr, 0, reason, sizeof reason);
+        return std::string(reason);
+    };
+    auto const smtp = [&](void* server, char const* before) {
+        test_smtp_auth_sized(server, before, nullptr, 0, reason, sizeof reason);
+        return std::string(reason);
+    };
+    EXPECT_EQ(pop(nullptr), "no server record is given");
+    EXPECT_EQ(smtp(nullptr, "off"), "no server record is given");
+    record const server;
+    EXPECT_EQ(pop(server.handle()), "no way to log in to the POP3 server is given");
+    EXPECT_EQ(smtp(server.handle(), nullptr), "no switch for POP before SMTP is given");
+    EXPECT_EQ(smtp(server.handle(), "on"), "no way to log in to the POP3 server is given");
+    EXPECT_EQ(smtp(server.handle(), "off"), "no host is given");
+    set_pop(server.handle(), nullptr, "a", "b", "pop", 110, 0);
+    EXPECT_EQ(pop(server.handle()), "no host is given");
+
+    for (char const* type : {"pop", "apop"}) {
+        local_server const greets(pop_stamped + hangs_up);
+        set_pop(server.handle(), "127.0.0.1", nullptr, nullptr, type, greets.port(), 0);
+        EXPECT_EQ(pop(server.handle()), "no account or no password is given");
+    }
+    for (char const* auth : {"on", static_cast<char const*>(nullptr)}) {
+        local_server const greets(greeted + hangs_up);
+        set_smtp(server.handle(), "127.0.0.1", "a", auth != nullptr ? nullptr : "b", auth,
+                 greets.port());
+        EXPECT_EQ(smtp(server.handle(), "off"),
+                  "no account, no password or no switch for AUTH is given");
+    }
+}
+
+TEST_F(Access, SaysThatAUserIsTooLongForALine)
+{
+    std::string const  user(1017, 'u');
+    local_server const pop(pop_greeted + hangs_up);
+    record const       server;
+    char               reason[1024];
+    set_pop(server.handle(), "127.0.0.1", user.c_str(), "b", "pop", pop.port(), 0);
+    EXPECT_EQ(test_pop_auth_sized(server.handle(), nullptr, 0, reason, sizeof reason),
+              eml_send_error_auth);
+    std::string const whole =
+        "the command line of USER is longer than 1023 bytes and was not sent: " + user;
+    EXPECT_EQ(reason, whole.substr(0, 1020) + "...");
+}
+
+TEST_F(Access, CutsWhatDoesNotFit)
+{
+    std::string const whole_reply = "-ERR gr\xC3\xBC\xC3\x9F dich\r\n";
+    std::string const whole_reason =
+        "the POP3 server refused the user a: -ERR gr\xC3\xBC\xC3\x9F dich";
+    for (int size = -1; size <= 64; ++size) {
+        local_server const pop("S: +OK\nC: user a\nS: -ERR gr\xC3\xBC\xC3\x9F dich\n" + hangs_up);
+        record const       server;
+        set_pop(server.handle(), "127.0.0.1", "a", "b", "pop", pop.port(), 0);
+        char reply[66];
+        char reason[66];
+        std::memset(reply, '#', sizeof reply);
+        std::memset(reason, '#', sizeof reason);
+        EXPECT_EQ(test_pop_auth_sized(server.handle(), reply, size, reason, size),
+                  eml_send_error_auth);
+        auto const fits = [size](std::string const& whole) {
+            auto length = std::min(static_cast<std::size_t>(size) - 1, whole.size());
+            while (length < whole.size() && (whole[length] & 0xC0) == 0x80) {
+                --length;  // not in the middle of a character
+            }
+            return whole.substr(0, length);
+        };
+        if (size <= 0) {
+            EXPECT_EQ(reply[0], '#');
+            EXPECT_EQ(reason[0], '#');
+        } else {
+            EXPECT_EQ(reply, fits(whole_reply)) << size;
+            EXPECT_EQ(reason, fits(whole_reason)) << size;
+            EXPECT_EQ(reason[size], '#') << "nothing behind the buffer";
+        }
     }
 }
 
