@@ -93,7 +93,10 @@ int cb_get_seconds(void* cb, double* seconds)
 
 int cb_get_file(void* cb, char* buf, int size)
 {
-    return get_text(cb, &_s_cb::file, buf, size);
+    if (cb == nullptr) {
+        return -1;
+    }
+    return copy_to_caller(static_cast<_s_cb*>(cb)->file, buf, size);
 }
 
 int cb_get_reason(void* cb, char* buf, int size)

@@ -12,14 +12,15 @@
 namespace zelieml
 {
 
+// The path of a file has at most 399 bytes: an engine takes no longer one.
 struct _s_cb {
     eml_send_e  code;
-    std::string message;      // the server's last reply, or empty
-    int         number  = 0;  // the result number
-    int         attempt = 0;  // 1 or 2; 0 when there was none
-    double      seconds = 0;  // that it took
-    std::string file;         // the message file, or empty
-    std::string reason;       // why the mail was not sent, or empty
+    std::string message;             // the server's last reply, or empty
+    int         number  = 0;         // the result number
+    int         attempt = 0;         // 1 or 2; 0 when there was none
+    double      seconds = 0;         // that it took
+    std::string reason;              // why the mail was not sent, or empty
+    char        file[400] = {'\0'};  // the message file, or empty
 };
 
 // cb_create - make a record

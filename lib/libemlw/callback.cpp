@@ -11,6 +11,7 @@
 #include "libsendw/pop.h"
 #include "support/attempt_note.h"
 #include "support/c_boundary.h"
+#include "support/format.h"
 
 namespace zelieml
 {
@@ -29,12 +30,10 @@ void add_note(_s_cb& record, int result)
     }
     record.attempt = note->number;
     record.seconds = note->seconds();
-    contained([&] {
-        record.file = note->file;
-        if (result != send_ok) {
-            record.reason = note->reason;
-        }
-    });
+    copy_cut(note->file, record.file, sizeof record.file);
+    if (result != send_ok) {
+        contained([&] { record.reason = note->reason; });
+    }
 }
 
 }  // namespace

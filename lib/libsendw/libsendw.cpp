@@ -81,10 +81,7 @@ void note_setting(char const* key, conf_settings const& conf)
                     platform::error_text(conf.error()).c_str());
     } else {
         note_reason("settings: %s %s in %s", key,
-                    line == nullptr                     ? "is missing"
-                    : std::strchr(line, '=') == nullptr ? "has no \"=\""
-                                                        : "is too long",
-                    conf.path());
+                    line == nullptr ? "is missing" : "has no \"=\"", conf.path());
     }
 }
 

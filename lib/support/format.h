@@ -83,14 +83,18 @@ private:
 // size  bytes at buf, the NUL included
 //
 // Returns 0, or -1 when buf is null or too small.
-inline int copy_to_caller(std::string const& text, char* buf, int size)
+inline int copy_to_caller(char const* text, char* buf, int size)
 {
-    std::size_t const needed = std::strlen(text.c_str()) + 1;
+    std::size_t const needed = std::strlen(text) + 1;
     if (buf == nullptr || size < 0 || needed > static_cast<std::size_t>(size)) {
         return -1;
     }
-    std::memcpy(buf, text.c_str(), needed);
+    std::memcpy(buf, text, needed);
     return 0;
+}
+inline int copy_to_caller(std::string const& text, char* buf, int size)
+{
+    return copy_to_caller(text.c_str(), buf, size);
 }
 
 // copy_cut - copy a string and a NUL into a caller's buffer, as much of it as fits

@@ -274,11 +274,14 @@ TEST_P(NoMemory, ForACopyOfAResultRecord)
                                 }),
               1);
     char       text[64];
+    char       reason[EML_REASON_SIZE];
     eml_send_e code = eml_send_ok;
     {
         failing_new const none(0);  // reading needs none
         EXPECT_EQ(eml_cb_get_code(copy, &code), 0);
         EXPECT_EQ(eml_cb_get_message(copy, text, sizeof text), 0);
+        EXPECT_EQ(eml_cb_get_reason(copy, reason, sizeof reason), 0);
+        EXPECT_EQ(eml_cb_get_file(copy, reason, sizeof reason), 0);
         EXPECT_EQ(eml_cb_delete(copy), 0);
     }
     EXPECT_EQ(code, eml_send_error_connection);

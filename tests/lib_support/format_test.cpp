@@ -116,5 +116,34 @@ TEST(CopyToCaller, CopiesAStringWholeOrNotAtAll)
     EXPECT_EQ(copy_to_caller("a", nullptr, 100), -1);
 }
 
+TEST(CopyCut, CopiesWhatFits)
+{
+    struct {
+        char const* text;
+        int         size;
+        char const* copy;  // "prior" when nothing is written
+    } const cases[] = {
+        {"abc", 5, "abc"},
+        {"abc", 4, "abc"},
+        {"abc", 3, "ab"},
+        {"abc", 1, ""},
+        {"abc", 0, "prior"},
+        {"abc", -1, "prior"},
+        {"", 1, ""},
+        {"a\xC3\xBC", 4, "a\xC3\xBC"},
+        {"a\xC3\xBC", 3, "a"},  // not in the middle of a character
+        {"a\xE7\x94\xA8", 4, "a"},
+        {"a\xF0\x9F\x93\xA0", 5, "a"},
+        {"\xF0\x9F\x93\xA0", 4, ""},
+        {"\x80\x80\x80\x80\x80\x80", 6, "\x80\x80"},  // no text: cut all the same
+    };
+    for (auto const& c : cases) {
+        char buf[8] = "prior";
+        copy_cut(c.text, buf, c.size);
+        EXPECT_STREQ(buf, c.copy) << c.text << c.size;
+    }
+    copy_cut("a", nullptr, 100);
+}
+
 }  // namespace
 }  // namespace zelieml

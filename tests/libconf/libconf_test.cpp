@@ -2,6 +2,7 @@
 
 #include "libconf/libconf.h"
 
+#include <cerrno>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -321,6 +322,22 @@ TEST_F(SettingsFile, IsReadOnceForSeveralKeys)
     len = sizeof val;
     EXPECT_EQ(conf_get_string("l", val, &len, settings), 0);
     EXPECT_STREQ(val, "w");
+}
+
+TEST_F(SettingsFile, KeepsWhyItCouldNotBeRead)
+{
+    auto const error = [](std::string const& name) {
+        return conf_settings(name.c_str(), {"k"}).error();
+    };
+    EXPECT_EQ(error(path + ".not"), ENOENT);
+    EXPECT_EQ(error(dir.path()), EISDIR);
+    ASSERT_EQ(::mkfifo((path + ".pipe").c_str(), 0600), 0);
+    EXPECT_EQ(error(path + ".pipe"), EINVAL);
+    test::write_file(path, "k = v\r\n");
+    EXPECT_EQ(error(path), 0);
+    test::write_file(path, std::string(5000, 'x'));
+    EXPECT_EQ(error(path), 0) << "an overlong line is no error of the system";
+    EXPECT_STREQ(conf_settings(path.c_str(), {"k"}).path(), path.c_str());
 }
 
 // A path may lead to any file.

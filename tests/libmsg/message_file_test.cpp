@@ -190,6 +190,26 @@ TEST_F(EnginesMessageFile, HasOneNameAndIsRegular)
     EXPECT_FALSE(open_message_file(nullptr));
 }
 
+TEST_F(MessageFiles, KeepWhyTheyAreNotOpened)
+{
+    std::string const none = dir_.file("none");
+    ASSERT_EQ(::mkfifo(dir_.file("pipe").c_str(), 0600), 0);
+    link_to(other_, dir_.file("link"));
+    EXPECT_EQ(open_message_file(none.c_str()).error(), ENOENT);
+    EXPECT_EQ(open_message_file(dir_.file("pipe").c_str()).error(), EPERM);
+    EXPECT_EQ(open_message_file(dir_.file("link").c_str()).error(), ELOOP);
+    EXPECT_EQ(follow_message_file(none.c_str()).error(), ENOENT);
+    EXPECT_EQ(follow_message_file(dir_.file("pipe").c_str()).error(), EPERM);
+    EXPECT_EQ(create_message_file(other_.c_str()).error(), EEXIST);
+
+    message_file file;
+    EXPECT_EQ(file.error(), 0);
+    file = open_message_file(none.c_str());
+    EXPECT_EQ(file.error(), ENOENT);
+    file = open_message_file(other_.c_str());
+    EXPECT_EQ(file.error(), 0);
+}
+
 TEST_F(EnginesMessageFile, BelongsToItsOwner)
 {
     uid_t const self = ::geteuid();
