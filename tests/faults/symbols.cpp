@@ -55,6 +55,7 @@ char const* const never_fail[] = {
     "strchr",
     "strcmp",
     "strcspn",
+    "strerrordesc_np",
     "strlen",
     "strncmp",
     "strpbrk",

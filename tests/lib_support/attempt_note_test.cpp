@@ -105,7 +105,7 @@ TEST(AttemptNote, IsCutOffWhereTheReasonIsTooLong)
     EXPECT_EQ(noted(std::string(room + 1, 'x')), start + std::string(room - 3, 'x') + "...");
     // Not in the middle of a character.
     std::string const kanji = "\xE7\x94\xA8";
-    for (std::size_t before : {0, 1, 2}) {
+    for (std::size_t before = 0; before < 3; ++before) {
         std::string text(before, 'x');
         while (text.size() < 2000) {
             text += kanji;
