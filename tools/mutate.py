@@ -64,8 +64,8 @@ UNITS = {
     "queue": Unit(("libqueue/*", "libemlw/send.*", "libemlw/salvage.*", "libemlw/thread.*"),
                   ("libqueue/*", "libemlw/*")),
     "replies": Unit(("libsendw/smtp.*", "libsendw/pop.*", "libsendw/sock.*"), ("libsendw/*",)),
-    "driver": Unit(("libsendw/libsendw.*", "libsendw/smtp_converse.*", "libsendw/smtpmsg.*",
-                    "libsendw/session_holder.*", "libsendw/digest_text.*"), ("libsendw/*",)),
+    "driver": Unit(("libsendw/libsendw.*", "libsendw/send_settings.*", "libsendw/smtp_converse.*",
+                    "libsendw/smtpmsg.*", "libsendw/session_holder.*", "libsendw/digest_text.*"), ("libsendw/*",)),
     "receiving": Unit(("libreceive/*",), ("libreceive/*",)),
 }
 
