@@ -131,7 +131,12 @@ void store_number(char const* token, int* number)
 
 int pop_start_session(char const* host, int port, _s_pop** out)
 {
-    return connect_session(host, port, out, "IP:%s Port:%d") == 0 ? read_reply(*out) : -1;
+    return connect_session(host, port, out, "IP:%s Port:%d") == 0 ? pop_read_greeting(*out) : -1;
+}
+
+int pop_read_greeting(_s_pop* session)
+{
+    return read_reply(session);
 }
 
 void pop_abandon_session(_s_pop* session)

@@ -51,6 +51,9 @@ struct _s_pop {
 // not checked.
 int pop_start_session(char const* host, int port, _s_pop** out);
 
+// pop_read_greeting - the last step of pop_start_session
+int pop_read_greeting(_s_pop* session);
+
 // pop_abandon_session - close the connection, if there is one, without QUIT, and free the session
 //
 // session  the session, or null

@@ -90,25 +90,6 @@ int _smtp_write_data(_s_smtp* session, std::string const& line)
     return 0;
 }
 
-// Sends EHLO; auth_line receives the line that offers authentication, or an empty string.
-int ehlo(_s_smtp* session, std::string& auth_line)
-{
-    std::vector<std::string> lines;
-    session->book.now = {"EHLO", "EHLO"};
-    if (send_command(session, "ehlo " + get_hostname() + "\r\n") != 0 ||
-        read_multiline_reply(session, lines) != 0) {
-        trace_msg("error:read_multiline_reply");
-        return -1;
-    }
-    auth_line = find_auth_reponse(lines);
-    if (!contains(lines.back(), "250")) {
-        trace_msg("error:not 250");
-        note_refused(session->book, session->reply);
-        return -1;
-    }
-    return 0;
-}
-
 // Reads one reply, and gives each of its lines to take, which may change it. Returns 0 or -1.
 template <class Take>
 int read_reply(_s_smtp* session, Take&& take)
@@ -224,8 +205,13 @@ int smtp_start_session(char const* host, int port, _s_smtp** out)
     if (connect_session(host, port, out, "connect IP:%s Port:%d") != 0) {
         return -1;
     }
+    return smtp_read_greeting(*out);
+}
+
+int smtp_read_greeting(_s_smtp* session)
+{
     trace_msg("connect done.");
-    if (read_reply_and_check_code(*out, "220") != 0) {
+    if (read_reply_and_check_code(session, "220") != 0) {
         trace_msg("error:smtp start session");
         return -1;
     }
@@ -356,6 +342,11 @@ int smtp_send_data(_s_smtp* session, std::vector<std::string> lines)
     return 0;
 }
 
+int smtp_reset(_s_smtp* session)
+{
+    return command(session, {"RSET", "RSET"}, "rset\r\n", "250", "error:smtp rset");
+}
+
 int smtp_quit(_s_smtp* session)
 {
     return command(session, {"QUIT", "QUIT"}, "quit\r\n", "221", "error:smtp quit");
@@ -387,6 +378,24 @@ int read_reply_and_check_code(_s_smtp* session, char const* code)
     return 0;
 }
 
+int ehlo(_s_smtp* session, std::string& auth_line)
+{
+    std::vector<std::string> lines;
+    session->book.now = {"EHLO", "EHLO"};
+    if (send_command(session, "ehlo " + get_hostname() + "\r\n") != 0 ||
+        read_multiline_reply(session, lines) != 0) {
+        trace_msg("error:read_multiline_reply");
+        return -1;
+    }
+    auth_line = find_auth_reponse(lines);
+    if (!contains(lines.back(), "250")) {
+        trace_msg("error:not 250");
+        note_refused(session->book, session->reply);
+        return -1;
+    }
+    return 0;
+}
+
 std::string find_auth_reponse(std::vector<std::string>& lines)
 {
     for (std::string const& line : lines) {
@@ -397,20 +406,30 @@ std::string find_auth_reponse(std::vector<std::string>& lines)
     return {};
 }
 
-int auth(_s_smtp* session, std::string const& auth_type, char const* user, char const* password,
-         std::string const& auth_line)
+auth_mechanism choose_mechanism(std::string const& auth_type, std::string const& auth_line)
 {
     // The offer is searched in upper case, the setting in lower case: deliberate, see
     // docs/ODDITIES.md.
     bool const         from_server = contains(auth_type, "auto");
     std::string const& choice      = from_server ? auth_line : auth_type;
     if (contains(choice, from_server ? "CRAM-MD5" : "cram-md5")) {
+        return auth_mechanism::cram_md5;
+    }
+    return contains(choice, from_server ? "LOGIN" : "login") ? auth_mechanism::login
+                                                             : auth_mechanism::plain;
+}
+
+int auth(_s_smtp* session, std::string const& auth_type, char const* user, char const* password,
+         std::string const& auth_line)
+{
+    switch (choose_mechanism(auth_type, auth_line)) {
+    case auth_mechanism::cram_md5:
         return auth_cram_md5(session, user, password);
-    }
-    if (contains(choice, from_server ? "LOGIN" : "login")) {
+    case auth_mechanism::login:
         return auth_login(session, user, password);
+    default:
+        return auth_plain(session, user, password);
     }
-    return auth_plain(session, user, password);
 }
 
 int auth_cram_md5(_s_smtp* session, char const* user, char const* password)

@@ -43,6 +43,9 @@ struct _s_smtp {
 // Succeeds when the last line of the greeting contains "220".
 int smtp_start_session(char const* host, int port, _s_smtp** out);
 
+// smtp_read_greeting - the last step of smtp_start_session
+int smtp_read_greeting(_s_smtp* session);
+
 // smtp_abandon_session - close the connection, if there is one, without QUIT, and free the session
 //
 // session  the session, or null
@@ -99,6 +102,9 @@ int smtp_end_data(_s_smtp* session);
 // smtp_send_data - smtp_write_data and smtp_end_data in as few segments as the text fills
 int smtp_send_data(_s_smtp* session, std::vector<std::string> lines);
 
+// smtp_reset - send RSET, which makes the server forget sender and recipients
+int smtp_reset(_s_smtp* session);
+
 // smtp_quit - send QUIT
 //
 // Only "221" is a success.
@@ -130,17 +136,31 @@ int read_multiline_reply(_s_smtp* session, std::vector<std::string>& lines);
 //       "250". Deliberate, see docs/ODDITIES.md.
 int read_reply_and_check_code(_s_smtp* session, char const* code);
 
+// ehlo - send EHLO, without a login
+//
+// auth_line  receives what find_auth_reponse finds
+int ehlo(_s_smtp* session, std::string& auth_line);
+
 // find_auth_reponse - the line of an EHLO reply that offers authentication
 //
 // Returns the first line that contains "AUTH", in upper case, or an empty string.
 std::string find_auth_reponse(std::vector<std::string>& lines);
 
-// auth - log in with one mechanism; when it fails no other one is tried
+enum class auth_mechanism {
+    cram_md5,
+    login,
+    plain
+};
+
+// choose_mechanism - the mechanism to log in with
 //
 // auth_type  when it contains "auto": CRAM-MD5 if auth_line contains that, else LOGIN if it
 //            contains that, else PLAIN. Otherwise CRAM-MD5 if auth_type contains "cram-md5", else
 //            LOGIN if it contains "login", both in lower case only, else PLAIN.
 // auth_line  the server's offer; searched in upper case only
+auth_mechanism choose_mechanism(std::string const& auth_type, std::string const& auth_line);
+
+// auth - log in with the mechanism of choose_mechanism; when it fails no other one is tried
 int auth(_s_smtp* session, std::string const& auth_type, char const* user, char const* password,
          std::string const& auth_line);
 

@@ -177,13 +177,24 @@ int sock_connect(unsigned long addr, unsigned short port)
 
 int sock_connect_host(char const* host, int port, int& fd, char const* step)
 {
-    unsigned long const address = sock_look_up_address(host);
+    unsigned long address = sock_no_address;
+    return sock_find_host(host, address) == 0 ? sock_connect_found(host, address, port, fd, step)
+                                              : -1;
+}
+
+int sock_find_host(char const* host, unsigned long& address)
+{
+    address = sock_look_up_address(host);
     if (address == sock_no_address) {
         trace_msg("error:invalid host address");
         note_not_found(host);
         return -1;
     }
+    return 0;
+}
 
+int sock_connect_found(char const* host, unsigned long address, int port, int& fd, char const* step)
+{
     trace_msg(step);
     auto const number = static_cast<std::uint16_t>(port);
     fd                = sock_connect(address, htons(number));

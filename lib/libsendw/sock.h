@@ -56,6 +56,13 @@ int sock_connect(unsigned long addr, unsigned short port);
 // Returns 0. Returns -1 with the reason noted.
 int sock_connect_host(char const* host, int port, int& fd, char const* step);
 
+// sock_find_host, sock_connect_found - the two halves of sock_connect_host
+//
+// address  of the host, as sock_look_up_address returns it; host is for the reason
+int sock_find_host(char const* host, unsigned long& address);
+int sock_connect_found(char const* host, unsigned long address, int port, int& fd,
+                       char const* step);
+
 // sock_non_blocking - makes a socket non-blocking for the lifetime of the object
 class sock_non_blocking
 {
