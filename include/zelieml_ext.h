@@ -7,6 +7,7 @@
  * - [versions]: which library is this?
  * - [reasons]: which message a result is for, and why it was not sent.
  * - [login tests with reasons]: the login tests, with buffers of known size.
+ * - [the probe]: one conversation with the servers that the settings name, step by step.
  *
  * The rules of zelieml.h hold here too. Texts for people are English sentences in ASCII without a
  * line end, except for what they quote from a file or a server: its control characters and what
@@ -148,6 +149,68 @@ ZELIEML_API eml_send_e test_pop_auth_sized(void *server, char *reply, int reply_
                                            int reason_size);
 ZELIEML_API eml_send_e test_smtp_auth_sized(void *server, const char *pop_before_smtp, char *reply,
                                             int reply_size, char *reason, int reason_size);
+
+/* ----------------------------------------------------------------- the probe */
+
+/* How a step of the probe ended. */
+typedef enum eml_probe_outcome {
+    eml_probe_ok      = 0, /* as a mail needs it */
+    eml_probe_failed  = 1, /* a mail would fail here; no step follows */
+    eml_probe_remark  = 2, /* a mail gets through; there is something to know all the same */
+    eml_probe_32_bits = -0x7fffffff - 1 /* so that every 32-bit value may be passed */
+} eml_probe_outcome;
+
+/*
+ * One step of a probe. The strings are the library's, are never null, and are valid during the
+ * callback only. A later version may add members at the end: struct_size tells how many there are.
+ */
+typedef struct eml_probe_step {
+    unsigned int      struct_size; /* bytes of this structure */
+    eml_probe_outcome outcome;
+    int               number;  /* of eml_cb_get_number that a mail would get; 0 unless it failed */
+    const char       *name;    /* see eml_probe */
+    const char       *server;  /* "host:port"; empty for "settings" */
+    double            seconds; /* that the step took */
+    const char       *reply;   /* the server's reply, its lines with CR LF; or empty */
+    const char       *reason;  /* why it failed, or the remark; or empty */
+} eml_probe_step;
+
+/*
+ * eml_probe - talk to the servers that the settings of a work directory name, without a mail
+ *
+ * workdir    the work directory; its file "zelismes.cf" is read
+ * sender     the envelope sender to try, empty for the null sender; may be null without a recipient
+ * recipient  the recipient to try, a plain address; or null, to try neither
+ * proc       called on the caller's thread after each step; must not throw
+ * user       passed to proc unchanged
+ *
+ * Does what a mail does with these settings, one step after the other, until one fails. As with a
+ * mail, no QUIT is sent then.
+ *
+ * - "settings": everything that a mail needs is there. It comes first, whereas a mail notices only
+ *   after the greeting that the account is missing, and may fail before.
+ * - with POP before SMTP "pop look-up", "pop connect", "pop greeting", "pop login", "pop quit",
+ *   "pop wait"
+ * - "look-up", "connect", "greeting", then "helo", or "ehlo" and "login" when the settings ask for
+ *   a login
+ * - "sender", "recipient" and "reset" when there is a recipient
+ * - "offer" when the settings ask for no login: EHLO, only to see what the server offers
+ * - "quit", which ends when the server has closed the connection
+ *
+ * A remark of "ehlo" or "offer" says where test_smtp_auth judges differently than a mail fares. No
+ * mail sends RSET, nor the EHLO of "offer": if they fail, that is a remark, and no step follows.
+ *
+ * A password that a server repeats is shown as "***".
+ *
+ * The server may count the conversation as one of a client that had nothing to say. How long it can
+ * take: see eml_post_sync. The rules on threads and cancellation are the same. In a child process
+ * that proc forks and that returns from it, the probe ends at once, with -1.
+ *
+ * Returns 0 when no step failed. Returns -1 when one did, workdir or proc is null, sender is null
+ * though there is a recipient, one of the two contains a line break, or there is no memory.
+ */
+ZELIEML_API int eml_probe(const char *workdir, const char *sender, const char *recipient,
+                          void (*proc)(const eml_probe_step *step, void *user), void *user);
 
 #ifdef __cplusplus
 }

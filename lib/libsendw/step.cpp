@@ -21,23 +21,29 @@ std::size_t size_of(std::string const& secret, char const* text)
     return std::strncmp(text, secret.c_str(), secret.size()) == 0 ? secret.size() : 0;
 }
 
+// The bytes at text that must not be quoted.
+std::size_t size_of_secret(step_book const& book, char const* text)
+{
+    return std::max(size_of(book.response, text), size_of(book.password, text));
+}
+
+constexpr char hidden[] = "***";
+
 // Copies the last line of a reply, after a colon and a blank, with "***" for what must not be
 // quoted. Nothing when the line is empty; as much as fits.
 void quote(step_book const& book, std::string const& reply, char (&out)[reason_capacity])
 {
-    constexpr char    hidden[] = "***";
-    std::size_t const end      = reply.find_last_not_of(" \t\r\n") + 1;    // 0 for none
-    std::size_t       at       = reply.find_last_of("\r\n", end - 1) + 1;  // likewise
-    std::size_t       size     = 0;
-    auto const        put      = [&](char c) { out[size++] = c; };
+    std::size_t const end  = reply.find_last_not_of(" \t\r\n") + 1;    // 0 for none
+    std::size_t       at   = reply.find_last_of("\r\n", end - 1) + 1;  // likewise
+    std::size_t       size = 0;
+    auto const        put  = [&](char c) { out[size++] = c; };
     if (at < end) {
         put(':');
         put(' ');
     }
     while (at < end && size < sizeof out - sizeof hidden) {
-        char const* const text = reply.c_str() + at;
-        std::size_t const secret =
-            std::max(size_of(book.response, text), size_of(book.password, text));
+        char const* const text   = reply.c_str() + at;
+        std::size_t const secret = size_of_secret(book, text);
         if (secret > 0) {
             std::memcpy(out + size, hidden, sizeof hidden - 1);
             size += sizeof hidden - 1;
@@ -88,6 +94,17 @@ void note_reply(step_book const& book, char const* what, std::string const& repl
     char line[reason_capacity];
     quote(book, reply, line);
     note_reason("%s %s%s", book.server, what, line);
+}
+
+std::string without_secrets(step_book const& book, std::string const& reply)
+{
+    std::string shown;
+    for (char const* text = reply.c_str(); *text != '\0';) {
+        std::size_t const secret = size_of_secret(book, text);
+        shown.append(secret > 0 ? hidden : text, secret > 0 ? sizeof hidden - 1 : 1);
+        text += secret > 0 ? secret : 1;
+    }
+    return shown;
 }
 
 void note_not_found(char const* host)

@@ -40,6 +40,9 @@ void note_refused(step_book const& book, std::string const& reply);
 // note_reply - a reason of its own, with the last line of a reply
 void note_reply(step_book const& book, char const* what, std::string const& reply);
 
+// without_secrets - a reply up to its first NUL, with "***" for what must not be quoted
+std::string without_secrets(step_book const& book, std::string const& reply);
+
 // The reasons when there is no connection.
 void note_not_found(char const* host);
 void note_not_connected(char const* host, int port, int error);

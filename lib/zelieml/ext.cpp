@@ -6,6 +6,8 @@
 
 #include "libaccess/libaccess.h"
 #include "libcb/libcb.h"
+#include "libemlw/file.h"
+#include "libsendw/probe.h"
 #include "support/attempt_note.h"
 #include "zelieml/exported_call.h"
 
@@ -57,5 +59,15 @@ eml_send_e test_smtp_auth_sized(void* server, char const* pop_before_smtp, char*
     return exported_call(eml_send_error_other, [&] {
         return zelieml::test_smtp_auth_sized(server, pop_before_smtp, reply, reply_size, reason,
                                              reason_size);
+    });
+}
+
+int eml_probe(char const* workdir, char const* sender, char const* recipient,
+              void (*proc)(eml_probe_step const*, void*), void* user)
+{
+    return exported_call(-1, [&] {
+        return workdir == nullptr
+                   ? -1
+                   : probe(conf_fullpath(workdir).c_str(), sender, recipient, proc, user);
     });
 }

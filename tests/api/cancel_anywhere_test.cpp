@@ -19,6 +19,7 @@
 #include "tests/support/files.h"
 #include "tests/support/mail_server.h"
 #include "zelieml.h"
+#include "zelieml_ext.h"
 
 namespace
 {
@@ -137,6 +138,42 @@ TEST_F(CancelAnywhere, InLoginTestsAndReceiving)
         EXPECT_EQ(eml_receive_mails(server, list, nullptr), 0);
         eml_receive_msg_destroy(list);
         server_info_destroy(server);
+    }
+    EXPECT_EQ(zelieml::test::open_descriptors(), descriptors);
+}
+
+TEST_F(CancelAnywhere, InAProbe)
+{
+    int const descriptors = zelieml::test::open_descriptors();
+    {
+        zelieml::test::mail_server server;
+        zelieml::test::write_file(work_ + "/zelismes.cf",
+                                  "pop_before_smtp = yes\r\npop_server = 127.0.0.1\r\npop_port = " +
+                                      std::to_string(server.pop_port()) +
+                                      "\r\npop_account = user\r\npop_passwd = password\r\n"
+                                      "smtp_server = 127.0.0.1\r\nsmtp_port = " +
+                                      std::to_string(server.smtp_port()) +
+                                      "\r\nsmtp_auth = yes\r\nsmtp_account = user\r\n"
+                                      "smtp_passwd = password\r\npasswd_raw = yes\r\n");
+        auto const ignore = [](eml_probe_step const*, void*) {};
+        EXPECT_GT(cancel_everywhere(
+                      [&] { eml_probe(work_.c_str(), "a@a.test", "b@b.test", ignore, nullptr); }),
+                  50);
+        auto const cancel = [](eml_probe_step const*, void*) {
+            ::pthread_cancel(::pthread_self());
+            ::pthread_testcancel();
+        };
+        EXPECT_EQ(eml_probe(work_.c_str(), nullptr, nullptr, ignore, nullptr), 0);
+        call const in_the_callback = [&] {
+            eml_probe(work_.c_str(), nullptr, nullptr, cancel, nullptr);
+        };
+        victim    v      = {&in_the_callback, -1};
+        pthread_t thread = {};
+        void*     result = nullptr;
+        EXPECT_EQ(::pthread_create(&thread, nullptr, run_victim, &v), 0);
+        EXPECT_EQ(::pthread_join(thread, &result), 0);
+        EXPECT_EQ(result, PTHREAD_CANCELED);
+        EXPECT_EQ(v.returned, !zelieml::platform::cancellation_unwinds);
     }
     EXPECT_EQ(zelieml::test::open_descriptors(), descriptors);
 }
