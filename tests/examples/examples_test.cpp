@@ -1,5 +1,6 @@
 // examples_test.cpp - the examples do what they say, as programs
 
+#include <cctype>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -338,6 +339,82 @@ TEST(SettingsExample, LogsInToPop3FirstWhenToldTo)
     EXPECT_EQ(untouched.sessions(), strings());
 }
 
+// What the probe prints, without the times.
+std::string without_times(std::string text)
+{
+    for (std::size_t at = 0; (at = text.find(" s", at)) != std::string::npos;) {
+        std::size_t begin = at;
+        while (begin > 0 && (std::isdigit(text[begin - 1]) != 0 || text[begin - 1] == '.')) {
+            --begin;
+        }
+        if (begin == at) {
+            ++at;
+        } else {
+            while (text[begin - 1] == ' ') {
+                --begin;
+            }
+            text.erase(begin, at + 2 - begin);
+            at = begin;
+        }
+    }
+    return text;
+}
+
+TEST_F(Examples, ProbePrintsALineForEachStep)
+{
+    mail_server server(for_tim());
+    configure(std::to_string(server.smtp_port()));
+    outcome came = run(PROBE_EXAMPLE, {work_});
+    came.out     = without_times(came.out);
+    expect(came, 0,
+           "settings     ok\n"
+           "look-up      ok\n"
+           "connect      ok\n"
+           "greeting     ok\n"
+           "helo         ok\n"
+           "offer        remark  the server offers AUTH: mails get through without a login, but "
+           "test_smtp_auth fails with \"off\"\n"
+           "quit         ok\n");
+
+    configure(std::to_string(server.smtp_port()),
+              {"smtp_auth=yes", "smtp_account=tim", "smtp_passwd=secret"});
+    came     = run(PROBE_EXAMPLE, {work_, "box@a.test", "anna@b.test"});
+    came.out = without_times(came.out);
+    expect(came, 0,
+           "settings     ok\n"
+           "look-up      ok\n"
+           "connect      ok\n"
+           "greeting     ok\n"
+           "ehlo         ok\n"
+           "login        ok\n"
+           "sender       ok\n"
+           "recipient    ok\n"
+           "reset        ok\n"
+           "quit         ok\n");
+    EXPECT_TRUE(server.mails().empty());
+}
+
+TEST_F(Examples, ProbeSaysWhatFailed)
+{
+    std::string const missing = "settings     FAILED  1000  settings: ";
+    outcome           came    = run(PROBE_EXAMPLE, {work_});
+    came.out                  = without_times(came.out);
+    EXPECT_EQ(came.out.substr(0, missing.size()), missing);
+    EXPECT_EQ(came.status, 1);
+
+    closed_port const nobody;
+    configure(std::to_string(nobody.number()));
+    came     = run(PROBE_EXAMPLE, {work_});
+    came.out = without_times(came.out);
+    expect(came, 1,
+           "settings     ok\n"
+           "look-up      ok\n"
+           "connect      FAILED  1001  connect to 127.0.0.1:" +
+               std::to_string(nobody.number()) + ": Connection refused\n");
+    expect(run(PROBE_EXAMPLE, {work_, "a@a.test", "b@b.test\r\ndata"}), 1, "",
+           "probe: not begun\n");
+}
+
 TEST(ReceiveExample, PrintsAllMailsAndEmptiesTheMailbox)
 {
     mail_server server(for_tim());
@@ -390,6 +467,7 @@ TEST_F(Examples, ExplainWrongUse)
     std::string const send      = "use: send_and_wait WORKDIR field=value... < body\n";
     std::string const post      = "use: post WORKDIR STOCK-SYMBOL field=value... < body\n";
     std::string const engine    = "use: engine WORKDIR [STOCK-SYMBOL]\n";
+    std::string const probe     = "use: probe WORKDIR [SENDER RECIPIENT]\n";
     std::string const settings =
         "use: test_settings [--trust] pop_server=HOST smtp_server=HOST field=value...\n";
     std::string const receive  = "use: receive --delete pop_server=HOST field=value...\n";
@@ -420,6 +498,8 @@ TEST_F(Examples, ExplainWrongUse)
         {"no such field", POST_EXAMPLE, {work_, "symbol", "=x"}, "not a field of a mail: =x\n"},
         {"no directory", ENGINE_EXAMPLE, {}, engine},
         {"too many names", ENGINE_EXAMPLE, {work_, "symbol", "more"}, engine},
+        {"no directory", PROBE_EXAMPLE, {}, probe},
+        {"no recipient", PROBE_EXAMPLE, {work_, "a@a.test"}, probe},
         {"no server", SETTINGS_EXAMPLE, {}, settings},
         {"no server", SETTINGS_EXAMPLE, {"--trust"}, settings},
         {"no server", SETTINGS_EXAMPLE, {"pop_port=110"}, settings},
