@@ -150,7 +150,7 @@ find_program(ZELIEML_DSYMUTIL dsymutil REQUIRED)
 find_program(ZELIEML_CODESIGN codesign)
 function(zelieml_finish_dylib target)
   set_target_properties(${target} PROPERTIES
-    VERSION 1 SOVERSION 1
+    VERSION ${PROJECT_VERSION_MAJOR} SOVERSION ${PROJECT_VERSION_MAJOR}
     MACHO_CURRENT_VERSION ${PROJECT_VERSION} MACHO_COMPATIBILITY_VERSION 1.0.0)
   set(sign)
   if(ZELIEML_CODESIGN)

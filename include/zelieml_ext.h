@@ -28,7 +28,7 @@ extern "C" {
 
 /*
  * The version of this header: MAJOR changes when a program that was built before may not run any
- * more, MINOR when something is added, PATCH when something is mended.
+ * more, MINOR when something is added, PATCH when something is mended. See docs/VERSIONS.md.
  */
 #define EML_VERSION_MAJOR 1
 #define EML_VERSION_MINOR 0

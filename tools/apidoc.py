@@ -1,13 +1,13 @@
 #!/usr/bin/env python3
-"""Writes the reference of the C interface from the comments of include/zelieml.h.
+"""Writes the reference of the C interface from the comments of the headers in include/.
 
-use: apidoc.py markdown FOLDER        one page for each part of the header, and an index
+use: apidoc.py markdown FOLDER        one page for each part of the headers, and an index
      apidoc.py check FOLDER           whether the pages there are what would be written now
      apidoc.py man FOLDER VERSION DATE
-                                      manual pages of section 3, one for each part, and a file for
-                                      each name that leads to its page
+                                      manual pages of section 3, one for each header and each
+                                      part, and a file for each name that leads to its page
 
-The header is laid out in blocks with empty lines between them: "/* ---- part */" begins a part; a
+A header is laid out in blocks with empty lines between them: "/* ---- part */" begins a part; a
 comment, with the declarations under it, is an entry; a comment alone introduces its part. Within a
 comment, paragraphs, "- " lists and columns of "name  text" are told apart. What does not fit is an
 error: nothing is left out in silence.
@@ -21,18 +21,28 @@ import pathlib
 import re
 import sys
 
-HEADER = pathlib.Path(__file__).resolve().parent.parent / "include" / "zelieml.h"
+FOLDER = pathlib.Path(__file__).resolve().parent.parent / "include"
 
-# The parts of the header, and the pages that they become.
-PAGES = {
-    "messages": "messages",
-    "posting": "posting",
-    "the engine": "engine",
-    "result records": "results",
-    "settings": "settings",
-    "passwords and hashes": "passwords",
-    "server records and login tests": "servers",
-    "receiving": "receiving",
+# The headers, their parts in order, and the pages that these become.
+HEADERS = {
+    "zelieml.h": {
+        "messages": "messages",
+        "posting": "posting",
+        "the engine": "engine",
+        "result records": "results",
+        "settings": "settings",
+        "passwords and hashes": "passwords",
+        "server records and login tests": "servers",
+        "receiving": "receiving",
+    },
+    "zelieml_ext.h": {
+        "versions": "versions",
+        "reasons": "reasons",
+        "login tests with reasons": "logins",
+        "more of received mails": "received",
+        "the probe": "probe",
+        "checks": "checks",
+    },
 }
 
 DEFINITION = re.compile(r"(?P<indent> *)(?P<term>\w+(?:, \w+)*)  +(?P<text>\S.*)")
@@ -51,15 +61,15 @@ class Entry:
         self.paragraphs = paragraphs
         self.code = code
         self.names = declared(code)
-        self.enumerators = re.findall(r"^ +(\w+) += \w+,?$", code, re.MULTILINE)
+        self.enumerators = re.findall(r"^ +(\w+) += \w+,?$", without_comments(code), re.MULTILINE)
 
 
 class Part:
-    def __init__(self, title):
-        if title not in PAGES:
+    def __init__(self, title, pages):
+        if title not in pages:
             raise LayoutError(f'the part "{title}" has no page')
         self.title = title
-        self.page = PAGES[title]
+        self.page = pages[title]
         self.introduction = []
         self.entries = []
 
@@ -67,15 +77,33 @@ class Part:
         return [name for entry in self.entries for name in entry.names]
 
 
-# ------------------------------------------------------------------ reading the header
+class Header:
+    """What one header documents: its title, its first comment, its parts."""
+
+    def __init__(self, name, title, overview, parts):
+        self.name = name
+        self.stem = name.removesuffix(".h")
+        self.title = title
+        self.overview = overview
+        self.parts = parts
+
+
+# ------------------------------------------------------------------ reading the headers
+
+
+def without_comments(code):
+    return re.sub(r" */\*.*?\*/", "", code, flags=re.DOTALL)
 
 
 def declared(code):
     """The names that declarations introduce."""
-    text = re.sub(r"/\*.*?\*/", "", code, flags=re.DOTALL)
-    enum = re.fullmatch(r"typedef enum (\w+) \{[^}]*\} (\w+);", text.strip())
-    if enum:
-        return [enum[2]]
+    text = without_comments(code).strip()
+    macros = re.findall(r"^#define (\w+) +\S.*$", text, re.MULTILINE)
+    if len(macros) == len(text.splitlines()):
+        return macros
+    kind = re.fullmatch(r"typedef (?:enum|struct) (\w+) \{[^}]*\} \1;", text)
+    if kind:
+        return [kind[1]]
     names = []
     for declaration in filter(None, (d.strip() for d in text.split(";"))):
         name = re.match(r"[\w ]+?[ *]*(\w+)(\(|$)", declaration)
@@ -87,6 +115,9 @@ def declared(code):
 
 def comment_lines(comment):
     """The lines of a comment, without what frames them."""
+    alone = re.fullmatch(r"/\* (.*) \*/", comment)
+    if alone:
+        return [alone[1]]
     lines = comment.strip().splitlines()
     if lines[0] != "/*" or lines[-1].strip() != "*/":
         raise LayoutError(f"a comment of another shape: {lines[0]}")
@@ -156,6 +187,14 @@ def prototypes(code):
     return "\n".join(lines)
 
 
+def beginnings(first_name, name):
+    """What may stand before a name of a title: "_ending" is short for the first one with another
+    ending."""
+    if not name.startswith("_"):
+        return [""]
+    return [first_name[:place.start()] for place in re.finditer("_", first_name)]
+
+
 def make_entry(lines, code):
     code = prototypes(code)
     paragraphs = paragraphs_of(lines)
@@ -165,26 +204,24 @@ def make_entry(lines, code):
     if not title:
         return Entry(", ".join(names), "", paragraphs, code)
     first_name, *others = title[1].split(", ")
-    stem = first_name.rpartition("_")[0]
-    for name in [first_name] + [stem + o if o.startswith("_") else o for o in others]:
-        if name not in names:
+    for name in [first_name] + others:
+        if not any(beginning + name in names for beginning in beginnings(first_name, name)):
             raise LayoutError(f"{name} is documented, and not declared under its comment")
     return Entry(title[1], title[2], paragraphs[1:], code)
 
 
-def read_header():
-    """The paragraphs of the header's first comment, its title, and the parts."""
-    text = HEADER.read_text(encoding="utf-8")
+def read_header(header, pages):
+    text = (FOLDER / header).read_text(encoding="utf-8")
     start = text.index("/* ---")
     end = text.rindex("#ifdef __cplusplus")
     overview = paragraphs_of(comment_lines(text[:text.index("*/") + 2]))
-    title = re.fullmatch(r"zelieml\.h - (.*)", " ".join(overview[0][1]))[1]
+    title = re.fullmatch(re.escape(header) + r" - (.*)", " ".join(overview[0][1]))[1]
 
     parts = []
     for block in re.split(r"\n{2,}", text[start:end].strip()):
         rule = re.fullmatch(r"/\* -{3,} (.*) \*/", block)
         if rule:
-            parts.append(Part(rule[1]))
+            parts.append(Part(rule[1], pages))
             continue
         split = block.find("*/\n")
         comment, code = (block, "") if split < 0 else (block[:split + 2], block[split + 3:])
@@ -193,9 +230,20 @@ def read_header():
             parts[-1].entries.append(make_entry(lines, code))
         else:
             parts[-1].introduction += paragraphs_of(lines)
-    if [part.title for part in parts] != list(PAGES):
-        raise LayoutError("a part is missing, or they stand in another order")
-    return title, overview[1:], parts
+    titles = [part.title for part in parts]
+    if titles != [title for title in pages if title in titles]:
+        raise LayoutError("the parts stand in another order, or one of them twice")
+    return Header(header, title, overview[1:], parts)
+
+
+def read_headers():
+    headers = []
+    for name, pages in HEADERS.items():
+        try:
+            headers.append(read_header(name, pages))
+        except LayoutError as error:
+            sys.exit(f"{name}: {error}")
+    return headers
 
 
 # ------------------------------------------------------------------ references
@@ -204,7 +252,8 @@ def read_header():
 class References:
     """Finds the references in a line of text."""
 
-    def __init__(self, parts):
+    def __init__(self, headers):
+        parts = [part for header in headers for part in header.parts]
         self.pages = {part.title: part.page for part in parts}
         self.homes = {name: (part, entry) for part in parts for entry in part.entries
                       for name in entry.names + entry.enumerators}
@@ -228,12 +277,11 @@ class References:
 
 
 class Markdown:
-    NOTE = "<!-- Written by tools/apidoc.py from include/zelieml.h: change the text there. -->\n\n"
-    RULES = "The [rules that hold for all calls](README.md) are on the first page.\n"
+    RULES = "[rules that hold for all calls](README.md)"
 
-    def __init__(self, title, overview, parts):
-        self.title, self.overview, self.parts = title, overview, parts
-        self.references = References(parts)
+    def __init__(self, headers):
+        self.headers = headers
+        self.references = References(headers)
         self.here = []  # the names that the entry being written declares
         self.linked = set()  # the names to which the page leads
 
@@ -297,9 +345,26 @@ class Markdown:
             blocks.append(self.paragraphs(entry.paragraphs))
         return "\n".join(blocks)
 
-    def page(self, part):
+    @staticmethod
+    def begin(source, heading):
+        return (f"<!-- Written by tools/apidoc.py from {source}: change the text there. -->\n\n"
+                f"# {heading}\n")
+
+    @staticmethod
+    def chapter(header):
+        """The heading of a header on the first page; the first header is the page itself."""
+        return f"The header {header.name}"
+
+    def rules(self, header):
+        if header is self.headers[0]:
+            return f"The {self.RULES} are on the first page.\n"
+        own = f"[those of this header](README.md#{self.anchor(self.chapter(header))})"
+        return f"Include `{header.name}`. The {self.RULES} and\n{own} are on the first page.\n"
+
+    def page(self, header, part):
         self.here = []
-        blocks = [self.NOTE + f"# {part.title.capitalize()}\n", self.RULES]
+        blocks = [self.begin(f"include/{header.name}", part.title.capitalize()),
+                  self.rules(header)]
         if part.introduction:
             blocks.append(self.paragraphs(part.introduction))
         blocks += [self.entry(entry) for entry in part.entries]
@@ -307,19 +372,28 @@ class Markdown:
 
     def index(self):
         self.here = []
-        blocks = [self.NOTE + "# The C interface\n", self.paragraphs(self.overview)]
-        for part in self.parts:
-            rows = [f"## [{part.title.capitalize()}]({part.page}.md)\n\n| | |\n|---|---|\n"]
-            for entry in part.entries:
-                names = self.inline(", ".join(entry.names))
-                what = entry.summary or " ".join(entry.paragraphs[0][1]).partition(". ")[0]
-                what = what[0].lower() + what[1:].rstrip(".")
-                rows.append(f"| {names} | {self.inline(what)} |\n")
-            blocks.append("".join(rows))
+        first, *others = self.headers
+        blocks = [self.begin("the headers in include", "The C interface"),
+                  self.paragraphs(first.overview), *self.tables(first, "##")]
+        for header in others:
+            blocks += [f"## {self.escaped(self.chapter(header))}\n",
+                       self.inline(sentence(header.title)) + "\n",
+                       self.paragraphs(header.overview), *self.tables(header, "###")]
         return "\n".join(blocks + self.targets())
 
+    def tables(self, header, level):
+        return [f"{level} [{part.title.capitalize()}]({part.page}.md)\n\n| | |\n|---|---|\n" +
+                "".join(map(self.row, part.entries)) for part in header.parts]
+
+    def row(self, entry):
+        names = self.inline(", ".join(entry.names))
+        what = entry.summary or " ".join(entry.paragraphs[0][1]).partition(". ")[0]
+        what = what[0].lower() + what[1:].rstrip(".")
+        return f"| {names} | {self.inline(what)} |\n"
+
     def files(self):
-        files = {f"{part.page}.md": self.page(part) for part in self.parts}
+        files = {f"{part.page}.md": self.page(header, part)
+                 for header in self.headers for part in header.parts}
         files["README.md"] = self.index()
         return files
 
@@ -332,12 +406,10 @@ def sentence(text):
 
 
 class Manual:
-    RULES = "The rules that hold for all calls are in \\fBzelieml\\fR(3).\n"
-
-    def __init__(self, title, overview, parts, version, date):
-        self.title, self.overview, self.parts = title, overview, parts
+    def __init__(self, headers, version, date):
+        self.headers = headers
         self.version, self.date = version, date
-        self.references = References(parts)
+        self.references = References(headers)
         self.here = []  # the names that the page declares
 
     @staticmethod
@@ -379,18 +451,24 @@ class Manual:
         # A heading brings its own distance.
         return re.sub(r"^\.PP\n", "", "".join(out))
 
-    def begin(self, name, names, what):
-        return (f'.\\" Written by tools/apidoc.py from include/zelieml.h.\n'
+    def rules(self, header):
+        if header is self.headers[0]:
+            return f"The rules that hold for all calls are in \\fB{header.stem}\\fR(3).\n"
+        return (f"The rules that hold for all calls are in \\fB{self.headers[0].stem}\\fR(3), those of "
+                f"this header in\n\\fB{header.stem}\\fR(3).\n")
+
+    def begin(self, header, name, names, what):
+        return (f'.\\" Written by tools/apidoc.py from include/{header.name}.\n'
                 f'.TH {name.upper()} 3 "{self.date}" "zelieml {self.version}" "zelieml"\n'
                 f".SH NAME\n{', '.join(names)} \\- {self.escaped(what)}\n"
-                f".SH SYNOPSIS\n.nf\n.B #include <zelieml.h>\n")
+                f".SH SYNOPSIS\n.nf\n.B #include <{header.name}>\n")
 
-    def page(self, part):
+    def page(self, header, part):
         self.here = part.names()
-        out = [self.begin(f"zelieml_{part.page}", part.names(), f"zelieml: {part.title}")]
+        out = [self.begin(header, f"zelieml_{part.page}", part.names(), f"zelieml: {part.title}")]
         for entry in part.entries:
             out.append(".PP\n" + self.code(entry))
-        out.append(".fi\n.SH DESCRIPTION\n" + self.RULES)
+        out.append(".fi\n.SH DESCRIPTION\n" + self.rules(header))
         if part.introduction:
             out.append(".PP\n" + self.paragraphs(part.introduction))
         for entry in part.entries:
@@ -399,23 +477,28 @@ class Manual:
                 out.append(self.lines([sentence(entry.summary)]) +
                            (".PP\n" if entry.paragraphs and entry.paragraphs[0][0] == "text" else ""))
             out.append(self.paragraphs(entry.paragraphs))
-        return "".join(out) + self.see_also(part.page)
+        return "".join(out) + self.see_also(f"zelieml_{part.page}")
+
+    def overview(self, header):
+        self.here = []
+        return (self.begin(header, header.stem, [header.stem], header.title) +
+                ".PP\nLink with \\-lzelieml.\n.fi\n.SH DESCRIPTION\n" +
+                self.paragraphs(header.overview) + self.see_also(header.stem))
 
     def see_also(self, but):
-        names = ["zelieml"] + [f"zelieml_{part.page}" for part in self.parts]
-        names = [name for name in names if name not in (but, f"zelieml_{but}")]
+        names = [name for header in self.headers
+                 for name in [header.stem] + [f"zelieml_{part.page}" for part in header.parts]
+                 if name != but]
         return ".SH SEE ALSO\n" + " ,\n".join(f".BR {name} (3)" for name in names) + "\n"
 
     def files(self):
         files = {}
-        for part in self.parts:
-            files[f"zelieml_{part.page}.3"] = self.page(part)
-            for name in part.names():
-                files[f"{name}.3"] = f".so man3/zelieml_{part.page}.3\n"
-        self.here = []
-        files["zelieml.3"] = (self.begin("zelieml", ["zelieml"], self.title) +
-                              ".PP\nLink with \\-lzelieml.\n.fi\n.SH DESCRIPTION\n" +
-                              self.paragraphs(self.overview) + self.see_also("zelieml"))
+        for header in self.headers:
+            files[f"{header.stem}.3"] = self.overview(header)
+            for part in header.parts:
+                files[f"zelieml_{part.page}.3"] = self.page(header, part)
+                for name in part.names():
+                    files[f"{name}.3"] = f".so man3/zelieml_{part.page}.3\n"
         return files
 
 
@@ -434,26 +517,23 @@ def check(folder, files):
     for name in sorted(found.keys() | files.keys()):
         sys.stdout.writelines(difflib.unified_diff(
             found.get(name, "").splitlines(True), files.get(name, "").splitlines(True),
-            f"{folder.name}/{name}", "what the header says now"))
+            f"{folder.name}/{name}", "what the headers say now"))
     return found != files
 
 
 def main(arguments):
     if len(arguments) == 2 and arguments[0] in ("markdown", "check"):
-        files = Markdown(*read_header()).files()
+        files = Markdown(read_headers()).files()
         if arguments[0] == "check":
             return 1 if check(pathlib.Path(arguments[1]), files) else 0
         write(pathlib.Path(arguments[1]), files)
         return 0
     if len(arguments) == 4 and arguments[0] == "man":
-        write(pathlib.Path(arguments[1]), Manual(*read_header(), *arguments[2:]).files())
+        write(pathlib.Path(arguments[1]), Manual(read_headers(), *arguments[2:]).files())
         return 0
     print(__doc__, file=sys.stderr)
     return 2
 
 
 if __name__ == "__main__":
-    try:
-        sys.exit(main(sys.argv[1:]))
-    except LayoutError as error:
-        sys.exit(f"{HEADER.name}: {error}")
+    sys.exit(main(sys.argv[1:]))

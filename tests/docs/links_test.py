@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Every reference in the header's comments, in docs/api and in the manual pages leads somewhere.
+"""Every reference in the headers' comments, in docs/api and in the manual pages leads somewhere.
 
 use: links_test.py PROJECT MANUAL
 
@@ -15,21 +15,23 @@ import sys
 project, manual = map(pathlib.Path, sys.argv[1:])
 problems = []
 
-header = (project / "include/zelieml.h").read_text()
+headers = {path.name: path.read_text() for path in sorted((project / "include").glob("*.h"))}
+everything = "\n".join(headers.values())
 exports = {line for line in (project / "lib/zelieml/exports.txt").read_text().splitlines()
            if line and not line.startswith("#")}
-enumerations = re.findall(r"typedef enum (\w+) \{(.*?)\} \w+;", header, re.DOTALL)
-names = exports | {name for name, _ in enumerations} | {
-    name for _, body in enumerations for name in re.findall(r"^ +(\w+) +=", body, re.MULTILINE)}
-parts = set(re.findall(r"/\* -{3,} (.*) \*/", header))
+types = re.findall(r"typedef (?:enum|struct) (\w+) \{(.*?)\} \w+;", everything, re.DOTALL)
+names = exports | {name for name, _ in types} | {
+    name for _, body in types for name in re.findall(r"^ +(\w+) +=", body, re.MULTILINE)} | set(
+    re.findall(r"^#define (EML_\w+)", everything, re.MULTILINE))
+parts = set(re.findall(r"/\* -{3,} (.*) \*/", everything))
 
 
-# ------------------------------------------------------------------ the header
+# ------------------------------------------------------------------ the headers
 
 
-def check_comment(line, text):
+def check_comment(header, line, text):
     def problem(what):
-        problems.append(f"zelieml.h: comment of line {line}: {what}")
+        problems.append(f"{header}: comment of line {line}: {what}")
 
     for title in re.findall(r"\[([^\]]*)\]", text):
         if title not in parts:
@@ -39,19 +41,21 @@ def check_comment(line, text):
             problem(f"there is no {document}")
     for word in re.findall(r"\b(?:above|below)\b", text, re.IGNORECASE):
         problem(f'"{word}" leads off the page')
-    for target in re.findall(r"\bsee (\S+)", text, re.IGNORECASE):
+    for target in re.findall(r"(?<!to )\bsee (\S+)", text, re.IGNORECASE):
         if not target.startswith(("[", "docs/")) and target.strip(".,:;)") not in names:
             problem(f'"see {target}" is no reference')
-    unquoted = re.sub(r'"[^"]*"', "", text)
-    for name in re.findall(r"\b(?:eml|server_info|zelieml)_\w*", unquoted):
+    code = re.sub(r'"[^"]*"|\bzelieml\w*\.h\b', "", text)
+    for name in re.findall(r"\b(?:eml|EML|server_info|zelieml)_\w*", code):
         if name not in names:
             problem(f"nothing is called {name}")
 
 
-comments = list(re.finditer(r"/\*.*?\*/", header, re.DOTALL))
-for comment in comments:
-    lines = [re.sub(r"^\s*/?\*+/? ?", "", line) for line in comment[0].splitlines()]
-    check_comment(header.count("\n", 0, comment.start()) + 1, " ".join(" ".join(lines).split()))
+comments = [(header, text.count("\n", 0, comment.start()) + 1, comment[0])
+            for header, text in headers.items()
+            for comment in re.finditer(r"/\*.*?\*/", text, re.DOTALL)]
+for header, line, comment in comments:
+    lines = [re.sub(r"^\s*/?\*+/? ?", "", text) for text in comment.splitlines()]
+    check_comment(header, line, " ".join(" ".join(lines).split()))
 
 
 # ------------------------------------------------------------------ docs/api

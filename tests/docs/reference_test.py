@@ -1,9 +1,9 @@
 #!/usr/bin/env python3
-"""Every export is in the reference, with the declaration that the header has.
+"""Every export is in the reference, with the declaration that its header has.
 
 use: reference_test.py PROJECT MANUAL
 
-Reads the header in its own way, to be no mirror of what writes the reference.
+Reads the headers in its own way, to be no mirror of what writes the reference.
 """
 
 import pathlib
@@ -17,7 +17,8 @@ problems = []
 def declarations(code):
     """Declarations in one shape: no comments, single blanks."""
     code = re.sub(r"/\*.*?\*/", " ", code, flags=re.DOTALL)
-    code = re.sub(r"enum \w+ \{[^}]*\}", "enum", code)
+    code = re.sub(r"^#define .*", "", code, flags=re.MULTILINE)
+    code = re.sub(r"(?:enum|struct) \w+ \{[^}]*\}", "", code)
     found = (re.sub(r"\s+", " ", part).strip() for part in code.split(";"))
     return [part for part in found if part and not part.startswith("typedef")]
 
@@ -35,14 +36,14 @@ def name_of(declaration):
     return re.match(r"(?:[\w*]+ [ *]*)+?(\w+)(?:\(|$)", declaration)[1]
 
 
-header = (project / "include/zelieml.h").read_text()
+headers = "\n".join(header.read_text() for header in sorted((project / "include").glob("*.h")))
 exported = [line for line in (project / "lib/zelieml/exports.txt").read_text().splitlines()
             if line and not line.startswith("#")]
-in_header = [text for text in map(str.strip, re.findall(r"(?<=\nZELIEML_API )[^;]*", header))]
+in_header = [text for text in map(str.strip, re.findall(r"(?<=\nZELIEML_API )[^;]*", headers))]
 in_header = [text for part in in_header for text in declarations(part)]
 if len(exported) < 60:
     problems.append(f"only {len(exported)} exports")
-compare("header", [name_of(d) for d in in_header], exported)
+compare("headers", [name_of(d) for d in in_header], exported)
 
 pages = [page for page in (project / "docs/api").glob("*.md") if page.name != "README.md"]
 blocks = [block for page in pages
