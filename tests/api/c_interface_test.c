@@ -7,6 +7,7 @@
 #define _XOPEN_SOURCE 700
 
 #include "zelieml.h"
+#include "zelieml_ext.h"
 
 #include <arpa/inet.h>
 #include <dirent.h>
@@ -573,6 +574,20 @@ static void remove_notification_root(char const* run, char const* tmp)
     CHECK(rmdir(tmp) == 0);
 }
 
+/* ------------------------------------------------------------------ versions */
+
+static void test_version(void)
+{
+    int const project[] = {PROJECT_NUMBERS};
+
+    CHECK(strcmp(eml_version(), PROJECT_VERSION) == 0);
+    CHECK(strcmp(EML_VERSION, PROJECT_VERSION) == 0);
+    CHECK(EML_VERSION_MAJOR == project[0]);
+    CHECK(EML_VERSION_MINOR == project[1]);
+    CHECK(EML_VERSION_PATCH == project[2]);
+    CHECK(eml_version() == eml_version());
+}
+
 int main(void)
 {
     char  dir[1024];
@@ -596,6 +611,7 @@ int main(void)
     CHECK(mkdir(work, 0777) == 0);
     set_notification_root(dir, run, root);
 
+    test_version();
     test_string_fields();
     test_encoding();
     test_message_file(path);

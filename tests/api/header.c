@@ -1,5 +1,5 @@
 /*
- * header.c - the public header alone, twice, in every language that can include it
+ * header.c - the public header zelieml.h alone, in every language that can include it
  *
  * Compiled by each compiler for each standard, as C and as C++; never run.
  */

@@ -1,4 +1,4 @@
-/* module.m - the header as a module, for Objective-C and Swift */
+/* module.m - the headers as a module, for Objective-C and Swift */
 
 @import zelieml;
 
@@ -6,5 +6,5 @@ const char *key_of(void *eml);
 
 const char *key_of(void *eml)
 {
-    return eml_stop(eml) == 0 ? KeyFrom : 0;
+    return eml_stop(eml) == 0 ? KeyFrom : eml_version();
 }

@@ -8,7 +8,8 @@ set(prefix ${WORK}/prefix)
 file(REMOVE_RECURSE ${WORK})
 must(${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix})
 
-foreach(page IN ITEMS zelieml zelieml_posting eml_post test_pop_auth eml_receive_mails)
+foreach(page IN ITEMS zelieml zelieml_posting eml_post test_pop_auth eml_receive_mails
+             zelieml_ext zelieml_versions eml_version)
   if(NOT EXISTS ${prefix}/${MANDIR}/man3/${page}.3)
     message(FATAL_ERROR "no manual page ${page}(3)")
   endif()

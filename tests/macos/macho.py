@@ -8,7 +8,8 @@ Installs the universal library into a temporary folder, and fails, saying why, u
 - the debug symbols beside it are its own;
 - the archives for all three processors refer to nothing that neither they nor the .tbd files of
   sdk/ define (no linker here links i386), and can be made into one;
-- the example hosts of macOS compile, and the program that PORTING.md has for a Mac;
+- both headers are installed, and compile; so do the example hosts of macOS, and the program that
+  PORTING.md has for a Mac;
 - the compiler refuses what macOS 10.9 lacks, or all of the above would show nothing.
 """
 
@@ -31,6 +32,7 @@ I386 = ROOT / "build-macho-i386"
 LINKED = {"x86_64": "10.9", "arm64": "11.0"}
 ALL = {"x86_64": "10.9", "i386": "10.9", "arm64": "11.0"}
 INSTALL_NAME = "@rpath/libzelieml.1.dylib"
+HEADERS = {"zelieml", "zelieml.h", "zelieml_ext.h"}
 INSTALLED = {"cmake", "libzelieml.1.dylib", "libzelieml.1.dylib.dSYM", "libzelieml.a",
              "libzelieml.dylib", "pkgconfig"}
 
@@ -153,6 +155,8 @@ def check_installed(work, version):
         folder = prefix / "lib"
         found = {path.name for path in folder.iterdir()}
         require(found == INSTALLED, f"installed: {sorted(found)}")
+        headers = {path.name for path in (prefix / "include").iterdir()}
+        require(headers == HEADERS, f"installed headers: {sorted(headers)}")
         library = folder / "libzelieml.1.dylib"
         link = folder / "libzelieml.dylib"
         require(library.is_file() and not library.is_symlink(), f"{library}: no plain file")
@@ -209,7 +213,8 @@ def main():
             check_refusals(architecture, work)
 
     for architecture in ALL:
-        for program in [*(ROOT / "examples").glob("wait_for_end_*.c"), HERE / "passwords.c"]:
+        for program in [*(ROOT / "examples").glob("wait_for_end_*.c"), HERE / "passwords.c",
+                        *(ROOT / "tests/api").glob("header*.c")]:
             output(*compiler(architecture, "clang"), "-std=c99", f"-I{ROOT}/include", program)
 
     print("macho:", ", ".join(f"{a} for {v}" for a, v in ALL.items()), "as they should be")
