@@ -6,6 +6,8 @@
 #include <cstdio>
 #include <cstring>
 
+#include "support/utf8.h"
+
 namespace zelieml
 {
 
@@ -15,44 +17,11 @@ namespace
 // A plain pointer: an object with a destructor would keep a host from unloading the library.
 thread_local attempt_note* current = nullptr;
 
-// The bytes of the UTF-8 character (RFC 3629) at text, or 0 when there is none or it is a control
-// character.
-std::size_t character_size(char const* text)
-{
-    auto const byte  = [&](int i) { return static_cast<unsigned char>(text[i]); };
-    auto const tails = [&](std::size_t count) {  // stops at the NUL
-        for (std::size_t i = 1; i <= count; ++i) {
-            if ((byte(static_cast<int>(i)) & 0xC0) != 0x80) {
-                return std::size_t{0};
-            }
-        }
-        return count + 1;
-    };
-    unsigned const first = byte(0);
-    if (first < 0x80) {
-        return first >= 0x20 && first != 0x7F ? 1 : 0;
-    }
-    if (first < 0xC2 || first > 0xF4) {
-        return 0;
-    }
-    if (first < 0xE0) {
-        return first == 0xC2 && byte(1) < 0xA0 ? 0 : tails(1);  // U+0080 to U+009F are controls
-    }
-    if (first < 0xF0) {
-        bool const overlong  = first == 0xE0 && byte(1) < 0xA0;
-        bool const surrogate = first == 0xED && byte(1) >= 0xA0;
-        return overlong || surrogate ? 0 : tails(2);
-    }
-    bool const overlong = first == 0xF0 && byte(1) < 0x90;
-    bool const beyond   = first == 0xF4 && byte(1) >= 0x90;
-    return overlong || beyond ? 0 : tails(3);
-}
-
 // Makes text what can be shown in a line.
 void make_printable(char* text)
 {
     while (*text != '\0') {
-        std::size_t const size = character_size(text);
+        std::size_t const size = printable_size(text);
         if (size == 0) {
             *text = '?';
         }
