@@ -4,7 +4,9 @@
 #include <cmath>
 #include <cstring>
 #include <ctime>
+#include <iconv.h>
 #include <mutex>
+#include <strings.h>
 
 #include "tests/macos/fake/fake.h"
 #include "tests/macos/fake/object.h"
@@ -66,10 +68,51 @@ bool decode_utf8(char const* begin, std::size_t size, list<UInt16>& units)
     return true;
 }
 
+// Encodings that strings are made from only. The C library's converters stand in for the system's.
+struct charset {
+    CFStringEncoding encoding;
+    char const*      name;  // of IANA
+};
+
+charset const charsets[] = {
+    {0x0201, "ISO-8859-1"},  {0x0202, "ISO-8859-2"}, {0x0500, "WINDOWS-1252"},
+    {0x0820, "ISO-2022-JP"}, {0x0920, "EUC-JP"},     {0x0A01, "SHIFT_JIS"},
+    {0x0632, "GB18030"},     {0x0940, "EUC-KR"},     {0x0A02, "KOI8-R"},
+};
+
+charset const* charset_of(CFStringEncoding encoding)
+{
+    for (charset const& one : charsets) {
+        if (one.encoding == encoding) {
+            return &one;
+        }
+    }
+    return nullptr;
+}
+
+bool decode_by_iconv(char const* begin, std::size_t size, char const* name, list<UInt16>& units)
+{
+    iconv_t const converter = ::iconv_open("UTF-16LE", name);
+    if (converter == reinterpret_cast<iconv_t>(-1)) {
+        refuse("CFStringCreateWithBytes", "an encoding that this machine lacks");
+    }
+    units.resize(2 * size + 2);  // no character has more units than bytes
+    char*             in   = const_cast<char*>(begin);
+    char*             out  = reinterpret_cast<char*>(units.data());
+    std::size_t       room = units.size() * sizeof(UInt16);
+    std::size_t const done = ::iconv(converter, &in, &size, &out, &room);
+    ::iconv_close(converter);
+    units.resize(units.size() - room / sizeof(UInt16));
+    return done != static_cast<std::size_t>(-1);
+}
+
 bool decode(char const* begin, std::size_t size, CFStringEncoding encoding, list<UInt16>& units)
 {
     if (encoding == kCFStringEncodingUTF8) {
         return decode_utf8(begin, size, units);
+    }
+    if (charset const* const other = charset_of(encoding)) {
+        return decode_by_iconv(begin, size, other->name, units);
     }
     for (std::size_t i = 0; i < size; ++i) {
         auto const byte = static_cast<unsigned char>(begin[i]);
@@ -482,6 +525,20 @@ CFStringEncoding CFStringGetSystemEncoding(void)
     return kCFStringEncodingMacRoman;
 }
 
+CFStringEncoding CFStringConvertIANACharSetNameToEncoding(CFStringRef name)
+{
+    constexpr char function[] = "CFStringConvertIANACharSetNameToEncoding";
+    text           wanted;
+    require_first_process(function);
+    encode(*as<string_object>(name, function), kCFStringEncodingUTF8, wanted);
+    for (charset const& one : charsets) {
+        if (::strcasecmp(one.name, wanted.c_str()) == 0) {
+            return one.encoding;
+        }
+    }
+    return kCFStringEncodingInvalidId;
+}
+
 CFStringRef __CFStringMakeConstantString(char const* content)
 {
     static std::mutex  guard;
@@ -513,7 +570,9 @@ CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, char const* cont
 CFStringRef CFStringCreateWithBytes(CFAllocatorRef /*allocator*/, UInt8 const* begin, CFIndex size,
                                     CFStringEncoding encoding, Boolean /*is_external*/)
 {
-    check_encoding(encoding, "CFStringCreateWithBytes");
+    if (charset_of(encoding) == nullptr) {
+        check_encoding(encoding, "CFStringCreateWithBytes");
+    }
     if (size < 0 || (begin == nullptr && size > 0)) {
         refuse("CFStringCreateWithBytes", "no bytes");
     }

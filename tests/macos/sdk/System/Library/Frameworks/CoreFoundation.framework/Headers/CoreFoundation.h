@@ -132,6 +132,8 @@ enum {
 
 SDK_EXTERN CFTypeID         CFStringGetTypeID(void) SDK_SINCE(10.0);
 SDK_EXTERN CFStringEncoding CFStringGetSystemEncoding(void) SDK_SINCE(10.0);
+SDK_EXTERN CFStringEncoding CFStringConvertIANACharSetNameToEncoding(CFStringRef name)
+    SDK_SINCE(10.0);
 SDK_EXTERN CFStringRef      CFStringCreateWithCString(CFAllocatorRef allocator, char const* text,
                                                       CFStringEncoding encoding) SDK_SINCE(10.0);
 SDK_EXTERN CFStringRef      CFStringCreateWithBytes(CFAllocatorRef allocator, UInt8 const* bytes,
