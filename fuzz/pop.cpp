@@ -69,8 +69,9 @@ void check_line(void* list, int index, int (*get)(void*, int, char*, int), std::
 void check_list(_s_receive_msg& list)
 {
     auto const count = static_cast<std::size_t>(receive_msg_count(&list));
-    require(list.from.size() == count && list.subject.size() == count,
-            "every mail has a sender and a subject");
+    require(list.from.size() == count && list.subject.size() == count &&
+                list.header.size() == count,
+            "every mail has a sender, a subject and a header");
     for (std::size_t i = 0; i < count; ++i) {
         int const index = static_cast<int>(i);
         check_line(&list, index, receive_msg_get_from, list.from[i], key_from);
@@ -87,6 +88,7 @@ void receive(_s_mailserver& server, std::string const& domains, fuzz::memory_cho
     list.count   = 1;
     list.from    = {"From: before"};
     list.subject = {"Subject: before"};
+    list.header  = {"\n\n\n\n"};
     int result   = -1;
     fuzz::with_memory(choice, [&] { result = receive_mails(&server, &list, domains.c_str()); });
     require(result == 0 || (result == -1 && list.count == 0), "a failure leaves the list empty");

@@ -7,6 +7,7 @@
  * - [versions]: which library is this?
  * - [reasons]: which message a result is for, and why it was not sent.
  * - [login tests with reasons]: the login tests, with buffers of known size.
+ * - [more of received mails]: receiving with a reason; sender and subject as UTF-8.
  * - [the probe]: one conversation with the servers that the settings name, step by step.
  *
  * The rules of zelieml.h hold here too. Texts for people are English sentences in ASCII without a
@@ -149,6 +150,51 @@ ZELIEML_API eml_send_e test_pop_auth_sized(void *server, char *reply, int reply_
                                            int reason_size);
 ZELIEML_API eml_send_e test_smtp_auth_sized(void *server, const char *pop_before_smtp, char *reply,
                                             int reply_size, char *reason, int reason_size);
+
+/* ---------------------------------------------------- more of received mails */
+
+/*
+ * eml_receive_mails_sized - fetch all mails of a mailbox, and say why that failed
+ *
+ * server, list, domains  as for eml_receive_mails, which says what is deleted
+ * reply                  receives the server's last line and a NUL; empty if there was none; may be
+ *                        null. What does not fit is cut off at its end.
+ * reply_size             bytes at reply; nothing is written when it is 0 or less
+ * reason                 receives why receiving failed, as eml_cb_get_reason does, or an empty
+ *                        string; may be null. EML_REASON_SIZE bytes are always enough; what does
+ *                        not fit is cut off.
+ * reason_size            bytes at reason; nothing is written when it is 0 or less
+ *
+ * Returns what eml_receive_mails returns.
+ */
+ZELIEML_API int eml_receive_mails_sized(void *server, void *list, const char *domains, char *reply,
+                                        int reply_size, char *reason, int reason_size);
+
+/*
+ * eml_receive_msg_get_sender_utf8, _subject_utf8, _messageid, _date - copy a header field of a mail
+ *
+ * list   the list, filled by eml_receive_mails or eml_receive_mails_sized
+ * index  the mail, from 0
+ * buf    receives the field From, Subject, Message-Id or Date and its NUL, in UTF-8; empty if there
+ *        is no such field
+ * size   bytes at buf; 49153 are always enough
+ *
+ * The first field of a name in the mail's header (RFC 5322) counts, with upper and lower case alike
+ * and its continuation lines joined. Lines of the body do not count, lines of more than 4095 bytes
+ * are passed over, and a field of more than 16384 bytes is as none.
+ *
+ * Of From and Subject, encoded words (RFC 2047) are decoded, and so are the escape sequences of
+ * ISO-2022-JP. A word stays as it is when it is malformed, its charset is none of those that mails
+ * use (UTF-8, ISO-8859, Windows code pages, those of East Asia, ...), or this system cannot convert
+ * it. Control characters become blanks, and bytes that are no UTF-8 become U+FFFD.
+ *
+ * Returns 0. Returns -1, leaving buf unchanged, when list or buf is null, there is no such mail, the
+ * text does not fit, or there is no memory.
+ */
+ZELIEML_API int eml_receive_msg_get_sender_utf8(void *list, int index, char *buf, int size);
+ZELIEML_API int eml_receive_msg_get_subject_utf8(void *list, int index, char *buf, int size);
+ZELIEML_API int eml_receive_msg_get_messageid(void *list, int index, char *buf, int size);
+ZELIEML_API int eml_receive_msg_get_date(void *list, int index, char *buf, int size);
 
 /* ----------------------------------------------------------------- the probe */
 

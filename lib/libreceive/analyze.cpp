@@ -12,21 +12,24 @@ namespace zelieml
 
 int analyze_domain(std::string const& domains, int& count, std::vector<std::string> const& from,
                    std::vector<std::string> const& subject, std::vector<std::string>& kept_from,
-                   std::vector<std::string>& kept_subject)
+                   std::vector<std::string>& kept_subject, std::vector<std::size_t>* accepted)
 {
     std::vector<std::string> entries;
     split_domain(domains, entries);
 
-    int accepted = 0;
+    int kept = 0;
     for (int i = 0; i < count; ++i) {
         auto const mail = static_cast<std::size_t>(i);
         if (find_domain(from[mail], entries)) {
             kept_from.push_back(from[mail]);
             kept_subject.push_back(subject[mail]);
-            ++accepted;
+            if (accepted != nullptr) {
+                accepted->push_back(mail);
+            }
+            ++kept;
         }
     }
-    count = accepted;
+    count = kept;
     return 0;
 }
 

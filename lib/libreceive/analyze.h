@@ -10,6 +10,7 @@
 #ifndef ZELIEML_LIBRECEIVE_ANALYZE_H
 #define ZELIEML_LIBRECEIVE_ANALYZE_H
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -22,11 +23,13 @@ namespace zelieml
 // count          in: how many mails; out: how many were accepted
 // from, subject  header lines of the mails, count entries each
 // kept_from, kept_subject  the lines of the accepted mails are appended, in order
+// accepted       the places of the accepted mails are appended; null when they are not wanted
 //
 // Returns 0.
 int analyze_domain(std::string const& domains, int& count, std::vector<std::string> const& from,
                    std::vector<std::string> const& subject, std::vector<std::string>& kept_from,
-                   std::vector<std::string>& kept_subject);
+                   std::vector<std::string>& kept_subject,
+                   std::vector<std::size_t>* accepted = nullptr);
 
 // The steps of analyze_domain.
 

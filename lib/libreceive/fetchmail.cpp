@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "liblog/trace.h"
+#include "support/attempt_note.h"
 
 namespace zelieml
 {
@@ -63,6 +64,7 @@ template <class Work>
 int with_mailbox(_s_mailserver const& server, std::string& reply, Work&& work)
 {
     if (server.pop_auth_type == nullptr) {
+        note_reason("the server record has no POP3 server");
         return -1;
     }
     pop_holder session;

@@ -7,6 +7,9 @@
 
 #include "liblog/trace.h"
 #include "libreceive/analyze.h"
+#include "libreceive/encoded_words.h"
+#include "support/attempt_note.h"
+#include "support/c_boundary.h"
 #include "support/format.h"
 
 namespace zelieml
@@ -42,23 +45,37 @@ private:
     int          in_vain_ = 0;  // sessions in a row without progress
 };
 
+bool has_mail(void* list, int index)
+{
+    return list != nullptr && index >= 0 && index < receive_msg_count(list);
+}
+
 // Copies a line of a list without its key.
 int get_line(void* list, std::vector<std::string> _s_receive_msg::*lines, char const* key,
              int index, char* buffer, int length)
 {
-    if (list == nullptr || buffer == nullptr) {
+    if (!has_mail(list, index) || buffer == nullptr) {
         return -1;
     }
-    auto const& mails = *static_cast<_s_receive_msg*>(list);
-    if (index < 0 || index >= mails.count) {
-        return -1;
-    }
-    std::string const& line = (mails.*lines)[static_cast<std::size_t>(index)];
+    auto const&        mails = *static_cast<_s_receive_msg*>(list);
+    std::string const& line  = (mails.*lines)[static_cast<std::size_t>(index)];
     // The whole line has to fit, though its key is not copied: deliberate, see docs/ODDITIES.md.
     if (length < 0 || line.size() + 1 > static_cast<std::size_t>(length)) {
         return -1;
     }
     return copy_to_caller(delete_keyword(line, key), buffer, length);
+}
+
+// Copies a field of a header as text.
+int get_field(void* list, mail_field field, std::string (*text)(std::string const&), int index,
+              char* buffer, int length)
+{
+    if (!has_mail(list, index)) {
+        return -1;
+    }
+    auto const&        mails  = *static_cast<_s_receive_msg*>(list);
+    std::string const& header = mails.header[static_cast<std::size_t>(index)];
+    return copy_to_caller(text(get_mail_field(header, field)), buffer, length);
 }
 
 }  // namespace
@@ -88,9 +105,10 @@ int receive_msg_count(void* list)
     return list == nullptr ? 0 : static_cast<_s_receive_msg*>(list)->count;
 }
 
-int receive_mails(void* server, void* list, char const* domains)
+int receive_mails(void* server, void* list, char const* domains, std::string* reply)
 {
     if (server == nullptr || list == nullptr) {
+        note_reason("there is no server record, or no list");
         return -1;
     }
     auto& received = *static_cast<_s_receive_msg*>(list);
@@ -102,8 +120,15 @@ int receive_mails(void* server, void* list, char const* domains)
     std::int32_t             remaining = 0;
     do {
         if (process_one_mail(*static_cast<_s_mailserver*>(server), remaining, collected.from,
-                             collected.subject, &mail) != 0 ||
-            (remaining >= 1 && watch.reached(remaining, mail))) {
+                             collected.subject, &mail, reply) != 0) {
+            trace_msg("error:process_one_mail");
+            return -1;
+        }
+        if (collected.header.size() < collected.from.size()) {  // the session brought a mail
+            collected.header.push_back(read_mail_header(mail));
+        }
+        if (remaining >= 1 && watch.reached(remaining, mail)) {
+            note_reason("the server does not delete: it sends the same mail again and again");
             trace_msg("error:process_one_mail");
             return -1;
         }
@@ -115,23 +140,50 @@ int receive_mails(void* server, void* list, char const* domains)
     if (domains == nullptr || *domains == '\0') {
         copy_in_to_out(collected.from, kept.from);
         copy_in_to_out(collected.subject, kept.subject);
+        kept.header = std::move(collected.header);
     } else {
+        std::vector<std::size_t> accepted;
         analyze_domain(domains, kept.count, collected.from, collected.subject, kept.from,
-                       kept.subject);
+                       kept.subject, &accepted);
+        for (std::size_t const place : accepted) {
+            kept.header.push_back(std::move(collected.header[place]));
+        }
     }
     received = std::move(kept);
     return 0;
 }
 
+int receive_mails_sized(void* server, void* list, char const* domains, char* reply, int reply_size,
+                        char* reason, int reason_size)
+{
+    noting_attempt const attempt;
+    std::string          last_line;
+    constexpr int        thrown = -2;
+    int                  result =
+        at_c_boundary(thrown, [&] { return receive_mails(server, list, domains, &last_line); });
+    if (result == thrown) {
+        note_no_memory();
+        result = -1;
+    }
+    copy_cut(last_line.c_str(), reply, reply_size);
+    copy_cut(result != 0 ? attempt->reason : "", reason, reason_size);
+    return result;
+}
+
 int process_one_mail(_s_mailserver const& server, std::int32_t& remaining,
                      std::vector<std::string>& froms, std::vector<std::string>& subjects,
-                     std::vector<std::string>* mail)
+                     std::vector<std::string>* mail, std::string* last_line)
 {
     std::int32_t fetched = 0;
     std::string  from;
     std::string  subject;
     std::string  reply;
-    if (fetchmail_get_one_mail(server, fetched, remaining, from, subject, reply, mail) != 0) {
+    int const    result =
+        fetchmail_get_one_mail(server, fetched, remaining, from, subject, reply, mail);
+    if (last_line != nullptr) {
+        *last_line = std::move(reply);
+    }
+    if (result != 0) {
         trace_msg("error:fetchmail_get_one_mail");
         return -1;
     }
@@ -155,6 +207,26 @@ int receive_msg_get_from(void* list, int index, char* buffer, int length)
 int receive_msg_get_subject(void* list, int index, char* buffer, int length)
 {
     return get_line(list, &_s_receive_msg::subject, key_subject, index, buffer, length);
+}
+
+int receive_msg_get_sender_utf8(void* list, int index, char* buffer, int length)
+{
+    return get_field(list, mail_field::from, decoded_text, index, buffer, length);
+}
+
+int receive_msg_get_subject_utf8(void* list, int index, char* buffer, int length)
+{
+    return get_field(list, mail_field::subject, decoded_text, index, buffer, length);
+}
+
+int receive_msg_get_messageid(void* list, int index, char* buffer, int length)
+{
+    return get_field(list, mail_field::messageid, plain_text, index, buffer, length);
+}
+
+int receive_msg_get_date(void* list, int index, char* buffer, int length)
+{
+    return get_field(list, mail_field::date, plain_text, index, buffer, length);
 }
 
 }  // namespace zelieml

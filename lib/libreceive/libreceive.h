@@ -1,8 +1,8 @@
 // libreceive.h - empty a POP3 mailbox and keep sender and subject of each mail
 //
-// Code outside this unit holds the list of received mails as a void* handle. Its strings are header
-// lines exactly as the server sent them, without line ends: encoded words stay encoded, addresses
-// are not parsed.
+// Code outside this unit holds the list of received mails as a void* handle. It has two views of a
+// mail: the first lines that contain "From: " and "Subject: ", exactly as the server sent them,
+// without line ends; and the fields of its header, see mail_header.h.
 //
 // Threads: any, but only one at a time for one list.
 
@@ -15,15 +15,17 @@
 
 #include "libaccess/libaccess.h"
 #include "libreceive/fetchmail.h"
+#include "libreceive/mail_header.h"
 
 namespace zelieml
 {
 
-// Entry i of both lists belongs to one mail; it is empty when the mail had no such line.
+// Entry i of each list belongs to one mail; a line is empty when the mail had no such line.
 struct _s_receive_msg {
     std::int32_t             count = 0;
-    std::vector<std::string> from;     // "From: ..."
-    std::vector<std::string> subject;  // "Subject: ..."
+    std::vector<std::string> from;         // "From: ..."
+    std::vector<std::string> subject;      // "Subject: ..."
+    std::vector<std::string> header = {};  // see mail_header.h
 };
 
 // receive_msg_create - make an empty list
@@ -45,6 +47,7 @@ int receive_msg_count(void* list);
 // list     receives the mails, in mailbox order; emptied first
 // domains  allowed sender domains, see analyze.h; null or empty: all. Mails of other senders are
 //          deleted on the server too, and lost.
+// reply    receives the server's last line of the last session; null when it is not wanted
 //
 // Holds one session per mail, until the mailbox is empty. A mail of more than 2000 lines is
 // deleted and left out.
@@ -53,7 +56,18 @@ int receive_msg_count(void* list);
 // and the mails of earlier sessions are lost. Also fails after 1000 sessions in a row without
 // progress: each brought the same mail as the one before, as far as it was read, and STAT gave no
 // smaller number than ever since that mail first came. What the server says to DELE does not count.
-int receive_mails(void* server, void* list, char const* domains);
+int receive_mails(void* server, void* list, char const* domains, std::string* reply = nullptr);
+
+// receive_mails_sized - receive_mails, with a note of why it failed
+//
+// server, list, domains  as for receive_mails
+// reply                  receives the server's last line; may be null
+// reason                 receives the sentence of the note; may be null
+// reply_size, reason_size  bytes there; what does not fit is cut off
+//
+// Returns what receive_mails returns, and -1 when there is no memory.
+int receive_mails_sized(void* server, void* list, char const* domains, char* reply, int reply_size,
+                        char* reason, int reason_size);
 
 // receive_msg_get_from, receive_msg_get_subject - copy a line without its "From: " or "Subject: "
 //
@@ -67,6 +81,20 @@ int receive_mails(void* server, void* list, char const* domains);
 int receive_msg_get_from(void* list, int index, char* buffer, int length);
 int receive_msg_get_subject(void* list, int index, char* buffer, int length);
 
+// receive_msg_get_sender_utf8, _subject_utf8, _messageid, _date - copy a field of the header
+//
+// list, index  as above
+// buffer       receives the field and a NUL: sender and subject as decoded_text has them, the others
+//              as plain_text does, see encoded_words.h
+// length       bytes at buffer
+//
+// Returns 0. Returns -1, leaving the buffer unchanged, when a pointer is null, there is no such
+// mail, or the text does not fit.
+int receive_msg_get_sender_utf8(void* list, int index, char* buffer, int length);
+int receive_msg_get_subject_utf8(void* list, int index, char* buffer, int length);
+int receive_msg_get_messageid(void* list, int index, char* buffer, int length);
+int receive_msg_get_date(void* list, int index, char* buffer, int length);
+
 // The steps of receive_mails.
 
 // receive_msg_init - empty a list
@@ -78,11 +106,12 @@ void receive_msg_init(_s_receive_msg& list);
 // remaining        receives the number of mails that are left
 // froms, subjects  one line each is appended when a mail was fetched
 // mail             as for fetchmail_get_one_mail
+// last_line        receives the server's last line, also on failure; null when it is not wanted
 //
 // Returns 0, or -1 when the session failed.
 int process_one_mail(_s_mailserver const& server, std::int32_t& remaining,
                      std::vector<std::string>& froms, std::vector<std::string>& subjects,
-                     std::vector<std::string>* mail = nullptr);
+                     std::vector<std::string>* mail = nullptr, std::string* last_line = nullptr);
 
 // copy_in_to_out - append the lines of in to out
 void copy_in_to_out(std::vector<std::string> const& in, std::vector<std::string>& out);

@@ -7,6 +7,7 @@
 #include "libaccess/libaccess.h"
 #include "libcb/libcb.h"
 #include "libemlw/file.h"
+#include "libreceive/libreceive.h"
 #include "libsendw/probe.h"
 #include "support/attempt_note.h"
 #include "zelieml/exported_call.h"
@@ -60,6 +61,34 @@ eml_send_e test_smtp_auth_sized(void* server, char const* pop_before_smtp, char*
         return zelieml::test_smtp_auth_sized(server, pop_before_smtp, reply, reply_size, reason,
                                              reason_size);
     });
+}
+
+int eml_receive_mails_sized(void* server, void* list, char const* domains, char* reply,
+                            int reply_size, char* reason, int reason_size)
+{
+    return exported_call(-1, [&] {
+        return receive_mails_sized(server, list, domains, reply, reply_size, reason, reason_size);
+    });
+}
+
+int eml_receive_msg_get_sender_utf8(void* list, int index, char* buf, int size)
+{
+    return exported_call(-1, [&] { return receive_msg_get_sender_utf8(list, index, buf, size); });
+}
+
+int eml_receive_msg_get_subject_utf8(void* list, int index, char* buf, int size)
+{
+    return exported_call(-1, [&] { return receive_msg_get_subject_utf8(list, index, buf, size); });
+}
+
+int eml_receive_msg_get_messageid(void* list, int index, char* buf, int size)
+{
+    return exported_call(-1, [&] { return receive_msg_get_messageid(list, index, buf, size); });
+}
+
+int eml_receive_msg_get_date(void* list, int index, char* buf, int size)
+{
+    return exported_call(-1, [&] { return receive_msg_get_date(list, index, buf, size); });
 }
 
 int eml_probe(char const* workdir, char const* sender, char const* recipient,

@@ -420,10 +420,20 @@ static void test_servers(void)
     CHECK(eml_receive_msg_get_from(NULL, 0, text, (int)sizeof text) == -1);
     CHECK(eml_receive_msg_get_subject(list, -1, text, (int)sizeof text) == -1);
     CHECK(eml_receive_msg_get_subject(list, 0, NULL, 100) == -1);
+    CHECK(eml_receive_msg_get_sender_utf8(list, 0, text, (int)sizeof text) == 0);
+    CHECK_STRING(text, "anna@a.test");
+    CHECK(eml_receive_msg_get_subject_utf8(list, 0, text, (int)sizeof text) == 0);
+    CHECK_STRING(text, "paper");
+    CHECK(eml_receive_msg_get_messageid(list, 0, text, 1) == 0);
+    CHECK_STRING(text, "");
+    CHECK(eml_receive_msg_get_date(list, 0, text, 0) == -1);
+    CHECK(eml_receive_msg_get_date(list, 0, text, 1) == 0);
 
     /* The server is gone. */
     CHECK(test_pop_auth(server, NULL) == eml_send_error_connection);
     CHECK(eml_receive_mails(server, list, "") == -1);
+    CHECK(eml_receive_mails_sized(server, list, "", text, (int)sizeof text, small, 17) == -1);
+    CHECK_STRING(text, "");
     CHECK(eml_receive_msg_count(list) == 0);
     CHECK(eml_receive_msg_destroy(list) == 0);
     CHECK(eml_receive_msg_destroy(NULL) == 0);

@@ -417,8 +417,11 @@ TEST_P(NoMemory, ForReceiving)
 
     auto const fill = [&] {
         while (host->mailbox().size() < 2) {
-            host->put(std::string("From: ") + long_string + "@a.test\r\nSubject: " + other_string +
-                      "\r\n\r\ntext\r\n");
+            host->put(
+                std::string("From: =?ISO-8859-1?Q?a_name_of_more_than_a_few_bytes?= <a@a.test>"
+                            "\r\nSubject: ") +
+                other_string + "\r\nMessage-Id: " + long_string + "\r\nDate: " + long_string +
+                "\r\n\r\ntext\r\n");
         }
     };
     fill();
@@ -441,6 +444,46 @@ TEST_P(NoMemory, ForReceiving)
                   [&] { EXPECT_EQ(result, -1); }),
               0);
     EXPECT_STREQ(text, other_string);
+
+    // The same with a reason, and the fields of the header.
+    char reply[100];
+    char reason[100];
+    fill();
+    EXPECT_GT(until_it_succeeds(
+                  [&] {
+                      reply[0] = reason[0] = '?';
+                      result = eml_receive_mails_sized(server, list, "a.test", reply, sizeof reply,
+                                                       reason, sizeof reason);
+                      return result == 0;
+                  },
+                  [&] {
+                      EXPECT_EQ(result, -1);
+                      EXPECT_EQ(eml_receive_msg_count(list), 0) << "an empty list";
+                      EXPECT_NE(reply[0], '?');
+                      EXPECT_NE(reason[0], '?') << "the buffers always get strings";
+                      fill();
+                  }),
+              5);
+    EXPECT_STREQ(reason, "");
+    struct {
+        int (*get)(void*, int, char*, int);
+        char const* text;
+    } const fields[] = {
+        {eml_receive_msg_get_sender_utf8, "a name of more than a few bytes <a@a.test>"},
+        {eml_receive_msg_get_subject_utf8, other_string},
+        {eml_receive_msg_get_messageid, long_string},
+        {eml_receive_msg_get_date, long_string},
+    };
+    for (auto const& field : fields) {
+        std::strcpy(text, "kept");
+        EXPECT_GT(until_it_succeeds([&] { return (result = field.get(list, 1, text, 100)) == 0; },
+                                    [&] {
+                                        EXPECT_EQ(result, -1);
+                                        EXPECT_STREQ(text, "kept");
+                                    }),
+                  0);
+        EXPECT_STREQ(text, field.text);
+    }
     eml_receive_msg_destroy(list);
     server_info_destroy(server);
     host.reset();

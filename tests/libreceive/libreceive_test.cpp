@@ -2,9 +2,12 @@
 
 #include "libreceive/libreceive.h"
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 
+#include "libmsg/libmsg.h"
+#include "libsendw/smtpmsg.h"
 #include "tests/support/clean_machine.h"
 #include "tests/support/dialogues.h"
 
@@ -38,13 +41,19 @@ protected:
     // Empties the mailbox of a server.
     int receive(scripted_server& from, char const* domains = nullptr)
     {
-        _s_mailserver server;
-        server.pop_host      = "127.0.0.1";
-        server.pop_port      = from.port();
-        server.pop_user      = "anna";
-        server.pop_password  = "secret";
-        server.pop_auth_type = "pop";
+        _s_mailserver server = record_of(from);
         return receive_mails(&server, list(), domains);
+    }
+
+    static _s_mailserver record_of(scripted_server& server)
+    {
+        _s_mailserver record;
+        record.pop_host      = "127.0.0.1";
+        record.pop_port      = server.port();
+        record.pop_user      = "anna";
+        record.pop_password  = "secret";
+        record.pop_auth_type = "pop";
+        return record;
     }
 
     void* list() const { return list_.get(); }
@@ -290,6 +299,183 @@ TEST_F(Receive, InitEmptiesAList)
     EXPECT_EQ(mails().count, 0);
     EXPECT_EQ(mails().from, strings());
     EXPECT_EQ(mails().subject, strings());
+}
+
+// ------------------------------------------------------- the fields of the header
+
+using getter = int (*)(void*, int, char*, int);
+
+std::string text_of(getter get, void* list, int index)
+{
+    char text[1000] = "unchanged";
+    return get(list, index, text, sizeof text) == 0 ? text : "failed";
+}
+
+TEST_F(Receive, KeepsTheFieldsOfEachAllowedMail)
+{
+    local_server server(session("3 300", "S: Received: From: x, Subject: y\n"
+                                         "S: FROM: =?UTF-8?Q?Andr=C3=A9?= <a@d.test>\n"
+                                         "S: subject: =?ISO-8859-1?Q?caf=E9?=\n"
+                                         "S:  =?ISO-8859-1?Q?_7?=\n"
+                                         "S: Message-ID: <=?UTF-8?Q?1?=@d.test>\n"
+                                         "S: Date: Sun, 22 Nov 2026 05:00:00 +0000\n"
+                                         "S: \nS: From: body\nS: Subject: body") +
+                        next + session("2 200", "S: From: b@e.test\nS: Subject: 2") + next +
+                        session("1 100", "S: From: c@d.test\nS: \nS: Subject: body"));
+    // The first line of the first mail that contains "From: " has no domain.
+    ASSERT_EQ(receive(server, "d.test,"), 0) << server.problem();
+    ASSERT_EQ(receive_msg_count(list()), 3);
+    EXPECT_EQ(text_of(receive_msg_get_from, list(), 0), "x, Subject: y") << "anywhere in a mail";
+
+    local_server again(
+        session("3 300",
+                "S: From: Anna <a@d.test>\nS: Subject: 1\nS: Date: 10\nS: Message-Id: <1>") +
+        next + session("2 200", "S: From: b@e.test\nS: Subject: 2") + next +
+        session("1 100", "S: From: c@d.test\nS: Subject: 3"));
+    char const* const fields[][4] = {
+        {"André <a@d.test>", "café 7", "<=?UTF-8?Q?1?=@d.test>", "Sun, 22 Nov 2026 05:00:00 +0000"},
+        {"b@e.test", "2", "", ""},
+        {"c@d.test", "", "", ""},
+    };
+    getter const getters[] = {receive_msg_get_sender_utf8, receive_msg_get_subject_utf8,
+                              receive_msg_get_messageid, receive_msg_get_date};
+    for (int mail = 0; mail < 3; ++mail) {
+        for (int i = 0; i < 4; ++i) {
+            EXPECT_EQ(text_of(getters[i], list(), mail), fields[mail][i]) << mail << " " << i;
+        }
+    }
+
+    ASSERT_EQ(receive(again, "d.test"), 0) << again.problem();
+    ASSERT_EQ(receive_msg_count(list()), 2);
+    EXPECT_EQ(text_of(receive_msg_get_subject_utf8, list(), 0), "1");
+    EXPECT_EQ(text_of(receive_msg_get_sender_utf8, list(), 1), "c@d.test");
+    EXPECT_EQ(text_of(receive_msg_get_subject_utf8, list(), 1), "3");
+}
+
+TEST_F(Receive, AFieldIsCopiedWholeOrNotAtAll)
+{
+    local_server server(session("1 100", "S: From: a@d.test\nS: Subject: =?UTF-8?Q?=C3=A9?="));
+    ASSERT_EQ(receive(server), 0) << server.problem();
+    struct {
+        getter      get;
+        std::string text;
+    } const cases[] = {
+        {receive_msg_get_sender_utf8, "a@d.test"},
+        {receive_msg_get_subject_utf8, "é"},
+        {receive_msg_get_messageid, ""},
+        {receive_msg_get_date, ""},
+    };
+    for (auto const& c : cases) {
+        char      buffer[20] = "kept";
+        int const enough     = static_cast<int>(c.text.size()) + 1;
+        EXPECT_EQ(c.get(list(), 0, buffer, enough - 1), -1) << c.text;
+        EXPECT_EQ(c.get(list(), 0, buffer, -1), -1) << c.text;
+        EXPECT_EQ(c.get(list(), 1, buffer, sizeof buffer), -1) << c.text;
+        EXPECT_EQ(c.get(list(), -1, buffer, sizeof buffer), -1) << c.text;
+        EXPECT_EQ(c.get(nullptr, 0, buffer, sizeof buffer), -1) << c.text;
+        EXPECT_EQ(c.get(list(), 0, nullptr, sizeof buffer), -1) << c.text;
+        EXPECT_STREQ(buffer, "kept") << c.text;
+        EXPECT_EQ(c.get(list(), 0, buffer, enough), 0) << c.text;
+        EXPECT_EQ(buffer, c.text);
+    }
+}
+
+TEST_F(Receive, TheSubjectOfAMailOfThisLibraryIsWhatItWas)
+{
+    std::string const japanese = "\x1B$BF|K\\\x1B(B 7";
+    struct {
+        char const* encoding;
+        char const* settings;
+        std::string subject;
+        std::string text;
+    } const cases[] = {
+        {"UTF-8", "subject_use_encoding = yes\r\n", "日本 é 7", "日本 é 7"},
+        {"UTF-8", "subject_use_encoding = no\r\n", "日本 é 7", "日本 é 7"},
+        {"UTF-8", "subject_use_encoding = yes\r\n", std::string(900, 'x'), std::string(900, 'x')},
+        {"ISO-2022-JP", "subject_use_encoding = yes\r\n", japanese, "日本 7"},
+        {"ISO-2022-JP", "subject_use_encoding = no\r\n", japanese, "日本 7"},
+    };
+    temp_dir const dir;
+    for (auto const& c : cases) {
+        _s_msg msg;
+        msg.from     = "anna@a.test";
+        msg.to       = "ben@b.test";
+        msg.subject  = c.subject;
+        msg.encoding = c.encoding;
+        write_file(dir.file("zelismes.cf"), c.settings);
+        strings mail;
+        ASSERT_EQ(smtpmsg_create_multiline(&msg, mail, dir.file("zelismes.cf").c_str()), 0);
+        std::string lines;
+        for (std::string const& part : mail) {
+            lines += part;
+        }
+        std::string transcript = "S: ";
+        for (char const each : lines) {
+            transcript += each == '\\' ? "\\\\" : each == '\n' ? "\nS: " : std::string(1, each);
+        }
+        transcript.erase(std::remove(transcript.begin(), transcript.end(), '\r'), transcript.end());
+        local_server server(session("1 100", transcript));
+        ASSERT_EQ(receive(server), 0) << server.problem();
+        EXPECT_EQ(text_of(receive_msg_get_subject_utf8, list(), 0), c.text)
+            << c.encoding << " " << c.settings;
+        EXPECT_EQ(text_of(receive_msg_get_sender_utf8, list(), 0), "anna@a.test");
+        clear_traces();
+    }
+}
+
+// ------------------------------------------------------------- the last line, and why
+
+TEST_F(Receive, TheSizedCallTellsTheLastLineAndTheReason)
+{
+    char reply[100];
+    char reason[1024];
+
+    local_server  good(session("1 100", "S: From: a@d.test", "+OK", "+OK here"));
+    _s_mailserver record = record_of(good);
+    EXPECT_EQ(receive_mails_sized(&record, list(), "", reply, sizeof reply, reason, sizeof reason),
+              0);
+    EXPECT_STREQ(reply, "+OK\r\n") << "to QUIT";
+    EXPECT_STREQ(reason, "");
+    EXPECT_EQ(receive_msg_count(list()), 1);
+
+    std::string const locked = session("2 200", "S: From: a@d.test") + next + pop_login() +
+                               refused_at("stat", "-ERR locked");
+    local_server bad(locked);
+    record.pop_port = bad.port();
+    EXPECT_EQ(receive_mails_sized(&record, list(), "", reply, sizeof reply, reason, sizeof reason),
+              -1);
+    EXPECT_STREQ(reply, "-ERR locked\r\n");
+    EXPECT_EQ(receive_msg_count(list()), 0);
+
+    // What does not fit is cut off; what is not wanted is not written.
+    local_server cut(locked);
+    char         small[5] = "....";
+    record.pop_port       = cut.port();
+    EXPECT_EQ(receive_mails_sized(&record, list(), "", small, 4, nullptr, 100), -1);
+    EXPECT_STREQ(small, "-ER");
+    local_server none(locked);
+    record.pop_port = none.port();
+    EXPECT_EQ(receive_mails_sized(&record, list(), "", small, 0, reason, -1), -1);
+    EXPECT_STREQ(small, "-ER");
+
+    EXPECT_EQ(receive_mails_sized(nullptr, list(), "", reply, sizeof reply, reason, sizeof reason),
+              -1);
+    EXPECT_STREQ(reply, "");
+    EXPECT_STREQ(reason, "there is no server record, or no list");
+    _s_mailserver unset;
+    EXPECT_EQ(receive_mails_sized(&unset, list(), "", reply, sizeof reply, reason, sizeof reason),
+              -1);
+    EXPECT_STREQ(reason, "the server record has no POP3 server");
+}
+
+TEST_F(Receive, TheSizedCallTellsThatTheServerDoesNotDelete)
+{
+    local_server server(
+        sessions(given_up_after, [](int) { return session("2 200", mail(1), "-ERR read only"); }));
+    _s_mailserver record = record_of(server);
+    char          reason[1024];
+    EXPECT_EQ(receive_mails_sized(&record, list(), "", nullptr, 0, reason, sizeof reason), -1);
+    EXPECT_STREQ(reason, "the server does not delete: it sends the same mail again and again");
 }
 
 TEST_F(Receive, GettersCutTheKeyOff)
