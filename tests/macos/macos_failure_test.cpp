@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/charset.h"
 #include "platform/crypto.h"
 #include "platform/directory.h"
 #include "platform/key_handle.h"
@@ -109,6 +110,17 @@ TEST(Failure, OfTheZoneIsGreenwich)
     EXPECT_EQ(platform::zone_offset_seconds({}), 0);
     fake::fail_creation(0);
     fake::reset_default_zone();
+}
+
+// Which memory or which byte is missing, the framework does not say.
+TEST(Failure, OfAConversionIsAnUnknownCharsetOrByte)
+{
+    fail_each({"append_as_utf8", without::may_pass, [] {
+                   std::string out;
+                   bool const  known = platform::append_as_utf8("ISO-8859-1", "\xE9", out);
+                   EXPECT_TRUE(known ? out == "\u00E9" || out == "\uFFFD" : out.empty()) << out;
+                   return known && out == "\u00E9";
+               }});
 }
 
 void ignore(platform::notification_center* /*center*/, void* /*observer*/,

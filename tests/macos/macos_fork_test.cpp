@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "platform/charset.h"
 #include "platform/crypto.h"
 #include "platform/directory.h"
 #include "platform/key_handle.h"
@@ -71,6 +72,12 @@ bool lists(std::string const& directory)
     return platform::directory_names(directory.c_str(), names);
 }
 
+bool converts()
+{
+    std::string out;
+    return platform::append_as_utf8("ISO-8859-1", "a", out);
+}
+
 bool has_arrays()
 {
     platform::release_pool const pool;
@@ -95,6 +102,7 @@ TEST(ForkedChild, UsesNothingWhateverItsParentHasUsed)
                      {"directory_names", [&] { return lists(folder.path()); },
                       [&] { return !lists(folder.path()); }},
                      {"text_array_create", has_arrays, [] { return !has_arrays(); }},
+                     {"append_as_utf8", converts, [] { return !converts(); }},
                      {"attach", [] { return platform::start_provider() == 0 && attach() == 0; },
                       [] { return platform::start_provider() != 0 && attach() != 0; }},
     };
