@@ -6,7 +6,8 @@
 namespace zelieml::platform
 {
 
-// Held for the length of a scope, because tzset replaces the C library's zone data.
+// Held for the length of a scope, because tzset replaces the C library's zone data. On Linux, what
+// opens a converter of charsets holds it too, because no fork must come between.
 //
 // Any thread. A forked child can take it too, whatever the parent's threads were doing.
 class zone_lock

@@ -1,4 +1,7 @@
 // charset.cpp - conversions of the C library
+//
+// Its list of converters has a lock that it does not release in a forked child. So converters are
+// opened and closed under a lock of the library, for which a fork waits.
 
 #include "platform/charset.h"
 
@@ -7,6 +10,7 @@
 #include <iconv.h>
 #include <new>
 
+#include "platform/zone_lock.h"
 #include "support/no_cancellation.h"
 
 namespace zelieml::platform
@@ -18,10 +22,15 @@ namespace
 class conversion
 {
 public:
-    explicit conversion(char const* charset) : handle_(::iconv_open("UTF-8", charset)) {}
+    explicit conversion(char const* charset)
+    {
+        zone_lock const no_fork;
+        handle_ = ::iconv_open("UTF-8", charset);
+    }
     ~conversion()
     {
         if (is_open()) {
+            zone_lock const no_fork;
             ::iconv_close(handle_);
         }
     }
@@ -43,7 +52,7 @@ public:
     }
 
 private:
-    iconv_t const handle_;
+    iconv_t handle_;
 };
 
 }  // namespace
