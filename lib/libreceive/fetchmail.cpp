@@ -178,6 +178,7 @@ int fetch_mails(_s_pop* session, int count, std::vector<std::string>& froms,
 
 int delete_mails(_s_pop* session, int count)
 {
+    noting_attempt const aside;  // a refused mail is no failure of the session
     for (int number = 1; number <= count; ++number) {
         if (pop_dele(session, number) != 0) {
             trace_msg("error:pop_dele %s");
