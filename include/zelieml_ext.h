@@ -60,19 +60,21 @@ ZELIEML_API const char *eml_version(void);
  * eml_cb_get_number - the number of the step that failed
  *
  * cb      the record
- * number  receives 0 when the mail was sent, otherwise one of
- *         100         no memory; the message could not be saved; POP3: settings missing or QUIT
- *                     not answered
- *         1000        the settings name no SMTP server or no port
- *         1001        the SMTP server was not found, not reached, or did not greet
- *         1003        HELO was refused
- *         1004        EHLO or the login was refused, or the settings name no account
- *         1005        the message cannot be read, or sender, a recipient or the text was refused
- *         1006        the end of the session was not confirmed. THE SERVER HAS TAKEN THE MAIL
- *         2002        the POP3 server was not found, not reached, or did not greet
- *         2004 2005   the POP3 server refused the user, the password
- *         2006        the POP3 server refused APOP, or offers none
- *         1002, 2001 and 2003 are reserved. A later version may add numbers.
+ * number  receives 0 when the mail was sent, otherwise one of these:
+ *
+ *   100         no memory; the message could not be saved; POP3: settings missing or QUIT not
+ *               answered
+ *   1000        the settings name no SMTP server or no port
+ *   1001        the SMTP server was not found, not reached, or did not greet
+ *   1003        HELO was refused
+ *   1004        EHLO or the login was refused, or the settings name no account
+ *   1005        the message cannot be read, or sender, a recipient or the text was refused
+ *   1006        the end of the session was not confirmed. THE SERVER HAS TAKEN THE MAIL
+ *   2002        the POP3 server was not found, not reached, or did not greet
+ *   2004, 2005  the POP3 server refused the user, the password
+ *   2006        the POP3 server refused APOP, or offers none
+ *
+ * The numbers 1002, 2001 and 2003 are reserved. A later version may add numbers.
  *
  * eml_cb_get_code gives the same, in four classes. See docs/REASONS.md for what to do.
  *
