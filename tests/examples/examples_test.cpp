@@ -5,11 +5,13 @@
 #include <csignal>
 #include <cstdlib>
 #include <gtest/gtest.h>
+#include <regex>
 #include <sys/stat.h>
 
 #include "tests/examples/example_programs.h"
 #include "tests/support/mail_server.h"
 #include "tests/support/workplace.h"
+#include "zelieml_ext.h"
 
 namespace zelieml::test
 {
@@ -183,6 +185,30 @@ TEST_F(Examples, SendAndWaitTakesAllFieldsAndALongBody)
     server.wait_for("to:<anna@b.test> to:<ben@b.test>");
     server.wait_for("Message-Id: <1@a.test>\n");
     server.wait_for("C: line 1999 of a long body\n");
+}
+
+// What why prints, without the time and the name of the file.
+std::string without_details(std::string const& out)
+{
+    std::string const no_time = std::regex_replace(out, std::regex(", [0-9.]+ s\n"), "\n");
+    return std::regex_replace(no_time, std::regex("(file:    /).*\n"), "$1\n");
+}
+
+TEST_F(Examples, WhyPrintsAllThatIsKnown)
+{
+    std::string const library = std::string("library: ") + EML_VERSION + "\n";
+    loopback          server({"--fault", "rcpt=refuse:550 5.1.1 no such user"});
+    configure(server.smtp_port());
+    outcome came = run(WHY_EXAMPLE, with_mail({work_}), "x\n");
+    came.out     = without_details(came.out);
+    expect(came, 1,
+           library + "code:    1\nnumber:  1005\nattempt: 1\nfile:    /\n" +
+               "reason:  the server refused the recipient anna@b.test: 550 5.1.1 no such user\n");
+    loopback good;
+    configure(good.smtp_port());
+    came     = run(WHY_EXAMPLE, with_mail({work_}), "x\n");
+    came.out = without_details(came.out);
+    expect(came, 0, library + "code:    0\nnumber:  0\nattempt: 1\nfile:    /\nreason:  sent\n");
 }
 
 TEST_F(Examples, EngineSendsWhatPostHandsToIt)
@@ -493,6 +519,8 @@ TEST_F(Examples, ExplainWrongUse)
          SEND_EXAMPLE,
          {work_, "encoding=latin1"},
          "not a field of a mail: encoding=latin1\n"},
+        {"no directory", WHY_EXAMPLE, {}, "use: why WORKDIR field=value... < body\n"},
+        {"no such field", WHY_EXAMPLE, {work_, "toto=x"}, "not a field of a mail: toto=x\n"},
         {"no directory", POST_EXAMPLE, {}, post},
         {"no symbol", POST_EXAMPLE, {work_}, post},
         {"no such field", POST_EXAMPLE, {work_, "symbol", "=x"}, "not a field of a mail: =x\n"},
