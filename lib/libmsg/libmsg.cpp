@@ -33,28 +33,20 @@ char const* ValCharCrLf  = "\r\n";
 namespace zelieml
 {
 
+header_field const header_fields[7] = {
+    {&KeyEncoding, &_s_msg::encoding, "encoding", false},
+    {&KeyFrom, &_s_msg::from, "from", false},
+    {&KeyTo, &_s_msg::to, "to", false},
+    {&KeyCc, &_s_msg::cc, "cc", true},
+    {&KeySubject, &_s_msg::subject, "subject", false},
+    {&KeyReplyTo, &_s_msg::replyto, "replyto", false},
+    {&KeyMessageID, &_s_msg::messageid, "messageid", true},
+};
+
 namespace
 {
 
 using text_member = std::string _s_msg::*;
-
-struct header_field {
-    char const* const* key;
-    text_member        text;
-    bool               left_out_when_empty;
-};
-
-// In the order in which lines are written, and in which a line that is read is compared with the
-// keys.
-header_field const header_fields[] = {
-    {&KeyEncoding, &_s_msg::encoding, false},
-    {&KeyFrom, &_s_msg::from, false},
-    {&KeyTo, &_s_msg::to, false},
-    {&KeyCc, &_s_msg::cc, true},
-    {&KeySubject, &_s_msg::subject, false},
-    {&KeyReplyTo, &_s_msg::replyto, false},
-    {&KeyMessageID, &_s_msg::messageid, true},
-};
 
 int set_text(void* msg, text_member member, char const* text)
 {
@@ -120,13 +112,12 @@ private:
 
     bool set_field(std::string_view line)
     {
-        for (header_field const& field : header_fields) {
-            if (begins_with(line, *field.key)) {
-                set_value(line, std::strlen(*field.key), msg_.*field.text);
-                return true;
-            }
+        header_field const* const field = find_header_field(line);
+        if (field == nullptr) {
+            return false;
         }
-        return false;
+        set_value(line, std::strlen(*field->key), msg_.*field->text);
+        return true;
     }
 
     _s_msg&                msg_;
@@ -597,6 +588,16 @@ int set_msg(std::string const& line, _s_msg* msg)
     }
     line_setter(*msg).set(line);
     return 0;
+}
+
+header_field const* find_header_field(std::string_view line)
+{
+    for (header_field const& field : header_fields) {
+        if (begins_with(line, *field.key)) {
+            return &field;
+        }
+    }
+    return nullptr;
 }
 
 int set_dat(std::string const& line, char const* key, std::string& field)

@@ -19,6 +19,7 @@
 #include <fstream>
 #include <memory>
 #include <string>
+#include <string_view>
 
 #include "libmsg/message_file.h"
 #include "zelieml.h"
@@ -36,6 +37,18 @@ struct _s_msg {
     std::string encoding;   // "UTF-8", "ISO-2022-JP", or whatever a file contained
     std::string messageid;  // empty: no Message-Id header
 };
+
+// What a header line of a message file contains.
+struct header_field {
+    char const* const* key;
+    std::string _s_msg::*text;
+    char                 name[10];  // the key without ": "
+    bool                 left_out_when_empty;
+};
+
+// In the order in which lines are written, and in which a line that is read is compared with the
+// keys.
+extern header_field const header_fields[7];
 
 // msg_create - make an empty record
 //
@@ -175,6 +188,9 @@ int read_msg(std::ifstream& in, _s_msg* msg);
 // set_msg - store one line, without its LF: as the value of the key that it begins with, else at the
 // end of the body, after a CR LF unless the body is empty. Returns 0.
 int set_msg(std::string const& line, _s_msg* msg);
+
+// find_header_field - the field of the key that a line begins with, or null
+header_field const* find_header_field(std::string_view line);
 
 // set_dat - set field to what follows key in line. Returns 0, or -1 when line is shorter than key.
 int set_dat(std::string const& line, char const* key, std::string& field);
