@@ -4,6 +4,7 @@
 // allocates nothing.
 
 #include "libconf/libconf.h"
+#include "libconf/settings_lines.h"
 
 #include <cerrno>
 #include <cstddef>
@@ -25,10 +26,102 @@
 namespace zelieml
 {
 
+line_reader::result line_reader::next()
+{
+    for (;;) {
+        char* const       start = buffer_ + begin_;
+        std::size_t const ready = end_ - begin_;
+        void* const       lf    = std::memchr(start, '\n', ready);
+        if (lf == nullptr && !at_end_ && ready <= line_limit) {
+            if (!fill()) {
+                return result::failure;
+            }
+            continue;
+        }
+        if (lf == nullptr && ready == 0) {
+            return result::end;
+        }
+        text_ = start;
+        size_ = lf != nullptr ? static_cast<std::size_t>(static_cast<char*>(lf) - start) : ready;
+        if (size_ > line_limit) {
+            return result::overlong;
+        }
+        start[size_] = '\0';
+        begin_ += size_ + (lf != nullptr ? 1 : 0);
+        return result::line;
+    }
+}
+
+// Moves the unread bytes to the front of the buffer and reads more behind them. So there is
+// room for the NUL of a last line without LF.
+bool line_reader::fill()
+{
+    std::memmove(buffer_, buffer_ + begin_, end_ - begin_);
+    end_ -= begin_;
+    begin_ = 0;
+
+    ssize_t count = 0;
+    do {
+        count = ::read(fd_, buffer_ + end_, sizeof buffer_ - end_);
+    } while (count < 0 && errno == EINTR);
+    if (count < 0) {
+        error_ = errno;
+        return false;
+    }
+    at_end_ = count == 0;
+    end_ += static_cast<std::size_t>(count);
+    return true;
+}
+
+bool is_comment(char const* line)
+{
+    return line[0] == '#';
+}
+
+// Deliberate, see docs/ODDITIES.md.
+bool is_line_of(char const* line, char const* key)
+{
+    return !is_comment(line) && std::strstr(line, key) != nullptr;
+}
+
+int get_val(char const* line, char* val, unsigned int* len)
+{
+    std::memset(val, 0, *len);
+    char const* rest = std::strchr(line, '=');
+    if (rest == nullptr) {
+        return -1;  // without touching *len: deliberate, see docs/ODDITIES.md
+    }
+    ++rest;
+    rest += std::strspn(rest, " \t");
+
+    // The last character is taken for the CR: counted in the room needed, then dropped whatever it
+    // is. Deliberate, see docs/ODDITIES.md.
+    std::size_t const n = std::strlen(rest);
+    if (*len == 0 || *len - 1 < n) {
+        *len = 0;
+        return -1;
+    }
+    std::size_t const length = n > 0 ? n - 1 : 0;
+    std::memcpy(val, rest, length);
+    *len = static_cast<unsigned int>(length);
+    return 0;
+}
+
+unique_fd open_settings(char const* path)
+{
+    struct stat info = {};
+    if (path == nullptr || ::stat(path, &info) != 0) {
+        return unique_fd();
+    }
+    if (!S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode)) {
+        errno = EINVAL;
+        return unique_fd();
+    }
+    return above_standard(unique_fd(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC)));
+}
+
 namespace
 {
-
-constexpr std::size_t line_limit = 1023;  // characters, with the CR and without the LF
 
 constexpr mode_t private_mode    = 0600;
 constexpr mode_t permission_bits = 0777;
@@ -36,87 +129,6 @@ constexpr mode_t permission_bits = 0777;
 constexpr std::size_t usual_line = 32;  // characters; only a hint
 
 constexpr int most_leftovers = 10;  // deleted by one call, in case somebody puts them back
-
-// The lines of an open file.
-class line_reader
-{
-public:
-    enum class result {
-        line,
-        end,
-        failure
-    };
-
-    // fd  read from its current position on; the caller keeps it
-    explicit line_reader(int fd) : fd_(fd) {}
-
-    // Goes to the next line. After a failure, an overlong line or a read error, nothing more is
-    // read.
-    result next()
-    {
-        for (;;) {
-            char* const       start = buffer_ + begin_;
-            std::size_t const ready = end_ - begin_;
-            void* const       lf    = std::memchr(start, '\n', ready);
-            if (lf == nullptr && !at_end_ && ready <= line_limit) {
-                if (!fill()) {
-                    return result::failure;
-                }
-                continue;
-            }
-            if (lf == nullptr && ready == 0) {
-                return result::end;
-            }
-            text_ = start;
-            size_ =
-                lf != nullptr ? static_cast<std::size_t>(static_cast<char*>(lf) - start) : ready;
-            if (size_ > line_limit) {
-                return result::failure;
-            }
-            start[size_] = '\0';
-            begin_ += size_ + (lf != nullptr ? 1 : 0);
-            return result::line;
-        }
-    }
-
-    // The line without its LF, NUL-terminated; valid until the next call of next().
-    char const* text() const { return text_; }
-    // Its length, which includes bytes after a NUL in the line.
-    std::size_t size() const { return size_; }
-    // The error of the system that ended the reading, as errno; 0 if there was none.
-    int error() const { return error_; }
-
-private:
-    // Moves the unread bytes to the front of the buffer and reads more behind them. So there is
-    // room for the NUL of a last line without LF.
-    bool fill()
-    {
-        std::memmove(buffer_, buffer_ + begin_, end_ - begin_);
-        end_ -= begin_;
-        begin_ = 0;
-
-        ssize_t count = 0;
-        do {
-            count = ::read(fd_, buffer_ + end_, sizeof buffer_ - end_);
-        } while (count < 0 && errno == EINTR);
-        if (count < 0) {
-            error_ = errno;
-            return false;
-        }
-        at_end_ = count == 0;
-        end_ += static_cast<std::size_t>(count);
-        return true;
-    }
-
-    int         fd_;
-    int         error_  = 0;
-    bool        at_end_ = false;
-    std::size_t begin_  = 0;  // of the unread bytes
-    std::size_t end_    = 0;
-    char const* text_   = nullptr;
-    std::size_t size_   = 0;
-    char        buffer_[4096];
-};
 
 // A file being written. close() reports the errors of all calls.
 class file_writer
@@ -178,22 +190,6 @@ private:
     char        buffer_[4096];
 };
 
-bool is_comment(char const* line)
-{
-    return line[0] == '#';
-}
-
-bool is_skip(char c)
-{
-    return c == ' ' || c == '\t';
-}
-
-// A line belongs to every key that it contains anywhere: deliberate, see docs/ODDITIES.md.
-bool is_line_of(char const* line, char const* key)
-{
-    return !is_comment(line) && std::strstr(line, key) != nullptr;
-}
-
 // The set of a string's characters, some of which share a bit. A string is contained only where its
 // set is: this tells of most keys, faster than a search, that a line does not contain them.
 std::uint64_t characters_of(std::string_view text)
@@ -205,30 +201,6 @@ std::uint64_t characters_of(std::string_view text)
     return set;
 }
 
-int get_val(char const* line, char* val, unsigned int* len)
-{
-    std::memset(val, 0, *len);
-    char const* rest = std::strchr(line, '=');
-    if (rest == nullptr) {
-        return -1;  // without touching *len: deliberate, see docs/ODDITIES.md
-    }
-    do {
-        ++rest;
-    } while (is_skip(*rest));
-
-    // The last character is taken for the CR: counted in the room needed, then dropped whatever it
-    // is. Deliberate, see docs/ODDITIES.md.
-    std::size_t const n = std::strlen(rest);
-    if (*len == 0 || *len - 1 < n) {
-        *len = 0;
-        return -1;
-    }
-    std::size_t const length = n > 0 ? n - 1 : 0;
-    std::memcpy(val, rest, length);
-    *len = static_cast<unsigned int>(length);
-    return 0;
-}
-
 // Whether key and val make a line that can be read back. Every line contains the empty key, which
 // would replace them all.
 bool is_settable(char const* key, char const* val)
@@ -236,26 +208,6 @@ bool is_settable(char const* key, char const* val)
     std::size_t const length = std::strlen(key) + std::strlen(" = ") + std::strlen(val) + 1;
     return length <= line_limit && *key != '\0' && !is_comment(key) &&
            std::strpbrk(key, "=\r\n") == nullptr && std::strpbrk(val, "\r\n") == nullptr;
-}
-
-// Opens the settings file for reading. Pipes, whose opening waits for a writer, and devices, which
-// may never end, are not opened. A directory is: reading it fails. Should a pipe take the file's
-// place after the look at it, neither opening nor reading waits.
-//
-// path  or null: then nothing is opened
-//
-// Returns no file, with errno, when it cannot be opened.
-unique_fd open_settings(char const* path)
-{
-    struct stat info = {};
-    if (path == nullptr || ::stat(path, &info) != 0) {
-        return unique_fd();
-    }
-    if (!S_ISREG(info.st_mode) && !S_ISDIR(info.st_mode)) {
-        errno = EINVAL;
-        return unique_fd();
-    }
-    return above_standard(unique_fd(::open(path, O_RDONLY | O_NONBLOCK | O_CLOEXEC)));
 }
 
 // Makes a file that was not there, for its owner only. Neither a link under that name nor
@@ -427,7 +379,7 @@ int put_tmp(int settings, file_writer& out, char const* key, char const* val)
             write_buf(out, in.text(), in.size());
         }
     }
-    if (got == line_reader::result::failure) {
+    if (got != line_reader::result::end) {
         return -1;
     }
     if (!seen) {

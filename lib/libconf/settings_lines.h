@@ -1,0 +1,77 @@
+// settings_lines.h - the lines of a settings file, and what belongs to a key in them
+//
+// How conf_get_string reads, for whoever looks at all lines.
+
+#ifndef ZELIEML_LIBCONF_SETTINGS_LINES_H
+#define ZELIEML_LIBCONF_SETTINGS_LINES_H
+
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <unistd.h>
+
+#include "support/unique_fd.h"
+
+namespace zelieml
+{
+
+constexpr std::size_t line_limit = 1023;  // characters, with the CR and without the LF
+
+// The lines of an open file.
+class line_reader
+{
+public:
+    enum class result {
+        line,
+        end,
+        overlong,
+        failure
+    };
+
+    // fd  read from its current position on; the caller keeps it
+    explicit line_reader(int fd) : fd_(fd) {}
+
+    // Goes to the next line. After an overlong line or a failure, a read error, nothing more is
+    // read.
+    result next();
+
+    // The line without its LF, NUL-terminated; valid until the next call of next().
+    char const* text() const { return text_; }
+    // Its length, which includes bytes after a NUL in the line.
+    std::size_t size() const { return size_; }
+    // The error of the system that ended the reading, as errno; 0 if there was none.
+    int error() const { return error_; }
+
+private:
+    bool fill();
+
+    int         fd_;
+    int         error_  = 0;
+    bool        at_end_ = false;
+    std::size_t begin_  = 0;  // of the unread bytes
+    std::size_t end_    = 0;
+    char const* text_   = nullptr;
+    std::size_t size_   = 0;
+    char        buffer_[4096];
+};
+
+// open_settings - open the settings file for reading
+//
+// path  or null: then nothing is opened. Pipes, whose opening waits for a writer, and devices, which
+//       may never end, are not opened. A directory is: reading it fails. Should a pipe take the
+//       file's place after the look at it, neither opening nor reading waits.
+//
+// Returns no file, with errno, when it cannot be opened.
+unique_fd open_settings(char const* path);
+
+bool is_comment(char const* line);
+
+// is_line_of - whether a line belongs to a key: to every one that it contains anywhere
+bool is_line_of(char const* line, char const* key);
+
+// get_val - the value in a line; val, len and result as for conf_get_string
+int get_val(char const* line, char* val, unsigned int* len);
+
+}  // namespace zelieml
+
+#endif
