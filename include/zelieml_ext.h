@@ -9,6 +9,7 @@
  * - [login tests with reasons]: the login tests, with buffers of known size.
  * - [more of received mails]: receiving with a reason; sender and subject as UTF-8.
  * - [the probe]: one conversation with the servers that the settings name, step by step.
+ * - [checks]: what would go wrong with a message, or with a settings file.
  *
  * The rules of zelieml.h hold here too. Texts for people are English sentences in ASCII without a
  * line end, except for what they quote from a file or a server: its control characters and what
@@ -259,6 +260,68 @@ typedef struct eml_probe_step {
  */
 ZELIEML_API int eml_probe(const char *workdir, const char *sender, const char *recipient,
                           void (*proc)(const eml_probe_step *step, void *user), void *user);
+
+/* -------------------------------------------------------------------- checks */
+
+/* How bad a finding of a check is. */
+typedef enum eml_severity {
+    eml_severity_none    = 0, /* nothing was found */
+    eml_severity_note    = 1, /* good to know */
+    eml_severity_warning = 2, /* some servers or programs will object, or something is lost */
+    eml_severity_error   = 3, /* it will not do what its writer means */
+    eml_severity_32_bits = -0x7fffffff - 1 /* so that every 32-bit value may be passed */
+} eml_severity;
+
+/*
+ * One finding. The strings are the library's, are never null, and are valid during the callback
+ * only. A later version may add members at the end: struct_size tells how many there are.
+ */
+typedef struct eml_finding {
+    unsigned int struct_size; /* bytes of this structure */
+    eml_severity severity;
+    int          line;  /* from 1: of the body, or of the settings file; 0: none in particular */
+    const char  *field; /* "from", "to", ... "body", or the key of a setting; or empty */
+    const char  *text;  /* one sentence: what is wrong and what to do */
+} eml_finding;
+
+/*
+ * eml_msg_check - what would go wrong with a message
+ *
+ * msg   the record; not changed
+ * proc  called on the caller's thread for each finding, fields first, then the body from its
+ *       beginning; must not throw, what it returns is ignored
+ * user  passed to proc unchanged
+ *
+ * Finds (docs/CHECKS.md lists all): body lines that a message file cannot hold, empty lines at the
+ * start, line breaks in a header, empty recipients, blanks and names in addresses, a null sender,
+ * no Message-Id, lines that are too long for relays, text that is not valid in the encoding it
+ * claims, commands that are too long to be sent. One kind of finding is reported for at most ten
+ * lines of a body.
+ *
+ * Returns the worst severity that was found, 0 for none. Returns -1 when msg or proc is null or
+ * there is no memory.
+ */
+ZELIEML_API int eml_msg_check(void *msg, void (*proc)(const eml_finding *finding, void *user),
+                              void *user);
+
+/*
+ * eml_settings_check - what would go wrong with a settings file
+ *
+ * path  the settings file; links are followed
+ * proc  called on the caller's thread for each finding, in the order of the lines, then for the
+ *       file as a whole; must not throw, what it returns is ignored
+ * user  passed to proc unchanged
+ *
+ * Finds (docs/CHECKS.md lists all): unknown keys, values that are not what they look like, keys
+ * that hide each other, missing CRs, lines that are too long, a file that others can read, sets of
+ * settings that are incomplete. Connects to nothing.
+ *
+ * Returns the worst severity that was found, 0 for none; a file that cannot be read is an error
+ * found. Returns -1 when path or proc is null or there is no memory.
+ */
+ZELIEML_API int eml_settings_check(const char *path,
+                                   void (*proc)(const eml_finding *finding, void *user),
+                                   void *user);
 
 #ifdef __cplusplus
 }

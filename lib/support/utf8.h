@@ -1,4 +1,4 @@
-// utf8.h - characters in UTF-8 (RFC 3629)
+// utf8.h - the characters of UTF-8 (RFC 3629)
 
 #ifndef ZELIEML_SUPPORT_UTF8_H
 #define ZELIEML_SUPPORT_UTF8_H
@@ -8,39 +8,40 @@
 namespace zelieml
 {
 
-// printable_size - the bytes of the character at text, which ends with a NUL
-//
-// Returns 0 when there is none: the bytes are no UTF-8, or a control character, U+0000 to U+001F or
-// U+007F to U+009F.
-inline std::size_t printable_size(char const* text)
+// utf8_size - the bytes of the character at the beginning of a string, or 0 when there is none. The
+// NUL counts as a character.
+inline std::size_t utf8_size(char const* text)
 {
-    auto const byte  = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    auto const tails = [&](std::size_t count) {  // stops at the NUL
-        for (std::size_t i = 1; i <= count; ++i) {
-            if ((byte(i) & 0xC0) != 0x80) {
-                return std::size_t{0};
-            }
-        }
-        return count + 1;
-    };
-    unsigned const first = byte(0);
+    unsigned const first = static_cast<unsigned char>(*text);
     if (first < 0x80) {
-        return first >= 0x20 && first != 0x7F ? 1 : 0;
+        return 1;
     }
     if (first < 0xC2 || first > 0xF4) {
         return 0;
     }
-    if (first < 0xE0) {
-        return first == 0xC2 && byte(1) < 0xA0 ? 0 : tails(1);
+    std::size_t const size = first < 0xE0 ? 2 : first < 0xF0 ? 3 : 4;
+    unsigned          code = first & (0x7FU >> size);
+    for (std::size_t i = 1; i < size; ++i) {
+        unsigned const byte = static_cast<unsigned char>(text[i]);
+        if ((byte & 0xC0) != 0x80) {
+            return 0;
+        }
+        code = code << 6 | (byte & 0x3F);
     }
-    if (first < 0xF0) {
-        bool const overlong  = first == 0xE0 && byte(1) < 0xA0;
-        bool const surrogate = first == 0xED && byte(1) >= 0xA0;
-        return overlong || surrogate ? 0 : tails(2);
-    }
-    bool const overlong = first == 0xF0 && byte(1) < 0x90;
-    bool const beyond   = first == 0xF4 && byte(1) >= 0x90;
-    return overlong || beyond ? 0 : tails(3);
+    bool const overlong  = code < (size == 4 ? 0x10000U : size == 3 ? 0x800U : 0x80U);
+    bool const surrogate = code >= 0xD800 && code <= 0xDFFF;
+    return overlong || surrogate || code > 0x10FFFF ? 0 : size;
+}
+
+// printable_size - utf8_size, of a character that is no control character (U+0000 to U+001F and
+// U+007F to U+009F): 0 for those
+inline std::size_t printable_size(char const* text)
+{
+    std::size_t const size  = utf8_size(text);
+    unsigned const    first = static_cast<unsigned char>(text[0]);
+    bool const        ascii = size == 1 && (first < 0x20 || first == 0x7F);
+    bool const latin1 = size == 2 && first == 0xC2 && static_cast<unsigned char>(text[1]) < 0xA0;
+    return ascii || latin1 ? 0 : size;
 }
 
 }  // namespace zelieml

@@ -6,6 +6,8 @@
 
 #include "libaccess/libaccess.h"
 #include "libcb/libcb.h"
+#include "libcheck/message_check.h"
+#include "libcheck/settings_check.h"
 #include "libemlw/file.h"
 #include "libreceive/libreceive.h"
 #include "libsendw/probe.h"
@@ -99,4 +101,15 @@ int eml_probe(char const* workdir, char const* sender, char const* recipient,
                    ? -1
                    : probe(conf_fullpath(workdir).c_str(), sender, recipient, proc, user);
     });
+}
+
+int eml_msg_check(void* msg, void (*proc)(eml_finding const* finding, void* user), void* user)
+{
+    return exported_call(-1, [&] { return msg_check(msg, proc, user); });
+}
+
+int eml_settings_check(char const* path, void (*proc)(eml_finding const* finding, void* user),
+                       void*       user)
+{
+    return exported_call(-1, [&] { return settings_check(path, proc, user); });
 }
