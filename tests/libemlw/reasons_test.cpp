@@ -270,7 +270,7 @@ private:
 
     reason_case const& case_;
     std::string        path_;
-    silent_port       crowd_;
+    silent_port        crowd_;
     scripted_server    smtp_;
     scripted_server    pop_;
 };
