@@ -134,12 +134,12 @@ SDK_EXTERN CFTypeID         CFStringGetTypeID(void) SDK_SINCE(10.0);
 SDK_EXTERN CFStringEncoding CFStringGetSystemEncoding(void) SDK_SINCE(10.0);
 SDK_EXTERN CFStringEncoding CFStringConvertIANACharSetNameToEncoding(CFStringRef name)
     SDK_SINCE(10.0);
-SDK_EXTERN CFStringRef      CFStringCreateWithCString(CFAllocatorRef allocator, char const* text,
-                                                      CFStringEncoding encoding) SDK_SINCE(10.0);
-SDK_EXTERN CFStringRef      CFStringCreateWithBytes(CFAllocatorRef allocator, UInt8 const* bytes,
-                                                    CFIndex size, CFStringEncoding encoding,
-                                                    Boolean is_external) SDK_SINCE(10.0);
-SDK_EXTERN CFStringRef      CFStringCreateCopy(CFAllocatorRef allocator, CFStringRef text)
+SDK_EXTERN CFStringRef CFStringCreateWithCString(CFAllocatorRef allocator, char const* text,
+                                                 CFStringEncoding encoding) SDK_SINCE(10.0);
+SDK_EXTERN CFStringRef CFStringCreateWithBytes(CFAllocatorRef allocator, UInt8 const* bytes,
+                                               CFIndex size, CFStringEncoding encoding,
+                                               Boolean is_external) SDK_SINCE(10.0);
+SDK_EXTERN CFStringRef CFStringCreateCopy(CFAllocatorRef allocator, CFStringRef text)
     SDK_SINCE(10.0);
 SDK_EXTERN CFIndex     CFStringGetLength(CFStringRef text) SDK_SINCE(10.0);
 SDK_EXTERN Boolean     CFStringGetCString(CFStringRef text, char* buffer, CFIndex size,
