@@ -26,32 +26,6 @@
 namespace zelieml
 {
 
-line_reader::result line_reader::next()
-{
-    for (;;) {
-        char* const       start = buffer_ + begin_;
-        std::size_t const ready = end_ - begin_;
-        void* const       lf    = std::memchr(start, '\n', ready);
-        if (lf == nullptr && !at_end_ && ready <= line_limit) {
-            if (!fill()) {
-                return result::failure;
-            }
-            continue;
-        }
-        if (lf == nullptr && ready == 0) {
-            return result::end;
-        }
-        text_ = start;
-        size_ = lf != nullptr ? static_cast<std::size_t>(static_cast<char*>(lf) - start) : ready;
-        if (size_ > line_limit) {
-            return result::overlong;
-        }
-        start[size_] = '\0';
-        begin_ += size_ + (lf != nullptr ? 1 : 0);
-        return result::line;
-    }
-}
-
 // Moves the unread bytes to the front of the buffer and reads more behind them. So there is
 // room for the NUL of a last line without LF.
 bool line_reader::fill()
@@ -91,8 +65,9 @@ int get_val(char const* line, char* val, unsigned int* len)
     if (rest == nullptr) {
         return -1;  // without touching *len: deliberate, see docs/ODDITIES.md
     }
-    ++rest;
-    rest += std::strspn(rest, " \t");
+    do {
+        ++rest;
+    } while (*rest == ' ' || *rest == '\t');
 
     // The last character is taken for the CR: counted in the room needed, then dropped whatever it
     // is. Deliberate, see docs/ODDITIES.md.

@@ -5,7 +5,6 @@
 #ifndef ZELIEML_LIBCONF_SETTINGS_LINES_H
 #define ZELIEML_LIBCONF_SETTINGS_LINES_H
 
-#include <cerrno>
 #include <cstddef>
 #include <cstring>
 #include <unistd.h>
@@ -33,7 +32,32 @@ public:
 
     // Goes to the next line. After an overlong line or a failure, a read error, nothing more is
     // read.
-    result next();
+    result next()
+    {
+        for (;;) {
+            char* const       start = buffer_ + begin_;
+            std::size_t const ready = end_ - begin_;
+            void* const       lf    = std::memchr(start, '\n', ready);
+            if (lf == nullptr && !at_end_ && ready <= line_limit) {
+                if (!fill()) {
+                    return result::failure;
+                }
+                continue;
+            }
+            if (lf == nullptr && ready == 0) {
+                return result::end;
+            }
+            text_ = start;
+            size_ =
+                lf != nullptr ? static_cast<std::size_t>(static_cast<char*>(lf) - start) : ready;
+            if (size_ > line_limit) {
+                return result::overlong;
+            }
+            start[size_] = '\0';
+            begin_ += size_ + (lf != nullptr ? 1 : 0);
+            return result::line;
+        }
+    }
 
     // The line without its LF, NUL-terminated; valid until the next call of next().
     char const* text() const { return text_; }
