@@ -114,17 +114,14 @@ int create_fullpath(char const* workdir, char (&out)[fullpath_size], message_fil
     int const     microseconds = platform::wall_microseconds();
     int const     process      = static_cast<int>(::getpid());
 
-    auto form = [&](char const* separator, int year) {
-        text_writer path(out);
-        path.put(workdir).put(separator);
-        path.number(year, 4).number(now.tm_mon + 1, 2).number(now.tm_mday, 2);
-        path.number(now.tm_hour, 2).number(now.tm_min, 2).number(now.tm_sec, 2);
-        path.put("-").number(microseconds, 8).put("-").number(process, 4).put(".sme");
-        return path.end();
+    auto form = [&](char separator, int year) {
+        return format_text(out, "%s%c%04d%02d%02d%02d%02d%02d-%08d-%04d.sme", workdir, separator,
+                           year, now.tm_mon + 1, now.tm_mday, now.tm_hour, now.tm_min, now.tm_sec,
+                           microseconds, process);
     };
 
     int const year = modify_year(now.tm_year);
-    if (form("/", year) == -1) {
+    if (form('/', year) == -1) {
         note_reason("the message cannot be saved: the path of the work directory is too long");
         return -1;
     }
@@ -134,7 +131,7 @@ int create_fullpath(char const* workdir, char (&out)[fullpath_size], message_fil
     trace_msg("warning:existing file:%s");
 
     // The backslash and the next year are deliberate, see docs/ODDITIES.md.
-    if (form("\\", year + 1) == -1) {
+    if (form('\\', year + 1) == -1) {
         return -1;
     }
     if (claim(out, file)) {

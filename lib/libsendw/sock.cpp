@@ -393,9 +393,7 @@ std::string get_hostname()
     if (platform::resolve_ipv4(name, address)) {
         unsigned char bytes[sizeof address];
         std::memcpy(bytes, &address, sizeof bytes);
-        text_writer out(name);
-        out.put("[").number(bytes[0]).put(".").number(bytes[1]);
-        out.put(".").number(bytes[2]).put(".").number(bytes[3]).put("]").end();
+        format_text(name, "[%u.%u.%u.%u]", bytes[0], bytes[1], bytes[2], bytes[3]);
     }
     return name;
 }

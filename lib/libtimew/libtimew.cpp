@@ -40,7 +40,7 @@ std::string bias_of(std::tm const& now)
     // Zero hours get a minus, and negative numbers keep their own sign behind it: deliberate, see
     // docs/ODDITIES.md.
     char text[text_size];
-    text_writer(text).put(hours > 0 ? "+" : "-").number(hours, 2).number(rest, 2).end();
+    format_text(text, "%s%02d%02d", hours > 0 ? "+" : "-", hours, rest);
     return text;
 }
 
@@ -50,12 +50,9 @@ std::string itimew::get_format_date()
 {
     std::tm const now = local_now();
     char          text[text_size];
-    text_writer   out(text);
-    out.put(get_wday_str(now.tm_wday)).put(", ").number(now.tm_mday, 2);
-    out.put(" ").put(get_mon_str(now.tm_mon)).put(" ").number(modify_year(now.tm_year));
-    out.put(" ").number(now.tm_hour, 2).put(":").number(now.tm_min, 2);
-    out.put(":").number(now.tm_sec, 2).put(" ").put(bias_of(now));
-    out.end();
+    format_text(text, "%s, %02d %s %d %02d:%02d:%02d %s", get_wday_str(now.tm_wday), now.tm_mday,
+                get_mon_str(now.tm_mon), modify_year(now.tm_year), now.tm_hour, now.tm_min,
+                now.tm_sec, bias_of(now).c_str());
     return text;
 }
 

@@ -3,13 +3,11 @@
 #ifndef ZELIEML_SUPPORT_FORMAT_H
 #define ZELIEML_SUPPORT_FORMAT_H
 
-#include <algorithm>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
 #include <string>
-#include <string_view>
 
 namespace zelieml
 {
@@ -33,48 +31,6 @@ __attribute__((format(printf, 2, 3))) int format_text(char (&out)[size], char co
     }
     return length;
 }
-
-// A string put together in a fixed array, for a fraction of the time that format_text takes.
-template <std::size_t size>
-class text_writer
-{
-public:
-    explicit text_writer(char (&out)[size]) : out_(out) {}
-
-    text_writer& put(std::string_view text)
-    {
-        fits_ = fits_ && text.size() < size - length_;  // the NUL included
-        if (fits_) {
-            std::memcpy(out_ + length_, text.data(), text.size());
-            length_ += text.size();
-        }
-        return *this;
-    }
-
-    // A number as printf's %0*d forms it: with zeros up to a width, which is 10 at most.
-    text_writer& number(int value, std::size_t width = 0)
-    {
-        std::string const digits = std::to_string(value);  // short enough to need no memory
-        std::size_t const zeros  = width - std::min(width, digits.size());
-        std::size_t const sign   = value < 0 ? 1 : 0;
-        put({digits.data(), sign}).put({"0000000000", zeros});
-        return put({digits.data() + sign, digits.size() - sign});
-    }
-
-    // Ends the string. Returns its length, or -1 when it does not fit with its NUL: then it is
-    // empty.
-    int end()
-    {
-        length_       = fits_ ? length_ : 0;
-        out_[length_] = '\0';
-        return fits_ ? static_cast<int>(length_) : -1;
-    }
-
-private:
-    char (&out_)[size];
-    std::size_t length_ = 0;
-    bool        fits_   = true;
-};
 
 // copy_to_caller - copy a string and its NUL into a caller's buffer, whole or not at all
 //

@@ -3,7 +3,6 @@
 #include "support/format.h"
 
 #include <climits>
-#include <cstdio>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -32,41 +31,6 @@ TEST(FormatText, LeavesAnEmptyStringWhenTheResultDoesNotFit)
         char out[6] = "prior";
         EXPECT_EQ(format_text(out, "%s", c.text.c_str()), -1) << c.reason;
         EXPECT_STREQ(out, "") << c.reason;
-    }
-}
-
-TEST(TextWriter, PutsAStringTogetherThatFitsWithItsNul)
-{
-    char out[6] = "prior";
-    EXPECT_EQ(text_writer(out).put("ab").put("").put("-").number(12).end(), 5);
-    EXPECT_STREQ(out, "ab-12");
-    EXPECT_EQ(text_writer(out).end(), 0);
-    EXPECT_STREQ(out, "");
-}
-
-TEST(TextWriter, LeavesAnEmptyStringWhenAnyPartDoesNotFit)
-{
-    char out[6] = "prior";
-    EXPECT_EQ(text_writer(out).put("ab").put("cdef").end(), -1) << "the NUL does not fit";
-    EXPECT_STREQ(out, "");
-    EXPECT_EQ(text_writer(out).put(std::string(10000, 'x')).put("ab").end(), -1)
-        << "what is short does not follow what was too long";
-    EXPECT_STREQ(out, "");
-    EXPECT_EQ(text_writer(out).number(123456).end(), -1);
-    EXPECT_STREQ(out, "");
-}
-
-TEST(TextWriter, FormsNumbersAsPrintfDoes)
-{
-    for (int const value : {0, 1, -1, 9, 10, -10, 123, -999, 1000, INT_MAX, INT_MIN}) {
-        for (int const width : {0, 1, 2, 3, 4, 8, 10}) {
-            char      out[20];
-            char      wanted[20];
-            int const length = std::snprintf(wanted, sizeof wanted, "%0*d", width, value);
-            EXPECT_EQ(text_writer(out).number(value, static_cast<std::size_t>(width)).end(),
-                      length);
-            EXPECT_STREQ(out, wanted) << value << ", width " << width;
-        }
     }
 }
 
