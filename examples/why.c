@@ -1,10 +1,11 @@
 /*
- * why - send one mail now, and print all that is known when it does not arrive
+ * why - check a mail and the settings, send it all the same, and print all that is known
  *
  *     why WORKDIR field=value... < body
  *
  * WORKDIR has the settings file "zelismes.cf" (see configure.c), the fields are those of
- * send_and_wait.c. Exit status: 0 sent, 1 not sent, 2 wrong use.
+ * send_and_wait.c. A finding keeps nothing from being sent: the server has the last word. Exit
+ * status: 0 sent, 1 not sent, 2 wrong use.
  */
 
 #include <stdio.h>
@@ -12,6 +13,38 @@
 #include <zelieml_ext.h>
 
 #include "mail_fields.h"
+
+static void print_finding(const eml_finding *finding, void *user)
+{
+    const char *what = user;
+
+    printf("%s: %s", what,
+           finding->severity == eml_severity_error  ? "error"
+           : finding->severity == eml_severity_note ? "note"
+                                                    : "warning");
+    if (finding->field[0] != '\0') {
+        printf(", %s", finding->field);
+    }
+    if (finding->line != 0) {
+        printf(", line %d", finding->line);
+    }
+    printf(": %s\n", finding->text);
+}
+
+static void print_findings(const char *workdir, void *msg)
+{
+    static char message[] = "message";
+    static char setting[] = "setting";
+    char        path[4096];
+
+    if (eml_msg_check(msg, print_finding, message) < 0) {
+        printf("message: not checked\n");
+    }
+    if (snprintf(path, sizeof path, "%s/zelismes.cf", workdir) >= (int)sizeof path ||
+        eml_settings_check(path, print_finding, setting) < 0) {
+        printf("setting: not checked\n");
+    }
+}
 
 static void print_result(void *result)
 {
@@ -57,6 +90,8 @@ int main(int argc, char **argv)
         return 2;
     }
     printf("library: %s\n", eml_version());
+    print_findings(argv[1], msg);
+    fflush(stdout); /* sending can take long */
     status = eml_post_sync(argv[1], msg, &result) == 0 ? 0 : 1;
     print_result(result);
     eml_cb_delete(result);

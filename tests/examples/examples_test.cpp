@@ -194,21 +194,54 @@ std::string without_details(std::string const& out)
     return std::regex_replace(no_time, std::regex("(file:    /).*\n"), "$1\n");
 }
 
+// What why prints of a mail and settings without other findings.
+std::string const nothing_found =
+    std::string("library: ") + EML_VERSION +
+    "\nmessage: note, messageid: there is none, and not every server adds one: set <name@host>\n";
+
 TEST_F(Examples, WhyPrintsAllThatIsKnown)
 {
-    std::string const library = std::string("library: ") + EML_VERSION + "\n";
-    loopback          server({"--fault", "rcpt=refuse:550 5.1.1 no such user"});
+    loopback server({"--fault", "rcpt=refuse:550 5.1.1 no such user"});
     configure(server.smtp_port());
     outcome came = run(WHY_EXAMPLE, with_mail({work_}), "x\n");
     came.out     = without_details(came.out);
     expect(came, 1,
-           library + "code:    1\nnumber:  1005\nattempt: 1\nfile:    /\n" +
+           nothing_found + "code:    1\nnumber:  1005\nattempt: 1\nfile:    /\n" +
                "reason:  the server refused the recipient anna@b.test: 550 5.1.1 no such user\n");
     loopback good;
     configure(good.smtp_port());
     came     = run(WHY_EXAMPLE, with_mail({work_}), "x\n");
     came.out = without_details(came.out);
-    expect(came, 0, library + "code:    0\nnumber:  0\nattempt: 1\nfile:    /\nreason:  sent\n");
+    expect(came, 0,
+           nothing_found + "code:    0\nnumber:  0\nattempt: 1\nfile:    /\nreason:  sent\n");
+}
+
+TEST_F(Examples, WhySendsWhateverTheChecksFind)
+{
+    loopback server;
+    configure(server.smtp_port(), {"smtp_auth=Yes", "pop_sever=mail.test"});
+    strings arguments = with_mail({work_});
+    arguments.push_back("messageid=<1@a.test>");
+    outcome came = run(WHY_EXAMPLE, arguments, "x\nto: ben@b.test\n");
+    came.out     = without_details(came.out);
+    expect(
+        came, 0,
+        std::string("library: ") + EML_VERSION +
+            "\nmessage: error, body, line 2: it begins with \"to: \", is taken as that header and "
+            "is missing from the body: indent it\n"
+            "setting: error, smtp_auth, line 4: it counts as no: write yes or no, in small letters\n"
+            "setting: warning, line 5: the library uses no such key: is pop_server meant?\n"
+            "code:    0\nnumber:  0\nattempt: 1\nfile:    /\nreason:  sent\n");
+    server.wait_for("to:<ben@b.test>");
+    std::string const path = work_ + "/none";
+    came                   = run(WHY_EXAMPLE, with_mail({path}), "x\n");
+    came.out               = without_details(came.out);
+    expect(came, 1,
+           nothing_found +
+               "setting: error: the file is missing, cannot be read, or is no regular file\n"
+               "code:    1\nnumber:  100\nattempt: 0\nfile:    none\n"
+               "reason:  the message cannot be saved in " +
+               path + ": No such file or directory\n");
 }
 
 TEST_F(Examples, EngineSendsWhatPostHandsToIt)
