@@ -275,16 +275,26 @@ TEST_P(NoMemory, ForACopyOfAResultRecord)
               1);
     char       text[64];
     char       reason[EML_REASON_SIZE];
-    eml_send_e code = eml_send_ok;
+    eml_send_e code    = eml_send_ok;
+    int        number  = 0;
+    int        attempt = 0;
+    double     seconds = -1;
     {
         failing_new const none(0);  // reading needs none
+        EXPECT_STREQ(eml_version(), EML_VERSION);
         EXPECT_EQ(eml_cb_get_code(copy, &code), 0);
+        EXPECT_EQ(eml_cb_get_number(copy, &number), 0);
+        EXPECT_EQ(eml_cb_get_attempt(copy, &attempt), 0);
+        EXPECT_EQ(eml_cb_get_seconds(copy, &seconds), 0);
         EXPECT_EQ(eml_cb_get_message(copy, text, sizeof text), 0);
         EXPECT_EQ(eml_cb_get_reason(copy, reason, sizeof reason), 0);
         EXPECT_EQ(eml_cb_get_file(copy, reason, sizeof reason), 0);
         EXPECT_EQ(eml_cb_delete(copy), 0);
     }
     EXPECT_EQ(code, eml_send_error_connection);
+    EXPECT_EQ(number, 1003);
+    EXPECT_EQ(attempt, 1);
+    EXPECT_GE(seconds, 0);
     EXPECT_EQ(text, std::string("501 ") + long_string + "\r\n");
     eml_cb_delete(record);
 }
@@ -385,19 +395,28 @@ TEST_P(NoMemory, ForLoginTests)
                   [&] { return (code = test_smtp_auth(server, "on", nullptr)) == eml_send_ok; },
                   [&] { EXPECT_NE(code, eml_send_ok); }),
               3);
-    char reason[EML_REASON_SIZE];
-    EXPECT_GT(until_it_succeeds(
-                  [&] {
-                      code = test_smtp_auth_sized(server, "on", message, sizeof message, reason,
-                                                  sizeof reason);
-                      return code == eml_send_ok;
-                  },
-                  [&] {
-                      EXPECT_NE(code, eml_send_ok);
-                      EXPECT_STRNE(reason, "") << "a reason needs no memory";
-                  }),
-              3);
-    EXPECT_STREQ(reason, "");
+    char                              reason[EML_REASON_SIZE];
+    std::function<eml_send_e()> const sized[] = {
+        [&] { return test_pop_auth_sized(server, message, sizeof message, reason, sizeof reason); },
+        [&] {
+            return test_smtp_auth_sized(server, "on", message, sizeof message, reason,
+                                        sizeof reason);
+        },
+    };
+    for (auto const& test : sized) {
+        EXPECT_GT(until_it_succeeds(
+                      [&] {
+                          message[0] = '?';
+                          return (code = test()) == eml_send_ok;
+                      },
+                      [&] {
+                          EXPECT_NE(code, eml_send_ok);
+                          EXPECT_NE(message[0], '?') << "the buffer always gets a string";
+                          EXPECT_STRNE(reason, "") << "a reason needs no memory";
+                      }),
+                  3);
+        EXPECT_STREQ(reason, "");
+    }
     EXPECT_EQ(server_info_destroy(server), 0);
     host.reset();
     EXPECT_EQ(zelieml::test::open_descriptors(), descriptors);

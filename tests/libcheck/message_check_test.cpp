@@ -3,6 +3,7 @@
 #include "libcheck/message_check.h"
 
 #include <gtest/gtest.h>
+#include <limits>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -467,20 +468,20 @@ TEST(MessageCheck, FailsOnlyForLackOfMemory)
 {
     _s_msg msg = good_message();
     msg_set_subject(&msg, "a subject of some length,\nfollowed by another line");
-    int result = -1;
-    for (int good = 0; result == -1 && good < 1000; ++good) {
-        std::vector<found> all;
-        all.reserve(10);
-        auto const none = [](eml_finding const*, void*) {};
-        bool       refused;
-        {
-            test::failing_new const no_memory(good);
-            result  = eml_msg_check(&msg, none, nullptr);
-            refused = test::failing_new::refused();
+    for (int const bad : {1, std::numeric_limits<int>::max()}) {
+        int result = -1;
+        for (int good = 0; result == -1 && good < 1000; ++good) {
+            auto const none = [](eml_finding const*, void*) {};
+            bool       refused;
+            {
+                test::failing_new const no_memory(good, bad);
+                result  = eml_msg_check(&msg, none, nullptr);
+                refused = test::failing_new::refused();
+            }
+            EXPECT_EQ(result == -1, refused) << good;
         }
-        EXPECT_EQ(result == -1, refused) << good;
+        EXPECT_EQ(result, eml_severity_error);
     }
-    EXPECT_EQ(result, eml_severity_error);
 }
 
 // Anything that grew with the square of the size would take hours.
