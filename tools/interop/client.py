@@ -64,6 +64,17 @@ class Client:
             raise RuntimeError(f"test_settings ended with {status}: {output!r}")
         return results
 
+    def probe(self, *addresses):
+        """Probes the settings, with a sender and a recipient or without. Returns pairs of a step
+        and what became of it: "ok", "FAILED" or "remark".
+        """
+        status, output = self.run("probe", self.workdir, *addresses)
+        steps = re.findall(r"^([a-z0-9 -]+?) +(ok|FAILED|remark) ", output, re.MULTILINE)
+        good = bool(steps) and all(outcome != "FAILED" for _, outcome in steps)
+        if status != (0 if good else 1):
+            raise RuntimeError(f"probe ended with {status}: {output!r}")
+        return steps
+
     def receive(self, **fields):
         """Empties a mailbox. Returns pairs of sender and subject, or None for a failure."""
         status, output = self.run("receive", "--delete", *self.arguments(fields))
