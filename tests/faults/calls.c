@@ -13,6 +13,7 @@
 #include <dlfcn.h>
 #include <execinfo.h>
 #include <fcntl.h>
+#include <iconv.h>
 #include <link.h>
 #include <netdb.h>
 #include <poll.h>
@@ -703,6 +704,10 @@ REPLACE(int, -1, getsockopt, (int fd, int level, int name, void* value, socklen_
 REPLACE(int, -1, shutdown, (int fd, int how), (fd, how), 1)
 REPLACE(int, -1, gethostname, (char* name, size_t size), (name, size), 0)
 REPLACE(ssize_t, -1, getrandom, (void* out, size_t size, unsigned flags), (out, size, flags), 0)
+REPLACE(iconv_t, (iconv_t)-1, iconv_open, (char const* to, char const* from), (to, from), 0)
+REPLACE(size_t, (size_t)-1, iconv,
+        (iconv_t handle, char** in, size_t* in_left, char** out, size_t* out_left),
+        (handle, in, in_left, out, out_left), 0)
 /* clang-format on */
 
 int gethostbyname_r(char const* name, struct hostent* entry, char* buffer, size_t size,

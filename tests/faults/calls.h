@@ -90,6 +90,8 @@ enum {
     X(shutdown, ENOTCONN, 0, 0, 0)                                                                 \
     X(gethostname, EPERM, 0, 0, 0)                                                                 \
     X(gethostbyname_r, EAGAIN, 0, 0, 0)                                                            \
+    X(iconv_open, EMFILE, EINVAL, ENOMEM, 0)                                                       \
+    X(iconv, EILSEQ, EINVAL, 0, 0)                                                                 \
     X(getrandom, ENOSYS, EINTR, 0, 0)                                                              \
     X(nanosleep, EINVAL, EINTR, 0, 0)                                                              \
     X(pthread_create, EAGAIN, 0, 0, 0)                                                             \

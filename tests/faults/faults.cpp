@@ -187,6 +187,8 @@ verdict check_smtp_login(trial const& what, sighting const& seen, playground& pl
     return check_login(what, seen, place, "S: 235 ");
 }
 
+constexpr char encoded_subject[] = "=?ISO-8859-1?Q?tray?=";
+
 verdict check_receive(trial const& what, sighting const& seen, playground& place)
 {
     verdict        found;
@@ -199,6 +201,10 @@ verdict check_receive(trial const& what, sighting const& seen, playground& place
         found.wrong = "a mail is lost";
     } else if (told.result[0] == 0 && place.mails_in_mailbox() != 0) {
         found.wrong = "a mail has stayed";
+    } else if (told.result[1] == 0 && std::strcmp(told.value, "tray") != 0 &&
+               std::strcmp(told.value, encoded_subject) != 0 &&
+               std::strstr(told.value, "\xEF\xBF\xBD") == nullptr) {
+        found.wrong = "a subject is another";
     }
     found.again = told.senders[0] > 1 || told.senders[1] > 1;
     return found;
@@ -308,7 +314,8 @@ std::vector<scenario> scenarios()
         "pop_before_smtp = yes\r\npop_account = user\r\npop_auth_type = apop\r\n"
         "pop_passwd = password\r\npasswd_raw = yes\r\n";
     auto const mail = [](char const* who) {
-        return std::string("From: ") + who + "@office.test\r\nSubject: tray\r\n\r\nbody\r\n";
+        return std::string("From: ") + who + "@office.test\r\nSubject: " + encoded_subject +
+               "\r\n\r\nbody\r\n";
     };
     return {
         {"engine",
@@ -336,7 +343,7 @@ std::vector<scenario> scenarios()
         {"receive",
          receive_two_mails,
          check_receive,
-         "results 0 -, senders 1 1",
+         "results 0 0, senders 1 1, value tray",
          {"", {mail("one"), mail("two")}}},
         {"settings",
          change_settings,

@@ -8,7 +8,7 @@
 #include <stdio.h>
 #include <string.h>
 
-#include <zelieml.h>
+#include <zelieml_ext.h>
 
 #include "tests/faults/calls.h"
 
@@ -205,6 +205,10 @@ void receive_two_mails(struct scene const* scene, struct outcome* outcome)
             if (eml_receive_msg_get_from(list, i, from, sizeof from) == 0) {
                 ++outcome->senders[strstr(from, "one@") != NULL ? 0 : 1];
             }
+        }
+        if (outcome->mails > 0) {
+            outcome->result[1] =
+                eml_receive_msg_get_subject_utf8(list, 0, outcome->value, sizeof outcome->value);
         }
     }
     eml_receive_msg_destroy(list);

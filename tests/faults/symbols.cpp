@@ -40,6 +40,7 @@ char const* const never_fail[] = {
     "memmove",
     "memset",
     "pthread_detach",
+    "pthread_equal",
     "pthread_join",
     "pthread_mutex_destroy",
     "pthread_cond_broadcast",
@@ -52,23 +53,28 @@ char const* const never_fail[] = {
     "secure_getenv",
     "sigfillset",
     "snprintf",
+    "strcasestr",
     "strchr",
     "strcmp",
     "strcspn",
     "strerrordesc_np",
     "strlen",
+    "strncasecmp",
     "strncmp",
     "strpbrk",
     "strrchr",
+    "strspn",
     "strstr",
     "strtok_r",
     "strtol",
+    "strtoll",
     "strtoul",
     "time",
     "tzset",
     "vsnprintf",
-    "closedir",  // of a listing that was opened
-    "ioctl",     // FIONBIO on an open descriptor
+    "closedir",     // of a listing that was opened
+    "iconv_close",  // of a converter that was opened
+    "ioctl",        // FIONBIO on an open descriptor
 };
 
 bool is_of_c_library(std::string const& version)
