@@ -17,11 +17,13 @@
 
 static void print_step(const eml_probe_step *step, void *user)
 {
-    static const char *const words[] = {"ok", "FAILED", "remark"};
-    int                     *steps   = user;
+    int        *steps = user;
+    const char *word  = step->outcome == eml_probe_ok       ? "ok"
+                        : step->outcome == eml_probe_failed ? "FAILED"
+                                                            : "remark";
 
     ++*steps;
-    printf("%-12s %-6s %6.2f s", step->name, words[step->outcome], step->seconds);
+    printf("%-12s %-6s %6.2f s", step->name, word, step->seconds);
     if (step->number != 0) {
         printf("  %d", step->number);
     }
