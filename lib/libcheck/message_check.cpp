@@ -384,7 +384,8 @@ private:
         if (id.empty()) {
             found_.add(eml_severity_note,
                        "there is none, and not every server adds one: set <name@host>");
-        } else if (id[0] != '<' || id.find('>') != id.size() - 1 || id.rfind('<') != 0 || at < 2 ||
+        } else if (id.size() < sizeof "<x@y>" - 1 || id[0] != '<' ||
+                   id.find('>') != id.size() - 1 || id.rfind('<') != 0 || at < 2 ||
                    at > id.size() - 3 || contains(id, is_no_graphic)) {
             found_.add(eml_severity_warning,
                        "it is not of the form <name@host>: programs may ignore it");

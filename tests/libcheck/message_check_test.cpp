@@ -360,6 +360,9 @@ message_case const cases[] = {
     message_case("a longer Message-Id")
         .messageid("<" + address_of(985) + ">")
         .finds({is_too_long("messageid", 986)}),
+    message_case("a Message-Id of brackets only").messageid("<>").finds({bad_id}),
+    message_case("a Message-Id without name and host").messageid("<@>").finds({bad_id}),
+    message_case("a Message-Id of one bracket").messageid("<").finds({bad_id}),
     message_case("a Message-Id without brackets").messageid("x@y").finds({bad_id}),
     message_case("a Message-Id without name").messageid("<@y>").finds({bad_id}),
     message_case("a Message-Id without host").messageid("<x@>").finds({bad_id}),
