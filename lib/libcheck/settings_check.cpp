@@ -9,10 +9,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <limits>
-#include <strings.h>
 #include <sys/stat.h>
 
 #include "libconf/settings_lines.h"
+#include "support/ascii.h"
 #include "support/no_cancellation.h"
 #include "support/unique_fd.h"
 
@@ -94,11 +94,6 @@ bool is_blank(char c)
     return c == ' ' || c == '\t' || c == '\r';
 }
 
-char lower(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
 // Without the blanks around it.
 part trimmed(char const* text, std::size_t size)
 {
@@ -116,7 +111,7 @@ part trimmed(char const* text, std::size_t size)
 bool looks_like(char const* text, char const* word)
 {
     part const value = trimmed(text, std::strlen(text));
-    return value.size == std::strlen(word) && ::strncasecmp(value.text, word, value.size) == 0;
+    return equal_ignoring_case({value.text, value.size}, word);
 }
 
 bool looks_like_no(char const* value)
@@ -171,7 +166,7 @@ unsigned distance(part const& key, char const* known)
     for (std::size_t k = 0; k < key.size; ++k) {
         unsigned diagonal = row[0]++;
         for (unsigned i = 0; known[i] != '\0'; ++i) {
-            unsigned const replaced = diagonal + (lower(key.text[k]) == known[i] ? 0 : 1);
+            unsigned const replaced = diagonal + (ascii_lower(key.text[k]) == known[i] ? 0 : 1);
             diagonal                = row[i + 1];
             row[i + 1]              = std::min(replaced, std::min(diagonal, row[i]) + 1);
         }
@@ -350,7 +345,7 @@ private:
             }
             break;
         case value_kind::pop_mechanism:
-            if (std::strcmp(value, "apop") != 0 && ::strcasestr(value, "apop") != nullptr) {
+            if (std::strcmp(value, "apop") != 0 && contains_ignoring_case(value, "apop")) {
                 wrong = "it does not count as apop: write apop and nothing else";
             }
             break;

@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "platform/charset.h"
+#include "support/ascii.h"
 #include "support/utf8.h"
 
 namespace zelieml
@@ -41,14 +42,9 @@ std::string_view tail(std::string_view text, std::size_t size)
     return text;
 }
 
-char upper(char letter)
-{
-    return letter >= 'a' && letter <= 'z' ? static_cast<char>(letter - 'a' + 'A') : letter;
-}
-
 int hex_digit(char digit)
 {
-    char const letter = upper(digit);
+    char const letter = ascii_upper(digit);
     return letter >= '0' && letter <= '9'   ? letter - '0'
            : letter >= 'A' && letter <= 'F' ? letter - 'A' + 10
                                             : -1;
@@ -70,7 +66,7 @@ public:
     {
         name = head(name, std::min(name.find('*'), name.size()));
         if (name.size() <= longest_name) {
-            std::transform(name.begin(), name.end(), name_, upper);
+            std::transform(name.begin(), name.end(), name_, ascii_upper);
             size_ = name.size();
         }
     }
@@ -183,9 +179,9 @@ std::size_t add_word(std::string_view const rest, run& words)
         return 0;
     }
     std::size_t const before = words.bytes.size();
-    if (upper(encoding[0]) == 'Q') {
+    if (ascii_upper(encoding[0]) == 'Q') {
         append_q(content, words.bytes);
-    } else if (upper(encoding[0]) != 'B' || !append_b(content, words.bytes)) {
+    } else if (ascii_upper(encoding[0]) != 'B' || !append_b(content, words.bytes)) {
         words.bytes.resize(before);
         return 0;
     }

@@ -4,7 +4,8 @@
 
 #include <algorithm>
 #include <cstring>
-#include <strings.h>
+
+#include "support/ascii.h"
 
 namespace zelieml
 {
@@ -31,7 +32,7 @@ bool has_name(std::string const& line, char const* name, std::size_t colon)
 {
     std::size_t const length = std::strlen(name);
     return colon != std::string::npos && colon >= length &&
-           ::strncasecmp(line.c_str(), name, length) == 0 &&
+           equal_ignoring_case({line.data(), length}, name) &&
            line.find_first_not_of(" \t", length) == colon;
 }
 
