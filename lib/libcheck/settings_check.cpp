@@ -179,6 +179,9 @@ char const* nearest(part const& key)
 {
     char const* found = nullptr;
     unsigned    most  = 3;  // characters
+    if (key.size >= longest_key - 1 + most) {
+        return nullptr;  // at once: a file may have many long lines
+    }
     for (known_key const& known : known_keys) {
         unsigned const d = distance(key, known.name);
         if (d < most) {
