@@ -552,7 +552,14 @@ TEST(RandomSettings, OfAnyBytesAreChecked)
         }
         std::string const path = dir.file(std::to_string(round));
         test::write_file(path, file);
-        findings_of(path);
+        for (found const& f : findings_of(path)) {
+            EXPECT_TRUE(std::all_of(f.text.begin(), f.text.end(), [](char c) {
+                return c >= ' ' && c <= '~';
+            })) << f.text;
+            EXPECT_FALSE(f.text.empty());
+            EXPECT_GE(f.line, 0);
+            EXPECT_LE(f.line, 1 + std::count(file.begin(), file.end(), '\n'));
+        }
     }
 }
 
