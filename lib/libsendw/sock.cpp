@@ -259,6 +259,7 @@ int sock_readline(int fd, std::string& line)
         }
         line += buf;  // up to a NUL: deliberate, see docs/ODDITIES.md
         if (line.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+            errno = EMSGSIZE;
             return -1;
         }
     }
@@ -291,6 +292,7 @@ int sock_lines::next(std::string& line)
             append_up_to_nul(line, bytes_ + start, std::min(end - start, sock_piece_size));
         }
         if (line.size() > static_cast<std::size_t>(std::numeric_limits<int>::max())) {
+            errno = EMSGSIZE;
             return -1;
         }
     }
