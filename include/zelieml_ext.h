@@ -296,7 +296,7 @@ typedef struct eml_finding {
  * start, line breaks in a header, empty recipients, blanks and names in addresses, a null sender,
  * no Message-Id, lines that are too long for relays, text that is not valid in the encoding it
  * claims, commands that are too long to be sent. One kind of finding is reported for at most ten
- * lines of a body.
+ * lines of a body and ten recipients.
  *
  * Returns the worst severity that was found, 0 for none. Returns -1 when msg or proc is null or
  * there is no memory.

@@ -23,7 +23,7 @@ namespace
 
 constexpr std::size_t max_line    = 998;  // bytes without CR LF (RFC 5322, 2.1.1)
 constexpr std::size_t max_command = 512;  // bytes with CR LF (RFC 5321, 4.5.3.1.4)
-constexpr int         most_lines  = 10;   // of the body that one kind of finding names
+constexpr int         most_named  = 10;   // lines of the body, recipients: of one kind of finding
 
 // The longest headers that make lines of max_line bytes.
 constexpr std::size_t max_from         = 992;
@@ -195,6 +195,15 @@ public:
     }
 
 private:
+    // How many addresses have what one kind of finding is about.
+    struct address_counts {
+        int not_plain  = 0;
+        int not_ascii  = 0;
+        int incomplete = 0;
+        int not_sent   = 0;
+        int too_long   = 0;
+    };
+
     // Fills sent_ as msg_load does from the file of the record. Of the body it gets only what line
     // breaks in headers add.
     void read_back()
@@ -297,7 +306,7 @@ private:
         }
         for (std::string const& address : addresses) {
             if (!address.empty()) {
-                check_address(address, sizeof "rcpt to: <>\r\n" - 1);
+                check_address(address, sizeof "rcpt to: <>\r\n" - 1, recipients_);
             }
         }
     }
@@ -317,28 +326,37 @@ private:
     }
 
     // command  bytes that go with the address on a line of its own
-    void check_address(std::string const& address, std::size_t command)
+    // counts   of the addresses that were checked before
+    void check_address(std::string const& address, std::size_t command, address_counts& counts)
     {
         std::size_t const at    = address.find('@');
         char const* const text  = address.c_str();
         std::size_t const bytes = command + address.size();
         if (contains(address, is_control) ||
             address.find_first_of(" ,;<>()") != std::string::npos) {
-            found_.add(eml_severity_error,
-                       "\"%\" is no plain address: write user@host, without names or brackets, and "
-                       "commas between recipients",
-                       text);
+            add_next(counts.not_plain, eml_severity_error,
+                     "\"%\" is no plain address: write user@host, without names or brackets, and "
+                     "commas between recipients",
+                     text);
         } else if (contains(address, is_not_ascii)) {
-            found_.add(eml_severity_error,
-                       "\"%\" is not ASCII, and servers refuse it: use another address", text);
+            add_next(counts.not_ascii, eml_severity_error,
+                     "\"%\" is not ASCII, and servers refuse it: use another address", text);
         } else if (at == std::string::npos || at == 0 || at + 1 == address.size()) {
-            found_.add(eml_severity_warning,
-                       "\"%\" is not of the form user@host: servers may refuse it", text);
+            add_next(counts.incomplete, eml_severity_warning,
+                     "\"%\" is not of the form user@host: servers may refuse it", text);
         }
         if (bytes > sock_max_command) {
-            found_.add(eml_severity_error, "\"%\" is too long to be sent", text);
+            add_next(counts.not_sent, eml_severity_error, "\"%\" is too long to be sent", text);
         } else if (bytes > max_command) {
-            found_.add(eml_severity_warning, "\"%\" is longer than servers have to take", text);
+            add_next(counts.too_long, eml_severity_warning,
+                     "\"%\" is longer than servers have to take", text);
+        }
+    }
+
+    void add_next(int& count, eml_severity severity, char const* sentence, char const* address)
+    {
+        if (is_next(count)) {
+            found_.add(severity, sentence, address);
         }
     }
 
@@ -372,7 +390,8 @@ private:
             found_.add(eml_severity_warning,
                        "it is empty, so bounces are lost: set the address that is to get them");
         } else {
-            check_address(sent_.replyto, sizeof "mail from: <>\r\n" - 1);
+            address_counts alone;
+            check_address(sent_.replyto, sizeof "mail from: <>\r\n" - 1, alone);
         }
     }
 
@@ -446,7 +465,7 @@ private:
         return 1 + static_cast<int>(std::count(body, body + cr, '\n'));
     }
 
-    static bool is_next(int& lines) { return lines++ < most_lines; }
+    static bool is_next(int& count) { return count++ < most_named; }
 
     bool is_jis() const { return sent_.encoding == "ISO-2022-JP"; }
 
@@ -457,6 +476,7 @@ private:
     bool              begun_   = false;  // whether sent_ has a body before that of the record
     int               invalid_ = 0;      // lines
     int               open_    = 0;
+    address_counts    recipients_;
 };
 
 }  // namespace

@@ -167,6 +167,15 @@ lines ten(std::string (*finding)(int line))
     return all;
 }
 
+lines joined(std::vector<lines> const& parts)
+{
+    lines all;
+    for (lines const& part : parts) {
+        all.insert(all.end(), part.begin(), part.end());
+    }
+    return all;
+}
+
 char const empty_recipient[] = "a recipient is empty, and servers refuse \"<>\": remove its comma";
 char const no_recipient[] =
     "error to: there is no recipient: set an address, even if there is a Cc";
@@ -311,6 +320,21 @@ message_case const cases[] = {
         .replyto("help")
         .finds({has_no_host("to", "anna"), has_no_host("to", "a@"), has_no_host("to", "@b"),
                 has_no_host("replyto", "help")}),
+    message_case("more than ten recipients of a kind")
+        .to(repeated("anna,", 6) + repeated("<a@b>,", 7) + "c@d")
+        .cc(repeated("anna,", 6) + repeated("<a@b>,", 7) + repeated("\u00e4@b,", 11) + "c@d")
+        .replyto("<a@b>")
+        .finds(joined({lines(6, has_no_host("to", "anna")),
+                       lines(7, is_not_plain("to", "<a@b>")),
+                       lines(4, has_no_host("cc", "anna")),
+                       lines(3, is_not_plain("cc", "<a@b>")),
+                       lines(10, is_not_ascii("cc", "\u00e4@b")),
+                       {is_not_plain("replyto", "<a@b>")}})),
+    message_case("more than ten recipients that are too long")
+        .to(repeated(address_of(1024 - 13) + ",", 11) + repeated(address_of(513 - 13) + ",", 11) +
+            "c@d")
+        .finds(joined({lines(10, "error to: \"" + quoted_address + not_sent),
+                       lines(10, "warning to: \"" + quoted_address + longer)})),
     message_case("addresses that servers have to take")
         .to(address_of(512 - 13))
         .replyto(address_of(512 - 15)),
