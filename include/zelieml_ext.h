@@ -98,7 +98,8 @@ ZELIEML_API int eml_cb_get_attempt(void *cb, int *attempt);
  * eml_cb_get_seconds - how long the attempt took
  *
  * cb       the record
- * seconds  receives the seconds from the opening of the message file to the end of the session
+ * seconds  receives about the seconds from the opening of the message file to the end of the
+ *          session
  *
  * Returns 0. Returns -1, leaving *seconds unchanged, when an argument is null.
  */
@@ -139,7 +140,8 @@ ZELIEML_API int eml_cb_get_reason(void *cb, char *buf, int size);
  * server           as for test_pop_auth, test_smtp_auth
  * pop_before_smtp  as for test_smtp_auth
  * reply            receives the server's last line (POP3) or last reply (SMTP) and a NUL; may be
- *                  null. What does not fit is cut off at its end.
+ *                  null. It is the server's own text, not made printable, and repeats whatever the
+ *                  server repeats. What does not fit is cut off at its end.
  * reply_size       bytes at reply; nothing is written when it is 0 or less
  * reason           receives why the test failed, as eml_cb_get_reason does, or an empty string; may
  *                  be null. EML_REASON_SIZE bytes are always enough; what does not fit is cut off.
@@ -161,7 +163,8 @@ ZELIEML_API eml_send_e test_smtp_auth_sized(void *server, const char *pop_before
  *
  * server, list, domains  as for eml_receive_mails, which says what is deleted
  * reply                  receives the server's last line and a NUL; empty if there was none; may be
- *                        null. What does not fit is cut off at its end.
+ *                        null. It is the server's own text, not made printable, and repeats
+ *                        whatever the server repeats. What does not fit is cut off at its end.
  * reply_size             bytes at reply; nothing is written when it is 0 or less
  * reason                 receives why receiving failed, as eml_cb_get_reason does, or an empty
  *                        string; may be null. EML_REASON_SIZE bytes are always enough; what does
@@ -211,7 +214,8 @@ typedef enum eml_probe_outcome {
 
 /*
  * One step of a probe. The strings are the library's, are never null, and are valid during the
- * callback only. A later version may add members at the end: struct_size tells how many there are.
+ * callback only. server and reply are not made printable. A later version may add members at the
+ * end: struct_size tells how many there are.
  */
 typedef struct eml_probe_step {
     unsigned int      struct_size; /* bytes of this structure */
