@@ -40,7 +40,7 @@ public:
     // From now on the steps are those of this server.
     void talks_to(server_addr const& server, int port)
     {
-        format_text(server_, "%s:%d", server.host, port);
+        format_text(server_, "%s:%d", server.host, static_cast<std::uint16_t>(port));
     }
 
     // From now on the replies are those of this session, which stays until its reply is kept.
@@ -369,7 +369,7 @@ bool probing::look_at_offer(_s_smtp* session)
 
 bool has_line_break(char const* text)
 {
-    return std::strpbrk(text, "\r\n") != nullptr;
+    return text != nullptr && std::strpbrk(text, "\r\n") != nullptr;
 }
 
 }  // namespace
@@ -377,8 +377,8 @@ bool has_line_break(char const* text)
 int probe(char const* conf_fullpath, char const* sender, char const* recipient, probe_proc proc,
           void* user)
 {
-    if (proc == nullptr || (recipient != nullptr && (sender == nullptr || has_line_break(sender) ||
-                                                     has_line_break(recipient)))) {
+    if (proc == nullptr || (recipient != nullptr && sender == nullptr) || has_line_break(sender) ||
+        has_line_break(recipient)) {
         return -1;
     }
     reporter report(proc, user);

@@ -557,6 +557,17 @@ TEST_F(Probe, NamesTheServerAndTheTimeOfEachStep)
     }
 }
 
+// 65561 is port 25, as in a send.
+TEST_F(Probe, NamesThePortThatItConnectsTo)
+{
+    local_server      server(helo + offers() + goodbye);
+    std::string const wrapped = std::to_string(65536 + server.port());
+    probe_room const  room(probe_settings().set("smtp_port", wrapped), 0, 0);
+    told_steps        steps;
+    EXPECT_EQ(room.probe(steps), 0);
+    EXPECT_EQ(steps.all().back().server, "127.0.0.1:" + std::to_string(server.port()));
+}
+
 TEST_F(Probe, TriesTheNullSender)
 {
     local_server     server(helo + answered("mail from: <>", "550 no bounces") + hangs_up);
@@ -581,6 +592,7 @@ TEST_F(Probe, IsNotMadeWithWrongArguments)
     EXPECT_EQ(called(dir.c_str(), "a@a.test", "x@b.test>\r\nDATA"), -1);
     EXPECT_EQ(called(dir.c_str(), "a@a.test\nDATA", "x@b.test"), -1);
     EXPECT_EQ(called(dir.c_str(), "a@a.test", "x@b.test\r"), -1);
+    EXPECT_EQ(called(dir.c_str(), "a@a.test\r", nullptr), -1);
     EXPECT_EQ(eml_probe(dir.c_str(), "a@a.test", "x@b.test", nullptr, &steps), -1);
     EXPECT_EQ(steps.lines(), "");
     EXPECT_EQ(server.connections(), 0);
