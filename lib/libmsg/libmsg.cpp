@@ -3,6 +3,7 @@
 #include "libmsg/libmsg.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <exception>
 #include <string>
 
 #include "support/heap.h"
@@ -80,8 +81,7 @@ private:
 // in    string of length bytes
 // text  receives the result
 //
-// Returns false when there is no memory for a buffer; lack of memory for the result is thrown. Then
-// text is of no use.
+// Returns false, with an empty text, when there is no memory.
 inline bool text_with_crlf(char const* in, std::size_t length, opening_dot dot, std::string& text)
 {
     constexpr std::size_t   max_piece = 32768;
@@ -90,11 +90,16 @@ inline bool text_with_crlf(char const* in, std::size_t length, opening_dot dot, 
     if (!piece) {
         return false;
     }
-    text.reserve(length + length / 16);  // enough for lines that are not very short
-    for (crlf_text left(in, dot); !left.at_end();) {
-        text.append(piece.get(), left.next(piece.get(), size));
+    try {
+        text.reserve(length + length / 16);  // enough for lines that are not very short
+        for (crlf_text left(in, dot); !left.at_end();) {
+            text.append(piece.get(), left.next(piece.get(), size));
+        }
+        return true;
+    } catch (std::exception const&) {
+        std::string().swap(text);  // its memory may be what the caller lacks
+        return false;
     }
-    return true;
 }
 
 // write_with_crlf - crlf_text into a buffer

@@ -49,5 +49,21 @@ TEST(MessageRecordWithoutMemory, IsLoadedWhenOnlyTheSizeOfItsFileIsTooMuch)
     EXPECT_EQ(msg_get_body(msg.get()), std::string(10000, 'x'));
 }
 
+TEST(MessageRecordWithoutMemory, StoresABodyThatCannotBeConvertedAsItIs)
+{
+    void* created = nullptr;
+    ASSERT_EQ(msg_create(&created), 0);
+    message_holder const msg(created);
+    std::string const    body   = std::string(100000, 'x') + "\n" + std::string(100000, 'y') + "\n";
+    int                  result = -1;
+    {
+        test::failing_new const no_memory(0, 1);
+        result = msg_set_body(msg.get(), body.c_str());
+        EXPECT_TRUE(test::failing_new::refused());
+    }
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(msg_get_body(msg.get()), body);
+}
+
 }  // namespace
 }  // namespace zelieml

@@ -762,6 +762,20 @@ TEST_F(Composition, WithoutMemoryForTheBeginningALongBodyIsLeftOut)
     EXPECT_EQ(without_body, 1);
 }
 
+TEST_F(Composition, WithoutMemoryToConvertItABodyInJisIsSentAsItIs)
+{
+    auto const msg           = new_message();
+    record(msg).encoding     = "ISO-2022-JP";
+    record(msg).body         = ".a\n" + std::string(100000, 'x');
+    std::string const before = record(msg).body;
+    {
+        failing_new const no_memory(0, 1);
+        modify_body(msg.get());
+        EXPECT_TRUE(failing_new::refused());
+    }
+    EXPECT_EQ(record(msg).body, before);
+}
+
 TEST_F(Composition, OfALongBodyDoesNotGoOnWithAGap)
 {
     auto const msg   = new_message();
