@@ -96,15 +96,13 @@ int _send_text(_s_smtp* session, void* msg, conf_settings const& conf)
         note_reason("the text of the mail cannot be composed");
         return -1;
     }
-    if (text.done()) {
-        return smtp_send_data(session, std::move(lines));
-    }
-    do {
-        if (smtp_write_data(session, lines) != 0) {
+    while (!text.done()) {
+        if (smtp_send_text(session, lines) != 0) {
             return -1;
         }
-    } while (text.next(lines));
-    return smtp_end_data(session);
+        text.next(lines);
+    }
+    return smtp_send_data(session, std::move(lines));
 }
 
 int _send_message(_s_smtp* session, void* msg, conf_settings const& conf)

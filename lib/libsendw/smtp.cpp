@@ -90,6 +90,17 @@ int _smtp_write_data(_s_smtp* session, std::string const& line)
     return 0;
 }
 
+// Sends lines of the text together. Returns how many were sent as a whole.
+std::size_t send_lines(_s_smtp* session, std::vector<std::string> const& lines)
+{
+    session->book.now      = text_step;
+    std::size_t const sent = sock_write_all(session->socket, lines);
+    if (sent < lines.size()) {
+        note_lost(session->book, errno);
+    }
+    return sent;
+}
+
 // Reads one reply, and gives each of its lines to take, which may change it. Returns 0 or -1.
 template <class Take>
 int read_reply(_s_smtp* session, Take&& take)
@@ -320,22 +331,30 @@ int smtp_end_data(_s_smtp* session)
     return command(session, text_step, end_mark, "250", "error:smtp end data");
 }
 
-int smtp_send_data(_s_smtp* session, std::vector<std::string> lines)
+int smtp_send_text(_s_smtp* session, std::vector<std::string> const& lines)
 {
     if (std::any_of(lines.begin(), lines.end(), is_too_long)) {
         return smtp_write_data(session, lines);  // sends the lines before it, and fails
     }
-    lines.emplace_back(end_mark);
-    session->book.now         = text_step;
-    std::size_t const written = sock_write_all(session->socket, lines);
-    if (written < lines.size()) {
-        note_lost(session->book, errno);
-    }
-    if (written + 1 < lines.size()) {
+    if (send_lines(session, lines) < lines.size()) {
         trace_msg("error:_smtp_write_data");
         return -1;
     }
-    if (written < lines.size() || read_reply_and_check_code(session, "250") != 0) {
+    return 0;
+}
+
+int smtp_send_data(_s_smtp* session, std::vector<std::string> lines)
+{
+    if (std::any_of(lines.begin(), lines.end(), is_too_long)) {
+        return smtp_write_data(session, lines);
+    }
+    lines.emplace_back(end_mark);
+    std::size_t const sent = send_lines(session, lines);
+    if (sent + 1 < lines.size()) {
+        trace_msg("error:_smtp_write_data");
+        return -1;
+    }
+    if (sent < lines.size() || read_reply_and_check_code(session, "250") != 0) {
         trace_msg("error:smtp end data");
         return -1;
     }

@@ -99,6 +99,9 @@ int smtp_write_data(_s_smtp* session, std::vector<std::string> const& lines);
 // smtp_end_data - end the text with CR LF, a dot and CR LF, and check that the server accepted it
 int smtp_end_data(_s_smtp* session);
 
+// smtp_send_text - smtp_write_data in as few segments as the text fills
+int smtp_send_text(_s_smtp* session, std::vector<std::string> const& lines);
+
 // smtp_send_data - smtp_write_data and smtp_end_data in as few segments as the text fills
 int smtp_send_data(_s_smtp* session, std::vector<std::string> lines);
 
