@@ -155,7 +155,8 @@ void adjust(pollfd& entry)
     char byte = 0;
     if (S_ISCHR(status.st_mode)) {
         entry.revents = POLLNVAL;
-    } else if ((entry.revents & POLLIN) != 0 && is_tcp(entry.fd) && !is_listener(entry.fd) &&
+    } else if ((entry.revents & (POLLIN | POLLERR)) == POLLIN && is_tcp(entry.fd) &&
+               !is_listener(entry.fd) &&  // and whoever asks first has the error
                ::recv(entry.fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0) {
         entry.revents = static_cast<short>((entry.revents | POLLHUP) & ~POLLOUT);
     }

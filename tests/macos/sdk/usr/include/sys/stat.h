@@ -35,6 +35,8 @@ struct stat {
 #define S_IFLNK    0120000
 #define S_IRWXU    0000700
 #define S_IRUSR    0000400
+#define S_IRGRP    0000040
+#define S_IROTH    0000004
 #define S_IWUSR    0000200
 #define S_IRWXO    0000007
 #define S_ISDIR(m) (((m)&S_IFMT) == S_IFDIR)
