@@ -22,8 +22,9 @@ FEW, MANY = 20, 120
 # The counts are exact for one version of compiler and C library; others may be off by this.
 ROOM = 1.03
 
-# In this order: what is received must be all that there is. What, the program's words, and at most how many system calls and instructions a mail. Without the
-# room, these are the figures of Debian 12 on amd64.
+# What, the program's words, and at most how many system calls and instructions a mail, in this
+# order: what is received must be all that there is. Without the room, these are the figures of
+# Debian 12 on amd64.
 LIMITS = [
     ("a received mail", ["receive"], 47, None),
     ("a mail", ["post", "plain"], 67, 63_500),
