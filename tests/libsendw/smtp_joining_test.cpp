@@ -23,6 +23,18 @@ int in_two_steps(_s_smtp* session, strings const& lines)
     return smtp_write_data(session, lines) == 0 ? smtp_end_data(session) : -1;
 }
 
+int in_lots(_s_smtp* session, strings const& lines)
+{
+    return smtp_send_text(session, lines) == 0 ? smtp_end_data(session) : -1;
+}
+
+int together(_s_smtp* session, strings const& lines)
+{
+    return smtp_send_data(session, lines);
+}
+
+constexpr auto all_ways = {in_two_steps, in_lots, together};
+
 strings header_lines(int count)
 {
     strings lines;
@@ -86,24 +98,24 @@ TEST_F(SmtpText, IsTheSameAsInTwoSteps)
                 std::string reply;
                 std::string heard;
                 strings     traced;
-            } seen[2];
-            for (int together = 0; together < 2; ++together) {
+            } seen[3];
+            auto now = seen;
+            for (auto const& send : all_ways) {
                 hand_held_session held;
                 held.pair.say(reply);
-                std::thread server([&] { seen[together].heard = held.pair.heard_to_the_end(); });
+                std::thread server([&] { now->heard = held.pair.heard_to_the_end(); });
                 clear_traces();
-                seen[together].result = together != 0 ? smtp_send_data(&held.session, text.lines)
-                                                      : in_two_steps(&held.session, text.lines);
-                seen[together].traced = traces();
-                seen[together].reply  = held.session.reply;
+                now->result = send(&held.session, text.lines);
+                now->traced = traces();
+                now->reply  = held.session.reply;
                 ::shutdown(held.pair.client(), SHUT_WR);
                 server.join();
+                EXPECT_EQ(now->result, seen[0].result) << text.name << ", " << reply;
+                EXPECT_EQ(now->reply, seen[0].reply) << text.name << ", " << reply;
+                EXPECT_EQ(now->traced, seen[0].traced) << text.name << ", " << reply;
+                EXPECT_TRUE(now->heard == joined(text.lines)) << text.name << ", " << reply;
+                ++now;
             }
-            EXPECT_EQ(seen[1].result, seen[0].result) << text.name << ", " << reply;
-            EXPECT_EQ(seen[1].reply, seen[0].reply) << text.name << ", " << reply;
-            EXPECT_EQ(seen[1].traced, seen[0].traced) << text.name << ", " << reply;
-            EXPECT_TRUE(seen[1].heard == seen[0].heard && seen[1].heard == joined(text.lines))
-                << text.name << ", " << reply;
         }
     }
 }
@@ -119,13 +131,11 @@ TEST_F(SmtpText, TracesWhatCouldNotBeWritten)
         {{"", ""}, {"error:smtp end data"}},
     };
     for (auto const& text : texts) {
-        for (auto const& send :
-             {smtp_act([&](_s_smtp* session) { return smtp_send_data(session, text.lines); }),
-              smtp_act([&](_s_smtp* session) { return in_two_steps(session, text.lines); })}) {
+        for (auto const& send : all_ways) {
             hand_held_session held;
             ::shutdown(held.pair.client(), SHUT_WR);
             clear_traces();
-            EXPECT_EQ(send(&held.session), -1);
+            EXPECT_EQ(send(&held.session, text.lines), -1);
             EXPECT_EQ(trouble_traces(), text.trouble);
         }
     }
