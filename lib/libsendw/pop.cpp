@@ -44,7 +44,7 @@ int read_reply(_s_pop* session)
 }
 
 // Sends the command of the step that is on; its reply, one line, must not be an error.
-int exchange(_s_pop* session, std::string const& line)
+int send_and_check(_s_pop* session, std::string const& line)
 {
     if (send_command(session, line) != 0 || read_reply(session) != 0) {
         return -1;
@@ -60,7 +60,7 @@ int exchange(_s_pop* session, std::string const& line)
 int command(_s_pop* session, step const& now, std::string const& line)
 {
     session->book.now = now;
-    return exchange(session, line);
+    return send_and_check(session, line);
 }
 
 void note_no_account()
@@ -159,7 +159,7 @@ int login_data(_s_pop* session, char const* word, char const* argument)
     if (argument == nullptr) {
         return -1;
     }
-    return exchange(session, std::string(word) + " " + argument + "\r\n");
+    return send_and_check(session, std::string(word) + " " + argument + "\r\n");
 }
 
 int pop_apop(_s_pop* session, char const* user, char const* password)

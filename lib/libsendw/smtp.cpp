@@ -37,7 +37,7 @@ int send_command(_s_smtp* session, std::string const& line)
 }
 
 // Writes a line of the step that is on and checks the reply; traces error when either fails.
-int exchange(_s_smtp* session, std::string const& line, char const* code, char const* error)
+int send_and_check(_s_smtp* session, std::string const& line, char const* code, char const* error)
 {
     if (send_command(session, line) != 0 || read_reply_and_check_code(session, code) != 0) {
         trace_msg(error);
@@ -51,7 +51,7 @@ int command(_s_smtp* session, step const& now, std::string const& line, char con
             char const* error)
 {
     session->book.now = now;
-    return exchange(session, line, code, error);
+    return send_and_check(session, line, code, error);
 }
 
 // An address as a reason names it.
@@ -171,7 +171,7 @@ int respond(_s_smtp* session, char const* before, std::string const& response, c
         return -1;
     }
     session->book.response = reinterpret_cast<char const*>(encoded.get());
-    return exchange(session, before + session->book.response + "\r\n", code, error);
+    return send_and_check(session, before + session->book.response + "\r\n", code, error);
 }
 
 // The step of a login; from now on nothing that is quoted contains the password.
