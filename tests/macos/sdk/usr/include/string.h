@@ -18,6 +18,7 @@ int    strcoll(char const* one, char const* other);
 char*  strcpy(char* to, char const* from);
 size_t strcspn(char const* text, char const* set);
 char*  strerror(int error) SDK_UNIX03(strerror);
+int    strerror_r(int error, char* text, size_t size);
 size_t strlen(char const* text);
 char*  strncat(char* to, char const* from, size_t size);
 int    strncmp(char const* one, char const* other, size_t size);
