@@ -141,13 +141,21 @@ TEST_P(NoMemory, ForAStringOfARecord)
         EXPECT_EQ(field.set(msg_, "short"), 0);
         int  result = 0;
         char text[64];
-        EXPECT_GT(until_it_succeeds([&] { return (result = field.set(msg_, long_string)) == 0; },
-                                    [&] {
-                                        EXPECT_EQ(result, -1);
-                                        EXPECT_EQ(field.get(msg_, text, sizeof text), 0);
-                                        EXPECT_STREQ(text, "short") << "the record is as it was";
-                                    }),
-                  0);
+        if (GetParam() == 1 && field.set == eml_msg_set_body) {
+            // A body that there is no memory to convert is stored as it is.
+            failing_new const limit(0, 1);
+            EXPECT_EQ(field.set(msg_, long_string), 0);
+            EXPECT_TRUE(failing_new::refused());
+        } else {
+            EXPECT_GT(
+                until_it_succeeds([&] { return (result = field.set(msg_, long_string)) == 0; },
+                                  [&] {
+                                      EXPECT_EQ(result, -1);
+                                      EXPECT_EQ(field.get(msg_, text, sizeof text), 0);
+                                      EXPECT_STREQ(text, "short") << "the record is as it was";
+                                  }),
+                0);
+        }
         // Reading needs none.
         failing_new const none(0);
         EXPECT_EQ(field.get(msg_, text, sizeof text), 0);
