@@ -153,9 +153,9 @@ TEST(BodiesOfAllSizes, AreSavedAsTheModelSays)
     void*          msg = nullptr;
     ASSERT_EQ(msg_create(&msg), 0);
     std::string& body = static_cast<_s_msg*>(msg)->body;
-    for (std::size_t const size : {65534u, 65535u, 65536u, 65537u, 65538u, 131072u, 131073u}) {
-        for (char const* const period : {"x", "\r", "\r\n", "\nab\r", "an ordinary line\r\n"}) {
-            for (std::size_t const nul : {size, std::size_t{65535}, std::size_t{65536}, size - 1}) {
+    for (std::size_t const size : {65535u, 65536u, 65537u}) {
+        for (char const* const period : {"\r", "\nab\r", "an ordinary line\r\n"}) {
+            for (std::size_t const nul : {size, size - 1}) {
                 SCOPED_TRACE(std::to_string(size) + " bytes, a NUL at " + std::to_string(nul));
                 body.clear();
                 while (body.size() < size) {
