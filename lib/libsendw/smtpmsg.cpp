@@ -180,6 +180,7 @@ int mail_text::begin(void* msg, std::vector<std::string>& out, conf_settings con
     }
     if (jis) {
         out.back() = std::move(body_);
+        body_.clear();
     }
     // Without memory for its beginning the whole body is left out: deliberate, see docs/ODDITIES.md.
     given_ = jis || out.back().empty() ? body_.size() : piece_size;

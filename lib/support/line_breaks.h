@@ -60,8 +60,8 @@ public:
                 if (room - count < 2) {
                     break;
                 }
-                std::memcpy(out + count, "\r\n", 2);
-                count += 2;
+                out[count++] = '\r';
+                out[count++] = '\n';
                 in_ += in_[0] == '\r' && in_[1] == '\n' ? 2 : 1;
                 opens_line_ = true;
             }
