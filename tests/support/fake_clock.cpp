@@ -3,6 +3,7 @@
 #include <atomic>
 
 #include "platform/clock.h"
+#include "platform/zone_lock.h"
 
 namespace
 {
@@ -27,7 +28,8 @@ int platform::wall_microseconds()
 
 std::tm platform::local_time(std::time_t seconds)
 {
-    std::tm local = {};
+    platform::zone_lock const alone;  // as the real one
+    std::tm                   local = {};
     ::tzset();
     ::localtime_r(&seconds, &local);
     return local;
