@@ -209,7 +209,7 @@ def check_run():
             require(seen == [wanted] * 2, f"./run demo calls cmake with {seen}")
             (work / "seen").unlink()
             installed = (work / "installed").read_text().splitlines()
-            require(installed == ["install cli11 nettle"], f"./run demo calls brew with {installed}")
+            require(installed == ["install cli11 nettle nlohmann-json"], f"./run demo calls brew with {installed}")
             (work / "installed").unlink()
             shutil.rmtree(work / "build")
         script(work / "bin/xcrun", "exit 1")

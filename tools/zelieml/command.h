@@ -1,0 +1,69 @@
+// command.h - how a command of the program takes part in its command line
+//
+// Each command has a file of its name with a function add_NAME, which adds the command with its
+// options to the program and says what runs it. Nothing runs before the whole command line is
+// understood.
+
+#ifndef ZELIEML_TOOLS_ZELIEML_COMMAND_H
+#define ZELIEML_TOOLS_ZELIEML_COMMAND_H
+
+#include <CLI/CLI.hpp>
+#include <functional>
+#include <string>
+
+namespace zelieml::program
+{
+
+// What most commands take.
+struct common_options {
+    std::string workdir;  // absolute, without links and without a separator at its end
+    bool        json = false;
+};
+
+// The program's command line: what was asked for.
+class command_line
+{
+public:
+    command_line();
+    command_line(command_line const&)            = delete;
+    command_line& operator=(command_line const&) = delete;
+
+    // The program, for commands to be added to.
+    CLI::App& app() { return app_; }
+
+    // add - a command of the program
+    //
+    // examples  lines for its --help, each a command that works as it stands; or empty
+    // run       returns the exit status (sysexits.h), or throws a failure
+    CLI::App& add(CLI::App& parent, std::string const& name, std::string const& what,
+                  std::string const& examples, std::function<int()> run);
+
+    // add_group - a command that only has commands of its own, one of which is required
+    CLI::App& add_group(std::string const& name, std::string const& what);
+
+    // add_workdir - the option -w, --workdir, and the environment's ZELIEML_WORKDIR
+    //
+    // The command does not run unless one of them names a directory that is there.
+    void add_workdir(CLI::App& command);
+
+    // add_json - the option --json
+    void add_json(CLI::App& command);
+
+    common_options const& options() const { return options_; }
+
+    // run - what the command line asks for. Returns the exit status; says on standard error what is
+    // wrong with the command line, or why the command failed.
+    int run(int argc, char** argv);
+
+private:
+    CLI::App             app_;
+    common_options       options_;
+    std::function<int()> chosen_;
+};
+
+// One for each command or group of commands, in the order of the help.
+void add_password(command_line& line);
+
+}  // namespace zelieml::program
+
+#endif

@@ -1,0 +1,13 @@
+// main.cpp - zelieml, the program: sends status mails and keeps the service that sends them
+//
+// Everything that the program does with mails it does through the library's two headers, as any
+// user of the library would.
+
+#include "tools/zelieml/command.h"
+
+int main(int argc, char** argv)
+{
+    zelieml::program::command_line line;
+    zelieml::program::add_password(line);
+    return line.run(argc, argv);
+}

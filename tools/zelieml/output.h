@@ -1,0 +1,28 @@
+// output.h - what the commands print
+
+#ifndef ZELIEML_TOOLS_ZELIEML_OUTPUT_H
+#define ZELIEML_TOOLS_ZELIEML_OUTPUT_H
+
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace zelieml::program
+{
+
+// Members in the order in which they were set.
+using json = nlohmann::ordered_json;
+
+// print_line - a line on standard output, which is flushed
+//
+// Throws a failure when it cannot be written.
+void print_line(std::string const& line);
+
+// print_json - the same with a JSON value; bytes that are no UTF-8 become U+FFFD
+void print_json(json const& value);
+
+// printable - a text from elsewhere, for a terminal: control characters become "?"
+std::string printable(std::string const& text);
+
+}  // namespace zelieml::program
+
+#endif
