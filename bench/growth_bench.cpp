@@ -3,9 +3,10 @@
 //     growth_bench WHAT N SMTP-PORT POP-PORT
 //     growth_bench post WORKDIR N
 //
-// WHAT  what there are N of: recipients, body (bytes), queue (waiting mails), start (files that an
-//       engine finds at its start), posters (processes), mailbox (mails), read or write (lines of
-//       the settings file that is read or written)
+// WHAT  what there are N of: recipients, body, line, short or japanese (bytes of a body of usual
+//       lines, of one line, of lines with one letter, in ISO-2022-JP), queue (waiting mails), start
+//       (files that an engine finds at its start), posters (processes), mailbox (mails), read or
+//       write (lines of the settings file that is read or written)
 //
 // Prints the microseconds of the work and by how many kilobytes memory grew for it at its peak. The
 // ports are those of the sink.
@@ -65,12 +66,25 @@ struct place {
 };
 
 // Sending a record that is there.
-cost sending(place const& at, std::string const& body, std::string const& to)
+cost sending(place const& at, std::string const& body, std::string const& to = usual_recipient,
+             eml_encoding encoding = eml_encoding_utf8)
 {
-    void* const msg  = make_mail(body, to);
-    cost const  took = cost_of([&] { at.check(post_and_wait(at.work, msg) == 0, "sending"); });
+    void* const msg = make_mail(body, to);
+    eml_msg_set_encoding(msg, encoding);
+    cost const took = cost_of([&] { at.check(post_and_wait(at.work, msg) == 0, "sending"); });
     eml_msg_destroy(msg);
     return took;
+}
+
+// As many whole lines as make up so many bytes, one at least.
+std::string repeated(std::string const& line, int bytes)
+{
+    std::string text;
+    text.reserve(static_cast<std::size_t>(bytes) + line.size());
+    do {
+        text += line;
+    } while (text.size() + line.size() <= static_cast<std::size_t>(bytes));
+    return text;
 }
 
 cost recipients(place const& at, int count)
@@ -84,7 +98,23 @@ cost recipients(place const& at, int count)
 
 cost body(place const& at, int bytes)
 {
-    return sending(at, text_of(static_cast<std::size_t>(bytes)), usual_recipient);
+    return sending(at, text_of(static_cast<std::size_t>(bytes)));
+}
+
+cost one_line(place const& at, int bytes)
+{
+    return sending(at, std::string(static_cast<std::size_t>(bytes), 'x'));
+}
+
+cost short_lines(place const& at, int bytes)
+{
+    return sending(at, repeated("x\n", bytes));
+}
+
+cost japanese(place const& at, int bytes)
+{
+    return sending(at, repeated("\x1b$BMQ;f$,$J$/$J$j$^$7$?!#\x1b(B\n", bytes), usual_recipient,
+                   eml_encoding_iso2022jp);
 }
 
 // A mail's time while so many wait.
@@ -189,7 +219,8 @@ cost write_setting(place const& at, int lines)
 int main(int argc, char** argv)
 try {
     std::map<std::string, cost (*)(place const&, int)> const all = {
-        {"recipients", recipients}, {"body", body},          {"queue", queue},
+        {"recipients", recipients}, {"body", body},          {"line", one_line},
+        {"short", short_lines},     {"japanese", japanese},  {"queue", queue},
         {"start", start},           {"posters", posters},    {"mailbox", mailbox},
         {"read", read_setting},     {"write", write_setting}};
 
