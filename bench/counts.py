@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""counts.py BUILD-FOLDER - system calls and instructions of one mail, held to limits
+"""counts.py BUILD-FOLDER - system calls and instructions of one mail, and memory, held to limits
 
 Counts with strace and valgrind's callgrind. What does not belong to a mail, such as the program's
 start, drops out of the difference of two runs. The name and the hosts file of the machine count
@@ -30,6 +30,8 @@ LIMITS = [
     ("a mail", ["post", "plain"], 67, 63_500),
     ("a mail, with a CRAM-MD5 login", ["post", "login"], 77, 87_300),
 ]
+# Kilobytes of memory that a program takes at its peak which sends mails, all its libraries included.
+MOST_KILOBYTES = 4_500
 
 
 def in_fixed_surroundings():
@@ -107,6 +109,11 @@ def instructions(command, scratch):
     return int(re.search(r"Collected : (\d+)", done.stderr)[1])
 
 
+def peak(command):
+    """Kilobytes of memory at the peak."""
+    return int(subprocess.run(command, check=True, capture_output=True, text=True).stdout)
+
+
 def count(build, words, ports, scratch, counter):
     """The results of a counter for few and for many mails."""
     results = []
@@ -138,6 +145,11 @@ def main():
                     each = (many - few) / (MANY - FEW)
                     good = each <= ROOM * most_instructions and good
                     print(f"{name}: {each:,.0f} instructions (at most {most_instructions:,})")
+            _, command = commands(build, ["post", "plain"], ports, MANY)
+            kilobytes = min(peak(command) for _ in range(5))
+            good = kilobytes <= ROOM * MOST_KILOBYTES and good
+            print(f"{MANY} mails: {kilobytes:,} KB of memory at the peak (at most "
+                  f"{MOST_KILOBYTES:,})")
     return 0 if good else 1
 
 

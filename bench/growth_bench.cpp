@@ -18,24 +18,13 @@
 
 #include "bench/engine.h"
 #include "bench/mail.h"
+#include "bench/memory.h"
 #include "bench/work_dir.h"
 
 namespace
 {
 
 constexpr int posts_each = 30;
-
-// Kilobytes of this process, by their name in its status file.
-long kilobytes(std::string const& name)
-{
-    std::ifstream status("/proc/self/status");
-    std::string   word;
-    long          size = 0;
-    while (status >> word && word != name) {
-    }
-    status >> size;
-    return size;
-}
 
 struct cost {
     double microseconds;

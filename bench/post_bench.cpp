@@ -1,7 +1,8 @@
 // post_bench.cpp - one message end to end: eml_post_sync beside a bare client
 //
 //     post_bench PORT ROUNDS CASE          by turns, and how they compare
-//     post_bench PORT ROUNDS CASE library  eml_post_sync only, for counting
+//     post_bench PORT ROUNDS CASE library  eml_post_sync only, for counting; prints the kilobytes of
+//                                          memory at the peak
 //
 // CASE  plain, login (CRAM-MD5) or large (a body of 20 MB)
 // PORT  that of a mail server on 127.0.0.1 that takes everything; its user is "user" with the
@@ -15,6 +16,7 @@
 
 #include "bench/bare_client.h"
 #include "bench/mail.h"
+#include "bench/memory.h"
 #include "bench/work_dir.h"
 
 namespace
@@ -159,6 +161,7 @@ try {
     for (int i = 0; i < rounds; ++i) {
         run.library();
     }
+    std::printf("%ld\n", kilobytes("VmHWM:"));
     return 0;
 } catch (std::exception const& error) {
     std::fprintf(stderr, "post_bench: %s\n", error.what());
