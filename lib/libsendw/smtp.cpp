@@ -54,6 +54,15 @@ int command(_s_smtp* session, step const& now, std::string const& line, char con
     return send_and_check(session, line, code, error);
 }
 
+// This host's name, looked up once.
+std::string const& own_name(_s_smtp* session)
+{
+    if (session->own_name.empty()) {
+        session->own_name = get_hostname();
+    }
+    return session->own_name;
+}
+
 // An address as a reason names it.
 char const* name_of(std::string const& address)
 {
@@ -222,6 +231,7 @@ int smtp_start_session(char const* host, int port, _s_smtp** out)
 int smtp_read_greeting(_s_smtp* session)
 {
     trace_msg("connect done.");
+    own_name(session);  // while the server makes its greeting
     if (read_reply_and_check_code(session, "220") != 0) {
         trace_msg("error:smtp start session");
         return -1;
@@ -236,7 +246,7 @@ void smtp_abandon_session(_s_smtp* session)
 
 int smtp_helo(_s_smtp* session)
 {
-    return command(session, {"HELO", "HELO"}, "helo " + get_hostname() + "\r\n", "250",
+    return command(session, {"HELO", "HELO"}, "helo " + own_name(session) + "\r\n", "250",
                    "error:smtp helo");
 }
 
@@ -401,7 +411,7 @@ int ehlo(_s_smtp* session, std::string& auth_line)
 {
     std::vector<std::string> lines;
     session->book.now = {"EHLO", "EHLO"};
-    if (send_command(session, "ehlo " + get_hostname() + "\r\n") != 0 ||
+    if (send_command(session, "ehlo " + own_name(session) + "\r\n") != 0 ||
         read_multiline_reply(session, lines) != 0) {
         trace_msg("error:read_multiline_reply");
         return -1;

@@ -30,6 +30,7 @@ struct _s_smtp {
     int         socket    = 0;      // valid while connected
     std::string reply     = {};     // the last reply, all its lines with their CR LF
     bool        connected = false;  // socket is open and belongs to this session
+    std::string own_name  = {};     // this host's; empty before the look-up
     step_book   book      = {"the server"};
 };
 

@@ -190,6 +190,16 @@ TEST_F(SmtpSession, GivesUpOnASilentGreeting)
     EXPECT_EQ(server.bytes(), "");
 }
 
+TEST_F(SmtpSession, LooksUpItsNameBeforeTheGreetingIsThere)
+{
+    set_host_name("client.test");
+    add_host("client.test", "192.0.2.10");
+    hand_held_session held;
+    held.pair.server_closes();
+    EXPECT_EQ(smtp_read_greeting(&held.session), -1);
+    EXPECT_EQ(held.session.own_name, "[192.0.2.10]");
+}
+
 TEST_F(SmtpSession, EndsOnlyOnce)
 {
     EXPECT_EQ(smtp_end_session(nullptr), -1);
