@@ -34,8 +34,8 @@ struct bench_case {
 };
 
 std::map<std::string, bench_case> const cases = {
-    {"plain", {false, 0, {1.8, 1.4}}},
-    {"login", {true, 0, {1.8, 1.4}}},
+    {"plain", {false, 0, {1.8, 1.25}}},
+    {"login", {true, 0, {1.8, 1.3}}},
     {"large", {false, 20'000'000, {2.6, 2.1}}},
 };
 
