@@ -5,7 +5,7 @@
  * gets.
  *
  * - [versions]: which library is this?
- * - [reasons]: which message a result is for, and why it was not sent.
+ * - [reasons]: which message a result is for, and why it was not sent, in words and as a number.
  * - [login tests with reasons]: the login tests, with buffers of known size.
  * - [more of received mails]: receiving with a reason; sender and subject as UTF-8.
  * - [the probe]: one conversation with the servers that the settings name, step by step.
@@ -77,11 +77,64 @@ ZELIEML_API const char *eml_version(void);
  *
  * The numbers 1002, 2001 and 2003 are reserved. A later version may add numbers.
  *
- * eml_cb_get_code gives the same, in four classes. See docs/REASONS.md for what to do.
+ * eml_cb_get_code gives the same, in four classes; eml_cb_get_cause says what went wrong there. See
+ * docs/REASONS.md for what to do.
  *
  * Returns 0. Returns -1, leaving *number unchanged, when an argument is null.
  */
 ZELIEML_API int eml_cb_get_number(void *cb, int *number);
+
+/* What went wrong, in the order in which eml_cb_get_cause describes it. */
+typedef enum eml_cause {
+    eml_cause_none        = 0,
+    eml_cause_memory      = 1,
+    eml_cause_file        = 2,
+    eml_cause_message     = 3,
+    eml_cause_settings    = 4,
+    eml_cause_unreachable = 5,
+    eml_cause_lost        = 6,
+    eml_cause_refused_now = 7,
+    eml_cause_refused     = 8,
+    eml_cause_protocol    = 9,
+    eml_cause_32_bits     = -0x7fffffff - 1 /* so that every 32-bit value may be passed */
+} eml_cause;
+
+/*
+ * eml_cb_get_cause - what went wrong, for a program that decides what to do
+ *
+ * cb     the record
+ * cause  receives one of these:
+ *
+ *   eml_cause_none         nothing: the mail was sent
+ *   eml_cause_memory       there is no memory
+ *   eml_cause_file         the message could not be saved or read, or its file may not be sent
+ *   eml_cause_message      the message cannot be sent as it is: no recipient, an address too long
+ *   eml_cause_settings     a setting is missing, wrong, or cannot be read
+ *   eml_cause_unreachable  the server was not found, or not reached
+ *   eml_cause_lost         no greeting, no answer, or the connection ended
+ *   eml_cause_refused_now  refused for now, try again later: an SMTP reply 4yz; a POP3 reply with
+ *                          IN-USE, LOGIN-DELAY or SYS/TEMP
+ *   eml_cause_refused      refused for good: an SMTP reply 5yz; any other POP3 reply -ERR
+ *   eml_cause_protocol     the server answered what it must not, or what is no reply
+ *
+ * A later version may add causes. Without memory for a reason there is a cause all the same.
+ *
+ * Returns 0. Returns -1, leaving *cause unchanged, when an argument is null.
+ */
+ZELIEML_API int eml_cb_get_cause(void *cb, eml_cause *cause);
+
+/*
+ * eml_cb_get_step - the name of the step that failed
+ *
+ * cb    the record
+ * buf   receives the name and its NUL, at most 32 bytes: a step of eml_probe; "message" when the
+ *       message could not be saved, read or composed; "data" or "text"; "stat", "retr" or "dele" of
+ *       receiving. Empty when no step failed, or none is known, as for lack of memory.
+ * size  bytes at buf
+ *
+ * Returns 0. Returns -1, leaving buf unchanged, when an argument is null or the name does not fit.
+ */
+ZELIEML_API int eml_cb_get_step(void *cb, char *buf, int size);
 
 /*
  * eml_cb_get_attempt - which attempt at the message this was
@@ -177,6 +230,22 @@ ZELIEML_API int eml_receive_mails_sized(void *server, void *list, const char *do
                                         int reply_size, char *reason, int reason_size);
 
 /*
+ * eml_receive_mails_result - fetch all mails of a mailbox, with a result record
+ *
+ * server, list, domains  as for eml_receive_mails, which says what is deleted
+ * result                 receives the result record; free it with eml_cb_delete. Null when there
+ *                        was no memory for a record.
+ *
+ * The record has no file, and 1 as its attempt. Its message is the server's last line. Its number
+ * is one of the POP3 server; 100 as well when the record of the server lacks something, a mail could
+ * not be fetched, or the server deletes nothing.
+ *
+ * Returns what eml_receive_mails returns. Returns -1 with no record when result is null.
+ */
+ZELIEML_API int eml_receive_mails_result(void *server, void *list, const char *domains,
+                                         void **result);
+
+/*
  * eml_receive_msg_get_sender_utf8, _subject_utf8, _messageid, _date - copy a header field of a mail
  *
  * list   the list, filled by eml_receive_mails or eml_receive_mails_sized
@@ -226,6 +295,7 @@ typedef struct eml_probe_step {
     double            seconds; /* that the step took */
     const char       *reply;   /* the server's reply, its lines with CR LF; or empty */
     const char       *reason;  /* why it failed, or the remark; or empty */
+    eml_cause         cause;   /* of eml_cb_get_cause, likewise; eml_cause_none unless it failed */
 } eml_probe_step;
 
 /*

@@ -14,6 +14,7 @@
 #include "support/attempt_note.h"
 #include "support/c_boundary.h"
 #include "support/format.h"
+#include "support/step_names.h"
 
 namespace zelieml
 {
@@ -128,8 +129,9 @@ int set_smtp(void* server, char const* host, char const* user, char const* passw
 int pop_access(_s_mailserver const* server, bool use_wait, std::string& reply)
 {
     if (server == nullptr || server->pop_auth_type == nullptr) {
-        note_reason(server == nullptr ? "no server record is given"
-                                      : "no way to log in to the POP3 server is given");
+        note_failure(eml_cause_settings, step_name::settings,
+                     server == nullptr ? "no server record is given"
+                                       : "no way to log in to the POP3 server is given");
         return send_other_failure;
     }
     // Anything but "pop" means APOP here, whereas receiving asks for "apop": deliberate, see
@@ -147,8 +149,9 @@ int access_receive(_s_mailserver const* server, std::string& reply)
 int access_send(_s_mailserver* server, char const* pop_before_smtp, std::string& reply)
 {
     if (server == nullptr || pop_before_smtp == nullptr) {
-        note_reason(server == nullptr ? "no server record is given"
-                                      : "no switch for POP before SMTP is given");
+        note_failure(eml_cause_settings, step_name::settings,
+                     server == nullptr ? "no server record is given"
+                                       : "no switch for POP before SMTP is given");
         return send_other_failure;
     }
     server->pop_before_smtp = pop_before_smtp;

@@ -25,7 +25,8 @@ int get_value(void* cb, Value _s_cb::*member, Value* value)
 }
 
 // Copies a member of a record that is a string.
-int get_text(void* cb, std::string _s_cb::*member, char* buf, int size)
+template <class Text>
+int get_text(void* cb, Text _s_cb::*member, char* buf, int size)
 {
     if (cb == nullptr) {
         return -1;
@@ -91,17 +92,24 @@ int cb_get_seconds(void* cb, double* seconds)
     return get_value(cb, &_s_cb::seconds, seconds);
 }
 
+int cb_get_cause(void* cb, eml_cause* cause)
+{
+    return get_value(cb, &_s_cb::cause, cause);
+}
+
 int cb_get_file(void* cb, char* buf, int size)
 {
-    if (cb == nullptr) {
-        return -1;
-    }
-    return copy_to_caller(static_cast<_s_cb*>(cb)->file, buf, size);
+    return get_text(cb, &_s_cb::file, buf, size);
 }
 
 int cb_get_reason(void* cb, char* buf, int size)
 {
     return get_text(cb, &_s_cb::reason, buf, size);
+}
+
+int cb_get_step(void* cb, char* buf, int size)
+{
+    return get_text(cb, &_s_cb::step, buf, size);
 }
 
 }  // namespace zelieml

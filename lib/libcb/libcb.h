@@ -7,7 +7,7 @@
 
 #include <string>
 
-#include "zelieml.h"
+#include "zelieml_ext.h"
 
 namespace zelieml
 {
@@ -15,11 +15,13 @@ namespace zelieml
 // The path of a file has at most 399 bytes: an engine takes no longer one.
 struct _s_cb {
     eml_send_e  code;
-    std::string message;             // the server's last reply, or empty
-    int         number  = 0;         // the result number
-    int         attempt = 0;         // 1 or 2; 0 when there was none
-    double      seconds = 0;         // that it took
-    std::string reason;              // why the mail was not sent, or empty
+    std::string message;      // the server's last reply, or empty
+    int         number  = 0;  // the result number
+    int         attempt = 0;  // 1 or 2; 0 when there was none
+    double      seconds = 0;  // that it took
+    std::string reason;       // why the mail was not sent, or empty
+    eml_cause   cause     = eml_cause_none;
+    char const* step      = "";      // that failed, of step_names.h, or empty
     char        file[400] = {'\0'};  // the message file, or empty
 };
 
@@ -57,9 +59,13 @@ int cb_get_number(void* cb, int* number);
 int cb_get_attempt(void* cb, int* attempt);
 int cb_get_seconds(void* cb, double* seconds);
 
-// cb_get_file, cb_get_reason - copy a string; arguments and result as for cb_get_message
+// cb_get_cause - read the cause. Returns 0, or -1 for a null argument.
+int cb_get_cause(void* cb, eml_cause* cause);
+
+// cb_get_file, cb_get_reason, cb_get_step - copy a string; arguments and result as for cb_get_message
 int cb_get_file(void* cb, char* buf, int size);
 int cb_get_reason(void* cb, char* buf, int size);
+int cb_get_step(void* cb, char* buf, int size);
 
 }  // namespace zelieml
 

@@ -32,6 +32,8 @@ void add_note(_s_cb& record, int result)
     record.seconds = note->seconds();
     copy_cut(note->file, record.file, sizeof record.file);
     if (result != send_ok) {
+        record.cause = note->cause;
+        record.step  = note->step;
         contained([&] { record.reason = note->reason; });
     }
 }

@@ -23,6 +23,7 @@
 #include "support/c_boundary.h"
 #include "support/format.h"
 #include "support/interface.h"
+#include "support/step_names.h"
 
 namespace zelieml
 {
@@ -51,10 +52,11 @@ void drop_empty_claim(char const* path)
 void note_not_saved(char const* workdir, void const* msg, int error)
 {
     if (msg == nullptr) {
-        note_reason("no message is given");
+        note_failure(eml_cause_message, step_name::message, "no message is given");
     } else {
-        note_reason("the message cannot be saved in %s: %s", workdir,
-                    platform::error_text(error).c_str());
+        note_failure(error == ENOMEM ? eml_cause_memory : eml_cause_file, step_name::message,
+                     "the message cannot be saved in %s: %s", workdir,
+                     platform::error_text(error).c_str());
     }
 }
 
@@ -75,7 +77,7 @@ int not_saved(char const* path)
 int save_message(char const* workdir, void* msg, char (&path)[fullpath_size], message_file& file)
 {
     if (workdir == nullptr) {
-        note_reason("no work directory is given");
+        note_failure(eml_cause_file, step_name::message, "no work directory is given");
         return -1;
     }
     if (create_fullpath(workdir, path, file) != 0) {
@@ -122,7 +124,8 @@ int create_fullpath(char const* workdir, char (&out)[fullpath_size], message_fil
 
     int const year = modify_year(now.tm_year);
     if (form('/', year) == -1) {
-        note_reason("the message cannot be saved: the path of the work directory is too long");
+        note_failure(eml_cause_file, step_name::message,
+                     "the message cannot be saved: the path of the work directory is too long");
         return -1;
     }
     if (claim(out, file)) {
@@ -138,7 +141,8 @@ int create_fullpath(char const* workdir, char (&out)[fullpath_size], message_fil
         return 0;
     }
     trace_msg("error:existing file:%s");
-    note_reason("the message cannot be saved: there is already a file %s", out);
+    note_failure(eml_cause_file, step_name::message,
+                 "the message cannot be saved: there is already a file %s", out);
     return -1;
 }
 

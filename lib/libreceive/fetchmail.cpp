@@ -7,6 +7,7 @@
 
 #include "liblog/trace.h"
 #include "support/attempt_note.h"
+#include "support/step_names.h"
 
 namespace zelieml
 {
@@ -33,6 +34,7 @@ int open_mailbox(_s_pop* session, _s_mailserver const& server, int& count)
     int const login = pop_log_in(session, server.pop_user, server.pop_password, is_apop(server));
     if (login != pop_ok) {
         trace_msg(refused_step(login));
+        note_result(login);
         return -1;
     }
     int size = 0;
@@ -64,7 +66,8 @@ template <class Work>
 int with_mailbox(_s_mailserver const& server, std::string& reply, Work&& work)
 {
     if (server.pop_auth_type == nullptr) {
-        note_reason("the server record has no POP3 server");
+        note_failure(eml_cause_settings, step_name::settings,
+                     "the server record has no POP3 server");
         return -1;
     }
     pop_holder session;
@@ -72,6 +75,7 @@ int with_mailbox(_s_mailserver const& server, std::string& reply, Work&& work)
     int const  started = pop_start_session(server.pop_host, server.pop_port, session.out());
     if (started != 0) {
         trace_msg("error: pop_start_session");
+        note_result(pop_start_failed);
     }
     if (started != 0 || open_mailbox(session.get(), server, count) != 0 ||
         work(session.get(), count) != 0) {

@@ -5,12 +5,15 @@
 #include <limits>
 #include <utility>
 
+#include "libemlw/callback.h"
 #include "liblog/trace.h"
 #include "libreceive/analyze.h"
 #include "libreceive/encoded_words.h"
+#include "libsendw/libsendw.h"
 #include "support/attempt_note.h"
 #include "support/c_boundary.h"
 #include "support/format.h"
+#include "support/step_names.h"
 
 namespace zelieml
 {
@@ -78,6 +81,19 @@ int get_field(void* list, mail_field field, std::string (*text)(std::string cons
     return copy_to_caller(text(get_mail_field(header, field)), buffer, length);
 }
 
+// receive_mails that throws nothing, but notes lack of memory.
+int noted_receive(void* server, void* list, char const* domains, std::string& last_line)
+{
+    constexpr int thrown = -2;
+    int const     result =
+        at_c_boundary(thrown, [&] { return receive_mails(server, list, domains, &last_line); });
+    if (result == thrown) {
+        note_no_memory();
+        return -1;
+    }
+    return result;
+}
+
 }  // namespace
 
 int receive_msg_create(void** list)
@@ -108,7 +124,8 @@ int receive_msg_count(void* list)
 int receive_mails(void* server, void* list, char const* domains, std::string* reply)
 {
     if (server == nullptr || list == nullptr) {
-        note_reason("there is no server record, or no list");
+        note_failure(eml_cause_settings, step_name::settings,
+                     "there is no server record, or no list");
         return -1;
     }
     auto& received = *static_cast<_s_receive_msg*>(list);
@@ -128,7 +145,8 @@ int receive_mails(void* server, void* list, char const* domains, std::string* re
             collected.header.push_back(read_mail_header(mail));
         }
         if (remaining >= 1 && watch.reached(remaining, mail)) {
-            note_reason("the server does not delete: it sends the same mail again and again");
+            note_failure(eml_cause_protocol, step_name::dele,
+                         "the server does not delete: it sends the same mail again and again");
             trace_msg("error:process_one_mail");
             return -1;
         }
@@ -158,16 +176,23 @@ int receive_mails_sized(void* server, void* list, char const* domains, char* rep
 {
     noting_attempt const attempt;
     std::string          last_line;
-    constexpr int        thrown = -2;
-    int                  result =
-        at_c_boundary(thrown, [&] { return receive_mails(server, list, domains, &last_line); });
-    if (result == thrown) {
-        note_no_memory();
-        result = -1;
-    }
+    int const            result = noted_receive(server, list, domains, last_line);
     copy_cut(last_line.c_str(), reply, reply_size);
     copy_cut(result != 0 ? attempt->reason : "", reason, reason_size);
     return result;
+}
+
+int receive_mails_result(void* server, void* list, char const* domains, void** result)
+{
+    if (result == nullptr) {
+        return -1;
+    }
+    noting_attempt const attempt(1);
+    std::string          last_line;
+    int const            status = noted_receive(server, list, domains, last_line);
+    int const            failed = attempt->result != 0 ? attempt->result : send_other_failure;
+    *result                     = create_callback_info(status == 0 ? send_ok : failed, last_line);
+    return status;
 }
 
 int process_one_mail(_s_mailserver const& server, std::int32_t& remaining,

@@ -69,6 +69,14 @@ int receive_mails(void* server, void* list, char const* domains, std::string* re
 int receive_mails_sized(void* server, void* list, char const* domains, char* reply, int reply_size,
                         char* reason, int reason_size);
 
+// receive_mails_result - receive_mails, with a result record
+//
+// result  receives the record, which the caller frees with cb_destroy, or null when there is no
+//         memory; null is a failure with nothing done
+//
+// Returns what receive_mails returns, and -1 when there is no memory.
+int receive_mails_result(void* server, void* list, char const* domains, void** result);
+
 // receive_msg_get_from, receive_msg_get_subject - copy a line without its "From: " or "Subject: "
 //
 // list    the list

@@ -18,6 +18,7 @@
 #include "platform/error_text.h"
 #include "support/attempt_note.h"
 #include "support/number.h"
+#include "support/step_names.h"
 
 namespace zelieml
 {
@@ -75,7 +76,7 @@ int _send_rcptto(_s_smtp* session, void* msg)
     std::vector<std::string> addresses;
     if (smtpmsg_split_address(list, addresses) != 0) {
         trace_msg("error:smtpmsg_split_address");
-        note_reason("the message has no recipient");
+        note_failure(eml_cause_message, step_name::recipient, "the message has no recipient");
         return -1;
     }
     std::vector<std::string> unique;
@@ -93,7 +94,8 @@ int _send_text(_s_smtp* session, void* msg, conf_settings const& conf)
     mail_text                text;
     std::vector<std::string> lines;
     if (text.begin(msg, lines, conf) != 0) {
-        note_reason("the text of the mail cannot be composed");
+        note_failure(eml_cause_message, step_name::message,
+                     "the text of the mail cannot be composed");
         return -1;
     }
     while (!text.done()) {
@@ -120,11 +122,14 @@ int _send_message(_s_smtp* session, void* msg, conf_settings const& conf)
 void note_not_loaded(message_file const& message, int error)
 {
     if (!message && (message.error() == EPERM || message.error() == ELOOP)) {
-        note_reason("the message file is not to be sent: it is a link or no regular file, has a "
-                    "second name, is somebody else's, or is too large");
+        note_failure(eml_cause_file, step_name::message,
+                     "the message file is not to be sent: it is a link or no regular file, has a "
+                     "second name, is somebody else's, or is too large");
     } else {
-        note_reason("the message file cannot be %s: %s", message ? "read" : "opened",
-                    platform::error_text(message ? error : message.error()).c_str());
+        int const cause = message ? error : message.error();
+        note_failure(cause == ENOMEM ? eml_cause_memory : eml_cause_file, step_name::message,
+                     "the message file cannot be %s: %s", message ? "read" : "opened",
+                     platform::error_text(cause).c_str());
     }
 }
 

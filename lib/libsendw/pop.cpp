@@ -65,7 +65,7 @@ int command(_s_pop* session, step const& now, std::string const& line)
 
 void note_no_account()
 {
-    note_reason("no account or no password is given");
+    note_failure(eml_cause_settings, step_name::pop_login, "no account or no password is given");
 }
 
 // A step of the login.
@@ -131,7 +131,7 @@ void store_number(char const* token, int* number)
 
 int pop_start_session(char const* host, int port, _s_pop** out)
 {
-    return connect_session(host, port, out, "IP:%s Port:%d") == 0 ? pop_read_greeting(*out) : -1;
+    return connect_session(host, port, out, pop_connecting) == 0 ? pop_read_greeting(*out) : -1;
 }
 
 int pop_read_greeting(_s_pop* session)
@@ -146,12 +146,12 @@ void pop_abandon_session(_s_pop* session)
 
 int pop_user(_s_pop* session, char const* user)
 {
-    return log_in(session, {"USER", "the user ", user}, "user", user);
+    return log_in(session, {step_name::pop_login, "USER", "the user ", user}, "user", user);
 }
 
 int pop_passwd(_s_pop* session, char const* password)
 {
-    return send_password(session, {"PASS", "the password"}, password);
+    return send_password(session, {step_name::pop_login, "PASS", "the password"}, password);
 }
 
 int login_data(_s_pop* session, char const* word, char const* argument)
@@ -171,8 +171,12 @@ int pop_apop(_s_pop* session, char const* user, char const* password)
     }
     session->book.password = password;
     std::string text;
+    session->book.now = {step_name::pop_login, "APOP", "APOP for ", user};
     if (find_challenge(session->reply, text) != 0) {
-        note_reply(session->book, "offers no APOP", session->reply);
+        // Without a time stamp the settings are wrong, unless the greeting is a refusal.
+        eml_cause const cause = cause_of_reply(session->reply);
+        note_reply(session->book, cause != eml_cause_protocol ? cause : eml_cause_settings,
+                   "offers no APOP", session->reply);
         return -1;
     }
     text += password;
@@ -181,12 +185,13 @@ int pop_apop(_s_pop* session, char const* user, char const* password)
         icryptw().md5(reinterpret_cast<unsigned char const*>(text.data()), text.size()));
     if (!digest) {
         trace_msg("error:crypt::md5");
-        note_reason("the response to APOP cannot be computed");
+        note_failure(eml_cause_memory, step_name::pop_login,
+                     "the response to APOP cannot be computed");
         return -1;
     }
     session->book.response = digest_text(digest);
-    if (command(session, {"APOP", "APOP for ", user},
-                std::string("apop ") + user + " " + session->book.response + "\r\n") != 0) {
+    if (send_and_check(session,
+                       std::string("apop ") + user + " " + session->book.response + "\r\n") != 0) {
         return -1;
     }
     trace_msg("pop_apop out");
@@ -201,18 +206,19 @@ int pop_log_in(_s_pop* session, char const* user, char const* password, bool apo
     if (pop_user(session, user) != 0) {
         return pop_user_refused;
     }
-    int const passed = send_password(session, {"PASS", "the password of ", user}, password);
+    int const passed =
+        send_password(session, {step_name::pop_login, "PASS", "the password of ", user}, password);
     return passed == 0 ? pop_ok : pop_pass_refused;
 }
 
 int pop_stat(_s_pop* session, int* count, int* size)
 {
-    if (command(session, {"STAT", "STAT"}, "stat\r\n") != 0) {
+    if (command(session, {step_name::stat, "STAT", "STAT"}, "stat\r\n") != 0) {
         return -1;
     }
     if (session->reply.size() > max_stat_length) {
         trace_msg("error:BufLen");
-        note_reason("the answer to STAT is too long");
+        note_failure(eml_cause_protocol, step_name::stat, "the answer to STAT is too long");
         return -1;
     }
 
@@ -226,7 +232,8 @@ int pop_stat(_s_pop* session, int* count, int* size)
 
 int pop_retr(_s_pop* session, int number)
 {
-    return command(session, {"RETR", "RETR"}, "retr " + std::to_string(number) + "\r\n");
+    return command(session, {step_name::retr, "RETR", "RETR"},
+                   "retr " + std::to_string(number) + "\r\n");
 }
 
 int pop_retr_alllines(_s_pop* session, int number, std::vector<std::string>& lines, bool& over)
@@ -244,12 +251,13 @@ int pop_retr_alllines(_s_pop* session, int number, std::vector<std::string>& lin
 
 int pop_dele(_s_pop* session, int number)
 {
-    return command(session, {"DELE", "DELE"}, "dele " + std::to_string(number) + "\r\n");
+    return command(session, {step_name::dele, "DELE", "DELE"},
+                   "dele " + std::to_string(number) + "\r\n");
 }
 
 int pop_quit(_s_pop* session)
 {
-    session->book.now = {"POP3 QUIT", "QUIT"};
+    session->book.now = {step_name::pop_quit, "POP3 QUIT", "QUIT"};
     return send_command(session, "quit\r\n") == 0 ? read_reply(session) : -1;
 }
 

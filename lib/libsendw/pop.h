@@ -37,8 +37,12 @@ struct _s_pop {
     int         socket    = 0;      // valid while connected
     std::string reply     = {};     // the last line read, with its line end
     bool        connected = false;  // socket is open and belongs to this session
-    step_book   book      = {"the POP3 server"};
+    step_book   book = {"the POP3 server", {step_name::pop_greeting, nullptr, "the connection"}};
 };
+
+// How connecting to a POP3 server is noted and traced.
+inline constexpr connect_steps pop_connecting = {step_name::pop_look_up, step_name::pop_connect,
+                                                 "IP:%s Port:%d"};
 
 // pop_start_session - connect and read the greeting
 //

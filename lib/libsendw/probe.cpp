@@ -18,6 +18,7 @@
 #include "support/c_boundary.h"
 #include "support/format.h"
 #include "support/number.h"
+#include "support/step_names.h"
 
 namespace zelieml
 {
@@ -78,7 +79,8 @@ public:
     bool in_child() const { return ::getpid() != process_; }
 
 private:
-    bool tell(eml_probe_outcome outcome, int number, char const* reason);
+    bool tell(eml_probe_outcome outcome, int number, char const* reason,
+              eml_cause cause = eml_cause_none);
 
     std::string reply() const { return reply_ ? without_secrets(*book_, *reply_) : kept_; }
 
@@ -98,8 +100,8 @@ void reporter::begins(char const* name)
 {
     name_ = name;
     kept_.clear();
-    note_->reason[0] = '\0';
-    note_->begin     = std::chrono::steady_clock::now();
+    note_->forget();
+    note_->begin = std::chrono::steady_clock::now();
 }
 
 bool reporter::ends(int status, int number, char const* remark)
@@ -108,7 +110,7 @@ bool reporter::ends(int status, int number, char const* remark)
         return tell(*remark == '\0' ? eml_probe_ok : eml_probe_remark, 0, remark);
     }
     failed_ = true;
-    tell(eml_probe_failed, number, note_->reason);
+    tell(eml_probe_failed, number, note_->reason, note_->cause);
     return false;
 }
 
@@ -123,12 +125,12 @@ bool reporter::ends_extra(int status, char const* when_failed, char const* remar
     return false;
 }
 
-bool reporter::tell(eml_probe_outcome outcome, int number, char const* reason)
+bool reporter::tell(eml_probe_outcome outcome, int number, char const* reason, eml_cause cause)
 {
     double const         seconds = note_->seconds();
     std::string const    said    = reply();
-    eml_probe_step const told    = {sizeof told, outcome, number,       name_,
-                                    server_,     seconds, said.c_str(), reason};
+    eml_probe_step const told    = {sizeof told, outcome,      number, name_, server_,
+                                    seconds,     said.c_str(), reason, cause};
     contained([&] { proc_(&told, user_); });
     return !in_child();
 }
@@ -167,7 +169,7 @@ public:
 
     bool look_at_settings(char const* conf_fullpath)
     {
-        report_.begins("settings");
+        report_.begins(step_name::settings);
         int const number = read(read_send_settings(conf_fullpath));
         return report_.ends(number, number);
     }
@@ -183,8 +185,8 @@ private:
     bool try_envelope(_s_smtp* session);
     bool look_at_offer(_s_smtp* session);
 
-    bool connects(server_addr const& server, char const* look_up, char const* connect,
-                  char const* trace, int number, int& socket, bool& connected);
+    bool connects(server_addr const& server, connect_steps const& steps, int number, int& socket,
+                  bool& connected);
 
     // Begins a step of the SMTP session. A command that cannot be sent has no reply.
     void begins(char const* name, _s_smtp* session)
@@ -232,19 +234,19 @@ int probing::read(conf_settings const& conf)
     return send_ok;
 }
 
-// The first two steps to a server. trace is given before connecting.
-bool probing::connects(server_addr const& server, char const* look_up, char const* connect,
-                       char const* trace, int number, int& socket, bool& connected)
+// The first two steps to a server.
+bool probing::connects(server_addr const& server, connect_steps const& steps, int number,
+                       int& socket, bool& connected)
 {
     int const port = text_to_int(server.port);
     report_.talks_to(server, port);
-    report_.begins(look_up);
+    report_.begins(steps.look_up);
     unsigned long address = sock_no_address;
-    if (!report_.ends(sock_find_host(server.host, address), number)) {
+    if (!report_.ends(sock_find_host(server.host, address, steps), number)) {
         return false;
     }
-    report_.begins(connect);
-    int const status = sock_connect_found(server.host, address, port, socket, trace);
+    report_.begins(steps.connect);
+    int const status = sock_connect_found(server.host, address, port, socket, steps);
     connected        = status == 0;
     return report_.ends(status, number);
 }
@@ -257,7 +259,7 @@ bool probing::pop_before_smtp()
     if (!pop_session()) {
         return false;
     }
-    report_.begins("pop wait");
+    report_.begins(step_name::pop_wait);
     platform::sleep_microseconds(std::int64_t{wait_ms_} * 1000);
     return report_.ends(0, 0);
 }
@@ -266,22 +268,22 @@ bool probing::pop_session()
 {
     pop_holder    held(new _s_pop());
     _s_pop* const session = held.get();
-    if (!connects(pop_server_, "pop look-up", "pop connect", "IP:%s Port:%d", pop_start_failed,
-                  session->socket, session->connected)) {
+    if (!connects(pop_server_, pop_connecting, pop_start_failed, session->socket,
+                  session->connected)) {
         return false;
     }
     report_.listens_to(*session);
-    report_.begins("pop greeting");
+    report_.begins(step_name::pop_greeting);
     if (!report_.ends(pop_read_greeting(session), pop_start_failed)) {
         return false;
     }
-    report_.begins("pop login");
+    report_.begins(step_name::pop_login);
     int const  number = pop_log_in(session, pop_account_.user, pop_account_.password, apop_);
     bool const quits  = report_.ends(number, number);
     if (report_.in_child()) {
         return false;  // the connection is the parent's
     }
-    report_.begins("pop quit");
+    report_.begins(step_name::pop_quit);
     session->reply.clear();
     int const status = quits ? pop_quit(session) : -1;
     report_.keeps_reply();
@@ -293,12 +295,12 @@ bool probing::smtp_session()
 {
     smtp_holder    held(new _s_smtp());
     _s_smtp* const session = held.get();
-    if (!connects(server_, "look-up", "connect", "connect IP:%s Port:%d", send_not_connected,
-                  session->socket, session->connected)) {
+    if (!connects(server_, smtp_connecting, send_not_connected, session->socket,
+                  session->connected)) {
         return false;
     }
     report_.listens_to(*session);
-    report_.begins("greeting");
+    report_.begins(step_name::greeting);
     if (!report_.ends(smtp_read_greeting(session), send_not_connected)) {
         return false;
     }
@@ -306,7 +308,7 @@ bool probing::smtp_session()
     if (report_.in_child()) {
         return false;  // the connection is the parent's
     }
-    begins("quit", session);
+    begins(step_name::quit, session);
     int const status = quits ? smtp_quit(session) : -1;
     report_.keeps_reply();
     smtp_end_session(held.release());
@@ -319,21 +321,21 @@ bool probing::converse(_s_smtp* session)
     if (logs_in_) {
         return log_in(session) && try_envelope(session);
     }
-    begins("helo", session);
+    begins(step_name::helo, session);
     return report_.ends(smtp_helo(session), send_helo_refused) && try_envelope(session) &&
            look_at_offer(session);
 }
 
 bool probing::log_in(_s_smtp* session)
 {
-    begins("ehlo", session);
+    begins(step_name::ehlo, session);
     std::string offer;
     step_text   text;
     int const   status = ehlo(session, offer);
     if (!report_.ends(status, send_not_authenticated, login_remark(auth_type_, offer, text))) {
         return false;
     }
-    begins("login", session);
+    begins(step_name::login, session);
     return report_.ends(auth(session, auth_type_, account_.user, account_.password, offer),
                         send_not_authenticated);
 }
@@ -343,21 +345,21 @@ bool probing::try_envelope(_s_smtp* session)
     if (recipient_ == nullptr) {
         return true;
     }
-    begins("sender", session);
+    begins(step_name::sender, session);
     if (!report_.ends(smtp_mailfrom(session, sender_), send_message_refused)) {
         return false;
     }
-    begins("recipient", session);
+    begins(step_name::recipient, session);
     if (!report_.ends(smtp_rcptto(session, {recipient_}), send_message_refused)) {
         return false;
     }
-    begins("reset", session);
+    begins(step_name::reset, session);
     return report_.ends_extra(smtp_reset(session), "RSET failed, which no mail sends");
 }
 
 bool probing::look_at_offer(_s_smtp* session)
 {
-    begins("offer", session);
+    begins(step_name::offer, session);
     std::string offer;
     int const   status = ehlo(session, offer);
     return report_.ends_extra(status, "EHLO failed, which test_smtp_auth needs, but mails do not",

@@ -14,6 +14,7 @@
 #include "support/attempt_note.h"
 #include "support/format.h"
 #include "support/number.h"
+#include "support/step_names.h"
 
 namespace zelieml
 {
@@ -49,15 +50,16 @@ void note_setting(char const* key, conf_settings const& conf)
 {
     char const* const line = conf.find(key);
     if (!conf.has_path()) {
-        note_no_memory();
+        note_no_memory(step_name::settings);
     } else if (line == nullptr && conf.error() == EINVAL) {
-        note_reason("settings: %s is not a regular file", conf.path());
+        note_failure(eml_cause_settings, step_name::settings, "settings: %s is not a regular file",
+                     conf.path());
     } else if (line == nullptr && conf.error() != 0) {
-        note_reason("settings: %s cannot be read: %s", conf.path(),
-                    platform::error_text(conf.error()).c_str());
+        note_failure(eml_cause_settings, step_name::settings, "settings: %s cannot be read: %s",
+                     conf.path(), platform::error_text(conf.error()).c_str());
     } else {
-        note_reason("settings: %s %s in %s", key, line == nullptr ? "is missing" : "has no \"=\"",
-                    conf.path());
+        note_failure(eml_cause_settings, step_name::settings, "settings: %s %s in %s", key,
+                     line == nullptr ? "is missing" : "has no \"=\"", conf.path());
     }
 }
 
@@ -101,7 +103,8 @@ int get_userinfo(char const* account_key, char const* passwd_key, userinfo& info
         icryptw().decrypt_passwd(reinterpret_cast<unsigned char*>(info.password)));
     if (!clear) {
         trace_msg("error:crypt::decrypt_passwd");
-        note_reason("settings: %s in %s cannot be decrypted", passwd_key, conf.path());
+        note_failure(eml_cause_settings, step_name::settings,
+                     "settings: %s in %s cannot be decrypted", passwd_key, conf.path());
         return -1;
     }
     // Fits: it is half as long as its stored form.

@@ -15,20 +15,20 @@ namespace zelieml
 
 // connect_session - make a session and connect it, for smtp_start_session and pop_start_session
 //
-// host, port, step  see sock_connect_host
-// out               receives the session, null only when there is no memory; see the callers
+// host, port, steps  see sock_connect_host
+// out                receives the session, null only when there is no memory; see the callers
 //
 // Returns 0 or -1.
 template <class Session>
-int connect_session(char const* host, int port, Session** out, char const* step)
+int connect_session(char const* host, int port, Session** out, connect_steps const& steps)
 {
     auto* const session = new (std::nothrow) Session();
     *out                = session;
     if (session == nullptr) {
-        note_no_memory();
+        note_no_memory(steps.connect);
         return -1;
     }
-    if (sock_connect_host(host, port, session->socket, step) != 0) {
+    if (sock_connect_host(host, port, session->socket, steps) != 0) {
         return -1;
     }
     session->connected = true;

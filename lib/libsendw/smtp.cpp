@@ -71,11 +71,11 @@ char const* name_of(std::string const& address)
 
 int _smtp_rcptto(_s_smtp* session, std::string const& address)
 {
-    return command(session, {"RCPT", "the recipient ", name_of(address)},
+    return command(session, {step_name::recipient, "RCPT", "the recipient ", name_of(address)},
                    "rcpt to: <" + address + ">\r\n", "250", "error:smtp rcpt to");
 }
 
-constexpr step text_step = {"the text", "the text"};
+constexpr step text_step = {step_name::text, "the text", "the text"};
 
 constexpr char end_mark[] = "\r\n.\r\n";
 
@@ -88,7 +88,7 @@ int _smtp_write_data(_s_smtp* session, std::string const& line)
 {
     if (is_too_long(line)) {
         trace_msg("error:malloc");  // the trace for a line too long, though nothing is allocated
-        note_reason("a line of the text is too long");
+        note_failure(eml_cause_message, step_name::text, "a line of the text is too long");
         return -1;
     }
     int const length = static_cast<int>(line.size());
@@ -176,7 +176,7 @@ int respond(_s_smtp* session, char const* before, std::string const& response, c
                       static_cast<int>(response.size()), false));
     if (!encoded) {
         trace_msg("error:base64_encode");
-        note_no_memory();
+        note_no_memory(session->book.now.name);
         return -1;
     }
     session->book.response = reinterpret_cast<char const*>(encoded.get());
@@ -186,7 +186,7 @@ int respond(_s_smtp* session, char const* before, std::string const& response, c
 // The step of a login; from now on nothing that is quoted contains the password.
 void begin_login(_s_smtp* session, char const* command, char const* user, char const* password)
 {
-    session->book.now      = {command, "the login of ", user};
+    session->book.now      = {step_name::login, command, "the login of ", user};
     session->book.password = password;
 }
 
@@ -199,7 +199,7 @@ int cram_md5_response(step_book const& book, std::string const& reply, char cons
         reinterpret_cast<unsigned char const*>(coded.data()), static_cast<int>(coded.size())));
     if (!challenge) {
         trace_msg("error:base64_decode");
-        note_reply(book, "sent a challenge that is not Base64", reply);
+        note_reply(book, eml_cause_protocol, "sent a challenge that is not Base64", reply);
         return -1;
     }
 
@@ -211,7 +211,8 @@ int cram_md5_response(step_book const& book, std::string const& reply, char cons
         icryptw().hmac_md5(key, text_size(key), challenge.get(), text_size(challenge.get())));
     if (!digest) {
         trace_msg("error:hmac_md5");
-        note_reason("the response to CRAM-MD5 cannot be computed");
+        note_failure(eml_cause_memory, book.now.name,
+                     "the response to CRAM-MD5 cannot be computed");
         return -1;
     }
     response = std::string(user) + " " + digest_text(digest);
@@ -222,7 +223,7 @@ int cram_md5_response(step_book const& book, std::string const& reply, char cons
 
 int smtp_start_session(char const* host, int port, _s_smtp** out)
 {
-    if (connect_session(host, port, out, "connect IP:%s Port:%d") != 0) {
+    if (connect_session(host, port, out, smtp_connecting) != 0) {
         return -1;
     }
     return smtp_read_greeting(*out);
@@ -246,8 +247,8 @@ void smtp_abandon_session(_s_smtp* session)
 
 int smtp_helo(_s_smtp* session)
 {
-    return command(session, {"HELO", "HELO"}, "helo " + own_name(session) + "\r\n", "250",
-                   "error:smtp helo");
+    return command(session, {step_name::helo, "HELO", "HELO"}, "helo " + own_name(session) + "\r\n",
+                   "250", "error:smtp helo");
 }
 
 int smtp_ehlo(_s_smtp* session, std::string const& auth_type, char const* user,
@@ -255,7 +256,7 @@ int smtp_ehlo(_s_smtp* session, std::string const& auth_type, char const* user,
 {
     std::string auth_line;
     if (user == nullptr || password == nullptr) {
-        note_reason("no account or no password is given");
+        note_failure(eml_cause_settings, step_name::login, "no account or no password is given");
         return -1;
     }
     if (ehlo(session, auth_line) != 0) {
@@ -269,7 +270,8 @@ int smtp_ehlo2(_s_smtp* session, std::string const& auth_type, char const* user,
 {
     std::string auth_line;
     if (user == nullptr || password == nullptr || auth_switch == nullptr) {
-        note_reason("no account, no password or no switch for AUTH is given");
+        note_failure(eml_cause_settings, step_name::login,
+                     "no account, no password or no switch for AUTH is given");
         return -1;
     }
     if (ehlo(session, auth_line) != 0) {
@@ -280,8 +282,9 @@ int smtp_ehlo2(_s_smtp* session, std::string const& auth_type, char const* user,
     // docs/ODDITIES.md.
     if (std::strcmp(auth_switch, offered ? "on" : "off") != 0) {
         trace_msg("error:smtp incorrect");
-        note_reason("the server offers %s, but the record says \"%s\"",
-                    offered ? "AUTH" : "no AUTH", auth_switch);
+        note_failure(eml_cause_settings, step_name::ehlo,
+                     "the server offers %s, but the record says \"%s\"",
+                     offered ? "AUTH" : "no AUTH", auth_switch);
         return -1;
     }
     return offered ? auth(session, auth_type, user, password, auth_line) : 0;
@@ -289,7 +292,7 @@ int smtp_ehlo2(_s_smtp* session, std::string const& auth_type, char const* user,
 
 int smtp_mailfrom(_s_smtp* session, std::string const& address)
 {
-    return command(session, {"MAIL", "the sender ", name_of(address)},
+    return command(session, {step_name::sender, "MAIL", "the sender ", name_of(address)},
                    "mail from: <" + address + ">\r\n", "250", "error:smtp mail from");
 }
 
@@ -305,7 +308,7 @@ int smtp_rcptto(_s_smtp* session, std::vector<std::string> const& addresses)
 
 int smtp_start_data(_s_smtp* session)
 {
-    session->book.now = {"DATA", "DATA"};
+    session->book.now = {step_name::data, "DATA", "DATA"};
     if (send_command(session, "data\r\n") != 0) {
         trace_msg("error:smtp data start");
         return -1;
@@ -373,12 +376,14 @@ int smtp_send_data(_s_smtp* session, std::vector<std::string> lines)
 
 int smtp_reset(_s_smtp* session)
 {
-    return command(session, {"RSET", "RSET"}, "rset\r\n", "250", "error:smtp rset");
+    return command(session, {step_name::reset, "RSET", "RSET"}, "rset\r\n", "250",
+                   "error:smtp rset");
 }
 
 int smtp_quit(_s_smtp* session)
 {
-    return command(session, {"QUIT", "QUIT"}, "quit\r\n", "221", "error:smtp quit");
+    return command(session, {step_name::quit, "QUIT", "QUIT"}, "quit\r\n", "221",
+                   "error:smtp quit");
 }
 
 int smtp_end_session(_s_smtp* session)
@@ -410,7 +415,7 @@ int read_reply_and_check_code(_s_smtp* session, char const* code)
 int ehlo(_s_smtp* session, std::string& auth_line)
 {
     std::vector<std::string> lines;
-    session->book.now = {"EHLO", "EHLO"};
+    session->book.now = {step_name::ehlo, "EHLO", "EHLO"};
     if (send_command(session, "ehlo " + own_name(session) + "\r\n") != 0 ||
         read_multiline_reply(session, lines) != 0) {
         trace_msg("error:read_multiline_reply");

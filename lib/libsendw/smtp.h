@@ -34,6 +34,10 @@ struct _s_smtp {
     step_book   book      = {"the server"};
 };
 
+// How connecting to an SMTP server is noted and traced.
+inline constexpr connect_steps smtp_connecting = {step_name::look_up, step_name::connect,
+                                                  "connect IP:%s Port:%d"};
+
 // smtp_start_session - connect and read the greeting
 //
 // host  host name or dotted IPv4 address

@@ -175,31 +175,33 @@ int sock_connect(unsigned long addr, unsigned short port)
     return fd.release();
 }
 
-int sock_connect_host(char const* host, int port, int& fd, char const* step)
+int sock_connect_host(char const* host, int port, int& fd, connect_steps const& steps)
 {
     unsigned long address = sock_no_address;
-    return sock_find_host(host, address) == 0 ? sock_connect_found(host, address, port, fd, step)
-                                              : -1;
+    return sock_find_host(host, address, steps) == 0
+               ? sock_connect_found(host, address, port, fd, steps)
+               : -1;
 }
 
-int sock_find_host(char const* host, unsigned long& address)
+int sock_find_host(char const* host, unsigned long& address, connect_steps const& steps)
 {
     address = sock_look_up_address(host);
     if (address == sock_no_address) {
         trace_msg("error:invalid host address");
-        note_not_found(host);
+        note_not_found(steps.look_up, host);
         return -1;
     }
     return 0;
 }
 
-int sock_connect_found(char const* host, unsigned long address, int port, int& fd, char const* step)
+int sock_connect_found(char const* host, unsigned long address, int port, int& fd,
+                       connect_steps const& steps)
 {
-    trace_msg(step);
+    trace_msg(steps.trace);
     auto const number = static_cast<std::uint16_t>(port);
     fd                = sock_connect(address, htons(number));
     if (fd == -1) {
-        note_not_connected(host, number, errno);
+        note_not_connected(steps.connect, host, number, errno);
         trace_msg("error:INVALID_SOCKET %d");
         return -1;
     }

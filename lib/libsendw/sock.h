@@ -45,23 +45,29 @@ unsigned long sock_look_up_address(char const* name);
 // Returns -1 when there is no socket to be had, the peer refuses, or 30 s have passed.
 int sock_connect(unsigned long addr, unsigned short port);
 
+// What connecting to a server of one kind is called.
+struct connect_steps {
+    char const* look_up;  // of step_names.h
+    char const* connect;  // likewise
+    char const* trace;    // given between the two
+};
+
 // sock_connect_host - look a server up and connect
 //
 // host  as for sock_look_up_address
 // port  port number; only the low 16 bits are used
 // fd    receives the connected socket, which the caller closes; -1 when connecting failed;
 //       unchanged when the host was not found
-// step  trace given between look-up and connect
 //
 // Returns 0. Returns -1 with the reason noted.
-int sock_connect_host(char const* host, int port, int& fd, char const* step);
+int sock_connect_host(char const* host, int port, int& fd, connect_steps const& steps);
 
 // sock_find_host, sock_connect_found - the two halves of sock_connect_host
 //
 // address  of the host, as sock_look_up_address returns it; host is for the reason
-int sock_find_host(char const* host, unsigned long& address);
+int sock_find_host(char const* host, unsigned long& address, connect_steps const& steps);
 int sock_connect_found(char const* host, unsigned long address, int port, int& fd,
-                       char const* step);
+                       connect_steps const& steps);
 
 // sock_non_blocking - makes a socket non-blocking for the lifetime of the object
 class sock_non_blocking

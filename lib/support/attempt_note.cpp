@@ -42,6 +42,14 @@ void mark_as_cut(char (&text)[reason_capacity])
 
 }  // namespace
 
+void attempt_note::forget()
+{
+    cause     = eml_cause_none;
+    step      = "";
+    reason[0] = '\0';
+    result    = 0;
+}
+
 double attempt_note::seconds() const
 {
     return std::chrono::duration<double>(std::chrono::steady_clock::now() - begin).count();
@@ -49,11 +57,11 @@ double attempt_note::seconds() const
 
 noting_attempt::noting_attempt(int number, char const* file) : outer_(current)
 {
-    note_.reason[0] = '\0';
-    note_.number    = number;
-    note_.file      = file;
-    note_.begin     = std::chrono::steady_clock::now();
-    current         = &note_;
+    note_.forget();
+    note_.number = number;
+    note_.file   = file;
+    note_.begin  = std::chrono::steady_clock::now();
+    current      = &note_;
 }
 
 noting_attempt::~noting_attempt()
@@ -66,12 +74,14 @@ attempt_note* current_note()
     return current;
 }
 
-void note_reason(char const* format, ...)
+void note_failure(eml_cause cause, char const* step, char const* format, ...)
 {
     attempt_note* const note = current;
-    if (note == nullptr || note->reason[0] != '\0') {
+    if (note == nullptr || note->cause != eml_cause_none) {
         return;
     }
+    note->cause = cause;
+    note->step  = step;
     std::va_list args;
     va_start(args, format);
     int const length = std::vsnprintf(note->reason, reason_capacity, format, args);
@@ -84,6 +94,18 @@ void note_reason(char const* format, ...)
         mark_as_cut(note->reason);
     }
     make_printable(note->reason);
+}
+
+void note_no_memory(char const* step)
+{
+    note_failure(eml_cause_memory, step, "there is not enough memory");
+}
+
+void note_result(int result)
+{
+    if (current != nullptr && current->result == 0) {
+        current->result = result;
+    }
 }
 
 }  // namespace zelieml

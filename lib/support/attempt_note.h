@@ -1,7 +1,7 @@
 // attempt_note.h - why an attempt failed, told by whoever knows it first
 //
 // The caller of an attempt makes a note, which is the current one of its thread until it is gone.
-// Wherever a failure is known, code calls note_reason: without a current note that does nothing.
+// Wherever a failure is known, code calls note_failure: without a current note that does nothing.
 //
 //     noting_attempt const attempt;
 //     int const            result = send(...);
@@ -15,6 +15,8 @@
 #include <chrono>
 #include <cstddef>
 
+#include "zelieml_ext.h"
+
 namespace zelieml
 {
 
@@ -22,10 +24,16 @@ namespace zelieml
 constexpr std::size_t reason_capacity = 1024;
 
 struct attempt_note {
+    eml_cause   cause;                    // eml_cause_none while no failure is known
+    char const* step;                     // of step_names.h; "" while none has failed
     char        reason[reason_capacity];  // a sentence; empty while no failure is known
+    int         result;                   // see note_result; 0 while it is not known
     int         number;                   // of the attempt: 1, 2; 0 when there was none
     char const* file;                     // the message file; stays valid as long as the note
     std::chrono::steady_clock::time_point begin;  // of the attempt
+
+    // From now on no failure is known.
+    void forget();
 
     // Since the beginning.
     double seconds() const;
@@ -53,20 +61,26 @@ private:
 // current_note - the current note of this thread, or null
 attempt_note* current_note();
 
-// note_reason - why the attempt failed, unless an earlier failure is noted
+// note_failure - why the attempt failed, unless an earlier failure is noted
 //
+// step    what failed, of step_names.h; stays valid as long as the library
 // format  printf format of a sentence without a full stop and its arguments, which may be quoted
 //         from anywhere: control characters and what is not UTF-8 become "?". What is too long is
 //         cut off, and ends with "...".
 //
 // Never give it a password. May change errno.
-__attribute__((format(printf, 1, 2))) void note_reason(char const* format, ...);
+__attribute__((format(printf, 3, 4))) void note_failure(eml_cause cause, char const* step,
+                                                        char const* format, ...);
 
-// The reason for lack of memory.
-inline void note_no_memory()
-{
-    note_reason("there is not enough memory");
-}
+// note_no_memory - the reason for lack of memory
+//
+// step  as above; empty where it is not known
+void note_no_memory(char const* step = "");
+
+// note_result - the result number of the failure, for a caller that is told only of a failure
+//
+// An earlier number stays.
+void note_result(int result);
 
 }  // namespace zelieml
 

@@ -43,6 +43,16 @@ int eml_cb_get_file(void* cb, char* buf, int size)
     return exported_call(-1, [&] { return cb_get_file(cb, buf, size); });
 }
 
+int eml_cb_get_cause(void* cb, eml_cause* cause)
+{
+    return exported_call(-1, [&] { return cb_get_cause(cb, cause); });
+}
+
+int eml_cb_get_step(void* cb, char* buf, int size)
+{
+    return exported_call(-1, [&] { return cb_get_step(cb, buf, size); });
+}
+
 int eml_cb_get_reason(void* cb, char* buf, int size)
 {
     return exported_call(-1, [&] { return cb_get_reason(cb, buf, size); });
@@ -71,6 +81,11 @@ int eml_receive_mails_sized(void* server, void* list, char const* domains, char*
     return exported_call(-1, [&] {
         return receive_mails_sized(server, list, domains, reply, reply_size, reason, reason_size);
     });
+}
+
+int eml_receive_mails_result(void* server, void* list, char const* domains, void** result)
+{
+    return exported_call(-1, [&] { return receive_mails_result(server, list, domains, result); });
 }
 
 int eml_receive_msg_get_sender_utf8(void* list, int index, char* buf, int size)

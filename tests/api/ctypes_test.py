@@ -18,6 +18,7 @@ from ctypes import POINTER, byref, c_char_p, c_double, c_int, c_uint, c_void_p
 REASON_SIZE = 1024
 SUBJECT = "用紙切れ in tray 2"
 PROBE_FAILED = 1
+CAUSE_NONE, CAUSE_SETTINGS, CAUSE_REFUSED = 0, 4, 8
 SEVERITY_ERROR = 3
 SEND_OK, SEND_ERROR_AUTH = 0, 3
 
@@ -25,7 +26,7 @@ SEND_OK, SEND_ERROR_AUTH = 0, 3
 class Step(ctypes.Structure):
     _fields_ = [("struct_size", c_uint), ("outcome", c_int), ("number", c_int), ("name", c_char_p),
                 ("server", c_char_p), ("seconds", c_double), ("reply", c_char_p),
-                ("reason", c_char_p)]
+                ("reason", c_char_p), ("cause", c_int)]
 
 
 class Finding(ctypes.Structure):
@@ -47,9 +48,12 @@ ARGUMENTS = {
     "eml_cb_get_seconds": [c_void_p, POINTER(c_double)],
     "eml_cb_get_file": GET_TEXT,
     "eml_cb_get_reason": GET_TEXT,
+    "eml_cb_get_cause": [c_void_p, POINTER(c_int)],
+    "eml_cb_get_step": GET_TEXT,
     "test_pop_auth_sized": [c_void_p, *BUFFERS],
     "test_smtp_auth_sized": [c_void_p, c_char_p, *BUFFERS],
     "eml_receive_mails_sized": [c_void_p, c_void_p, c_char_p, *BUFFERS],
+    "eml_receive_mails_result": [c_void_p, c_void_p, c_char_p, POINTER(c_void_p)],
     "eml_receive_msg_get_sender_utf8": GET_FIELD,
     "eml_receive_msg_get_subject_utf8": GET_FIELD,
     "eml_receive_msg_get_messageid": GET_FIELD,
@@ -142,7 +146,7 @@ def probe(lib, work, server):
         s = step.contents
         expect((s.struct_size, user, s.seconds >= 0), (ctypes.sizeof(Step), 7, True))
         expect(s.server, b"" if s.name == b"settings" else server)
-        steps.append((s.name, s.outcome, s.number, s.reply, s.reason))
+        steps.append((s.name, s.outcome, s.number, s.reply, s.reason, s.cause))
 
     proc = STEP_PROC(keep)
     expect(lib.eml_probe(bytes(work), b"tim@a.test", b"anna@b.test", proc, 7), 0)
@@ -150,11 +154,12 @@ def probe(lib, work, server):
            [b"settings", b"look-up", b"connect", b"greeting", b"helo", b"sender", b"recipient",
             b"reset", b"offer", b"quit"])
     expect({s[1] for s in steps} & {PROBE_FAILED}, set())
+    expect({s[5] for s in steps}, {CAUSE_NONE})
     steps.clear()
     expect(lib.eml_probe(bytes(work), b"tim@a.test", b"nobody@b.test", proc, 7), -1)
-    name, outcome, number, reply, reason = steps[-1]
-    expect((name, outcome, number, reply[:4], reply.strip() in reason),
-           (b"recipient", PROBE_FAILED, 1005, b"550 ", True))
+    name, outcome, number, reply, reason, cause = steps[-1]
+    expect((name, outcome, number, reply[:4], reply.strip() in reason, cause),
+           (b"recipient", PROBE_FAILED, 1005, b"550 ", True, CAUSE_REFUSED))
 
 
 def send(lib, msg, work, to, number):
@@ -168,6 +173,9 @@ def send(lib, msg, work, to, number):
     expect(lib.eml_cb_get_attempt(result, byref(attempt)), 0)
     expect(lib.eml_cb_get_seconds(result, byref(seconds)), 0)
     expect((came.value, attempt.value, 0 < seconds.value < 60), (number, 1, True))
+    expect(lib.eml_cb_get_cause(result, byref(came)), 0)
+    expect((came.value, text_of(lib.eml_cb_get_step, result)),
+           (CAUSE_REFUSED, "recipient") if number else (CAUSE_NONE, ""))
     file = pathlib.Path(text_of(lib.eml_cb_get_file, result))
     expect((file.parent, file.suffix), (work, ".sme"))
     expect(to.decode() in text_of(lib.eml_cb_get_reason, result), bool(number))
@@ -210,6 +218,14 @@ def receive(lib, server):
         expect(text_of(lib.eml_receive_msg_get_messageid, mails, 0), "<1@a.test>")
         expect(re.search(r"\d\d:\d\d:\d\d", text_of(lib.eml_receive_msg_get_date, mails, 0))
                is not None, True)
+        lib.server_info_set_pop(server.record, None, b"user", b"password", b"pop", 0, 0)
+        result = c_void_p()
+        cause = c_int(-1)
+        expect(lib.eml_receive_mails_result(server.record, mails, b"a.test", byref(result)), -1)
+        expect(lib.eml_cb_get_cause(result, byref(cause)), 0)
+        expect((cause.value, text_of(lib.eml_cb_get_step, result)),
+               (CAUSE_SETTINGS, "pop look-up"))
+        expect(lib.eml_cb_delete(result), 0)
 
 
 class Server:

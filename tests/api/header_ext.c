@@ -17,6 +17,7 @@
 
 /* 32 bits whatever the compiler does with small enumerations. */
 typedef char eml_probe_outcome_has_32_bits[sizeof(eml_probe_outcome) == 4 ? 1 : -1];
+typedef char eml_cause_has_32_bits[sizeof(eml_cause) == 4 ? 1 : -1];
 typedef char eml_severity_has_32_bits[sizeof(eml_severity) == 4 ? 1 : -1];
 
 /* The structures as other languages declare them, with plain types. */
@@ -29,6 +30,7 @@ struct plain_probe_step {
     double       seconds;
     char const*  reply;
     char const*  reason;
+    int          cause;
 };
 struct plain_finding {
     unsigned int struct_size;
@@ -55,6 +57,7 @@ SAME_MEMBER(eml_probe_step, plain_probe_step, server);
 SAME_MEMBER(eml_probe_step, plain_probe_step, seconds);
 SAME_MEMBER(eml_probe_step, plain_probe_step, reply);
 SAME_MEMBER(eml_probe_step, plain_probe_step, reason);
+SAME_MEMBER(eml_probe_step, plain_probe_step, cause);
 SAME_SIZE(eml_finding, plain_finding);
 SAME_MEMBER(eml_finding, plain_finding, struct_size);
 SAME_MEMBER(eml_finding, plain_finding, severity);

@@ -341,6 +341,9 @@ TEST_P(NoMemory, ForASynchronousPost)
             EXPECT_EQ(code == eml_send_ok, result == 0);
             EXPECT_EQ(eml_cb_get_number(record, &number), 0);
             EXPECT_EQ(number == 0, result == 0);
+            eml_cause cause = eml_cause_32_bits;
+            EXPECT_EQ(eml_cb_get_cause(record, &cause), 0);
+            EXPECT_EQ(cause == eml_cause_none, result == 0);
             EXPECT_EQ(eml_cb_get_reason(record, reason, sizeof reason), 0);
             EXPECT_TRUE(result != 0 || *reason == '\0') << reason;
             untold += result != 0 && *reason == '\0' ? 1 : 0;
@@ -492,6 +495,22 @@ TEST_P(NoMemory, ForReceiving)
                   }),
               5);
     EXPECT_STREQ(reason, "");
+    // The same with a result record, if there is memory for one.
+    fill();
+    EXPECT_GT(until_it_succeeds(
+                  [&] {
+                      void* record    = nullptr;
+                      result          = eml_receive_mails_result(server, list, "a.test", &record);
+                      eml_cause cause = eml_cause_32_bits;
+                      if (record != nullptr) {
+                          EXPECT_EQ(eml_cb_get_cause(record, &cause), 0);
+                          EXPECT_EQ(cause == eml_cause_none, result == 0);
+                      }
+                      eml_cb_delete(record);
+                      return result == 0 && record != nullptr;
+                  },
+                  [&] { fill(); }),
+              5);
     struct {
         int (*get)(void*, int, char*, int);
         char const* text;

@@ -40,8 +40,9 @@ def faults(allowed, found):
                 yield f"not in the list: {unit} -> {other} ({file} includes {header})"
             if other == "platform" and unit != "platform" and header.count("/") > 1:
                 yield f"a header of one system, outside platform: {file} includes {header}"
-            if (unit, other) == ("libaccess", "libemlw") and header != "libemlw/callback.h":
-                yield f"libaccess needs callback.h of libemlw only: {file} includes {header}"
+            if (unit in ("libaccess", "libreceive") and other == "libemlw"
+                    and header != "libemlw/callback.h"):
+                yield f"{unit} needs callback.h of libemlw only: {file} includes {header}"
     units = list(allowed)
     for unit, others in allowed.items():
         for other in others:

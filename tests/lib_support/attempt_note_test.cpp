@@ -12,7 +12,7 @@ namespace
 std::string noted(std::string const& text)
 {
     noting_attempt const attempt;
-    note_reason("the server said %s", text.c_str());
+    note_failure(eml_cause_lost, "text", "the server said %s", text.c_str());
     return attempt->reason;
 }
 
@@ -24,9 +24,38 @@ TEST(AttemptNote, IsMadeOfTheFirstFailureThatIsKnown)
     EXPECT_STREQ(attempt->reason, "");
     EXPECT_EQ(attempt->number, 2);
     EXPECT_STREQ(attempt->file, "/w/1.sme");
-    note_reason("connect to %s:%d: refused", "mail.test", 25);
-    note_reason("the mail was not sent");
+    EXPECT_EQ(attempt->cause, eml_cause_none);
+    EXPECT_STREQ(attempt->step, "");
+    note_failure(eml_cause_unreachable, "connect", "connect to %s:%d: refused", "mail.test", 25);
+    note_failure(eml_cause_lost, "text", "the mail was not sent");
     EXPECT_STREQ(attempt->reason, "connect to mail.test:25: refused");
+    EXPECT_EQ(attempt->cause, eml_cause_unreachable);
+    EXPECT_STREQ(attempt->step, "connect");
+}
+
+TEST(AttemptNote, HasTheFirstResultNumberToo)
+{
+    note_result(2002);  // nobody asks
+    noting_attempt const attempt;
+    EXPECT_EQ(attempt->result, 0);
+    note_result(2004);
+    note_result(100);
+    EXPECT_EQ(attempt->result, 2004);
+}
+
+TEST(AttemptNote, ForgetsWhatFailed)
+{
+    noting_attempt attempt(2, "/w/1.sme");
+    note_failure(eml_cause_unreachable, "connect", "refused");
+    note_result(2002);
+    attempt->forget();
+    EXPECT_EQ(attempt->cause, eml_cause_none);
+    EXPECT_STREQ(attempt->step, "");
+    EXPECT_STREQ(attempt->reason, "");
+    EXPECT_EQ(attempt->result, 0);
+    EXPECT_EQ(attempt->number, 2);
+    note_failure(eml_cause_lost, "text", "gone");
+    EXPECT_STREQ(attempt->reason, "gone");
 }
 
 TEST(AttemptNote, CountsTheSecondsSinceItsBeginning)
@@ -41,7 +70,7 @@ TEST(AttemptNote, CountsTheSecondsSinceItsBeginning)
 TEST(AttemptNote, IsNotNeeded)
 {
     EXPECT_EQ(current_note(), nullptr);
-    note_reason("nobody asks");
+    note_failure(eml_cause_lost, "text", "nobody asks");
     EXPECT_EQ(current_note(), nullptr);
     noting_attempt const attempt;
     EXPECT_STREQ(attempt->reason, "") << "and what was told before is not kept for it";
@@ -52,11 +81,11 @@ TEST(AttemptNote, NestsAndGivesTheOuterOneBack)
     noting_attempt const outer;
     {
         noting_attempt const inner;
-        note_reason("inner");
+        note_failure(eml_cause_lost, "text", "inner");
         EXPECT_STREQ(inner->reason, "inner");
     }
     EXPECT_STREQ(outer->reason, "");
-    note_reason("outer");
+    note_failure(eml_cause_lost, "text", "outer");
     EXPECT_STREQ(outer->reason, "outer");
 }
 
@@ -66,7 +95,7 @@ TEST(AttemptNote, BelongsToItsThread)
     std::thread([] {
         EXPECT_EQ(current_note(), nullptr);
         noting_attempt const other;
-        note_reason("another thread");
+        note_failure(eml_cause_lost, "text", "another thread");
         EXPECT_STREQ(other->reason, "another thread");
     }).join();
     EXPECT_STREQ(attempt->reason, "");
@@ -123,4 +152,9 @@ TEST(AttemptNote, HasAReasonForLackOfMemory)
     noting_attempt const attempt;
     note_no_memory();
     EXPECT_STREQ(attempt->reason, "there is not enough memory");
+    EXPECT_EQ(attempt->cause, eml_cause_memory);
+    EXPECT_STREQ(attempt->step, "");
+    noting_attempt const later;
+    note_no_memory("login");
+    EXPECT_STREQ(later->step, "login");
 }

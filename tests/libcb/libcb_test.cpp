@@ -114,6 +114,29 @@ TEST(ResultRecord, IsCopiedWholeAndLivesOnWithoutTheOriginal)
     EXPECT_EQ(message_of(copy), "535 no\r\n");
 }
 
+TEST(ResultRecord, HasNoCauseAndNoStepUnlessTheyAreSet)
+{
+    record_holder const cb    = new_record(eml_send_ok, "");
+    eml_cause           cause = eml_cause_32_bits;
+    char                step[33];
+    EXPECT_EQ(cb_get_cause(cb.get(), &cause), 0);
+    EXPECT_EQ(cause, eml_cause_none);
+    EXPECT_EQ(cb_get_step(cb.get(), step, 1), 0);
+    EXPECT_STREQ(step, "");
+
+    static_cast<_s_cb*>(cb.get())->cause = eml_cause_lost;
+    static_cast<_s_cb*>(cb.get())->step  = "text";
+    void* made                           = nullptr;
+    ASSERT_EQ(cb_duplicate(cb.get(), &made), 0);
+    record_holder const copy(made);
+    EXPECT_EQ(cb_get_cause(copy.get(), &cause), 0);
+    EXPECT_EQ(cause, eml_cause_lost);
+    EXPECT_EQ(cb_get_step(copy.get(), step, 4), -1) << "whole or not at all";
+    EXPECT_STREQ(step, "");
+    EXPECT_EQ(cb_get_step(copy.get(), step, 5), 0);
+    EXPECT_STREQ(step, "text");
+}
+
 TEST(ResultRecord, RefusesNull)
 {
     record_holder const cb     = new_record(eml_send_ok, "text");

@@ -43,6 +43,8 @@ struct told {
     int         number  = -1;
     int         attempt = -1;
     double      seconds = -1;
+    eml_cause   cause   = eml_cause_32_bits;
+    std::string step;
     std::string message;
     std::string file;
     std::string reason;
@@ -53,7 +55,7 @@ bool operator==(told const& a, told const& b)
 {
     return a.code == b.code && a.number == b.number && a.attempt == b.attempt &&
            a.seconds == b.seconds && a.message == b.message && a.file == b.file &&
-           a.reason == b.reason;
+           a.reason == b.reason && a.cause == b.cause && a.step == b.step;
 }
 
 told read(void* record)
@@ -64,6 +66,9 @@ told read(void* record)
     EXPECT_EQ(eml_cb_get_number(record, &t.number), 0);
     EXPECT_EQ(eml_cb_get_attempt(record, &t.attempt), 0);
     EXPECT_EQ(eml_cb_get_seconds(record, &t.seconds), 0);
+    EXPECT_EQ(eml_cb_get_cause(record, &t.cause), 0);
+    EXPECT_EQ(eml_cb_get_step(record, buf, 33), 0);
+    t.step = buf;
     EXPECT_EQ(eml_cb_get_message(record, buf, sizeof buf), 0);
     t.message = buf;
     EXPECT_EQ(eml_cb_get_file(record, buf, sizeof buf), 0);
@@ -189,6 +194,14 @@ struct reason_case : named_case {
         return *this;
     }
 
+    // The cause, and the step that fails.
+    reason_case& by(eml_cause its_cause, std::string const& its_step)
+    {
+        cause = its_cause;
+        step  = its_step;
+        return *this;
+    }
+
     std::vector<std::pair<std::string, std::string>> different;
     action                                           settings_action;
     std::string                                      recipients = "x@b.test";
@@ -198,6 +211,8 @@ struct reason_case : named_case {
     bool                                             crowded = false;
     int                                              number  = 0;
     std::string                                      reason;
+    eml_cause                                        cause = eml_cause_none;
+    std::string                                      step;
 };
 
 // The servers and the settings of one attempt.
@@ -347,6 +362,8 @@ void check(told const& t, reason_case const& c, surroundings const& around, int 
     EXPECT_EQ(t.number, c.number);
     EXPECT_EQ(t.attempt, attempt);
     EXPECT_EQ(t.reason, around.expected_reason());
+    EXPECT_EQ(t.cause, c.cause);
+    EXPECT_EQ(t.step, c.step);
     EXPECT_GE(t.seconds, 0);
     EXPECT_LT(t.seconds, 600);
     EXPECT_EQ(t.reason.find("secret"), std::string::npos) << "a password";
@@ -419,57 +436,79 @@ std::vector<reason_case> settings_cases()
         reason_case("a mail that is sent").smtp(helo + delivery),
         reason_case("there are no settings")
             .instead([](std::string const&) {})
-            .ends(1000, "settings: {cf} cannot be read: No such file or directory"),
+            .ends(1000, "settings: {cf} cannot be read: No such file or directory")
+            .by(eml_cause_settings, "settings"),
         reason_case("the settings are a directory")
             .instead([](std::string const& path) { ::mkdir(path.c_str(), 0777); })
-            .ends(1000, "settings: {cf} cannot be read: Is a directory"),
+            .ends(1000, "settings: {cf} cannot be read: Is a directory")
+            .by(eml_cause_settings, "settings"),
         reason_case("the settings are a pipe")
             .instead([](std::string const& path) { ::mkfifo(path.c_str(), 0666); })
-            .ends(1000, "settings: {cf} is not a regular file"),
+            .ends(1000, "settings: {cf} is not a regular file")
+            .by(eml_cause_settings, "settings"),
         reason_case("the settings begin with an overlong line")
             .instead([](std::string const& path) {
                 write_file(path, std::string(2000, 'x') + "\r\nsmtp_server = a\r\n");
             })
-            .ends(1000, missing("smtp_server")),
-        reason_case("no SMTP server").without("smtp_server").ends(1000, missing("smtp_server")),
-        reason_case("no SMTP port").without("smtp_port").ends(1000, missing("smtp_port")),
+            .ends(1000, missing("smtp_server"))
+            .by(eml_cause_settings, "settings"),
+        reason_case("no SMTP server")
+            .without("smtp_server")
+            .ends(1000, missing("smtp_server"))
+            .by(eml_cause_settings, "settings"),
+        reason_case("no SMTP port")
+            .without("smtp_port")
+            .ends(1000, missing("smtp_port"))
+            .by(eml_cause_settings, "settings"),
         reason_case("an SMTP port without a value")
             .line("smtp_port", "smtp_port 25\r\n")
-            .ends(1000, "settings: smtp_port has no \"=\" in {cf}"),
+            .ends(1000, "settings: smtp_port has no \"=\" in {cf}")
+            .by(eml_cause_settings, "settings"),
         reason_case("no account")
             .login()
             .without("smtp_account")
             .smtp(greeted + hangs_up)
-            .ends(1004, missing("smtp_account")),
+            .ends(1004, missing("smtp_account"))
+            .by(eml_cause_settings, "settings"),
         reason_case("no password")
             .login()
             .without("smtp_passwd")
             .smtp(greeted + hangs_up)
-            .ends(1004, missing("smtp_passwd")),
+            .ends(1004, missing("smtp_passwd"))
+            .by(eml_cause_settings, "settings"),
         reason_case("a password that was not stored by this library")
             .login()
             .with("smtp_passwd", "nothing of the kind")
             .with("passwd_raw", "no")
             .smtp(greeted + hangs_up)
-            .ends(1004, "settings: smtp_passwd in {cf} cannot be decrypted"),
+            .ends(1004, "settings: smtp_passwd in {cf} cannot be decrypted")
+            .by(eml_cause_settings, "settings"),
         reason_case("no POP3 server")
             .pop("")
             .without("pop_server")
-            .ends(100, missing("pop_server")),
-        reason_case("no POP3 port").pop("").without("pop_port").ends(100, missing("pop_port")),
+            .ends(100, missing("pop_server"))
+            .by(eml_cause_settings, "settings"),
+        reason_case("no POP3 port")
+            .pop("")
+            .without("pop_port")
+            .ends(100, missing("pop_port"))
+            .by(eml_cause_settings, "settings"),
         reason_case("no POP3 account")
             .pop("")
             .without("pop_account")
-            .ends(100, missing("pop_account")),
+            .ends(100, missing("pop_account"))
+            .by(eml_cause_settings, "settings"),
         reason_case("no POP3 password")
             .pop("")
             .without("pop_passwd")
-            .ends(100, missing("pop_passwd")),
+            .ends(100, missing("pop_passwd"))
+            .by(eml_cause_settings, "settings"),
         reason_case("a POP3 password that was not stored by this library")
             .pop("")
             .with("pop_passwd", "nothing of the kind")
             .with("passwd_raw", "no")
-            .ends(100, "settings: pop_passwd in {cf} cannot be decrypted"),
+            .ends(100, "settings: pop_passwd in {cf} cannot be decrypted")
+            .by(eml_cause_settings, "settings"),
     };
 }
 
@@ -483,40 +522,52 @@ std::vector<reason_case> connection_cases()
     return {
         reason_case("an SMTP server that has no address")
             .with("smtp_server", "nowhere.test")
-            .ends(1001, "the host nowhere.test was not found"),
+            .ends(1001, "the host nowhere.test was not found")
+            .by(eml_cause_unreachable, "look-up"),
         reason_case("an SMTP server that does not listen")
             .with("smtp_port", port)
-            .ends(1001, "connect to 127.0.0.1:" + port + ": Connection refused"),
+            .ends(1001, "connect to 127.0.0.1:" + port + ": Connection refused")
+            .by(eml_cause_unreachable, "connect"),
         reason_case("an SMTP server that does not answer")
             .full_port()
-            .ends(1001, "connect to 127.0.0.1:{smtp}: no answer within 30 s"),
+            .ends(1001, "connect to 127.0.0.1:{smtp}: no answer within 30 s")
+            .by(eml_cause_unreachable, "connect"),
         reason_case("the SMTP server is busy")
             .smtp("S: 554-no\nS: 554 no service\n" + hangs_up)
-            .ends(1001, "the server refused the connection: 554 no service"),
+            .ends(1001, "the server refused the connection: 554 no service")
+            .by(eml_cause_refused, "greeting"),
         reason_case("the SMTP server does not greet")
             .smtp(silent)
-            .ends(1001, "no greeting from the server within 15 s"),
+            .ends(1001, "no greeting from the server within 15 s")
+            .by(eml_cause_lost, "greeting"),
         reason_case("the SMTP server closes")
             .smtp("S: (closes)\n")
-            .ends(1001, "the server closed the connection without a greeting"),
+            .ends(1001, "the server closed the connection without a greeting")
+            .by(eml_cause_lost, "greeting"),
         reason_case("HELO is refused")
             .smtp(greeted + refused_at("helo {host}", "550 you are on a list"))
-            .ends(1003, "the server refused HELO: 550 you are on a list"),
+            .ends(1003, "the server refused HELO: 550 you are on a list")
+            .by(eml_cause_refused, "helo"),
         reason_case("HELO is not answered")
             .smtp(greeted + silent_at("helo {host}"))
-            .ends(1003, "no answer to HELO within 15 s"),
+            .ends(1003, "no answer to HELO within 15 s")
+            .by(eml_cause_lost, "helo"),
         reason_case("the connection is closed after HELO")
             .smtp(greeted + lost_at("helo {host}"))
-            .ends(1003, "the server closed the connection after HELO"),
+            .ends(1003, "the server closed the connection after HELO")
+            .by(eml_cause_lost, "helo"),
         reason_case("QUIT is refused")
             .smtp(helo + mail_from() + rcpt_to() + text_sent + refused_at("quit", "500 stay"))
-            .ends(1006, "the server refused QUIT: 500 stay"),
+            .ends(1006, "the server refused QUIT: 500 stay")
+            .by(eml_cause_refused, "quit"),
         reason_case("QUIT is not answered")
             .smtp(envelope + text_sent + silent_at("quit"))
-            .ends(1006, "no answer to QUIT within 15 s"),
+            .ends(1006, "no answer to QUIT within 15 s")
+            .by(eml_cause_lost, "quit"),
         reason_case("the connection is closed after QUIT")
             .smtp(envelope + text_sent + lost_at("quit"))
-            .ends(1006, "the server closed the connection after QUIT"),
+            .ends(1006, "the server closed the connection after QUIT")
+            .by(eml_cause_lost, "quit"),
     };
 }
 
@@ -528,79 +579,115 @@ std::vector<reason_case> message_cases()
     return {
         reason_case("the sender is refused")
             .smtp(helo + refused_at("mail from: <reply@a.test>", "550 5.7.1 not you"))
-            .ends(1005, "the server refused the sender reply@a.test: 550 5.7.1 not you"),
+            .ends(1005, "the server refused the sender reply@a.test: 550 5.7.1 not you")
+            .by(eml_cause_refused, "sender"),
         reason_case("the null sender is refused")
             .from("")
             .smtp(helo + refused_at("mail from: <>", "550 no"))
-            .ends(1005, "the server refused the sender <>: 550 no"),
+            .ends(1005, "the server refused the sender <>: 550 no")
+            .by(eml_cause_refused, "sender"),
         reason_case("the sender is not answered")
             .smtp(helo + silent_at("mail from: <reply@a.test>"))
-            .ends(1005, "no answer to MAIL for reply@a.test within 15 s"),
+            .ends(1005, "no answer to MAIL for reply@a.test within 15 s")
+            .by(eml_cause_lost, "sender"),
         reason_case("the sender is too long")
             .from(long_address)
             .smtp(helo + hangs_up)
             .ends(1005,
                   cut("the command line of MAIL is longer than 1023 bytes and was not sent: " +
-                      long_address)),
+                      long_address))
+            .by(eml_cause_message, "sender"),
         reason_case("the second recipient is refused")
             .to("x@b.test, ben@office.test")
             .smtp(envelope + refused_at("rcpt to: <ben@office.test>", "550 5.1.1 no such user"))
-            .ends(1005, "the server refused the recipient ben@office.test: 550 5.1.1 no such user"),
+            .ends(1005, "the server refused the recipient ben@office.test: 550 5.1.1 no such user")
+            .by(eml_cause_refused, "recipient"),
         reason_case("a recipient is refused in many lines")
             .smtp(helo + mail_from() +
                   "C: rcpt to: <x@b.test>\nS: 550-one\nS: 550-two\nS: 550 three \n" + hangs_up)
-            .ends(1005, "the server refused the recipient x@b.test: 550 three"),
+            .ends(1005, "the server refused the recipient x@b.test: 550 three")
+            .by(eml_cause_refused, "recipient"),
         reason_case("a recipient is refused in bytes that are no text")
             .smtp(helo + mail_from() +
                   refused_at("rcpt to: <x@b.test>", "550 \\x1b[1mno\\t\\xfc \xC3\xBC"))
-            .ends(1005, "the server refused the recipient x@b.test: 550 ?[1mno?? \xC3\xBC"),
+            .ends(1005, "the server refused the recipient x@b.test: 550 ?[1mno?? \xC3\xBC")
+            .by(eml_cause_refused, "recipient"),
+        reason_case("a recipient is refused for now")
+            .smtp(helo + mail_from() + refused_at("rcpt to: <x@b.test>", "450 4.2.1 full"))
+            .ends(1005, "the server refused the recipient x@b.test: 450 4.2.1 full")
+            .by(eml_cause_refused_now, "recipient"),
+        reason_case("the service ends at a recipient")
+            .smtp(helo + mail_from() + refused_at("rcpt to: <x@b.test>", "421 closing"))
+            .ends(1005, "the server refused the recipient x@b.test: 421 closing")
+            .by(eml_cause_refused_now, "recipient"),
+        reason_case("a recipient is answered by a reply of another kind")
+            .smtp(helo + mail_from() + refused_at("rcpt to: <x@b.test>", "354 go on"))
+            .ends(1005, "the server refused the recipient x@b.test: 354 go on")
+            .by(eml_cause_protocol, "recipient"),
+        reason_case("a recipient is answered by what is no reply")
+            .smtp(helo + mail_from() + refused_at("rcpt to: <x@b.test>", "who is that"))
+            .ends(1005, "the server refused the recipient x@b.test: who is that")
+            .by(eml_cause_protocol, "recipient"),
         reason_case("a recipient is refused at length")
             .smtp(helo + mail_from() +
                   refused_at("rcpt to: <x@b.test>", "550 " + std::string(3000, 'x')))
             .ends(1005,
-                  cut("the server refused the recipient x@b.test: 550 " + std::string(3000, 'x'))),
+                  cut("the server refused the recipient x@b.test: 550 " + std::string(3000, 'x')))
+            .by(eml_cause_refused, "recipient"),
         reason_case("an empty recipient is refused")
             .to("x@b.test,,")
             .smtp(envelope + refused_at("rcpt to: <>", "501 whom?"))
-            .ends(1005, "the server refused the recipient <>: 501 whom?"),
+            .ends(1005, "the server refused the recipient <>: 501 whom?")
+            .by(eml_cause_refused, "recipient"),
         reason_case("a recipient is not answered")
             .smtp(helo + mail_from() + silent_at("rcpt to: <x@b.test>"))
-            .ends(1005, "no answer to RCPT for x@b.test within 15 s"),
+            .ends(1005, "no answer to RCPT for x@b.test within 15 s")
+            .by(eml_cause_lost, "recipient"),
         reason_case("the connection is closed after a recipient")
             .smtp(helo + mail_from() + lost_at("rcpt to: <x@b.test>"))
-            .ends(1005, "the server closed the connection after RCPT for x@b.test"),
+            .ends(1005, "the server closed the connection after RCPT for x@b.test")
+            .by(eml_cause_lost, "recipient"),
         reason_case("the connection breaks after a recipient")
             .smtp(helo + mail_from() + answered("rcpt to: <x@b.test>", "(resets)"))
             .ends(1005, "the connection to the server broke after RCPT for x@b.test: Connection "
-                        "reset by peer"),
+                        "reset by peer")
+            .by(eml_cause_lost, "recipient"),
         reason_case("a recipient is too long")
             .to(long_address)
             .smtp(helo + mail_from() + hangs_up)
             .ends(1005,
                   cut("the command line of RCPT is longer than 1023 bytes and was not sent: " +
-                      long_address)),
+                      long_address))
+            .by(eml_cause_message, "recipient"),
         reason_case("there is no recipient")
             .to("")
             .smtp(helo + mail_from() + hangs_up)
-            .ends(1005, "the message has no recipient"),
+            .ends(1005, "the message has no recipient")
+            .by(eml_cause_message, "recipient"),
         reason_case("DATA is refused")
             .smtp(envelope + refused_at("data", "451 later"))
-            .ends(1005, "the server refused DATA: 451 later"),
+            .ends(1005, "the server refused DATA: 451 later")
+            .by(eml_cause_refused_now, "data"),
         reason_case("DATA is not answered")
             .smtp(envelope + silent_at("data"))
-            .ends(1005, "no answer to DATA within 15 s"),
+            .ends(1005, "no answer to DATA within 15 s")
+            .by(eml_cause_lost, "data"),
         reason_case("the connection is closed after DATA")
             .smtp(envelope + lost_at("data"))
-            .ends(1005, "the server closed the connection after DATA"),
+            .ends(1005, "the server closed the connection after DATA")
+            .by(eml_cause_lost, "data"),
         reason_case("the text is refused")
             .smtp(envelope + text_begun + "S: 552 too much\n" + hangs_up)
-            .ends(1005, "the server refused the text: 552 too much"),
+            .ends(1005, "the server refused the text: 552 too much")
+            .by(eml_cause_refused, "text"),
         reason_case("the text is not answered")
             .smtp(envelope + text_begun + silent)
-            .ends(1005, "no answer to the text within 15 s"),
+            .ends(1005, "no answer to the text within 15 s")
+            .by(eml_cause_lost, "text"),
         reason_case("the connection is closed after the text")
             .smtp(envelope + text_begun + "S: (closes)\n")
-            .ends(1005, "the server closed the connection after the text"),
+            .ends(1005, "the server closed the connection after the text")
+            .by(eml_cause_lost, "text"),
     };
 }
 
@@ -616,73 +703,89 @@ std::vector<reason_case> login_cases()
         reason_case("EHLO is refused")
             .login()
             .smtp(greeted + refused_at("ehlo {host}", "502 helo, please"))
-            .ends(1004, "the server refused EHLO: 502 helo, please"),
+            .ends(1004, "the server refused EHLO: 502 helo, please")
+            .by(eml_cause_refused, "ehlo"),
         reason_case("EHLO is not answered")
             .login()
             .smtp(greeted + silent_at("ehlo {host}"))
-            .ends(1004, "no answer to EHLO within 15 s"),
+            .ends(1004, "no answer to EHLO within 15 s")
+            .by(eml_cause_lost, "ehlo"),
         reason_case("the connection is closed after EHLO")
             .login()
             .smtp(greeted + lost_at("ehlo {host}"))
-            .ends(1004, "the server closed the connection after EHLO"),
+            .ends(1004, "the server closed the connection after EHLO")
+            .by(eml_cause_lost, "ehlo"),
         reason_case("PLAIN is refused")
             .login()
             .smtp(offer("PLAIN") + refused_at(plain, "535 5.7.8 wrong"))
-            .ends(1004, "the server refused the login of joe: 535 5.7.8 wrong"),
+            .ends(1004, "the server refused the login of joe: 535 5.7.8 wrong")
+            .by(eml_cause_refused, "login"),
         reason_case("PLAIN is refused with an echo")
             .login()
             .smtp(offer("PLAIN") +
                   refused_at(plain, "535 {base64:\\0joe\\0smtp-secret}: no smtp-secret for joe"))
-            .ends(1004, "the server refused the login of joe: 535 ***: no *** for joe"),
+            .ends(1004, "the server refused the login of joe: 535 ***: no *** for joe")
+            .by(eml_cause_refused, "login"),
         reason_case("the password comes back in a later reply")
             .login()
             .smtp(offer("PLAIN") + answered(plain, "235 welcome") +
                   refused_at("mail from: <reply@a.test>",
                              "550 smtp-secretsmtp-secret {base64:\\0joe\\0smtp-secret}"))
-            .ends(1005, "the server refused the sender reply@a.test: 550 ****** ***"),
+            .ends(1005, "the server refused the sender reply@a.test: 550 ****** ***")
+            .by(eml_cause_refused, "sender"),
         reason_case("PLAIN is not answered")
             .login()
             .smtp(offer("PLAIN") + silent_at(plain))
-            .ends(1004, "no answer to AUTH PLAIN for joe within 15 s"),
+            .ends(1004, "no answer to AUTH PLAIN for joe within 15 s")
+            .by(eml_cause_lost, "login"),
         reason_case("the connection is closed after PLAIN")
             .login()
             .smtp(offer("PLAIN") + lost_at(plain))
-            .ends(1004, "the server closed the connection after AUTH PLAIN for joe"),
+            .ends(1004, "the server closed the connection after AUTH PLAIN for joe")
+            .by(eml_cause_lost, "login"),
         reason_case("the response of PLAIN is too long")
             .login()
             .with("smtp_passwd", std::string(900, 's'))
             .smtp(offer("PLAIN") + hangs_up)
             .ends(1004,
-                  "the command line of AUTH PLAIN is longer than 1023 bytes and was not sent: joe"),
+                  "the command line of AUTH PLAIN is longer than 1023 bytes and was not sent: joe")
+            .by(eml_cause_settings, "login"),
         reason_case("LOGIN is refused at once")
             .login()
             .smtp(offer("LOGIN") + refused_at("AUTH LOGIN", "504 not here"))
-            .ends(1004, "the server refused the login of joe: 504 not here"),
+            .ends(1004, "the server refused the login of joe: 504 not here")
+            .by(eml_cause_refused, "login"),
         reason_case("LOGIN is refused with an echo of the user")
             .login()
             .smtp(login_begun + "C64: joe\nS: 535 {base64:joe} smtp-secret\n" + hangs_up)
-            .ends(1004, "the server refused the login of joe: 535 *** ***"),
+            .ends(1004, "the server refused the login of joe: 535 *** ***")
+            .by(eml_cause_refused, "login"),
         reason_case("LOGIN is refused with an echo of the password")
             .login()
             .smtp(user_sent + "C64: smtp-secret\nS: 535 {base64:smtp-secret} (smtp-secret)\n" +
                   hangs_up)
-            .ends(1004, "the server refused the login of joe: 535 *** (***)"),
+            .ends(1004, "the server refused the login of joe: 535 *** (***)")
+            .by(eml_cause_refused, "login"),
         reason_case("LOGIN is not answered")
             .login()
             .smtp(user_sent + "C64: smtp-secret\n" + silent)
-            .ends(1004, "no answer to AUTH LOGIN for joe within 15 s"),
+            .ends(1004, "no answer to AUTH LOGIN for joe within 15 s")
+            .by(eml_cause_lost, "login"),
         reason_case("CRAM-MD5 is refused with an echo")
             .login()
             .smtp(cram_begun + "C: (any)\nS: 535 wrong, smtp-secret\n" + hangs_up)
-            .ends(1004, "the server refused the login of joe: 535 wrong, ***"),
+            .ends(1004, "the server refused the login of joe: 535 wrong, ***")
+            .by(eml_cause_refused, "login"),
         reason_case("the challenge of CRAM-MD5 is not Base64")
             .login("cram-md5")
             .smtp(offer("PLAIN") + refused_at("AUTH CRAM-MD5", "334 ?!"))
-            .ends(1004, "the server sent a challenge that is not Base64: 334 ?!"),
+            .ends(1004, "the server sent a challenge that is not Base64: 334 ?!")
+            .by(eml_cause_protocol, "login"),
         reason_case("CRAM-MD5 is not answered")
             .login()
             .smtp(offer("CRAM-MD5") + silent_at("AUTH CRAM-MD5"))
-            .ends(1004, "no answer to AUTH CRAM-MD5 for joe within 15 s"),
+            .ends(1004, "no answer to AUTH CRAM-MD5 for joe within 15 s")
+            .by(eml_cause_lost, "login"),
     };
 }
 
@@ -703,51 +806,78 @@ std::vector<reason_case> pop_cases()
         reason_case("a POP3 server that has no address")
             .pop("")
             .with("pop_server", "nowhere.test")
-            .ends(2002, "the host nowhere.test was not found"),
+            .ends(2002, "the host nowhere.test was not found")
+            .by(eml_cause_unreachable, "pop look-up"),
         reason_case("a POP3 server that does not listen")
             .pop("")
             .with("pop_port", port)
-            .ends(2002, "connect to 127.0.0.1:" + port + ": Connection refused"),
+            .ends(2002, "connect to 127.0.0.1:" + port + ": Connection refused")
+            .by(eml_cause_unreachable, "pop connect"),
         reason_case("the POP3 server does not greet")
             .pop(silent)
-            .ends(2002, "no greeting from the POP3 server within 15 s"),
+            .ends(2002, "no greeting from the POP3 server within 15 s")
+            .by(eml_cause_lost, "pop greeting"),
         reason_case("the POP3 server closes")
             .pop("S: (closes)\n")
-            .ends(2002, "the POP3 server closed the connection without a greeting"),
+            .ends(2002, "the POP3 server closed the connection without a greeting")
+            .by(eml_cause_lost, "pop greeting"),
         reason_case("the POP3 user is refused")
             .pop(pop_greeted + refused_at("user anna", "-ERR who?"))
-            .ends(2004, "the POP3 server refused the user anna: -ERR who?"),
+            .ends(2004, "the POP3 server refused the user anna: -ERR who?")
+            .by(eml_cause_refused, "pop login"),
+        reason_case("the POP3 user is answered by an error that is no -ERR")
+            .pop(pop_greeted + refused_at("user anna", "+OK error?"))
+            .ends(2004, "the POP3 server refused the user anna: +OK error?")
+            .by(eml_cause_protocol, "pop login"),
+        reason_case("the mailbox is in use")
+            .pop(user_sent + refused_at("pass pop secret", "-ERR [IN-USE] somebody reads"))
+            .ends(2005,
+                  "the POP3 server refused the password of anna: -ERR [IN-USE] somebody reads")
+            .by(eml_cause_refused_now, "pop login"),
+        reason_case("a POP3 greeting that is a refusal has no time stamp")
+            .apop("S: -ERR [SYS/TEMP] come back\n" + hangs_up)
+            .ends(2006, "the POP3 server offers no APOP: -ERR [SYS/TEMP] come back")
+            .by(eml_cause_refused_now, "pop login"),
         reason_case("the POP3 user is not answered")
             .pop(pop_greeted + silent_at("user anna"))
-            .ends(2004, "no answer to USER for anna within 15 s"),
+            .ends(2004, "no answer to USER for anna within 15 s")
+            .by(eml_cause_lost, "pop login"),
         reason_case("the POP3 password is refused with an echo")
             .pop(user_sent + refused_at("pass pop secret", "-ERR unknown: pass pop secret "))
-            .ends(2005, "the POP3 server refused the password of anna: -ERR unknown: pass ***"),
+            .ends(2005, "the POP3 server refused the password of anna: -ERR unknown: pass ***")
+            .by(eml_cause_refused, "pop login"),
         reason_case("the connection is closed after the POP3 password")
             .pop(user_sent + lost_at("pass pop secret"))
-            .ends(2005, "the POP3 server closed the connection after PASS for anna"),
+            .ends(2005, "the POP3 server closed the connection after PASS for anna")
+            .by(eml_cause_lost, "pop login"),
         reason_case("APOP is not offered")
             .apop(pop_greeted + hangs_up)
-            .ends(2006, "the POP3 server offers no APOP: +OK ready"),
+            .ends(2006, "the POP3 server offers no APOP: +OK ready")
+            .by(eml_cause_settings, "pop login"),
         reason_case("APOP is refused with an echo")
             .apop(stamped + refused_at(apop, "-ERR " + response + " for pop secret"))
-            .ends(2006, "the POP3 server refused APOP for anna: -ERR *** for ***"),
+            .ends(2006, "the POP3 server refused APOP for anna: -ERR *** for ***")
+            .by(eml_cause_refused, "pop login"),
         reason_case("APOP is not answered")
             .apop(stamped + silent_at(apop))
-            .ends(2006, "no answer to APOP for anna within 15 s"),
+            .ends(2006, "no answer to APOP for anna within 15 s")
+            .by(eml_cause_lost, "pop login"),
         reason_case("QUIT of POP3 is not answered")
             .pop(user_sent + answered("pass pop secret", "+OK") + silent_at("quit"))
-            .ends(100, "no answer to POP3 QUIT within 15 s"),
+            .ends(100, "no answer to POP3 QUIT within 15 s")
+            .by(eml_cause_lost, "pop quit"),
         reason_case("the connection is closed after QUIT of POP3")
             .pop(user_sent + answered("pass pop secret", "+OK") + lost_at("quit"))
-            .ends(100, "the POP3 server closed the connection after POP3 QUIT"),
+            .ends(100, "the POP3 server closed the connection after POP3 QUIT")
+            .by(eml_cause_lost, "pop quit"),
         reason_case("a POP3 login and then a mail")
             .pop(user_sent + answered("pass pop secret", "+OK") + pop_goodbye)
             .smtp(helo + delivery),
         reason_case("a POP3 login and then a refused sender")
             .pop(user_sent + answered("pass pop secret", "+OK") + pop_goodbye)
             .smtp(helo + refused_at("mail from: <reply@a.test>", "550 no"))
-            .ends(1005, "the server refused the sender reply@a.test: 550 no"),
+            .ends(1005, "the server refused the sender reply@a.test: 550 no")
+            .by(eml_cause_refused, "sender"),
     };
 }
 
@@ -780,7 +910,10 @@ class FileReasons : public ReasonRoom, public testing::WithParamInterface<file_c
 TEST_P(FileReasons, OfBothAttempts)
 {
     std::string const path = file("x");
-    reason_case const c    = reason_case("").smtp(helo + hangs_up).ends(1005, GetParam().expected);
+    reason_case const c    = reason_case("")
+                              .smtp(helo + hangs_up)
+                              .ends(1005, GetParam().expected)
+                              .by(eml_cause_file, "message");
     start_keeping();
     GetParam().make(path);  // only now: an engine deletes what it meets at its start
     announce(path);
@@ -838,6 +971,8 @@ TEST_F(ReasonRoom, OfAMessageFileThatCannotBeRead)
     message_file const   directory(unique_fd(::open(workdir().c_str(), O_RDONLY | O_CLOEXEC)));
     EXPECT_EQ(isendw().send(directory, settings_path().c_str(), message), 1005);
     EXPECT_STREQ(attempt->reason, "the message file cannot be read: Is a directory");
+    EXPECT_EQ(attempt->cause, eml_cause_file);
+    EXPECT_STREQ(attempt->step, "message");
 }
 
 // ---- messages that are not saved
@@ -846,7 +981,8 @@ class NotSaved : public ReasonRoom
 {
 protected:
     // Posts, and expects that there was no attempt for this reason.
-    void expect(std::string const& reason, char const* workdir, void* msg)
+    void expect(std::string const& reason, char const* workdir, void* msg,
+                eml_cause cause = eml_cause_file)
     {
         told const t = post_sync(workdir, msg);
         EXPECT_EQ(t.number, 100);
@@ -855,6 +991,8 @@ protected:
         EXPECT_EQ(t.code, eml_send_error_other);
         EXPECT_EQ(t.message, "");
         EXPECT_EQ(t.reason, reason);
+        EXPECT_EQ(t.cause, cause);
+        EXPECT_EQ(t.step, "message");
     }
 };
 
@@ -875,7 +1013,7 @@ TEST_F(NotSaved, WithoutAWorkDirectory)
 
 TEST_F(NotSaved, WithoutAMessage)
 {
-    expect("no message is given", workdir().c_str(), nullptr);
+    expect("no message is given", workdir().c_str(), nullptr, eml_cause_message);
 }
 
 TEST_F(NotSaved, WithoutRoom)
@@ -919,6 +1057,8 @@ TEST_F(ManyReasons, DoNotGetIntoTheNextResult)
             told const         t = post_sync();
             EXPECT_EQ(t.number, 0);
             EXPECT_EQ(t.reason, "");
+            EXPECT_EQ(t.cause, eml_cause_none);
+            EXPECT_EQ(t.step, "");
         }
         {
             reason_case const  gone = reason_case("").smtp(greeted + lost_at("helo {host}"));
@@ -1001,8 +1141,9 @@ TEST_F(ManyReasons, AreCopiedWholeOrNotAtAll)
     EXPECT_EQ(eml_post_sync(workdir().c_str(), msg_, &record), -1);
     told const t = read(record);
     using getter = int (*)(void*, char*, int);
-    for (auto const& [get, text] :
-         {std::pair<getter, std::string>{eml_cb_get_reason, t.reason}, {eml_cb_get_file, t.file}}) {
+    for (auto const& [get, text] : {std::pair<getter, std::string>{eml_cb_get_reason, t.reason},
+                                    {eml_cb_get_file, t.file},
+                                    {eml_cb_get_step, "sender"}}) {
         int const size                 = static_cast<int>(text.size());
         char      buf[EML_REASON_SIZE] = "as it was";
         for (int too_small : {-1, 0, 1, size}) {
@@ -1014,8 +1155,12 @@ TEST_F(ManyReasons, AreCopiedWholeOrNotAtAll)
         EXPECT_EQ(get(record, buf, size + 1), 0);
         EXPECT_EQ(buf, text);
     }
-    int    number  = 77;
-    double seconds = 77;
+    int       number  = 77;
+    double    seconds = 77;
+    eml_cause cause   = eml_cause_32_bits;
+    EXPECT_EQ(eml_cb_get_cause(nullptr, &cause), -1);
+    EXPECT_EQ(eml_cb_get_cause(record, nullptr), -1);
+    EXPECT_EQ(cause, eml_cause_32_bits);
     EXPECT_EQ(eml_cb_get_number(nullptr, &number), -1);
     EXPECT_EQ(eml_cb_get_attempt(nullptr, &number), -1);
     EXPECT_EQ(eml_cb_get_seconds(nullptr, &seconds), -1);

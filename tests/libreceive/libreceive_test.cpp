@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <functional>
 #include <memory>
+#include <utility>
 
+#include "libcb/libcb.h"
 #include "libmsg/libmsg.h"
 #include "libsendw/smtpmsg.h"
 #include "tests/support/clean_machine.h"
@@ -468,6 +470,101 @@ TEST_F(Receive, TheSizedCallTellsTheLastLineAndTheReason)
     EXPECT_STREQ(reason, "the server record has no POP3 server");
 }
 
+// What a result record of receiving says.
+struct told {
+    int         result  = 0;
+    int         number  = -1;
+    eml_send_e  code    = eml_send_32_bits;
+    eml_cause   cause   = eml_cause_32_bits;
+    int         attempt = -1;
+    std::string step;
+    std::string reply;
+    std::string reason;
+    std::string file;
+};
+
+told receive_with_result(void* server, void* list)
+{
+    told  t;
+    void* record = nullptr;
+    char  buf[EML_REASON_SIZE];
+    t.result = receive_mails_result(server, list, "", &record);
+    EXPECT_EQ(cb_get_number(record, &t.number), 0);
+    EXPECT_EQ(cb_get_code(record, &t.code), 0);
+    EXPECT_EQ(cb_get_cause(record, &t.cause), 0);
+    EXPECT_EQ(cb_get_attempt(record, &t.attempt), 0);
+    for (auto const& [get, text] :
+         {std::pair(cb_get_step, &told::step), std::pair(cb_get_message, &told::reply),
+          std::pair(cb_get_reason, &told::reason), std::pair(cb_get_file, &told::file)}) {
+        EXPECT_EQ(get(record, buf, sizeof buf), 0);
+        t.*text = buf;
+    }
+    cb_destroy(record);
+    return t;
+}
+
+TEST_F(Receive, TheCallWithAResultTellsAll)
+{
+    std::string const user = pop_greeted + answered("user anna", "+OK");
+    std::string const mail = pop_login() + answered("stat", "+OK 1 100");
+    std::string const mail_in =
+        mail + "C: retr 1\nS: +OK\nS: From: a@d.test\nS: .\n" + answered("dele 1", "+OK");
+    struct {
+        std::string transcript;
+        int         number;
+        eml_send_e  code;
+        eml_cause   cause;
+        char const* step;
+        char const* reply;
+        char const* reason;
+    } const cases[] = {
+        {session("1 100", "S: From: a@d.test", "+OK", "+OK here"), 0, eml_send_ok, eml_cause_none,
+         "", "+OK\r\n", ""},
+        {"S: (closes)\n", 2002, eml_send_error_connection, eml_cause_lost, "pop greeting", "",
+         "the POP3 server closed the connection without a greeting"},
+        {pop_greeted + refused_at("user anna", "-ERR who?"), 2004, eml_send_error_auth,
+         eml_cause_refused, "pop login", "-ERR who?\r\n",
+         "the POP3 server refused the user anna: -ERR who?"},
+        {user + refused_at("pass secret", "-ERR [IN-USE] wait"), 2005, eml_send_error_auth,
+         eml_cause_refused_now, "pop login", "-ERR [IN-USE] wait\r\n",
+         "the POP3 server refused the password of anna: -ERR [IN-USE] wait"},
+        {pop_login() + refused_at("stat", "-ERR locked"), 100, eml_send_error_other,
+         eml_cause_refused, "stat", "-ERR locked\r\n", "the POP3 server refused STAT: -ERR locked"},
+        {mail + refused_at("retr 1", "-ERR [SYS/TEMP] no"), 100, eml_send_error_other,
+         eml_cause_refused_now, "retr", "-ERR [SYS/TEMP] no\r\n",
+         "the POP3 server refused RETR: -ERR [SYS/TEMP] no"},
+        {mail_in + lost_at("quit"), 100, eml_send_error_other, eml_cause_lost, "pop quit", "",
+         "the POP3 server closed the connection after POP3 QUIT"},
+    };
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.reason);
+        local_server  server(c.transcript);
+        _s_mailserver record = record_of(server);
+        told const    t      = receive_with_result(&record, list());
+        EXPECT_EQ(t.result, c.number == 0 ? 0 : -1);
+        EXPECT_EQ(t.number, c.number);
+        EXPECT_EQ(t.code, c.code);
+        EXPECT_EQ(t.cause, c.cause);
+        EXPECT_EQ(t.step, c.step);
+        EXPECT_EQ(t.reply, c.reply);
+        EXPECT_EQ(t.reason, c.reason);
+        EXPECT_EQ(t.attempt, 1);
+        EXPECT_EQ(t.file, "");
+    }
+}
+
+TEST_F(Receive, TheCallWithAResultNeedsAPlaceForIt)
+{
+    EXPECT_EQ(receive_mails_result(nullptr, list(), "", nullptr), -1);
+    told const t = receive_with_result(nullptr, list());
+    EXPECT_EQ(t.result, -1);
+    EXPECT_EQ(t.number, 100);
+    EXPECT_EQ(t.cause, eml_cause_settings);
+    EXPECT_EQ(t.step, "settings");
+    _s_mailserver unset;
+    EXPECT_EQ(receive_with_result(&unset, list()).cause, eml_cause_settings);
+}
+
 TEST_F(Receive, TheSizedCallTellsThatTheServerDoesNotDelete)
 {
     local_server server(
@@ -476,6 +573,13 @@ TEST_F(Receive, TheSizedCallTellsThatTheServerDoesNotDelete)
     char          reason[1024];
     EXPECT_EQ(receive_mails_sized(&record, list(), "", nullptr, 0, reason, sizeof reason), -1);
     EXPECT_STREQ(reason, "the server does not delete: it sends the same mail again and again");
+    local_server again(
+        sessions(given_up_after, [](int) { return session("2 200", mail(1), "-ERR read only"); }));
+    record.pop_port = again.port();
+    told const t    = receive_with_result(&record, list());
+    EXPECT_EQ(t.number, 100);
+    EXPECT_EQ(t.cause, eml_cause_protocol);
+    EXPECT_EQ(t.step, "dele");
 }
 
 TEST_F(Receive, GettersCutTheKeyOff)

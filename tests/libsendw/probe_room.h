@@ -80,6 +80,7 @@ struct told_step {
     double            seconds;
     std::string       reply;
     std::string       reason;
+    eml_cause         cause;
     void const*       user;
 };
 
@@ -91,7 +92,7 @@ public:
     {
         static_cast<told_steps*>(user)->steps_.push_back(
             {step->struct_size, step->outcome, step->number, step->name, step->server,
-             step->seconds, step->reply, step->reason, user});
+             step->seconds, step->reply, step->reason, step->cause, user});
     }
 
     std::vector<told_step> const& all() const { return steps_; }

@@ -28,6 +28,8 @@ namespace
 
 unsigned long const loopback = ::inet_addr("127.0.0.1");
 
+constexpr connect_steps on_the_way = {"look-up", "connect", "on the way"};
+
 bool is_open(int fd)
 {
     return ::fcntl(fd, F_GETFD) != -1;
@@ -183,7 +185,7 @@ TEST_F(SockConnect, LooksTheHostUpFirst)
     listening_socket const door;
     add_host("mail.test", "127.0.0.1");
     int fd = 0;
-    ASSERT_EQ(sock_connect_host("mail.test", door.port(), fd, "on the way"), 0);
+    ASSERT_EQ(sock_connect_host("mail.test", door.port(), fd, on_the_way), 0);
     unique_fd const client(fd);
     EXPECT_EQ(trouble_traces(), strings{"warning:inet_addr %s"});
 }
@@ -192,14 +194,14 @@ TEST_F(SockConnect, TakesThePortFromTheLow16Bits)
 {
     listening_socket const door;
     int                    fd = 0;
-    ASSERT_EQ(sock_connect_host("127.0.0.1", 0x30000 + door.port(), fd, ""), 0);
+    ASSERT_EQ(sock_connect_host("127.0.0.1", 0x30000 + door.port(), fd, on_the_way), 0);
     unique_fd const client(fd);
 }
 
 TEST_F(SockConnect, LeavesTheDescriptorAloneWhenTheHostIsUnknown)
 {
     int fd = 77;
-    EXPECT_EQ(sock_connect_host("no.such.host.test", 25, fd, "on the way"), -1);
+    EXPECT_EQ(sock_connect_host("no.such.host.test", 25, fd, on_the_way), -1);
     EXPECT_EQ(fd, 77);
     EXPECT_EQ(trouble_traces(), (strings{"warning:inet_addr %s", "error:gethostbyname %s",
                                          "error:invalid host address"}));
@@ -209,7 +211,7 @@ TEST_F(SockConnect, GivesNoDescriptorWhenTheHostRefuses)
 {
     closed_port const port;
     int               fd = 77;
-    EXPECT_EQ(sock_connect_host("127.0.0.1", port.number(), fd, "on the way"), -1);
+    EXPECT_EQ(sock_connect_host("127.0.0.1", port.number(), fd, on_the_way), -1);
     EXPECT_EQ(fd, -1);
     EXPECT_EQ(trouble_traces(),
               (strings{"error:connect INVALID_SOCKET", "error:INVALID_SOCKET %d"}));
@@ -225,7 +227,7 @@ TEST_F(SockTraces, TellOfEveryStepOfAConnection)
     listening_socket const door;
     add_host("mail.test", "127.0.0.1");
     int fd = 0;
-    ASSERT_EQ(sock_connect_host("mail.test", door.port(), fd, "on the way"), 0);
+    ASSERT_EQ(sock_connect_host("mail.test", door.port(), fd, on_the_way), 0);
     unique_fd const connected(fd);
     EXPECT_EQ(traces(), (strings{"look_up_address %s", "warning:inet_addr %s", "on the way"}));
 

@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <gtest/gtest.h>
+#include <utility>
 
 #include "support/attempt_note.h"
 
@@ -21,7 +22,7 @@ std::string refused(std::string const& reply, std::string const& password,
                     std::string const& response)
 {
     noting_attempt const attempt;
-    note_refused({"the server", {"X", "it"}, password, response}, reply);
+    note_refused({"the server", {"x", "X", "it"}, password, response}, reply);
     return attempt->reason;
 }
 
@@ -29,9 +30,9 @@ std::string refused(std::string const& reply, std::string const& password,
 
 TEST(Step, SaysHowItWasLost)
 {
-    step const greeting = {nullptr, "the connection"};
-    step const data     = {"DATA", "DATA"};
-    step const rcpt     = {"RCPT", "the recipient ", "x@b.test"};
+    step const greeting = {"greeting", nullptr, "the connection"};
+    step const data     = {"data", "DATA", "DATA"};
+    step const rcpt     = {"recipient", "RCPT", "the recipient ", "x@b.test"};
     EXPECT_EQ(lost(greeting, EAGAIN), "no greeting from the server within 15 s");
     EXPECT_EQ(lost(data, EAGAIN), "no answer to DATA within 15 s");
     EXPECT_EQ(lost(rcpt, EAGAIN), "no answer to RCPT for x@b.test within 15 s");
@@ -47,6 +48,85 @@ TEST(Step, SaysHowItWasLost)
               "the command line of DATA is longer than 1023 bytes and was not sent");
     EXPECT_EQ(lost(rcpt, EMSGSIZE),
               "the command line of RCPT is longer than 1023 bytes and was not sent: x@b.test");
+}
+
+TEST(Step, NotesCauseAndName)
+{
+    auto const noted = [](auto&& call) {
+        noting_attempt const attempt;
+        call();
+        return std::make_pair(attempt->cause, std::string(attempt->step));
+    };
+    auto const lost_by = [&](step const& now, int error) {
+        return noted([&] { note_lost({"the server", now}, error); });
+    };
+    using told           = std::pair<eml_cause, std::string>;
+    step const recipient = {step_name::recipient, "RCPT", "the recipient ", "x@b.test"};
+    step const login     = {step_name::login, "AUTH PLAIN", "the login of ", "joe"};
+    step const pop_login = {step_name::pop_login, "USER", "the user ", "joe"};
+    EXPECT_EQ(lost_by(recipient, 0), told(eml_cause_lost, "recipient"));
+    EXPECT_EQ(lost_by(recipient, EAGAIN), told(eml_cause_lost, "recipient"));
+    EXPECT_EQ(lost_by(recipient, EPIPE), told(eml_cause_lost, "recipient"));
+    EXPECT_EQ(lost_by(recipient, EMSGSIZE), told(eml_cause_message, "recipient"));
+    EXPECT_EQ(lost_by(login, EMSGSIZE), told(eml_cause_settings, "login")) << "no message's fault";
+    EXPECT_EQ(lost_by(pop_login, EMSGSIZE), told(eml_cause_settings, "pop login"));
+    EXPECT_EQ(noted([&] {
+                  note_refused({"the server", recipient}, "550 no\r\n");
+              }),
+              told(eml_cause_refused, "recipient"));
+    EXPECT_EQ(noted([&] {
+                  note_reply({"the server", login}, eml_cause_protocol, "said", "x");
+              }),
+              told(eml_cause_protocol, "login"));
+    EXPECT_EQ(noted([] { note_not_found("look-up", "a.test"); }),
+              told(eml_cause_unreachable, "look-up"));
+    EXPECT_EQ(noted([] { note_not_found("look-up", nullptr); }),
+              told(eml_cause_settings, "look-up"));
+    EXPECT_EQ(noted([] { note_not_connected("connect", "a.test", 25, ECONNREFUSED); }),
+              told(eml_cause_unreachable, "connect"));
+}
+
+TEST(Step, TakesTheCauseFromTheLastLineOfAReply)
+{
+    struct {
+        char const* reply;
+        eml_cause   cause;
+    } const cases[] = {
+        {"550 5.1.1 no\r\n", eml_cause_refused},
+        {"450 4.2.0 later\r\n", eml_cause_refused_now},
+        {"450-one\r\n550 two\r\n", eml_cause_refused},
+        {"550-one\r\n450 two\r\n", eml_cause_refused_now},
+        {"554 \r\n", eml_cause_refused},
+        {"421", eml_cause_refused_now},
+        {"550-not the last one\r\n", eml_cause_refused},
+        {"250 ok\r\n", eml_cause_protocol},
+        {"354 go on\r\n", eml_cause_protocol},
+        {"150 wait\r\n", eml_cause_protocol},
+        {"650 what\r\n", eml_cause_protocol},
+        {"55 no\r\n", eml_cause_protocol},
+        {"5x0 no\r\n", eml_cause_protocol},
+        {"55x no\r\n", eml_cause_protocol},
+        {"5500 no\r\n", eml_cause_protocol},
+        {" 550 no\r\n", eml_cause_protocol},
+        {"no\r\n", eml_cause_protocol},
+        {"", eml_cause_protocol},
+        {"-ERR\r\n", eml_cause_refused},
+        {"-err no\r\n", eml_cause_refused},
+        {"-ERR [AUTH] no\r\n", eml_cause_refused},
+        {"-ERR [SYS/PERM] no\r\n", eml_cause_refused},
+        {"-ERR [SYS/TEMP] no\r\n", eml_cause_refused_now},
+        {"-ERR [IN-USE] no\r\n", eml_cause_refused_now},
+        {"-err [in-use]\r\n", eml_cause_refused_now},
+        {"-ERR [LOGIN-DELAY] no\r\n", eml_cause_refused_now},
+        {"-ERR [LOGIN-DELAY/SHORT] no\r\n", eml_cause_refused_now},
+        {"-ERR [IN-USED] no\r\n", eml_cause_refused},
+        {"-ERR [IN-USE", eml_cause_refused},
+        {"-ERR not [IN-USE]\r\n", eml_cause_refused},
+        {"+OK error\r\n", eml_cause_protocol},
+    };
+    for (auto const& c : cases) {
+        EXPECT_EQ(cause_of_reply(c.reply), c.cause) << c.reply;
+    }
 }
 
 TEST(Step, QuotesTheLastLineOfAReply)
@@ -106,10 +186,10 @@ TEST(Step, HidesThemInALongReplyToo)
 
 TEST(Step, NeedsNoNote)
 {
-    note_refused({"the server", {"X", "it"}}, "550 no\r\n");
-    note_lost({"the server", {"X", "it"}}, 0);
-    note_not_found("a.test");
-    note_not_connected("a.test", 25, ECONNREFUSED);
+    note_refused({"the server", {"x", "X", "it"}}, "550 no\r\n");
+    note_lost({"the server", {"x", "X", "it"}}, 0);
+    note_not_found("look-up", "a.test");
+    note_not_connected("connect", "a.test", 25, ECONNREFUSED);
     EXPECT_EQ(current_note(), nullptr);
 }
 
@@ -120,12 +200,12 @@ TEST(Step, SaysWhyThereIsNoConnection)
         call();
         return std::string(attempt->reason);
     };
-    EXPECT_EQ(told([] { note_not_found("a.test"); }), "the host a.test was not found");
-    EXPECT_EQ(told([] { note_not_found(nullptr); }), "no host is given");
-    EXPECT_EQ(told([] { note_not_connected("a.test", 25, ECONNREFUSED); }),
+    EXPECT_EQ(told([] { note_not_found("look-up", "a.test"); }), "the host a.test was not found");
+    EXPECT_EQ(told([] { note_not_found("look-up", nullptr); }), "no host is given");
+    EXPECT_EQ(told([] { note_not_connected("connect", "a.test", 25, ECONNREFUSED); }),
               "connect to a.test:25: Connection refused");
-    EXPECT_EQ(told([] { note_not_connected("a.test", 25, EMFILE); }),
+    EXPECT_EQ(told([] { note_not_connected("connect", "a.test", 25, EMFILE); }),
               "connect to a.test:25: Too many open files");
-    EXPECT_EQ(told([] { note_not_connected("a.test", 25, ETIMEDOUT); }),
+    EXPECT_EQ(told([] { note_not_connected("connect", "a.test", 25, ETIMEDOUT); }),
               "connect to a.test:25: no answer within 30 s");
 }
