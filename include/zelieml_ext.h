@@ -9,6 +9,7 @@
  * - [login tests with reasons]: the login tests, with buffers of known size.
  * - [more of received mails]: receiving with a reason; sender and subject as UTF-8.
  * - [the probe]: one conversation with the servers that the settings name, step by step.
+ * - [the preview]: a message as it would be sent.
  * - [checks]: what would go wrong with a message, or with a settings file.
  *
  * The rules of zelieml.h hold here too. Texts for people are English sentences in ASCII without a
@@ -19,6 +20,8 @@
 
 #ifndef ZELIEML_EXT_H
 #define ZELIEML_EXT_H
+
+#include <stddef.h>
 
 #include "zelieml.h"
 
@@ -334,6 +337,45 @@ typedef struct eml_probe_step {
  */
 ZELIEML_API int eml_probe(const char *workdir, const char *sender, const char *recipient,
                           void (*proc)(const eml_probe_step *step, void *user), void *user);
+
+/* --------------------------------------------------------------- the preview */
+
+/*
+ * What would be said to the server. The strings are the library's, are never null, and are valid
+ * during the callback only. A later version may add members at the end: struct_size tells how many
+ * there are.
+ */
+typedef struct eml_preview {
+    unsigned int       struct_size;     /* bytes of this structure */
+    const char        *sender;          /* the envelope sender; empty for the null sender */
+    const char *const *recipients;      /* in the order of their commands, then NULL */
+    int                recipient_count; /* 0: the mail would fail for want of a recipient */
+    const char        *text;            /* header, empty line and body, followed by a NUL */
+    size_t             text_size;       /* bytes of text, without the NUL */
+} eml_preview;
+
+/*
+ * eml_msg_preview - show a message as it would be sent
+ *
+ * workdir  the work directory; its file "zelismes.cf" is read, for "subject_use_encoding". Without
+ *          that file the text is that of a mail without that setting.
+ * msg      the message; not changed
+ * proc     called once, on the caller's thread; must not throw
+ * user     passed to proc unchanged
+ *
+ * The message is shown as it would be read back from its file, see eml_msg_save; its Date is that of
+ * the call. The text has CR LF line ends, dots at the start of a line are doubled where a mail
+ * doubles them, and the end mark of SMTP is left out. As with a mail, lack of memory can cost
+ * subject or body.
+ *
+ * Connects to nothing, and leaves no file. Whether the message makes sense: see eml_msg_check.
+ *
+ * Returns 0. Returns -1, without calling proc, when workdir, msg or proc is null or there is no
+ * memory.
+ */
+ZELIEML_API int eml_msg_preview(const char *workdir, void *msg,
+                                void (*proc)(const eml_preview *shown_mail, void *user),
+                                void *user);
 
 /* -------------------------------------------------------------------- checks */
 

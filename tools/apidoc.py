@@ -41,6 +41,7 @@ HEADERS = {
         "login tests with reasons": "logins",
         "more of received mails": "received",
         "the probe": "probe",
+        "the preview": "preview",
         "checks": "checks",
     },
 }

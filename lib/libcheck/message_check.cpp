@@ -57,15 +57,6 @@ bool contains(std::string const& text, bool (*is)(char c))
     return false;
 }
 
-// A value as it is in the file.
-std::string saved(std::string const& value)
-{
-    std::string text = value.c_str();
-    remove_r(&text[0]);
-    text.resize(std::strlen(text.c_str()));
-    return text;
-}
-
 // Where a CR is that does not belong to a CR LF.
 std::size_t find_lone_cr(std::string const& text)
 {
@@ -173,7 +164,7 @@ class message_checker
 public:
     // sent  an empty record
     message_checker(_s_msg const& record, _s_msg& sent, finding_proc proc, void* user)
-        : record_(record), sent_(sent), found_(proc, user), body_(saved(record.body))
+        : record_(record), sent_(sent), found_(proc, user), body_(saved_text(record.body))
     {
         read_back();
     }
@@ -211,7 +202,7 @@ private:
         for (header_field const& field : header_fields) {
             std::string const& value = record_.*field.text;
             if (!value.empty() || !field.left_out_when_empty) {
-                take_lines(*field.key + saved(value), true);
+                take_lines(*field.key + saved_text(value), true);
             }
         }
         begun_ = !sent_.body.empty();

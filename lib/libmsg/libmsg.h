@@ -166,6 +166,14 @@ int msg_load(void** msg, char const* path);
 // A file that cannot be read, and lack of memory, come with errno.
 int msg_load(void** msg, message_file const& file);
 
+// msg_read_back - fill a new record with what msg_load reads from the file that msg_save writes
+//
+// There is no file. Throws std::bad_alloc when there is no memory.
+void msg_read_back(_s_msg const& msg, _s_msg& read);
+
+// saved_text - a string of a record as it is in its file: up to a NUL, without any CR
+std::string saved_text(std::string const& text);
+
 // The steps of msg_save and msg_load.
 
 // write_key_dat - write key and value without any CR, and an LF if add_lf

@@ -69,18 +69,12 @@ void _delete_same_address(std::vector<std::string> const& addresses,
 
 int _send_rcptto(_s_smtp* session, void* msg)
 {
-    std::string list = msg_get_to(msg);
-    if (msg_cc_exist(msg)) {
-        list += "," + msg_get_cc(msg);
-    }
-    std::vector<std::string> addresses;
-    if (smtpmsg_split_address(list, addresses) != 0) {
+    std::vector<std::string> unique;
+    if (envelope_recipients(msg, unique) != 0) {
         trace_msg("error:smtpmsg_split_address");
         note_failure(eml_cause_message, step_name::recipient, "the message has no recipient");
         return -1;
     }
-    std::vector<std::string> unique;
-    _delete_same_address(addresses, unique);
     if (smtp_rcptto(session, unique) != 0) {
         trace_msg("smtp_rcptto");
         return -1;
@@ -200,6 +194,20 @@ int isendw::send(message_file const& message, char const* conf_fullpath, std::st
 
     return smtp_converse(addr.host, text_to_int(addr.port), result_text,
                          [&](_s_smtp* session) { return converse(session, message, conf); });
+}
+
+int envelope_recipients(void* msg, std::vector<std::string>& recipients)
+{
+    std::string list = msg_get_to(msg);
+    if (msg_cc_exist(msg)) {
+        list += "," + msg_get_cc(msg);
+    }
+    std::vector<std::string> addresses;
+    if (smtpmsg_split_address(list, addresses) != 0) {
+        return -1;
+    }
+    _delete_same_address(addresses, recipients);
+    return 0;
 }
 
 int isendw_sys::init()

@@ -10,6 +10,7 @@
 #define ZELIEML_LIBSENDW_LIBSENDW_H
 
 #include <string>
+#include <vector>
 
 #include "libmsg/message_file.h"
 
@@ -62,6 +63,13 @@ public:
     // message  no file counts as a message that cannot be loaded
     int send(message_file const& message, char const* conf_fullpath, std::string& result_text);
 };
+
+// envelope_recipients - the recipients of a mail: To and Cc, each address once
+//
+// recipients  they are appended, as they are sent
+//
+// Returns 0, or -1 when there is no recipient.
+int envelope_recipients(void* msg, std::vector<std::string>& recipients);
 
 // The sending system as a whole. Nothing has to be set up or shut down: both functions return 0.
 class isend_sys

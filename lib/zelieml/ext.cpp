@@ -10,6 +10,7 @@
 #include "libcheck/settings_check.h"
 #include "libemlw/file.h"
 #include "libreceive/libreceive.h"
+#include "libsendw/preview.h"
 #include "libsendw/probe.h"
 #include "support/attempt_note.h"
 #include "zelieml/exported_call.h"
@@ -115,6 +116,14 @@ int eml_probe(char const* workdir, char const* sender, char const* recipient,
         return workdir == nullptr
                    ? -1
                    : probe(conf_fullpath(workdir).c_str(), sender, recipient, proc, user);
+    });
+}
+
+int eml_msg_preview(char const* workdir, void*                                  msg,
+                    void (*proc)(eml_preview const* preview, void* user), void* user)
+{
+    return exported_call(-1, [&] {
+        return workdir == nullptr ? -1 : preview(conf_fullpath(workdir).c_str(), msg, proc, user);
     });
 }
 

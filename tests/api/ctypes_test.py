@@ -13,7 +13,7 @@ import re
 import subprocess
 import sys
 import tempfile
-from ctypes import POINTER, byref, c_char_p, c_double, c_int, c_uint, c_void_p
+from ctypes import POINTER, byref, c_char_p, c_double, c_int, c_size_t, c_uint, c_void_p
 
 REASON_SIZE = 1024
 SUBJECT = "用紙切れ in tray 2"
@@ -29,12 +29,18 @@ class Step(ctypes.Structure):
                 ("reason", c_char_p), ("cause", c_int)]
 
 
+class Preview(ctypes.Structure):
+    _fields_ = [("struct_size", c_uint), ("sender", c_char_p), ("recipients", POINTER(c_char_p)),
+                ("recipient_count", c_int), ("text", c_char_p), ("text_size", c_size_t)]
+
+
 class Finding(ctypes.Structure):
     _fields_ = [("struct_size", c_uint), ("severity", c_int), ("line", c_int),
                 ("field", c_char_p), ("text", c_char_p)]
 
 
 STEP_PROC = ctypes.CFUNCTYPE(None, POINTER(Step), c_void_p)
+PREVIEW_PROC = ctypes.CFUNCTYPE(None, POINTER(Preview), c_void_p)
 FINDING_PROC = ctypes.CFUNCTYPE(None, POINTER(Finding), c_void_p)
 
 # What each function takes. All return an int but eml_version; enumerations are ints.
@@ -59,6 +65,7 @@ ARGUMENTS = {
     "eml_receive_msg_get_messageid": GET_FIELD,
     "eml_receive_msg_get_date": GET_FIELD,
     "eml_probe": [c_char_p, c_char_p, c_char_p, STEP_PROC, c_void_p],
+    "eml_msg_preview": [c_char_p, c_void_p, PREVIEW_PROC, c_void_p],
     "eml_msg_check": [c_void_p, FINDING_PROC, c_void_p],
     "eml_settings_check": [c_char_p, FINDING_PROC, c_void_p],
     # of zelieml.h
@@ -160,6 +167,20 @@ def probe(lib, work, server):
     name, outcome, number, reply, reason, cause = steps[-1]
     expect((name, outcome, number, reply[:4], reply.strip() in reason, cause),
            (b"recipient", PROBE_FAILED, 1005, b"550 ", True, CAUSE_REFUSED))
+
+
+def preview(lib, msg, work):
+    shown = []
+
+    def keep(preview, user):
+        p = preview.contents
+        expect((p.struct_size, user), (ctypes.sizeof(Preview), 7))
+        shown.append((p.sender, p.recipients[:p.recipient_count], p.text, p.text_size))
+
+    expect(lib.eml_msg_preview(bytes(work), msg, PREVIEW_PROC(keep), 7), 0)
+    [(sender, recipients, text, size)] = shown
+    expect((sender, recipients), (b"box@a.test", [b"anna@b.test"]))
+    expect((text[:6], b"\r\nTo: anna@b.test\r\n" in text, size), (b"Date: ", True, len(text)))
 
 
 def send(lib, msg, work, to, number):
@@ -264,6 +285,7 @@ def main():
                              ("messageid", "<1@a.test>"), ("body", "text\n")):
             expect(getattr(lib, f"eml_msg_set_{field}")(msg, value.encode()), 0)
         check(lib, msg, work)
+        preview(lib, msg, work)
         probe(lib, work, b"127.0.0.1:%d" % server.smtp)
         send(lib, msg, work, b"nobody@b.test", 1005)
         send(lib, msg, work, b"anna@b.test", 0)

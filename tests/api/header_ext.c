@@ -32,6 +32,14 @@ struct plain_probe_step {
     char const*  reason;
     int          cause;
 };
+struct plain_preview {
+    unsigned int       struct_size;
+    char const*        sender;
+    char const* const* recipients;
+    int                recipient_count;
+    char const*        text;
+    size_t             text_size;
+};
 struct plain_finding {
     unsigned int struct_size;
     int          severity;
@@ -58,6 +66,13 @@ SAME_MEMBER(eml_probe_step, plain_probe_step, seconds);
 SAME_MEMBER(eml_probe_step, plain_probe_step, reply);
 SAME_MEMBER(eml_probe_step, plain_probe_step, reason);
 SAME_MEMBER(eml_probe_step, plain_probe_step, cause);
+SAME_SIZE(eml_preview, plain_preview);
+SAME_MEMBER(eml_preview, plain_preview, struct_size);
+SAME_MEMBER(eml_preview, plain_preview, sender);
+SAME_MEMBER(eml_preview, plain_preview, recipients);
+SAME_MEMBER(eml_preview, plain_preview, recipient_count);
+SAME_MEMBER(eml_preview, plain_preview, text);
+SAME_MEMBER(eml_preview, plain_preview, text_size);
 SAME_SIZE(eml_finding, plain_finding);
 SAME_MEMBER(eml_finding, plain_finding, struct_size);
 SAME_MEMBER(eml_finding, plain_finding, severity);

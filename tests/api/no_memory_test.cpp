@@ -359,6 +359,36 @@ TEST_P(NoMemory, ForASynchronousPost)
     EXPECT_EQ(zelieml::test::open_descriptors(), descriptors);
 }
 
+TEST_P(NoMemory, ForAPreview)
+{
+    settings("");
+    std::string const list = "anna@b.test, " + std::string(40, 'x') + "@b.test";
+    eml_msg_set_to(msg_, list.c_str());
+    eml_msg_set_body(msg_, other_string);
+    int        calls  = 0;
+    int        result = 0;
+    auto const count  = [](eml_preview const* preview, void* user) {
+        EXPECT_EQ(preview->recipient_count, 2);
+        ++*static_cast<int*>(user);
+    };
+    // Lack of memory can cost subject and body.
+    int good = 0;
+    for (bool refused = true; refused && !HasFailure(); ++good) {
+        SCOPED_TRACE(good);
+        calls = 0;
+        try {
+            failing_new const limit(good, GetParam());
+            result = eml_msg_preview(workdir_.c_str(), msg_, count, &calls);
+        } catch (...) {
+            ADD_FAILURE() << "something was thrown";
+        }
+        refused = failing_new::refused();
+        EXPECT_TRUE(result == 0 || (refused && result == -1)) << result;
+        EXPECT_EQ(calls, result == 0 ? 1 : 0);
+    }
+    EXPECT_GT(good, 5) << "a preview asks for memory more often than that";
+}
+
 TEST_P(NoMemory, ForServerRecordsAndLists)
 {
     void* server = nullptr;

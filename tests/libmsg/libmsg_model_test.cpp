@@ -85,6 +85,11 @@ TEST(RandomMessages, AreSavedAndLoadedAsTheModelSays)
         EXPECT_EQ(msg_set_body(msg, body.c_str()), 0);
         EXPECT_EQ(test::get_all(msg), m);
         EXPECT_EQ(msg_save(msg, path.c_str()), 0);
+        void* read = nullptr;
+        ASSERT_EQ(msg_create(&read), 0);
+        msg_read_back(*static_cast<_s_msg*>(msg), *static_cast<_s_msg*>(read));
+        EXPECT_EQ(test::get_all(read), test::message_of(test::file_of(m))) << "without a file";
+        msg_destroy(read);
         msg_destroy(msg);
 
         std::string const bytes = test::read_file(path);
@@ -175,6 +180,11 @@ TEST(BodiesOfAllSizes, AreSavedAsTheModelSays)
 
                 void* loaded = nullptr;
                 EXPECT_EQ(msg_load(&loaded, file), 0) << "from the file that was written";
+                EXPECT_TRUE(test::get_all(loaded) == test::message_of(test::file_of(m)));
+                msg_destroy(loaded);
+
+                ASSERT_EQ(msg_create(&loaded), 0);
+                msg_read_back(*static_cast<_s_msg*>(msg), *static_cast<_s_msg*>(loaded));
                 EXPECT_TRUE(test::get_all(loaded) == test::message_of(test::file_of(m)));
                 msg_destroy(loaded);
                 ::unlink(dir.file("b").c_str());

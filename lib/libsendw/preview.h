@@ -1,0 +1,19 @@
+// preview.h - a mail as a send would say it, without a server
+
+#ifndef ZELIEML_LIBSENDW_PREVIEW_H
+#define ZELIEML_LIBSENDW_PREVIEW_H
+
+#include "zelieml_ext.h"
+
+namespace zelieml
+{
+
+// preview - eml_msg_preview with the path of the settings file
+//
+// Returns 0, or -1. Throws std::bad_alloc when there is no memory.
+int preview(char const* conf_fullpath, void*                            msg,
+            void (*proc)(eml_preview const* preview, void* user), void* user);
+
+}  // namespace zelieml
+
+#endif
