@@ -4,9 +4,11 @@
 // user of the library would.
 
 #include "tools/zelieml/command.h"
+#include "tools/zelieml/locale_text.h"
 
 int main(int argc, char** argv)
 {
+    zelieml::program::use_locale();
     zelieml::program::command_line line;
     zelieml::program::add_password(line);
     return line.run(argc, argv);
