@@ -171,7 +171,7 @@ failure not_valid(std::string const& text, std::size_t at, std::string const& th
 bool is_control(std::string const& character)
 {
     unsigned long const code = code_point(character);
-    return code < 0x20 || (code >= 0x7F && code < 0xA0);
+    return (code < 0x20 && code != '\t') || (code >= 0x7F && code < 0xA0);
 }
 
 }  // namespace
@@ -215,6 +215,20 @@ std::string to_charset(std::string const& utf8, std::string const& charset,
                                       " cannot be written in " + charset +
                                       ": use --encoding utf-8, or another character");
     });
+}
+
+std::string from_charset(std::string const& text, std::string const& charset)
+{
+    if (charset == utf8_name) {
+        return text;
+    }
+    try {
+        converter   from(utf8_name, charset);
+        std::string out;
+        return from.add(text.data(), text.size(), out) == text.size() ? out : text;
+    } catch (failure const&) {
+        return text;
+    }
 }
 
 std::string to_terminal(std::string const& utf8)

@@ -31,9 +31,13 @@ std::string to_utf8(std::string const& text, std::string const& thing);
 std::string to_charset(std::string const& utf8, std::string const& charset,
                        std::string const& thing);
 
+// from_charset - text in another charset, as UTF-8; as it is where it is not valid in that charset,
+// or this system does not know it
+std::string from_charset(std::string const& text, std::string const& charset);
+
 // to_terminal - a line from elsewhere, in UTF-8 as a rule, in the charset of the locale
 //
-// Control characters, and what is not valid or cannot be expressed there, become "?".
+// Control characters but tabs, and what is not valid or cannot be expressed there, become "?".
 std::string to_terminal(std::string const& utf8);
 
 }  // namespace zelieml::program
