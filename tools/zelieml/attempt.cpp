@@ -68,6 +68,34 @@ std::string why(attempt const& made)
     return made.reason.empty() ? "the mail was not sent" : made.reason;
 }
 
+std::string remedy(attempt const& made)
+{
+    constexpr int not_confirmed = 1006;
+    if (made.number == not_confirmed) {
+        return "the server has taken the mail, do not send it again";
+    }
+    switch (made.cause) {
+    case eml_cause_message:
+        return "mend the message";
+    case eml_cause_file:
+        return "make room, give this user the right to write there, or use another directory";
+    case eml_cause_settings:
+        return "'zelieml settings check' says more";
+    case eml_cause_unreachable:
+    case eml_cause_lost:
+    case eml_cause_protocol:
+        return "'zelieml check' says more";
+    case eml_cause_refused_now:
+        return "try again later";
+    case eml_cause_refused:
+        return made.step == "recipient" ? "nobody has got the mail, mend the address"
+               : is_login(made.step)    ? "'zelieml check' says more"
+                                        : "do as the reply says";
+    default:
+        return "try again";
+    }
+}
+
 char const* name_of(eml_cause cause)
 {
     switch (cause) {

@@ -33,6 +33,9 @@ json to_json(attempt const& made);
 // why - one sentence for people, never empty; the attempt failed
 std::string why(attempt const& made);
 
+// remedy - what to do about it, a phrase; the attempt failed
+std::string remedy(attempt const& made);
+
 // name_of - a cause, as JSON has it: "refused_now"
 char const* name_of(eml_cause cause);
 
