@@ -10,6 +10,8 @@ int main(int argc, char** argv)
 {
     zelieml::program::use_locale();
     zelieml::program::command_line line;
+    zelieml::program::add_send(line);
+    zelieml::program::add_post(line);
     zelieml::program::add_password(line);
     return line.run(argc, argv);
 }
