@@ -6,9 +6,9 @@
 #include <cerrno>
 #include <cstring>
 #include <string_view>
-#include <strings.h>
 
 #include "platform/error_text.h"
+#include "support/ascii.h"
 
 namespace zelieml
 {
@@ -40,8 +40,7 @@ std::string_view last_line(std::string const& reply)
 
 bool begins_with(std::string_view text, std::string_view start)
 {
-    return text.size() >= start.size() &&
-           ::strncasecmp(text.data(), start.data(), start.size()) == 0;
+    return equal_ignoring_case(text.substr(0, start.size()), start);
 }
 
 bool is_digit(char c)
