@@ -241,4 +241,15 @@ bool is_refused(message const& mail, mail_options const& options, eml_severity l
     return worst >= least;
 }
 
+attempt send_now(std::string const& workdir, message const& mail)
+{
+    void* record = nullptr;
+    eml_post_sync(workdir.c_str(), mail.record(), &record);
+    std::unique_ptr<void, decltype(&eml_cb_delete)> const owner(record, eml_cb_delete);
+    if (record == nullptr) {
+        throw std::bad_alloc();
+    }
+    return attempt_of(record);
+}
+
 }  // namespace zelieml::program

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/zelieml/attempt.h"
 #include "tools/zelieml/command.h"
 #include "zelieml_ext.h"
 
@@ -58,6 +59,9 @@ message make_message(mail_options const& options, std::string const& body);
 //
 // Says each of these findings on standard error, with the option or the line that it is about.
 bool is_refused(message const& mail, mail_options const& options, eml_severity least);
+
+// send_now - what became of a mail, with the settings of a work directory
+attempt send_now(std::string const& workdir, message const& mail);
 
 }  // namespace zelieml::program
 

@@ -103,17 +103,6 @@ int report(attempt const& made, common_options const& common)
     return status;
 }
 
-attempt send_now(std::string const& workdir, message const& mail)
-{
-    void* record = nullptr;
-    eml_post_sync(workdir.c_str(), mail.record(), &record);
-    std::unique_ptr<void, decltype(&eml_cb_delete)> const owner(record, eml_cb_delete);
-    if (record == nullptr) {
-        throw std::bad_alloc();
-    }
-    return attempt_of(record);
-}
-
 // Whether a file of so many bytes can be made in a directory: 0, or what is in the way as a number
 // of errno.
 int error_of_new_file(std::string const& directory, std::size_t bytes)
