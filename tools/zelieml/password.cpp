@@ -1,14 +1,11 @@
 // password.cpp - zelieml password: encrypt a password for the settings file
 
-#include <cstdio>
 #include <memory>
 #include <sysexits.h>
 
 #include "tools/zelieml/command.h"
-#include "tools/zelieml/failure.h"
 #include "tools/zelieml/output.h"
 #include "tools/zelieml/secret.h"
-#include "zelieml.h"
 
 namespace zelieml::program
 {
@@ -16,16 +13,14 @@ namespace zelieml::program
 namespace
 {
 
-int encrypt()
+int encrypt(bool as_json, int fd)
 {
-    std::string password = read_secret("Password: ", -1);
-    std::unique_ptr<unsigned char, decltype(&eml_encrypt_free_passwd)> const text(
-        eml_encrypt_passwd(reinterpret_cast<unsigned char*>(password.data())),
-        eml_encrypt_free_passwd);
-    if (text == nullptr) {
-        throw failure(EX_SOFTWARE, "there is not enough memory");
+    std::string const stored = encrypted(read_secret("Password: ", fd, asked::twice));
+    if (as_json) {
+        print_json({{"encrypted", stored}});
+    } else {
+        print_line(stored);
     }
-    print_line(reinterpret_cast<char const*>(text.get()));
     return EX_OK;
 }
 
@@ -33,10 +28,14 @@ int encrypt()
 
 void add_password(command_line& line)
 {
-    line.add(line.app(), "password", "Encrypt a password for the settings file",
-             "  zelieml password\n"
-             "  zelieml password < password.txt",
-             encrypt);
+    auto const fd     = std::make_shared<int>(-1);
+    CLI::App& command = line.add(line.app(), "password", "Encrypt a password for the settings file",
+                                 "  zelieml password\n"
+                                 "  zelieml password < password.txt\n"
+                                 "  zelieml password --password-fd 3 3< password.txt",
+                                 [&line, fd] { return encrypt(line.options().json, *fd); });
+    line.add_json(command);
+    add_password_fd(command, *fd);
 }
 
 }  // namespace zelieml::program
