@@ -64,6 +64,7 @@ private:
 // One for each command or group of commands, in the order of the help.
 void add_send(command_line& line);
 void add_post(command_line& line);
+void add_settings(command_line& line);
 void add_check(command_line& line);
 void add_password(command_line& line);
 

@@ -1,0 +1,301 @@
+// settings.cpp - zelieml settings: look at the settings of a work directory, and change them
+
+#include <memory>
+#include <sysexits.h>
+
+#include "tools/zelieml/command.h"
+#include "tools/zelieml/failure.h"
+#include "tools/zelieml/locale_text.h"
+#include "tools/zelieml/output.h"
+#include "tools/zelieml/secret.h"
+#include "tools/zelieml/setting_keys.h"
+#include "tools/zelieml/settings_file.h"
+#include "zelieml_ext.h"
+
+namespace zelieml::program
+{
+
+namespace
+{
+
+struct set_options {
+    std::string key;
+    std::string value;
+    bool        has_value   = false;
+    int         password_fd = -1;
+};
+
+bool is_password(setting_key const& key)
+{
+    return key.kind == setting_kind::password;
+}
+
+json shown_value(setting_key const& key, std::string const& value)
+{
+    return is_password(key) ? json(true) : json(value);
+}
+
+void print_setting(setting_key const& key, std::string const& value, bool as_json)
+{
+    if (as_json) {
+        print_json({{"key", key.name}, {"value", shown_value(key, value)}});
+    } else {
+        print_line(is_password(key) ? "(set)" : to_terminal(value));
+    }
+}
+
+int get(common_options const& options, std::string const& name)
+{
+    setting_key const& key = known_setting(name);
+    print_setting(key, needed(read_settings(options.workdir), name, options.workdir), options.json);
+    return EX_OK;
+}
+
+// A password as it is to be stored.
+std::string stored(secret const& password, bool clear, setting_key const& key)
+{
+    if (clear &&
+        (password.text()[0] == ' ' || password.text()[0] == '\t' ||
+         std::string_view(password.text()).find_first_of("\r\n") != std::string_view::npos)) {
+        throw failure(EX_DATAERR, "this password of " + key.name +
+                                      " cannot be stored in clear text, with a blank at its "
+                                      "beginning or a line break: set passwd_raw to no");
+    }
+    std::string const text = clear ? password.text() : encrypted(password);
+    if (text.size() > longest_value(key.name)) {
+        throw failure(EX_DATAERR, "the password of " + key.name +
+                                      " is too long to be stored, with "
+                                      "more than " +
+                                      std::to_string(longest_value(key.name) / (clear ? 1 : 2)) +
+                                      " bytes: choose a shorter one");
+    }
+    return text;
+}
+
+void set_password(common_options const& options, set_options const& asked_for,
+                  setting_key const& key)
+{
+    if (asked_for.has_value) {
+        throw failure(EX_USAGE, "a password on the command line could be seen by everybody: leave "
+                                "it away to be asked for it, or pass it with --password-fd");
+    }
+    secret const      password = read_secret("Password, to be stored as " + key.name + ": ",
+                                             asked_for.password_fd, asked::twice);
+    settings_change   change(options.workdir);
+    std::string const text = stored(password, are_clear(change.settings()), key);
+    change.settings().set(key.name, text);
+    change.write(key.name, text);
+}
+
+// Stores the passwords that there are in the other form.
+void convert_passwords(settings_text& settings, bool clear, std::string const& workdir)
+{
+    for (setting_key const& key : setting_keys()) {
+        std::optional<reading> const found = settings.read(key.name);
+        if (!is_password(key) || !found || found->value.empty()) {
+            continue;
+        }
+        std::string const text     = needed(settings, key.name, workdir);
+        secret const      password = clear ? decrypted(text, key.name) : secret(text);
+        settings.set(key.name, stored(password, clear, key));
+    }
+}
+
+void set_value(common_options const& options, set_options const& asked_for, setting_key const& key)
+{
+    if (!asked_for.has_value) {
+        throw failure(EX_USAGE, "the value of " + key.name + " is missing: write " +
+                                    values_of(key) + " behind the key");
+    }
+    std::string const value = to_utf8(asked_for.value, "the value of " + key.name);
+    check_value(key, value);
+    settings_change change(options.workdir);
+    bool const      were_clear = are_clear(change.settings());
+    change.settings().set(key.name, value);
+    bool const clear = are_clear(change.settings());
+    if (clear != were_clear) {
+        convert_passwords(change.settings(), clear, options.workdir);
+    }
+    change.write(key.name, value);
+}
+
+int set(common_options const& options, set_options const& asked_for)
+{
+    setting_key const& key = known_setting(asked_for.key);
+    if (is_password(key)) {
+        set_password(options, asked_for, key);
+    } else {
+        set_value(options, asked_for, key);
+    }
+    if (options.json) {
+        print_setting(key, asked_for.value, true);
+    }
+    return EX_OK;
+}
+
+std::string line_of(setting_key const& key, std::optional<reading> const& found)
+{
+    if (!found || !found->has_sign) {
+        return "# " + key.name + " is not set: " + key.missing;
+    }
+    return key.name + " = " + (is_password(key) ? "(set)" : to_terminal(found->value)) +
+           (found->key == key.name
+                ? ""
+                : "   # from line " + std::to_string(found->line) + ", which contains that name");
+}
+
+int show(common_options const& options)
+{
+    settings_text const settings = read_settings(options.workdir);
+    json                all      = json::object();
+    for (setting_key const& key : setting_keys()) {
+        std::optional<reading> const found = settings.read(key.name);
+        if (options.json) {
+            all[key.name] =
+                found && found->has_sign ? shown_value(key, found->value) : json(nullptr);
+        } else {
+            print_line(line_of(key, found));
+        }
+    }
+    if (options.json) {
+        print_json(all);
+    }
+    return EX_OK;
+}
+
+struct finding {
+    int          line;
+    std::string  key;
+    eml_severity severity;
+    std::string  text;
+};
+
+extern "C" void keep_finding(eml_finding const* found, void* list)
+{
+    static_cast<std::vector<finding>*>(list)->push_back(
+        {found->line, found->field, found->severity, found->text});
+}
+
+char const* name_of(eml_severity severity)
+{
+    return severity == eml_severity_error     ? "error"
+           : severity == eml_severity_warning ? "warning"
+                                              : "note";
+}
+
+std::string line_of(finding const& found)
+{
+    std::string const place = found.line != 0 ? "line " + std::to_string(found.line) : "";
+    std::string const both  = place + (place.empty() || found.key.empty() ? "" : ", ") + found.key;
+    return both + (both.empty() ? "" : ": ") + name_of(found.severity) + ": " +
+           to_terminal(found.text);
+}
+
+void print_findings(std::vector<finding> const& findings, bool as_json)
+{
+    json all = json::array();
+    for (finding const& found : findings) {
+        if (as_json) {
+            all.push_back({{"line", found.line},
+                           {"key", found.key},
+                           {"severity", name_of(found.severity)},
+                           {"text", found.text}});
+        } else {
+            print_line(line_of(found));
+        }
+    }
+    if (as_json) {
+        print_json(all);
+    }
+}
+
+int check(common_options const& options)
+{
+    std::string const    path = settings_path(options.workdir);
+    std::vector<finding> findings;
+    int const            worst = eml_settings_check(path.c_str(), keep_finding, &findings);
+    if (worst < 0) {
+        throw std::bad_alloc();
+    }
+    print_findings(findings, options.json);
+    if (worst > eml_severity_note) {
+        throw failure(EX_CONFIG, path + " has faults: mend what is printed as error or warning");
+    }
+    return EX_OK;
+}
+
+std::string table_of_keys()
+{
+    constexpr std::size_t width = 22;
+    std::string           table = "\nKeys:\n";
+    for (setting_key const& key : setting_keys()) {
+        table += "  " + key.name + std::string(width - key.name.size(), ' ') + key.help + " (" +
+                 values_of(key) + ")\n";
+    }
+    return table;
+}
+
+constexpr char get_examples[] = "  zelieml settings get -w /var/spool/zelieml smtp_server";
+constexpr char set_examples[] =
+    "  zelieml settings set -w /var/spool/zelieml smtp_server mail.office.test\n"
+    "  zelieml settings set -w /var/spool/zelieml smtp_port 25\n"
+    "  zelieml settings set -w /var/spool/zelieml smtp_passwd\n"
+    "  zelieml settings set -w /var/spool/zelieml smtp_passwd < password.txt\n"
+    "\n"
+    "Passwords are asked for, and stored encrypted unless passwd_raw is yes. Setting passwd_raw\n"
+    "converts those that are stored. Programs that write the file by the library's function are\n"
+    "not kept out meanwhile; if one does, nothing is changed, with exit status 75.\n";
+
+void add_get(command_line& line, CLI::App& group)
+{
+    auto const key = std::make_shared<std::string>();
+    CLI::App&  get_command =
+        line.add(group, "get", "Print the value of a key", get_examples + ("\n" + table_of_keys()),
+                 [&line, key] { return get(line.options(), *key); });
+    line.add_workdir(get_command);
+    line.add_json(get_command);
+    get_command.add_option("KEY", *key, "The key")->required()->type_name("");
+}
+
+void add_set(command_line& line, CLI::App& group)
+{
+    auto const asked_for = std::make_shared<set_options>();
+    CLI::App&  command =
+        line.add(group, "set", "Set the value of a key", set_examples + table_of_keys(),
+                 [&line, asked_for] { return set(line.options(), *asked_for); });
+    line.add_workdir(command);
+    line.add_json(command);
+    command.add_option("KEY", asked_for->key, "The key")->required()->type_name("");
+    command
+        .add_option_function<std::string>(
+            "VALUE",
+            [asked_for](std::string const& value) {
+                asked_for->value     = value;
+                asked_for->has_value = true;
+            },
+            "Its value; of a password, nothing")
+        ->type_name("");
+    add_password_fd(command, asked_for->password_fd);
+}
+
+}  // namespace
+
+void add_settings(command_line& line)
+{
+    CLI::App& group = line.add_group("settings", "Look at the settings, and change them");
+    add_get(line, group);
+    add_set(line, group);
+    CLI::App& show_command = line.add(group, "show", "Print all settings, without the passwords",
+                                      "  zelieml settings show -w /var/spool/zelieml\n"
+                                      "  zelieml settings show -w /var/spool/zelieml --json",
+                                      [&line] { return show(line.options()); });
+    line.add_workdir(show_command);
+    line.add_json(show_command);
+    CLI::App& check_command = line.add(group, "check", "Say what is wrong with the settings file",
+                                       "  zelieml settings check -w /var/spool/zelieml",
+                                       [&line] { return check(line.options()); });
+    line.add_workdir(check_command);
+    line.add_json(check_command);
+}
+
+}  // namespace zelieml::program
