@@ -297,19 +297,20 @@ void settings_text::set(std::string const& key, std::string const& value)
     }
     others.readable_ = others.lines_.size();
 
-    // Its old place is good as long as no line before it contains the key. Otherwise the last place
-    // that is: there it is in the way of the fewest others.
-    std::size_t const last    = others.index_of(key);
-    std::size_t const index   = std::min(place.value_or(last), last);
-    settings_text     changed = others;
-    changed.lines_.insert(changed.lines_.begin() + static_cast<std::ptrdiff_t>(index),
-                          key + " = " + value + "\r");
-    ++changed.readable_;
-
-    std::string const bitten = changed.bitten_by(index, *this);
-    if (bitten.empty()) {
-        *this = changed;
-        return;
+    // Its old place, or the last one before which no line contains the key: there it is in the way
+    // of the fewest others.
+    std::size_t const last = others.index_of(key);
+    std::string       bitten;
+    for (std::size_t const index : {std::min(place.value_or(last), last), last}) {
+        settings_text changed = others;
+        changed.lines_.insert(changed.lines_.begin() + static_cast<std::ptrdiff_t>(index),
+                              key + " = " + value + "\r");
+        ++changed.readable_;
+        bitten = changed.bitten_by(index, *this);
+        if (bitten.empty()) {
+            *this = changed;
+            return;
+        }
     }
     std::optional<reading> const was = read(bitten);
     throw failure(EX_CONFIG,

@@ -40,8 +40,9 @@ public:
 
     // set - replaces or adds the line of a key
     //
-    // All other lines stay as they are. So does what is read for each other key, or a failure
-    // (EX_CONFIG) says why not and nothing is changed.
+    // All other lines stay as they are, and each other key is read as before, or from its own line
+    // if it was read from another's. Otherwise a failure (EX_CONFIG) says why not, and nothing is
+    // changed.
     void set(std::string const& key, std::string const& value);
 
 private:
