@@ -235,7 +235,9 @@ ZELIEML_API int eml_receive_mails_sized(void *server, void *list, const char *do
 /*
  * eml_receive_mails_result - fetch all mails of a mailbox, with a result record
  *
- * server, list, domains  as for eml_receive_mails, which says what is deleted
+ * server, list, domains  as for eml_receive_mails, which says what is deleted. But when receiving
+ *                        fails, the list has the mails that were fetched by then, also one that the
+ *                        server may not have deleted; when memory runs out, it has none.
  * result                 receives the result record; free it with eml_cb_delete. Null when there
  *                        was no memory for a record.
  *

@@ -82,16 +82,65 @@ int get_field(void* list, mail_field field, std::string (*text)(std::string cons
 }
 
 // receive_mails that throws nothing, but notes lack of memory.
-int noted_receive(void* server, void* list, char const* domains, std::string& last_line)
+int noted_receive(void* server, void* list, char const* domains, std::string& last_line,
+                  after_failure mails)
 {
     constexpr int thrown = -2;
-    int const     result =
-        at_c_boundary(thrown, [&] { return receive_mails(server, list, domains, &last_line); });
+    int const     result = at_c_boundary(
+            thrown, [&] { return receive_mails(server, list, domains, &last_line, mails); });
     if (result == thrown) {
         note_no_memory();
         return -1;
     }
     return result;
+}
+
+// Fetches until the mailbox is empty. Returns -1 when that fails; the mails that were fetched before
+// are there all the same, also one that the server may not have deleted.
+int collect(_s_mailserver const& server, _s_receive_msg& collected, std::string* reply)
+{
+    standstill               watch;
+    std::vector<std::string> mail;
+    std::int32_t             remaining = 0;
+    do {
+        int const result =
+            process_one_mail(server, remaining, collected.from, collected.subject, &mail, reply);
+        if (collected.header.size() < collected.from.size()) {  // the session brought a mail
+            collected.header.push_back(read_mail_header(mail));
+            ++collected.count;
+        }
+        if (result != 0) {
+            trace_msg("error:process_one_mail");
+            return -1;
+        }
+        if (remaining >= 1 && watch.reached(remaining, mail)) {
+            note_failure(eml_cause_protocol, step_name::dele,
+                         "the server does not delete: it sends the same mail again and again");
+            trace_msg("error:process_one_mail");
+            return -1;
+        }
+    } while (remaining >= 1);
+    return 0;
+}
+
+// Those of the mails that come from an allowed domain.
+_s_receive_msg allowed(_s_receive_msg collected, char const* domains)
+{
+    _s_receive_msg kept;
+    kept.count = collected.count;
+    if (domains == nullptr || *domains == '\0') {
+        copy_in_to_out(collected.from, kept.from);
+        copy_in_to_out(collected.subject, kept.subject);
+        kept.header = std::move(collected.header);
+        return kept;
+    }
+    std::vector<std::size_t> accepted;
+    analyze_domain(domains, kept.count, collected.from, collected.subject, kept.from, kept.subject,
+                   &accepted);
+    for (std::size_t const place : accepted) {
+        kept.header.push_back(std::move(collected.header[place]));
+    }
+    return kept;
 }
 
 }  // namespace
@@ -121,7 +170,8 @@ int receive_msg_count(void* list)
     return list == nullptr ? 0 : static_cast<_s_receive_msg*>(list)->count;
 }
 
-int receive_mails(void* server, void* list, char const* domains, std::string* reply)
+int receive_mails(void* server, void* list, char const* domains, std::string* reply,
+                  after_failure mails)
 {
     if (server == nullptr || list == nullptr) {
         note_failure(eml_cause_settings, step_name::settings,
@@ -131,44 +181,12 @@ int receive_mails(void* server, void* list, char const* domains, std::string* re
     auto& received = *static_cast<_s_receive_msg*>(list);
     receive_msg_init(received);
 
-    _s_receive_msg           collected;
-    standstill               watch;
-    std::vector<std::string> mail;
-    std::int32_t             remaining = 0;
-    do {
-        if (process_one_mail(*static_cast<_s_mailserver*>(server), remaining, collected.from,
-                             collected.subject, &mail, reply) != 0) {
-            trace_msg("error:process_one_mail");
-            return -1;
-        }
-        if (collected.header.size() < collected.from.size()) {  // the session brought a mail
-            collected.header.push_back(read_mail_header(mail));
-        }
-        if (remaining >= 1 && watch.reached(remaining, mail)) {
-            note_failure(eml_cause_protocol, step_name::dele,
-                         "the server does not delete: it sends the same mail again and again");
-            trace_msg("error:process_one_mail");
-            return -1;
-        }
-    } while (remaining >= 1);
-    collected.count = static_cast<std::int32_t>(collected.from.size());
-
-    _s_receive_msg kept;
-    kept.count = collected.count;
-    if (domains == nullptr || *domains == '\0') {
-        copy_in_to_out(collected.from, kept.from);
-        copy_in_to_out(collected.subject, kept.subject);
-        kept.header = std::move(collected.header);
-    } else {
-        std::vector<std::size_t> accepted;
-        analyze_domain(domains, kept.count, collected.from, collected.subject, kept.from,
-                       kept.subject, &accepted);
-        for (std::size_t const place : accepted) {
-            kept.header.push_back(std::move(collected.header[place]));
-        }
+    _s_receive_msg collected;
+    int const      result = collect(*static_cast<_s_mailserver*>(server), collected, reply);
+    if (result == 0 || mails == after_failure::keep) {
+        received = allowed(std::move(collected), domains);
     }
-    received = std::move(kept);
-    return 0;
+    return result;
 }
 
 int receive_mails_sized(void* server, void* list, char const* domains, char* reply, int reply_size,
@@ -176,7 +194,7 @@ int receive_mails_sized(void* server, void* list, char const* domains, char* rep
 {
     noting_attempt const attempt;
     std::string          last_line;
-    int const            result = noted_receive(server, list, domains, last_line);
+    int const result = noted_receive(server, list, domains, last_line, after_failure::drop);
     copy_cut(last_line.c_str(), reply, reply_size);
     copy_cut(result != 0 ? attempt->reason : "", reason, reason_size);
     return result;
@@ -189,9 +207,9 @@ int receive_mails_result(void* server, void* list, char const* domains, void** r
     }
     noting_attempt const attempt(1);
     std::string          last_line;
-    int const            status = noted_receive(server, list, domains, last_line);
-    int const            failed = attempt->result != 0 ? attempt->result : send_other_failure;
-    *result                     = create_callback_info(status == 0 ? send_ok : failed, last_line);
+    int const status = noted_receive(server, list, domains, last_line, after_failure::keep);
+    int const failed = attempt->result != 0 ? attempt->result : send_other_failure;
+    *result          = create_callback_info(status == 0 ? send_ok : failed, last_line);
     return status;
 }
 
@@ -208,13 +226,13 @@ int process_one_mail(_s_mailserver const& server, std::int32_t& remaining,
     if (last_line != nullptr) {
         *last_line = std::move(reply);
     }
-    if (result != 0) {
-        trace_msg("error:fetchmail_get_one_mail");
-        return -1;
-    }
     if (fetched != 0) {
         froms.push_back(from);
         subjects.push_back(subject);
+    }
+    if (result != 0) {
+        trace_msg("error:fetchmail_get_one_mail");
+        return -1;
     }
     return 0;
 }

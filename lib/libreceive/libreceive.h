@@ -41,6 +41,12 @@ int receive_msg_destroy(void* list);
 // receive_msg_count - number of mails in a list, 0 for null
 int receive_msg_count(void* list);
 
+// What becomes of the mails that were fetched when receiving fails.
+enum class after_failure : char {
+    drop,
+    keep  // also one whose deletion the server has not confirmed
+};
+
 // receive_mails - fetch all mails of a mailbox and delete them on the server
 //
 // server   the server record; only its POP3 half is used
@@ -48,15 +54,17 @@ int receive_msg_count(void* list);
 // domains  allowed sender domains, see analyze.h; null or empty: all. Mails of other senders are
 //          deleted on the server too, and lost.
 // reply    receives the server's last line of the last session; null when it is not wanted
+// mails    that were fetched before a failure: whether the list has them
 //
 // Holds one session per mail, until the mailbox is empty. A mail of more than 2000 lines is
 // deleted and left out.
 //
-// Returns 0. Returns -1 when server or list is null or any session fails; the list is then empty,
-// and the mails of earlier sessions are lost. Also fails after 1000 sessions in a row without
+// Returns 0. Returns -1 when server or list is null or any session fails; with drop, the list is then
+// empty, and the mails of earlier sessions are lost. Also fails after 1000 sessions in a row without
 // progress: each brought the same mail as the one before, as far as it was read, and STAT gave no
 // smaller number than ever since that mail first came. What the server says to DELE does not count.
-int receive_mails(void* server, void* list, char const* domains, std::string* reply = nullptr);
+int receive_mails(void* server, void* list, char const* domains, std::string* reply = nullptr,
+                  after_failure mails = after_failure::drop);
 
 // receive_mails_sized - receive_mails, with a note of why it failed
 //
@@ -73,6 +81,8 @@ int receive_mails_sized(void* server, void* list, char const* domains, char* rep
 //
 // result  receives the record, which the caller frees with cb_destroy, or null when there is no
 //         memory; null is a failure with nothing done
+//
+// The list has what was fetched before a failure, too, but for lack of memory.
 //
 // Returns what receive_mails returns, and -1 when there is no memory.
 int receive_mails_result(void* server, void* list, char const* domains, void** result);
@@ -112,7 +122,7 @@ void receive_msg_init(_s_receive_msg& list);
 //
 // server           the record
 // remaining        receives the number of mails that are left
-// froms, subjects  one line each is appended when a mail was fetched
+// froms, subjects  one line each is appended when a mail was fetched, also if the session fails then
 // mail             as for fetchmail_get_one_mail
 // last_line        receives the server's last line, also on failure; null when it is not wanted
 //

@@ -553,6 +553,28 @@ TEST_F(Receive, TheCallWithAResultTellsAll)
     }
 }
 
+TEST_F(Receive, TheCallWithAResultKeepsWhatWasFetched)
+{
+    std::string const last = pop_login() + answered("stat", "+OK 1 100") + "C: retr 1\nS: +OK\n" +
+                             "S: From: b@d.test\nS: Subject: =?utf-8?q?z?=\nS: .\n" +
+                             answered("dele 1", "+OK") + lost_at("quit");
+    std::string const talk =
+        session("2 200", "S: From: a@d.test", "+OK", "+OK") + "C: (connects)\n" + last;
+    local_server  server(talk);
+    _s_mailserver record = record_of(server);
+    EXPECT_EQ(receive_with_result(&record, list()).result, -1);
+    EXPECT_EQ(mails().from, (std::vector<std::string>{"From: a@d.test", "From: b@d.test"}));
+    EXPECT_EQ(receive_msg_count(list()), 2);
+    char buf[64];
+    EXPECT_EQ(receive_msg_get_subject_utf8(list(), 1, buf, sizeof buf), 0);
+    EXPECT_STREQ(buf, "z");
+
+    local_server again(talk);
+    record.pop_port = again.port();
+    EXPECT_EQ(receive_mails(&record, list(), ""), -1);
+    EXPECT_EQ(receive_msg_count(list()), 0);
+}
+
 TEST_F(Receive, TheCallWithAResultNeedsAPlaceForIt)
 {
     EXPECT_EQ(receive_mails_result(nullptr, list(), "", nullptr), -1);
