@@ -74,14 +74,14 @@ CLI::App& command_line::add_group(std::string const& name, std::string const& wh
     return group;
 }
 
-void command_line::add_workdir(CLI::App& command)
+CLI::Option& command_line::add_workdir(CLI::App& command)
 {
-    command
-        .add_option("-w,--workdir", options_.workdir,
-                    "The work directory, which holds the settings and the messages")
-        ->type_name("DIR")
-        ->envname("ZELIEML_WORKDIR")
-        ->required();
+    return *command
+                .add_option("-w,--workdir", options_.workdir,
+                            "The work directory, which holds the settings and the messages")
+                ->type_name("DIR")
+                ->envname("ZELIEML_WORKDIR")
+                ->required();
 }
 
 void command_line::add_json(CLI::App& command)

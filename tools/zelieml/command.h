@@ -43,8 +43,9 @@ public:
 
     // add_workdir - the option -w, --workdir, and the environment's ZELIEML_WORKDIR
     //
-    // The command does not run unless one of them names a directory that is there.
-    void add_workdir(CLI::App& command);
+    // The command does not run unless one of them names a directory that is there; returns the
+    // option, for a command that can do without.
+    CLI::Option& add_workdir(CLI::App& command);
 
     // add_json - the option --json
     void add_json(CLI::App& command);
@@ -66,6 +67,7 @@ void add_send(command_line& line);
 void add_post(command_line& line);
 void add_settings(command_line& line);
 void add_check(command_line& line);
+void add_receive(command_line& line);
 void add_password(command_line& line);
 
 }  // namespace zelieml::program

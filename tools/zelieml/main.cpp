@@ -14,6 +14,7 @@ int main(int argc, char** argv)
     zelieml::program::add_post(line);
     zelieml::program::add_settings(line);
     zelieml::program::add_check(line);
+    zelieml::program::add_receive(line);
     zelieml::program::add_password(line);
     return line.run(argc, argv);
 }

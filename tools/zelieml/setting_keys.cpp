@@ -145,7 +145,7 @@ bool is_number(std::string const& value, long low, long high)
 }
 
 // What is wrong with a text, and what to do; or null.
-char const* fault_of(std::string const& value)
+char const* fault_of_text(std::string const& value)
 {
     if (value.empty()) {
         return "is empty: give one";
@@ -166,7 +166,7 @@ char const* fault_of_host(std::string const& value)
     if (has_octal_part(value)) {
         return "has a number with a leading 0, which is octal: leave the 0 away";
     }
-    return fault_of(value);
+    return fault_of_text(value);
 }
 
 bool is_allowed(setting_key const& key, std::string const& value)
@@ -225,25 +225,21 @@ std::string values_of(setting_key const& key)
     return all;
 }
 
-void check_value(setting_key const& key, std::string const& value)
+std::string fault_of(setting_key const& key, std::string const& value)
 {
     std::string const thing = "this value of " + key.name + " ";
     if (key.kind == setting_kind::number || key.kind == setting_kind::one_of) {
-        if (!is_allowed(key, value)) {
-            throw failure(EX_USAGE, thing + "is not allowed: write " + values_of(key));
-        }
-        return;
+        return is_allowed(key, value) ? "" : thing + "is not allowed: write " + values_of(key);
     }
-    bool const        is_host = key.kind == setting_kind::host;
-    char const* const fault   = is_host ? fault_of_host(value) : fault_of(value);
+    char const* const fault =
+        key.kind == setting_kind::host ? fault_of_host(value) : fault_of_text(value);
     if (fault != nullptr) {
-        throw failure(EX_USAGE, thing + fault);
+        return thing + fault;
     }
-    if (value.size() > longest_value(key.name)) {
-        throw failure(EX_USAGE, thing + "is longer than " +
-                                    std::to_string(longest_value(key.name)) +
-                                    " bytes: choose a shorter one");
-    }
+    return value.size() <= longest_value(key.name)
+               ? ""
+               : thing + "is longer than " + std::to_string(longest_value(key.name)) +
+                     " bytes: choose a shorter one";
 }
 
 std::size_t longest_value(std::string const& name)

@@ -42,10 +42,10 @@ setting_key const& known_setting(std::string const& name);
 // values_of - what may be written for a key, such as "yes or no"
 std::string values_of(setting_key const& key);
 
-// check_value - throws a failure (EX_USAGE) for a value that would not do what its writer means
+// fault_of - why a value would not do what its writer means, and what to do; empty if it would
 //
 // key  of any kind but password
-void check_value(setting_key const& key, std::string const& value);
+std::string fault_of(setting_key const& key, std::string const& value);
 
 // The bytes that the value of a key may have, so that its line can be read.
 std::size_t longest_value(std::string const& name);

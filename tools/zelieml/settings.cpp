@@ -105,10 +105,13 @@ void set_value(common_options const& options, set_options const& asked_for, sett
 {
     if (!asked_for.has_value) {
         throw failure(EX_USAGE, "the value of " + key.name + " is missing: write " +
-                                    values_of(key) + " behind the key");
+                                    values_of(key) + " after the key");
     }
     std::string const value = to_utf8(asked_for.value, "the value of " + key.name);
-    check_value(key, value);
+    std::string const fault = fault_of(key, value);
+    if (!fault.empty()) {
+        throw failure(EX_USAGE, fault);
+    }
     settings_change change(options.workdir);
     bool const      were_clear = are_clear(change.settings());
     change.settings().set(key.name, value);
@@ -170,7 +173,8 @@ struct finding {
     std::string  text;
 };
 
-extern "C" void keep_finding(eml_finding const* found, void* list)
+// The library must meet no exception.
+extern "C" void keep_finding(eml_finding const* found, void* list) noexcept
 {
     static_cast<std::vector<finding>*>(list)->push_back(
         {found->line, found->field, found->severity, found->text});

@@ -1,0 +1,290 @@
+// receive_command_test.cpp - zelieml receive
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+#include <sys/socket.h>
+#include <sysexits.h>
+
+#include "tests/support/mail_server.h"
+#include "tests/support/peers.h"
+#include "tests/support/scripted_server.h"
+#include "tests/tools/zelieml/surroundings.h"
+#include "tests/tools/zelieml/terminal_program.h"
+#include "tests/tools/zelieml/zelieml_program.h"
+#include "zelieml.h"
+
+namespace zelieml::test
+{
+
+namespace
+{
+
+using nlohmann::json;
+
+char const* const encoded_mail = "From: =?utf-8?Q?J=C3=B6rg?= <joerg@office.test>\r\n"
+                                 "Subject: =?utf-8?B?w6RvIOKCrA==?=\r\n =?utf-8?Q?_two?=\r\n"
+                                 "Message-ID: <42@office.test>\r\n"
+                                 "Date: Sun, 22 Nov 2026 08:00:00 +0000\r\n"
+                                 "\r\n"
+                                 "text\r\n";
+
+char const* const plain_mail =
+    "From: eve@other.test\r\nSubject: clear \033[2J\tscreen\r\n\r\n.\r\n";
+
+mailserver::options options_for(std::string const& user, std::string const& password)
+{
+    mailserver::options options;
+    options.users = {{user, password}};
+    return options;
+}
+
+class ReceiveCommand : public testing::Test
+{
+protected:
+    ReceiveCommand() : server(options_for("anna", "geheim")) {}
+
+    strings command(strings const& more = {}) const
+    {
+        strings words = {"receive",   "--delete", "--host",
+                         "127.0.0.1", "--port",   std::to_string(server.pop_port()),
+                         "--user",    "anna"};
+        words.insert(words.end(), more.begin(), more.end());
+        return words;
+    }
+
+    mail_server       server;
+    set_for_now const utf8{"LC_ALL", "C.UTF-8"};
+};
+
+TEST_F(ReceiveCommand, PrintsSendersAndSubjectsAndEmptiesTheMailbox)
+{
+    server.put(encoded_mail);
+    server.put(plain_mail);
+    outcome const run = run_zelieml(command(), "geheim\n");
+    EXPECT_EQ(run.status, EX_OK) << run.err;
+    EXPECT_EQ(run.out, "J\u00f6rg <joerg@office.test>\t\u00e4o \u20ac two\n"
+                       "eve@other.test\tclear  [2J screen\n");
+    EXPECT_EQ(run.err, "");
+    EXPECT_TRUE(server.mailbox().empty());
+
+    outcome const empty = run_zelieml(command(), "geheim\n");
+    EXPECT_EQ(empty.status, EX_OK) << empty.err;
+    EXPECT_EQ(empty.out + empty.err, "");
+}
+
+TEST_F(ReceiveCommand, PrintsJson)
+{
+    server.put(encoded_mail);
+    outcome const run = run_zelieml(command({"--json"}), "geheim\n");
+    EXPECT_EQ(run.status, EX_OK) << run.err;
+    json const all = json::parse(run.out);
+    ASSERT_EQ(all["mails"].size(), 1U);
+    EXPECT_EQ(all["mails"][0]["sender"], "J\u00f6rg <joerg@office.test>");
+    EXPECT_EQ(all["mails"][0]["subject"], "\u00e4o \u20ac two");
+    EXPECT_EQ(all["mails"][0]["message_id"], "<42@office.test>");
+    EXPECT_EQ(all["mails"][0]["date"], "Sun, 22 Nov 2026 08:00:00 +0000");
+    EXPECT_EQ(all["cause"], "none");
+    EXPECT_EQ(json::parse(run_zelieml(command({"--json"}), "geheim").out)["mails"], json::array());
+}
+
+TEST_F(ReceiveCommand, PrintsMailsOfSomeDomains)
+{
+    server.put(encoded_mail);
+    server.put(plain_mail);
+    server.put("From: x@third.test\r\nSubject: third\r\n\r\n");
+    outcome const run =
+        run_zelieml(command({"--domain", "third.test", "--domain", "other.test"}), "geheim");
+    EXPECT_EQ(run.status, EX_OK) << run.err;
+    EXPECT_EQ(run.out, "eve@other.test\tclear  [2J screen\nx@third.test\tthird\n");
+    EXPECT_TRUE(server.mailbox().empty());
+}
+
+TEST_F(ReceiveCommand, LogsInWithApop)
+{
+    server.put(encoded_mail);
+    EXPECT_EQ(run_zelieml(command({"--apop"}), "geheim").status, EX_OK);
+    ASSERT_FALSE(server.sessions().empty());
+    EXPECT_NE(server.sessions()[0].find("C: apop anna "), std::string::npos);
+    EXPECT_TRUE(server.mailbox().empty());
+}
+
+TEST_F(ReceiveCommand, AsksForThePassword)
+{
+    server.put(encoded_mail);
+    terminal_program run(zelieml_command(command()));
+    ASSERT_TRUE(run.wait_for("Password: "));
+    EXPECT_FALSE(run.echoes());
+    run.type("geheim\n");
+    EXPECT_EQ(run.wait(), EX_OK) << run.err();
+    EXPECT_EQ(run.shown(), "Password: \r\n");
+    EXPECT_NE(run.out().find("joerg@office.test"), std::string::npos);
+}
+
+TEST_F(ReceiveCommand, DeletesNothingWithoutConsent)
+{
+    server.put(encoded_mail);
+    strings words = command();
+    words.erase(words.begin() + 1);
+    outcome const run = run_zelieml(words, "geheim");
+    EXPECT_EQ(run.status, EX_USAGE);
+    EXPECT_EQ(run.out, "");
+    EXPECT_NE(run.err.find("deletes every mail"), std::string::npos) << run.err;
+    EXPECT_EQ(server.mailbox().size(), 1U);
+    EXPECT_TRUE(server.sessions().empty());
+}
+
+TEST_F(ReceiveCommand, RefusesWhatIsNotMeant)
+{
+    server.put(encoded_mail);
+    strings const wrong[] = {
+        command({"--domain", ""}),
+        command({"--domain", "a.test,"}),
+        command({"--domain", "a.test b.test"}),
+        command({"--user", "anna\r\ndele 1"}),
+        command({"--user", ""}),
+        command({"--port", "0"}),
+        command({"--password", "geheim"}),
+        command({"--password=geheim"}),
+        command({"geheim"}),
+        {"receive", "--delete"},
+        {"receive", "--delete", "--host", "127.0.0.1"},
+        {"receive", "--delete", "--user", "anna"},
+    };
+    for (strings const& words : wrong) {
+        SCOPED_TRACE(words.back());
+        outcome const run = run_zelieml(words, "geheim");
+        EXPECT_EQ(run.status, EX_USAGE) << run.err;
+        EXPECT_EQ(run.out, "");
+        EXPECT_EQ(run.err.find("geheim"), std::string::npos) << run.err;
+    }
+    EXPECT_EQ(server.mailbox().size(), 1U);
+    EXPECT_TRUE(server.sessions().empty());
+}
+
+TEST_F(ReceiveCommand, SaysThatTheLoginWasRefused)
+{
+    server.put(encoded_mail);
+    outcome const run = run_zelieml(command({"--json"}), "falsch");
+    EXPECT_EQ(run.status, EX_NOPERM);
+    EXPECT_NE(run.err.find("the password of anna"), std::string::npos) << run.err;
+    EXPECT_EQ(run.err.find("falsch"), std::string::npos) << run.err;
+    json const all = json::parse(run.out);
+    EXPECT_EQ(all["mails"], json::array());
+    EXPECT_EQ(all["cause"], "refused");
+    EXPECT_EQ(all["step"], "pop login");
+    EXPECT_EQ(all["number"], 2005);
+    EXPECT_EQ(server.mailbox().size(), 1U);
+}
+
+TEST_F(ReceiveCommand, TakesTheMailboxFromTheSettings)
+{
+    for (bool const clear : {false, true}) {
+        temp_dir const    dir;
+        std::string const path = dir.file("zelismes.cf");
+        auto const        set  = [&](char const* key, std::string const& value) {
+            EXPECT_EQ(eml_cf_set_string(key, value.c_str(), path.c_str()), 0);
+        };
+        outcome const missing = run_zelieml({"receive", "--delete", "-w", dir.path()});
+        EXPECT_EQ(missing.status, EX_CONFIG);
+        set("pop_server", "127.0.0.1");
+        set("pop_account", "anna");
+        set("pop_auth_type", clear ? "apop" : "pop");
+        set("passwd_raw", clear ? "yes" : "no");
+        outcome const no_port = run_zelieml({"receive", "--delete", "-w", dir.path()});
+        EXPECT_EQ(no_port.status, EX_CONFIG);
+        EXPECT_NE(no_port.err.find("pop_port is missing"), std::string::npos) << no_port.err;
+        set("pop_port", "25x");
+        EXPECT_EQ(run_zelieml({"receive", "--delete", "-w", dir.path()}).status, EX_CONFIG);
+        set("pop_port", std::to_string(server.pop_port()));
+        outcome const no_password = run_zelieml({"receive", "--delete", "-w", dir.path()});
+        EXPECT_EQ(no_password.status, EX_CONFIG);
+        EXPECT_NE(no_password.err.find("pop_passwd"), std::string::npos) << no_password.err;
+
+        EXPECT_EQ(run_zelieml({"settings", "set", "pop_passwd", "-w", dir.path()}, "geheim").status,
+                  EX_OK);
+        server.put(encoded_mail);
+        outcome const run = run_zelieml({"receive", "--delete", "-w", dir.path()});
+        EXPECT_EQ(run.status, EX_OK) << run.err;
+        EXPECT_NE(run.out.find("joerg@office.test"), std::string::npos);
+        EXPECT_TRUE(server.mailbox().empty());
+        EXPECT_EQ(
+            run_zelieml({"receive", "--delete", "-w", dir.path(), "--password-fd", "0"}, "falsch")
+                .status,
+            EX_NOPERM);
+
+        set("pop_passwd", "");
+        EXPECT_EQ(run_zelieml({"receive", "--delete", "-w", dir.path()}).status, EX_CONFIG);
+    }
+}
+
+// A conversation for which there is no server.
+outcome receive_from(scripted_server const& server, strings const& more = {})
+{
+    strings words = {"receive",   "--delete", "--host",
+                     "127.0.0.1", "--port",   std::to_string(server.port()),
+                     "--user",    "anna"};
+    words.insert(words.end(), more.begin(), more.end());
+    return run_zelieml(words, "geheim");
+}
+
+char const* const logged_in = "S: +OK ready\nC: user anna\nS: +OK\nC: pass geheim\nS: +OK\n";
+
+TEST(ReceiveFailure, PrintsWhatCameBefore)
+{
+    scripted_server server(std::string(logged_in) +
+                           "C: stat\nS: +OK 2 200\nC: retr 1\nS: +OK\nS: From: a@b.test\n"
+                           "S: Subject: first\nS:\nS: .\nC: dele 1\nS: +OK\nC: quit\nS: +OK\n"
+                           "C: (closes)\nC: (connects)\nS: (closes)\n");
+    outcome const   run = receive_from(server);
+    EXPECT_EQ(run.status, EX_UNAVAILABLE) << run.err;
+    EXPECT_EQ(run.out, "a@b.test\tfirst\n");
+    EXPECT_NE(run.err.find("closed the connection"), std::string::npos) << run.err;
+    EXPECT_TRUE(server.ok()) << server.problem();
+}
+
+TEST(ReceiveFailure, HasAStatusForEachCause)
+{
+    struct {
+        std::string talk;
+        int         status;
+    } const cases[] = {
+        {"S: +OK\nC: user anna\nS: -ERR [IN-USE] later\n", EX_TEMPFAIL},
+        {"S: +OK\nC: user anna\nS: -ERR no\n", EX_NOPERM},
+        {std::string(logged_in) + "C: stat\nS: -ERR no\n", EX_PROTOCOL},
+        {"S: (closes)\n", EX_UNAVAILABLE},
+    };
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.talk);
+        scripted_server server(c.talk);
+        outcome const   run = receive_from(server);
+        EXPECT_EQ(run.status, c.status) << run.err;
+        EXPECT_EQ(run.out, "");
+        EXPECT_EQ(run.err.substr(0, 9), "zelieml: ");
+    }
+}
+
+TEST(ReceiveFailure, RepeatsNoPassword)
+{
+    scripted_server server(
+        "S: +OK\nC: user anna\nS: +OK\nC: pass geheim\nS: -ERR geheim is wrong\n");
+    outcome const run = receive_from(server, {"--json"});
+    EXPECT_EQ(run.status, EX_NOPERM);
+    EXPECT_EQ((run.out + run.err).find("geheim"), std::string::npos) << run.out << run.err;
+    EXPECT_EQ(json::parse(run.out)["reply"], "-ERR *** is wrong");
+}
+
+TEST(ReceiveFailure, NeedsAServer)
+{
+    // Bound, and nobody listens.
+    unique_fd const     nobody(::socket(AF_INET, SOCK_STREAM, 0));
+    std::uint16_t const port = bind_somewhere(nobody.get());
+    outcome const       run  = run_zelieml({"receive", "--delete", "--host", "127.0.0.1", "--port",
+                                            std::to_string(port), "--user", "anna"},
+                                           "geheim");
+    EXPECT_EQ(run.status, EX_UNAVAILABLE);
+    EXPECT_NE(run.err.find("connect to 127.0.0.1"), std::string::npos) << run.err;
+}
+
+}  // namespace
+
+}  // namespace zelieml::test
