@@ -125,7 +125,7 @@ TEST_F(ReceiveCommand, DeletesNothingWithoutConsent)
     server.put(encoded_mail);
     strings words = command();
     words.erase(words.begin() + 1);
-    outcome const run = run_zelieml(words, "geheim");
+    outcome const run = run_zelieml(words);
     EXPECT_EQ(run.status, EX_USAGE);
     EXPECT_EQ(run.out, "");
     EXPECT_NE(run.err.find("deletes every mail"), std::string::npos) << run.err;
@@ -140,9 +140,10 @@ TEST_F(ReceiveCommand, RefusesWhatIsNotMeant)
         command({"--domain", ""}),
         command({"--domain", "a.test,"}),
         command({"--domain", "a.test b.test"}),
-        command({"--user", "anna\r\ndele 1"}),
-        command({"--user", ""}),
-        command({"--port", "0"}),
+        {"receive", "--delete", "--host", "127.0.0.1", "--user", "anna\r\ndele 1"},
+        {"receive", "--delete", "--host", "127.0.0.1\r", "--user", "anna"},
+        {"receive", "--delete", "--host", "127.0.0.1", "--user", ""},
+        {"receive", "--delete", "--host", "127.0.0.1", "--user", "anna", "--port", "0"},
         command({"--password", "geheim"}),
         command({"--password=geheim"}),
         command({"geheim"}),
@@ -152,7 +153,7 @@ TEST_F(ReceiveCommand, RefusesWhatIsNotMeant)
     };
     for (strings const& words : wrong) {
         SCOPED_TRACE(words.back());
-        outcome const run = run_zelieml(words, "geheim");
+        outcome const run = run_zelieml(words);  // which must not come to ask for a password
         EXPECT_EQ(run.status, EX_USAGE) << run.err;
         EXPECT_EQ(run.out, "");
         EXPECT_EQ(run.err.find("geheim"), std::string::npos) << run.err;

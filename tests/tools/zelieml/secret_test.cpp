@@ -26,10 +26,9 @@ std::string encrypted(std::string password)
 }
 
 // The outcome of a shell's line, in which $0 is the program.
-outcome run_line(std::string const& line, std::string const& input = "")
+outcome run_line(std::string const& line)
 {
-    program run({"/bin/sh", "-c", line, ZELIEML_PROGRAM});
-    run.tell(input);
+    program   run({"/bin/sh", "-c", line, ZELIEML_PROGRAM});
     int const status = run.wait();
     return {status, run.out(), run.err()};
 }
@@ -201,11 +200,11 @@ TEST(Password, IsRefused)
         {"a CR in it", "one\rtwo", "line break"},
         {"a NUL in it", std::string("one\0two", 7), "NUL"},
         {"too long", std::string(1024, 'x'), "longer than 1023 bytes"},
-        {"far too long", std::string(100000, 'x'), "longer than 1023 bytes"},
+        {"far too long", std::string(5000, 'x'), "longer than 1023 bytes"},
     };
     for (bad_case const& c : cases) {
         SCOPED_TRACE(c.name);
-        outcome const run = run_line("cat | \"$0\" password", c.input);
+        outcome const run = run_zelieml({"password"}, c.input);
         EXPECT_EQ(run.status, EX_DATAERR);
         EXPECT_EQ(run.out, "");
         EXPECT_NE(run.err.find(c.text), std::string::npos) << run.err;
