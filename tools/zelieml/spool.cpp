@@ -1,0 +1,441 @@
+// spool.cpp - what a work directory holds for the program
+
+#include "tools/zelieml/spool.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <dirent.h>
+#include <fcntl.h>
+#include <memory>
+#include <sys/file.h>
+#include <sysexits.h>
+#include <tuple>
+#include <unistd.h>
+#include <utility>
+
+#include "tools/zelieml/failure.h"
+#include "tools/zelieml/file_time.h"
+
+namespace zelieml::program
+{
+
+namespace
+{
+
+constexpr char message_ending[]   = ".sme";
+constexpr char settings_name[]    = "zelismes.cf";
+constexpr char settings_link[]    = "../../zelismes.cf";  // from the engine's folder
+constexpr char service_folder[]   = "/.zelieml";
+constexpr char reasons_folder[]   = "/.zelieml/reasons";
+constexpr char lock_name[]        = "lock";
+constexpr char half_written[]     = ".new";  // no message's name
+constexpr char give_it_another[]  = "remove it, or use another work directory";
+constexpr char make_it_writable[] = "let this user write to the work directory";
+
+// How long after its last change a file counts as in use: locked, since whoever can read a file can
+// lock it; and empty, since a file is not locked yet when it is made.
+constexpr std::time_t locked_s = 3600;
+constexpr std::time_t empty_s  = 60;
+
+constexpr std::size_t largest_reason = 65536;
+
+bool is_name(std::string const& name)
+{
+    return !name.empty() && name != "." && name != ".." && name.find('/') == name.npos;
+}
+
+// A folder that is only this user's. Throws a failure, but for ENOENT, which gives nothing.
+descriptor own_folder(std::string const& path)
+{
+    descriptor  folder(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    struct stat status = {};
+    if (!folder || ::fstat(folder.get(), &status) != 0) {
+        int const error = errno;
+        if (error == ENOENT) {
+            return descriptor();
+        }
+        if (error == ENOTDIR || error == ELOOP || error == EMLINK) {
+            throw failure(EX_CONFIG, path + " is not a folder: " + give_it_another);
+        }
+        throw failure(EX_CONFIG, path, error, "run zelieml as the user whose it is");
+    }
+    if (status.st_uid != ::geteuid()) {
+        throw failure(EX_CONFIG, path + " belongs to the user " + std::to_string(status.st_uid) +
+                                     ": run zelieml as that user, or " + give_it_another);
+    }
+    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        throw failure(EX_CONFIG, path + " can be written by other users: chmod 700 " + path);
+    }
+    return folder;
+}
+
+// The same, made if it is not there.
+descriptor made_folder(std::string const& path)
+{
+    if (::mkdir(path.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
+        throw failure(EX_CANTCREAT, path, errno, make_it_writable);
+    }
+    descriptor folder = own_folder(path);
+    if (!folder) {
+        throw failure(EX_CANTCREAT, path, ENOENT, make_it_writable);
+    }
+    return folder;
+}
+
+// The same where nothing may fail: nothing.
+descriptor folder_if_any(std::string const& path)
+{
+    try {
+        return own_folder(path);
+    } catch (failure const&) {
+        return descriptor();
+    }
+}
+
+struct stream_closer {
+    void operator()(DIR* stream) const { ::closedir(stream); }
+};
+
+// Calls proc for each message file in a folder.
+template <class Proc>
+void each_in(descriptor const& folder, std::string const& path, Proc&& proc)
+{
+    int const copy = ::openat(folder.get(), ".", O_RDONLY | O_CLOEXEC);
+    std::unique_ptr<DIR, stream_closer> const stream(copy >= 0 ? ::fdopendir(copy) : nullptr);
+    if (stream == nullptr) {
+        throw failure(EX_NOINPUT, path, errno, "run zelieml as a user who may read it");
+    }
+    while (dirent const* const entry = ::readdir(stream.get())) {
+        spooled file = {entry->d_name, {}};
+        if (is_message_name(file.name) &&
+            ::fstatat(folder.get(), file.name.c_str(), &file.status, AT_SYMLINK_NOFOLLOW) == 0) {
+            proc(file);
+        }
+    }
+}
+
+bool is_plain(spooled const& file)
+{
+    return S_ISREG(file.status.st_mode) && file.status.st_nlink == 1;
+}
+
+bool is_there(int folder, std::string const& name)
+{
+    struct stat status = {};
+    return ::fstatat(folder, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 || errno != ENOENT;
+}
+
+// Writes all or nothing under this name.
+bool write_file(int folder, std::string const& name, std::string const& text)
+{
+    descriptor const file(::openat(folder, half_written,
+                                   O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC,
+                                   S_IRUSR | S_IWUSR));
+    bool const       written =
+        file && ::write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
+    if (written && ::renameat(folder, half_written, folder, name.c_str()) == 0) {
+        return true;
+    }
+    ::unlinkat(folder, half_written, 0);
+    return false;
+}
+
+bool same_file(struct stat const& a, struct stat const& b)
+{
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+}  // namespace
+
+bool is_message_name(std::string const& name)
+{
+    return name.find(message_ending) != name.npos;
+}
+
+std::string another_name(std::string const& name)
+{
+    std::size_t const sign   = name.rfind('~');
+    std::string       base   = name;
+    unsigned long     number = 1;
+    if (sign != name.npos && sign + 1 < name.size() && name.size() - sign < 10 &&
+        std::all_of(name.begin() + static_cast<std::ptrdiff_t>(sign) + 1, name.end(),
+                    [](unsigned char c) { return std::isdigit(c) != 0; })) {
+        number = std::strtoul(name.c_str() + sign + 1, nullptr, 10);
+        base   = name.substr(0, sign);
+    }
+    std::string const ending = "~" + std::to_string(number + 1);
+    if (base.size() + ending.size() > NAME_MAX) {
+        // Room is made at the beginning, or where ".sme" is not.
+        std::size_t const excess = base.size() + ending.size() - NAME_MAX;
+        base.erase(base.find(message_ending) >= excess ? 0 : base.size() - excess, excess);
+    }
+    return base + ending;
+}
+
+bool operator<(spooled const& a, spooled const& b)
+{
+    timespec const a_time = modified(a.status);
+    timespec const b_time = modified(b.status);
+    return std::tie(a_time.tv_sec, a_time.tv_nsec, a.name) <
+           std::tie(b_time.tv_sec, b_time.tv_nsec, b.name);
+}
+
+void spool::make() const
+{
+    struct stat      top = {};
+    struct stat      sub = {};
+    descriptor const service(made_folder(workdir_ + service_folder));
+    descriptor const engine(made_folder(engine_path()));
+    made_folder(workdir_ + reasons_folder);
+    descriptor const undelivered(made_folder(undelivered_path()));
+    if (::stat(workdir_.c_str(), &top) == 0 && ::fstat(undelivered.get(), &sub) == 0 &&
+        top.st_dev != sub.st_dev) {
+        throw failure(EX_CONFIG, undelivered_path() +
+                                     " is on another file system: messages cannot be moved there");
+    }
+    char          target[sizeof settings_link + 1];
+    ssize_t const length = ::readlinkat(engine.get(), settings_name, target, sizeof target);
+    if (length == static_cast<ssize_t>(sizeof settings_link - 1) &&
+        std::equal(target, target + length, settings_link)) {
+        return;
+    }
+    if ((length >= 0 || errno != ENOENT) && ::unlinkat(engine.get(), settings_name, 0) != 0) {
+        throw failure(EX_CANTCREAT, engine_path() + "/" + settings_name, errno, give_it_another);
+    }
+    if (::symlinkat(settings_link, engine.get(), settings_name) != 0) {
+        throw failure(EX_CANTCREAT, engine_path() + "/" + settings_name, errno, make_it_writable);
+    }
+}
+
+void spool::each(std::function<void(spooled const& file)> const& proc) const
+{
+    descriptor const folder(::open(workdir_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!folder) {
+        throw failure(EX_NOINPUT, "the work directory " + workdir_, errno,
+                      "run zelieml as a user who may read it");
+    }
+    each_in(folder, workdir_, proc);
+}
+
+std::vector<spooled> spool::waiting() const
+{
+    std::vector<spooled> files;
+    each([&](spooled const& file) {
+        if (is_plain(file)) {
+            files.push_back(file);
+        }
+    });
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+std::vector<spooled> spool::undelivered() const
+{
+    std::vector<spooled> files;
+    descriptor const     folder = own_folder(undelivered_path());
+    if (folder) {
+        each_in(folder, undelivered_path(), [&](spooled const& file) {
+            if (is_plain(file)) {
+                files.push_back(file);
+            }
+        });
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+bool spool::is_in_use(spooled const& file) const
+{
+    std::time_t const age = std::time(nullptr) - modified(file.status).tv_sec;
+    if (file.status.st_size == 0 && age < empty_s) {
+        return true;  // and its lock is not asked for, which its writer may be about to take
+    }
+    if (age >= locked_s) {
+        return false;
+    }
+    descriptor const opened(::open(path_of(file.name).c_str(),
+                                   O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    return opened && ::flock(opened.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
+std::string spool::reason(std::string const& name) const
+{
+    descriptor const folder = folder_if_any(workdir_ + reasons_folder);
+    descriptor const file(
+        folder && is_name(name)
+            ? ::openat(folder.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)
+            : -1);
+    std::string   text(file ? largest_reason : 0, '\0');
+    ssize_t const got = file ? ::read(file.get(), text.data(), text.size()) : 0;
+    text.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+    return text;
+}
+
+void spool::keep_reason(std::string const& name, std::string const& text) const
+{
+    descriptor const folder = folder_if_any(workdir_ + reasons_folder);
+    if (folder && is_name(name)) {
+        write_file(folder.get(), name, text);
+    }
+}
+
+void spool::forget_reason(std::string const& name) const
+{
+    descriptor const folder = folder_if_any(workdir_ + reasons_folder);
+    if (folder && is_name(name)) {
+        ::unlinkat(folder.get(), name.c_str(), 0);
+    }
+}
+
+void spool::forget_old_reasons() const
+{
+    descriptor const reasons = folder_if_any(workdir_ + reasons_folder);
+    if (reasons) {
+        each_in(reasons, workdir_ + reasons_folder, [&](spooled const& file) {
+            if (!is_there(AT_FDCWD, path_of(file.name)) &&
+                !is_there(AT_FDCWD, undelivered_path(file.name))) {
+                forget_reason(file.name);
+            }
+        });
+    }
+}
+
+std::string spool::give_up(std::string const& name, std::string const& reason, int& error) const
+{
+    error = ENOENT;
+    if (!is_name(name) || !is_there(AT_FDCWD, path_of(name))) {
+        return "";
+    }
+    try {
+        descriptor const folder = made_folder(undelivered_path());
+        std::string      there  = name;
+        while (is_there(folder.get(), there)) {
+            there = another_name(there);
+        }
+        if (!reason.empty()) {
+            keep_reason(there, reason);
+        }
+        if (::renameat(AT_FDCWD, path_of(name).c_str(), folder.get(), there.c_str()) == 0) {
+            error = 0;
+            return there;
+        }
+        error = errno;
+        if (there != name) {
+            forget_reason(there);
+        }
+    } catch (failure const&) {
+        error = EIO;  // the folder is gone, or is not ours any more
+    }
+    return "";
+}
+
+std::string spool::put_back(std::string const& name) const
+{
+    descriptor const folder = own_folder(undelivered_path());
+    if (!folder || !is_name(name) || !is_there(folder.get(), name)) {
+        return "";
+    }
+    // A name that is taken by making a file of it: nobody's is overwritten by moving.
+    std::string back = another_name(name);
+    int         made = -1;
+    while ((made = ::open(path_of(back).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
+                          S_IRUSR | S_IWUSR)) < 0 &&
+           errno == EEXIST) {
+        back = another_name(back);
+    }
+    if (made < 0) {
+        throw failure(EX_CANTCREAT, path_of(back), errno, make_it_writable);
+    }
+    descriptor const  claimed(made);
+    std::string const known = reason(name);
+    if (!known.empty()) {
+        keep_reason(back, known);
+    }
+    if (::renameat(folder.get(), name.c_str(), AT_FDCWD, path_of(back).c_str()) != 0) {
+        int const error = errno;
+        ::unlink(path_of(back).c_str());
+        forget_reason(back);
+        if (error == ENOENT) {
+            return "";
+        }
+        throw failure(EX_CANTCREAT, undelivered_path(name), error, make_it_writable);
+    }
+    forget_reason(name);
+    return back;
+}
+
+bool spool::drop(std::string const& name) const
+{
+    if (!is_name(name) || !is_message_name(name)) {
+        return false;
+    }
+    if (::unlink(path_of(name).c_str()) != 0) {
+        if (errno == ENOENT) {
+            return false;
+        }
+        throw failure(EX_CANTCREAT, path_of(name), errno,
+                      "run zelieml as a user who may delete it");
+    }
+    forget_reason(name);
+    return true;
+}
+
+bool spool::drop_undelivered(std::string const& name) const
+{
+    descriptor const folder = own_folder(undelivered_path());
+    if (!folder || !is_name(name)) {
+        return false;
+    }
+    if (::unlinkat(folder.get(), name.c_str(), 0) != 0) {
+        if (errno == ENOENT) {
+            return false;
+        }
+        throw failure(EX_CANTCREAT, undelivered_path(name), errno,
+                      "run zelieml as a user who may delete it");
+    }
+    forget_reason(name);
+    return true;
+}
+
+service_lock::service_lock(spool const& place)
+{
+    std::string const path = place.workdir() + service_folder + "/" + lock_name;
+    do {
+        descriptor const folder = made_folder(place.workdir() + service_folder);
+        file_                   = descriptor(::openat(folder.get(), lock_name,
+                                                      O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR));
+        if (!file_) {
+            throw failure(EX_CANTCREAT, path, errno, make_it_writable);
+        }
+        if (::flock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
+            char          owner[32] = "";
+            ssize_t const got       = ::pread(file_.get(), owner, sizeof owner - 1, 0);
+            int const     process   = got > 0 ? std::atoi(owner) : 0;
+            throw failure(EX_TEMPFAIL,
+                          place.workdir() + " has a service already" +
+                              (process > 0 ? ", the process " + std::to_string(process) : "") +
+                              ": end that one first");
+        }
+    } while (!is_valid(place));  // its folder was removed in between
+    std::string const process = std::to_string(::getpid()) + "\n";
+    if (::ftruncate(file_.get(), 0) != 0 ||
+        ::pwrite(file_.get(), process.data(), process.size(), 0) < 0) {
+        return;  // a full disk: the lock holds without the number
+    }
+}
+
+bool service_lock::is_valid(spool const& place) const
+{
+    struct stat held  = {};
+    struct stat named = {};
+    return ::fstat(file_.get(), &held) == 0 &&
+           ::lstat((place.workdir() + service_folder + "/" + lock_name).c_str(), &named) == 0 &&
+           same_file(held, named);
+}
+
+}  // namespace zelieml::program
