@@ -65,6 +65,7 @@ private:
 // One for each command or group of commands, in the order of the help.
 void add_send(command_line& line);
 void add_post(command_line& line);
+void add_engine(command_line& line);
 void add_settings(command_line& line);
 void add_check(command_line& line);
 void add_receive(command_line& line);

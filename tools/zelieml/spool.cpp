@@ -212,6 +212,16 @@ void spool::make() const
     }
 }
 
+bool spool::is_whole() const
+{
+    struct stat      status = {};
+    descriptor const service(own_folder(workdir_ + service_folder));
+    descriptor const engine(own_folder(engine_path()));
+    descriptor const undelivered(own_folder(undelivered_path()));
+    return service && engine && undelivered &&
+           ::fstatat(engine.get(), settings_name, &status, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
 void spool::each(std::function<void(spooled const& file)> const& proc) const
 {
     descriptor const folder(::open(workdir_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -261,6 +271,16 @@ bool spool::is_in_use(spooled const& file) const
     descriptor const opened(::open(path_of(file.name).c_str(),
                                    O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     return opened && ::flock(opened.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+}
+
+bool spool::may_delete(spooled const& file) const
+{
+    struct stat folder = {};
+    uid_t const user   = ::geteuid();
+    return ::stat(workdir_.c_str(), &folder) == 0 &&
+           ::faccessat(AT_FDCWD, workdir_.c_str(), W_OK | X_OK, AT_EACCESS) == 0 &&
+           (user == 0 || (folder.st_mode & S_ISVTX) == 0 || folder.st_uid == user ||
+            file.status.st_uid == user);
 }
 
 std::string spool::reason(std::string const& name) const
@@ -340,18 +360,10 @@ std::string spool::put_back(std::string const& name) const
     if (!folder || !is_name(name) || !is_there(folder.get(), name)) {
         return "";
     }
-    // A name that is taken by making a file of it: nobody's is overwritten by moving.
-    std::string back = another_name(name);
-    int         made = -1;
-    while ((made = ::open(path_of(back).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
-                          S_IRUSR | S_IWUSR)) < 0 &&
-           errno == EEXIST) {
-        back = another_name(back);
+    std::string const back = claim_another(name);
+    if (back.empty()) {
+        throw failure(EX_CANTCREAT, "a message file in " + workdir_, errno, make_it_writable);
     }
-    if (made < 0) {
-        throw failure(EX_CANTCREAT, path_of(back), errno, make_it_writable);
-    }
-    descriptor const  claimed(made);
     std::string const known = reason(name);
     if (!known.empty()) {
         keep_reason(back, known);
@@ -367,6 +379,32 @@ std::string spool::put_back(std::string const& name) const
     }
     forget_reason(name);
     return back;
+}
+
+std::string spool::put_aside(std::string const& name) const
+{
+    std::string const aside = is_name(name) ? claim_another(name) : "";
+    if (!aside.empty() && ::rename(path_of(name).c_str(), path_of(aside).c_str()) != 0) {
+        ::unlink(path_of(aside).c_str());
+        return "";
+    }
+    return aside;
+}
+
+std::string spool::claim_another(std::string const& name) const
+{
+    std::string another = another_name(name);
+    int         made    = -1;
+    while ((made = ::open(path_of(another).c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
+                          S_IRUSR | S_IWUSR)) < 0 &&
+           errno == EEXIST) {
+        another = another_name(another);
+    }
+    if (made < 0) {
+        return "";
+    }
+    ::close(made);
+    return another;
 }
 
 bool spool::drop(std::string const& name) const
@@ -402,6 +440,25 @@ bool spool::drop_undelivered(std::string const& name) const
     return true;
 }
 
+namespace
+{
+
+// Throws a failure when a service holds the lock.
+void expect_lock(descriptor const& file, int kind, spool const& place)
+{
+    if (::flock(file.get(), kind | LOCK_NB) == 0) {
+        return;
+    }
+    char          owner[32] = "";
+    ssize_t const got       = ::pread(file.get(), owner, sizeof owner - 1, 0);
+    int const     process   = got > 0 ? std::atoi(owner) : 0;
+    throw failure(EX_TEMPFAIL, place.workdir() + " has a service already" +
+                                   (process > 0 ? ", the process " + std::to_string(process) : "") +
+                                   ": end that one first");
+}
+
+}  // namespace
+
 service_lock::service_lock(spool const& place)
 {
     std::string const path = place.workdir() + service_folder + "/" + lock_name;
@@ -412,20 +469,21 @@ service_lock::service_lock(spool const& place)
         if (!file_) {
             throw failure(EX_CANTCREAT, path, errno, make_it_writable);
         }
-        if (::flock(file_.get(), LOCK_EX | LOCK_NB) != 0) {
-            char          owner[32] = "";
-            ssize_t const got       = ::pread(file_.get(), owner, sizeof owner - 1, 0);
-            int const     process   = got > 0 ? std::atoi(owner) : 0;
-            throw failure(EX_TEMPFAIL,
-                          place.workdir() + " has a service already" +
-                              (process > 0 ? ", the process " + std::to_string(process) : "") +
-                              ": end that one first");
-        }
+        expect_lock(file_, LOCK_EX, place);
     } while (!is_valid(place));  // its folder was removed in between
     std::string const process = std::to_string(::getpid()) + "\n";
     if (::ftruncate(file_.get(), 0) != 0 ||
         ::pwrite(file_.get(), process.data(), process.size(), 0) < 0) {
         return;  // a full disk: the lock holds without the number
+    }
+}
+
+void service_lock::expect_none(spool const& place)
+{
+    std::string const path = place.workdir() + service_folder + "/" + lock_name;
+    descriptor const  file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    if (file) {
+        expect_lock(file, LOCK_SH, place);
     }
 }
 

@@ -63,6 +63,9 @@ public:
     // there that may not be used.
     void make() const;
 
+    // is_whole - whether all that make makes is there. Throws a failure as make does.
+    bool is_whole() const;
+
     // each - calls proc for every message file that lies in the work directory, in no order, with
     // what is there: links, files with several names and files in use as well
     //
@@ -80,6 +83,9 @@ public:
     // and changed within the last hour, or empty and changed within the last minute. False also
     // when it cannot be opened.
     bool is_in_use(spooled const& file) const;
+
+    // may_delete - whether this user may take a file out of the work directory
+    bool may_delete(spooled const& file) const;
 
     // reason - why the last attempt at a message failed: JSON as keep_reason got it; empty when
     // nothing is known
@@ -111,6 +117,11 @@ public:
     // when it cannot be moved.
     std::string put_back(std::string const& name) const;
 
+    // put_aside - gives a message in the work directory another name, and with it a place of its own
+    //
+    // Returns that name; empty when it could not be moved.
+    std::string put_aside(std::string const& name) const;
+
     // drop, drop_undelivered - delete a message, and its reason. A message that is just being sent
     // may be delivered all the same.
     //
@@ -120,6 +131,10 @@ public:
     bool drop_undelivered(std::string const& name) const;
 
 private:
+    // Takes a name like this one in the work directory by making an empty file of it: moving a
+    // message there then overwrites nobody's. Empty, with errno, when that does not work.
+    std::string claim_another(std::string const& name) const;
+
     std::string workdir_;
 };
 
@@ -133,6 +148,9 @@ public:
 
     // False when the file was removed, so that another service could come.
     bool is_valid(spool const& place) const;
+
+    // expect_none - throws as the constructor does when there is a service, and makes nothing
+    static void expect_none(spool const& place);
 
 private:
     descriptor file_;

@@ -1,0 +1,493 @@
+// engine_command_test.cpp - zelieml engine: a service that loses no mail
+
+#include <algorithm>
+#include <atomic>
+#include <csignal>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <memory>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <sysexits.h>
+#include <thread>
+#include <unistd.h>
+
+#include "tests/support/loopback_program.h"
+#include "tests/support/mail_server.h"
+#include "tests/support/skip.h"
+#include "tests/support/workplace.h"
+#include "tests/tools/zelieml/service_program.h"
+#include "tests/tools/zelieml/zelieml_program.h"
+
+namespace zelieml::test
+{
+
+namespace
+{
+
+notification_root const root;
+
+char const* const usual_symbol = "zelieml_stocksymbol";
+
+void post(workplace const& work, std::string const& subject)
+{
+    EXPECT_EQ(post_mail(work.path(), usual_symbol, subject), 0);
+}
+
+bool contains(std::string const& text, std::string const& part)
+{
+    return text.find(part) != text.npos;
+}
+
+int count_of(std::string const& text, std::string const& part)
+{
+    int count = 0;
+    for (std::size_t at = 0; (at = text.find(part, at)) != text.npos; ++at) {
+        ++count;
+    }
+    return count;
+}
+
+// A fault of the server, as the loopback program takes it.
+mailserver::options with_fault(std::string const& fault)
+{
+    mailserver::options options;
+    options.faults = {mailserver::parse_fault(fault)};
+    return options;
+}
+
+// ----------------------------------------------------------- what it does
+
+TEST(Engine, SendsWhatLiesThereAndWhatComes)
+{
+    mail_server server;
+    workplace   work(server.smtp_port());
+    post(work, "there");
+    write_message(work.file("by hand.sme"), "by hand");
+    service_program service(ZELIEML_PROGRAM, work.path());
+    ASSERT_TRUE(service.is_ready());
+    EXPECT_TRUE(server.wait_for_mails(2));
+    post(work, "comes");
+    EXPECT_TRUE(server.wait_for_mails(3));
+    service.run().wait_for("\n", 3);
+    EXPECT_EQ(service.end(), EX_OK);
+    EXPECT_EQ(subjects_of(server.mails()), (strings{"there", "by hand", "comes"}));
+    EXPECT_EQ(work.messages(), (strings{".zelieml", "undelivered"}));
+    EXPECT_EQ(service.run().err(), "");
+}
+
+TEST(Engine, PrintsAnObjectForEachAttempt)
+{
+    mail_server server;
+    workplace   work(server.smtp_port());
+    write_message(work.file("a.sme"), "Gr\u00fc\u00dfe");
+    service_program service(QUICK_PROGRAM, work.path());
+    service.run().wait_for("\n");
+    std::string const line = service.run().out();
+    for (
+        char const* const part :
+        {"{\"time\":\"2",
+         ",\"file\":\"a.sme\",\"to\":\"anna@b.test\",\"subject\":\"Gr\u00fc\u00dfe\"",
+         ",\"attempt\":1,\"code\":0,\"number\":0,\"cause\":\"none\",\"step\":\"\",\"reason\":\"\",",
+         "\"reply\":\"221 2.0.0 goodbye\"", "\"seconds\":0."}) {
+        EXPECT_TRUE(contains(line, part)) << part << " in " << line;
+    }
+    EXPECT_EQ(service.end(), EX_OK);
+}
+
+TEST(Engine, PrintsALineForEachAttempt)
+{
+    mail_server server(with_fault("rcpt=refuse:550 5.1.1 no such \x1buser"));
+    workplace   work(server.smtp_port());
+    write_message(work.file("a.sme"), "hello");
+    service_program service(QUICK_PROGRAM, work.path(), {});
+    service.run().wait_for("\n");
+    std::string const line = service.run().out();
+    EXPECT_TRUE(contains(line, " failed a.sme to anna@b.test, subject \"hello\", attempt 1, 0."))
+        << line;
+    EXPECT_TRUE(contains(line, "550 5.1.1 no such ?user\n")) << line;
+    EXPECT_EQ(service.end(), EX_OK);
+    EXPECT_EQ(waiting_in(work.path()), strings{"a.sme"});
+}
+
+TEST(Engine, KeepsTheReasonOfAFailure)
+{
+    mail_server server(with_fault("rcpt=refuse:550 5.1.1 no such user"));
+    workplace   work(server.smtp_port());
+    write_message(work.file("a.sme"), "hello");
+    service_program service(QUICK_PROGRAM, work.path());
+    service.run().wait_for("\n");
+    EXPECT_TRUE(contains(read_file(work.file(".zelieml/reasons/a.sme")), "550 5.1.1 no such user"));
+    EXPECT_EQ(service.end(), EX_OK);
+}
+
+TEST(Engine, AnswersWithinASecond)
+{
+    mail_server     server;
+    workplace       work(server.smtp_port());
+    service_program service(QUICK_PROGRAM, work.path());
+    ASSERT_TRUE(service.is_ready());
+    // Each long before the service looks by itself, which it does every 30 seconds.
+    for (std::size_t i = 1; i <= 20; ++i) {
+        post(work, "mail");
+        ASSERT_TRUE(server.wait_for_mails(i, std::chrono::seconds(10))) << i;
+    }
+}
+
+TEST(Engine, SendsInTheOrderOfPosting)
+{
+    mail_server server;
+    workplace   work(server.smtp_port());
+    strings     expected;
+    for (int i = 0; i < 50; ++i) {
+        expected.push_back("mail." + std::to_string(i));
+        post(work, expected.back());
+    }
+    service_program service(QUICK_PROGRAM, work.path());
+    EXPECT_TRUE(server.wait_for_mails(50));
+    EXPECT_EQ(subjects_of(server.mails()), expected);
+}
+
+TEST(Engine, LeavesAloneWhatIsNoMessage)
+{
+    mail_server server;
+    workplace   work(server.smtp_port());
+    write_message(work.file("other"), "another file");
+    write_message(work.file("two.sme"), "a file with two names");
+    ASSERT_EQ(::link(work.file("two.sme").c_str(), work.file("other name").c_str()), 0);
+    ASSERT_EQ(::symlink("other", work.file("link.sme").c_str()), 0);
+    ASSERT_EQ(::mkfifo(work.file("pipe.sme").c_str(), 0600), 0);
+    service_program service(QUICK_PROGRAM, work.path());
+    ASSERT_TRUE(service.is_ready());
+    post(work, "a message");
+    EXPECT_TRUE(server.wait_for_mails(1));
+    service.run().wait_for("\n");
+    EXPECT_EQ(service.end(), EX_OK);
+    EXPECT_EQ(subjects_of(server.mails()), strings{"a message"});
+    EXPECT_EQ(waiting_in(work.path()), (strings{"link.sme", "pipe.sme", "two.sme"}));
+}
+
+TEST(Engine, WaitsForWhoeverStillWrites)
+{
+    mail_server server;
+    workplace   work(server.smtp_port());
+    write_message(work.file("a.sme"), "locked");
+    unique_fd writer(::open(work.file("a.sme").c_str(), O_RDONLY | O_CLOEXEC));
+    ASSERT_EQ(::flock(writer.get(), LOCK_EX), 0);
+    service_program service(QUICK_PROGRAM, work.path());
+    ASSERT_TRUE(service.is_ready());
+    post(work, "free");
+    EXPECT_TRUE(server.wait_for_mails(1));
+    EXPECT_EQ(subjects_of(server.mails()), strings{"free"});
+    writer.reset();  // which nothing tells: it was not written through this descriptor
+    EXPECT_TRUE(server.wait_for_mails(2));
+    EXPECT_EQ(subjects_of(server.mails()), (strings{"free", "locked"}));
+}
+
+TEST(Engine, TakesTheSettingsOfTheMoment)
+{
+    mail_server     first;
+    mail_server     second;
+    workplace       work(first.smtp_port());
+    service_program service(QUICK_PROGRAM, work.path());
+    post(work, "one");
+    EXPECT_TRUE(first.wait_for_mails(1));
+    write_file(work.file("new"), settings_for(second.smtp_port()));
+    ASSERT_EQ(::rename(work.file("new").c_str(), work.file("zelismes.cf").c_str()), 0);
+    post(work, "two");
+    EXPECT_TRUE(second.wait_for_mails(1));
+}
+
+// ------------------------------------------------------------- beginning and end
+
+TEST(Engine, TellsItsManager)
+{
+    mail_server       server;
+    workplace         work(server.smtp_port());
+    environment const period("WATCHDOG_USEC", "100000");
+    service_program   service(QUICK_PROGRAM, work.path());
+    ASSERT_TRUE(service.is_ready());
+    EXPECT_TRUE(contains(service.manager.told(),
+                         "READY=1\nSTATUS=sending what comes to " + std::string(work.path())));
+    EXPECT_TRUE(service.manager.hears("WATCHDOG=1", 5));
+    EXPECT_EQ(service.end(), EX_OK);
+    EXPECT_TRUE(contains(service.manager.told(), "STOPPING=1\n"));
+    EXPECT_EQ(service.run().out() + service.run().err(), "");
+}
+
+TEST(Engine, AWatchdogOfAnotherProcessIsNotItsOwn)
+{
+    mail_server       server;
+    workplace         work(server.smtp_port());
+    environment const period("WATCHDOG_USEC", "2000");
+    environment const process("WATCHDOG_PID", "1");
+    service_program   service(QUICK_PROGRAM, work.path());
+    ASSERT_TRUE(service.is_ready());
+    EXPECT_EQ(service.end(), EX_OK);
+    EXPECT_FALSE(contains(service.manager.told(), "WATCHDOG"));
+}
+
+TEST(Engine, TellsAManagerWithoutAFile)
+{
+    SKIP_UNLESS(!has_backend("macos"), "only Linux has sockets without files");
+    mail_server       server;
+    workplace         work(server.smtp_port());
+    manager_socket    manager("@zelieml-test-" + std::to_string(::getpid()));
+    environment const told("NOTIFY_SOCKET", manager.name());
+    program           service({QUICK_PROGRAM, "engine", "-w", work.path()});
+    EXPECT_TRUE(manager.hears("READY=1"));
+}
+
+TEST(Engine, ASecondServiceEnds)
+{
+    mail_server     server;
+    workplace       work(server.smtp_port());
+    service_program service(QUICK_PROGRAM, work.path());
+    ASSERT_TRUE(service.is_ready());
+    for (strings const& how : {strings{}, strings{"--bare"}}) {
+        strings words = {"engine", "-w", work.path()};
+        words.insert(words.end(), how.begin(), how.end());
+        outcome const second = run_zelieml(words);
+        EXPECT_EQ(second.status, EX_TEMPFAIL);
+        EXPECT_TRUE(
+            contains(second.err, "the process " + std::to_string(service.run().pid()) + ":"))
+            << second.err;
+    }
+    post(work, "still there");
+    EXPECT_TRUE(server.wait_for_mails(1));
+}
+
+TEST(Engine, UsesNoFolderOfOthers)
+{
+    mail_server server;
+    workplace   work(server.smtp_port());
+    post(work, "stays");
+    ASSERT_EQ(::mkdir(work.file("undelivered").c_str(), 0700), 0);
+    ASSERT_EQ(::chmod(work.file("undelivered").c_str(), 0777), 0);
+    outcome const run = run_zelieml({"engine", "-w", work.path()});
+    EXPECT_EQ(run.status, EX_CONFIG);
+    EXPECT_TRUE(contains(run.err, "chmod 700")) << run.err;
+    EXPECT_EQ(waiting_in(work.path()).size(), 1u);
+}
+
+TEST(Engine, RefusesADirectoryThatIsTooDeep)
+{
+    temp_dir const dir;
+    std::string    deep = dir.path();
+    while (deep.size() < 240) {
+        deep += "/" + std::string(std::min<std::size_t>(100, 241 - deep.size()), 'd');
+        ASSERT_EQ(::mkdir(deep.c_str(), 0700), 0);
+    }
+    outcome const run = run_zelieml({"engine", "-w", deep});
+    EXPECT_EQ(run.status, EX_CONFIG);
+    EXPECT_TRUE(contains(run.err, "is too long: use one of at most 239 bytes")) << run.err;
+}
+
+TEST(Engine, ANameThatIsTooLongIsToldOnce)
+{
+    mail_server    server;
+    temp_dir const dir;
+    std::string    deep = dir.path();
+    while (deep.size() < 200) {
+        deep += "/" + std::string(std::min<std::size_t>(100, 201 - deep.size()), 'd');
+        ASSERT_EQ(::mkdir(deep.c_str(), 0700), 0);
+    }
+    write_file(deep + "/zelismes.cf", settings_for(server.smtp_port()));
+    write_message(deep + "/" + std::string(196, 'a') + ".sme", "too long");
+    write_message(deep + "/" + std::string(197, 'a') + ".sme", "too long");
+    write_message(deep + "/b.sme", "short");
+    service_program service(QUICK_PROGRAM, deep);
+    EXPECT_TRUE(server.wait_for_mails(1));
+    service.run().wait_for("\n");
+    EXPECT_EQ(service.end(), EX_OK);
+    EXPECT_EQ(count_of(service.run().err(), "\n"), 1) << service.run().err();
+    EXPECT_TRUE(contains(service.run().err(), "give it a shorter name"));
+}
+
+TEST(Engine, EndsInOrder)
+{
+    mail_server server(with_fault("text=delay:300"));
+    workplace   work(server.smtp_port());
+    for (int i = 0; i < 3; ++i) {
+        post(work, "mail." + std::to_string(i));
+    }
+    service_program service(QUICK_PROGRAM, work.path());
+    EXPECT_TRUE(server.wait_for_mails(1));
+    EXPECT_EQ(service.end(), EX_OK);
+    EXPECT_EQ(server.mails().size() + waiting_in(work.path()).size(), 3u);
+    EXPECT_EQ(service.sent(), server.mails().size()) << "what was on the wire is over";
+}
+
+TEST(Engine, EndsInTime)
+{
+    loopback_program server({"--show", "--fault", "greeting=silent"});
+    workplace        work(server.port("smtp"));
+    post(work, "mail");
+    service_program service(QUICK_PROGRAM, work.path(), {"--stop-timeout", "0"});
+    server.wait_for("(connects)");
+    EXPECT_EQ(service.end(), EX_TEMPFAIL);
+    EXPECT_TRUE(contains(service.run().err(), "may be sent again")) << service.run().err();
+    EXPECT_EQ(waiting_in(work.path()).size(), 1u);
+}
+
+TEST(Engine, ASecondSignalEndsItAtOnce)
+{
+    loopback_program server({"--show", "--fault", "greeting=silent"});
+    workplace        work(server.port("smtp"));
+    post(work, "mail");
+    service_program service(QUICK_PROGRAM, work.path(), {"--stop-timeout", "3600"});
+    server.wait_for("(connects)");
+    service.run().signal(SIGTERM);
+    EXPECT_TRUE(service.manager.hears("STOPPING=1"));
+    service.run().signal(SIGINT);
+    EXPECT_EQ(service.run().wait(), EX_TEMPFAIL);
+}
+
+TEST(Engine, AHangUpIsHarmless)
+{
+    mail_server     server;
+    workplace       work(server.smtp_port());
+    service_program service(QUICK_PROGRAM, work.path());
+    ASSERT_TRUE(service.is_ready());
+    for (int i = 0; i < 10; ++i) {
+        service.run().signal(SIGHUP);
+        post(work, "mail");
+    }
+    EXPECT_TRUE(server.wait_for_mails(10));
+    EXPECT_EQ(service.end(), EX_OK);
+    EXPECT_EQ(server.mails().size(), 10u);
+}
+
+TEST(Engine, LosesNothingThatIsPostedWhileItStarts)
+{
+    mail_server       server;
+    workplace         work(server.smtp_port());
+    std::atomic<bool> over{false};
+    std::atomic<int>  posted{0};
+    std::thread       poster([&] {
+        while (!over) {
+            post(work, "mail." + std::to_string(posted++));
+            ::usleep(2000);
+        }
+    });
+    for (int i = 0; i < 5; ++i) {
+        service_program service(QUICK_PROGRAM, work.path());
+        EXPECT_TRUE(service.is_ready());
+        EXPECT_EQ(service.end(), EX_OK);
+    }
+    over = true;
+    poster.join();
+    service_program service(QUICK_PROGRAM, work.path());
+    EXPECT_TRUE(wait_until([&] { return waiting_in(work.path()).empty(); }));
+    EXPECT_EQ(sorted(subjects_of(server.mails())), sorted(numbered("mail", posted)));
+}
+
+// ------------------------------------------------------------------- trouble
+
+TEST(Engine, WaitsForADirectoryThatIsGone)
+{
+    mail_server     server;
+    workplace       work(server.smtp_port());
+    service_program service(QUICK_PROGRAM, work.path());
+    ASSERT_TRUE(service.is_ready());
+    std::string const away = work.outside() + "/away";
+    ASSERT_EQ(::rename(work.path(), away.c_str()), 0);
+    EXPECT_TRUE(wait_until([&] { return contains(service.run().err(), "is not there any more"); }));
+    // Another one of this name, as from a backup.
+    ASSERT_EQ(::mkdir(work.path(), 0755), 0);
+    write_file(work.file("zelismes.cf"), settings_for(server.smtp_port()));
+    post(work, "in the new one");
+    EXPECT_TRUE(server.wait_for_mails(1));
+    EXPECT_TRUE(wait_until([&] { return contains(service.run().err(), "is back"); }));
+    post(work, "and another");
+    EXPECT_TRUE(server.wait_for_mails(2, std::chrono::seconds(10)));
+    EXPECT_EQ(service.end(), EX_OK);
+    EXPECT_EQ(count_of(service.run().err(), "\n"), 2) << service.run().err();
+}
+
+TEST(Engine, MakesItsFoldersAgain)
+{
+    mail_server     server;
+    workplace       work(server.smtp_port());
+    service_program service(QUICK_PROGRAM, work.path());
+    ASSERT_TRUE(service.is_ready());
+    for (char const* const name : {".zelieml/engine", ".zelieml", "undelivered"}) {
+        ASSERT_EQ(run_program({"/bin/rm", "-r", work.file(name)}), 0);
+        std::size_t const before = server.mails().size();
+        post(work, name);
+        EXPECT_TRUE(server.wait_for_mails(before + 1)) << name;
+    }
+    EXPECT_EQ(run_zelieml({"engine", "-w", work.path()}).status, EX_TEMPFAIL);
+    EXPECT_EQ(service.end(), EX_OK);
+}
+
+TEST(Engine, EndsWhenAnotherServiceHasTakenItsPlace)
+{
+    mail_server     server;
+    workplace       work(server.smtp_port());
+    service_program first(QUICK_PROGRAM, work.path());
+    ASSERT_TRUE(first.is_ready());
+    ASSERT_EQ(run_program({"/bin/rm", "-r", work.file(".zelieml")}), 0);
+    service_program second(QUICK_PROGRAM, work.path());
+    ASSERT_TRUE(second.is_ready());
+    first.run().signal(SIGHUP);
+    EXPECT_EQ(first.run().wait(), EX_TEMPFAIL);
+    post(work, "mail");
+    EXPECT_TRUE(server.wait_for_mails(1));
+}
+
+TEST(Engine, AFullDiskForItsOutputIsToldOnce)
+{
+    SKIP_UNLESS(file_exists("/dev/full"), "there is no /dev/full");
+    mail_server       server;
+    workplace         work(server.smtp_port());
+    manager_socket    manager;
+    environment const told("NOTIFY_SOCKET", manager.name());
+    program service({"/bin/sh", "-c", "exec \"$@\" > /dev/full", "sh", QUICK_PROGRAM, "engine",
+                     "-w", work.path()});
+    for (std::size_t i = 1; i <= 3; ++i) {
+        post(work, "mail");
+        EXPECT_TRUE(server.wait_for_mails(i));
+    }
+    EXPECT_TRUE(wait_until([&] { return waiting_in(work.path()).empty(); }));
+    service.signal(SIGTERM);
+    EXPECT_EQ(service.wait(), EX_OK);
+    EXPECT_EQ(count_of(service.err(), "standard output"), 1) << service.err();
+}
+
+TEST(Engine, DeletesNoOtherMessageThatHasTakenTheName)
+{
+    loopback_program server({"--show", "--fault", "greeting=delay:300"});
+    workplace        work(server.port("smtp"));
+    write_message(work.file("status.sme"), "first");
+    service_program service(QUICK_PROGRAM, work.path());
+    server.wait_for("(connects)");  // the engine has opened it
+    write_message(work.file("new"), "second");
+    ASSERT_EQ(::rename(work.file("new").c_str(), work.file("status.sme").c_str()), 0);
+    server.wait_for("Subject: second");
+    server.wait_for("Subject: first");
+    EXPECT_TRUE(wait_until([&] { return waiting_in(work.path()).empty(); }));
+    EXPECT_EQ(service.end(), EX_OK);
+}
+
+// ----------------------------------------------------------------- without it
+
+TEST(BareEngine, DeletesWhatLiesThereAndSendsWhatIsPosted)
+{
+    mail_server server;
+    workplace   work(server.smtp_port());
+    post(work, "there");
+    service_program service(ZELIEML_PROGRAM, work.path(), {"--bare", "--symbol", "bare", "--json"});
+    ASSERT_TRUE(service.is_ready());
+    wait_for_registration();
+    EXPECT_EQ(work.messages(), strings());
+    EXPECT_EQ(post_mail(work.path(), "bare", "posted"), 0);
+    service.run().wait_for("\"subject\":\"posted\",\"attempt\":1,\"code\":0,");
+    EXPECT_EQ(service.end(), EX_OK);
+    EXPECT_EQ(subjects_of(server.mails()), strings{"posted"});
+    EXPECT_EQ(work.messages(), strings());
+}
+
+}  // namespace
+
+}  // namespace zelieml::test

@@ -1,0 +1,162 @@
+// service_program.h - the service, run by a test that is its service manager
+//
+// ZELIEML_PROGRAM is the program as it is shipped. QUICK_PROGRAM is the same with an engine whose
+// second lasts a millisecond, HOURS_PROGRAM one whose half hour lasts a second or two, as well.
+
+#ifndef ZELIEML_TESTS_TOOLS_ZELIEML_SERVICE_PROGRAM_H
+#define ZELIEML_TESTS_TOOLS_ZELIEML_SERVICE_PROGRAM_H
+
+#include <cstdlib>
+#include <string>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+#include <vector>
+
+#include "support/unique_fd.h"
+#include "tests/support/files.h"
+#include "tests/support/program.h"
+#include "tests/support/wait_until.h"
+#include "tests/support/workplace.h"
+
+namespace zelieml::test
+{
+
+// An environment variable, for as long as the object lives.
+class environment
+{
+public:
+    environment(std::string name, std::string const& value) : name_(std::move(name))
+    {
+        ::setenv(name_.c_str(), value.c_str(), 1);
+    }
+    ~environment() { ::unsetenv(name_.c_str()); }
+    environment(environment const&)            = delete;
+    environment& operator=(environment const&) = delete;
+
+private:
+    std::string name_;
+};
+
+// What a service tells its manager.
+class manager_socket
+{
+public:
+    // name  of the socket; "@..." is no file's
+    explicit manager_socket(std::string const& name = "")
+        : name_(name.empty() ? dir_.file("n") : name)
+    {
+        sockaddr_un address = {};
+        address.sun_family  = AF_UNIX;
+        EXPECT_LT(name_.size(), sizeof address.sun_path);
+        name_.copy(address.sun_path, sizeof address.sun_path - 1);
+        if (name_[0] == '@') {
+            address.sun_path[0] = '\0';
+        }
+        socket_.reset(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        EXPECT_EQ(::bind(socket_.get(), reinterpret_cast<sockaddr*>(&address),
+                         static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name_.size())),
+                  0);
+        ::chmod(name_.c_str(), 0777);
+        ::chmod(dir_.path().c_str(), 0755);
+    }
+
+    std::string const& name() const { return name_; }
+
+    // All that it has been told so far, with LF after each message.
+    std::string const& told()
+    {
+        char    message[1024];
+        ssize_t got = 0;
+        while ((got = ::recv(socket_.get(), message, sizeof message, 0)) > 0) {
+            told_.append(message, static_cast<std::size_t>(got)).append("\n");
+        }
+        return told_;
+    }
+
+    bool hears(std::string const& text, int times = 1)
+    {
+        return wait_until([&] {
+            std::size_t from = 0;
+            for (int found = 0; found < times; ++found) {
+                from = told().find(text, from);
+                if (from == told_.npos) {
+                    return false;
+                }
+                from += text.size();
+            }
+            return true;
+        });
+    }
+
+private:
+    temp_dir    dir_;
+    std::string name_;
+    unique_fd   socket_;
+    std::string told_;
+};
+
+// A service that is ready, unless it has ended.
+class service_program
+{
+public:
+    service_program(std::string const& path, std::string const& workdir,
+                    strings const& arguments = {"--json"})
+    {
+        environment const told("NOTIFY_SOCKET", manager.name());
+        strings           words = {path, "engine", "-w", workdir};
+        words.insert(words.end(), arguments.begin(), arguments.end());
+        run_ = std::make_unique<program>(words);
+    }
+
+    bool is_ready() { return manager.hears("READY=1"); }
+
+    program&       run() { return *run_; }
+    program const& run() const { return *run_; }
+
+    // How often it has sent a mail so far.
+    std::size_t sent() const
+    {
+        std::string const all   = run_->out();
+        std::size_t       count = 0;
+        for (std::size_t at = 0; (at = all.find("\"code\":0,", at)) != all.npos; ++at) {
+            ++count;
+        }
+        return count;
+    }
+
+    // Its exit status when it is told to end.
+    int end()
+    {
+        run_->signal(SIGTERM);
+        return run_->wait();
+    }
+
+    manager_socket manager;
+
+private:
+    std::unique_ptr<program> run_;
+};
+
+// The messages in a work directory, without the service's own folders.
+inline strings waiting_in(std::string const& workdir)
+{
+    strings names;
+    for (std::string const& name : list_directory(workdir)) {
+        if (name.find(".sme") != name.npos) {
+            names.push_back(name);
+        }
+    }
+    return names;
+}
+
+// A message file, as a program writes it that does not know the library.
+inline void write_message(std::string const& path, std::string const& subject)
+{
+    write_file(path, "from: tim@a.test\nto: anna@b.test\nsubject: " + subject +
+                         "\nencoding: UTF-8\n\nThe tray is empty.\n");
+}
+
+}  // namespace zelieml::test
+
+#endif
