@@ -205,7 +205,7 @@ std::size_t copy_without_cr(std::string_view text, char* out)
 template <class Put>
 void put_body(std::string const& body, Put&& put)
 {
-    constexpr std::size_t piece_size = 65536;
+    constexpr std::size_t piece_size = 262144;  // the system writes less quickly in smaller ones
     if (body.size() <= piece_size) {
         put_key_dat("", body, false, put);
         return;

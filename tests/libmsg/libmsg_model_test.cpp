@@ -158,7 +158,7 @@ TEST(BodiesOfAllSizes, AreSavedAsTheModelSays)
     void*          msg = nullptr;
     ASSERT_EQ(msg_create(&msg), 0);
     std::string& body = static_cast<_s_msg*>(msg)->body;
-    for (std::size_t const size : {65535u, 65536u, 65537u}) {
+    for (std::size_t const size : {262143u, 262144u, 262145u}) {
         for (char const* const period : {"\r", "\nab\r", "an ordinary line\r\n"}) {
             for (std::size_t const nul : {size, size - 1}) {
                 SCOPED_TRACE(std::to_string(size) + " bytes, a NUL at " + std::to_string(nul));
