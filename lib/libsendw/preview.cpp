@@ -28,6 +28,7 @@ int preview(char const* conf_fullpath, void* msg, void (*proc)(eml_preview const
     std::vector<std::string> recipients;
     envelope_recipients(made, recipients);
     std::vector<char const*> addresses;
+    addresses.reserve(recipients.size() + 1);
     for (std::string const& recipient : recipients) {
         addresses.push_back(recipient.c_str());
     }
