@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <clocale>
 #include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <iconv.h>
 #include <langinfo.h>
@@ -68,7 +69,7 @@ public:
     converter(std::string const& to, std::string const& from)
         : handle_(::iconv_open(to.c_str(), from.c_str()))
     {
-        if (handle_ == iconv_t(-1)) {
+        if (reinterpret_cast<std::intptr_t>(handle_) == -1) {
             throw failure(EX_DATAERR, "this system cannot convert " + from + " to " + to +
                                           ": use a locale with UTF-8, and --encoding utf-8");
         }
