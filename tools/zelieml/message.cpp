@@ -192,8 +192,7 @@ void add_mail_options(CLI::App& command, mail_options& options)
         ->allow_extra_args(false);
     command
         .add_option("--reply-to", options.reply_to,
-                    "Where replies and bounces go, the envelope sender. Without it: the sender's "
-                    "address; when empty: nowhere")
+                    "Where replies and bounces go; without it to the sender, '' for nowhere")
         ->type_name("ADDRESS");
     command.add_option("--subject", options.subject, "The subject")->type_name("TEXT");
     command.add_option("--encoding", options.encoding, "How the mail is encoded")
