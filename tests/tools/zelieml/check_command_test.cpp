@@ -408,11 +408,11 @@ TEST(Check, HasAdviceWithoutSettings)
 
 TEST(Check, SaysThatTheMailCannotBeSaved)
 {
-    mail_server                server;
-    workplace const            work(server.smtp_port());
-    not_to_be_written_to const now(work);
-    SKIP_UNLESS(now.may_start(ZELIEML_PROGRAM), "another user cannot start the program");
-    outcome const run = check(work, {"--to", "anna@b.test"});
+    SKIP_UNLESS(all_may_start(ZELIEML_PROGRAM), "another user cannot start the program");
+    mail_server     server;
+    workplace const work(server.smtp_port());
+    outcome const   run =
+        run_without_rights(work, {"check", "-w", work.path(), "--to", "anna@b.test"}, "");
     EXPECT_EQ(run.status, EX_CANTCREAT);
     EXPECT_TRUE(contains(run.out, "\nmail         FAILED ")) << run.out;
     expect_said(run, std::string("the message cannot be saved in ") + work.path(),

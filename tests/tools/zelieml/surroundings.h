@@ -5,13 +5,18 @@
 
 #include <cstdlib>
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <optional>
 #include <string>
 #include <sys/stat.h>
+#include <sys/wait.h>
+#include <sysexits.h>
 #include <unistd.h>
+#include <vector>
 
+#include "support/unique_fd.h"
+#include "tests/support/files.h"
 #include "tests/support/workplace.h"
+#include "tests/tools/zelieml/zelieml_program.h"
 
 namespace zelieml::test
 {
@@ -36,37 +41,58 @@ private:
     std::optional<std::string> before_;
 };
 
-// A work directory that this process, and what it starts, can enter but not write to: root becomes
-// another user.
-class not_to_be_written_to
+// Whether any user may start a program, which can be in a directory of root's own.
+inline bool all_may_start(std::string const& program)
 {
-public:
-    explicit not_to_be_written_to(workplace const& work) : path_(work.path()), user_(::geteuid())
-    {
-        ::chmod(work.outside().c_str(), 0755);
-        ::chmod(path_.c_str(), 0555);
-        if (user_ == 0) {
-            EXPECT_EQ(::seteuid(65534), 0);
+    for (std::size_t end = program.size(); end != program.npos && end > 0;
+         end             = program.rfind('/', end - 1)) {
+        struct stat status = {};
+        if (::stat(program.substr(0, end).c_str(), &status) != 0 ||
+            (status.st_mode & S_IXOTH) == 0) {
+            return false;
         }
     }
-    ~not_to_be_written_to()
-    {
-        EXPECT_EQ(::seteuid(user_), 0);
-        ::chmod(path_.c_str(), 0755);
-    }
-    not_to_be_written_to(not_to_be_written_to const&)            = delete;
-    not_to_be_written_to& operator=(not_to_be_written_to const&) = delete;
+    return true;
+}
 
-    // Whether that user may start this program, which can be in a directory of root's own.
-    static bool may_start(char const* program)
-    {
-        return ::faccessat(AT_FDCWD, program, X_OK, AT_EACCESS) == 0;
-    }
+// Runs the program as one who may enter the work directory and not write to it. Root becomes another
+// user with all of his ids: a sanitizer cannot look for leaks otherwise.
+inline outcome run_without_rights(workplace const& work, std::vector<std::string> const& arguments,
+                                  std::string const& input)
+{
+    temp_dir const dir;
+    write_file(dir.file("in"), input);
+    unique_fd const in(::open(dir.file("in").c_str(), O_RDONLY));
+    unique_fd const out(::open(dir.file("out").c_str(), O_WRONLY | O_CREAT, 0600));
+    unique_fd const err(::open(dir.file("err").c_str(), O_WRONLY | O_CREAT, 0600));
 
-private:
-    std::string const path_;
-    uid_t const       user_;
-};
+    std::vector<std::string> words = zelieml_command(arguments);
+    std::vector<char*>       argv;
+    for (std::string& word : words) {
+        argv.push_back(word.data());
+    }
+    argv.push_back(nullptr);
+
+    ::chmod(work.outside().c_str(), 0755);
+    ::chmod(work.path(), 0555);
+    constexpr uid_t another_user = 65534;
+    bool const      is_root      = ::geteuid() == 0;
+    pid_t const     child        = ::fork();
+    if (child == 0) {
+        bool const ready =
+            ::dup2(in.get(), 0) == 0 && ::dup2(out.get(), 1) == 1 && ::dup2(err.get(), 2) == 2 &&
+            (!is_root || (::setgid(another_user) == 0 && ::setuid(another_user) == 0));
+        if (ready) {
+            ::execv(argv[0], argv.data());
+        }
+        ::_exit(EX_OSERR);
+    }
+    int status = -1;
+    ::waitpid(child, &status, 0);
+    ::chmod(work.path(), 0755);
+    return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read_file(dir.file("out")),
+            read_file(dir.file("err"))};
+}
 
 }  // namespace zelieml::test
 
