@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <fcntl.h>
 #include <set>
 #include <sys/file.h>
@@ -124,25 +123,23 @@ void refuse_strange_link(std::string const& path)
     }
 }
 
-// A copy of the settings file, with its owner and rights, that nobody else can see.
+// A copy of the settings file, with its owner and rights, that nobody else can see. One that a
+// killed program has left is removed; changes are made one at a time.
 class private_copy
 {
 public:
-    explicit private_copy(std::string const& workdir) : folder_(workdir + "/.settings-XXXXXX")
+    explicit private_copy(std::string const& workdir)
+        : folder_(workdir + "/.settings-" + std::to_string(::geteuid())),
+          path_(settings_path(folder_))
     {
-        if (::mkdtemp(folder_.data()) == nullptr) {
-            fail_to_write(settings_path(workdir), errno);
+        remove();
+        if (::mkdir(folder_.c_str(), S_IRWXU) != 0) {
+            throw failure(EX_CANTCREAT, folder_, errno,
+                          errno == EEXIST ? "remove it, it is not a folder of this program"
+                                          : "let its owner change the settings");
         }
-        path_ = settings_path(folder_);
     }
-
-    ~private_copy()
-    {
-        for (char const* const end : {"", ".tmp"}) {
-            ::unlink((path_ + end).c_str());
-        }
-        ::rmdir(folder_.c_str());
-    }
+    ~private_copy() { remove(); }
     private_copy(private_copy const&)            = delete;
     private_copy& operator=(private_copy const&) = delete;
 
@@ -191,6 +188,20 @@ public:
     }
 
 private:
+    void remove() const
+    {
+        descriptor const folder(
+            ::open(folder_.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        struct stat is = {};
+        if (!folder || ::fstat(folder.get(), &is) != 0 || is.st_uid != ::geteuid()) {
+            return;
+        }
+        for (char const* const name : {"zelismes.cf", "zelismes.cf.tmp"}) {
+            ::unlinkat(folder.get(), name, 0);
+        }
+        ::rmdir(folder_.c_str());
+    }
+
     std::string folder_;
     std::string path_;
 };

@@ -1,6 +1,7 @@
 // settings_test.cpp - zelieml settings
 
 #include <atomic>
+#include <csignal>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <map>
@@ -662,6 +663,43 @@ TEST_F(Settings, AreNeverSeenHalfChanged)
         EXPECT_EQ(library_value(path, "smtp_port"), "25");
     }
     writer.join();
+}
+
+TEST_F(Settings, OutliveAKill)
+{
+    std::string const before = "smtp_auth = yes\r\nsmtp_auth_type = plain\r\nsmtp_port = 25\r\n";
+    std::string const after  = "smtp_auth = yes\r\nsmtp_auth_type = plain\r\nsmtp_port = 26\r\n";
+    for (int ms = 0; ms < 20; ++ms) {
+        write(before);
+        program set(zelieml_command({"settings", "set", "smtp_port", "26", "-w", dir.path()}));
+        wait_ms(ms);
+        set.signal(SIGKILL);
+        set.wait();
+        EXPECT_TRUE(bytes() == before || bytes() == after) << bytes();
+    }
+    expect_set("smtp_port", "27");
+    expect_no_litter();
+}
+
+TEST_F(Settings, RemoveWhatAKilledChangeHasLeft)
+{
+    write("smtp_port = 25\r\n");
+    std::string const left = dir.file(".settings-" + std::to_string(::geteuid()));
+    ASSERT_EQ(::mkdir(left.c_str(), 0700), 0);
+    write_file(left + "/zelismes.cf", "half");
+    write_file(left + "/zelismes.cf.tmp", "half");
+    expect_set("smtp_port", "26");
+    expect_no_litter();
+
+    // Somebody else's is not touched.
+    temp_dir const other;
+    write_file(other.file("zelismes.cf"), "kept");
+    ASSERT_EQ(::symlink(other.path().c_str(), left.c_str()), 0);
+    outcome const refused = run({"set", "smtp_port", "27"});
+    EXPECT_EQ(refused.status, EX_CANTCREAT);
+    EXPECT_NE(refused.err.find("remove it"), std::string::npos) << refused.err;
+    EXPECT_EQ(library_value(path, "smtp_port"), "26");
+    EXPECT_EQ(read_file(other.file("zelismes.cf")), "kept");
 }
 
 TEST_F(Settings, OfAnotherUserAreNotMadeOnesOwn)
