@@ -8,6 +8,7 @@
 #include "tools/zelieml/locale_text.h"
 #include "tools/zelieml/output.h"
 #include "tools/zelieml/secret.h"
+#include "tools/zelieml/setting_findings.h"
 #include "tools/zelieml/setting_keys.h"
 #include "tools/zelieml/settings_file.h"
 #include "zelieml_ext.h"
@@ -166,63 +167,24 @@ int show(common_options const& options)
     return EX_OK;
 }
 
-struct finding {
-    int          line;
-    std::string  key;
-    eml_severity severity;
-    std::string  text;
-};
-
-// The library must meet no exception.
-extern "C" void keep_finding(eml_finding const* found, void* list) noexcept
+int check(common_options const& options)
 {
-    static_cast<std::vector<finding>*>(list)->push_back(
-        {found->line, found->field, found->severity, found->text});
-}
-
-char const* name_of(eml_severity severity)
-{
-    return severity == eml_severity_error     ? "error"
-           : severity == eml_severity_warning ? "warning"
-                                              : "note";
-}
-
-std::string line_of(finding const& found)
-{
-    std::string const place = found.line != 0 ? "line " + std::to_string(found.line) : "";
-    std::string const both  = place + (place.empty() || found.key.empty() ? "" : ", ") + found.key;
-    return both + (both.empty() ? "" : ": ") + name_of(found.severity) + ": " +
-           to_terminal(found.text);
-}
-
-void print_findings(std::vector<finding> const& findings, bool as_json)
-{
-    json all = json::array();
-    for (finding const& found : findings) {
-        if (as_json) {
-            all.push_back({{"line", found.line},
-                           {"key", found.key},
-                           {"severity", name_of(found.severity)},
-                           {"text", found.text}});
+    std::string const path     = settings_path(options.workdir);
+    auto const        findings = find_in_settings(path, eml_severity_note);
+    json              all      = json::array();
+    bool              trapped  = false;
+    for (setting_finding const& found : findings) {
+        if (options.json) {
+            all.push_back(to_json(found));
         } else {
             print_line(line_of(found));
         }
+        trapped = trapped || found.severity > eml_severity_note;
     }
-    if (as_json) {
+    if (options.json) {
         print_json(all);
     }
-}
-
-int check(common_options const& options)
-{
-    std::string const    path = settings_path(options.workdir);
-    std::vector<finding> findings;
-    int const            worst = eml_settings_check(path.c_str(), keep_finding, &findings);
-    if (worst < 0) {
-        throw std::bad_alloc();
-    }
-    print_findings(findings, options.json);
-    if (worst > eml_severity_note) {
+    if (trapped) {
         throw failure(EX_CONFIG, path + " has faults: mend what is printed as error or warning");
     }
     return EX_OK;
