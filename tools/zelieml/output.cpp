@@ -29,9 +29,14 @@ void print_line(std::string const& line)
     }
 }
 
+std::string json_text(json const& value)
+{
+    return value.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
 void print_json(json const& value)
 {
-    print_line(value.dump(-1, ' ', false, json::error_handler_t::replace));
+    print_line(json_text(value));
 }
 
 std::string printable(std::string const& text)

@@ -17,7 +17,10 @@ using json = nlohmann::ordered_json;
 // Throws a failure when it cannot be written.
 void print_line(std::string const& line);
 
-// print_json - the same with a JSON value; bytes that are no UTF-8 become U+FFFD
+// json_text - a JSON value on one line; bytes that are no UTF-8 become U+FFFD
+std::string json_text(json const& value);
+
+// print_json - the same, printed
 void print_json(json const& value);
 
 // printable - a text from elsewhere, for a terminal: control characters become "?"

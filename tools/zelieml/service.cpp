@@ -613,9 +613,9 @@ void service::settle(void* record)
         place_.forget_reason(logged.name);
         remove_sent(logged.name, made.seconds);
     } else if (last) {
-        logged.undelivered = give_up(logged.name, to_json(logged).dump());
+        logged.undelivered = give_up(logged.name, json_text(to_json(logged)));
     } else {
-        place_.keep_reason(logged.name, to_json(logged).dump());
+        place_.keep_reason(logged.name, json_text(to_json(logged)));
     }
     ledger_.settle(logged.name, last, clock::now());
     log_.print(logged);
