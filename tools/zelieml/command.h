@@ -66,6 +66,7 @@ private:
 void add_send(command_line& line);
 void add_post(command_line& line);
 void add_engine(command_line& line);
+void add_queue(command_line& line);
 void add_settings(command_line& line);
 void add_check(command_line& line);
 void add_receive(command_line& line);

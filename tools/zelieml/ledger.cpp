@@ -34,6 +34,14 @@ std::optional<spooled> ledger::file(std::string const& name) const
     return found != entries_.end() ? std::optional<spooled>(found->second.file) : std::nullopt;
 }
 
+std::optional<ledger::clock::time_point> ledger::announced(std::string const& name) const
+{
+    std::lock_guard<std::mutex> const hold(guard_);
+    auto const                        found = entries_.find(name);
+    bool const is_untried                   = found != entries_.end() && found->second.number != 0;
+    return is_untried ? std::optional<clock::time_point>(found->second.since) : std::nullopt;
+}
+
 void ledger::settle(std::string const& name, bool last, clock::time_point now)
 {
     std::lock_guard<std::mutex> const hold(guard_);

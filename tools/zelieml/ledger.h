@@ -39,6 +39,9 @@ public:
     // file - as it was when it was announced
     std::optional<spooled> file(std::string const& name) const;
 
+    // announced - when; nothing for one that has been tried, or is not known
+    std::optional<clock::time_point> announced(std::string const& name) const;
+
     // settle - an attempt is over; another one follows unless it is the last
     void settle(std::string const& name, bool last, clock::time_point now);
 

@@ -13,6 +13,7 @@ int main(int argc, char** argv)
     zelieml::program::add_send(line);
     zelieml::program::add_post(line);
     zelieml::program::add_engine(line);
+    zelieml::program::add_queue(line);
     zelieml::program::add_settings(line);
     zelieml::program::add_check(line);
     zelieml::program::add_receive(line);

@@ -11,6 +11,7 @@
 #include <condition_variable>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <exception>
 #include <functional>
 #include <limits>
@@ -238,6 +239,7 @@ private:
     static int  on_result(void* record, void* user);
     void        settle(void* record);
     void        remove_sent(std::string const& name, double attempt_s);
+    void        keep_reason(logged_attempt const& logged);
     std::string give_up(std::string const& name, std::string const& reason);
     void        insist(std::string const& thing, std::function<int()> const& action);
     void        keep_leftover(leftover const& left);
@@ -615,11 +617,23 @@ void service::settle(void* record)
     } else if (last) {
         logged.undelivered = give_up(logged.name, json_text(to_json(logged)));
     } else {
-        place_.keep_reason(logged.name, json_text(to_json(logged)));
+        keep_reason(logged);
     }
     ledger_.settle(logged.name, last, clock::now());
     log_.print(logged);
     wake_if_wanted();
+}
+
+// Until the second attempt, which the engine makes half an hour after the announcement or later.
+void service::keep_reason(logged_attempt const& logged)
+{
+    json       kept  = to_json(logged);
+    auto const since = ledger_.announced(logged.name);
+    if (since) {
+        auto const ago    = std::chrono::duration_cast<seconds>(clock::now() - *since);
+        kept["announced"] = std::time(nullptr) - ago.count();
+    }
+    place_.keep_reason(logged.name, json_text(kept));
 }
 
 // Deletes a file whose mail was sent; the engine would do so, and not tell when it cannot. If

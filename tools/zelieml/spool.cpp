@@ -312,6 +312,22 @@ void spool::forget_reason(std::string const& name) const
     }
 }
 
+bool spool::is_reason_new(std::string const& name) const
+{
+    struct stat      began   = {};
+    struct stat      kept    = {};
+    descriptor const service = folder_if_any(workdir_ + service_folder);
+    descriptor const reasons = folder_if_any(workdir_ + reasons_folder);
+    if (!service || !reasons || !is_name(name) ||
+        ::fstatat(service.get(), lock_name, &began, AT_SYMLINK_NOFOLLOW) != 0 ||
+        ::fstatat(reasons.get(), name.c_str(), &kept, AT_SYMLINK_NOFOLLOW) != 0) {
+        return false;
+    }
+    timespec const from = modified(began);
+    timespec const at   = modified(kept);
+    return std::tie(from.tv_sec, from.tv_nsec) <= std::tie(at.tv_sec, at.tv_nsec);
+}
+
 void spool::forget_old_reasons() const
 {
     descriptor const reasons = folder_if_any(workdir_ + reasons_folder);

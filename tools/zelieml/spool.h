@@ -95,6 +95,9 @@ public:
     void keep_reason(std::string const& name, std::string const& text) const;
     void forget_reason(std::string const& name) const;
 
+    // is_reason_new - whether the service that has the lock now, or had it last, has kept this reason
+    bool is_reason_new(std::string const& name) const;
+
     // forget_old_reasons - those of messages that are neither waiting nor undelivered
     void forget_old_reasons() const;
 
