@@ -71,6 +71,7 @@ void add_settings(command_line& line);
 void add_check(command_line& line);
 void add_receive(command_line& line);
 void add_password(command_line& line);
+void add_completion(command_line& line);
 
 }  // namespace zelieml::program
 

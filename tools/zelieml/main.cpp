@@ -18,5 +18,6 @@ int main(int argc, char** argv)
     zelieml::program::add_check(line);
     zelieml::program::add_receive(line);
     zelieml::program::add_password(line);
+    zelieml::program::add_completion(line);
     return line.run(argc, argv);
 }
