@@ -1,5 +1,5 @@
-# Installs the library elsewhere than it was configured for, and builds programs with what was
-# installed.
+# Installs the library and the programs elsewhere than they were configured for, runs these, and
+# builds programs with what was installed.
 
 cmake_minimum_required(VERSION 3.21)
 include(${CMAKE_CURRENT_LIST_DIR}/users.cmake)
@@ -14,6 +14,20 @@ foreach(page IN ITEMS zelieml zelieml_posting eml_post test_pop_auth eml_receive
     message(FATAL_ERROR "no manual page ${page}(3)")
   endif()
 endforeach()
+if(TOOLS)
+  foreach(file IN ITEMS ${BINDIR}/zelieml ${BINDIR}/zelieml-loopback
+               ${MANDIR}/man1/zelieml.1 ${MANDIR}/man1/zelieml-loopback.1
+               ${DATADIR}/bash-completion/completions/zelieml ${DATADIR}/zsh/site-functions/_zelieml
+               ${DATADIR}/fish/vendor_completions.d/zelieml.fish)
+    if(NOT EXISTS ${prefix}/${file})
+      message(FATAL_ERROR "no ${file}")
+    endif()
+  endforeach()
+  # It finds the library where both were installed.
+  must(${CMAKE_COMMAND} -E env --unset=LD_LIBRARY_PATH --unset=DYLD_LIBRARY_PATH
+       ${prefix}/${BINDIR}/zelieml --version)
+  must(${prefix}/${BINDIR}/zelieml-loopback --seconds 0)
+endif()
 if(NOT EXISTS ${prefix}/${INCLUDEDIR}/zelieml/module.modulemap)
   message(FATAL_ERROR "no module map")
 endif()
