@@ -19,6 +19,13 @@ std::size_t ledger::places() const
     return most - std::min(most, entries_.size());
 }
 
+bool ledger::is_low() const
+{
+    std::lock_guard<std::mutex> const hold(guard_);
+    std::size_t const                 tried = std::min(most, entries_.size() - untried_.size());
+    return untried_.size() <= (most - tried) / 2 && entries_.size() < most;
+}
+
 void ledger::add(spooled const& file, clock::time_point now)
 {
     std::lock_guard<std::mutex> const hold(guard_);

@@ -33,6 +33,9 @@ public:
     bool        has(std::string const& name) const;
     std::size_t places() const;
 
+    // is_low - whether half of what the engine may be told of at once has been tried
+    bool is_low() const;
+
     // add - the engine is about to be told of this file
     void add(spooled const& file, clock::time_point now);
 

@@ -281,6 +281,7 @@ private:
     bool                       is_news_ = false;
     complaint                  gone_;
     complaint                  broken_;
+    complaint                  unreadable_;
     complaint                  unwatched_;
     complaint                  too_long_;
 
@@ -366,7 +367,13 @@ void service::look()
     }
     waiting_.clear();
     has_more_ = false;
-    place_.each([&](spooled const& file) { add(file); });
+    try {
+        place_.each([&](spooled const& file) { add(file); });
+        unreadable_.end();
+    } catch (failure const& error) {
+        unreadable_.begin(error.what());
+        look_at_ = begin + look_often;
+    }
     clear_leftovers();
     ledger_.forget_stuck(begin);
     auto const end   = clock::now();
@@ -410,7 +417,7 @@ bool service::repair_place()
             lock_.emplace(place_);
         }
     } catch (failure const& error) {
-        if (error.status() != EX_CANTCREAT) {
+        if (error.status() == EX_CONFIG || error.status() == EX_TEMPFAIL) {
             throw;
         }
         broken_.begin(error.what());
@@ -708,7 +715,7 @@ void service::keep_leftover(leftover const& left)
 // The service's thread sleeps until it can announce many.
 void service::wake_if_wanted()
 {
-    if ((wants_places_ && ledger_.places() >= ledger::most / 2) || ledger_.has_passed_over()) {
+    if ((wants_places_ && ledger_.is_low()) || ledger_.has_passed_over()) {
         wants_places_ = false;
         host_.wake();
     }

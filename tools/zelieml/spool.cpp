@@ -62,7 +62,9 @@ descriptor own_folder(std::string const& path)
         if (error == ENOTDIR || error == ELOOP || error == EMLINK) {
             throw failure(EX_CONFIG, path + " is not a folder: " + give_it_another);
         }
-        throw failure(EX_CONFIG, path, error, "run zelieml as the user whose it is");
+        bool const forbidden = error == EACCES || error == EPERM;
+        throw failure(forbidden ? EX_CONFIG : EX_CANTCREAT, path, error,
+                      forbidden ? "run zelieml as the user whose it is" : "mend that first");
     }
     if (status.st_uid != ::geteuid()) {
         throw failure(EX_CONFIG, path + " belongs to the user " + std::to_string(status.st_uid) +
@@ -270,7 +272,10 @@ bool spool::is_in_use(spooled const& file) const
     }
     descriptor const opened(::open(path_of(file.name).c_str(),
                                    O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    return opened && ::flock(opened.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    if (!opened) {
+        return errno == EMFILE || errno == ENFILE || errno == ENOMEM;  // not the file's fault
+    }
+    return ::flock(opened.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
 }
 
 bool spool::may_delete(spooled const& file) const

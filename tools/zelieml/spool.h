@@ -80,8 +80,8 @@ public:
     std::vector<spooled> undelivered() const;
 
     // is_in_use - whether a message file is still being written or sent by its poster: it is locked
-    // and changed within the last hour, or empty and changed within the last minute. False also
-    // when it cannot be opened.
+    // and changed within the last hour, or empty and changed within the last minute. Also when this
+    // process has no descriptor to find out; false when the file cannot be opened otherwise.
     bool is_in_use(spooled const& file) const;
 
     // may_delete - whether this user may take a file out of the work directory

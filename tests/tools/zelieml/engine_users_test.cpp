@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 #include <memory>
 #include <sys/inotify.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sysexits.h>
 #include <unistd.h>
@@ -126,6 +127,25 @@ TEST(Engine, LooksEverySecondWhereNothingCanBeWatched)
     }
     EXPECT_EQ(count_of(service->run().err(), "\n"), 1) << service->run().err();
     EXPECT_EQ(service->end(), EX_OK);
+}
+
+TEST(Engine, WaitsForDescriptors)
+{
+    mail_server     server;
+    workplace       work(server.smtp_port());
+    service_program service(QUICK_PROGRAM, work.path());
+    ASSERT_TRUE(service.is_ready());
+    rlimit before = {};
+    ASSERT_EQ(::prlimit(service.run().pid(), RLIMIT_NOFILE, nullptr, &before), 0);
+    rlimit const none = {0, before.rlim_max};
+    ASSERT_EQ(::prlimit(service.run().pid(), RLIMIT_NOFILE, &none, nullptr), 0);
+    post(work, "mail");
+    EXPECT_TRUE(wait_until([&] { return contains(service.run().err(), "Too many open files"); }));
+    ASSERT_EQ(::prlimit(service.run().pid(), RLIMIT_NOFILE, &before, nullptr), 0);
+    EXPECT_TRUE(server.wait_for_mails(1));
+    service.run().wait_for("\"attempt\":1,\"code\":0,");
+    EXPECT_EQ(service.end(), EX_OK);
+    EXPECT_EQ(service.run().out().find('\n') + 1, service.run().out().size()) << "no other attempt";
 }
 
 TEST(Engine, LooksAtEverythingWhenItMissedTooMuch)

@@ -47,6 +47,26 @@ TEST_F(Ledger, CountsWhatTheEngineHoldsUnexpectedly)
     EXPECT_EQ(book.places(), ledger::most);
 }
 
+TEST_F(Ledger, IsLowWhenHalfOfWhatMayBeTriedIsOver)
+{
+    EXPECT_TRUE(book.is_low());
+    for (std::size_t i = 0; i < ledger::most; ++i) {
+        add(std::to_string(i));
+    }
+    EXPECT_FALSE(book.is_low());
+    // All but ten wait for their second attempt.
+    std::size_t const failed = ledger::most - 10;
+    for (std::size_t i = 0; i < failed; ++i) {
+        book.settle(std::to_string(i), false, now);
+        EXPECT_FALSE(book.is_low()) << "no place";
+    }
+    for (std::size_t i = failed; i < failed + 5; ++i) {
+        EXPECT_FALSE(book.is_low());
+        book.settle(std::to_string(i), true, now);
+    }
+    EXPECT_TRUE(book.is_low());
+}
+
 TEST_F(Ledger, SeesWhatTheEngineHasNotHeardOf)
 {
     add("a.sme");
