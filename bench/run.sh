@@ -65,6 +65,11 @@ echo '== an engine'
 "$build/bench/engine_bench" "$port" "${ZELIEML_BENCH_IDLE_SECONDS:-60}" || status=1
 
 echo
+echo '== the service, beside an engine'
+"${as_client[@]}" "$build/bench/service_bench" "$build/tools/zelieml/zelieml" "$port" \
+    "${ZELIEML_BENCH_IDLE_SECONDS:-60}" || status=1
+
+echo
 echo '== as work grows'
 "$root/bench/growth.py" "$build" || status=1
 exit $status
