@@ -55,7 +55,7 @@ public:
     }
 
 private:
-    static constexpr int most = 500;
+    static constexpr int most = 200;
 
     std::string name_;
     program     run_;
@@ -111,11 +111,14 @@ TEST(Killed, ServicesAndPostersLoseNothingAndDoubleWhatWasOnTheWire)
 
     service_program            service(QUICK_PROGRAM, work.path());
     std::map<std::string, int> counts;
-    EXPECT_TRUE(wait_until([&] {
-        counts = counts_of(subjects_of(server.mails()));
-        return std::all_of(posted.begin(), posted.end(),
-                           [&](std::string const& subject) { return counts.count(subject) != 0; });
-    }));
+    EXPECT_TRUE(wait_until(
+        [&] {
+            counts = counts_of(subjects_of(server.mails()));
+            return std::all_of(posted.begin(), posted.end(), [&](std::string const& subject) {
+                return counts.count(subject) != 0;
+            });
+        },
+        std::chrono::seconds(90)));
     EXPECT_EQ(service.end(), EX_OK);
     EXPECT_EQ(list_directory(work.file("undelivered")), strings());
     EXPECT_GT(posted.size(), 100u);
