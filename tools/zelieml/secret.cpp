@@ -236,9 +236,9 @@ void refuse_more(std::vector<std::string> const& words)
     if (words.empty()) {
         return;
     }
-    std::string const word   = words.front();
-    bool const        option = word.size() > 2 && word.compare(0, 2, "--") == 0;
-    std::string const name   = option ? word.substr(0, word.find('=')) : "";
+    std::string const& word   = words.front();
+    bool const         option = word.size() > 2 && word.compare(0, 2, "--") == 0;
+    std::string const  name   = option ? word.substr(0, word.find('=')) : "";
     throw CLI::ValidationError(
         (option && name != "--password" ? "there is no option " + name
                                         : "this is one word too many") +

@@ -311,11 +311,11 @@ void settings_text::set(std::string const& key, std::string const& value)
     // Its old place, or the last one before which no line contains the key: there it is in the way
     // of the fewest others.
     std::size_t const last = others.index_of(key);
+    std::string const own  = key + " = " + value + "\r";
     std::string       bitten;
     for (std::size_t const index : {std::min(place.value_or(last), last), last}) {
         settings_text changed = others;
-        changed.lines_.insert(changed.lines_.begin() + static_cast<std::ptrdiff_t>(index),
-                              key + " = " + value + "\r");
+        changed.lines_.insert(changed.lines_.begin() + static_cast<std::ptrdiff_t>(index), own);
         ++changed.readable_;
         bitten = changed.bitten_by(index, *this);
         if (bitten.empty()) {

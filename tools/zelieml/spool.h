@@ -7,6 +7,7 @@
 //                               link, and never a message
 //                  reasons/NAME why the last attempt at a message failed, as JSON; waiting or
 //                               undelivered, it has one name
+//     DIR/.settings-UID/        0700, while that user changes the settings: the new ones
 //
 // Any user may write to DIR. So nothing of this is used unless it belongs to the user who runs the
 // program and others cannot write to it, and no link is followed.
