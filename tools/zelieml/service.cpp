@@ -23,6 +23,7 @@
 #include <set>
 #include <sys/stat.h>
 #include <sysexits.h>
+#include <system_error>
 #include <thread>
 #include <tuple>
 #include <unistd.h>
@@ -115,11 +116,18 @@ public:
         int const         told     = told_.ends();
         auto const        deadline = clock::now() + options_.stop_limit;
         std::atomic<bool> stopped{false};
-        std::thread       stopping([&] {
+        auto const        stop_engine = [&] {
             eml_stop(engine_);
             stopped = true;
             wake_.wake();
-        });
+        };
+        std::thread stopping;
+        try {
+            stopping = std::thread(stop_engine);
+        } catch (std::system_error const&) {
+            stop_engine();  // without a thread, and without a limit
+            return EX_OK;
+        }
         while (!stopped && clock::now() < deadline && told_.ends() <= told && !is_stuck()) {
             wait(deadline);
         }
@@ -238,6 +246,8 @@ private:
     // The engine's thread.
     static int  on_result(void* record, void* user);
     void        settle(void* record);
+    void        rescue(void* record);
+    void        rest();
     void        remove_sent(std::string const& name, double attempt_s);
     void        keep_reason(logged_attempt const& logged);
     std::string give_up(std::string const& name, std::string const& reason);
@@ -589,9 +599,29 @@ int service::on_result(void* record, void* user)
     try {
         self->settle(record);
     } catch (std::exception const& error) {
-        complain(error.what());
+        std::fprintf(stderr, "zelieml: %s\n", error.what());
+        self->rescue(record);
     }
     return 0;
+}
+
+// Settles an attempt that could not be reported, for lack of memory: as soon as there is some.
+void service::rescue(void* record)
+{
+    for (bool done = false; !done;) {
+        try {
+            attempt const     made = attempt_of(record);
+            bool const        sent = made.code == eml_send_ok;
+            std::string const name = name_of(made.file);
+            if (!sent && made.attempt_number > 1) {
+                give_up(name, "");
+            }
+            ledger_.settle(name, sent || made.attempt_number > 1, clock::now());
+            done = true;
+        } catch (std::exception const&) {
+            rest();
+        }
+    }
 }
 
 std::string service::name_of(std::string const& path) const
@@ -696,13 +726,20 @@ void service::insist(std::string const& thing, std::function<int()> const& actio
     for (int error = action(); error != 0; error = action()) {
         trouble.begin(thing + ": " + std::strerror(error) +
                       ": nothing is sent until that works, which is tried every second");
-        std::unique_lock<std::mutex> hold(guard_);
-        stopping_changed_.wait_for(hold, move_pause, [&] { return stopping_; });
-        while (stopping_) {
-            is_stuck_ = true;  // until the process ends
-            host_.wake();
-            stopping_changed_.wait_for(hold, move_pause);
-        }
+        rest();
+    }
+}
+
+// A while between two tries. Does not return when the service is to end: the engine would delete
+// the file.
+void service::rest()
+{
+    std::unique_lock<std::mutex> hold(guard_);
+    stopping_changed_.wait_for(hold, move_pause, [&] { return stopping_; });
+    while (stopping_) {
+        is_stuck_ = true;  // until the process ends
+        host_.wake();
+        stopping_changed_.wait_for(hold, move_pause);
     }
 }
 

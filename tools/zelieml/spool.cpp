@@ -42,7 +42,7 @@ constexpr char make_it_writable[] = "let this user write to the work directory";
 constexpr std::time_t locked_s = 3600;
 constexpr std::time_t empty_s  = 60;
 
-constexpr std::size_t largest_reason = 65536;
+constexpr off_t largest_reason = 1 << 20;  // the replies of servers have no limit
 
 bool is_name(std::string const& name)
 {
@@ -295,9 +295,13 @@ std::string spool::reason(std::string const& name) const
         folder && is_name(name)
             ? ::openat(folder.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)
             : -1);
-    std::string   text(file ? largest_reason : 0, '\0');
-    ssize_t const got = file ? ::read(file.get(), text.data(), text.size()) : 0;
-    text.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+    struct stat status = {};
+    std::string text;
+    if (file && ::fstat(file.get(), &status) == 0 && status.st_size <= largest_reason) {
+        text.resize(static_cast<std::size_t>(status.st_size));
+        ssize_t const got = ::read(file.get(), text.data(), text.size());
+        text.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+    }
     return text;
 }
 

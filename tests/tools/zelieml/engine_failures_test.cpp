@@ -65,6 +65,18 @@ TEST_F(EngineFailures, WhatFailsTwiceIsUndelivered)
     EXPECT_EQ(service.run().err(), "");
 }
 
+TEST_F(EngineFailures, TextThatIsNoUtf8IsNotLostEither)
+{
+    write_message(work.file("a.sme"), "\xff\xfe");
+    service_program service(HOURS_PROGRAM, work.path());
+    EXPECT_TRUE(wait_until([&] { return file_exists(undelivered + "/a.sme"); }));
+    service.run().wait_for("\"undelivered\":\"a.sme\"}\n");
+    EXPECT_EQ(service.end(), EX_OK);
+    EXPECT_EQ(subject_of_file(undelivered + "/a.sme"), "\xff\xfe");
+    EXPECT_TRUE(contains(read_file(work.file(".zelieml/reasons/a.sme")), "550 5.1.1 no such user"));
+    EXPECT_EQ(service.run().err(), "");
+}
+
 TEST_F(EngineFailures, TheSecondAttemptTakesTheSettingsOfTheMoment)
 {
     write_message(work.file("a.sme"), "hello");
