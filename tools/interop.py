@@ -21,6 +21,7 @@ from mailboxes import Mailboxes  # noqa: E402
 from pop3_dovecot import Dovecot  # noqa: E402
 from pop3_twisted import Twisted  # noqa: E402
 from probing import Probing  # noqa: E402
+from program import Program  # noqa: E402
 from receiving import Receiving  # noqa: E402
 from report import Report  # noqa: E402
 from sending import Sending  # noqa: E402
@@ -33,7 +34,7 @@ def check_pairs(report, client, mailboxes, pairs):
     for smtp, pop in pairs:
         report.title = f"{smtp.name} and {pop.name}"
         failed_before = report.failed
-        for checks in (Probing, Sending, LoginTests, Receiving):
+        for checks in (Probing, Sending, LoginTests, Receiving, Program):
             checks(client, smtp, pop, mailboxes, report).run()
         if report.failed > failed_before:
             for server in (smtp, pop):

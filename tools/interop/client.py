@@ -16,6 +16,7 @@ class Client:
 
     def __init__(self, build, workdir):
         self.examples = pathlib.Path(build) / "examples"
+        self.programs = pathlib.Path(build) / "tools/zelieml"
         self.workdir = pathlib.Path(workdir)
         self.settings = self.workdir / "zelismes.cf"
 
