@@ -1,12 +1,15 @@
 #!/usr/bin/env python3
-"""Shows the main job: an engine in one process sends what another process posts.
+"""Shows the main job: an engine in one process sends what another process posts. Then the same with
+the program, as a service that loses no mail.
 
 The mail server is the loopback server of this project; nothing leaves this machine.
 
 use: demo.py BUILD-FOLDER
 """
 
+import os
 import pathlib
+import shlex
 import subprocess
 import sys
 import tempfile
@@ -107,6 +110,41 @@ def post_all(build, client, engine):
     return good
 
 
+def show_service(build, scratch, settings):
+    """The program as a service; returns whether all went well."""
+    program = build / "tools/zelieml/zelieml"
+    workdir = scratch / "spool"
+    workdir.mkdir()
+    (workdir / "zelismes.cf").write_bytes(settings)
+    environment = {**os.environ, "ZELIEML_WORKDIR": str(workdir), "LC_ALL": "C.UTF-8"}
+
+    def zelieml(*words, text=""):
+        print(f"$ {shlex.join(['zelieml', *words])}", flush=True)
+        return subprocess.run([program, *words], input=text, env=environment, check=True,
+                              stdout=subprocess.PIPE, text=True).stdout
+
+    headline("the program: a mail is posted before its service runs, and two afterwards")
+    fields = ["--from", "printer7@office.test", "--subject", "tray 2 is empty"]
+    zelieml("post", *fields, "--to", "anna@office.test", text="Please refill it.\n")
+    print("$ zelieml engine &", flush=True)
+    with subprocess.Popen([program, "engine"], stdout=subprocess.PIPE, env=environment,
+                          text=True) as engine:
+        results = [engine.stdout.readline()]
+        print(indented(results[0]), end="")
+        for recipient in ("ben@office.test", REFUSED):
+            zelieml("post", *fields, "--to", recipient, text="Please refill it.\n")
+            results.append(engine.stdout.readline())
+            print(indented(results[-1]), end="", flush=True)
+        waiting = zelieml("queue", "list")
+        print(indented(waiting), end="")
+        engine.terminate()
+    good = (engine.returncode == 0 and ["sent" in line.split() for line in results] ==
+            [True, True, False] and REFUSED in waiting and "550 5.1.1" in waiting)
+    print("the mail that was refused waits for its second attempt; then it would lie in "
+          f"{workdir.name}/undelivered" if good else "NOT as it should be")
+    return good
+
+
 def show(mail, raw):
     headline(f"what arrived: {mail['title']}")
     print(indented(raw.decode("ascii", errors="backslashreplace")))
@@ -123,6 +161,10 @@ def show(mail, raw):
     print("  equal to what was posted" if not problems else
           "  NOT as posted:\n" + indented("\n".join(problems)))
     return not problems
+
+
+def mails_in(scratch):
+    return sorted((scratch / "maildir/new").iterdir(), key=lambda file: file.stat().st_mtime_ns)
 
 
 def main():
@@ -144,6 +186,8 @@ def main():
             print(indented(client.settings.read_text()), end="")
             engine = Engine(build, workdir)
             good = post_all(build, client, engine)
+            arrived = mails_in(scratch)
+            good = show_service(build, scratch, client.settings.read_bytes()) and good
         finally:
             if engine is not None and engine.stop() != 0:
                 good = False
@@ -152,7 +196,6 @@ def main():
         headline("the conversations")
         print(indented((scratch / "transcript").read_text(errors="backslashreplace")), end="")
         sent = MAILS[:2]
-        arrived = sorted((scratch / "maildir/new").iterdir(), key=lambda f: f.stat().st_mtime_ns)
         if len(arrived) != len(sent):
             print(f"{len(arrived)} mails arrived instead of {len(sent)}")
             return 1
