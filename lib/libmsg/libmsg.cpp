@@ -15,7 +15,6 @@
 #include <utility>
 
 #include "liblog/trace.h"
-#include "platform/large_pages.h"
 #include "support/format.h"
 #include "support/heap.h"
 #include "support/line_breaks.h"
@@ -222,9 +221,6 @@ void put_body(std::string const& body, Put&& put)
     }
 }
 
-// From so many bytes on, filling fresh memory takes longer than copying the text.
-constexpr std::size_t large_body = std::size_t{4} << 20;
-
 // Cuts the body at a NUL, which ends it like every other value.
 void end_body(_s_msg& msg)
 {
@@ -247,18 +243,15 @@ void set_lines(std::string& rest, std::string_view piece, line_setter& lines)
     rest.append(piece);
 }
 
-// Reserves memory for a body of so many bytes with LF line ends. Only a hint.
-void expect_body(std::string& body, std::uint64_t size)
+// Reserves memory for the body of a file of this size. Only a hint: the body may be much smaller.
+void expect_body(_s_msg& msg, std::int64_t size)
 {
-    if (size > body.max_size() / 2) {
+    if (static_cast<std::uint64_t>(size) > msg.body.max_size() / 2) {
         return;
     }
     try {
         auto const bytes = static_cast<std::size_t>(size);
-        body.reserve(bytes + bytes / 16);  // LF becomes CR LF
-        if (bytes >= large_body) {
-            platform::use_large_pages(&body[0], bytes);
-        }
+        msg.body.reserve(bytes + bytes / 16);  // LF becomes CR LF
     } catch (std::exception const&) {
         // it grows step by step instead
     }
@@ -271,7 +264,7 @@ bool read_file(message_file const& file, _s_msg& msg)
     std::string  rest;
     line_setter  lines(msg);
     std::int64_t position = 0;
-    expect_body(msg.body, static_cast<std::uint64_t>(file.size()));
+    expect_body(msg, file.size());
     for (bool complete = false; !complete;) {
         std::int64_t const count = file.read(piece, sizeof piece, position);
         if (count < 0) {
@@ -364,9 +357,6 @@ int msg_set_body(void* msg, char const* text)
 
     std::string& body = static_cast<_s_msg*>(msg)->body;
     std::string  converted;
-    if (length >= large_body) {
-        expect_body(converted, length);
-    }
     // A body of nothing but lone line breaks is stored unchanged: deliberate, see docs/ODDITIES.md.
     if (text_with_crlf(text, length, opening_dot::kept, converted) &&
         converted.size() < 2 * length) {

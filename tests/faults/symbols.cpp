@@ -75,7 +75,6 @@ char const* const never_fail[] = {
     "closedir",     // of a listing that was opened
     "iconv_close",  // of a converter that was opened
     "ioctl",        // FIONBIO on an open descriptor
-    "madvise",      // a hint, whose result is not looked at
 };
 
 bool is_of_c_library(std::string const& version)
