@@ -96,6 +96,7 @@ TEST(Killed, ServicesAndPostersLoseNothingAndDoubleWhatWasOnTheWire)
         }
         pause(300);
         if (round % 5 == 4) {
+            EXPECT_TRUE(service.is_ready());
             posting.kill();
             EXPECT_EQ(service.end(), EX_OK) << service.run().err();
         } else {
