@@ -12,6 +12,16 @@ processors=${processors##* }
 as_server=(taskset -c "${processors##*[,-]}")
 as_client=(taskset -c "${processors%%[,-]*}")
 
+# compare COMMAND... - with a bare client
+compare() {
+    "${as_client[@]}" "$@" && return
+    if [ "${as_server[*]}" = "${as_client[*]}" ]; then
+        echo 'this is one processor, and the limits are those of two'
+    else
+        status=1
+    fi
+}
+
 server=
 stop() {
     [ -z "$server" ] || kill "$server" 2>/dev/null || true
@@ -49,16 +59,16 @@ pop_port=$(sed -n 's/^pop3 127.0.0.1://p' "$scratch/ready")
 echo
 # Before anything is posted: the mailbox is empty, as receive_bench wants it.
 echo '== receiving, one session for each mail'
-"${as_client[@]}" "$build/bench/receive_bench" "$port" "$pop_port" 8000 || status=1
+compare "$build/bench/receive_bench" "$port" "$pop_port" 8000
 
 echo
 echo '== one message, end to end'
 echo "message files in ${TMPDIR:-/tmp}:"
-"${as_client[@]}" "$build/bench/post_bench" "$port" 2000 plain || status=1
+compare "$build/bench/post_bench" "$port" 2000 plain
 echo 'with a login:'
-"${as_client[@]}" "$build/bench/post_bench" "$port" 2000 login || status=1
+compare "$build/bench/post_bench" "$port" 2000 login
 echo 'a body of 20 MB:'
-"${as_client[@]}" "$build/bench/post_bench" "$port" 9 large || status=1
+compare "$build/bench/post_bench" "$port" 9 large
 
 echo
 echo '== an engine'
