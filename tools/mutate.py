@@ -461,6 +461,16 @@ class Trial:
         return SURVIVED, ""
 
 
+def sources():
+    """Paths of the project's files, without git's and builds; as an archive has them, too."""
+    for folder, folders, files in os.walk(PROJECT):
+        place = pathlib.Path(folder).relative_to(PROJECT)
+        folders[:] = [name for name in folders if name not in (".git", "__pycache__")
+                      and not (name.startswith("build") and place == pathlib.Path())]
+        for name in files:
+            yield str(place / name)
+
+
 class Workshop:
     """A copy of the sources, its build and a folder for the files of the tests."""
 
@@ -480,9 +490,7 @@ class Workshop:
 
     def bring_up_to_date(self):
         """The copy, which then stays as it is whatever happens to the sources."""
-        listed = subprocess.run(["git", "ls-files", "-co", "--exclude-standard"], cwd=PROJECT,
-                                check=True, capture_output=True, text=True).stdout.split("\n")
-        wanted = {file for file in listed if file and (PROJECT / file).is_file()}
+        wanted = set(sources())
         for file in wanted:
             source, target = PROJECT / file, self.copy / file
             if not target.exists() or source.read_bytes() != target.read_bytes():
