@@ -141,7 +141,10 @@ TEST(Engine, SendsInTheOrderOfPosting)
     strings     expected;
     for (int i = 0; i < 50; ++i) {
         expected.push_back("mail." + std::to_string(i));
-        post(work, expected.back());
+        std::string const path = work.file(std::to_string(99 - i) + ".sme");
+        write_message(path, expected.back());
+        timespec const times[2] = {{1'700'000'000 + i, 0}, {1'700'000'000 + i, 0}};
+        ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
     }
     service_program service(QUICK_PROGRAM, work.path());
     EXPECT_TRUE(server.wait_for_mails(50));
