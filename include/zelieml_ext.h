@@ -120,6 +120,9 @@ typedef enum eml_cause {
  *   eml_cause_refused      refused for good: an SMTP reply 5yz; any other POP3 reply -ERR
  *   eml_cause_protocol     the server answered what it must not, or what is no reply
  *
+ * At the step "quit" the server HAS TAKEN THE MAIL, whatever the cause: do not send it again. With
+ * eml_cause_memory, and with eml_cause_lost at the step "text", it may have taken it.
+ *
  * A later version may add causes. Without memory for a reason there is a cause all the same.
  *
  * Returns 0. Returns -1, leaving *cause unchanged, when an argument is null.

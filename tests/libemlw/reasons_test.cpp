@@ -560,6 +560,10 @@ std::vector<reason_case> connection_cases()
             .smtp(helo + mail_from() + rcpt_to() + text_sent + refused_at("quit", "500 stay"))
             .ends(1006, "the server refused QUIT: 500 stay")
             .by(eml_cause_refused, "quit"),
+        reason_case("QUIT is refused for now")
+            .smtp(envelope + text_sent + refused_at("quit", "421 busy"))
+            .ends(1006, "the server refused QUIT: 421 busy")
+            .by(eml_cause_refused_now, "quit"),
         reason_case("QUIT is not answered")
             .smtp(envelope + text_sent + silent_at("quit"))
             .ends(1006, "no answer to QUIT within 15 s")

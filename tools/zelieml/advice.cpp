@@ -8,6 +8,8 @@ namespace zelieml::program
 namespace
 {
 
+constexpr eml_cause any_cause = eml_cause_none;
+
 struct row {
     eml_cause   cause;
     char const* step;  // empty: any
@@ -16,6 +18,11 @@ struct row {
 
 // The first row that fits counts.
 constexpr row rows[] = {
+    {any_cause, "quit",
+     "at this step the server has taken the mail: do not send it again. Such mails count as failed, "
+     "and the engine sends them again: the server's administrator has to see to it that it answers "
+     "QUIT with 221"},
+
     {eml_cause_memory, "", "end other programs, and try again"},
 
     {eml_cause_file, "",
@@ -58,9 +65,6 @@ constexpr row rows[] = {
     {eml_cause_lost, "text",
      "the server may have taken the mail: look before you send it again. Its log says why it did "
      "not answer"},
-    {eml_cause_lost, "quit",
-     "mails arrive, but they count as failed, and the engine sends them again: the server's "
-     "administrator has to see to it that it answers QUIT"},
     {eml_cause_lost, "",
      "try again. If it happens again, the server is overloaded, or a firewall looks into the "
      "conversation and ends it: the server's log, at this time, says more"},
@@ -95,9 +99,6 @@ constexpr row rows[] = {
     {eml_cause_refused, "recipient",
      "nobody gets a mail with a recipient that is refused. Is the address right? If the reply "
      "speaks of relaying or of a login, set smtp_auth to yes, and smtp_account and smtp_passwd"},
-    {eml_cause_refused, "quit",
-     "mails arrive, but they count as failed, and the engine sends them again: the server's "
-     "administrator has to see to it that it answers QUIT with 221"},
     {eml_cause_refused, "",
      "do as the reply says. If it says too little, the server's administrator knows more"},
 
@@ -145,7 +146,8 @@ char const* in_words(eml_cause cause)
 char const* advice(eml_cause cause, std::string const& step)
 {
     for (row const& each : rows) {
-        if (each.cause == cause && (*each.step == '\0' || step == each.step)) {
+        if ((each.cause == cause || each.cause == any_cause) &&
+            (*each.step == '\0' || step == each.step)) {
             return each.advice;
         }
     }

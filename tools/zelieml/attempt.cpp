@@ -144,7 +144,7 @@ int exit_status(eml_cause cause, std::string const& step)
     case eml_cause_lost:
         return EX_UNAVAILABLE;
     case eml_cause_refused_now:
-        return EX_TEMPFAIL;
+        return step == "quit" ? EX_PROTOCOL : EX_TEMPFAIL;  // the server has taken the mail
     case eml_cause_refused:
         return step == "recipient" ? EX_NOUSER : is_login(step) ? EX_NOPERM : EX_PROTOCOL;
     case eml_cause_protocol:

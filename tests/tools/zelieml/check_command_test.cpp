@@ -341,7 +341,23 @@ INSTANTIATE_TEST_SUITE_P(
         check_case("quit is refused")
             .fault("smtp.quit=refuse:500 stay")
             .fails_at("quit", "refused")
-            .ends(EX_PROTOCOL, "the server refused QUIT: 500 stay", "mails arrive, but"),
+            .ends(EX_PROTOCOL, "the server refused QUIT: 500 stay",
+                  "at this step the server has taken the mail: do not send it again"),
+        check_case("quit is refused for now")
+            .fault("smtp.quit=refuse:421 busy")
+            .fails_at("quit", "refused_now")
+            .ends(EX_PROTOCOL, "the server refused QUIT: 421 busy",
+                  "at this step the server has taken the mail: do not send it again"),
+        check_case("quit is answered by what is no refusal")
+            .fault("smtp.quit=refuse:250 ok")
+            .fails_at("quit", "protocol")
+            .ends(EX_PROTOCOL, "the server refused QUIT: 250 ok",
+                  "at this step the server has taken the mail: do not send it again"),
+        check_case("quit is not answered")
+            .fault("smtp.quit=close")
+            .fails_at("quit", "lost")
+            .ends(EX_UNAVAILABLE, "the server closed the connection after QUIT",
+                  "at this step the server has taken the mail: do not send it again"),
         check_case("the mail is refused for now")
             .fault("data=refuse:451 later")
             .to("anna@b.test")

@@ -461,6 +461,8 @@ end_case const end_cases[] = {
      "closed the connection after RCPT"},
     {"EndNotConfirmed", to_data + text_sent + refused_at("quit", "500 what?"), "", EX_PROTOCOL,
      "500 what?: the server has taken the mail, do not send it again"},
+    {"EndRefusedForNow", to_data + text_sent + refused_at("quit", "421 busy"), "", EX_PROTOCOL,
+     "421 busy: the server has taken the mail, do not send it again"},
 };
 
 class SendEnds : public testing::TestWithParam<end_case>
