@@ -53,6 +53,7 @@ int send_and_check(_s_pop* session, std::string const& line)
         note_refused(session->book, session->reply);
         return -1;
     }
+    session->book.greeting.clear();  // the server serves
     return 0;
 }
 
@@ -136,7 +137,14 @@ int pop_start_session(char const* host, int port, _s_pop** out)
 
 int pop_read_greeting(_s_pop* session)
 {
-    return read_reply(session);
+    if (read_reply(session) != 0) {
+        return -1;
+    }
+    // No failure yet: the login may succeed all the same.
+    if (cause_of_reply(session->reply) != eml_cause_protocol) {
+        session->book.greeting = session->reply;
+    }
+    return 0;
 }
 
 void pop_abandon_session(_s_pop* session)

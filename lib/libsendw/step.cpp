@@ -81,6 +81,13 @@ void quote(step_book const& book, std::string const& reply, char (&out)[reason_c
     out[size] = '\0';
 }
 
+void note_greeting(step_book const& book)
+{
+    if (!book.greeting.empty()) {
+        note_reply(book, cause_of_reply(book.greeting), "refused the connection", book.greeting);
+    }
+}
+
 }  // namespace
 
 void note_lost(step_book const& book, int error)
@@ -92,7 +99,10 @@ void note_lost(step_book const& book, int error)
         note_failure(is_login(now) ? eml_cause_settings : eml_cause_message, now.name,
                      "the command line of %s is longer than 1023 bytes and was not sent%s%s",
                      command, *of != '\0' ? ": " : "", now.whose);
-    } else if (error == EAGAIN && now.command == nullptr) {
+        return;
+    }
+    note_greeting(book);
+    if (error == EAGAIN && now.command == nullptr) {
         note_failure(eml_cause_lost, now.name, "no greeting from %s within 15 s", book.server);
     } else if (error == EAGAIN) {
         note_failure(eml_cause_lost, now.name, "no answer to %s%s%s within 15 s", command, of,
@@ -112,6 +122,7 @@ void note_lost(step_book const& book, int error)
 
 void note_refused(step_book const& book, std::string const& reply)
 {
+    note_greeting(book);
     step const& now = book.now;
     char        line[reason_capacity];
     quote(book, reply, line);

@@ -29,6 +29,8 @@ struct step_book {
     step        now      = {step_name::greeting, nullptr, "the connection"};
     std::string password = {};  // these two are hidden in what is quoted
     std::string response = {};  // to a challenge, or with a password in it, as it was sent
+    // A greeting that was a refusal, which is the reason when the next command fails; or empty.
+    std::string greeting = {};
 };
 
 // note_lost - the reason when a step's command could not be sent or had no reply

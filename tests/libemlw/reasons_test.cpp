@@ -842,6 +842,32 @@ std::vector<reason_case> pop_cases()
             .apop("S: -ERR [SYS/TEMP] come back\n" + hangs_up)
             .ends(2006, "the POP3 server offers no APOP: -ERR [SYS/TEMP] come back")
             .by(eml_cause_refused_now, "pop login"),
+        reason_case("a POP3 greeting is a refusal for now, and the connection ends")
+            .pop("S: -ERR [SYS/TEMP] busy\n" + lost_at("user anna"))
+            .ends(2004, "the POP3 server refused the connection: -ERR [SYS/TEMP] busy")
+            .by(eml_cause_refused_now, "pop login"),
+        reason_case("a POP3 greeting is a refusal for now, and so is the user")
+            .pop("S: -ERR [SYS/TEMP] busy\n" + refused_at("user anna", "-ERR no"))
+            .ends(2004, "the POP3 server refused the connection: -ERR [SYS/TEMP] busy")
+            .by(eml_cause_refused_now, "pop login"),
+        reason_case("a POP3 greeting is a refusal for good")
+            .pop("S: -ERR not for you\n" + lost_at("user anna"))
+            .ends(2004, "the POP3 server refused the connection: -ERR not for you")
+            .by(eml_cause_refused, "pop login"),
+        reason_case("a POP3 greeting with a time stamp is a refusal")
+            .apop("S: -ERR [IN-USE] <1@pop.test>\n" + lost_at(apop))
+            .ends(2006, "the POP3 server refused the connection: -ERR [IN-USE] <1@pop.test>")
+            .by(eml_cause_refused_now, "pop login"),
+        reason_case("a POP3 greeting is a refusal, but it was not meant")
+            .pop("S: -ERR [SYS/TEMP] busy\n" + answered("user anna", "+OK") +
+                 refused_at("pass pop secret", "-ERR wrong"))
+            .ends(2005, "the POP3 server refused the password of anna: -ERR wrong")
+            .by(eml_cause_refused, "pop login"),
+        reason_case("a POP3 greeting is a refusal, but the login succeeds")
+            .pop("S: -ERR [SYS/TEMP] busy\n" + answered("user anna", "+OK") +
+                 answered("pass pop secret", "+OK") + lost_at("quit"))
+            .ends(100, "the POP3 server closed the connection after POP3 QUIT")
+            .by(eml_cause_lost, "pop quit"),
         reason_case("the POP3 user is not answered")
             .pop(pop_greeted + silent_at("user anna"))
             .ends(2004, "no answer to USER for anna within 15 s")
