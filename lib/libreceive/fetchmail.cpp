@@ -61,9 +61,9 @@ int close_mailbox(pop_holder& session, std::string& reply)
     return quit;
 }
 
-// One session: start, login, work with the number of the mails, end.
+// with_mailbox without a note of its own.
 template <class Work>
-int with_mailbox(_s_mailserver const& server, std::string& reply, Work&& work)
+int hold_session(_s_mailserver const& server, std::string& reply, Work&& work)
 {
     if (server.pop_auth_type == nullptr) {
         note_failure(eml_cause_settings, step_name::settings,
@@ -85,6 +85,19 @@ int with_mailbox(_s_mailserver const& server, std::string& reply, Work&& work)
         return -1;
     }
     return close_mailbox(session, reply);
+}
+
+// One session: start, login, work with the number of the mails, end. What was lost on the way is no
+// failure when it ends well, since a server that was slow has answered then.
+template <class Work>
+int with_mailbox(_s_mailserver const& server, std::string& reply, Work&& work)
+{
+    noting_attempt const noted;
+    int const            result = hold_session(server, reply, work);
+    if (result != 0) {
+        noted.pass_on();
+    }
+    return result;
 }
 
 int delete_fetched(_s_pop* session, int count)
@@ -182,10 +195,13 @@ int fetch_mails(_s_pop* session, int count, std::vector<std::string>& froms,
 
 int delete_mails(_s_pop* session, int count)
 {
-    noting_attempt const aside;  // a refused mail is no failure of the session
     for (int number = 1; number <= count; ++number) {
+        noting_attempt const aside;  // a refused mail is no failure of the session
         if (pop_dele(session, number) != 0) {
             trace_msg("error:pop_dele %s");
+        }
+        if (aside->cause == eml_cause_lost) {
+            aside.pass_on();
         }
     }
     return 0;

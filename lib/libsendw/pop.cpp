@@ -88,9 +88,10 @@ int send_password(_s_pop* session, step const& now, char const* password)
 }
 
 // Takes the lines that were read. A last one that cannot be taken does not count.
-int take(sock_lines& reply, std::vector<std::string>& lines)
+int take(_s_pop* session, sock_lines& reply, std::vector<std::string>& lines)
 {
     if (reply.take() != 0) {
+        note_lost(session->book, errno);
         lines.pop_back();
         return -1;
     }
@@ -300,14 +301,15 @@ int read_multiline_reply(_s_pop* session, std::vector<std::string>& lines, bool&
     sock_lines reply(session->socket);
     for (int counter = 0; counter <= max_line_counter; ++counter) {
         if (reply.next(session->reply) == -1) {
+            note_lost(session->book, errno);
             return -1;
         }
         lines.push_back(remove_nr(session->reply));
         if (session->reply == ".\r\n") {
-            return take(reply, lines);  // the "." stays among the lines
+            return take(session, reply, lines);  // the "." stays among the lines
         }
     }
-    if (take(reply, lines) != 0) {
+    if (take(session, reply, lines) != 0) {
         return -1;
     }
     trace_msg("warning: POP MAX LINE COUNT");

@@ -146,7 +146,7 @@ bool pop_error(std::string const& line);
 //
 // lines, over  as for pop_retr_alllines
 //
-// Returns -1 when the connection is lost or silent; the lines read by then are kept.
+// Returns -1 when the connection is lost or silent, and notes it; the lines read by then are kept.
 int read_multiline_reply(_s_pop* session, std::vector<std::string>& lines, bool& over);
 
 // remove_nr - a line without its line end

@@ -69,6 +69,21 @@ noting_attempt::~noting_attempt()
     current = outer_;
 }
 
+void noting_attempt::pass_on() const
+{
+    if (outer_ == nullptr) {
+        return;
+    }
+    if (outer_->cause == eml_cause_none) {
+        outer_->cause = note_.cause;
+        outer_->step  = note_.step;
+        std::memcpy(outer_->reason, note_.reason, reason_capacity);
+    }
+    if (outer_->result == 0) {
+        outer_->result = note_.result;
+    }
+}
+
 attempt_note* current_note()
 {
     return current;

@@ -50,6 +50,9 @@ public:
     noting_attempt(noting_attempt const&)            = delete;
     noting_attempt& operator=(noting_attempt const&) = delete;
 
+    // Notes the failure and the result, if there are any, for the outer one, too.
+    void pass_on() const;
+
     attempt_note*       operator->() { return &note_; }
     attempt_note const* operator->() const { return &note_; }
 

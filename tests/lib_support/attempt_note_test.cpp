@@ -89,6 +89,37 @@ TEST(AttemptNote, NestsAndGivesTheOuterOneBack)
     EXPECT_STREQ(outer->reason, "outer");
 }
 
+TEST(AttemptNote, IsPassedOnUnlessTheOuterOneKnowsBetter)
+{
+    noting_attempt const outer;
+    {
+        noting_attempt const inner;
+        inner.pass_on();
+        EXPECT_EQ(outer->cause, eml_cause_none) << "nothing to pass on";
+        note_failure(eml_cause_lost, "text", "first");
+        note_result(2004);
+        inner.pass_on();
+    }
+    {
+        noting_attempt const inner;
+        note_failure(eml_cause_refused, "quit", "second");
+        note_result(100);
+        inner.pass_on();
+    }
+    EXPECT_EQ(outer->cause, eml_cause_lost);
+    EXPECT_STREQ(outer->step, "text");
+    EXPECT_STREQ(outer->reason, "first");
+    EXPECT_EQ(outer->result, 2004);
+}
+
+TEST(AttemptNote, IsPassedOnToNobodyWhenItIsTheOutermost)
+{
+    noting_attempt const only;
+    note_failure(eml_cause_lost, "text", "gone");
+    only.pass_on();
+    EXPECT_STREQ(only->reason, "gone");
+}
+
 TEST(AttemptNote, BelongsToItsThread)
 {
     noting_attempt const attempt;

@@ -483,12 +483,12 @@ struct told {
     std::string file;
 };
 
-told receive_with_result(void* server, void* list)
+told receive_with_result(void* server, void* list, char const* domains = "")
 {
     told  t;
     void* record = nullptr;
     char  buf[EML_REASON_SIZE];
-    t.result = receive_mails_result(server, list, "", &record);
+    t.result = receive_mails_result(server, list, domains, &record);
     EXPECT_EQ(cb_get_number(record, &t.number), 0);
     EXPECT_EQ(cb_get_code(record, &t.code), 0);
     EXPECT_EQ(cb_get_cause(record, &t.cause), 0);
@@ -535,6 +535,15 @@ TEST_F(Receive, TheCallWithAResultTellsAll)
          "the POP3 server refused RETR: -ERR [SYS/TEMP] no"},
         {mail_in + lost_at("quit"), 100, eml_send_error_other, eml_cause_lost, "pop quit", "",
          "the POP3 server closed the connection after POP3 QUIT"},
+        {mail + "C: retr 1\nS: +OK\nS: From: a@d.test\nS: (half-closes)\nC: dele 1\nC: quit\n", 100,
+         eml_send_error_other, eml_cause_lost, "retr", "",
+         "the POP3 server closed the connection after RETR"},
+        {mail + "C: retr 1\nS: +OK\nS: .\nC: dele 1\nS: (half-closes)\nC: quit\n", 100,
+         eml_send_error_other, eml_cause_lost, "dele", "",
+         "the POP3 server closed the connection after DELE"},
+        {mail + "C: retr 1\nS: +OK\nS: .\n" + answered("dele 1", "-ERR no") + lost_at("quit"), 100,
+         eml_send_error_other, eml_cause_lost, "pop quit", "",
+         "the POP3 server closed the connection after POP3 QUIT"},
     };
     for (auto const& c : cases) {
         SCOPED_TRACE(c.reason);
@@ -573,6 +582,46 @@ TEST_F(Receive, TheCallWithAResultKeepsWhatWasFetched)
     record.pop_port = again.port();
     EXPECT_EQ(receive_mails(&record, list(), ""), -1);
     EXPECT_EQ(receive_msg_count(list()), 0);
+}
+
+TEST_F(Receive, TheCallWithAResultKeepsMailsOfAllowedDomainsOnly)
+{
+    std::string const last = pop_login() + answered("stat", "+OK 1 100") +
+                             "C: retr 1\nS: +OK\nS: From: c@d.test\nS: (half-closes)\n"
+                             "C: dele 1\nC: quit\n";
+    local_server  server(session("3 300", "S: From: a@e.test") + next +
+                         session("2 200", "S: From: b@d.test") + next + last);
+    _s_mailserver record = record_of(server);
+    told const    t      = receive_with_result(&record, list(), "d.test");
+    EXPECT_EQ(t.result, -1);
+    EXPECT_EQ(t.step, "retr");
+    EXPECT_EQ(mails().from, (strings{"From: b@d.test", "From: c@d.test"})) << "one is cut short";
+    EXPECT_EQ(mails().header.size(), 2U);
+    EXPECT_EQ(receive_msg_count(list()), 2);
+}
+
+// In 15 s.
+constexpr int waits_of_a_read = 3000;
+
+// Without the end of a mail the server is silent until its DELE, and then it answers.
+TEST_F(Receive, ATimeoutThatDidNoHarmIsNotTheReasonOfALaterSession)
+{
+    std::string const slow = pop_login() + answered("stat", "+OK 2 200") +
+                             "C: retr 1\nS: +OK\nS: From: a@d.test\nS: (silent)\n" +
+                             answered("dele 1", "+OK") + answered("quit", "+OK");
+    local_server server(slow + next + pop_login() + refused_at("stat", "-ERR locked"));
+    int          waits = 0;
+    reset_waits_until([&] { return server.fell_silent() && ++waits <= waits_of_a_read; });
+    _s_mailserver record = record_of(server);
+    told const    t      = receive_with_result(&record, list());
+    reset_waits(true);
+    EXPECT_EQ(server.heard(), server.expected()) << server.problem();
+    EXPECT_EQ(t.result, -1);
+    EXPECT_EQ(t.number, 100);
+    EXPECT_EQ(t.cause, eml_cause_refused);
+    EXPECT_EQ(t.step, "stat");
+    EXPECT_EQ(t.reason, "the POP3 server refused STAT: -ERR locked");
+    EXPECT_EQ(receive_msg_count(list()), 1);
 }
 
 TEST_F(Receive, TheCallWithAResultNeedsAPlaceForIt)
