@@ -245,8 +245,10 @@ ZELIEML_API int eml_receive_mails_sized(void *server, void *list, const char *do
  *                        was no memory for a record.
  *
  * The record has no file, and 1 as its attempt. Its message is the server's last line. Its number
- * is one of the POP3 server; 100 as well when the record of the server lacks something, a mail could
- * not be fetched, or the server deletes nothing.
+ * is one of the POP3 server, also when the server record lacks the host (2002), the account or the
+ * password (2004 to 2006); or 100: there is no memory, no server record, no list, or no way to log
+ * in in the record; STAT or a mail was refused, the connection was lost after the login, or the
+ * server deletes nothing.
  *
  * Returns what eml_receive_mails returns. Returns -1 with no record when result is null.
  */

@@ -624,6 +624,30 @@ TEST_F(Receive, ATimeoutThatDidNoHarmIsNotTheReasonOfALaterSession)
     EXPECT_EQ(receive_msg_count(list()), 1);
 }
 
+TEST_F(Receive, TheCallWithAResultHasTheNumberOfWhatTheServerRecordLacks)
+{
+    local_server  server(pop_greeted + hangs_up);
+    _s_mailserver record = record_of(server);
+    record.pop_host      = nullptr;
+    EXPECT_EQ(receive_with_result(&record, list()).number, 2002);
+    record          = record_of(server);
+    record.pop_user = nullptr;
+    told const t    = receive_with_result(&record, list());
+    EXPECT_EQ(t.number, 2004);
+    EXPECT_EQ(t.cause, eml_cause_settings);
+    local_server asked(pop_greeted + answered("user anna", "+OK") + hangs_up);
+    record              = record_of(asked);
+    record.pop_password = nullptr;
+    EXPECT_EQ(receive_with_result(&record, list()).number, 2005);
+    local_server stamped("S: +OK <1@pop.test>\n" + hangs_up);
+    record               = record_of(stamped);
+    record.pop_user      = nullptr;
+    record.pop_auth_type = "apop";
+    EXPECT_EQ(receive_with_result(&record, list()).number, 2006);
+    record.pop_auth_type = nullptr;
+    EXPECT_EQ(receive_with_result(&record, list()).number, 100);
+}
+
 TEST_F(Receive, TheCallWithAResultNeedsAPlaceForIt)
 {
     EXPECT_EQ(receive_mails_result(nullptr, list(), "", nullptr), -1);
