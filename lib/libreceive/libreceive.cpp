@@ -26,8 +26,9 @@ namespace
 class standstill
 {
 public:
-    // Takes in the mail of a session and how many remain. Returns whether the limit is reached.
-    bool reached(std::int32_t remaining, std::vector<std::string>& mail)
+    // Takes in the mail of a session, how many remain, and how many were collected. Returns whether
+    // the limit is reached.
+    bool reached(std::int32_t remaining, std::vector<std::string>& mail, std::size_t collected)
     {
         bool const same     = mail == mail_;
         bool const progress = !same || remaining < lowest_;
@@ -35,9 +36,13 @@ public:
         if (progress) {
             lowest_ = remaining;
             mail_   = std::move(mail);
+            before_ = collected;
         }
         return in_vain_ >= limit;
     }
+
+    // How many were collected before the sessions in vain.
+    std::size_t collected_before() const { return before_; }
 
 private:
     static constexpr int limit = 1000;
@@ -46,6 +51,7 @@ private:
     // The fewest that remained since that mail first came.
     std::int32_t lowest_  = std::numeric_limits<std::int32_t>::max();
     int          in_vain_ = 0;  // sessions in a row without progress
+    std::size_t  before_  = 0;
 };
 
 bool has_mail(void* list, int index)
@@ -95,6 +101,15 @@ int noted_receive(void* server, void* list, char const* domains, std::string& la
     return result;
 }
 
+// Cuts a list back to its first mails.
+void cut_back(_s_receive_msg& list, std::size_t mails)
+{
+    list.from.resize(mails);
+    list.subject.resize(mails);
+    list.header.resize(mails);
+    list.count = static_cast<std::int32_t>(mails);
+}
+
 // Fetches until the mailbox is empty. Returns -1 when that fails; the mails that were fetched before
 // are there all the same, also one that the server may not have deleted.
 int collect(_s_mailserver const& server, _s_receive_msg& collected, std::string* reply)
@@ -113,7 +128,8 @@ int collect(_s_mailserver const& server, _s_receive_msg& collected, std::string*
             trace_msg("error:process_one_mail");
             return -1;
         }
-        if (remaining >= 1 && watch.reached(remaining, mail)) {
+        if (remaining >= 1 && watch.reached(remaining, mail, collected.header.size())) {
+            cut_back(collected, watch.collected_before());
             note_failure(eml_cause_protocol, step_name::dele,
                          "the server does not delete: it sends the same mail again and again");
             trace_msg("error:process_one_mail");

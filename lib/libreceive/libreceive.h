@@ -44,7 +44,7 @@ int receive_msg_count(void* list);
 // What becomes of the mails that were fetched when receiving fails.
 enum class after_failure : char {
     drop,
-    keep  // also one whose deletion the server has not confirmed
+    keep  // also one whose deletion the server has not confirmed; one that stays only once
 };
 
 // receive_mails - fetch all mails of a mailbox and delete them on the server

@@ -675,6 +675,18 @@ TEST_F(Receive, TheSizedCallTellsThatTheServerDoesNotDelete)
     EXPECT_EQ(t.number, 100);
     EXPECT_EQ(t.cause, eml_cause_protocol);
     EXPECT_EQ(t.step, "dele");
+    EXPECT_EQ(receive_msg_count(list()), 1) << "and not each time it came";
+    EXPECT_EQ(mails().from, strings{"From: 1@d.test"});
+    EXPECT_EQ(mails().subject.size(), 1U);
+    EXPECT_EQ(mails().header.size(), 1U);
+
+    // Another mail before, and the same one twice while there were fewer.
+    local_server more(sessions(given_up_after + 2, [](int n) {
+        return session(n == 1 ? "4 400" : n == 2 ? "3 300" : "2 200", mail(n == 1 ? 2 : 1));
+    }));
+    record.pop_port = more.port();
+    EXPECT_EQ(receive_with_result(&record, list()).step, "dele");
+    EXPECT_EQ(mails().from, (strings{"From: 2@d.test", "From: 1@d.test", "From: 1@d.test"}));
 }
 
 TEST_F(Receive, GettersCutTheKeyOff)
