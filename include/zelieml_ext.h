@@ -241,7 +241,7 @@ ZELIEML_API int eml_receive_mails_sized(void *server, void *list, const char *do
  * server, list, domains  as for eml_receive_mails, which says what is deleted. But when receiving
  *                        fails, the list has the mails that were fetched by then, also one that the
  *                        server may not have deleted, and once the one that it sends again and
- *                        again; when memory runs out, it has none.
+ *                        again; when memory runs out, some of them may be missing.
  * result                 receives the result record; free it with eml_cb_delete. Null when there
  *                        was no memory for a record.
  *

@@ -139,17 +139,27 @@ int collect(_s_mailserver const& server, _s_receive_msg& collected, std::string*
     return 0;
 }
 
+// collect that throws nothing: when memory runs out, the mails that were fetched before are there.
+int noted_collect(_s_mailserver const& server, _s_receive_msg& collected, std::string* reply)
+{
+    constexpr int thrown = -2;
+    int const     result = at_c_boundary(thrown, [&] { return collect(server, collected, reply); });
+    if (result != thrown) {
+        return result;
+    }
+    note_no_memory();
+    cut_back(collected, collected.header.size());
+    return -1;
+}
+
 // Those of the mails that come from an allowed domain.
 _s_receive_msg allowed(_s_receive_msg collected, char const* domains)
 {
+    if (domains == nullptr || *domains == '\0') {
+        return collected;
+    }
     _s_receive_msg kept;
     kept.count = collected.count;
-    if (domains == nullptr || *domains == '\0') {
-        copy_in_to_out(collected.from, kept.from);
-        copy_in_to_out(collected.subject, kept.subject);
-        kept.header = std::move(collected.header);
-        return kept;
-    }
     std::vector<std::size_t> accepted;
     analyze_domain(domains, kept.count, collected.from, collected.subject, kept.from, kept.subject,
                    &accepted);
@@ -198,7 +208,7 @@ int receive_mails(void* server, void* list, char const* domains, std::string* re
     receive_msg_init(received);
 
     _s_receive_msg collected;
-    int const      result = collect(*static_cast<_s_mailserver*>(server), collected, reply);
+    int const      result = noted_collect(*static_cast<_s_mailserver*>(server), collected, reply);
     if (result == 0 || mails == after_failure::keep) {
         received = allowed(std::move(collected), domains);
     }
@@ -251,11 +261,6 @@ int process_one_mail(_s_mailserver const& server, std::int32_t& remaining,
         return -1;
     }
     return 0;
-}
-
-void copy_in_to_out(std::vector<std::string> const& in, std::vector<std::string>& out)
-{
-    out.insert(out.end(), in.begin(), in.end());
 }
 
 int receive_msg_get_from(void* list, int index, char* buffer, int length)

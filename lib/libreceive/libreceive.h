@@ -82,7 +82,8 @@ int receive_mails_sized(void* server, void* list, char const* domains, char* rep
 // result  receives the record, which the caller frees with cb_destroy, or null when there is no
 //         memory; null is a failure with nothing done
 //
-// The list has what was fetched before a failure, too, but for lack of memory.
+// The list has what was fetched before a failure, too. When memory runs out, the mail is missing that
+// there was none for; with domains, all may be.
 //
 // Returns what receive_mails returns, and -1 when there is no memory.
 int receive_mails_result(void* server, void* list, char const* domains, void** result);
@@ -130,9 +131,6 @@ void receive_msg_init(_s_receive_msg& list);
 int process_one_mail(_s_mailserver const& server, std::int32_t& remaining,
                      std::vector<std::string>& froms, std::vector<std::string>& subjects,
                      std::vector<std::string>* mail = nullptr, std::string* last_line = nullptr);
-
-// copy_in_to_out - append the lines of in to out
-void copy_in_to_out(std::vector<std::string> const& in, std::vector<std::string>& out);
 
 }  // namespace zelieml
 

@@ -541,6 +541,27 @@ TEST_P(NoMemory, ForReceiving)
                   },
                   [&] { fill(); }),
               5);
+    // What was fetched is kept, but for the mail that there was no memory for.
+    EXPECT_GT(until_it_succeeds(
+                  [&] {
+                      void* record = nullptr;
+                      result       = eml_receive_mails_result(server, list, nullptr, &record);
+                      eml_cb_delete(record);
+                      return result == 0;
+                  },
+                  [&] {
+                      int const left = static_cast<int>(host->mailbox().size());
+                      int const kept = eml_receive_msg_count(list);
+                      EXPECT_GE(kept + 1, 2 - left);
+                      char line[1000];
+                      for (int i = 0; i < kept; ++i) {
+                          EXPECT_EQ(eml_receive_msg_get_subject(list, i, line, sizeof line), 0);
+                          EXPECT_EQ(eml_receive_msg_get_date(list, i, line, sizeof line), 0);
+                          EXPECT_STREQ(line, long_string);
+                      }
+                      fill();
+                  }),
+              5);
     struct {
         int (*get)(void*, int, char*, int);
         char const* text;

@@ -771,13 +771,6 @@ TEST_F(Receive, GettersTakeNoIndexOutsideAndNoNull)
     EXPECT_STREQ(buffer, "kept");
 }
 
-TEST(CopyInToOut, AppendsInOrder)
-{
-    strings out = {"a"};
-    copy_in_to_out({"b", "c"}, out);
-    EXPECT_EQ(out, (strings{"a", "b", "c"}));
-}
-
 }  // namespace
 
 }  // namespace zelieml::test
