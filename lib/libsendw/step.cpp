@@ -30,11 +30,12 @@ std::size_t size_of_secret(step_book const& book, char const* text)
 
 constexpr char hidden[] = "***";
 
-// The last line of a reply, without what is blank at its end.
+// The last line of a reply, without what is blank at its end. A lone CR ends no line, as it ends
+// none where replies are read.
 std::string_view last_line(std::string const& reply)
 {
-    std::size_t const end = reply.find_last_not_of(" \t\r\n") + 1;    // 0 for none
-    std::size_t const at  = reply.find_last_of("\r\n", end - 1) + 1;  // likewise
+    std::size_t const end = reply.find_last_not_of(" \t\r\n") + 1;  // 0 for none
+    std::size_t const at  = reply.rfind('\n', end - 1) + 1;         // likewise
     return at < end ? std::string_view(reply).substr(at, end - at) : std::string_view();
 }
 
@@ -139,19 +140,21 @@ void note_reply(step_book const& book, eml_cause cause, char const* what, std::s
 
 eml_cause cause_of_reply(std::string const& reply)
 {
-    std::string_view const line = last_line(reply);
-    if (begins_with(line, "-ERR")) {
-        for (std::string_view const code :
-             {"-ERR [IN-USE", "-ERR [LOGIN-DELAY", "-ERR [SYS/TEMP"}) {
-            char const end = line.size() > code.size() ? line[code.size()] : '\0';
-            if (begins_with(line, code) && (end == ']' || end == '/')) {
+    std::string_view const     line  = last_line(reply);
+    constexpr std::string_view error = "-ERR";
+    if (begins_with(line, error)) {
+        std::size_t const      blanks = line.find_first_not_of(" \t", error.size());
+        std::string_view const text   = line.substr(std::min(blanks, line.size()));
+        for (std::string_view const code : {"[IN-USE", "[LOGIN-DELAY", "[SYS/TEMP"}) {
+            char const end = text.size() > code.size() ? text[code.size()] : '\0';
+            if (begins_with(text, code) && (end == ']' || end == '/')) {
                 return eml_cause_refused_now;
             }
         }
         return eml_cause_refused;
     }
     bool const is_reply = line.size() >= 3 && is_digit(line[1]) && is_digit(line[2]) &&
-                          (line.size() == 3 || line[3] == ' ' || line[3] == '-');
+                          (line.size() == 3 || line[3] == ' ' || line[3] == '-' || line[3] == '\t');
     if (is_reply && line[0] == '4') {
         return eml_cause_refused_now;
     }

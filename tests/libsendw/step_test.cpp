@@ -107,6 +107,8 @@ TEST(Step, TakesTheCauseFromTheLastLineOfAReply)
         {"5x0 no\r\n", eml_cause_protocol},
         {"55x no\r\n", eml_cause_protocol},
         {"5500 no\r\n", eml_cause_protocol},
+        {"450 4.2.1 a\rb\r\n", eml_cause_refused_now},
+        {"450\tx\r\n", eml_cause_refused_now},
         {" 550 no\r\n", eml_cause_protocol},
         {"no\r\n", eml_cause_protocol},
         {"", eml_cause_protocol},
@@ -122,11 +124,32 @@ TEST(Step, TakesTheCauseFromTheLastLineOfAReply)
         {"-ERR [IN-USED] no\r\n", eml_cause_refused},
         {"-ERR [IN-USE", eml_cause_refused},
         {"-ERR not [IN-USE]\r\n", eml_cause_refused},
+        {"-ERR  [SYS/TEMP] no\r\n", eml_cause_refused_now},
+        {"-ERR\t[SYS/TEMP] no\r\n", eml_cause_refused_now},
         {"+OK error\r\n", eml_cause_protocol},
     };
     for (auto const& c : cases) {
         EXPECT_EQ(cause_of_reply(c.reply), c.cause) << c.reply;
     }
+}
+
+TEST(Step, GivesAGreetingThatRefusedAsTheReason)
+{
+    step_book book   = {"the server", {"x", "X", "it"}};
+    book.greeting    = "-ERR [IN-USE] busy\r\n";
+    auto const noted = [&](auto&& call) {
+        noting_attempt const attempt;
+        call();
+        return std::make_pair(attempt->cause, std::string(attempt->reason));
+    };
+    auto const busy =
+        std::make_pair(eml_cause_refused_now,
+                       std::string("the server refused the connection: -ERR [IN-USE] busy"));
+    EXPECT_EQ(noted([&] { note_lost(book, EPIPE); }), busy);
+    EXPECT_EQ(noted([&] { note_lost(book, EAGAIN); }), busy);
+    EXPECT_EQ(noted([&] { note_refused(book, "-ERR\r\n"); }), busy);
+    EXPECT_EQ(noted([&] { note_lost(book, EMSGSIZE); }).first, eml_cause_message)
+        << "it was not sent";
 }
 
 TEST(Step, QuotesTheLastLineOfAReply)
@@ -138,6 +161,7 @@ TEST(Step, QuotesTheLastLineOfAReply)
         {"550 no\r\n", ": 550 no"},
         {"550-a\r\n550 b \r\n", ": 550 b"},
         {"550 a\n550 b", ": 550 b"},
+        {"550 a\rb\r\n", ": 550 a?b"},
         {"", ""},
         {"\r\n \r\n", ""},
         {"550 a\r\n\r\n", ": 550 a"},
