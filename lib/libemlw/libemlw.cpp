@@ -60,6 +60,14 @@ void note_not_saved(char const* workdir, void const* msg, int error)
     }
 }
 
+// How a save ends whose path does not fit. Returns -1.
+int too_long_for_a_message()
+{
+    note_failure(eml_cause_file, step_name::message,
+                 "the message cannot be saved: the path of the work directory is too long");
+    return -1;
+}
+
 // How a save ends that has failed. Returns -1.
 int not_saved(char const* path)
 {
@@ -124,9 +132,7 @@ int create_fullpath(char const* workdir, char (&out)[fullpath_size], message_fil
 
     int const year = modify_year(now.tm_year);
     if (form('/', year) == -1) {
-        note_failure(eml_cause_file, step_name::message,
-                     "the message cannot be saved: the path of the work directory is too long");
-        return -1;
+        return too_long_for_a_message();
     }
     if (claim(out, file)) {
         return 0;
@@ -135,7 +141,7 @@ int create_fullpath(char const* workdir, char (&out)[fullpath_size], message_fil
 
     // The backslash and the next year are deliberate, see docs/ODDITIES.md.
     if (form('\\', year + 1) == -1) {
-        return -1;
+        return too_long_for_a_message();  // the year has a digit more
     }
     if (claim(out, file)) {
         return 0;

@@ -55,8 +55,9 @@ void note_setting(char const* key, conf_settings const& conf)
         note_failure(eml_cause_settings, step_name::settings, "settings: %s is not a regular file",
                      conf.path());
     } else if (line == nullptr && conf.error() != 0) {
-        note_failure(eml_cause_settings, step_name::settings, "settings: %s cannot be read: %s",
-                     conf.path(), platform::error_text(conf.error()).c_str());
+        note_failure(conf.error() == ENOMEM ? eml_cause_memory : eml_cause_settings,
+                     step_name::settings, "settings: %s cannot be read: %s", conf.path(),
+                     platform::error_text(conf.error()).c_str());
     } else {
         note_failure(eml_cause_settings, step_name::settings, "settings: %s %s in %s", key,
                      line == nullptr ? "is missing" : "has no \"=\"", conf.path());

@@ -183,7 +183,9 @@ void note_not_found(char const* name, char const* host)
 
 void note_not_connected(char const* name, char const* host, int port, int error)
 {
-    note_failure(eml_cause_unreachable, name, "connect to %s:%d: %s", host, port,
+    eml_cause const cause =
+        error == ENOMEM || error == ENOBUFS ? eml_cause_memory : eml_cause_unreachable;
+    note_failure(cause, name, "connect to %s:%d: %s", host, port,
                  error == ETIMEDOUT ? "no answer within 30 s"
                                     : platform::error_text(error).c_str());
 }

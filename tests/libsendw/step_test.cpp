@@ -84,6 +84,10 @@ TEST(Step, NotesCauseAndName)
               told(eml_cause_settings, "look-up"));
     EXPECT_EQ(noted([] { note_not_connected("connect", "a.test", 25, ECONNREFUSED); }),
               told(eml_cause_unreachable, "connect"));
+    for (int const error : {ENOMEM, ENOBUFS}) {
+        EXPECT_EQ(noted([&] { note_not_connected("connect", "a.test", 25, error); }),
+                  told(eml_cause_memory, "connect"));
+    }
 }
 
 TEST(Step, TakesTheCauseFromTheLastLineOfAReply)
