@@ -180,7 +180,7 @@ INSTANTIATE_TEST_SUITE_P(
         preview_case("a long body").with(eml_msg_set_body, std::string(300000, 'x')),
         preview_case("a long body in ISO-2022-JP")
             .jis()
-            .with(eml_msg_set_body, std::string(900, 'x') + "\n.\n" + std::string(900, 'y'))),
+            .with(eml_msg_set_body, std::string(900, 'x') + "\n.\n" + std::string(100000, 'y'))),
     case_name<preview_case>);
 
 TEST_F(Preview, IsToldWhole)
