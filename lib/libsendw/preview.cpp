@@ -14,8 +14,7 @@
 namespace zelieml
 {
 
-int preview(char const* conf_fullpath, void* msg, void (*proc)(eml_preview const*, void*),
-            void* user)
+int preview(char const* conf_fullpath, void* msg, preview_proc proc, void* user)
 {
     void* made = nullptr;
     if (msg == nullptr || proc == nullptr || msg_create(&made) != 0) {

@@ -8,11 +8,12 @@
 namespace zelieml
 {
 
+using preview_proc = void (*)(eml_preview const* shown_mail, void* user);
+
 // preview - eml_msg_preview with the path of the settings file
 //
 // Returns 0, or -1. Throws std::bad_alloc when there is no memory.
-int preview(char const* conf_fullpath, void*                            msg,
-            void (*proc)(eml_preview const* preview, void* user), void* user);
+int preview(char const* conf_fullpath, void* msg, preview_proc proc, void* user);
 
 }  // namespace zelieml
 

@@ -119,21 +119,19 @@ int eml_probe(char const* workdir, char const* sender, char const* recipient,
     });
 }
 
-int eml_msg_preview(char const* workdir, void*                                  msg,
-                    void (*proc)(eml_preview const* preview, void* user), void* user)
+int eml_msg_preview(char const* workdir, void* msg, preview_proc proc, void* user)
 {
     return exported_call(-1, [&] {
         return workdir == nullptr ? -1 : preview(conf_fullpath(workdir).c_str(), msg, proc, user);
     });
 }
 
-int eml_msg_check(void* msg, void (*proc)(eml_finding const* finding, void* user), void* user)
+int eml_msg_check(void* msg, finding_proc proc, void* user)
 {
     return exported_call(-1, [&] { return msg_check(msg, proc, user); });
 }
 
-int eml_settings_check(char const* path, void (*proc)(eml_finding const* finding, void* user),
-                       void*       user)
+int eml_settings_check(char const* path, finding_proc proc, void* user)
 {
     return exported_call(-1, [&] { return settings_check(path, proc, user); });
 }
