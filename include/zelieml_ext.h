@@ -108,7 +108,7 @@ typedef enum eml_cause {
  * cb     the record
  * cause  receives one of these:
  *
- *   eml_cause_none         nothing: the mail was sent
+ *   eml_cause_none         nothing: it did not fail
  *   eml_cause_memory       there is no memory
  *   eml_cause_file         the message could not be saved or read, or its file may not be sent
  *   eml_cause_message      the message cannot be sent as it is: no recipient, an address too long
