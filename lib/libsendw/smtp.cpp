@@ -57,10 +57,10 @@ int command(_s_smtp* session, step const& now, std::string const& line, char con
 // This host's name, looked up once.
 std::string const& own_name(_s_smtp* session)
 {
-    if (session->own_name.empty()) {
+    if (!session->own_name) {
         session->own_name = get_hostname();
     }
-    return session->own_name;
+    return *session->own_name;
 }
 
 // An address as a reason names it.

@@ -17,6 +17,7 @@
 #ifndef ZELIEML_LIBSENDW_SMTP_H
 #define ZELIEML_LIBSENDW_SMTP_H
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -30,8 +31,9 @@ struct _s_smtp {
     int         socket    = 0;      // valid while connected
     std::string reply     = {};     // the last reply, all its lines with their CR LF
     bool        connected = false;  // socket is open and belongs to this session
-    std::string own_name  = {};     // this host's; empty before the look-up
-    step_book   book      = {"the server"};
+    // This host's name, once it was looked up: it may be an empty one.
+    std::optional<std::string> own_name = {};
+    step_book                  book     = {"the server"};
 };
 
 // How connecting to an SMTP server is noted and traced.

@@ -200,6 +200,17 @@ TEST_F(SmtpSession, LooksUpItsNameBeforeTheGreetingIsThere)
     EXPECT_EQ(held.session.own_name, "[192.0.2.10]");
 }
 
+TEST_F(SmtpSession, LooksUpAnEmptyNameOnlyOnce)
+{
+    set_host_name("");
+    hand_held_session held;
+    held.pair.server_closes();
+    EXPECT_EQ(smtp_read_greeting(&held.session), -1);
+    set_host_name("client.test");
+    EXPECT_EQ(smtp_helo(&held.session), -1);
+    EXPECT_EQ(held.session.own_name, "");
+}
+
 TEST_F(SmtpSession, EndsOnlyOnce)
 {
     EXPECT_EQ(smtp_end_session(nullptr), -1);
