@@ -331,6 +331,8 @@ typedef struct eml_probe_step {
  * - "offer" when the settings ask for no login: EHLO, only to see what the server offers
  * - "quit", which ends when the server has closed the connection
  *
+ * The step "greeting" contains the look-up of this machine's own name.
+ *
  * A remark of "ehlo" or "offer" says where test_smtp_auth judges differently than a mail fares. No
  * mail sends RSET, nor the EHLO of "offer": if they fail, that is a remark, and no step follows.
  *
