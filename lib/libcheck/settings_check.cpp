@@ -252,7 +252,7 @@ private:
             char const* const meant = nearest(key);
             found_.add(eml_severity_warning,
                        meant != nullptr ? "the library uses no such key: is % meant?"
-                                        : "the library uses no such key",
+                                        : "the library uses no such key: correct or remove it",
                        meant);
         }
         check_end(value + 1 + std::strspn(value + 1, " \t"), cut);
@@ -313,7 +313,8 @@ private:
             break;
         case value_kind::host:
             if (std::strpbrk(value, " \t\r:/@") != nullptr) {
-                wrong = "it is no host name or IPv4 address: write nothing else";
+                wrong = "it is no host name or IPv4 address: write a host name or an IPv4 address "
+                        "alone, without port or scheme";
             }
             break;
         case value_kind::port:

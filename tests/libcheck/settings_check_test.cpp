@@ -104,7 +104,7 @@ std::string no_equals(std::string const& place)
 std::string unknown(int line, std::string const& meant = "")
 {
     return "warning " + std::to_string(line) + ": the library uses no such key" +
-           (meant.empty() ? "" : ": is " + meant + " meant?");
+           (meant.empty() ? ": correct or remove it" : ": is " + meant + " meant?");
 }
 
 std::string repeated(std::string const& place, int line)
@@ -127,7 +127,8 @@ std::string by_chance(std::string const& place)
 char const no_yes[]     = ": it counts as no: write yes or no, in small letters";
 char const raw_yes[]    = ": it counts as yes, clear-text passwords: write yes or no";
 char const no_port[]    = ": it is no port: write a number from 1 to 65535";
-char const no_host[]    = ": it is no host name or IPv4 address: write nothing else";
+char const no_host[]    = ": it is no host name or IPv4 address: write a host name or an IPv4 "
+                          "address alone, without port or scheme";
 char const no_time[]    = ": it is no time: write a number of milliseconds";
 char const as_plain[]   = ": it counts as plain: write auto, cram-md5, login or plain";
 char const no_apop[]    = ": it does not count as apop: write apop and nothing else";

@@ -161,7 +161,7 @@ char const* fault_of_text(std::string const& value)
 char const* fault_of_host(std::string const& value)
 {
     if (value.find_first_of(":/@= ") != value.npos) {
-        return "is no host name or IPv4 address: write nothing else";
+        return "is no host name or IPv4 address: write one alone, without port or scheme";
     }
     if (has_octal_part(value)) {
         return "has a number with a leading 0, which is octal: leave the 0 away";

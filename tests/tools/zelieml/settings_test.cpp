@@ -509,7 +509,7 @@ TEST_F(Settings, AreChecked)
     EXPECT_EQ(found[0]["line"], 3);
     EXPECT_EQ(found[0]["key"], "");
     EXPECT_EQ(found[0]["severity"], "warning");
-    EXPECT_EQ(found[0]["text"], "the library uses no such key");
+    EXPECT_EQ(found[0]["text"], "the library uses no such key: correct or remove it");
 
     ASSERT_EQ(::unlink(path.c_str()), 0);
     outcome const missing = run({"check"});
