@@ -234,7 +234,7 @@ int check(common_options const& options, std::optional<std::string> const& to)
     }
     report all(options.json);
     for (setting_finding const& found :
-         find_in_settings(options.workdir + "/zelismes.cf", eml_severity_warning)) {
+         find_in_settings(options.workdir, eml_severity_warning)) {
         all.take(found);
     }
     probe(options.workdir, mail ? mail->text(eml_msg_get_to).c_str() : nullptr, all);

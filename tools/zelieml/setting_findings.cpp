@@ -4,7 +4,9 @@
 
 #include <new>
 
+#include "tools/zelieml/failure.h"
 #include "tools/zelieml/locale_text.h"
+#include "tools/zelieml/settings_file.h"
 
 namespace zelieml::program
 {
@@ -40,10 +42,15 @@ char const* name_of(eml_severity severity)
 
 }  // namespace
 
-std::vector<setting_finding> find_in_settings(std::string const& path, eml_severity least)
+std::vector<setting_finding> find_in_settings(std::string const& workdir, eml_severity least)
 {
+    try {
+        read_settings(workdir);
+    } catch (failure const& unread) {
+        return {{0, "", eml_severity_error, unread.what()}};
+    }
     collector all = {least, {}};
-    if (eml_settings_check(path.c_str(), collect, &all) < 0 || !all.complete) {
+    if (eml_settings_check(settings_path(workdir).c_str(), collect, &all) < 0 || !all.complete) {
         throw std::bad_alloc();
     }
     return all.findings;

@@ -19,10 +19,10 @@ struct setting_finding {
     std::string  text;
 };
 
-// find_in_settings - the findings in a settings file, of this severity and worse
+// find_in_settings - the findings in the settings of a work directory, of this severity and worse
 //
 // A file that cannot be read is one of them. Throws std::bad_alloc.
-std::vector<setting_finding> find_in_settings(std::string const& path, eml_severity least);
+std::vector<setting_finding> find_in_settings(std::string const& workdir, eml_severity least);
 
 // to_json - line, key, severity and text
 json to_json(setting_finding const& found);

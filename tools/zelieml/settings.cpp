@@ -132,33 +132,49 @@ int set(common_options const& options, set_options const& asked_for)
         set_value(options, asked_for, key);
     }
     if (options.json) {
-        print_setting(key, asked_for.value, true);
+        print_setting(key, to_utf8(asked_for.value, "the value of " + key.name), true);
     }
     return EX_OK;
 }
 
-std::string line_of(setting_key const& key, std::optional<reading> const& found)
+// overlong  of the settings
+std::string line_of(setting_key const& key, std::optional<reading> const& found,
+                    std::size_t overlong)
 {
     if (!found || !found->has_sign) {
-        return "# " + key.name + " is not set: " + key.missing;
+        return "# " + key.name + " is not set" +
+               (found || overlong == 0 ? "" : " before line " + std::to_string(overlong)) + ": " +
+               key.missing;
     }
-    return key.name + " = " + (is_password(key) ? "(set)" : to_terminal(found->value)) +
-           (found->key == key.name
-                ? ""
-                : "   # from line " + std::to_string(found->line) + ", which contains that name");
+    std::string const line =
+        key.name + " = " + (is_password(key) ? "(set)" : to_terminal(found->value));
+    if (found->key != key.name) {
+        return line + "   # from line " + std::to_string(found->line) +
+               ", which contains that name";
+    }
+    return found->has_cr ? line
+                         : line +
+                               "   # its CR is missing, so the last character is lost: set it "
+                               "anew " +
+                               set_command(key.name);
 }
 
 int show(common_options const& options)
 {
     settings_text const settings = read_settings(options.workdir);
     json                all      = json::object();
+    if (settings.overlong() != 0 && !options.json) {
+        print_line("# line " + std::to_string(settings.overlong()) +
+                   " is longer than 1023 bytes and hides all from there on: shorten it with an "
+                   "editor");
+    }
     for (setting_key const& key : setting_keys()) {
         std::optional<reading> const found = settings.read(key.name);
         if (options.json) {
             all[key.name] =
                 found && found->has_sign ? shown_value(key, found->value) : json(nullptr);
         } else {
-            print_line(line_of(key, found));
+            print_line(line_of(key, found, settings.overlong()));
         }
     }
     if (options.json) {
@@ -170,7 +186,7 @@ int show(common_options const& options)
 int check(common_options const& options)
 {
     std::string const path     = settings_path(options.workdir);
-    auto const        findings = find_in_settings(path, eml_severity_note);
+    auto const        findings = find_in_settings(options.workdir, eml_severity_note);
     json              all      = json::array();
     bool              trapped  = false;
     for (setting_finding const& found : findings) {

@@ -74,20 +74,16 @@ reading reading_of(std::string const& whole, std::size_t number)
     return {number, key_of(line), rest, true, has_cr};
 }
 
-std::string set_command(std::string const& key)
-{
-    setting_key const* const known = find_setting(key);
-    bool const               asks  = known != nullptr && known->kind == setting_kind::password;
-    return "(zelieml settings set " + key + (asks ? ")" : " VALUE)");
-}
-
 // The bytes of the settings file; nothing when there is none.
 std::optional<std::string> read_bytes(std::string const& path)
 {
     descriptor const file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
     struct stat      is = {};
-    if (!file && errno == ENOENT && ::lstat(path.c_str(), &is) != 0) {
-        return std::nullopt;
+    if (!file && errno == ENOENT) {
+        if (::lstat(path.c_str(), &is) != 0) {
+            return std::nullopt;
+        }
+        throw failure(EX_CONFIG, path + " is a link that leads nowhere: remove it");
     }
     if (!file || ::fstat(file.get(), &is) != 0) {
         throw failure(EX_CONFIG, path, errno, "let its owner look at it");
@@ -227,6 +223,13 @@ descriptor lock_directory(std::string const& workdir)
 }
 
 }  // namespace
+
+std::string set_command(std::string const& key)
+{
+    setting_key const* const known = find_setting(key);
+    bool const               asks  = known != nullptr && known->kind == setting_kind::password;
+    return "(zelieml settings set " + key + (asks ? ")" : " VALUE)");
+}
 
 settings_text::settings_text(std::string const& bytes)
 {

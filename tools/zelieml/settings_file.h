@@ -57,6 +57,9 @@ private:
     std::size_t              readable_ = 0;
 };
 
+// set_command - how a key is set, in brackets: a remedy
+std::string set_command(std::string const& key);
+
 // The settings file of a work directory.
 std::string settings_path(std::string const& workdir);
 

@@ -1,6 +1,5 @@
 // send_command_test.cpp - zelieml send: what goes out, what is refused, and how it ends
 
-#include <clocale>
 #include <gtest/gtest.h>
 #include <sysexits.h>
 #include <unistd.h>
@@ -183,17 +182,6 @@ TEST(SendCharset, TakesUtf8InTheCLocale)
         ASSERT_EQ(run.status, EX_OK) << run.err;
         EXPECT_TRUE(contains(server.mails().at(0).text, in_jis));
     }
-}
-
-constexpr char eucjp_locale[] = "ja_JP.eucJP";
-
-// Makes it where the system has not got it. Debian's package "locales" has the files for that.
-bool make_locale(std::string const& path)
-{
-    bool const there = std::setlocale(LC_CTYPE, eucjp_locale) != nullptr;
-    std::setlocale(LC_CTYPE, "C");
-    return there || (::access("/usr/bin/localedef", X_OK) == 0 &&
-                     run_program({"/usr/bin/localedef", "-f", "EUC-JP", "-i", "ja_JP", path}) == 0);
 }
 
 TEST(SendCharset, TakesTheCharsetOfTheLocale)

@@ -17,6 +17,7 @@
 #include <unistd.h>
 
 #include "tests/support/skip.h"
+#include "tests/tools/zelieml/surroundings.h"
 #include "tests/tools/zelieml/terminal_program.h"
 #include "tests/tools/zelieml/zelieml_program.h"
 #include "zelieml_ext.h"
@@ -204,7 +205,9 @@ TEST_F(Settings, AreRefusedInAFileThatIsNone)
 {
     ASSERT_EQ(::symlink(dir.file("nowhere").c_str(), path.c_str()), 0);
     EXPECT_EQ(run({"set", "smtp_port", "25"}).status, EX_CONFIG);
-    EXPECT_EQ(run({"show"}).status, EX_CONFIG);
+    outcome const shown = run({"show"});
+    EXPECT_EQ(shown.status, EX_CONFIG);
+    EXPECT_EQ(shown.err, "zelieml: " + path + " is a link that leads nowhere: remove it\n");
     ASSERT_EQ(::unlink(path.c_str()), 0);
 
     ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
@@ -480,6 +483,24 @@ TEST_F(Settings, AreShown)
     EXPECT_EQ(all["pop_port"], nullptr);
 }
 
+TEST_F(Settings, AreShownWithWhatHidesThem)
+{
+    write("smtp_server = a.test\nsmtp_port = 25\n# " + std::string(1023, 'x') +
+          "\r\npop_port = 110\r\n");
+    outcome const shown = run({"show"});
+    EXPECT_EQ(shown.status, EX_OK);
+    EXPECT_EQ(shown.out.rfind("# line 3 is longer than 1023 bytes and hides all from there on: "
+                              "shorten it with an editor\n"
+                              "smtp_server = a.tes   # its CR is missing, so the last character is "
+                              "lost: set it anew (zelieml settings set smtp_server VALUE)\n"
+                              "smtp_port = 2   # its CR is missing",
+                              0),
+              0U)
+        << shown.out;
+    EXPECT_NE(shown.out.find("\n# pop_port is not set before line 3: "), shown.out.npos)
+        << shown.out;
+}
+
 TEST_F(Settings, AreChecked)
 {
     write("smtp_server = a.test\r\nsmtp_port = 25\r\n");
@@ -514,7 +535,13 @@ TEST_F(Settings, AreChecked)
     ASSERT_EQ(::unlink(path.c_str()), 0);
     outcome const missing = run({"check"});
     EXPECT_EQ(missing.status, EX_CONFIG);
-    EXPECT_EQ(missing.out, "error: the file is missing, cannot be read, or is no regular file\n");
+    EXPECT_EQ(missing.out,
+              "error: " + path + " is missing: make it (zelieml settings set smtp_server VALUE)\n");
+
+    ASSERT_EQ(::mkfifo(path.c_str(), 0600), 0);
+    json const pipe = json::parse(run({"check", "--json"}).out);
+    ASSERT_EQ(pipe.size(), 1U);
+    EXPECT_EQ(pipe[0]["text"], path + " is not a regular file: replace it by one");
 }
 
 TEST_F(Settings, StorePasswordsEncrypted)
@@ -614,6 +641,18 @@ TEST_F(Settings, AreTextInUtf8)
     EXPECT_EQ(latin.wait(), EX_DATAERR) << latin.err();
     EXPECT_FALSE(file_exists(path));
     expect_set("smtp_account", "j\u00fcrg");
+}
+
+TEST_F(Settings, ArePrintedInUtf8)
+{
+    temp_dir const    locales;
+    set_for_now const where("LOCPATH", locales.path());
+    SKIP_UNLESS(make_locale(locales.file(eucjp_locale)), "it has no locale ja_JP.eucJP");
+    set_for_now const locale("LC_ALL", eucjp_locale);
+    // HIRAGANA LETTER A
+    outcome const set = run({"set", "smtp_account", "\xA4\xA2", "--json"});
+    EXPECT_EQ(set.status, EX_OK) << set.err;
+    EXPECT_EQ(set.out, "{\"key\":\"smtp_account\",\"value\":\"\xE3\x81\x82\"}\n");
 }
 
 TEST_F(Settings, AreChangedByOneAtATime)

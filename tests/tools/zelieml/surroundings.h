@@ -3,6 +3,7 @@
 #ifndef ZELIEML_TESTS_TOOLS_ZELIEML_SURROUNDINGS_H
 #define ZELIEML_TESTS_TOOLS_ZELIEML_SURROUNDINGS_H
 
+#include <clocale>
 #include <cstdlib>
 #include <fcntl.h>
 #include <optional>
@@ -92,6 +93,18 @@ inline outcome run_without_rights(workplace const& work, std::vector<std::string
     ::chmod(work.path(), 0755);
     return {WIFEXITED(status) ? WEXITSTATUS(status) : -1, read_file(dir.file("out")),
             read_file(dir.file("err"))};
+}
+
+// A locale whose charset is not UTF-8.
+inline constexpr char eucjp_locale[] = "ja_JP.eucJP";
+
+// Makes it where the system has not got it. Debian's package "locales" has the files for that.
+inline bool make_locale(std::string const& path)
+{
+    bool const there = std::setlocale(LC_CTYPE, eucjp_locale) != nullptr;
+    std::setlocale(LC_CTYPE, "C");
+    return there || (::access("/usr/bin/localedef", X_OK) == 0 &&
+                     run_program({"/usr/bin/localedef", "-f", "EUC-JP", "-i", "ja_JP", path}) == 0);
 }
 
 }  // namespace zelieml::test
