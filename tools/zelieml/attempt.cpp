@@ -45,6 +45,18 @@ attempt attempt_of(void* record)
     return made;
 }
 
+attempt not_attempted(eml_cause cause, std::string const& reason, std::string const& mend)
+{
+    attempt made;
+    made.code   = eml_send_error_other;
+    made.number = 100;
+    made.cause  = cause;
+    made.step   = "message";
+    made.reason = reason;
+    made.mend   = mend;
+    return made;
+}
+
 json to_json(attempt const& made)
 {
     json all = {
@@ -74,6 +86,9 @@ std::string remedy(attempt const& made)
     if (made.number == not_confirmed) {
         return "the server has taken the mail, do not send it again";
     }
+    if (!made.mend.empty()) {
+        return made.mend;
+    }
     switch (made.cause) {
     case eml_cause_message:
         return "mend the message";
@@ -82,9 +97,12 @@ std::string remedy(attempt const& made)
     case eml_cause_settings:
         return "'zelieml settings check' says more";
     case eml_cause_unreachable:
-    case eml_cause_lost:
     case eml_cause_protocol:
         return "'zelieml check' says more";
+    case eml_cause_lost:
+        return made.step == "text"
+                   ? "the server may have taken the mail: look before you send it again"
+                   : "'zelieml check' says more";
     case eml_cause_refused_now:
         return "try again later";
     case eml_cause_refused:

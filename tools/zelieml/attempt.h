@@ -22,10 +22,14 @@ struct attempt {
     std::string reason;  // a sentence, or empty
     std::string reply;   // the server's last, without the line end after its last line; or empty
     std::string file;    // of the message, which may be gone; or empty
+    std::string mend;    // what to do, where that is known better than by the cause; or empty
 };
 
 // attempt_of - what a record of eml_post_sync or of a callback says
 attempt attempt_of(void* record);
+
+// not_attempted - of a mail that cannot be sent as it is, read or saved
+attempt not_attempted(eml_cause cause, std::string const& reason, std::string const& mend = "");
 
 // to_json - code, number, cause, step, reason, reply, seconds, and file if there was one
 json to_json(attempt const& made);

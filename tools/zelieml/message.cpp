@@ -2,12 +2,16 @@
 
 #include "tools/zelieml/message.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <new>
 #include <random>
+#include <sys/stat.h>
 #include <sysexits.h>
 #include <unistd.h>
 
@@ -63,6 +67,13 @@ std::string read_body(std::string const& file)
         throw failure(EX_NOINPUT, name, errno, "name a file that can be read");
     }
     return body;
+}
+
+// Some editors begin a file in UTF-8 with a byte order mark, which is no part of its text.
+std::string without_mark(std::string const& utf8)
+{
+    std::string const mark = "\xEF\xBB\xBF";
+    return utf8.compare(0, mark.size(), mark) == 0 ? utf8.substr(mark.size()) : utf8;
 }
 
 // "p7@office.test" of "Printer 7 <p7@office.test>".
@@ -148,21 +159,51 @@ std::string source_of(std::string const& field, mail_options const& options)
 
 // What the callback of a check needs.
 struct check_run {
-    mail_options const& options;
-    eml_severity        least;
+    mail_options const&      options;
+    eml_severity             least;
+    std::vector<std::string> faults;
+    bool                     complete = true;
 };
 
-void say_finding(eml_finding const* finding, void* user)
+void keep_fault(eml_finding const* finding, void* user)
 {
-    check_run const& run = *static_cast<check_run const*>(user);
+    check_run& run = *static_cast<check_run*>(user);
     if (finding->severity < run.least) {
         return;
     }
-    std::string where = source_of(finding->field, run.options);
-    if (finding->line > 0) {
-        where += ", line " + std::to_string(finding->line);
+    try {
+        std::string where = source_of(finding->field, run.options);
+        if (finding->line > 0) {
+            where += ", line " + std::to_string(finding->line);
+        }
+        run.faults.push_back(where + ": " + finding->text);
+    } catch (std::bad_alloc const&) {
+        run.complete = false;  // the library must not meet it
     }
-    std::fprintf(stderr, "zelieml: %s\n", to_terminal(where + ": " + finding->text).c_str());
+}
+
+// Whether a file of so many bytes can be made in a directory: 0, or what is in the way as a number
+// of errno.
+int error_of_new_file(std::string const& directory, std::size_t bytes)
+{
+    std::string path = directory + "/.zelieml-XXXXXX";
+    int const   fd   = ::mkstemp(path.data());
+    if (fd < 0) {
+        return errno;
+    }
+    ::unlink(path.c_str());
+    int               error = 0;
+    std::string const piece(65536, '\n');
+    while (bytes > 0 && error == 0) {
+        ssize_t const written = ::write(fd, piece.data(), std::min(bytes, piece.size()));
+        if (written >= 0) {
+            bytes -= static_cast<std::size_t>(written);
+        } else if (errno != EINTR) {
+            error = errno;
+        }
+    }
+    ::close(fd);
+    return error;
 }
 
 }  // namespace
@@ -210,7 +251,8 @@ void add_mail_options(CLI::App& command, mail_options& options)
 
 message make_message(mail_options const& options)
 {
-    return make_message(options, to_utf8(read_body(options.file), name_of_body(options.file)));
+    std::string const body = to_utf8(read_body(options.file), name_of_body(options.file));
+    return make_message(options, without_mark(body));
 }
 
 message make_message(mail_options const& options, std::string const& body)
@@ -232,12 +274,25 @@ message make_message(mail_options const& options, std::string const& body)
     return mail;
 }
 
-bool is_refused(message const& mail, mail_options const& options, eml_severity least)
+std::vector<std::string> faults_of(message const& mail, mail_options const& options,
+                                   eml_severity least)
 {
-    check_run run   = {options, least};
-    int const worst = eml_msg_check(mail.record(), say_finding, &run);
-    need_memory(worst < 0 ? -1 : 0);
-    return worst >= least;
+    check_run run   = {options, least, {}};
+    int const worst = eml_msg_check(mail.record(), keep_fault, &run);
+    need_memory(worst < 0 || !run.complete ? -1 : 0);
+    return run.faults;
+}
+
+std::optional<attempt> not_saved(std::string const& workdir, std::size_t bytes)
+{
+    constexpr std::size_t always_fits = 218;
+    std::string const     reason      = "the message cannot be saved in " + workdir + ": ";
+    if (workdir.size() > always_fits) {
+        return not_attempted(eml_cause_file, reason + "the path is too long", "use a shorter path");
+    }
+    int const error = error_of_new_file(workdir, bytes);
+    return error == 0 ? std::nullopt
+                      : std::optional(not_attempted(eml_cause_file, reason + std::strerror(error)));
 }
 
 attempt send_now(std::string const& workdir, message const& mail)
@@ -248,7 +303,12 @@ attempt send_now(std::string const& workdir, message const& mail)
     if (record == nullptr) {
         throw std::bad_alloc();
     }
-    return attempt_of(record);
+    attempt     made   = attempt_of(record);
+    struct stat status = {};
+    if (::lstat(made.file.c_str(), &status) != 0) {
+        made.file.clear();
+    }
+    return made;
 }
 
 }  // namespace zelieml::program

@@ -3,6 +3,7 @@
 #ifndef ZELIEML_TOOLS_ZELIEML_MESSAGE_H
 #define ZELIEML_TOOLS_ZELIEML_MESSAGE_H
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <string>
@@ -55,12 +56,19 @@ message make_message(mail_options const& options);
 // The same with this body, in UTF-8.
 message make_message(mail_options const& options, std::string const& body);
 
-// is_refused - whether the message check finds something of this severity or worse
-//
-// Says each of these findings on standard error, with the option or the line that it is about.
-bool is_refused(message const& mail, mail_options const& options, eml_severity least);
+// faults_of - what the message check finds of this severity or worse, each with the option or the
+// line that it is about
+std::vector<std::string> faults_of(message const& mail, mail_options const& options,
+                                   eml_severity least);
 
-// send_now - what became of a mail, with the settings of a work directory
+// not_saved - how an attempt ends when a message of so many bytes cannot be saved in a work
+// directory; nothing when it can
+//
+// For before it is saved: on a full disk the library leaves a part of it, which an engine would send.
+std::optional<attempt> not_saved(std::string const& workdir, std::size_t bytes);
+
+// send_now - what became of a mail, with the settings of a work directory; the file is named if it is
+// still there
 attempt send_now(std::string const& workdir, message const& mail);
 
 }  // namespace zelieml::program

@@ -1,17 +1,14 @@
 // send.cpp - zelieml send and zelieml post: a mail now, or through the engine
 
-#include <algorithm>
-#include <cerrno>
 #include <chrono>
-#include <cstdlib>
-#include <cstring>
+#include <cstdio>
 #include <exception>
 #include <memory>
 #include <new>
 #include <sstream>
 #include <string>
 #include <sysexits.h>
-#include <unistd.h>
+#include <vector>
 
 #include "tools/zelieml/attempt.h"
 #include "tools/zelieml/command.h"
@@ -91,40 +88,25 @@ void preview(message const& mail, common_options const& common)
     }
 }
 
-int report(attempt const& made, common_options const& common)
+// done  what a mail was that was not refused: "sent"
+int report(attempt const& made, std::string const& done, common_options const& common)
 {
-    if (common.json) {
-        print_json(to_json(made));
-    }
     int const status = exit_status(made);
+    try {
+        if (common.json) {
+            print_json(to_json(made));
+        }
+    } catch (failure const& unprinted) {
+        if (status == EX_OK) {
+            throw failure(unprinted.status(), "the mail was " + done +
+                                                  ", do not send it again, but " +
+                                                  unprinted.what());
+        }
+    }
     if (status != EX_OK) {
         throw failure(status, to_terminal(why(made) + ": " + remedy(made)));
     }
     return status;
-}
-
-// Whether a file of so many bytes can be made in a directory: 0, or what is in the way as a number
-// of errno.
-int error_of_new_file(std::string const& directory, std::size_t bytes)
-{
-    std::string path = directory + "/.zelieml-XXXXXX";
-    int const   fd   = ::mkstemp(path.data());
-    if (fd < 0) {
-        return errno;
-    }
-    ::unlink(path.c_str());
-    int               error = 0;
-    std::string const piece(65536, '\n');
-    while (bytes > 0 && error == 0) {
-        ssize_t const written = ::write(fd, piece.data(), std::min(bytes, piece.size()));
-        if (written >= 0) {
-            bytes -= static_cast<std::size_t>(written);
-        } else if (errno != EINTR) {
-            error = errno;
-        }
-    }
-    ::close(fd);
-    return error;
 }
 
 // At least the bytes of the file that the library makes of a mail.
@@ -138,49 +120,63 @@ std::size_t size_of(message const& mail)
     return bytes;
 }
 
-attempt not_saved(std::string const& workdir, std::string const& cause)
-{
-    attempt made;
-    made.code   = eml_send_error_other;
-    made.number = 100;
-    made.cause  = eml_cause_file;
-    made.step   = "message";
-    made.reason = "the message cannot be saved in " + workdir + cause;
-    return made;
-}
-
 // Hands the mail to the engine; the result is that of an attempt that did not come to sending.
 attempt post(std::string const& workdir, std::string const& symbol, message const& mail)
 {
     using clock      = std::chrono::steady_clock;
     auto const begin = clock::now();
     if (eml_post_with_stocksymbol(workdir.c_str(), symbol.c_str(), mail.record()) != 0) {
-        constexpr std::size_t always_fits = 218;
-        return not_saved(workdir, workdir.size() > always_fits ? ": the path is too long" : "");
+        return not_attempted(eml_cause_file, "the message cannot be saved in " + workdir);
     }
     attempt made;
     made.seconds = std::chrono::duration<double>(clock::now() - begin).count();
     return made;
 }
 
+// The mail that was asked for.
+message mail_of(mail_options const& asked, bool as_json)
+{
+    try {
+        return make_message(asked);
+    } catch (failure const& fault) {
+        if (as_json) {
+            bool const is_unread = fault.status() == EX_NOINPUT;
+            print_json(to_json(
+                not_attempted(is_unread ? eml_cause_file : eml_cause_message, fault.what())));
+        }
+        throw;
+    }
+}
+
+int refuse(std::vector<std::string> const& faults, bool as_json)
+{
+    std::string reason;
+    for (std::string const& fault : faults) {
+        std::fprintf(stderr, "zelieml: %s\n", to_terminal(fault).c_str());
+        reason += (reason.empty() ? "" : "; ") + fault;
+    }
+    if (as_json) {
+        print_json(to_json(not_attempted(eml_cause_message, reason)));
+    }
+    return EX_DATAERR;
+}
+
 // Does with the mail that was asked for what a command does with one, or shows it.
 template <class Deliver>
-int run(command_line const& line, send_options const& asked, Deliver&& deliver)
+int run(command_line const& line, send_options const& asked, char const* done, Deliver&& deliver)
 {
-    message const mail = make_message(asked.mail);
-    if (is_refused(mail, asked.mail, asked.check ? eml_severity_note : eml_severity_error)) {
-        return EX_DATAERR;
+    common_options const& common = line.options();
+    message const         mail   = mail_of(asked.mail, common.json);
+    eml_severity const    least  = asked.check ? eml_severity_note : eml_severity_error;
+    if (auto const faults = faults_of(mail, asked.mail, least); !faults.empty()) {
+        return refuse(faults, common.json);
     }
     if (asked.dry_run) {
-        preview(mail, line.options());
+        preview(mail, common);
         return EX_OK;
     }
-    // When the disk is full the library leaves a part of the message, which an engine would send.
-    std::string const& workdir = line.options().workdir;
-    int const          error   = error_of_new_file(workdir, size_of(mail));
-    return report(error == 0 ? deliver(mail)
-                             : not_saved(workdir, std::string(": ") + std::strerror(error)),
-                  line.options());
+    auto const unsaved = not_saved(common.workdir, size_of(mail));
+    return report(unsaved ? *unsaved : deliver(mail), done, common);
 }
 
 void add_options(command_line& line, CLI::App& command, send_options& options)
@@ -205,7 +201,7 @@ void add_send(command_line& line)
           "  zelieml send -w DIR --from 'Printer 7 <p7@office.test>' --to anna@office.test \\\n"
           "      --to ben@office.test --message-id auto --dry-run notice.txt",
          [&line, options] {
-            return run(line, *options,
+            return run(line, *options, "sent",
                         [&](message const& mail) { return send_now(line.options().workdir, mail); });
         });
     add_options(line, command, *options);
@@ -219,7 +215,7 @@ void add_post(command_line& line)
                  "  echo 'Tray 2 is empty.' | zelieml post -w DIR --from p7@office.test \\\n"
                  "      --to anna@office.test --subject 'Printer 7'",
                  [&line, options] {
-                     return run(line, *options, [&](message const& mail) {
+                     return run(line, *options, "posted", [&](message const& mail) {
                          return post(line.options().workdir, options->symbol, mail);
                      });
                  });

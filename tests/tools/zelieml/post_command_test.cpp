@@ -98,7 +98,8 @@ TEST(Post, SaysThatThePathIsTooLong)
     outcome const run =
         run_zelieml({"post", "-w", path, "--from", "p7@a.test", "--to", "x@b.test"}, "hello\n");
     EXPECT_EQ(run.status, EX_CANTCREAT);
-    EXPECT_NE(run.err.find(path + ": the path is too long: "), run.err.npos) << run.err;
+    EXPECT_NE(run.err.find(path + ": the path is too long: use a shorter path\n"), run.err.npos)
+        << run.err;
 }
 
 TEST(Post, SaysWhyTheMailCannotBeSaved)

@@ -123,6 +123,14 @@ TEST(Send, TakesTheBodyFromAFileOrFromStandardInput)
     }
 }
 
+TEST(Send, LeavesAByteOrderMarkAway)
+{
+    mail_server     server;
+    workplace const work(server.smtp_port());
+    ASSERT_EQ(send(work, {}, "\xEF\xBB\xBFhello\n").status, EX_OK);
+    EXPECT_TRUE(contains(server.mails().at(0).text, "\r\n\r\naGVsbG8N")) << server.mails()[0].text;
+}
+
 TEST(Send, TakesCrLfAsLf)
 {
     strings texts;
@@ -397,8 +405,54 @@ TEST(Send, PrintsTheResultAsJson)
               0U)
         << failed.out;
     EXPECT_TRUE(contains(failed.out, "\"reply\":\"550 ")) << failed.out;
-    EXPECT_TRUE(contains(failed.out, "\"file\":\"" + there.file("2"))) << failed.out;
+    EXPECT_FALSE(contains(failed.out, "\"file\"")) << failed.out;  // which is gone
     expect_said(failed, "the server refused the recipient x@b.test: 550 ");
+}
+
+TEST(Send, PrintsJsonForWhatItRefusesItself)
+{
+    workplace const work(1);
+    struct {
+        strings     more;
+        std::string body;
+        int         status;
+        char const* cause;
+        std::string reason;
+    } const cases[] = {
+        {{}, std::string("\0", 1), EX_DATAERR, "message", "standard input, line 1, byte 1: a NUL"},
+        {{}, "to: me\ncc: you\n", EX_DATAERR, "message", "standard input, line 1: it begins with"},
+        {{"--dry-run"}, "to: me\n", EX_DATAERR, "message", "standard input, line 1: it begins"},
+        {{work.file("nothing")}, "", EX_NOINPUT, "file", work.file("nothing") + ": No such file"},
+    };
+    for (auto const& c : cases) {
+        SCOPED_TRACE(c.reason);
+        strings more = c.more;
+        more.emplace_back("--json");
+        outcome const run = send(work, more, c.body);
+        EXPECT_EQ(run.status, c.status);
+        EXPECT_TRUE(contains(run.err, "zelieml: " + c.reason)) << run.err;
+        EXPECT_EQ(run.out.rfind("{\"code\":1,\"number\":100,\"cause\":\"" + std::string(c.cause) +
+                                    "\",\"step\":\"message\",\"reason\":\"" + c.reason,
+                                0),
+                  0U)
+            << run.out;
+    }
+}
+
+TEST(Send, SaysThatTheMailWasSentWhenThatCannotBePrinted)
+{
+    SKIP_UNLESS(::access("/dev/full", W_OK) == 0, "it has no /dev/full");
+    mail_server     server;
+    workplace const work(server.smtp_port());
+    program         run({"/bin/sh", "-c",
+                         "echo hello | \"$0\" send -w \"$1\" --from p7@a.test --to x@b.test --json "
+                                 ">/dev/full",
+                         ZELIEML_PROGRAM, work.path()});
+    EXPECT_EQ(run.wait(), EX_CANTCREAT);
+    EXPECT_EQ(run.err(),
+              "zelieml: the mail was sent, do not send it again, but standard output: No "
+              "space left on device: the rest was not printed\n");
+    EXPECT_EQ(server.mails().size(), 1U);
 }
 
 struct end_case {
@@ -447,6 +501,8 @@ end_case const end_cases[] = {
     {"ClosedWithoutAGreeting", "S: (closes)\n", "", EX_UNAVAILABLE, "without a greeting"},
     {"ClosedInTheMiddle", to_recipient + lost_at("rcpt to: <x@b.test>"), "", EX_UNAVAILABLE,
      "closed the connection after RCPT"},
+    {"ClosedAfterTheText", to_data + answered("data", "354 go on") + "C: (data)\nS: (closes)\n", "",
+     EX_UNAVAILABLE, "after the text: the server may have taken the mail: look before you send it"},
     {"EndNotConfirmed", to_data + text_sent + refused_at("quit", "500 what?"), "", EX_PROTOCOL,
      "500 what?: the server has taken the mail, do not send it again"},
     {"EndRefusedForNow", to_data + text_sent + refused_at("quit", "421 busy"), "", EX_PROTOCOL,
