@@ -37,6 +37,9 @@ constexpr row rows[] = {
     {eml_cause_settings, "pop login",
      "the POP3 server does not offer what pop_auth_type asks for, or the account is too long: "
      "'zelieml settings set pop_auth_type pop' logs in with account and password"},
+    {eml_cause_settings, "settings file",
+     "the settings file has to be a regular file that this user may read: 'zelieml settings check' "
+     "says what is wrong with it"},
     {eml_cause_settings, "",
      "set it with 'zelieml settings set'. Is this the right work directory, and may this user read "
      "its settings? 'zelieml settings check' finds all that is wrong with the file"},
@@ -49,12 +52,12 @@ constexpr row rows[] = {
      "server, or set pop_server to an IPv4 address"},
     {eml_cause_unreachable, "pop connect",
      "if the connection is refused, no server listens there: compare pop_server and pop_port with "
-     "what its administrator says (110 as a rule). If there is no answer, a firewall is in "
-     "between, or the server is off"},
+     "what its administrator says (110 as a rule). If it is reset, a firewall or the server ends "
+     "it. If there is no answer, a firewall is in between, or the server is off"},
     {eml_cause_unreachable, "",
      "if the connection is refused, no server listens there: compare smtp_server and smtp_port "
-     "with what its administrator says. If there is no answer, a firewall is in between, or the "
-     "server is off. Many networks close port 25: ask for another one, such as 587"},
+     "with what its administrator says. If it is reset, a firewall or the server ends it. If there "
+     "is no answer, a firewall is in between, or the server is off. Many networks close port 25: ask for another one, such as 587"},
 
     {eml_cause_lost, "greeting",
      "is this an SMTP server, and without TLS? One on port 465 waits for TLS, which is not spoken "

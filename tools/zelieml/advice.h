@@ -15,8 +15,8 @@ namespace zelieml::program
 // in_words - a cause as half a sentence: "refused for good"
 char const* in_words(eml_cause cause);
 
-// advice - what to do about a cause at a step of eml_cb_get_step; sentences without a last full
-// stop, never empty
+// advice - what to do about a cause at a step of eml_cb_get_step, or at "settings file": one that is
+// there and cannot be read; sentences without a last full stop, never empty
 char const* advice(eml_cause cause, std::string const& step);
 
 }  // namespace zelieml::program

@@ -1,11 +1,14 @@
 // check.cpp - zelieml check: why mails do not get through, step by step
 
+#include <cstddef>
 #include <cstdio>
+#include <cstring>
 #include <exception>
 #include <memory>
 #include <new>
 #include <optional>
 #include <string>
+#include <sys/stat.h>
 #include <sysexits.h>
 #include <vector>
 
@@ -17,6 +20,7 @@
 #include "tools/zelieml/message.h"
 #include "tools/zelieml/output.h"
 #include "tools/zelieml/setting_findings.h"
+#include "tools/zelieml/settings_file.h"
 #include "zelieml_ext.h"
 
 namespace zelieml::program
@@ -35,6 +39,7 @@ struct reported_step {
     double            seconds;
     std::string       reply;   // without the line end after its last line
     std::string       reason;  // or the remark
+    std::string       advice;  // of a step that failed
 };
 
 std::string without_line_end(std::string text)
@@ -65,6 +70,11 @@ json to_json(reported_step const& step)
             {"reason", step.reason}};
 }
 
+bool is_settings(eml_probe_step const& step)
+{
+    return std::strcmp(step.name, "settings") == 0;
+}
+
 // A step for people: what became of it, how long it took, the server's line; then why it failed, in
 // plain words, or the remark.
 void print_step(reported_step const& step)
@@ -82,6 +92,54 @@ void print_step(reported_step const& step)
     if (!more.empty()) {
         print_line(std::string(width_of_name + 1, ' ') + to_terminal(more));
     }
+}
+
+reported_step step_of(attempt const& made)
+{
+    bool const good = made.cause == eml_cause_none;
+    return {
+        made.step,   "",          good ? eml_probe_ok : eml_probe_failed,
+        made.number, made.cause,  made.seconds,
+        made.reply,  made.reason, made.mend.empty() ? advice(made.cause, made.step) : made.mend};
+}
+
+// A remark for who runs this program: what a login test of the library does is left out.
+std::string without_login_test(std::string remark)
+{
+    std::string const needs = ", which test_smtp_auth needs, but mails do not";
+    std::size_t const at    = remark.find(needs);
+    if (at != remark.npos) {
+        remark.replace(at, needs.size(), ", which mails do not need");
+    }
+    return remark.substr(0, remark.find(", but test_smtp_auth "));
+}
+
+// Whether there are settings that cannot be read.
+bool are_unreadable(std::string const& workdir)
+{
+    try {
+        read_settings(workdir);
+    } catch (failure const&) {
+        struct stat is = {};
+        return ::lstat(settings_path(workdir).c_str(), &is) == 0;
+    }
+    return false;
+}
+
+// A step of the probe.
+reported_step step_of(eml_probe_step const& step, std::string const& workdir)
+{
+    bool const unreadable =
+        step.outcome == eml_probe_failed && is_settings(step) && are_unreadable(workdir);
+    return {step.name,
+            step.server,
+            step.outcome,
+            step.number,
+            step.cause,
+            step.seconds,
+            without_line_end(step.reply),
+            without_login_test(step.reason),
+            advice(step.cause, unreadable ? "settings file" : step.name)};
 }
 
 // What the check has found so far; people see it as it comes.
@@ -112,12 +170,9 @@ public:
     // The mail is told as a step, too.
     void take(attempt const& made)
     {
-        bool const          good = made.cause == eml_cause_none;
-        reported_step const mail = {made.step,   "",         good ? eml_probe_ok : eml_probe_failed,
-                                    made.number, made.cause, made.seconds,
-                                    made.reply,  made.reason};
+        reported_step const mail = step_of(made);
         sent_                    = to_json(made);
-        if (!good) {
+        if (mail.outcome == eml_probe_failed) {
             fails(mail, exit_status(made));
         }
         if (!as_json_) {
@@ -127,13 +182,23 @@ public:
         }
     }
 
+    // That no mail can be saved, which the probe does not find out.
+    void take_unsaved(attempt const& made)
+    {
+        fails(step_of(made), exit_status(made));
+        steps_.push_back(to_json(step_of(made)));
+        if (!as_json_) {
+            print_step(step_of(made));
+        }
+    }
+
     // Says how all ended. Returns the exit status, or throws it.
     int ends() const
     {
         if (as_json_) {
             json all = {{"ok", !failed_},
                         {"steps", steps_},
-                        {"advice", failed_ ? advice(failed_->cause, failed_->name) : ""},
+                        {"advice", failed_ ? failed_->advice : ""},
                         {"findings", findings_}};
             if (!sent_.is_null()) {
                 all["sent"] = sent_;
@@ -144,7 +209,7 @@ public:
             // Without memory there is no reason.
             std::string const why =
                 failed_->reason.empty() ? in_words(failed_->cause) : failed_->reason;
-            throw failure(status_, to_terminal(why + ": " + advice(failed_->cause, failed_->name)));
+            throw failure(status_, to_terminal(why + ": " + failed_->advice));
         }
         return EX_OK;
     }
@@ -152,10 +217,13 @@ public:
     bool has_failed() const { return failed_.has_value(); }
 
 private:
+    // The first failure counts.
     void fails(reported_step const& step, int status)
     {
-        failed_ = step;
-        status_ = status;
+        if (!failed_) {
+            failed_ = step;
+            status_ = status;
+        }
     }
 
     bool                         as_json_;
@@ -168,17 +236,27 @@ private:
 
 // What the callback of a probe needs.
 struct probe_run {
+    std::string const& workdir;
     report&            all;
     std::exception_ptr thrown;  // by it, which the library must not meet
 };
+
+void take_saving(probe_run& run)
+{
+    constexpr std::size_t small_mail = 1024;  // bytes
+    if (auto const unsaved = not_saved(run.workdir, small_mail)) {
+        run.all.take_unsaved(*unsaved);
+    }
+}
 
 void take_step(eml_probe_step const* step, void* user)
 {
     probe_run& run = *static_cast<probe_run*>(user);
     try {
-        run.all.take(reported_step{step->name, step->server, step->outcome, step->number,
-                                   step->cause, step->seconds, without_line_end(step->reply),
-                                   step->reason});
+        run.all.take(step_of(*step, run.workdir));
+        if (is_settings(*step) && step->outcome != eml_probe_failed) {
+            take_saving(run);
+        }
     } catch (...) {
         run.thrown = run.thrown ? run.thrown : std::current_exception();
     }
@@ -187,7 +265,7 @@ void take_step(eml_probe_step const* step, void* user)
 // address  to try as sender and recipient, or null
 void probe(std::string const& workdir, char const* address, report& all)
 {
-    probe_run run    = {all, nullptr};
+    probe_run run    = {workdir, all, nullptr};
     int const status = eml_probe(workdir.c_str(), address, address, take_step, &run);
     if (run.thrown) {
         std::rethrow_exception(run.thrown);
@@ -233,8 +311,7 @@ int check(common_options const& options, std::optional<std::string> const& to)
         mail.emplace(test_mail(*to));
     }
     report all(options.json);
-    for (setting_finding const& found :
-         find_in_settings(options.workdir, eml_severity_warning)) {
+    for (setting_finding const& found : find_in_settings(options.workdir, eml_severity_warning)) {
         all.take(found);
     }
     probe(options.workdir, mail ? mail->text(eml_msg_get_to).c_str() : nullptr, all);

@@ -106,7 +106,16 @@ TEST(Check, TellsARemark)
     outcome const   run = check(work);
     EXPECT_EQ(run.status, EX_OK);
     EXPECT_EQ(steps_of(run.out), "settings look-up connect greeting helo offer:remark quit");
-    EXPECT_TRUE(contains(run.out, "\n             the server offers AUTH: ")) << run.out;
+    EXPECT_TRUE(contains(run.out,
+                         "\n             the server offers AUTH: mails get through without "
+                         "a login\n"))
+        << run.out;
+
+    loopback_program const old({"--fault", "ehlo=refuse:502 what?"});
+    outcome const          told = check(workplace(old.port("smtp")));
+    EXPECT_EQ(told.status, EX_OK);
+    EXPECT_TRUE(contains(told.out, "\n             EHLO failed, which mails do not need: "))
+        << told.out;
 }
 
 TEST(Check, SendsATestMailWhenAsked)
@@ -387,6 +396,7 @@ TEST(Check, HasAdviceForAServerThatIsNotReached)
     expect_said(run,
                 "connect to 127.0.0.1:" + std::to_string(port.number()) + ": Connection refused",
                 "if the connection is refused, no server listens there");
+    EXPECT_TRUE(contains(run.err, "If it is reset, a firewall or the server ends it")) << run.err;
 }
 
 TEST(Check, HasAdviceForAServerThatIsNotFound)
@@ -422,6 +432,34 @@ TEST(Check, HasAdviceWithoutSettings)
                 "set it with 'zelieml settings set'");
 }
 
+TEST(Check, HasAdviceForSettingsThatCannotBeRead)
+{
+    workplace const work(25);
+    ::unlink(work.file("zelismes.cf").c_str());
+    ASSERT_EQ(::mkfifo(work.file("zelismes.cf").c_str(), 0600), 0);
+    outcome const run = check(work);
+    EXPECT_EQ(run.status, EX_CONFIG);
+    EXPECT_EQ(steps_of(run.out), "settings:FAILED");
+    expect_said(run, "settings: " + work.file("zelismes.cf") + " is not a regular file",
+                "the settings file has to be a regular file that this user may read");
+}
+
+TEST(Check, SaysThatThePathIsTooLong)
+{
+    mail_server     server;
+    workplace const work(server.smtp_port());
+    std::string     path = work.path();
+    while (path.size() < 230) {
+        path += "/" + std::string(60, 'd');
+        ASSERT_EQ(::mkdir(path.c_str(), 0777), 0);
+    }
+    write_file(path + "/zelismes.cf", read_file(work.file("zelismes.cf")));
+    outcome const run = run_zelieml({"check", "-w", path});
+    EXPECT_EQ(run.status, EX_CANTCREAT);
+    expect_said(run, "the message cannot be saved in " + path + ": the path is too long",
+                "use a shorter path");
+}
+
 TEST(Check, SaysThatTheMailCannotBeSaved)
 {
     SKIP_UNLESS(all_may_start(ZELIEML_PROGRAM), "another user cannot start the program");
@@ -430,10 +468,21 @@ TEST(Check, SaysThatTheMailCannotBeSaved)
     outcome const   run =
         run_without_rights(work, {"check", "-w", work.path(), "--to", "anna@b.test"}, "");
     EXPECT_EQ(run.status, EX_CANTCREAT);
-    EXPECT_TRUE(contains(run.out, "\nmail         FAILED ")) << run.out;
-    expect_said(run, std::string("the message cannot be saved in ") + work.path(),
-                "make room on the disk");
+    std::string const steps = "settings message:FAILED look-up connect greeting helo";
+    EXPECT_EQ(steps_of(run.out), steps + " sender recipient reset offer:remark quit");
+    std::string const reason = std::string("the message cannot be saved in ") + work.path();
+    expect_said(run, reason + ": Permission denied", "make room on the disk");
     EXPECT_TRUE(server.mails().empty());
+
+    outcome const as_json = run_without_rights(work, {"check", "-w", work.path(), "--json"}, "");
+    EXPECT_EQ(as_json.status, EX_CANTCREAT);
+    EXPECT_EQ(as_json.err, run.err);
+    EXPECT_EQ(as_json.out.rfind("{\"ok\":false,", 0), 0U) << as_json.out;
+    EXPECT_TRUE(contains(without_times(as_json.out),
+                         "{\"name\":\"message\",\"server\":\"\",\"outcome\":\"failed\",\"number\":"
+                         "100,\"cause\":\"file\",\"seconds\":0.0,\"reply\":\"\",\"reason\":\"" +
+                             reason))
+        << as_json.out;
 }
 
 TEST(Check, ShowsNoControlCharacters)
