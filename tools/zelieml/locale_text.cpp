@@ -175,6 +175,14 @@ bool is_control(std::string const& character)
     return (code < 0x20 && code != '\t') || (code >= 0x7F && code < 0xA0);
 }
 
+// Whether a character can have text shown in another order than it is written in.
+bool turns_text(std::string const& character)
+{
+    unsigned long const code = code_point(character);
+    return code == 0x200E || code == 0x200F || (code >= 0x202A && code <= 0x202E) ||
+           (code >= 0x2066 && code <= 0x2069);
+}
+
 }  // namespace
 
 void use_locale()
@@ -237,7 +245,7 @@ std::string to_terminal(std::string const& utf8)
     std::string shown;
     for (std::size_t at = 0; at < utf8.size();) {
         std::string const character = utf8.substr(at, character_size(utf8, at));
-        shown += is_control(character) ? "?" : character;
+        shown += is_control(character) || turns_text(character) ? "?" : character;
         at += character.size();
     }
     return by_character(shown, locale_charset(),

@@ -37,7 +37,8 @@ std::string from_charset(std::string const& text, std::string const& charset);
 
 // to_terminal - a line from elsewhere, in UTF-8 as a rule, in the charset of the locale
 //
-// Control characters but tabs, and what is not valid or cannot be expressed there, become "?".
+// Control characters but tabs, those that change the direction of text, and what is not valid or
+// cannot be expressed there, become "?".
 std::string to_terminal(std::string const& utf8);
 
 }  // namespace zelieml::program

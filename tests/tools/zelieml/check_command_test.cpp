@@ -494,6 +494,15 @@ TEST(Check, ShowsNoControlCharacters)
     expect_said(run, "the server refused HELO: 550 ?[1mno", "the server does not like");
 }
 
+TEST(Check, ShowsNothingThatTurnsTheTextRound)
+{
+    loopback_program const server({"--fault", "helo=refuse:550 \u200ea\u200fb\u202ac\u202ed\u2066e"
+                                              "\u2069f\u2065\u200d\u2010"});
+    workplace const        work(server.port("smtp"));
+    outcome const          run = check(work);
+    EXPECT_TRUE(contains(run.out, "  550 ?a?b?c?d?e?f\u2065\u200d\u2010\n")) << run.out;
+}
+
 TEST(Check, RefusesWhatIsNoAddress)
 {
     mail_server     server;
