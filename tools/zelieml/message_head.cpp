@@ -68,6 +68,9 @@ message_head read_head(std::string const& path)
     head.to      = text(eml_msg_get_to);
     head.cc      = text(eml_msg_get_cc);
     head.subject = from_charset(text(eml_msg_get_subject), text(eml_msg_get_encoding));
+    if (head.from.empty() && head.to.empty() && head.cc.empty() && head.subject.empty()) {
+        head.fault = "no message: it has no sender, no recipient and no subject";
+    }
     return head;
 }
 

@@ -16,7 +16,7 @@ struct message_head {
     std::string to;
     std::string cc;
     std::string subject;
-    std::string fault;  // why the file was not read; or empty
+    std::string fault;  // why the file was not read, or is no message; or empty
 };
 
 // read_head - of the message file with this path

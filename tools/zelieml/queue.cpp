@@ -223,27 +223,37 @@ void drop(spool const& place, queued const& message)
 
 // Does it to each, also after one with which it fails. Returns the exit status of the first failure.
 int for_each(std::vector<std::string> const&                         words,
-             std::function<void(spool const&, queued const&)> const& action, spool const& place)
+             std::function<void(spool const&, queued const&)> const& action, spool const& place,
+             bool as_json)
 {
-    int result = EX_OK;
+    int  result = EX_OK;
+    json all    = json::array();
     for (std::string const& word : words) {
+        int         status = EX_OK;
+        std::string reason;
         try {
             action(place, message_named(word));
         } catch (failure const& fault) {
             std::fprintf(stderr, "zelieml: %s\n", fault.what());
-            result = result == EX_OK ? fault.status() : result;
+            status = fault.status();
+            reason = fault.what();
         }
+        result = result == EX_OK ? status : result;
+        all.push_back({{"file", word}, {"status", status}, {"reason", reason}});
+    }
+    if (as_json) {
+        print_json(all);
     }
     return result;
 }
 
-int retry_all(spool const& place)
+int retry_all(spool const& place, bool as_json)
 {
     std::vector<std::string> words;
     for (spooled const& file : place.undelivered()) {
         words.push_back(undelivered_prefix + file.name);
     }
-    return for_each(words, retry, place);
+    return for_each(words, retry, place, as_json);
 }
 
 }  // namespace
@@ -271,19 +281,23 @@ void add_queue(command_line& line)
         line.add(group, "retry", "Have messages tried again now",
                  "  zelieml queue retry -w /var/spool/zelieml\n"
                  "  zelieml queue retry -w /var/spool/zelieml undelivered/a.sme",
-                 [place, files] {
-                     return files->empty() ? retry_all(place()) : for_each(*files, retry, place());
+                 [&line, place, files] {
+                     bool const as_json = line.options().json;
+                     return files->empty() ? retry_all(place(), as_json)
+                                           : for_each(*files, retry, place(), as_json);
                  });
     line.add_workdir(retry_command);
+    line.add_json(retry_command);
     retry_command
         .add_option("MESSAGE", *files,
                     "Messages as 'queue list' names them; without any, all undelivered ones")
         ->type_name("");
 
-    CLI::App& drop_command = line.add(group, "drop", "Delete messages unsent",
-                                      "  zelieml queue drop -w /var/spool/zelieml a.sme",
-                                      [place, files] { return for_each(*files, drop, place()); });
+    CLI::App& drop_command = line.add(
+        group, "drop", "Delete messages unsent", "  zelieml queue drop -w /var/spool/zelieml a.sme",
+        [&line, place, files] { return for_each(*files, drop, place(), line.options().json); });
     line.add_workdir(drop_command);
+    line.add_json(drop_command);
     drop_command.add_option("MESSAGE", *files, "Messages as 'queue list' names them")
         ->type_name("")
         ->required();

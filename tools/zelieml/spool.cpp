@@ -432,6 +432,20 @@ std::string spool::claim_another(std::string const& name) const
     return another;
 }
 
+namespace
+{
+
+failure not_deleted(std::string const& path, int error)
+{
+    struct stat status = {};
+    if (::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
+        return {EX_CANTCREAT, path + " is a directory: remove it by hand"};
+    }
+    return {EX_CANTCREAT, path, error, "run zelieml as a user who may delete it"};
+}
+
+}  // namespace
+
 bool spool::drop(std::string const& name) const
 {
     if (!is_name(name) || !is_message_name(name)) {
@@ -441,8 +455,7 @@ bool spool::drop(std::string const& name) const
         if (errno == ENOENT) {
             return false;
         }
-        throw failure(EX_CANTCREAT, path_of(name), errno,
-                      "run zelieml as a user who may delete it");
+        throw not_deleted(path_of(name), errno);
     }
     forget_reason(name);
     return true;
@@ -458,8 +471,7 @@ bool spool::drop_undelivered(std::string const& name) const
         if (errno == ENOENT) {
             return false;
         }
-        throw failure(EX_CANTCREAT, undelivered_path(name), errno,
-                      "run zelieml as a user who may delete it");
+        throw not_deleted(undelivered_path(name), errno);
     }
     forget_reason(name);
     return true;

@@ -183,6 +183,9 @@ TEST_F(Queue, SaysWhatIsNoMessageThatCanBeSent)
     write_file(dir.file("e.sme"), "");
     EXPECT_EQ(::truncate(dir.file("e.sme").c_str(), (off_t{64} << 20) + 1), 0);
     json const listed = json::parse(run_well({"list", "--json"}).out);
+    write_file(dir.file("f.sme"), "The tray is empty.\n");
+    json const last = json::parse(run_well({"list", "--json"}).out).at(5);
+    EXPECT_EQ(last["fault"], "no message: it has no sender, no recipient and no subject");
     ASSERT_EQ(listed.size(), 5U);
     for (json const& each : listed) {
         EXPECT_NE(each["fault"], "") << each;
@@ -256,6 +259,29 @@ TEST_F(Queue, WhatMayBeSentAtThisMomentIsNotTouched)
     expect_failure({"retry", "given_back.sme~2"}, EX_TEMPFAIL, "has not been tried yet");
     expect_failure({"retry", "of_another_service.sme"}, EX_TEMPFAIL, "has not been tried yet");
     EXPECT_EQ(waiting(), before);
+}
+
+TEST_F(Queue, WhatBecameOfEachIsPrintedAsJson)
+{
+    post("undelivered/a.sme");
+    post("b.sme");
+    outcome const retried =
+        run({"retry", "--json", "undelivered/c.sme", "undelivered/a.sme", "b.sme"});
+    EXPECT_EQ(retried.status, EX_NOINPUT);
+    EXPECT_NE(retried.err.find("undelivered/c.sme is not in the queue"), retried.err.npos);
+    EXPECT_EQ(
+        json::parse(retried.out),
+        json({{{"file", "undelivered/c.sme"},
+               {"status", EX_NOINPUT},
+               {"reason", "undelivered/c.sme is not in the queue: 'zelieml queue list' names "
+                          "what is"}},
+              {{"file", "undelivered/a.sme"}, {"status", EX_OK}, {"reason", ""}},
+              {{"file", "b.sme"},
+               {"status", EX_TEMPFAIL},
+               {"reason", "b.sme has not been tried yet: a service tries it when it runs"}}}));
+    EXPECT_EQ(run_well({"drop", "--json", "b.sme"}).out,
+              "[{\"file\":\"b.sme\",\"status\":0,\"reason\":\"\"}]\n");
+    EXPECT_EQ(run_well({"retry", "--json"}).out, "[]\n");
 }
 
 TEST_F(Queue, OneThatIsNotThereStopsNoOther)
@@ -338,8 +364,9 @@ TEST_F(Queue, WhatCannotBeMovedOrDeletedIsSaid)
     ::mkdir(dir.file("undelivered/b.sme").c_str(), 0700);
     ::mkdir(dir.file("c.sme").c_str(), 0700);
     expect_failure({"retry", "undelivered/b.sme", "undelivered/a.sme"}, EX_CANTCREAT, "b.sme");
-    expect_failure({"drop", "undelivered/b.sme"}, EX_CANTCREAT, "b.sme");
-    expect_failure({"drop", "c.sme"}, EX_CANTCREAT, "c.sme");
+    expect_failure({"drop", "undelivered/b.sme"}, EX_CANTCREAT,
+                   "b.sme is a directory: remove it by hand");
+    expect_failure({"drop", "c.sme"}, EX_CANTCREAT, "c.sme is a directory: remove it by hand");
     EXPECT_EQ(undelivered(), strings{"b.sme"});
     EXPECT_EQ(waiting(), (strings{"a.sme~2", "c.sme"}));
 }
