@@ -12,7 +12,8 @@
 namespace zelieml::program
 {
 
-// A password. Its bytes are overwritten when it goes, and there is no second copy of them.
+// A password. Its bytes are overwritten when it goes. Of one that was asked for there is no second
+// copy; what reads, encrypts or stores one may leave copies in memory.
 class secret
 {
 public:
