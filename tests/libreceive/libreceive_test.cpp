@@ -494,8 +494,8 @@ told receive_with_result(void* server, void* list, char const* domains = "")
     EXPECT_EQ(cb_get_cause(record, &t.cause), 0);
     EXPECT_EQ(cb_get_attempt(record, &t.attempt), 0);
     for (auto const& [get, text] :
-         {std::pair(cb_get_step, &told::step), std::pair(cb_get_message, &told::reply),
-          std::pair(cb_get_reason, &told::reason), std::pair(cb_get_file, &told::file)}) {
+         {std::pair(&cb_get_step, &told::step), std::pair(&cb_get_message, &told::reply),
+          std::pair(&cb_get_reason, &told::reason), std::pair(&cb_get_file, &told::file)}) {
         EXPECT_EQ(get(record, buf, sizeof buf), 0);
         t.*text = buf;
     }
