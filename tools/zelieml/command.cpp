@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "tools/zelieml/failure.h"
+#include "tools/zelieml/usage.h"
 #include "zelieml_ext.h"
 
 namespace zelieml::program
@@ -23,6 +24,8 @@ namespace
 
 constexpr char about[] =
     "Sends status mails, runs the service that sends them, and says why one was not sent.";
+
+constexpr char workdir_variable[] = "ZELIEML_WORKDIR";
 
 constexpr char exit_statuses[] =
     "Exit status: 0 good, 64 wrong usage, 65 wrong message, 66 no input, 67 recipient refused,\n"
@@ -46,14 +49,63 @@ std::string directory_at(std::string const& path)
     return real.get();
 }
 
+// Null when there is none.
+CLI::App* command_in(CLI::App& group, std::string const& name)
+{
+    for (CLI::App* const command : group.get_subcommands(nullptr)) {
+        if (command->get_name() == name) {
+            return command;
+        }
+    }
+    return nullptr;
+}
+
+// Whether it is this option, with or without its value.
+bool is_workdir(std::string const& word)
+{
+    return word == "--workdir" || word.compare(0, 10, "--workdir=") == 0 ||
+           word.compare(0, 2, "-w") == 0;
+}
+
+// Moves -w and --json from before the command, or the command of a group, behind it. Without such a
+// command nothing is asked of them.
+words in_order(CLI::App& program, words const& given)
+{
+    words     named;
+    words     moved;
+    CLI::App* at   = &program;
+    auto      word = given.begin();
+    while (word != given.end() && is_group(*at)) {
+        if (CLI::App* const command = command_in(*at, *word)) {
+            at = command;
+            named.push_back(*word);
+        } else if (*word == "--json" || is_workdir(*word)) {
+            moved.push_back(*word);
+            if ((*word == "-w" || *word == "--workdir") && word + 1 != given.end()) {
+                moved.push_back(*++word);
+            }
+        } else {
+            break;
+        }
+        ++word;
+    }
+    if (!is_group(*at)) {
+        named.insert(named.end(), moved.begin(), moved.end());
+    }
+    named.insert(named.end(), word, given.end());
+    return named;
+}
+
 }  // namespace
 
 command_line::command_line() : app_(about, "zelieml")
 {
     app_.require_subcommand(1);
     app_.set_version_flag("--version", std::string("zelieml ") + eml_version());
-    app_.footer(std::string("'zelieml COMMAND --help' says more, with examples.\n\n") +
-                exit_statuses);
+    app_.footer(
+        std::string("'zelieml COMMAND --help' says more, with examples. -w and --json may also "
+                    "stand before COMMAND.\n\n") +
+        exit_statuses);
 }
 
 CLI::App& command_line::add(CLI::App& parent, std::string const& name, std::string const& what,
@@ -74,14 +126,42 @@ CLI::App& command_line::add_group(std::string const& name, std::string const& wh
     return group;
 }
 
-CLI::Option& command_line::add_workdir(CLI::App& command)
+void command_line::add_workdir(CLI::App& command)
 {
-    return *command
-                .add_option("-w,--workdir", options_.workdir,
-                            "The work directory, which holds the settings and the messages")
-                ->type_name("DIR")
-                ->envname("ZELIEML_WORKDIR")
-                ->required();
+    add_own_workdir(command);
+    command.preparse_callback([this](std::size_t) { needs_workdir_ = true; });
+}
+
+void command_line::add_own_workdir(CLI::App& command)
+{
+    // CLI11 would read the environment for every command, and so again after the option.
+    command
+        .add_option("-w,--workdir", given_workdir_,
+                    "The work directory, which holds the settings and the messages;\n"
+                    "without it, ZELIEML_WORKDIR names one")
+        ->type_name("DIR")
+        ->check(not_empty("name a directory"));
+}
+
+bool command_line::has_workdir() const
+{
+    return !given_workdir_.empty() || std::getenv(workdir_variable) != nullptr;
+}
+
+std::string command_line::workdir() const
+{
+    if (!given_workdir_.empty()) {
+        return directory_at(given_workdir_);
+    }
+    char const* const named = std::getenv(workdir_variable);
+    if (named == nullptr) {
+        throw failure(EX_USAGE, std::string("no work directory is named: name it with -w, or in ") +
+                                    workdir_variable);
+    }
+    if (*named == '\0') {
+        throw failure(EX_USAGE, std::string(workdir_variable) + " is empty: name a directory");
+    }
+    return directory_at(named);
 }
 
 void command_line::add_json(CLI::App& command)
@@ -92,13 +172,12 @@ void command_line::add_json(CLI::App& command)
 int command_line::run(int argc, char** argv)
 {
     try {
-        app_.parse(argc, argv);
-    } catch (CLI::ParseError const& error) {
-        return app_.exit(error) == 0 ? EX_OK : EX_USAGE;
-    }
-    try {
-        if (!options_.workdir.empty()) {
-            options_.workdir = directory_at(options_.workdir);
+        understand(words(argv + 1, argv + argc));
+        if (!chosen_) {
+            return EX_OK;  // it was the help
+        }
+        if (needs_workdir_) {
+            options_.workdir = workdir();
         }
         return chosen_();
     } catch (failure const& error) {
@@ -110,6 +189,19 @@ int command_line::run(int argc, char** argv)
         std::fprintf(stderr, "zelieml: %s\n", error.what());
     }
     return EX_SOFTWARE;
+}
+
+void command_line::understand(words given)
+{
+    given = in_order(app_, given);
+    try {
+        app_.parse(words(given.rbegin(), given.rend()));  // the first one last
+    } catch (CLI::Success const& asked_for) {
+        chosen_ = nullptr;
+        app_.exit(asked_for);
+    } catch (CLI::ParseError const& error) {
+        throw usage_failure(app_, given, error);
+    }
 }
 
 }  // namespace zelieml::program

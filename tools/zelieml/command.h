@@ -10,6 +10,7 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace zelieml::program
 {
@@ -43,22 +44,41 @@ public:
 
     // add_workdir - the option -w, --workdir, and the environment's ZELIEML_WORKDIR
     //
-    // The command does not run unless one of them names a directory that is there; returns the
-    // option, for a command that can do without.
-    CLI::Option& add_workdir(CLI::App& command);
+    // The command does not run unless one of them names a directory that is there.
+    void add_workdir(CLI::App& command);
+
+    // add_own_workdir - the same, for a command that can do without
+    //
+    // Its options().workdir is empty: it calls workdir() if it needs one.
+    void add_own_workdir(CLI::App& command);
 
     // add_json - the option --json
     void add_json(CLI::App& command);
 
     common_options const& options() const { return options_; }
 
-    // run - what the command line asks for. Returns the exit status; says on standard error what is
+    // Whether -w or ZELIEML_WORKDIR names a work directory.
+    bool has_workdir() const;
+
+    // workdir - the directory that they name
+    //
+    // Throws a failure: EX_USAGE when neither does, EX_NOINPUT when it is not there.
+    std::string workdir() const;
+
+    // run - what the command line asks for
+    //
+    // -w and --json may stand before a command as well. Returns the exit status; says on standard error what is
     // wrong with the command line, or why the command failed.
     int run(int argc, char** argv);
 
 private:
+    // Says what to run, or prints the help; throws a failure.
+    void understand(std::vector<std::string> words);
+
     CLI::App             app_;
     common_options       options_;
+    std::string          given_workdir_;  // with -w
+    bool                 needs_workdir_ = false;
     std::function<int()> chosen_;
 };
 

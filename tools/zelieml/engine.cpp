@@ -7,6 +7,7 @@
 #include "tools/zelieml/failure.h"
 #include "tools/zelieml/main_thread.h"
 #include "tools/zelieml/service.h"
+#include "tools/zelieml/usage.h"
 
 namespace zelieml::program
 {
@@ -20,15 +21,14 @@ struct engine_options {
     unsigned    stop_timeout = 20;
 };
 
-constexpr char about[] =
-    "Send what is posted to the work directory, as a service in the foreground";
+constexpr char about[] = "Send what is posted, as a service in the foreground";
 
 constexpr char details[] =
     "  zelieml engine -w /var/spool/zelieml\n"
     "  zelieml engine -w /var/spool/zelieml --json --stop-timeout 60\n"
     "\n"
     "It sends every message file that lies in the work directory or comes there, the oldest\n"
-    "first, within about two seconds. What fails is tried once more after 30 to 40 minutes, and\n"
+    "first, usually within a second. What fails is tried once more after 30 to 40 minutes, and\n"
     "then moved to DIR/undelivered: 'zelieml queue' lists it and has it sent again. No message is\n"
     "deleted before its mail is sent. If the process is killed, only the mail that was being sent\n"
     "may be sent twice.\n"
@@ -67,7 +67,7 @@ void add_engine(command_line& line)
         .add_option("--stop-timeout", options->stop_timeout,
                     "How long ending may wait for the attempt in progress (20)")
         ->type_name("SECONDS")
-        ->check(CLI::Range(0U, 86400U));
+        ->check(number_from(0, 86400));
     CLI::Option* const bare =
         command.add_flag("--bare", options->bare, "Run the library's engine as it is");
     command

@@ -5,7 +5,10 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <fcntl.h>
+#include <poll.h>
 #include <sysexits.h>
+#include <unistd.h>
 
 #include "tools/zelieml/failure.h"
 
@@ -20,12 +23,39 @@ bool is_control(char c)
     return (c >= 0 && c < ' ') || c == '\x7f';
 }
 
+// A number of errno, or 0.
+int error_of_output()
+{
+    int const flags = ::fcntl(STDOUT_FILENO, F_GETFL);
+    if (flags < 0) {
+        return errno;
+    }
+    if ((flags & O_ACCMODE) == O_RDONLY) {
+        return EBADF;
+    }
+    pollfd reader = {STDOUT_FILENO, POLLOUT, 0};
+    if (::poll(&reader, 1, 0) == 1 && (reader.revents & (POLLERR | POLLHUP)) != 0) {
+        return EPIPE;
+    }
+    // A device that is full says so even then.
+    return ::write(STDOUT_FILENO, "", 0) < 0 ? errno : 0;
+}
+
 }  // namespace
 
 void print_line(std::string const& line)
 {
     if (std::fputs((line + "\n").c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
         throw failure(EX_CANTCREAT, "standard output", errno, "the rest was not printed");
+    }
+}
+
+void need_output()
+{
+    int const error = error_of_output();
+    if (error != 0) {
+        throw failure(EX_CANTCREAT, "standard output", error,
+                      "nothing was done, since nothing could be printed");
     }
 }
 

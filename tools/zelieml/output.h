@@ -17,6 +17,10 @@ using json = nlohmann::ordered_json;
 // Throws a failure when it cannot be written.
 void print_line(std::string const& line);
 
+// need_output - throws a failure when it is known that nothing can be written to standard output:
+// it is closed, or open for reading only, or its reader has gone, or its device is full
+void need_output();
+
 // json_text - a JSON value on one line; bytes that are no UTF-8 become U+FFFD
 std::string json_text(json const& value);
 

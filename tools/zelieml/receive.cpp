@@ -17,6 +17,7 @@
 #include "tools/zelieml/secret.h"
 #include "tools/zelieml/setting_keys.h"
 #include "tools/zelieml/settings_file.h"
+#include "tools/zelieml/usage.h"
 #include "zelieml_ext.h"
 
 namespace zelieml::program
@@ -25,10 +26,12 @@ namespace zelieml::program
 namespace
 {
 
+constexpr int usual_port = 110;
+
 struct receive_options {
     bool                     may_delete = false;
     std::string              host;
-    int                      port = 110;
+    std::optional<int>       port;
     std::string              user;
     bool                     apop = false;
     std::vector<std::string> domains;
@@ -67,7 +70,7 @@ mailbox mailbox_of_options(receive_options const& asked_for)
     }
     std::string host = text_of(asked_for.host, "--host");
     std::string user = text_of(asked_for.user, "--user");
-    return {std::move(host), asked_for.port, std::move(user),
+    return {std::move(host), asked_for.port.value_or(usual_port), std::move(user),
             read_secret("Password: ", asked_for.password_fd), asked_for.apop};
 }
 
@@ -105,19 +108,31 @@ mailbox mailbox_of_settings(receive_options const& asked_for, std::string const&
             type && type->value == "apop"};
 }
 
-mailbox mailbox_of(receive_options const& asked_for, std::string const& workdir)
+// The option that only says something about the server of --host; empty when there is none.
+std::string option_of_host(receive_options const& asked_for)
+{
+    return !asked_for.user.empty() ? "--user"
+           : asked_for.port        ? "--port"
+           : asked_for.apop        ? "--apop"
+                                   : "";
+}
+
+mailbox mailbox_of(receive_options const& asked_for, command_line const& line)
 {
     if (!asked_for.host.empty()) {
         return mailbox_of_options(asked_for);
     }
-    if (workdir.empty()) {
+    std::string const option = option_of_host(asked_for);
+    if (!option.empty()) {
+        throw failure(EX_USAGE, option + " goes with --host only: name the mailbox with --host and "
+                                         "--user, or set pop_server, pop_port, pop_account and "
+                                         "pop_auth_type (zelieml settings set)");
+    }
+    if (!line.has_workdir()) {
         throw failure(EX_USAGE, "no mailbox is named: name it with --host and --user, or a work "
                                 "directory with settings for POP3 with -w");
     }
-    if (!asked_for.user.empty()) {
-        throw failure(EX_USAGE, "--user goes with --host: name both, or neither");
-    }
-    return mailbox_of_settings(asked_for, workdir);
+    return mailbox_of_settings(asked_for, line.workdir());
 }
 
 // The list as the library takes it. An empty entry would allow all.
@@ -225,7 +240,7 @@ char const* advice(int status)
     }
 }
 
-int receive(common_options const& common, receive_options const& asked_for)
+int receive(command_line const& line, receive_options const& asked_for)
 {
     if (!asked_for.may_delete) {
         throw failure(EX_USAGE,
@@ -233,8 +248,10 @@ int receive(common_options const& common, receive_options const& asked_for)
                       "are not printed: say with --delete that this is meant");
     }
     std::string const domains = domain_list(asked_for.domains);
-    received const    all     = receive_from(mailbox_of(asked_for, common.workdir), domains);
-    print(all, common.json);
+    mailbox const     from    = mailbox_of(asked_for, line);
+    need_output();
+    received const all = receive_from(from, domains);
+    print(all, line.options().json);
     int const status = exit_status(all.ended);
     if (status != EX_OK) {
         std::string const why = all.ended.reason.empty() ? "the mailbox" : all.ended.reason;
@@ -252,7 +269,9 @@ constexpr char examples[] =
     "Each line has the sender and the subject of a mail, with a tab between them. EVERY MAIL OF\n"
     "THE MAILBOX IS DELETED ON THE SERVER, also mails of other domains and of more than 2000 lines,\n"
     "which are not printed. When the connection is lost, what came before is printed. Do not\n"
-    "interrupt the program: what it has fetched by then is lost.\n"
+    "interrupt the program: what it has fetched by then is lost. It does not begin when standard\n"
+    "output is closed or full, but what cannot be printed in the end is lost: on a disk that fills\n"
+    "up meanwhile, for instance.\n"
     "\n"
     "A domain matches anywhere in the sender's domain, case-sensitively: office.test also allows\n"
     "mail.office.test and notoffice.test. It does not prove who sent a mail.\n";
@@ -264,23 +283,25 @@ void add_receive(command_line& line)
     auto const asked_for = std::make_shared<receive_options>();
     CLI::App&  command =
         line.add(line.app(), "receive", "Empty a mailbox, and print senders and subjects", examples,
-                 [&line, asked_for] { return receive(line.options(), *asked_for); });
+                 [&line, asked_for] { return receive(line, *asked_for); });
     command.add_flag("--delete", asked_for->may_delete, "Required: the mails are deleted");
     command
         .add_option("--host", asked_for->host, "The POP3 server; without it, the settings count")
-        ->type_name("HOST");
-    command.add_option("--port", asked_for->port, "Its port")
+        ->type_name("HOST")
+        ->check(not_empty("name the server"));
+    command.add_option("--port", asked_for->port, "Its port (110)")
         ->type_name("PORT")
-        ->check(CLI::Range(1, 65535).description(""))
-        ->capture_default_str();
-    command.add_option("--user", asked_for->user, "The account")->type_name("NAME");
+        ->check(number_from(1, 65535));
+    command.add_option("--user", asked_for->user, "The account")
+        ->type_name("NAME")
+        ->check(not_empty("name the account"));
     command.add_flag("--apop", asked_for->apop, "Log in with APOP");
     command
         .add_option("--domain", asked_for->domains,
                     "Print only mails of this sender domain; may be repeated")
         ->type_name("DOMAIN")
         ->allow_extra_args(false);
-    line.add_workdir(command).required(false);
+    line.add_own_workdir(command);
     line.add_json(command);
     add_password_fd(command, asked_for->password_fd);
 }

@@ -18,6 +18,7 @@
 
 #include "tools/zelieml/descriptor.h"
 #include "tools/zelieml/failure.h"
+#include "tools/zelieml/usage.h"
 #include "zelieml.h"
 
 namespace zelieml::program
@@ -230,22 +231,6 @@ secret ask(int terminal, std::string const& prompt, asked times)
     }
 }
 
-// What is not understood is not repeated either: it may be a password, or end in one.
-void refuse_more(std::vector<std::string> const& words)
-{
-    if (words.empty()) {
-        return;
-    }
-    std::string const& word   = words.front();
-    bool const         option = word.size() > 2 && word.compare(0, 2, "--") == 0;
-    std::string const  name   = option ? word.substr(0, word.find('=')) : "";
-    throw CLI::ValidationError(
-        (option && name != "--password" ? "there is no option " + name
-                                        : "this is one word too many") +
-        ", and a password on the command line could be seen by everybody: leave it away to be "
-        "asked for it, or pass it with --password-fd");
-}
-
 }  // namespace
 
 void overwrite(void* memory, std::size_t size)
@@ -286,9 +271,7 @@ void add_password_fd(CLI::App& command, int& fd)
         .add_option("--password-fd", fd,
                     "Read the password from this descriptor, to its end, instead of asking")
         ->type_name("N")
-        ->check(CLI::Range(0, INT_MAX).description(""));
-    command.allow_extras();
-    command.parse_complete_callback([&command] { refuse_more(command.remaining()); });
+        ->check(number_from(0, INT_MAX));
 }
 
 std::string encrypted(secret const& password)

@@ -57,8 +57,8 @@ secret read_secret(std::string const& prompt, int fd, asked times = asked::once)
 //
 // fd  receives the descriptor; unchanged when the option is not given
 //
-// A password given to the command otherwise, as --password or as a word too many, is refused and
-// not repeated.
+// A password given to the command otherwise, as --password, as a word too many or as the value of an
+// option, is refused and not repeated.
 void add_password_fd(CLI::App& command, int& fd);
 
 // encrypted, decrypted - a password as the settings file holds it

@@ -136,6 +136,14 @@ TEST_F(ReceiveCommand, DeletesNothingWithoutConsent)
 TEST_F(ReceiveCommand, RefusesWhatIsNotMeant)
 {
     server.put(encoded_mail);
+    temp_dir const settings;
+    for (auto const& [key, value] : {std::pair<char const*, std::string>("pop_server", "127.0.0.1"),
+                                     {"pop_port", std::to_string(server.pop_port())},
+                                     {"pop_account", "anna"},
+                                     {"pop_passwd", "geheim"},
+                                     {"passwd_raw", "yes"}}) {
+        EXPECT_EQ(eml_cf_set_string(key, value.c_str(), settings.file("zelismes.cf").c_str()), 0);
+    }
     strings const wrong[] = {
         command({"--domain", ""}),
         command({"--domain", "a.test,"}),
@@ -150,6 +158,12 @@ TEST_F(ReceiveCommand, RefusesWhatIsNotMeant)
         {"receive", "--delete"},
         {"receive", "--delete", "--host", "127.0.0.1"},
         {"receive", "--delete", "--user", "anna"},
+        {"receive", "--delete", "-w", settings.path(), "--host", ""},
+        {"receive", "--delete", "-w", settings.path(), "--user", ""},
+        {"receive", "--delete", "-w", settings.path(), "--host", "", "--user", ""},
+        {"receive", "--delete", "-w", settings.path(), "--user", "anna"},
+        {"receive", "--delete", "-w", settings.path(), "--apop"},
+        {"receive", "--delete", "-w", settings.path(), "--port", "110"},
     };
     for (strings const& words : wrong) {
         SCOPED_TRACE(words.back());
@@ -157,6 +171,56 @@ TEST_F(ReceiveCommand, RefusesWhatIsNotMeant)
         EXPECT_EQ(run.status, EX_USAGE) << run.err;
         EXPECT_EQ(run.out, "");
         EXPECT_EQ(run.err.find("geheim"), std::string::npos) << run.err;
+    }
+    EXPECT_EQ(server.mailbox().size(), 1U);
+    EXPECT_TRUE(server.sessions().empty());
+}
+
+TEST_F(ReceiveCommand, SaysWhatGoesWithAServer)
+{
+    for (char const* const option : {"--apop", "--port=110", "--user=anna"}) {
+        std::string const text(option);
+        outcome const     run = run_zelieml({"receive", "--delete", "-w", "/", text});
+        EXPECT_EQ(run.status, EX_USAGE);
+        EXPECT_NE(run.err.find(text.substr(0, text.find('=')) + " goes with --host only"),
+                  std::string::npos)
+            << run.err;
+    }
+}
+
+TEST_F(ReceiveCommand, NeedsNoWorkDirectoryBesideAServer)
+{
+    set_for_now const environment("ZELIEML_WORKDIR", "/nowhere");
+    server.put(encoded_mail);
+    EXPECT_EQ(run_zelieml(command(), "geheim").status, EX_OK);
+    EXPECT_TRUE(server.mailbox().empty());
+    EXPECT_EQ(run_zelieml({"receive", "--delete"}).status, EX_NOINPUT);
+}
+
+TEST_F(ReceiveCommand, DeletesNothingThatItCouldNotPrint)
+{
+    server.put(encoded_mail);
+    temp_dir const    dir;
+    std::string const gone = "'" + dir.file("gone") + "'";
+    for (std::string const& redirection :
+         {std::string(">&-"), std::string("1</dev/null"), std::string(">/dev/full"),
+          "| { exec <&-; touch " + gone + "; }"}) {
+        SCOPED_TRACE(redirection);
+        if (redirection == ">/dev/full" && ::access("/dev/full", W_OK) != 0) {
+            continue;  // a system without such a device
+        }
+        bool const        piped = redirection[0] == '|';
+        std::string const wait  = piped ? "until test -e " + gone + "; do sleep 0.02; done; " : "";
+        strings           words = {"/bin/sh", "-c",
+                                   "{ " + wait + "echo geheim; } | { \"$0\" \"$@\"; echo $? >&2; } " +
+                                       redirection};
+        strings const     ask   = zelieml_command(command());
+        words.insert(words.end(), ask.begin(), ask.end());
+        program run(words);
+        run.wait();
+        EXPECT_NE(run.err().find("standard output"), std::string::npos) << run.err();
+        EXPECT_NE(run.err().find("\n" + std::to_string(EX_CANTCREAT) + "\n"), std::string::npos)
+            << run.err();
     }
     EXPECT_EQ(server.mailbox().size(), 1U);
     EXPECT_TRUE(server.sessions().empty());

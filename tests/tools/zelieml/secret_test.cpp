@@ -237,14 +237,35 @@ TEST(Password, NeverComesFromTheCommandLine)
         {"password", "--pasword=geheim"},
         {"password", "-pgeheim"},
         {"password", "so", "geheim"},
+        {"password", "--password-fd", "geheim"},
+        {"password", "--password-fd=1geheim"},
+        {"password", "--json=geheim"},
+        {"password", "--password-fd", "0", "--password-fd", "geheim"},
+        {"settings", "set", "-w", "/", "smtp_passwd", "--password-fd", "geheim"},
+        {"settings", "set", "-w", "/", "smtp_passwd", "--json=geheim"},
+        {"settings", "set", "-w", "/", "smtp_passwd", "--workdir", "geheim"},
+        {"settings", "set", "-w", "/", "smtp_passwd", "so", "geheim"},
+        {"receive", "--delete=geheim"},
+        {"receive", "--delete", "--port", "geheim"},
     };
     for (std::vector<std::string> const& line : lines) {
         SCOPED_TRACE(line[1]);
         outcome const run = run_zelieml(line);
         EXPECT_EQ(run.status, EX_USAGE);
         EXPECT_EQ(run.out, "");
-        EXPECT_NE(run.err.find("--password-fd"), std::string::npos) << run.err;
+        EXPECT_EQ(run.err.substr(0, 9), "zelieml: ");
         EXPECT_EQ(run.err.find("geheim"), std::string::npos) << run.err;
+    }
+}
+
+TEST(Password, IsAskedForWhereAWordIsTooMany)
+{
+    for (char const* const word : {"geheim", "--password=geheim", "--pasword=geheim", "-pgeheim"}) {
+        SCOPED_TRACE(word);
+        outcome const run = run_zelieml({"password", word});
+        EXPECT_NE(run.err.find("pass it with --password-fd"), std::string::npos) << run.err;
+        EXPECT_NE(run.err.find("'zelieml password --help' says more"), std::string::npos)
+            << run.err;
     }
 }
 
