@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
 """The manual pages of the programs name every command and option that the programs have, and no other.
+No line of a help is too wide.
 
 use: commands_test.py PROJECT ZELIEML ZELIEML-LOOPBACK
 
@@ -13,6 +14,7 @@ import subprocess
 import sys
 
 project, zelieml, loopback = sys.argv[1:]
+WIDEST = 100
 EVERYWHERE = {"-h", "--help", "-w", "--workdir", "--json", "--version"}
 problems = []
 
@@ -31,6 +33,8 @@ def tree(program, path=()):
     """The commands that have no commands of their own, each with its options."""
     text = subprocess.run([program, *path, "--help"], stdout=subprocess.PIPE, check=True,
                           encoding="utf-8").stdout
+    problems.extend(f"{' '.join(path)} --help, wider than {WIDEST}: {line}"
+                    for line in text.splitlines() if len(line) > WIDEST)
     options = {name for word in first_words(part(text, "Options")) for name in word.split(",")}
     commands = first_words(part(text, "Subcommands"))
     if not commands:

@@ -328,13 +328,14 @@ void add_check(command_line& line)
     auto const to      = std::make_shared<std::optional<std::string>>();
     CLI::App&  command = line.add(line.app(), "check", "Find out why mails do not get through",
                                   "  zelieml check -w DIR\n"
-                                   "  zelieml check -w DIR --to anna@office.test",
+                                   "  zelieml check -w DIR --to anna@office.test\n"
+                                   "\n"
+                                   "--to also asks the server for ADDRESS, as sender and as "
+                                   "recipient. Without it no mail is sent.",
                                   [&line, to] { return check(line.options(), *to); });
     line.add_workdir(command);
     command
-        .add_option("--to", *to,
-                    "Also ask the server for this address as sender and recipient, and if all is "
-                    "well SEND a test mail there. Without it no mail is sent")
+        .add_option("--to", *to, "Also try this address, and if all is well SEND a test mail there")
         ->type_name("ADDRESS");
     line.add_json(command);
 }

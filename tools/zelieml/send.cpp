@@ -222,7 +222,7 @@ void add_post(command_line& line)
     add_options(line, command, *options);
     command
         .add_option("--symbol", options->symbol,
-                    "The stock symbol of an engine that is to be notified; the service needs none")
+                    "The stock symbol of an engine to be notified; the service needs none")
         ->type_name("SYMBOL")
         ->capture_default_str();
 }
