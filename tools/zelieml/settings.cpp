@@ -62,7 +62,7 @@ std::string stored(secret const& password, bool clear, setting_key const& key)
                                       " cannot be stored in clear text, with a blank at its "
                                       "beginning or a line break: set passwd_raw to no");
     }
-    std::string const text = clear ? password.text() : encrypted(password);
+    std::string text = clear ? password.text() : encrypted(password);
     if (text.size() > longest_value(key.name)) {
         throw failure(EX_DATAERR, "the password of " + key.name +
                                       " is too long to be stored, with "

@@ -385,7 +385,7 @@ std::string spool::put_back(std::string const& name) const
     if (!folder || !is_name(name) || !is_there(folder.get(), name)) {
         return "";
     }
-    std::string const back = claim_another(name);
+    std::string back = claim_another(name);
     if (back.empty()) {
         throw failure(EX_CANTCREAT, "a message file in " + workdir_, errno, make_it_writable);
     }
@@ -408,7 +408,7 @@ std::string spool::put_back(std::string const& name) const
 
 std::string spool::put_aside(std::string const& name) const
 {
-    std::string const aside = is_name(name) ? claim_another(name) : "";
+    std::string aside = is_name(name) ? claim_another(name) : "";
     if (!aside.empty() && ::rename(path_of(name).c_str(), path_of(aside).c_str()) != 0) {
         ::unlink(path_of(aside).c_str());
         return "";
