@@ -32,7 +32,7 @@ constexpr char undelivered_prefix[] = "undelivered/";
 
 // The library's engine touches a message again half an hour after it was announced, at the earliest.
 // Shortly before that nobody else may.
-constexpr std::time_t second_attempt_s = 30 * 60;
+constexpr std::time_t second_attempt_s = 1800;
 constexpr std::time_t keep_off_s       = 60;
 
 // A message as the commands name it.

@@ -77,7 +77,7 @@ mailbox mailbox_of_options(receive_options const& asked_for)
 // A setting that has to do what its writer means.
 std::string sound(settings_text const& settings, std::string const& key, std::string const& workdir)
 {
-    std::string const value = needed(settings, key, workdir);
+    std::string       value = needed(settings, key, workdir);
     std::string const fault = fault_of(known_setting(key), value);
     if (!fault.empty()) {
         throw failure(EX_CONFIG, settings_path(workdir) + ": " + fault);

@@ -29,7 +29,7 @@ std::string escaped(std::string text)
 // ":NAME:ACTION"
 std::string value_text(value const& from)
 {
-    std::string const name = ":" + escaped(from.name) + ":";
+    std::string name = ":" + escaped(from.name) + ":";
     switch (from.what) {
     case kind::directory:
         return name + "_directories";
