@@ -185,7 +185,7 @@ TEST(Engine, SendsTenThousandInOrderWithLittleMemory)
         ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
     }
     service_program service(QUICK_PROGRAM, work.path());
-    EXPECT_TRUE(server.wait_for_mails(count, std::chrono::seconds(100)));
+    EXPECT_TRUE(server.wait_for_mails(static_cast<std::size_t>(count), std::chrono::seconds(100)));
     EXPECT_EQ(subjects_of(server.mails()), numbered("mail", count));
     EXPECT_TRUE(wait_until([&] { return waiting_in(work.path()).empty(); }));
     std::string const status =
