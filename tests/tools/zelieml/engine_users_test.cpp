@@ -134,6 +134,7 @@ TEST(Engine, LooksEverySecondWhereNothingCanBeWatched)
 TEST(Engine, WaitsForDescriptors)
 {
     SKIP_UNLESS(!has_sanitizer("undefined"), "the sanitizer needs descriptors itself");
+    SKIP_UNLESS(has_backend("linux"), "the notifications of the fake need descriptors");
     mail_server     server;
     workplace       work(server.smtp_port());
     service_program service(QUICK_PROGRAM, work.path());
