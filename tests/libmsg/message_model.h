@@ -3,6 +3,7 @@
 #ifndef ZELIEML_TESTS_LIBMSG_MESSAGE_MODEL_H
 #define ZELIEML_TESTS_LIBMSG_MESSAGE_MODEL_H
 
+#include <algorithm>
 #include <gtest/gtest.h>
 #include <string>
 
@@ -40,9 +41,7 @@ inline void PrintTo(message const& m, std::ostream* out)
 
 inline std::string without(char c, std::string text)
 {
-    for (std::size_t at = text.find(c); at != std::string::npos; at = text.find(c)) {
-        text.erase(at, 1);
-    }
+    text.erase(std::remove(text.begin(), text.end(), c), text.end());
     return text;
 }
 
