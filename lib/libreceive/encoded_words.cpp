@@ -151,7 +151,7 @@ bool take(std::string_view& text, std::string_view& taken)
 struct run {
     charset     name = charset({});
     std::string bytes;
-    std::size_t size = 0;  // in the field, up to the end of the last word; 0 for none
+    std::size_t size = 0;  // of the words and the blanks between them, as they stand in the field
 };
 
 // Adds the word at the beginning of rest, if there is one that belongs to the run. Returns its size.
