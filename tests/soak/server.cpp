@@ -26,7 +26,7 @@ constexpr int  slow_reply_us = 5000;
 class session
 {
 public:
-    explicit session(mailserver::descriptor client) : peer_(std::move(client), patience) {}
+    explicit session(descriptor client) : peer_(std::move(client), patience) {}
 
     void run()
     {
@@ -127,7 +127,7 @@ void serve(mailserver::listener const& door)
         if (!mailserver::wait_for_client(door, never, patience)) {
             continue;
         }
-        mailserver::descriptor client = door.accept();
+        descriptor client = door.accept();
         if (client) {
             mailserver::start_thread([fd = std::move(client)]() mutable {
                 session(std::move(fd)).run();

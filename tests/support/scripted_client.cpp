@@ -22,11 +22,11 @@ stream connect_to(std::uint16_t port, std::chrono::milliseconds patience)
 {
     // When the server has closed, a write fails.
     std::signal(SIGPIPE, SIG_IGN);
-    mailserver::descriptor fd(::socket(AF_INET, SOCK_STREAM, 0));
-    sockaddr_in            peer = {};
-    peer.sin_family             = AF_INET;
-    peer.sin_port               = htons(port);
-    peer.sin_addr.s_addr        = htonl(INADDR_LOOPBACK);
+    descriptor  fd(::socket(AF_INET, SOCK_STREAM, 0));
+    sockaddr_in peer     = {};
+    peer.sin_family      = AF_INET;
+    peer.sin_port        = htons(port);
+    peer.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
     if (::connect(fd.get(), reinterpret_cast<sockaddr*>(&peer), sizeof peer) != 0) {
         throw std::system_error(errno, std::generic_category(), "connect");
     }

@@ -313,8 +313,8 @@ TEST(Listener, GivesConnectionsThatDoNotWaitAndAreNotInherited)
 {
     mailserver::listener const door(0);
     EXPECT_FALSE(door.accept()) << "no client has come, and accept does not wait";
-    stream const                 client = connect_to(door.port());
-    mailserver::descriptor const peer   = door.accept();
+    stream const     client = connect_to(door.port());
+    descriptor const peer   = door.accept();
     ASSERT_TRUE(peer);
     EXPECT_EQ(::fcntl(door.fd(), F_GETFD), FD_CLOEXEC);
     EXPECT_EQ(::fcntl(peer.get(), F_GETFD), FD_CLOEXEC);

@@ -45,13 +45,6 @@ int milliseconds_of(std::chrono::milliseconds time)
 
 }  // namespace
 
-descriptor::~descriptor()
-{
-    if (fd_ >= 0) {
-        ::close(fd_);
-    }
-}
-
 stop_signal::stop_signal()
 {
     int ends[2];

@@ -16,28 +16,10 @@
 #include <thread>
 #include <utility>
 
+#include "tools/descriptor.h"
+
 namespace zelieml::mailserver
 {
-
-// A descriptor that is closed with its object.
-class descriptor
-{
-public:
-    explicit descriptor(int fd = -1) : fd_(fd) {}
-    descriptor(descriptor&& other) noexcept : fd_(std::exchange(other.fd_, -1)) {}
-    descriptor& operator=(descriptor&& other) noexcept
-    {
-        std::swap(fd_, other.fd_);
-        return *this;
-    }
-    ~descriptor();
-
-    explicit operator bool() const { return fd_ >= 0; }
-    int      get() const { return fd_; }
-
-private:
-    int fd_;
-};
 
 // Tells threads that it is time to end, wherever they wait. Any thread; once raised, it stays so.
 class stop_signal

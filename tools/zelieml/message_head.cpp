@@ -8,7 +8,7 @@
 #include <memory>
 #include <sys/stat.h>
 
-#include "tools/zelieml/descriptor.h"
+#include "tools/descriptor.h"
 #include "tools/zelieml/library_text.h"
 #include "tools/zelieml/locale_text.h"
 #include "zelieml.h"

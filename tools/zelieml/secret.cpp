@@ -16,7 +16,7 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "tools/zelieml/descriptor.h"
+#include "tools/descriptor.h"
 #include "tools/zelieml/failure.h"
 #include "tools/zelieml/usage.h"
 #include "zelieml.h"

@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-#include "tools/zelieml/descriptor.h"
+#include "tools/descriptor.h"
 
 namespace zelieml::program
 {

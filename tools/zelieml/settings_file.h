@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "tools/zelieml/descriptor.h"
+#include "tools/descriptor.h"
 
 namespace zelieml::program
 {

@@ -21,7 +21,7 @@
 #include <sys/types.h>
 #include <vector>
 
-#include "tools/zelieml/descriptor.h"
+#include "tools/descriptor.h"
 
 namespace zelieml::program
 {

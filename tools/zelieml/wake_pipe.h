@@ -8,7 +8,7 @@
 #include <sysexits.h>
 #include <unistd.h>
 
-#include "tools/zelieml/descriptor.h"
+#include "tools/descriptor.h"
 #include "tools/zelieml/failure.h"
 
 namespace zelieml::program

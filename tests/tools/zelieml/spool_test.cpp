@@ -22,7 +22,6 @@ namespace zelieml::test
 namespace
 {
 
-using program::descriptor;
 using program::failure;
 using program::service_lock;
 using program::spool;

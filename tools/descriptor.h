@@ -1,12 +1,12 @@
-// descriptor.h - a descriptor that closes itself
+// descriptor.h - a descriptor that is closed with its object, for all tools
 
-#ifndef ZELIEML_TOOLS_ZELIEML_DESCRIPTOR_H
-#define ZELIEML_TOOLS_ZELIEML_DESCRIPTOR_H
+#ifndef ZELIEML_TOOLS_DESCRIPTOR_H
+#define ZELIEML_TOOLS_DESCRIPTOR_H
 
 #include <unistd.h>
 #include <utility>
 
-namespace zelieml::program
+namespace zelieml
 {
 
 class descriptor
@@ -33,6 +33,6 @@ private:
     int fd_;
 };
 
-}  // namespace zelieml::program
+}  // namespace zelieml
 
 #endif
