@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
 """Shows the main job: an engine in one process sends what another process posts. Then the same with
-the program, as a service that loses no mail.
+the program, as a service.
 
 The mail server is the loopback server of this project; nothing leaves this machine.
 
