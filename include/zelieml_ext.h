@@ -11,6 +11,7 @@
  * - [the probe]: one conversation with the servers that the settings name, step by step.
  * - [the preview]: a message as it would be sent.
  * - [checks]: what would go wrong with a message, or with a settings file.
+ * - [the queue]: giving an engine of this process a message file.
  *
  * The rules of zelieml.h hold here too. Texts for people are English sentences in ASCII without a
  * line end, except for what they quote from a file or a server: its control characters and what
@@ -448,6 +449,26 @@ ZELIEML_API int eml_msg_check(void *msg, void (*proc)(const eml_finding *finding
 ZELIEML_API int eml_settings_check(const char *path,
                                    void (*proc)(const eml_finding *finding, void *user),
                                    void *user);
+
+/* ----------------------------------------------------------------- the queue */
+
+/*
+ * eml_queue_message_file - queue a message file with an engine of this process
+ *
+ * eml       the engine, running
+ * fullpath  the file's full path, at most 399 bytes; it can lie outside of the work directory
+ *
+ * Does what a notification of the file does (see eml_post_message_file) that the engine's own user
+ * sends, without one: nothing is lost on the way, and nobody hears of it. The engine opens the file
+ * when it sends it, and deletes it then, or after its second attempt. When 500 files are queued, the
+ * oldest one is deleted unsent to make room.
+ *
+ * May be called from a callback. In a forked child the engine has no queue.
+ *
+ * Returns 0, also when the path is queued already. Returns -1 when an argument is null, the path is
+ * too long, the engine has no queue, or there is no memory.
+ */
+ZELIEML_API int eml_queue_message_file(void *eml, const char *fullpath);
 
 #ifdef __cplusplus
 }

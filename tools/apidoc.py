@@ -43,6 +43,7 @@ HEADERS = {
         "the probe": "probe",
         "the preview": "preview",
         "checks": "checks",
+        "the queue": "queue",
     },
 }
 

@@ -317,4 +317,12 @@ int ifactory_emlw::post(char const* fullpath, char const* stock_symbol)
     return notify(fullpath, stock_symbol);
 }
 
+int queue_message_file(ieml* eml, char const* fullpath)
+{
+    if (eml == nullptr || in_forked_child(eml->get_context())) {
+        return -1;
+    }
+    return queue_file(eml->get_context(), fullpath, {});
+}
+
 }  // namespace zelieml

@@ -114,6 +114,12 @@ public:
     int post(char const* fullpath, char const* stock_symbol) override;
 };
 
+// queue_message_file - queue a message file, which anybody may own, with an engine of this process
+//
+// Returns what queue_file of thread.h returns; -1 for null, and in a forked child, where a thread of
+// the parent may have held the queue's lock.
+int queue_message_file(ieml* eml, char const* fullpath);
+
 // The steps of posting.
 
 // create_fullpath - choose the name of a new message file and create the file

@@ -2,6 +2,7 @@
 
 #include "libemlw/thread.h"
 
+#include <cstring>
 #include <unistd.h>
 
 #include "libemlw/file.h"
@@ -231,12 +232,18 @@ void timer_proc_mailslot(platform::notification_center* /*center*/, void* observ
     if (!platform::notification_value(info, notify_path_key, path, sizeof path)) {
         return;
     }
-    iqmgr* const queue = static_cast<_s_iemlw*>(observer)->queue;
-    if (queue == nullptr) {
-        return;
+    queue_file(static_cast<_s_iemlw*>(observer), path, platform::notification_stranger(info));
+}
+
+int queue_file(_s_iemlw* engine, char const* path, std::optional<uid_t> owner)
+{
+    iqmgr* const queue = engine->queue;
+    if (path == nullptr || ::strnlen(path, notified_path_size) == notified_path_size ||
+        queue == nullptr) {
+        return -1;
     }
     mutex_lock const hold(queue->mutex());
-    queue->add({path}, platform::notification_stranger(info));
+    return queue->add({path}, owner);
 }
 
 void timer_proc_queue_salvage(_s_iemlw* engine)

@@ -10,6 +10,9 @@
 #ifndef ZELIEML_LIBEMLW_THREAD_H
 #define ZELIEML_LIBEMLW_THREAD_H
 
+#include <optional>
+#include <sys/types.h>
+
 #include "libemlw/engine_record.h"
 #include "platform/notification.h"
 
@@ -51,6 +54,16 @@ void timer_proc_mailslot(platform::notification_center* center, void* observer,
                          platform::notification_text const* name,
                          platform::notification_text const* object,
                          platform::notification_info const* info);
+
+// queue_file - queue a message file
+//
+// path   at most 399 bytes
+// owner  see c_queue
+//
+// Returns 0 when it is queued, by this call or before. Returns -1 when the path is null or too long,
+// or the engine has no queue, because it was not started or its worker had no memory for one. Throws
+// std::bad_alloc when there is no memory. Any thread.
+int queue_file(_s_iemlw* engine, char const* path, std::optional<uid_t> owner);
 
 // timer_proc_queue_salvage - queue the message files of the work directory that are not queued yet
 void timer_proc_queue_salvage(_s_iemlw* engine);

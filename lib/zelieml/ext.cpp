@@ -9,6 +9,7 @@
 #include "libcheck/message_check.h"
 #include "libcheck/settings_check.h"
 #include "libemlw/file.h"
+#include "libemlw/libemlw.h"
 #include "libreceive/libreceive.h"
 #include "libsendw/preview.h"
 #include "libsendw/probe.h"
@@ -134,4 +135,9 @@ int eml_msg_check(void* msg, finding_proc proc, void* user)
 int eml_settings_check(char const* path, finding_proc proc, void* user)
 {
     return exported_call(-1, [&] { return settings_check(path, proc, user); });
+}
+
+int eml_queue_message_file(void* eml, char const* fullpath)
+{
+    return exported_call(-1, [&] { return queue_message_file(static_cast<ieml*>(eml), fullpath); });
 }

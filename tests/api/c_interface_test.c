@@ -524,6 +524,8 @@ static void test_engine(char const* workdir)
     CHECK(eml_set_callback(eml, NULL, NULL) == -1);
     CHECK(eml_reset_callback(eml, NULL) == -1);
     CHECK(eml_post_sys(eml, NULL) == -1);
+    CHECK(eml_queue_message_file(eml, NULL) == -1);
+    CHECK(eml_queue_message_file(NULL, "/a.sme") == -1);
     CHECK(eml_stop(eml) == 0);
 }
 

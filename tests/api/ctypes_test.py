@@ -68,6 +68,7 @@ ARGUMENTS = {
     "eml_msg_preview": [c_char_p, c_void_p, PREVIEW_PROC, c_void_p],
     "eml_msg_check": [c_void_p, FINDING_PROC, c_void_p],
     "eml_settings_check": [c_char_p, FINDING_PROC, c_void_p],
+    "eml_queue_message_file": [c_void_p, c_char_p],
     # of zelieml.h
     "eml_msg_create": [POINTER(c_void_p)],
     "eml_msg_destroy": [c_void_p],
@@ -289,6 +290,7 @@ def main():
         probe(lib, work, b"127.0.0.1:%d" % server.smtp)
         send(lib, msg, work, b"nobody@b.test", 1005)
         send(lib, msg, work, b"anna@b.test", 0)
+        expect(lib.eml_queue_message_file(None, b"/a.sme"), -1)
         test_logins(lib, server)
         receive(lib, server)
     second_header = pathlib.Path(exports).read_text().partition("# zelieml_ext.h")[2]

@@ -638,6 +638,20 @@ TEST_P(NoMemory, ForCallbacks)
     EXPECT_EQ(eml_stop(eml), 0);
 }
 
+TEST_P(NoMemory, ForAFileToQueue)
+{
+    settings("");
+    void* eml    = nullptr;
+    int   result = 0;
+    EXPECT_EQ(eml_start(workdir_.c_str(), &eml), 0);
+    std::string const file = dir_.file("a message file that is not there.sme");
+    EXPECT_GT(
+        until_it_succeeds([&] { return (result = eml_queue_message_file(eml, file.c_str())) == 0; },
+                          [&] { EXPECT_EQ(result, -1); }),
+        0);
+    EXPECT_EQ(eml_stop(eml), 0);
+}
+
 // A post that cannot be announced without memory is saved, and so it succeeds.
 TEST_P(NoMemory, ForAPostToAnEngine)
 {

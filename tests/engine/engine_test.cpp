@@ -4,11 +4,13 @@
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include "tests/support/program.h"
 #include "tests/support/skip.h"
 #include "tests/support/workplace.h"
+#include "zelieml_ext.h"
 
 namespace zelieml::test
 {
@@ -171,6 +173,36 @@ TEST(Engine, SendsAnyMessageFileThatItIsToldOf)
     EXPECT_EQ(engine.results.all(), std::vector<result>{sent});
     EXPECT_EQ(subjects_of(server.mails()), strings{"from elsewhere"});
     EXPECT_TRUE(wait_until([&] { return list_directory(elsewhere.path()).empty(); }));
+}
+
+TEST(Engine, SendsAMessageFileThatItIsGiven)
+{
+    mail_server       server;
+    workplace         work(server.smtp_port());
+    result_list       results;
+    void*             eml = nullptr;
+    temp_dir          elsewhere;
+    std::string const path = elsewhere.file("any name");
+    void* const       mail = new_mail("given");
+    EXPECT_EQ(eml_msg_save(mail, path.c_str()), 0);
+    eml_msg_destroy(mail);
+    ASSERT_EQ(eml_start(work.path(), &eml), 0);
+    EXPECT_EQ(eml_set_callback(eml, result_list::note, &results), 0);
+
+    EXPECT_EQ(eml_queue_message_file(eml, path.c_str()), 0);
+    EXPECT_TRUE(results.wait_for(1));
+    EXPECT_EQ(results.all(), std::vector<result>{sent});
+    EXPECT_EQ(subjects_of(server.mails()), strings{"given"});
+    EXPECT_TRUE(wait_until([&] { return list_directory(elsewhere.path()).empty(); }));
+
+    pid_t const child = ::fork();
+    if (child == 0) {
+        ::_exit(eml_queue_message_file(eml, path.c_str()) == -1 ? 0 : 1);
+    }
+    int status = -1;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    EXPECT_EQ(status, 0) << "a child has no engine";
+    EXPECT_EQ(eml_stop(eml), 0);
 }
 
 TEST(Engine, ReportsAFileThatIsNotThereAsAFailedAttempt)

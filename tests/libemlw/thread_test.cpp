@@ -154,6 +154,22 @@ TEST_F(EngineAtRest, DropsANotificationThatComesBeforeThereIsAQueue)
     EXPECT_EQ(test::traces(), strings());
 }
 
+TEST_F(EngineAtRest, QueuesAFileItIsGiven)
+{
+    for (std::size_t const length : {1U, 398U, 399U}) {
+        std::string const path(length, 'p');
+        EXPECT_EQ(queue_file(&engine_, path.c_str(), {}), 0);
+        EXPECT_EQ(fresh(), strings{path});
+        EXPECT_EQ(queue_file(&engine_, path.c_str(), {}), 0) << "already there";
+        EXPECT_EQ(fresh(), strings());
+    }
+    EXPECT_EQ(queue_file(&engine_, std::string(400, 'p').c_str(), {}), -1);
+    EXPECT_EQ(queue_file(&engine_, nullptr, {}), -1);
+    EXPECT_EQ(fresh(), strings());
+    iqmgr_destroy(engine_.queue.exchange(nullptr));
+    EXPECT_EQ(queue_file(&engine_, "/w/a.sme", {}), -1);
+}
+
 TEST_F(EngineAtRest, AddsUnderTheManagersMutex)
 {
     iqmgr& queue = *engine_.queue.load();
