@@ -5,7 +5,6 @@
 #include <cstdio>
 #include <ctime>
 
-#include "tools/zelieml/failure.h"
 #include "tools/zelieml/locale_text.h"
 
 namespace zelieml::program
@@ -32,7 +31,7 @@ std::string seconds_text(double seconds)
     return text;
 }
 
-std::string line_of(logged_attempt const& logged)
+std::string sentence_of(logged_attempt const& logged)
 {
     bool const sent = logged.made.code == eml_send_ok;
     bool const over = !sent && logged.made.attempt_number > 1;
@@ -56,9 +55,13 @@ std::string line_of(logged_attempt const& logged)
 
 }  // namespace
 
-void complain(std::string const& text)
+logged_attempt logged(void* record)
 {
-    std::fprintf(stderr, "zelieml: %s\n", text.c_str());
+    constexpr std::size_t longest = 4096;
+    logged_attempt        all     = {attempt_of(record), "", {}, ""};
+    all.made.reply                = cut_text(all.made.reply, longest);
+    all.made.reason               = cut_text(all.made.reason, longest);
+    return all;
 }
 
 json to_json(logged_attempt const& logged)
@@ -82,21 +85,9 @@ json to_json(logged_attempt const& logged)
     return all;
 }
 
-void attempt_log::print(logged_attempt const& logged)
+std::string line_of(logged_attempt const& logged, bool as_json)
 {
-    try {
-        if (as_json_) {
-            print_json(to_json(logged));
-        } else {
-            print_line(to_terminal(line_of(logged)));
-        }
-    } catch (failure const& error) {
-        std::clearerr(stdout);
-        if (!has_complained_) {
-            has_complained_ = true;
-            complain(error.what());
-        }
-    }
+    return as_json ? json_text(to_json(logged)) : to_terminal(sentence_of(logged));
 }
 
 }  // namespace zelieml::program

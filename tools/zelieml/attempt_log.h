@@ -12,33 +12,22 @@
 namespace zelieml::program
 {
 
-// complain - a line on standard error
-void complain(std::string const& text);
-
 // An attempt at a message of the work directory.
 struct logged_attempt {
-    attempt      made;
-    std::string  name;         // of the message, as in the work directory
+    attempt      made;         // its reply and reason cut to 4 KiB
+    std::string  name;         // of the message, as it was posted
     message_head head;         // what its file says
     std::string  undelivered;  // the name that it was given up under; or empty
 };
 
+// logged - what a record of a callback says
+logged_attempt logged(void* record);
+
 // to_json - time (of the end), file, to, subject, attempt, and what to_json of an attempt has
 json to_json(logged_attempt const& logged);
 
-// Threads: the engine's only.
-class attempt_log
-{
-public:
-    explicit attempt_log(bool as_json) : as_json_(as_json) {}
-
-    // Prints it. Where that fails, complains once, and throws nothing but std::bad_alloc.
-    void print(logged_attempt const& logged);
-
-private:
-    bool as_json_;
-    bool has_complained_ = false;
-};
+// line_of - for people, or as JSON; without its end
+std::string line_of(logged_attempt const& logged, bool as_json);
 
 }  // namespace zelieml::program
 

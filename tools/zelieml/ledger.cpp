@@ -1,134 +1,176 @@
-// ledger.cpp - which messages the engine has been told of
+// ledger.cpp - which of the messages that the service holds are where
 
 #include "tools/zelieml/ledger.h"
 
 #include <algorithm>
+#include <iterator>
 
 namespace zelieml::program
 {
 
-bool ledger::has(std::string const& name) const
+using hold = std::lock_guard<std::mutex>;
+
+bool ledger::knows(std::string const& name) const
 {
-    std::lock_guard<std::mutex> const hold(guard_);
-    return entries_.count(name) != 0;
+    hold const held(guard_);
+    return later_.count(name) != 0 || over_.count(name) != 0 || find(name) != given_.end() ||
+           std::find(next_.begin(), next_.end(), name) != next_.end();
+}
+
+void ledger::add(std::string const& name)
+{
+    hold const held(guard_);
+    next_.push_back(name);
+}
+
+void ledger::add_in_front(std::string const& name)
+{
+    hold const held(guard_);
+    next_.push_front(name);
+}
+
+bool ledger::has_next() const
+{
+    hold const held(guard_);
+    return !next_.empty();
+}
+
+std::optional<std::string> ledger::take()
+{
+    hold const held(guard_);
+    if (next_.empty()) {
+        return std::nullopt;
+    }
+    std::string name = std::move(next_.front());
+    next_.pop_front();
+    return name;
+}
+
+bool ledger::add_later(std::string const& name, time_point due)
+{
+    hold const held(guard_);
+    if (later_.size() >= most_later || later_.count(name) != 0) {
+        return later_.count(name) != 0;
+    }
+    auto const timed = by_time_.emplace(due, name);
+    try {
+        later_.emplace(name, due);
+    } catch (...) {
+        by_time_.erase(timed);
+        throw;
+    }
+    return true;
+}
+
+std::optional<std::string> ledger::take_due(time_point now)
+{
+    hold const held(guard_);
+    if (by_time_.empty() || by_time_.begin()->first > now) {
+        return std::nullopt;
+    }
+    std::string name = std::move(by_time_.begin()->second);
+    by_time_.erase(by_time_.begin());
+    later_.erase(name);
+    return name;
+}
+
+std::optional<ledger::time_point> ledger::next_due() const
+{
+    hold const held(guard_);
+    return by_time_.empty() ? std::nullopt : std::optional<time_point>(by_time_.begin()->first);
 }
 
 std::size_t ledger::places() const
 {
-    std::lock_guard<std::mutex> const hold(guard_);
-    return most - std::min(most, entries_.size());
+    hold const held(guard_);
+    return most - std::min(most, given_.size());
+}
+
+std::size_t ledger::places_for_second_attempts() const
+{
+    hold const held(guard_);
+    auto const count = static_cast<std::size_t>(std::count_if(
+        given_.begin(), given_.end(), [](given const& each) { return each.is_second_attempt; }));
+    return most_second_attempts - std::min(most_second_attempts, count);
 }
 
 bool ledger::is_low() const
 {
-    std::lock_guard<std::mutex> const hold(guard_);
-    std::size_t const                 tried = std::min(most, entries_.size() - untried_.size());
-    return untried_.size() <= (most - tried) / 2 && entries_.size() < most;
+    hold const held(guard_);
+    return given_.size() <= most / 2;
 }
 
-void ledger::add(spooled const& file, clock::time_point now)
+bool ledger::is_low_of_second_attempts() const
 {
-    std::lock_guard<std::mutex> const hold(guard_);
-    entries_[file.name] = {file, ++announced_, now};
-    untried_.emplace(announced_, file.name);
-    hear_of(now);
+    return places_for_second_attempts() >= most_second_attempts / 2;
 }
 
-std::optional<spooled> ledger::file(std::string const& name) const
+void ledger::give(std::string const& name, bool is_second_attempt, time_point now)
 {
-    std::lock_guard<std::mutex> const hold(guard_);
-    auto const                        found = entries_.find(name);
-    return found != entries_.end() ? std::optional<spooled>(found->second.file) : std::nullopt;
-}
-
-std::optional<ledger::clock::time_point> ledger::announced(std::string const& name) const
-{
-    std::lock_guard<std::mutex> const hold(guard_);
-    auto const                        found = entries_.find(name);
-    bool const is_untried                   = found != entries_.end() && found->second.number != 0;
-    return is_untried ? std::optional<clock::time_point>(found->second.since) : std::nullopt;
-}
-
-void ledger::settle(std::string const& name, bool last, clock::time_point now)
-{
-    std::lock_guard<std::mutex> const hold(guard_);
-    hear_of(now);
-    // Also one that is not known: a file that was announced once more just when it had been sent
-    // is in the engine's queue until its second attempt.
-    entry& tried = entries_[name];
-    if (tried.number != 0) {
-        tried_ = std::max(tried_, tried.number);
-        untried_.erase(tried.number);
-        tried.number = 0;
+    hold const held(guard_);
+    if (given_.empty()) {
+        told_ = now;
     }
-    tried.file.name = name;
-    tried.since     = now;
-    if (last) {
-        entries_.erase(name);
+    given_.push_back({name, is_second_attempt});
+}
+
+void ledger::take_back(std::string const& name)
+{
+    hold const held(guard_);
+    auto const found = find(name);
+    if (found != given_.end()) {
+        given_.erase(found);
     }
 }
 
-bool ledger::has_passed_over() const
+bool ledger::is_given(std::string const& name) const
 {
-    std::lock_guard<std::mutex> const hold(guard_);
-    return !untried_.empty() && untried_.begin()->first < tried_;
+    hold const held(guard_);
+    return find(name) != given_.end();
 }
 
-std::vector<std::string> ledger::passed_over(clock::time_point now)
+std::vector<std::string> ledger::settle(std::string const& name, time_point now)
 {
-    std::lock_guard<std::mutex> const hold(guard_);
-    std::vector<std::string>          names;
-    while (!untried_.empty() && untried_.begin()->first < tried_) {
-        std::string const name = untried_.begin()->second;
-        untried_.erase(untried_.begin());
-        entries_[name].number = ++announced_;
-        names.push_back(name);
+    hold const               held(guard_);
+    std::vector<std::string> passed;
+    auto const               found = find(name);
+    if (found != given_.end()) {
+        std::transform(given_.cbegin(), found, std::back_inserter(passed),
+                       [](given const& each) { return each.name; });
+        given_.erase(given_.cbegin(), found + 1);
+        told_ = now;
     }
-    // After the loop: what it has just given out has a number beyond tried_.
-    for (std::string const& name : names) {
-        untried_.emplace(entries_[name].number, name);
-    }
-    if (!names.empty()) {
-        hear_of(now);
-    }
-    return names;
+    return passed;
 }
 
-std::vector<std::string> ledger::overdue(clock::time_point now)
+ledger::clock::duration ledger::silence(time_point now) const
 {
-    std::lock_guard<std::mutex> const hold(guard_);
-    std::vector<std::string>          names;
-    if (untried_.empty() || now < progress_ + patience_) {
-        return names;
-    }
-    for (auto const& [number, name] : untried_) {
-        names.push_back(name);
-    }
-    progress_ = now;
-    patience_ = std::min(2 * patience_, last_patience);
-    return names;
+    hold const held(guard_);
+    return given_.empty() ? clock::duration::zero() : now - told_;
 }
 
-std::optional<ledger::clock::time_point> ledger::overdue_at() const
+void ledger::keep_over(std::string const& name)
 {
-    std::lock_guard<std::mutex> const hold(guard_);
-    return untried_.empty() ? std::nullopt
-                            : std::optional<clock::time_point>(progress_ + patience_);
+    hold const held(guard_);
+    over_.insert(name);
 }
 
-void ledger::forget_stuck(clock::time_point now)
+void ledger::forget_over(std::string const& name)
 {
-    std::lock_guard<std::mutex> const hold(guard_);
-    for (auto each = entries_.begin(); each != entries_.end();) {
-        bool const stuck = each->second.number == 0 && now - each->second.since > stuck_after;
-        each             = stuck ? entries_.erase(each) : std::next(each);
-    }
+    hold const held(guard_);
+    over_.erase(name);
 }
 
-void ledger::hear_of(clock::time_point now)
+std::vector<std::string> ledger::all_over() const
 {
-    progress_ = now;
-    patience_ = first_patience;
+    hold const held(guard_);
+    return {over_.begin(), over_.end()};
+}
+
+std::deque<ledger::given>::const_iterator ledger::find(std::string const& name) const
+{
+    return std::find_if(given_.begin(), given_.end(),
+                        [&](given const& each) { return each.name == name; });
 }
 
 }  // namespace zelieml::program

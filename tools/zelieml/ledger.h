@@ -1,89 +1,102 @@
-// ledger.h - which messages the engine has been told of, and which are over
+// ledger.h - which of the messages that the service holds are where
 //
-// The engine holds what it was told of until it has sent it or tried twice, and throws the oldest
-// away beyond 500. So the service counts with it.
+// Some are to be sent as soon as there is a place, some later, and some the engine has queued. The
+// engine reports in the order in which it was given them. One that it passes over it has tried
+// without a report, for lack of memory.
 //
-// Threads: the service's, which announces, and the engine's, which settles. The ledger locks.
+// Threads: the service's, and the engine's, which settles. The ledger locks.
 
 #ifndef ZELIEML_TOOLS_ZELIEML_LEDGER_H
 #define ZELIEML_TOOLS_ZELIEML_LEDGER_H
 
 #include <chrono>
 #include <cstddef>
-#include <cstdint>
+#include <deque>
 #include <map>
 #include <mutex>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
-
-#include "tools/zelieml/spool.h"
 
 namespace zelieml::program
 {
 
+// Messages are named as they lie in the service's folder.
 class ledger
 {
 public:
-    using clock = std::chrono::steady_clock;
+    using clock      = std::chrono::steady_clock;
+    using time_point = clock::time_point;
 
-    // Far enough below the engine's 500 for what it may hold and the ledger does not know of.
+    // The engine holds 500, and deletes the oldest beyond that: so that it is always one that is
+    // over.
     static constexpr std::size_t most = 400;
 
-    bool        has(std::string const& name) const;
+    // So that what fails never keeps what is new from being sent.
+    static constexpr std::size_t most_second_attempts = 20;
+
+    // That are remembered; more have to be looked for.
+    static constexpr std::size_t most_later = 4096;
+
+    bool knows(std::string const& name) const;
+
+    // ---- to be sent as soon as there is a place
+
+    void                       add(std::string const& name);
+    void                       add_in_front(std::string const& name);
+    bool                       has_next() const;
+    std::optional<std::string> take();
+
+    // ---- later
+
+    // Returns false when there are too many.
+    bool                       add_later(std::string const& name, time_point due);
+    std::optional<std::string> take_due(time_point now);
+    std::optional<time_point>  next_due() const;
+
+    // ---- the engine's
+
     std::size_t places() const;
+    std::size_t places_for_second_attempts() const;
 
-    // is_low - whether half of what the engine may be told of at once has been tried
+    // Whether half of what the engine may hold has been tried.
     bool is_low() const;
+    bool is_low_of_second_attempts() const;
 
-    // add - the engine is about to be told of this file
-    void add(spooled const& file, clock::time_point now);
+    // give - the engine is about to be given it; take_back - it was not
+    void give(std::string const& name, bool is_second_attempt, time_point now);
+    void take_back(std::string const& name);
+    bool is_given(std::string const& name) const;
 
-    // file - as it was when it was announced
-    std::optional<spooled> file(std::string const& name) const;
+    // settle - an attempt is over
+    //
+    // Returns those that were given before it, and of which the engine has not told.
+    std::vector<std::string> settle(std::string const& name, time_point now);
 
-    // announced - when; nothing for one that has been tried, or is not known
-    std::optional<clock::time_point> announced(std::string const& name) const;
+    // silence - for how long the engine has not told of any, though it has some; zero when it has none
+    clock::duration silence(time_point now) const;
 
-    // settle - an attempt is over; another one follows unless it is the last
-    void settle(std::string const& name, bool last, clock::time_point now);
+    // ---- over, though the file is still there
 
-    bool has_passed_over() const;
-
-    // passed_over - the files of which the engine cannot have heard: it has tried one that was
-    // announced later. Each is given out once, as one that is announced again.
-    std::vector<std::string> passed_over(clock::time_point now);
-
-    // overdue - the files that may wait for an attempt in vain, because nothing was tried or
-    // announced for a while, which is longer each time in a row
-    std::vector<std::string> overdue(clock::time_point now);
-
-    // When there may be something overdue; nothing: never.
-    std::optional<clock::time_point> overdue_at() const;
-
-    // forget_stuck - gives up waiting for second attempts that are hours late
-    void forget_stuck(clock::time_point now);
+    void                     keep_over(std::string const& name);
+    void                     forget_over(std::string const& name);
+    std::vector<std::string> all_over() const;
 
 private:
-    struct entry {
-        spooled           file;
-        std::uint64_t     number = 0;  // of its announcement; 0 after the first attempt
-        clock::time_point since;
+    struct given {
+        std::string name;
+        bool        is_second_attempt;
     };
+    std::deque<given>::const_iterator find(std::string const& name) const;
 
-    void hear_of(clock::time_point now);
-
-    mutable std::mutex                   guard_;
-    std::map<std::string, entry>         entries_;
-    std::map<std::uint64_t, std::string> untried_;  // by announcement
-    std::uint64_t                        announced_ = 0;
-    std::uint64_t                        tried_     = 0;  // the last announcement that was tried
-    clock::time_point                    progress_;
-    std::chrono::seconds                 patience_ = first_patience;
-
-    static constexpr std::chrono::seconds first_patience = std::chrono::seconds(5);
-    static constexpr std::chrono::seconds last_patience  = std::chrono::seconds(320);
-    static constexpr std::chrono::hours   stuck_after    = std::chrono::hours(3);
+    mutable std::mutex                     guard_;
+    std::deque<std::string>                next_;
+    std::map<std::string, time_point>      later_;
+    std::multimap<time_point, std::string> by_time_;
+    std::deque<given>                      given_;  // in this order
+    std::set<std::string>                  over_;
+    time_point                             told_;
 };
 
 }  // namespace zelieml::program

@@ -63,6 +63,14 @@ unsigned long code_point(std::string const& character)
     return code;
 }
 
+// Whether this may be a charset's name: some systems take a path, or options, for a name as well.
+bool is_charset_name(std::string const& name)
+{
+    constexpr std::size_t longest = 40;
+    constexpr char usual[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
+    return !name.empty() && name.size() <= longest && name.find_first_not_of(usual) == name.npos;
+}
+
 class converter
 {
 public:
@@ -228,7 +236,7 @@ std::string to_charset(std::string const& utf8, std::string const& charset,
 
 std::string from_charset(std::string const& text, std::string const& charset)
 {
-    if (charset == utf8_name) {
+    if (charset == utf8_name || !is_charset_name(charset)) {
         return text;
     }
     try {
@@ -238,6 +246,17 @@ std::string from_charset(std::string const& text, std::string const& charset)
     } catch (failure const&) {
         return text;
     }
+}
+
+std::string cut_text(std::string const& utf8, std::size_t most)
+{
+    if (utf8.size() <= most) {
+        return utf8;
+    }
+    while (most > 0 && is_continuation(utf8[most])) {
+        --most;
+    }
+    return utf8.substr(0, most);
 }
 
 std::string to_terminal(std::string const& utf8)

@@ -8,6 +8,7 @@
 #ifndef ZELIEML_TOOLS_ZELIEML_LOCALE_TEXT_H
 #define ZELIEML_TOOLS_ZELIEML_LOCALE_TEXT_H
 
+#include <cstddef>
 #include <string>
 
 namespace zelieml::program
@@ -32,8 +33,11 @@ std::string to_charset(std::string const& utf8, std::string const& charset,
                        std::string const& thing);
 
 // from_charset - text in another charset, as UTF-8; as it is where it is not valid in that charset,
-// or this system does not know it
+// or this system does not know it. The name of the charset may come from anywhere.
 std::string from_charset(std::string const& text, std::string const& charset);
+
+// cut_text - the beginning of a text in UTF-8, of so many bytes at most, in whole characters
+std::string cut_text(std::string const& utf8, std::size_t most);
 
 // to_terminal - a line from elsewhere, in UTF-8 as a rule, in the charset of the locale
 //

@@ -3,10 +3,13 @@
 #include "tools/zelieml/message_head.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <memory>
 #include <sys/stat.h>
+#include <unistd.h>
+#include <vector>
 
 #include "tools/descriptor.h"
 #include "tools/zelieml/library_text.h"
@@ -19,7 +22,9 @@ namespace zelieml::program
 namespace
 {
 
-constexpr off_t largest = 64 << 20;
+constexpr off_t       largest       = 64 << 20;
+constexpr std::size_t read_of_it    = 64 << 10;
+constexpr std::size_t longest_field = 1024;
 
 // Why the engine would not send what was opened, or nothing.
 std::string fault_of(descriptor const& file, int error)
@@ -43,6 +48,26 @@ std::string fault_of(descriptor const& file, int error)
     return "";
 }
 
+struct file_closer {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+};
+using temporary_file = std::unique_ptr<std::FILE, file_closer>;
+
+// The beginning of a file, as a file without a name; nothing when that does not work.
+temporary_file beginning_of(descriptor const& file)
+{
+    temporary_file    beginning(std::tmpfile());
+    std::vector<char> bytes(read_of_it);
+    ssize_t const     got = ::pread(file.get(), bytes.data(), bytes.size(), 0);
+    if (beginning && got >= 0 &&
+        std::fwrite(bytes.data(), 1, static_cast<std::size_t>(got), beginning.get()) ==
+            static_cast<std::size_t>(got) &&
+        std::fflush(beginning.get()) == 0) {
+        return beginning;
+    }
+    return nullptr;
+}
+
 }  // namespace
 
 message_head read_head(std::string const& path)
@@ -54,20 +79,30 @@ message_head read_head(std::string const& path)
     if (!head.fault.empty()) {
         return head;
     }
+    // The library loads a message as a whole.
+    struct stat status = {};
+    ::fstat(file.get(), &status);
+    bool const           is_large = status.st_size > static_cast<off_t>(read_of_it);
+    temporary_file const beginning(is_large ? beginning_of(file) : nullptr);
+    int const from   = is_large ? (beginning ? ::fileno(beginning.get()) : -1) : file.get();
     void*     loaded = nullptr;
-    int const status = eml_msg_load(&loaded, ("/dev/fd/" + std::to_string(file.get())).c_str());
+    int const result = eml_msg_load(&loaded, ("/dev/fd/" + std::to_string(from)).c_str());
     std::unique_ptr<void, decltype(&eml_msg_destroy)> const msg(loaded, eml_msg_destroy);
-    if (status != 0) {
+    if (result != 0) {
         head.fault = "it could not be loaded";
         return head;
     }
     auto const text = [&](int (*getter)(void*, char*, int)) {
         return library_text([&](char* buf, int size) { return getter(msg.get(), buf, size); });
     };
-    head.from    = text(eml_msg_get_from);
-    head.to      = text(eml_msg_get_to);
-    head.cc      = text(eml_msg_get_cc);
-    head.subject = from_charset(text(eml_msg_get_subject), text(eml_msg_get_encoding));
+    auto const field = [&](int (*getter)(void*, char*, int)) {
+        return cut_text(text(getter), longest_field);
+    };
+    head.from    = field(eml_msg_get_from);
+    head.to      = field(eml_msg_get_to);
+    head.cc      = field(eml_msg_get_cc);
+    head.subject = cut_text(from_charset(text(eml_msg_get_subject), text(eml_msg_get_encoding)),
+                            longest_field);
     if (head.from.empty() && head.to.empty() && head.cc.empty() && head.subject.empty()) {
         head.fault = "no message: it has no sender, no recipient and no subject";
     }

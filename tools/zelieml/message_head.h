@@ -21,8 +21,9 @@ struct message_head {
 
 // read_head - of the message file with this path
 //
-// Links, pipes, files with a second name and those of more than 64 MiB are not read. What is opened
-// is looked at, not what has its name afterwards.
+// Links, pipes, files with a second name and those of more than 64 MiB are not read, and of the
+// others the first 64 KiB. A field is cut to 1 KiB. What is opened is looked at, not what has its
+// name afterwards.
 message_head read_head(std::string const& path);
 
 }  // namespace zelieml::program

@@ -1,13 +1,16 @@
 // queue.cpp - zelieml queue: the messages that wait or were not delivered
 //
-// A message is named as 'queue list' names it: waiting ones by their file's name, undelivered ones as
-// "undelivered/NAME". A name never leads out of the work directory.
+// A message is named as 'queue list' names it: one that waits by the name that it was posted under,
+// or as "sending/FILE" where several have that; an undelivered one as "undelivered/NAME". A name never
+// leads out of the work directory.
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <ctime>
 #include <functional>
+#include <iterator>
+#include <map>
 #include <memory>
 #include <string>
 #include <sys/stat.h>
@@ -29,39 +32,90 @@ namespace
 {
 
 constexpr char undelivered_prefix[] = "undelivered/";
+constexpr char held_prefix[]        = "sending/";
 
-// The library's engine touches a message again half an hour after it was announced, at the earliest.
-// Shortly before that nobody else may.
-constexpr std::time_t second_attempt_s = 1800;
-constexpr std::time_t keep_off_s       = 60;
-
-// A message as the commands name it.
-struct queued {
-    std::string name;
-    bool        is_undelivered = false;
+enum class folder {
+    posted,  // the work directory
+    held,    // the service's
+    undelivered
 };
 
-std::string label(queued const& message)
-{
-    return (message.is_undelivered ? undelivered_prefix : "") + message.name;
-}
+// A message, and how the commands name it.
+struct queued {
+    folder      where = folder::posted;
+    spooled     file;
+    std::string label;
+};
 
 failure not_there(std::string const& label)
 {
     return {EX_NOINPUT, label + " is not in the queue: 'zelieml queue list' names what is"};
 }
 
-// What a word of the command line names. Throws a failure when that can be no message.
-queued message_named(std::string const& word)
+bool begins(std::string const& text, std::string const& start)
 {
-    queued            message;
-    std::size_t const length = sizeof undelivered_prefix - 1;
-    message.is_undelivered   = word.compare(0, length, undelivered_prefix) == 0;
-    message.name             = message.is_undelivered ? word.substr(length) : word;
-    if (message.name.find('/') != message.name.npos || !is_message_name(message.name)) {
-        throw not_there(printable(word));
+    return text.compare(0, start.size(), start) == 0;
+}
+
+// All that wait, the oldest first.
+std::vector<queued> waiting(spool const& place, std::vector<spooled> const& held)
+{
+    std::vector<queued>        all;
+    std::map<std::string, int> names;
+    place.each([&](spooled const& file) { all.push_back({folder::posted, file, file.name}); });
+    for (spooled const& file : held) {
+        all.push_back({folder::held, file, held_name::of(file.name).posted});
     }
-    return message;
+    for (queued const& message : all) {
+        ++names[message.label];
+    }
+    for (queued& message : all) {
+        if (message.where == folder::held && names[message.label] > 1) {
+            message.label = held_prefix + message.file.name;
+        }
+    }
+    std::sort(all.begin(), all.end(),
+              [](queued const& a, queued const& b) { return a.file < b.file; });
+    return all;
+}
+
+std::vector<queued> undelivered(spool const& place)
+{
+    std::vector<queued> all;
+    for (spooled const& file : place.undelivered()) {
+        all.push_back({folder::undelivered, file, undelivered_prefix + file.name});
+    }
+    return all;
+}
+
+// What a word of the command line names, also as a terminal shows it. Throws a failure when that is
+// no message, or several.
+queued message_named(spool const& place, std::string const& word)
+{
+    std::vector<queued> all =
+        begins(word, undelivered_prefix) ? undelivered(place) : waiting(place, place.held());
+    auto const keep = [&](auto&& is_meant) {
+        std::vector<queued> kept;
+        std::copy_if(all.begin(), all.end(), std::back_inserter(kept), is_meant);
+        return kept;
+    };
+    std::vector<queued> meant = keep([&](queued const& message) {
+        return message.label == word ||
+               (message.where == folder::held && held_prefix + message.file.name == word);
+    });
+    if (meant.empty()) {
+        meant = keep([&](queued const& message) { return to_terminal(message.label) == word; });
+    }
+    if (meant.empty()) {
+        throw not_there(to_terminal(word));
+    }
+    if (meant.size() > 1) {
+        throw failure(EX_NOINPUT,
+                      to_terminal(word) +
+                          " is the name of several messages: name one by its file, as 'zelieml "
+                          "queue list' does");
+    }
+    return meant.front();
 }
 
 // ---- list
@@ -79,7 +133,24 @@ std::string time_text(std::time_t time, char const* format, std::tm* (*broken_do
 // Why the last attempt at a message failed, as the service has kept it, if it has.
 json kept_reason(spool const& place, queued const& message)
 {
-    return json::parse(place.reason(message.name), nullptr, false);
+    std::string const& name = message.file.name;
+    std::string const  kept = message.where == folder::held ? place.reason(held_name::of(name))
+                              : message.where == folder::undelivered ? place.undelivered_reason(name)
+                                                                     : "";
+    return json::parse(kept, nullptr, false);
+}
+
+std::string path_of(spool const& place, queued const& message)
+{
+    switch (message.where) {
+    case folder::held:
+        return place.held_path(message.file.name);
+    case folder::undelivered:
+        return place.undelivered_path(message.file.name);
+    case folder::posted:
+        break;
+    }
+    return place.path_of(message.file.name);
 }
 
 // A member of what was kept, or this when there is none of its type.
@@ -93,15 +164,14 @@ Value member(json const& kept, char const* name, Value const& otherwise)
     }
 }
 
-json described(spool const& place, queued const& message, struct stat const& status)
+json described(spool const& place, queued const& message)
 {
-    message_head const head =
-        read_head(message.is_undelivered ? place.undelivered_path(message.name)
-                                         : place.path_of(message.name));
-    json const kept = kept_reason(place, message);
-    json       shown;
-    shown["file"]    = label(message);
-    shown["state"]   = message.is_undelivered ? "undelivered" : "waiting";
+    message_head const head   = read_head(path_of(place, message));
+    json const         kept   = kept_reason(place, message);
+    struct stat const& status = message.file.status;
+    json               shown;
+    shown["file"]    = message.label;
+    shown["state"]   = message.where == folder::undelivered ? "undelivered" : "waiting";
     shown["since"]   = time_text(modified(status).tv_sec, "%Y-%m-%dT%H:%M:%SZ", std::gmtime);
     shown["size"]    = status.st_size;
     shown["from"]    = head.from;
@@ -134,33 +204,34 @@ void print_described(json const& message, struct stat const& status)
 int list(spool const& place, bool as_json, bool names_only)
 {
     json       all  = json::array();
-    auto const show = [&](std::vector<spooled> const& files, bool are_undelivered) {
-        for (spooled const& file : files) {
-            queued const message = {file.name, are_undelivered};
+    auto const show = [&](std::vector<queued> const& messages) {
+        for (queued const& message : messages) {
             if (names_only) {
-                print_line(to_terminal(label(message)));
+                print_line(to_terminal(message.label));
                 continue;
             }
-            json const shown = described(place, message, file.status);
+            json const shown = described(place, message);
             if (as_json) {
                 all.push_back(shown);
             } else {
-                print_described(shown, file.status);
+                print_described(shown, message.file.status);
             }
         }
     };
-    std::vector<spooled> waiting;
-    place.each([&](spooled const& file) { waiting.push_back(file); });
-    std::sort(waiting.begin(), waiting.end());
-    show(waiting, false);
+    // What a folder of another user's would show is left out, and the status says so.
     int         status = EX_OK;
     std::string unread;
-    try {
-        show(place.undelivered(), true);
-    } catch (failure const& fault) {
-        unread = fault.what();
-        status = EX_NOINPUT;
-    }
+    auto const  unless_unread = [&](auto&& files) -> decltype(files()) {
+        try {
+            return files();
+        } catch (failure const& fault) {
+            unread = fault.what();
+            status = EX_NOINPUT;
+        }
+        return {};
+    };
+    show(waiting(place, unless_unread([&] { return place.held(); })));
+    show(unless_unread([&] { return undelivered(place); }));
     if (as_json) {
         print_json(all);
     }
@@ -172,52 +243,33 @@ int list(spool const& place, bool as_json, bool names_only)
 
 // ---- retry, drop
 
-// Throws a failure unless the service that runs has tried this message once and is not about to try
-// it again.
-void must_be_between_attempts(spool const& place, queued const& message, struct stat const& status)
-{
-    json const kept = kept_reason(place, message);
-    if (member(kept, "attempt", 0) != 1 || member(kept, "file", std::string()) != message.name ||
-        !place.is_reason_new(message.name)) {
-        throw failure(EX_TEMPFAIL,
-                      label(message) + " has not been tried yet: a service tries it when it runs");
-    }
-    // A file is announced after its last change at the earliest.
-    std::time_t const announced = member(kept, "announced", changed(status).tv_sec);
-    if (std::time(nullptr) - announced >= second_attempt_s - keep_off_s) {
-        throw failure(EX_TEMPFAIL,
-                      label(message) + " is about to be tried again: wait for that attempt");
-    }
-}
-
-void retry_waiting(spool const& place, queued const& message)
-{
-    struct stat status = {};
-    if (::lstat(place.path_of(message.name).c_str(), &status) != 0) {
-        throw not_there(label(message));
-    }
-    must_be_between_attempts(place, message, status);
-    if (place.put_aside(message.name).empty()) {
-        throw failure(EX_CANTCREAT, label(message), errno,
-                      "run zelieml as a user who may rename it");
-    }
-    place.forget_reason(message.name);
-}
-
 void retry(spool const& place, queued const& message)
 {
-    if (!message.is_undelivered) {
-        retry_waiting(place, message);
-    } else if (place.put_back(message.name).empty()) {
-        throw not_there(label(message));
+    std::string const& name = message.file.name;
+    if (message.where == folder::undelivered) {
+        if (place.put_back(name).empty()) {
+            throw not_there(message.label);
+        }
+    } else if (message.where == folder::posted) {
+        throw failure(EX_TEMPFAIL, to_terminal(message.label) +
+                                       " has not been tried yet: a service tries it when it runs");
+    } else if (held_name::of(name).reached != stage::tried) {
+        throw failure(EX_TEMPFAIL, to_terminal(message.label) +
+                                       " is about to be tried: a service tries it when it runs");
+    } else if (place.put_back_held(name).empty()) {
+        throw failure(EX_TEMPFAIL, to_terminal(message.label) +
+                                       " is just being tried again: wait for that attempt");
     }
 }
 
 void drop(spool const& place, queued const& message)
 {
-    if (!(message.is_undelivered ? place.drop_undelivered(message.name)
-                                 : place.drop(message.name))) {
-        throw not_there(label(message));
+    std::string const& name    = message.file.name;
+    bool const         dropped = message.where == folder::posted ? place.drop(name)
+                                 : message.where == folder::held ? place.drop_held(name)
+                                                                 : place.drop_undelivered(name);
+    if (!dropped) {
+        throw not_there(to_terminal(message.label));
     }
 }
 
@@ -232,7 +284,7 @@ int for_each(std::vector<std::string> const&                         words,
         int         status = EX_OK;
         std::string reason;
         try {
-            action(place, message_named(word));
+            action(place, message_named(place, word));
         } catch (failure const& fault) {
             std::fprintf(stderr, "zelieml: %s\n", fault.what());
             status = fault.status();
@@ -250,8 +302,8 @@ int for_each(std::vector<std::string> const&                         words,
 int retry_all(spool const& place, bool as_json)
 {
     std::vector<std::string> words;
-    for (spooled const& file : place.undelivered()) {
-        words.push_back(undelivered_prefix + file.name);
+    for (queued const& message : undelivered(place)) {
+        words.push_back(message.label);
     }
     return for_each(words, retry, place, as_json);
 }

@@ -1,7 +1,20 @@
 // service.cpp - the service that loses no mail
 //
-// Threads: the service's, which looks, announces and ends; the engine's, which reports; and one
-// that stops the engine. The ledger and the files that could not be deleted are shared.
+// A message goes through these states; held_name.h has the names of the files. Whatever lies in the
+// service's folder and is not known is taken up again.
+//
+//     posted, in DIR
+//       -> first     taken into the service's folder, and queued with the engine
+//       -> tried     its first attempt failed
+//       -> second    half an hour later, queued again: by another path, so for the engine it is new
+//       -> undelivered
+//
+// The engine deletes a file when it was sent, or failed twice in its own eyes. That never happens:
+// when an attempt has failed, the file gets another name before the engine goes on. Its entry in the
+// engine's queue is dead then, and what the engine reports of it later is not listened to.
+//
+// Threads: the service's, which looks, takes and ends; the engine's, which reports; those that print;
+// and one that stops the engine. The ledger is shared.
 
 #include "tools/zelieml/service.h"
 
@@ -14,31 +27,26 @@
 #include <ctime>
 #include <exception>
 #include <functional>
-#include <limits>
 #include <map>
 #include <mutex>
+#include <new>
 #include <optional>
-#include <poll.h>
 #include <random>
 #include <set>
 #include <sys/stat.h>
 #include <sysexits.h>
-#include <system_error>
-#include <thread>
 #include <tuple>
-#include <unistd.h>
 #include <vector>
 
 #include "tools/zelieml/attempt_log.h"
-#include "tools/zelieml/end_signals.h"
 #include "tools/zelieml/failure.h"
 #include "tools/zelieml/file_time.h"
+#include "tools/zelieml/held_name.h"
 #include "tools/zelieml/ledger.h"
-#include "tools/zelieml/service_manager.h"
+#include "tools/zelieml/retry_pause.h"
+#include "tools/zelieml/service_host.h"
 #include "tools/zelieml/spool.h"
-#include "tools/zelieml/wake_pipe.h"
 #include "tools/zelieml/watch.h"
-#include "zelieml_ext.h"
 
 namespace zelieml::program
 {
@@ -46,125 +54,44 @@ namespace zelieml::program
 namespace
 {
 
-using clock      = std::chrono::steady_clock;
-using time_point = clock::time_point;
+using clock      = service_host::clock;
+using time_point = service_host::time_point;
 using std::chrono::milliseconds;
+using std::chrono::minutes;
 using std::chrono::seconds;
 
 constexpr auto look_period      = seconds(30);
 constexpr auto look_often       = seconds(1);  // where nothing tells of changes
 constexpr auto first_use_pause  = milliseconds(4);
 constexpr auto last_use_pause   = milliseconds(1000);
-constexpr auto move_pause       = seconds(1);
+constexpr auto held_use_pause   = seconds(10);
+constexpr auto try_pause        = seconds(1);   // where the system has no room just now
+constexpr auto refusal_pause    = minutes(10);  // without one, before it is complained of again
+constexpr auto quiet            = minutes(5);   // of the engine, before it is asked
+constexpr auto stuck_after      = minutes(10);
 constexpr int  look_rest        = 5;     // times what a look took, before the next one
 constexpr auto most_waiting     = 4096;  // files that are remembered; the others are looked for
 constexpr auto most_in_use      = 4096;
-constexpr auto longest_path     = 399;  // that the engine takes
 constexpr auto longest_work_dir = 255;
 
-// What both kinds of service have: signals, the manager, and an engine that they stop in time.
-class host
+// Whether an error is of this moment, and not of this file.
+bool may_pass(int error)
 {
-public:
-    explicit host(service_options const& options) : options_(options), told_(wake_)
-    {
-        if (manager_.watchdog()) {
-            alive_at_ = clock::now();
-        }
+    switch (error) {
+    case ENOSPC:
+    case EDQUOT:
+    case EIO:
+    case ENOMEM:
+    case EMFILE:
+    case ENFILE:
+    case EROFS:
+        return true;
+    default:
+        return false;
     }
-    host(host const&)            = delete;
-    host& operator=(host const&) = delete;
+}
 
-    // start - the engine, with the callback
-    void start(std::string const& directory, std::string const& symbol,
-               int (*proc)(void* result, void* user), void*     user)
-    {
-        if (eml_start_with_stocksymbol(directory.c_str(), symbol.c_str(), &engine_) != 0) {
-            throw failure(EX_OSERR, "the engine for " + options_.workdir +
-                                        " cannot be started: it needs memory, a thread, and a "
-                                        "place for notifications (docs/ENGINE.md)");
-        }
-        if (eml_set_callback(engine_, proc, user) != 0) {
-            eml_stop(engine_);
-            throw std::bad_alloc();
-        }
-    }
-
-    // wait - until it is woken, the time has come, or this descriptor can be read
-    void wait(time_point until, int fd = -1)
-    {
-        if (alive_at_) {
-            until = std::min(until, *alive_at_);
-        }
-        pollfd entries[2] = {{wake_.fd(), POLLIN, 0}, {fd, POLLIN, 0}};
-        ::poll(entries, 2, milliseconds_to(until));
-        wake_.clear();
-        if (alive_at_ && clock::now() >= *alive_at_) {
-            manager_.alive();
-            alive_at_ = clock::now() + *manager_.watchdog();
-        }
-    }
-
-    // stop - the engine
-    //
-    // is_stuck  whether its callback waits for something that can take any time
-    //
-    // Returns EX_OK. Ends the process when that takes too long.
-    int stop(std::function<bool()> const& is_stuck)
-    {
-        manager_.stopping("waiting for the attempt in progress");
-        int const         told     = told_.ends();
-        auto const        deadline = clock::now() + options_.stop_limit;
-        std::atomic<bool> stopped{false};
-        auto const        stop_engine = [&] {
-            eml_stop(engine_);
-            stopped = true;
-            wake_.wake();
-        };
-        std::thread stopping;
-        try {
-            stopping = std::thread(stop_engine);
-        } catch (std::system_error const&) {
-            stop_engine();  // without a thread, and without a limit
-            return EX_OK;
-        }
-        while (!stopped && clock::now() < deadline && told_.ends() <= told && !is_stuck()) {
-            wait(deadline);
-        }
-        if (!stopped) {
-            complain("the attempt in progress has not ended in time (--stop-timeout " +
-                     std::to_string(options_.stop_limit.count()) + "): its mail may be sent again");
-            ::_exit(EX_TEMPFAIL);
-        }
-        stopping.join();
-        return EX_OK;
-    }
-
-    service_options const& options() const { return options_; }
-    end_signals const&     told() const { return told_; }
-    service_manager&       manager() { return manager_; }
-    void                   wake() const { wake_.wake(); }
-
-private:
-    static int milliseconds_to(time_point until)
-    {
-        if (until == time_point::max()) {
-            return -1;
-        }
-        auto const left = std::chrono::ceil<milliseconds>(until - clock::now()).count();
-        return static_cast<int>(
-            std::clamp<decltype(left)>(left, 0, std::numeric_limits<int>::max()));
-    }
-
-    service_options const     options_;
-    wake_pipe const           wake_;
-    end_signals const         told_;
-    service_manager           manager_;
-    std::optional<time_point> alive_at_;
-    void*                     engine_ = nullptr;
-};
-
-// A name that nobody else has or can guess.
+// A name that nobody else has or can guess: the engine is told of messages in another way.
 std::string private_symbol()
 {
     std::random_device random;
@@ -177,14 +104,6 @@ std::string private_symbol()
     return symbol;
 }
 
-bool same_bytes(struct stat const& a, struct stat const& b)
-{
-    timespec const a_time = modified(a);
-    timespec const b_time = modified(b);
-    return std::tie(a.st_dev, a.st_ino, a.st_size, a_time.tv_sec, a_time.tv_nsec) ==
-           std::tie(b.st_dev, b.st_ino, b.st_size, b_time.tv_sec, b_time.tv_nsec);
-}
-
 bool is_plain(struct stat const& status)
 {
     return S_ISREG(status.st_mode) && status.st_nlink == 1;
@@ -193,15 +112,12 @@ bool is_plain(struct stat const& status)
 class service
 {
 public:
-    explicit service(service_options const& options)
-        : host_(options), place_(options.workdir), log_(options.json)
-    {
-    }
+    explicit service(service_options const& options) : host_(options), place_(options.workdir) {}
 
     int run();
 
 private:
-    // A file that waits to be announced, the oldest first.
+    // A file that waits to be taken, the oldest first.
     struct waiting_file {
         timespec    time;
         std::string name;
@@ -219,88 +135,73 @@ private:
         milliseconds pause;
     };
 
-    // A file that is over and cannot be deleted or moved.
-    struct leftover {
-        spooled     file;
-        bool        was_sent;
-        std::string reason;  // unless it was sent
-    };
-
     // The service's thread.
     void       work();
-    void       look();
+    void       look_around();
     bool       find_place();
     bool       repair_place();
     void       watch_place();
+    void       look_at_posted();
+    void       look_at_held();
+    void       take_up(std::string const& file);
+    time_point second_attempt_of(held_name const& name) const;
+    void       ask_the_engine();
     void       hear();
-    void       add(spooled const& file);
+    void       add(waiting_file const& waiting);
     void       add(std::string const& name);
+    bool       is_left_alone(spooled const& file) const;
     void       look_again_at_used();
-    void       announce_waiting();
+    void       send_waiting();
+    void       send_second_attempts();
+    void       take_posted();
     void       offer(std::string const& name);
-    void       announce(std::vector<std::string> const& names);
-    void       clear_leftovers();
-    bool       is_leftover(spooled const& file);
+    void       wait_for_user_of(std::string const& name);
+    void       refuse(std::string const& name, int error);
+    void       complain_once(int error, std::string const& text);
+    bool       queue(std::string const& file);
+    bool       not_now(std::string const& file);
+    void       set_aside(std::string const& file);
     time_point next_time() const;
 
     // The engine's thread.
-    static int  on_result(void* record, void* user);
-    void        settle(void* record);
-    void        rescue(void* record);
-    void        rest();
-    void        remove_sent(std::string const& name, double attempt_s);
-    void        keep_reason(logged_attempt const& logged);
-    std::string give_up(std::string const& name, std::string const& reason);
-    void        insist(std::string const& thing, std::function<int()> const& action);
-    void        keep_leftover(leftover const& left);
-    std::string name_of(std::string const& path) const;
-    void        wake_if_wanted();
+    static int on_result(void* record, void* user);
+    void       settle(void* record);
+    void       remove_sent(std::string const& file);
+    void       put_off(std::string const& file, held_name const& tried, logged_attempt const& made);
+    std::string give_up(held_name const& name, logged_attempt const& made);
+    bool        rename(std::string const& file, held_name const& as);
+    void        wait_a_moment();
+    std::string held_file(std::string const& path) const;
 
-    // Once each time that it begins to hold.
-    class complaint
-    {
-    public:
-        void begin(std::string const& text)
-        {
-            if (!holds_) {
-                holds_ = true;
-                complain(text);
-            }
-        }
-        // Whether it held.
-        bool end() { return std::exchange(holds_, false); }
-
-    private:
-        bool holds_ = false;
-    };
-
-    host                        host_;
+    service_host                host_;
     spool const                 place_;
-    attempt_log                 log_;
+    held_names                  names_;
     ledger                      ledger_;
-    std::string const           symbol_ = private_symbol();
     std::optional<service_lock> lock_;
 
-    watch                      watch_;
-    struct stat                watched_ = {};
-    std::set<waiting_file>     waiting_;
-    bool                       has_more_ = false;  // in the directory than waiting_ holds
-    std::map<std::string, use> in_use_;
-    time_point                 look_at_;          // at the latest
-    time_point                 look_not_before_;  // for news
-    bool                       is_news_ = false;
-    complaint                  gone_;
-    complaint                  broken_;
-    complaint                  unreadable_;
-    complaint                  unwatched_;
-    complaint                  too_long_;
+    watch                       watch_;
+    struct stat                 watched_ = {};
+    std::set<waiting_file>      waiting_;
+    bool                        has_more_ = false;  // in the directory than waiting_ holds
+    std::optional<waiting_file> offered_;           // the last one
+    std::map<std::string, use>  in_use_;
+    std::map<int, time_point>   refusals_;         // by errno
+    time_point                  look_at_;          // at the latest
+    time_point                  look_not_before_;  // for news
+    time_point                  send_not_before_;
+    time_point                  asked_at_;
+    bool                        is_news_ = false;
+    complaint                   gone_{host_.output()};
+    complaint                   broken_{host_.output()};
+    complaint                   unreadable_{host_.output()};
+    complaint                   unwatched_{host_.output()};
 
-    std::mutex                      guard_;
-    std::condition_variable         stopping_changed_;
-    bool                            stopping_ = false;  // guarded
-    std::map<std::string, leftover> leftovers_;         // guarded
-    std::atomic<bool>               wants_places_{false};
-    std::atomic<bool>               is_stuck_{false};
+    std::mutex              guard_;
+    std::condition_variable stopping_changed_;
+    bool                    stopping_ = false;  // guarded
+    std::atomic<bool>       wants_places_{false};
+    std::atomic<bool>       has_due_{false};
+    std::atomic<bool>       is_stuck_{false};
 };
 
 int service::run()
@@ -315,43 +216,42 @@ int service::run()
     place_.make();
     lock_.emplace(place_);
     place_.forget_old_reasons();
-    host_.start(place_.engine_path(), symbol_, on_result, this);
+    host_.start(place_.engine_path(), private_symbol(), on_result, this);
 
-    std::exception_ptr thrown;
+    int status = EX_OK;
     try {
         work();
-    } catch (...) {
-        thrown = std::current_exception();
+    } catch (failure const& error) {
+        status = error.status();
+        host_.output().complain(error.what());
+    } catch (std::exception const& error) {
+        status = EX_SOFTWARE;
+        host_.output().complain(error.what());
     }
     {
         std::lock_guard<std::mutex> const hold(guard_);
         stopping_ = true;
         stopping_changed_.notify_all();
     }
-    int const status = host_.stop([this] { return is_stuck_.load(); });
-    if (thrown) {
-        std::rethrow_exception(thrown);
-    }
+    host_.stop([this] { return is_stuck_.load(); });
     return status;
 }
 
 void service::work()
 {
-    look();
+    look_around();
     host_.manager().ready("sending what comes to " + place_.workdir());
     while (host_.told().ends() == 0) {
-        announce_waiting();
-        host_.wait(next_time(), watch_.fd());
+        send_waiting();
+        host_.wait(next_time(), watch_.fd(), ledger_.silence(clock::now()) > stuck_after);
         if (watch_) {
             hear();
         }
         look_again_at_used();
-        announce(ledger_.passed_over(clock::now()));
-        announce(ledger_.overdue(clock::now()));
         auto const now = clock::now();
         if (host_.told().take_hangup() || now >= look_at_ ||
             (is_news_ && now >= look_not_before_)) {
-            look();
+            look_around();
         }
     }
 }
@@ -359,14 +259,27 @@ void service::work()
 time_point service::next_time() const
 {
     time_point next = is_news_ ? std::min(look_at_, look_not_before_) : look_at_;
+    if (wants_places_ && ledger_.is_low() && (ledger_.has_next() || !waiting_.empty())) {
+        return clock::now();  // the engine was faster
+    }
     for (auto const& [name, known] : in_use_) {
         next = std::min(next, known.again);
     }
-    return std::min(next, ledger_.overdue_at().value_or(time_point::max()));
+    auto const now = clock::now();
+    auto const due = ledger_.next_due().value_or(time_point::max());
+    if (send_not_before_ > now) {
+        next = std::min(next, send_not_before_);
+    } else if (due > now || (ledger_.places() > 0 && ledger_.places_for_second_attempts() > 0)) {
+        next =
+            std::min(next, due);  // what is due, but has no place, waits for the engine to report
+    }
+    return next;
 }
 
+// ---------------------------------------------------------------- looking
+
 // Looks at everything.
-void service::look()
+void service::look_around()
 {
     auto const begin = clock::now();
     is_news_         = false;
@@ -375,17 +288,15 @@ void service::look()
     if (!found) {
         return;
     }
-    waiting_.clear();
-    has_more_ = false;
     try {
-        place_.each([&](spooled const& file) { add(file); });
+        look_at_held();
+        look_at_posted();
         unreadable_.end();
     } catch (failure const& error) {
         unreadable_.begin(error.what());
         look_at_ = begin + look_often;
     }
-    clear_leftovers();
-    ledger_.forget_stuck(begin);
+    ask_the_engine();
     auto const end   = clock::now();
     look_not_before_ = end + look_rest * (end - begin);
 }
@@ -405,7 +316,7 @@ bool service::find_place()
         return false;
     }
     if (gone_.end()) {
-        complain("the work directory " + place_.workdir() + " is back");
+        host_.output().complain("the work directory " + place_.workdir() + " is back");
         host_.manager().status("sending what comes to " + place_.workdir());
     }
     if (!watch_ || status.st_dev != watched_.st_dev || status.st_ino != watched_.st_ino) {
@@ -424,7 +335,8 @@ bool service::repair_place()
             place_.make();
         }
         if (!lock_->is_valid(place_)) {
-            lock_.emplace(place_);
+            service_lock another(place_);  // if this throws, it has the old one
+            lock_.emplace(std::move(another));
         }
     } catch (failure const& error) {
         if (error.status() == EX_CONFIG || error.status() == EX_TEMPFAIL) {
@@ -448,9 +360,83 @@ void service::watch_place()
     }
 }
 
+// Goes on behind the last one that was offered while not all are remembered: so none that cannot be
+// taken keeps others from being taken.
+void service::look_at_posted()
+{
+    if (!has_more_) {
+        offered_.reset();
+    }
+    has_more_ = false;
+    waiting_.clear();
+    place_.each([&](spooled const& file) {
+        waiting_file const waiting = {modified(file.status), file.name};
+        if (!is_left_alone(file) && (!offered_ || *offered_ < waiting)) {
+            add(waiting);
+        }
+    });
+}
+
+// Takes up what is not known: from a service before this one, or of a directory that was away.
+void service::look_at_held()
+{
+    for (std::string const& file : ledger_.all_over()) {
+        int const error = place_.remove_held(file);
+        if (error == 0 || error == ENOENT) {
+            ledger_.forget_over(file);
+        }
+    }
+    for (spooled const& file : place_.held()) {
+        if (!ledger_.knows(file.name)) {
+            take_up(file.name);
+        }
+    }
+}
+
+void service::take_up(std::string const& file)
+{
+    held_name const name = held_name::of(file);
+    if (name.reached == stage::tried) {
+        ledger_.add_later(file, second_attempt_of(name));
+        return;
+    }
+    // The engine may know it by this name.
+    held_name const another = names_.make(name.posted, name.reached);
+    if (place_.rename_held(file, another) == 0) {
+        ledger_.add(another.file());
+    }
+}
+
+// When a message that is not known is due: by the wall clock, which may have been set meanwhile.
+time_point service::second_attempt_of(held_name const& name) const
+{
+    json const kept = json::parse(place_.reason(name), nullptr, false);
+    seconds    rest = retry_pause();  // where nothing is known
+    if (kept.is_object() && kept.contains("next") && kept["next"].is_number_integer()) {
+        std::time_t const left = kept["next"].get<std::time_t>() - std::time(nullptr);
+        rest                   = std::clamp(seconds(left), seconds(0), rest);
+    }
+    return clock::now() + rest;
+}
+
+// Without memory the engine makes an attempt and does not tell. The next one that it tells of shows
+// that; so after a while it is given one that is not there.
+void service::ask_the_engine()
+{
+    auto const now = clock::now();
+    if (ledger_.silence(now) > quiet && now - asked_at_ > quiet) {
+        std::string const nothing = names_.make("nothing.sme", stage::first).file();
+        asked_at_                 = now;
+        ledger_.give(nothing, false, now);
+        if (!host_.queue(place_.held_path(nothing))) {
+            ledger_.take_back(nothing);
+        }
+    }
+}
+
 void service::hear()
 {
-    watch::news const news = watch_.read();
+    watch::news const news = watch_.read(is_message_name);
     for (std::string const& name : news.names) {
         in_use_.erase(name);  // perhaps not any more
         add(name);
@@ -462,29 +448,24 @@ void service::hear()
     is_news_ = is_news_ || news.look || news.over;
 }
 
+bool service::is_left_alone(spooled const& file) const
+{
+    auto const known = in_use_.find(file.name);
+    return !is_plain(file.status) ||
+           (known != in_use_.end() && known->second.again != time_point::max());
+}
+
 void service::add(std::string const& name)
 {
     spooled file = {name, {}};
-    if (is_message_name(name) && ::lstat(place_.path_of(name).c_str(), &file.status) == 0) {
-        add(file);
+    if (is_message_name(name) && ::lstat(place_.path_of(name).c_str(), &file.status) == 0 &&
+        !is_left_alone(file)) {
+        add({modified(file.status), name});
     }
 }
 
-void service::add(spooled const& file)
+void service::add(waiting_file const& waiting)
 {
-    if (!is_plain(file.status) || ledger_.has(file.name) || is_leftover(file)) {
-        return;
-    }
-    auto const known = in_use_.find(file.name);
-    if (known != in_use_.end() && known->second.again != time_point::max()) {
-        return;  // until then
-    }
-    if (place_.path_of(file.name).size() > longest_path) {
-        too_long_.begin(place_.path_of(file.name) + " is not sent, nor any other of more than " +
-                        std::to_string(longest_path) + " bytes: give it a shorter name");
-        return;
-    }
-    waiting_file const waiting = {modified(file.status), file.name};
     if (has_more_ && !waiting_.empty() && *waiting_.rbegin() < waiting) {
         return;  // others come first, which are not remembered either
     }
@@ -503,280 +484,334 @@ void service::look_again_at_used()
         if (known->second.again > now) {
             continue;
         }
-        spooled file = {known->first, {}};
-        if (::lstat(place_.path_of(file.name).c_str(), &file.status) != 0 ||
-            !is_plain(file.status)) {
+        known->second.again = time_point::max();  // until it is offered
+        struct stat status  = {};
+        if (::lstat(place_.path_of(known->first).c_str(), &status) != 0 || !is_plain(status)) {
             in_use_.erase(known);
             continue;
         }
-        known->second.again = time_point::max();  // until it is offered
-        add(file);
+        add({modified(status), known->first});
     }
 }
 
-void service::announce_waiting()
+// ---------------------------------------------------------------- sending
+
+void service::send_waiting()
 {
-    wants_places_ = false;
-    if (waiting_.empty() && has_more_ && ledger_.places() > 0) {
-        look();
-    }
-    if (!waiting_.empty() && !repair_place()) {
-        look_at_ = std::min(look_at_, clock::now() + look_often);
+    wants_places_   = false;
+    has_due_        = false;
+    auto const now  = clock::now();
+    bool const more = ledger_.has_next() || !waiting_.empty() || has_more_ ||
+                      ledger_.next_due().value_or(time_point::max()) <= now;
+    if (!more || now < send_not_before_) {
         return;
     }
-    while (ledger_.places() > 0 && !waiting_.empty()) {
-        std::string const name = waiting_.begin()->name;
-        waiting_.erase(waiting_.begin());
-        offer(name);
+    if (!repair_place()) {
+        send_not_before_ = now + look_often;
+        return;
     }
-    if (waiting_.empty() && has_more_ && ledger_.places() > 0) {
-        is_news_ = true;  // all that was remembered was in use
+    while (ledger_.places() > 0 && ledger_.has_next()) {
+        if (!queue(*ledger_.take())) {
+            return;
+        }
     }
-    wants_places_ = !waiting_.empty() || has_more_;
+    send_second_attempts();
+    take_posted();
+    wants_places_ = ledger_.has_next() || !waiting_.empty() || has_more_;
+    has_due_      = ledger_.next_due().value_or(time_point::max()) <= clock::now();
 }
 
-// Announces a file, unless it has to wait.
+void service::send_second_attempts()
+{
+    while (ledger_.places() > 0 && ledger_.places_for_second_attempts() > 0) {
+        auto const file = ledger_.take_due(clock::now());
+        if (!file) {
+            return;
+        }
+        held_name const name  = held_name::of(*file);
+        held_name const next  = name.reached == stage::tried ? name.at(stage::second) : name;
+        int const       error = *file == next.file() ? 0 : place_.rename_held(*file, next);
+        if (error == 0) {
+            if (!queue(next.file())) {
+                return;
+            }
+        } else if (error != ENOENT) {
+            ledger_.add_later(*file, clock::now() + look_period);
+        }
+    }
+}
+
+void service::take_posted()
+{
+    if (waiting_.empty() && has_more_ && ledger_.places() > 0 && clock::now() >= look_not_before_) {
+        look_around();
+    }
+    while (ledger_.places() > 0 && !waiting_.empty() && clock::now() >= send_not_before_) {
+        waiting_file const first = *waiting_.begin();
+        waiting_.erase(waiting_.begin());
+        if (!offered_ || *offered_ < first) {
+            offered_ = first;
+        }
+        offer(first.name);
+    }
+    if (waiting_.empty() && has_more_ && ledger_.places() > 0) {
+        is_news_ = true;  // of all that was remembered none could be taken
+    }
+}
+
+// Takes a posted file, unless it has to wait.
 void service::offer(std::string const& name)
 {
-    spooled file = {name, {}};
-    if (::lstat(place_.path_of(name).c_str(), &file.status) != 0 || !is_plain(file.status) ||
-        ledger_.has(name) || is_leftover(file)) {
-        in_use_.erase(name);
-        return;
-    }
-    if (place_.is_in_use(file)) {
-        auto const         known = in_use_.find(name);
-        milliseconds const pause = known == in_use_.end()
-                                       ? first_use_pause
-                                       : std::min(last_use_pause, 2 * known->second.pause);
-        if (known != in_use_.end() || in_use_.size() < most_in_use) {
-            in_use_[name] = {clock::now() + pause, pause};
-        }
+    struct stat status = {};
+    look const  found  = ::lstat(place_.path_of(name).c_str(), &status) != 0 || !is_plain(status)
+                             ? look::gone
+                             : place_.look_at(name);
+    if (found == look::in_use || found == look::not_now) {
+        wait_for_user_of(name);
         return;
     }
     in_use_.erase(name);
-    ledger_.add(file, clock::now());
-    announce({name});
-}
-
-// Tells the engine. One that it has in its queue already is not queued again.
-void service::announce(std::vector<std::string> const& names)
-{
-    for (std::string const& name : names) {
-        eml_post_message_file_with_stocksymbol(place_.path_of(name).c_str(), symbol_.c_str());
-    }
-}
-
-bool service::is_leftover(spooled const& file)
-{
-    std::lock_guard<std::mutex> const hold(guard_);
-    auto const                        left = leftovers_.find(file.name);
-    return left != leftovers_.end() && same_bytes(left->second.file.status, file.status);
-}
-
-// Tries once more to delete what was sent, and to move what was given up.
-void service::clear_leftovers()
-{
-    std::lock_guard<std::mutex> const hold(guard_);
-    for (auto each = leftovers_.begin(); each != leftovers_.end();) {
-        leftover const& left  = each->second;
-        struct stat     now   = {};
-        int             error = 0;
-        bool            over  = ::lstat(place_.path_of(each->first).c_str(), &now) != 0 ||
-                    !same_bytes(now, left.file.status);
-        if (!over && left.was_sent) {
-            over = ::unlink(place_.path_of(each->first).c_str()) == 0;
-        } else if (!over) {
-            over = !place_.give_up(each->first, left.reason, error).empty();
+    if (found == look::unreadable) {
+        refuse(name, EACCES);
+    } else if (found == look::ready) {
+        held_name const held  = names_.make(name, stage::first);
+        int const       error = place_.take(name, held);
+        if (error == 0) {
+            queue(held.file());
+        } else if (error != ENOENT) {
+            refuse(name, error);
         }
-        each = over ? leftovers_.erase(each) : std::next(each);
     }
 }
+
+void service::wait_for_user_of(std::string const& name)
+{
+    auto const         known = in_use_.find(name);
+    milliseconds const pause = known == in_use_.end()
+                                   ? first_use_pause
+                                   : std::min(last_use_pause, 2 * known->second.pause);
+    if (known != in_use_.end() || in_use_.size() < most_in_use) {
+        in_use_[name] = {clock::now() + pause, pause};
+    }
+}
+
+// Leaves a posted file where it is, until the next look.
+void service::refuse(std::string const& name, int error)
+{
+    bool const forbidden = error == EACCES || error == EPERM;
+    complain_once(error, place_.path_of(name) + " is not sent: " + std::strerror(error) +
+                             (forbidden ? ": let this user read it, and take it out of the work "
+                                          "directory"
+                                        : "; it is tried again"));
+}
+
+// Once for each cause, as long as that lasts.
+void service::complain_once(int error, std::string const& text)
+{
+    auto const now   = clock::now();
+    auto const known = refusals_.find(error);
+    if (known == refusals_.end() || now - known->second > refusal_pause) {
+        host_.output().complain(text);
+    }
+    refusals_[error] = now;
+}
+
+// Queues a held file with the engine, after a look at it: somebody else could change it until it was
+// taken. Returns false when there is no room for any just now.
+bool service::queue(std::string const& file)
+{
+    switch (place_.look_at_held(file)) {
+    case look::gone:
+        return true;
+    case look::not_now:
+        return not_now(file);
+    case look::in_use:
+        ledger_.add_later(file, clock::now() + held_use_pause);
+        return true;
+    case look::unreadable:
+    case look::no_message:
+        set_aside(file);
+        return true;
+    case look::ready:
+        break;
+    }
+    ledger_.give(file, held_name::of(file).reached == stage::second, clock::now());
+    if (!host_.queue(place_.held_path(file))) {
+        ledger_.take_back(file);
+        return not_now(file);
+    }
+    return true;
+}
+
+bool service::not_now(std::string const& file)
+{
+    ledger_.add_in_front(file);
+    send_not_before_ = clock::now() + try_pause;
+    return false;
+}
+
+// Moves what was put in the place of a message while that was taken: nothing is deleted.
+void service::set_aside(std::string const& file)
+{
+    std::string there;
+    int const   error = place_.give_up(file, "", there);
+    if (error == 0) {
+        host_.output().complain(place_.undelivered_path(there) +
+                                " is no message that can be sent: something was put in its place");
+    } else {
+        complain_once(error, place_.held_path(file) +
+                                 " is no message that can be sent, and cannot "
+                                 "be moved: " +
+                                 std::strerror(error));
+    }
+}
+
+// ---------------------------------------------------------------- results
 
 int service::on_result(void* record, void* user)
 {
     auto* const self = static_cast<service*>(user);
-    try {
-        self->settle(record);
-    } catch (std::exception const& error) {
-        std::fprintf(stderr, "zelieml: %s\n", error.what());
-        self->rescue(record);
-    }
-    return 0;
-}
-
-// Settles an attempt that could not be reported, for lack of memory: as soon as there is some.
-void service::rescue(void* record)
-{
-    for (bool done = false; !done;) {
+    for (;;) {
         try {
-            attempt const     made = attempt_of(record);
-            bool const        sent = made.code == eml_send_ok;
-            std::string const name = name_of(made.file);
-            if (!sent && made.attempt_number > 1) {
-                give_up(name, "");
-            }
-            ledger_.settle(name, sent || made.attempt_number > 1, clock::now());
-            done = true;
-        } catch (std::exception const&) {
-            rest();
+            self->settle(record);
+            return 0;
+        } catch (std::bad_alloc const&) {
+            self->wait_a_moment();  // and then again: what was done is not done twice
+        } catch (std::exception const& error) {
+            self->host_.output().complain(error.what());
+            return 0;
         }
     }
 }
 
-std::string service::name_of(std::string const& path) const
+std::string service::held_file(std::string const& path) const
 {
-    std::string const start = place_.workdir() + "/";
+    std::string const start = place_.held_path("");
     return path.compare(0, start.size(), start) == 0 ? path.substr(start.size()) : "";
 }
 
-// What the engine deletes when this has returned is of no use any more.
 void service::settle(void* record)
 {
-    logged_attempt    logged = {attempt_of(record), "", {}, ""};
-    attempt const&    made   = logged.made;
-    bool const        sent   = made.code == eml_send_ok;
-    bool const        last   = sent || made.attempt_number > 1;
-    std::string const path   = made.file;
-    logged.name              = name_of(path);
-
-    struct stat status = {};
-    if (!sent && ::lstat(path.c_str(), &status) != 0) {
-        ledger_.settle(logged.name, last, clock::now());  // deleted by somebody else
-        wake_if_wanted();
-        return;
+    logged_attempt    made = logged(record);
+    std::string const file = held_file(made.made.file);
+    if (!ledger_.is_given(file)) {
+        return;  // the engine's second attempt at what has another name by now
     }
-    logged.head      = read_head(path);
-    logged.made.file = logged.name;
+    held_name const name     = held_name::of(file);
+    bool const      sent     = made.made.code == eml_send_ok;
+    bool const      was_here = sent || place_.look_at_held(file) != look::gone;
+    made.name                = name.posted;
+    made.made.file           = name.posted;
+    made.made.attempt_number = name.reached == stage::second ? 2 : 1;
+    if (was_here) {
+        made.head = read_head(place_.held_path(file));
+    }
     if (sent) {
-        place_.forget_reason(logged.name);
-        remove_sent(logged.name, made.seconds);
-    } else if (last) {
-        logged.undelivered = give_up(logged.name, json_text(to_json(logged)));
-    } else {
-        keep_reason(logged);
+        remove_sent(file);
+    } else if (was_here && name.reached == stage::second) {
+        made.undelivered = give_up(name, made);
+    } else if (was_here) {
+        put_off(file, name.at(stage::tried), made);
     }
-    ledger_.settle(logged.name, last, clock::now());
-    log_.print(logged);
-    wake_if_wanted();
+    for (std::string const& passed : ledger_.settle(file, clock::now())) {
+        take_up(passed);
+    }
+    if (was_here) {
+        host_.output().report(line_of(made, host_.options().json));
+    }
+    // The service's thread sleeps until it can give many.
+    if (ledger_.has_next() || (wants_places_ && ledger_.is_low()) ||
+        (has_due_ && ledger_.is_low_of_second_attempts())) {
+        wants_places_ = false;
+        has_due_      = false;
+        host_.wake();
+    }
 }
 
-// Until the second attempt, which the engine makes half an hour after the announcement or later.
-void service::keep_reason(logged_attempt const& logged)
+void service::remove_sent(std::string const& file)
 {
-    json       kept  = to_json(logged);
-    auto const since = ledger_.announced(logged.name);
-    if (since) {
-        auto const ago    = std::chrono::duration_cast<seconds>(clock::now() - *since);
-        kept["announced"] = std::time(nullptr) - ago.count();
+    int const error = place_.remove_held(file);
+    if (error != 0 && error != ENOENT) {
+        host_.output().complain(place_.held_path(file) + " was sent, but cannot be deleted: " +
+                                std::strerror(error) + ": it is sent again by the next service");
+        ledger_.keep_over(file);
     }
-    place_.keep_reason(logged.name, json_text(kept));
 }
 
-// Deletes a file whose mail was sent; the engine would do so, and not tell when it cannot. If
-// another message has taken its name meanwhile, that gets another one.
-void service::remove_sent(std::string const& name, double attempt_s)
+// Renames a file after its first attempt, to wait for the next.
+void service::put_off(std::string const& file, held_name const& tried, logged_attempt const& made)
 {
-    spooled now = {name, {}};
-    if (::lstat(place_.path_of(name).c_str(), &now.status) != 0) {
-        return;
-    }
-    std::optional<spooled> const before  = ledger_.file(name);
-    constexpr double             doubt_s = 1;  // the times are not exact: rather send it twice
-    if (before && !same_bytes(before->status, now.status) &&
-        static_cast<double>(changed(now.status).tv_sec) >=
-            static_cast<double>(std::time(nullptr)) - attempt_s - doubt_s) {
-        insist(name + " was replaced while it was sent, and cannot be renamed", [&] {
-            return !place_.put_aside(name).empty() ? 0 : errno != 0 ? errno : EIO;
-        });
-        return;
-    }
-    if (::unlink(place_.path_of(name).c_str()) != 0 && errno != ENOENT) {
-        complain(place_.path_of(name) + " was sent, but cannot be deleted: " +
-                 std::strerror(errno) + ": let this user write to the work directory");
-        keep_leftover({now, true, ""});
+    if (rename(file, tried)) {
+        json kept    = to_json(made);
+        kept["next"] = std::time(nullptr) + retry_pause().count();
+        place_.keep_reason(tried, json_text(kept));
+        ledger_.add_later(tried.file(), clock::now() + retry_pause());
+        host_.wake();
     }
 }
 
-// Moves a file that failed twice. Returns the name that it has then, or nothing.
-std::string service::give_up(std::string const& name, std::string const& reason)
+// After the second. Returns the name that it has among the undelivered; empty when it cannot be moved
+// there, and waits for one more attempt.
+std::string service::give_up(held_name const& name, logged_attempt const& made)
 {
     std::string there;
-    spooled     now = {name, {}};
-    ::lstat(place_.path_of(name).c_str(), &now.status);
-    insist(name + " failed twice and cannot be moved to " + place_.undelivered_path(), [&] {
-        int error = 0;
-        there     = place_.give_up(name, reason, error);
-        if ((error == EACCES || error == EPERM) && !place_.may_delete(now)) {
-            complain(place_.path_of(name) + " failed twice and cannot be moved to " +
-                     place_.undelivered_path() + ": " + std::strerror(error) +
-                     ": let this user write to the work directory");
-            keep_leftover({now, false, reason});
-            return 0;  // nor can the engine delete it
-        }
-        return error == ENOENT ? 0 : error;
-    });
+    int const   error = place_.give_up(name.file(), json_text(to_json(made)), there);
+    if (error == 0 || error == ENOENT) {
+        return there;
+    }
+    host_.output().complain(name.posted + " failed twice and cannot be moved to " +
+                            place_.undelivered_path() + ": " + std::strerror(error) +
+                            ": it is tried once more");
+    // Under another number: the engine knows the one of this second attempt.
+    put_off(name.file(), names_.make(name.posted, stage::tried), made);
     return there;
 }
 
-// Does it again until there is no error: the engine would delete the file.
-void service::insist(std::string const& thing, std::function<int()> const& action)
+// Renames a held file before the engine goes on, which could delete it by its name. Returns whether
+// it has the new name.
+bool service::rename(std::string const& file, held_name const& as)
 {
-    complaint trouble;
-    for (int error = action(); error != 0; error = action()) {
-        trouble.begin(thing + ": " + std::strerror(error) +
+    complaint trouble(host_.output());
+    int       error = place_.rename_held(file, as);
+    while (may_pass(error)) {
+        trouble.begin(place_.held_path(file) +
+                      " failed and cannot be renamed: " + std::strerror(error) +
                       ": nothing is sent until that works, which is tried every second");
-        rest();
+        wait_a_moment();
+        error = place_.rename_held(file, as);
     }
+    if (error != 0 && error != ENOENT) {
+        host_.output().complain(place_.held_path(file) +
+                                " failed and cannot be renamed: " + std::strerror(error));
+    }
+    return error == 0;
 }
 
-// A while between two tries. Does not return when the service is to end: the engine would delete
-// the file.
-void service::rest()
+// Does not return when the service is to end.
+void service::wait_a_moment()
 {
     std::unique_lock<std::mutex> hold(guard_);
-    stopping_changed_.wait_for(hold, move_pause, [&] { return stopping_; });
+    stopping_changed_.wait_for(hold, try_pause, [&] { return stopping_; });
     while (stopping_) {
         is_stuck_ = true;  // until the process ends
         host_.wake();
-        stopping_changed_.wait_for(hold, move_pause);
+        stopping_changed_.wait_for(hold, try_pause);
     }
 }
-
-void service::keep_leftover(leftover const& left)
-{
-    std::lock_guard<std::mutex> const hold(guard_);
-    leftovers_[left.file.name] = left;
-}
-
-// The service's thread sleeps until it can announce many.
-void service::wake_if_wanted()
-{
-    if ((wants_places_ && ledger_.is_low()) || ledger_.has_passed_over()) {
-        wants_places_ = false;
-        host_.wake();
-    }
-}
-
-// The user of the callback.
-struct bare_log {
-    attempt_log log;
-    std::string directory;
-};
 
 int log_bare(void* record, void* user)
 {
+    auto& host = *static_cast<service_host*>(user);
     try {
-        auto&             to     = *static_cast<bare_log*>(user);
-        logged_attempt    logged = {attempt_of(record), "", {}, ""};
-        std::string const start  = to.directory + "/";
-        std::string const path   = logged.made.file;
-        logged.head              = read_head(path);
-        logged.name = path.compare(0, start.size(), start) == 0 ? path.substr(start.size()) : path;
-        logged.made.file = logged.name;
-        to.log.print(logged);
+        logged_attempt    made  = logged(record);
+        std::string const start = host.options().workdir + "/";
+        std::string const path  = made.made.file;
+        made.head               = read_head(path);
+        made.name = path.compare(0, start.size(), start) == 0 ? path.substr(start.size()) : path;
+        made.made.file = made.name;
+        host.output().report(line_of(made, host.options().json));
     } catch (std::exception const& error) {
-        complain(error.what());
+        host.output().complain(error.what());
     }
     return 0;
 }
@@ -790,10 +825,9 @@ int serve(service_options const& options)
 
 int serve_bare(service_options const& options, std::string const& symbol)
 {
-    service_lock::expect_none(spool(options.workdir));
-    host     bare(options);
-    bare_log log = {attempt_log(options.json), options.workdir};
-    bare.start(options.workdir, symbol, log_bare, &log);
+    service_lock const lock(spool(options.workdir), true);
+    service_host       bare(options);
+    bare.start(options.workdir, symbol, log_bare, &bare);
     bare.manager().ready("sending what is posted to " + options.workdir);
     while (bare.told().ends() == 0) {
         bare.wait(time_point::max());

@@ -1,9 +1,9 @@
 // service.h - zelieml engine: the service that loses no mail
 //
 // The library's engine deletes what lies in its directory when it starts, what failed twice, and
-// the oldest of 501. So it runs in an empty directory of its own, under a stock symbol that nobody
-// knows; the service looks what lies in the work directory, tells the engine of it, a part at a
-// time, and moves away what failed twice before the engine deletes it.
+// the oldest of 501. So it runs in an empty directory of its own. The service takes a message that
+// was posted into a folder of its own before it gives it to the engine, a part at a time, and takes it
+// back when an attempt has failed.
 
 #ifndef ZELIEML_TOOLS_ZELIEML_SERVICE_H
 #define ZELIEML_TOOLS_ZELIEML_SERVICE_H

@@ -37,19 +37,22 @@ service_manager::service_manager() : address_(taken_variable("NOTIFY_SOCKET"))
     }
 }
 
-void service_manager::ready(std::string const& status)
+void service_manager::ready(std::string const& text)
 {
-    tell("READY=1\nSTATUS=" + status);
+    state_ += "READY=1\n";
+    status(text);
 }
 
 void service_manager::status(std::string const& text)
 {
-    tell("STATUS=" + text);
+    status_ = "STATUS=" + text;
+    repeat();
 }
 
-void service_manager::stopping(std::string const& status)
+void service_manager::stopping(std::string const& text)
 {
-    tell("STOPPING=1\nSTATUS=" + status);
+    state_ += "STOPPING=1\n";
+    status(text);
 }
 
 void service_manager::alive()
@@ -57,11 +60,20 @@ void service_manager::alive()
     tell("WATCHDOG=1");
 }
 
-void service_manager::tell(std::string const& lines)
+void service_manager::repeat()
+{
+    if (has_unsaid() && tell(state_ + status_)) {
+        state_.clear();
+        status_.clear();
+    }
+}
+
+// Returns false when it has no room now. One that is not there is told nothing.
+bool service_manager::tell(std::string const& lines)
 {
     sockaddr_un to = {};
     if (address_.empty() || address_.size() >= sizeof to.sun_path) {
-        return;
+        return true;
     }
     to.sun_family = AF_UNIX;
     std::memcpy(to.sun_path, address_.data(), address_.size());
@@ -70,13 +82,14 @@ void service_manager::tell(std::string const& lines)
     }
     descriptor const socket(::socket(AF_UNIX, SOCK_DGRAM, 0));
     auto const size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + address_.size());
-    if (socket) {
-        ::fcntl(socket.get(), F_SETFD, FD_CLOEXEC);
-        ::fcntl(socket.get(), F_SETFL, O_NONBLOCK);
-        // A manager that does not listen is not waited for.
-        [[maybe_unused]] auto const sent = ::sendto(socket.get(), lines.data(), lines.size(), 0,
-                                                    reinterpret_cast<sockaddr const*>(&to), size);
+    if (!socket) {
+        return false;  // no descriptor
     }
+    ::fcntl(socket.get(), F_SETFD, FD_CLOEXEC);
+    ::fcntl(socket.get(), F_SETFL, O_NONBLOCK);
+    return ::sendto(socket.get(), lines.data(), lines.size(), 0,
+                    reinterpret_cast<sockaddr const*>(&to), size) >= 0 ||
+           (errno != EAGAIN && errno != EWOULDBLOCK && errno != ENOBUFS && errno != ENOMEM);
 }
 
 }  // namespace zelieml::program

@@ -20,19 +20,25 @@ public:
     // Takes the variables from the environment, so that no other process answers to them.
     service_manager();
 
-    // With a line for people.
+    // With a line for people. What the manager has no room for is kept, for repeat to tell.
     void ready(std::string const& status);
     void status(std::string const& text);
     void stopping(std::string const& status);
+
+    // repeat - tell what could not be told. Whether there is something left is what has_unsaid says.
+    void repeat();
+    bool has_unsaid() const { return !state_.empty() || !status_.empty(); }
 
     // How often it wants to hear that the service lives, halved; nothing: never.
     std::optional<std::chrono::microseconds> watchdog() const { return watchdog_; }
     void                                     alive();
 
 private:
-    void tell(std::string const& lines);
+    bool tell(std::string const& lines);
 
     std::string                              address_;
+    std::string                              state_;   // not said yet
+    std::string                              status_;  // likewise
     std::optional<std::chrono::microseconds> watchdog_;
 };
 

@@ -12,6 +12,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <memory>
+#include <set>
 #include <sys/file.h>
 #include <sysexits.h>
 #include <tuple>
@@ -32,6 +33,8 @@ constexpr char settings_name[]    = "zelismes.cf";
 constexpr char settings_link[]    = "../../zelismes.cf";  // from the engine's folder
 constexpr char service_folder[]   = "/.zelieml";
 constexpr char reasons_folder[]   = "/.zelieml/reasons";
+constexpr char waiting_reasons[]  = "/.zelieml/reasons/waiting";
+constexpr char other_reasons[]    = "/.zelieml/reasons/undelivered";
 constexpr char lock_name[]        = "lock";
 constexpr char half_written[]     = ".new";  // no message's name
 constexpr char give_it_another[]  = "remove it, or use another work directory";
@@ -42,7 +45,7 @@ constexpr char make_it_writable[] = "let this user write to the work directory";
 constexpr std::time_t locked_s = 3600;
 constexpr std::time_t empty_s  = 60;
 
-constexpr off_t largest_reason = 1 << 20;  // the replies of servers have no limit
+constexpr off_t largest_reason = 1 << 16;
 
 bool is_name(std::string const& name)
 {
@@ -121,11 +124,6 @@ void each_in(descriptor const& folder, std::string const& path, Proc&& proc)
     }
 }
 
-bool is_plain(spooled const& file)
-{
-    return S_ISREG(file.status.st_mode) && file.status.st_nlink == 1;
-}
-
 bool is_there(int folder, std::string const& name)
 {
     struct stat status = {};
@@ -150,6 +148,104 @@ bool write_file(int folder, std::string const& name, std::string const& text)
 bool same_file(struct stat const& a, struct stat const& b)
 {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+std::vector<spooled> all_in(std::string const& path)
+{
+    std::vector<spooled> files;
+    descriptor const     folder = own_folder(path);
+    if (folder) {
+        each_in(folder, path, [&](spooled const& file) { files.push_back(file); });
+    }
+    std::sort(files.begin(), files.end());
+    return files;
+}
+
+look look_at_file(int folder, std::string const& name)
+{
+    descriptor const opened(
+        ::openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    struct stat status = {};
+    if (!opened || ::fstat(opened.get(), &status) != 0) {
+        switch (errno) {
+        case ENOENT:
+            return look::gone;
+        case EMFILE:
+        case ENFILE:
+        case ENOMEM:
+            return look::not_now;
+        case EACCES:
+        case EPERM:
+            return look::unreadable;
+        case ELOOP:
+        case EMLINK:
+        case ENXIO:
+            return look::no_message;
+        default:
+            return look::ready;  // the engine will say what is wrong
+        }
+    }
+    if (!S_ISREG(status.st_mode) || status.st_nlink > 1) {
+        return look::no_message;
+    }
+    std::time_t const age = std::time(nullptr) - modified(status).tv_sec;
+    if (status.st_size == 0 && age < empty_s) {
+        return look::
+            in_use;  // and its lock is not asked for, which its writer may be about to take
+    }
+    bool const is_locked =
+        age < locked_s && ::flock(opened.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    if (is_locked) {
+        return look::in_use;
+    }
+    // Only now: whoever sends it deletes it before unlocking it.
+    return ::fstat(opened.get(), &status) == 0 && status.st_nlink == 0 ? look::gone : look::ready;
+}
+
+// What a folder keeps under a name: reasons, best effort.
+std::string kept_in(std::string const& path, std::string const& name)
+{
+    descriptor const folder = folder_if_any(path);
+    descriptor const file(
+        folder && is_name(name)
+            ? ::openat(folder.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)
+            : -1);
+    struct stat status = {};
+    std::string text;
+    if (file && ::fstat(file.get(), &status) == 0 && status.st_size <= largest_reason) {
+        text.resize(static_cast<std::size_t>(status.st_size));
+        ssize_t const got = ::read(file.get(), text.data(), text.size());
+        text.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
+    }
+    return text;
+}
+
+void keep_in(std::string const& path, std::string const& name, std::string const& text)
+{
+    descriptor const folder = folder_if_any(path);
+    if (folder && is_name(name)) {
+        write_file(folder.get(), name, text);
+    }
+}
+
+void forget_in(std::string const& path, std::string const& name)
+{
+    descriptor const folder = folder_if_any(path);
+    if (folder && is_name(name)) {
+        ::unlinkat(folder.get(), name.c_str(), 0);
+    }
+}
+
+// Runs a move into or within a folder; a folder that may not be used is an error like others.
+template <class Move>
+int in_folder(std::string const& path, Move&& move)
+{
+    try {
+        descriptor const folder = made_folder(path);
+        return move(folder.get()) == 0 ? 0 : errno;
+    } catch (failure const&) {
+        return EIO;
+    }
 }
 
 }  // namespace
@@ -194,11 +290,15 @@ void spool::make() const
     descriptor const service(made_folder(workdir_ + service_folder));
     descriptor const engine(made_folder(engine_path()));
     made_folder(workdir_ + reasons_folder);
-    descriptor const undelivered(made_folder(undelivered_path()));
-    if (::stat(workdir_.c_str(), &top) == 0 && ::fstat(undelivered.get(), &sub) == 0 &&
-        top.st_dev != sub.st_dev) {
-        throw failure(EX_CONFIG, undelivered_path() +
-                                     " is on another file system: messages cannot be moved there");
+    made_folder(workdir_ + waiting_reasons);
+    made_folder(workdir_ + other_reasons);
+    for (std::string const& path : {held_path(), undelivered_path()}) {
+        descriptor const folder(made_folder(path));
+        if (::stat(workdir_.c_str(), &top) == 0 && ::fstat(folder.get(), &sub) == 0 &&
+            top.st_dev != sub.st_dev) {
+            throw failure(EX_CONFIG, path + " is on another file system: messages cannot be moved "
+                                            "there");
+        }
     }
     char          target[sizeof settings_link + 1];
     ssize_t const length = ::readlinkat(engine.get(), settings_name, target, sizeof target);
@@ -219,8 +319,9 @@ bool spool::is_whole() const
     struct stat      status = {};
     descriptor const service(own_folder(workdir_ + service_folder));
     descriptor const engine(own_folder(engine_path()));
+    descriptor const held(own_folder(held_path()));
     descriptor const undelivered(own_folder(undelivered_path()));
-    return service && engine && undelivered &&
+    return service && engine && held && undelivered &&
            ::fstatat(engine.get(), settings_name, &status, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
@@ -234,186 +335,158 @@ void spool::each(std::function<void(spooled const& file)> const& proc) const
     each_in(folder, workdir_, proc);
 }
 
-std::vector<spooled> spool::waiting() const
+std::vector<spooled> spool::held() const
 {
-    std::vector<spooled> files;
-    each([&](spooled const& file) {
-        if (is_plain(file)) {
-            files.push_back(file);
-        }
-    });
-    std::sort(files.begin(), files.end());
-    return files;
+    return all_in(held_path());
 }
 
 std::vector<spooled> spool::undelivered() const
 {
-    std::vector<spooled> files;
-    descriptor const     folder = own_folder(undelivered_path());
-    if (folder) {
-        each_in(folder, undelivered_path(), [&](spooled const& file) {
-            if (is_plain(file)) {
-                files.push_back(file);
-            }
-        });
-    }
-    std::sort(files.begin(), files.end());
-    return files;
+    return all_in(undelivered_path());
 }
 
-bool spool::is_in_use(spooled const& file) const
+look spool::look_at(std::string const& name) const
 {
-    std::time_t const age = std::time(nullptr) - modified(file.status).tv_sec;
-    if (file.status.st_size == 0 && age < empty_s) {
-        return true;  // and its lock is not asked for, which its writer may be about to take
-    }
-    if (age >= locked_s) {
-        return false;
-    }
-    descriptor const opened(::open(path_of(file.name).c_str(),
-                                   O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-    if (!opened) {
-        return errno == EMFILE || errno == ENFILE || errno == ENOMEM;  // not the file's fault
-    }
-    return ::flock(opened.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
+    return look_at_file(AT_FDCWD, path_of(name));
 }
 
-bool spool::may_delete(spooled const& file) const
+look spool::look_at_held(std::string const& file) const
 {
-    struct stat folder = {};
-    uid_t const user   = ::geteuid();
-    return ::stat(workdir_.c_str(), &folder) == 0 &&
-           ::faccessat(AT_FDCWD, workdir_.c_str(), W_OK | X_OK, AT_EACCESS) == 0 &&
-           (user == 0 || (folder.st_mode & S_ISVTX) == 0 || folder.st_uid == user ||
-            file.status.st_uid == user);
+    return look_at_file(AT_FDCWD, held_path(file));
 }
 
-std::string spool::reason(std::string const& name) const
+int spool::take(std::string const& name, held_name const& as) const
 {
-    descriptor const folder = folder_if_any(workdir_ + reasons_folder);
-    descriptor const file(
-        folder && is_name(name)
-            ? ::openat(folder.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC)
-            : -1);
-    struct stat status = {};
-    std::string text;
-    if (file && ::fstat(file.get(), &status) == 0 && status.st_size <= largest_reason) {
-        text.resize(static_cast<std::size_t>(status.st_size));
-        ssize_t const got = ::read(file.get(), text.data(), text.size());
-        text.resize(got > 0 ? static_cast<std::size_t>(got) : 0);
-    }
-    return text;
+    return in_folder(held_path(), [&](int folder) {
+        return ::renameat(AT_FDCWD, path_of(name).c_str(), folder, as.file().c_str());
+    });
 }
 
-void spool::keep_reason(std::string const& name, std::string const& text) const
+int spool::rename_held(std::string const& file, held_name const& as) const
 {
-    descriptor const folder = folder_if_any(workdir_ + reasons_folder);
-    if (folder && is_name(name)) {
-        write_file(folder.get(), name, text);
+    held_name const before = held_name::of(file);
+    int const       error  = in_folder(held_path(), [&](int folder) {
+        return ::renameat(folder, file.c_str(), folder, as.file().c_str());
+    });
+    if (error == 0 && before.key() != as.key()) {
+        std::string const known = reason(before);
+        if (!known.empty()) {
+            keep_reason(as, known);
+        }
+        forget_in(workdir_ + waiting_reasons, before.key());
     }
+    return error;
 }
 
-void spool::forget_reason(std::string const& name) const
+int spool::give_up(std::string const& file, std::string const& reason, std::string& there) const
 {
-    descriptor const folder = folder_if_any(workdir_ + reasons_folder);
-    if (folder && is_name(name)) {
-        ::unlinkat(folder.get(), name.c_str(), 0);
+    std::string       name  = held_name::of(file).posted;
+    std::string const from  = held_path(file);
+    int const         error = in_folder(undelivered_path(), [&](int folder) {
+        while (is_there(folder, name)) {
+            name = another_name(name);
+        }
+        if (!reason.empty()) {
+            keep_in(workdir_ + other_reasons, name, reason);
+        }
+        int const moved = ::renameat(AT_FDCWD, from.c_str(), folder, name.c_str());
+        if (moved != 0) {
+            int const why = errno;
+            forget_in(workdir_ + other_reasons, name);
+            errno = why;
+        }
+        return moved;
+    });
+    if (error == 0) {
+        there = name;
+        forget_in(workdir_ + waiting_reasons, held_name::of(file).key());
     }
+    return error;
 }
 
-bool spool::is_reason_new(std::string const& name) const
+int spool::remove_held(std::string const& file) const
 {
-    struct stat      began   = {};
-    struct stat      kept    = {};
-    descriptor const service = folder_if_any(workdir_ + service_folder);
-    descriptor const reasons = folder_if_any(workdir_ + reasons_folder);
-    if (!service || !reasons || !is_name(name) ||
-        ::fstatat(service.get(), lock_name, &began, AT_SYMLINK_NOFOLLOW) != 0 ||
-        ::fstatat(reasons.get(), name.c_str(), &kept, AT_SYMLINK_NOFOLLOW) != 0) {
-        return false;
-    }
-    timespec const from = modified(began);
-    timespec const at   = modified(kept);
-    return std::tie(from.tv_sec, from.tv_nsec) <= std::tie(at.tv_sec, at.tv_nsec);
+    int const error = ::unlink(held_path(file).c_str()) == 0 ? 0 : errno;
+    forget_in(workdir_ + waiting_reasons, held_name::of(file).key());
+    return error;
+}
+
+std::string spool::reason(held_name const& name) const
+{
+    return kept_in(workdir_ + waiting_reasons, name.key());
+}
+
+std::string spool::undelivered_reason(std::string const& name) const
+{
+    return kept_in(workdir_ + other_reasons, name);
+}
+
+void spool::keep_reason(held_name const& name, std::string const& text) const
+{
+    keep_in(workdir_ + waiting_reasons, name.key(), text);
 }
 
 void spool::forget_old_reasons() const
 {
-    descriptor const reasons = folder_if_any(workdir_ + reasons_folder);
-    if (reasons) {
-        each_in(reasons, workdir_ + reasons_folder, [&](spooled const& file) {
-            if (!is_there(AT_FDCWD, path_of(file.name)) &&
-                !is_there(AT_FDCWD, undelivered_path(file.name))) {
-                forget_reason(file.name);
+    std::set<std::string> keys;
+    for (spooled const& file : held()) {
+        keys.insert(held_name::of(file.name).key());
+    }
+    auto const forget = [&](std::string const& path, auto&& is_old) {
+        for (spooled const& file : all_in(path)) {
+            if (is_old(file.name)) {
+                forget_in(path, file.name);
             }
-        });
-    }
-}
-
-std::string spool::give_up(std::string const& name, std::string const& reason, int& error) const
-{
-    error = ENOENT;
-    if (!is_name(name) || !is_there(AT_FDCWD, path_of(name))) {
-        return "";
-    }
-    try {
-        descriptor const folder = made_folder(undelivered_path());
-        std::string      there  = name;
-        while (is_there(folder.get(), there)) {
-            there = another_name(there);
         }
-        if (!reason.empty()) {
-            keep_reason(there, reason);
-        }
-        if (::renameat(AT_FDCWD, path_of(name).c_str(), folder.get(), there.c_str()) == 0) {
-            error = 0;
-            return there;
-        }
-        error = errno;
-        if (there != name) {
-            forget_reason(there);
-        }
-    } catch (failure const&) {
-        error = EIO;  // the folder is gone, or is not ours any more
-    }
-    return "";
+    };
+    forget(workdir_ + waiting_reasons,
+           [&](std::string const& name) { return keys.count(name) == 0; });
+    forget(workdir_ + other_reasons,
+           [&](std::string const& name) { return !is_there(AT_FDCWD, undelivered_path(name)); });
 }
 
 std::string spool::put_back(std::string const& name) const
 {
     descriptor const folder = own_folder(undelivered_path());
-    if (!folder || !is_name(name) || !is_there(folder.get(), name)) {
-        return "";
+    std::string      back =
+        folder && is_name(name) ? move_back(folder.get(), name, undelivered_path(name), name) : "";
+    if (!back.empty()) {
+        forget_in(workdir_ + other_reasons, name);
     }
-    std::string back = claim_another(name);
-    if (back.empty()) {
-        throw failure(EX_CANTCREAT, "a message file in " + workdir_, errno, make_it_writable);
-    }
-    std::string const known = reason(name);
-    if (!known.empty()) {
-        keep_reason(back, known);
-    }
-    if (::renameat(folder.get(), name.c_str(), AT_FDCWD, path_of(back).c_str()) != 0) {
-        int const error = errno;
-        ::unlink(path_of(back).c_str());
-        forget_reason(back);
-        if (error == ENOENT) {
-            return "";
-        }
-        throw failure(EX_CANTCREAT, undelivered_path(name), error, make_it_writable);
-    }
-    forget_reason(name);
     return back;
 }
 
-std::string spool::put_aside(std::string const& name) const
+std::string spool::put_back_held(std::string const& file) const
 {
-    std::string aside = is_name(name) ? claim_another(name) : "";
-    if (!aside.empty() && ::rename(path_of(name).c_str(), path_of(aside).c_str()) != 0) {
-        ::unlink(path_of(aside).c_str());
+    held_name const  name   = held_name::of(file);
+    descriptor const folder = own_folder(held_path());
+    std::string      back =
+        folder && is_name(file) ? move_back(folder.get(), file, held_path(file), name.posted) : "";
+    if (!back.empty()) {
+        forget_in(workdir_ + waiting_reasons, name.key());
+    }
+    return back;
+}
+
+std::string spool::move_back(int folder, std::string const& name, std::string const& path,
+                             std::string const& like) const
+{
+    if (!is_there(folder, name)) {
         return "";
     }
-    return aside;
+    std::string back = claim_another(like);
+    if (back.empty()) {
+        throw failure(EX_CANTCREAT, "a message file in " + workdir_, errno, make_it_writable);
+    }
+    if (::renameat(folder, name.c_str(), AT_FDCWD, path_of(back).c_str()) != 0) {
+        int const error = errno;
+        ::unlink(path_of(back).c_str());
+        if (error == ENOENT) {
+            return "";
+        }
+        throw failure(EX_CANTCREAT, path, error, make_it_writable);
+    }
+    return back;
 }
 
 std::string spool::claim_another(std::string const& name) const
@@ -435,46 +508,47 @@ std::string spool::claim_another(std::string const& name) const
 namespace
 {
 
-failure not_deleted(std::string const& path, int error)
+// Returns false when there is no such file. Throws a failure when it cannot be deleted.
+bool delete_file(std::string const& path)
 {
+    if (::unlink(path.c_str()) == 0) {
+        return true;
+    }
+    if (errno == ENOENT) {
+        return false;
+    }
+    int const   error  = errno;
     struct stat status = {};
     if (::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
-        return {EX_CANTCREAT, path + " is a directory: remove it by hand"};
+        throw failure(EX_CANTCREAT, path + " is a directory: remove it by hand");
     }
-    return {EX_CANTCREAT, path, error, "run zelieml as a user who may delete it"};
+    throw failure(EX_CANTCREAT, path, error, "run zelieml as a user who may delete it");
 }
 
 }  // namespace
 
 bool spool::drop(std::string const& name) const
 {
-    if (!is_name(name) || !is_message_name(name)) {
-        return false;
+    return is_name(name) && is_message_name(name) && delete_file(path_of(name));
+}
+
+bool spool::drop_held(std::string const& file) const
+{
+    bool const dropped = own_folder(held_path()) && is_name(file) && delete_file(held_path(file));
+    if (dropped) {
+        forget_in(workdir_ + waiting_reasons, held_name::of(file).key());
     }
-    if (::unlink(path_of(name).c_str()) != 0) {
-        if (errno == ENOENT) {
-            return false;
-        }
-        throw not_deleted(path_of(name), errno);
-    }
-    forget_reason(name);
-    return true;
+    return dropped;
 }
 
 bool spool::drop_undelivered(std::string const& name) const
 {
-    descriptor const folder = own_folder(undelivered_path());
-    if (!folder || !is_name(name)) {
-        return false;
+    bool const dropped =
+        own_folder(undelivered_path()) && is_name(name) && delete_file(undelivered_path(name));
+    if (dropped) {
+        forget_in(workdir_ + other_reasons, name);
     }
-    if (::unlinkat(folder.get(), name.c_str(), 0) != 0) {
-        if (errno == ENOENT) {
-            return false;
-        }
-        throw not_deleted(undelivered_path(name), errno);
-    }
-    forget_reason(name);
-    return true;
+    return dropped;
 }
 
 namespace
@@ -496,7 +570,7 @@ void expect_lock(descriptor const& file, int kind, spool const& place)
 
 }  // namespace
 
-service_lock::service_lock(spool const& place)
+service_lock::service_lock(spool const& place, bool is_shared)
 {
     std::string const path = place.workdir() + service_folder + "/" + lock_name;
     do {
@@ -506,21 +580,12 @@ service_lock::service_lock(spool const& place)
         if (!file_) {
             throw failure(EX_CANTCREAT, path, errno, make_it_writable);
         }
-        expect_lock(file_, LOCK_EX, place);
+        expect_lock(file_, is_shared ? LOCK_SH : LOCK_EX, place);
     } while (!is_valid(place));  // its folder was removed in between
     std::string const process = std::to_string(::getpid()) + "\n";
     if (::ftruncate(file_.get(), 0) != 0 ||
         ::pwrite(file_.get(), process.data(), process.size(), 0) < 0) {
         return;  // a full disk: the lock holds without the number
-    }
-}
-
-void service_lock::expect_none(spool const& place)
-{
-    std::string const path = place.workdir() + service_folder + "/" + lock_name;
-    descriptor const  file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-    if (file) {
-        expect_lock(file, LOCK_SH, place);
     }
 }
 

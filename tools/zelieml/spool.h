@@ -1,16 +1,21 @@
-// spool.h - what a work directory holds for the program, besides settings and messages
+// spool.h - what a work directory holds for the program, besides settings
 //
+//     DIR/NAME                  a message, posted by anybody
 //     DIR/undelivered/NAME      a message that failed twice; the folder is 0700
 //     DIR/.zelieml/             0700, the service's own
 //                  lock         locked (flock) while a service runs for DIR; has its process id
 //                  engine/      the work directory of the service's engine: the settings, as a
 //                               link, and never a message
-//                  reasons/NAME why the last attempt at a message failed, as JSON; waiting or
-//                               undelivered, it has one name
+//                  sending/     the messages that the service has taken from DIR; held_name.h
+//                               explains their names
+//                  reasons/waiting/KEY        why the first attempt at a message in "sending"
+//                                             failed, as JSON
+//                  reasons/undelivered/NAME   why an undelivered message failed
 //     DIR/.settings-UID/        0700, while that user changes the settings: the new ones
 //
-// Any user may write to DIR. So nothing of this is used unless it belongs to the user who runs the
-// program and others cannot write to it, and no link is followed.
+// Any user may write to DIR, and replace a file there between two looks at it. So a message is sent
+// from "sending" only, where nobody else can. Nothing of this is used unless it belongs to the user
+// who runs the program and others cannot write to it, and no link is followed.
 
 #ifndef ZELIEML_TOOLS_ZELIEML_SPOOL_H
 #define ZELIEML_TOOLS_ZELIEML_SPOOL_H
@@ -22,6 +27,7 @@
 #include <vector>
 
 #include "tools/descriptor.h"
+#include "tools/zelieml/held_name.h"
 
 namespace zelieml::program
 {
@@ -41,6 +47,17 @@ struct spooled {
 // Which was posted first: by the time of its last change, then by name.
 bool operator<(spooled const& a, spooled const& b);
 
+// What a look at a message file says.
+enum class look {
+    ready,
+    gone,
+    in_use,   // it is still being written or sent by its poster: locked and changed within the last
+              // hour, or empty and changed within the last minute
+    not_now,  // this process has no descriptor, or no memory, to find out
+    unreadable,  // for this user
+    no_message   // a link, a folder, a file with several names, ...
+};
+
 // The places below a work directory. Functions that move or delete a message leave it in one place,
 // whole, wherever the process is killed. Names are names in a folder, never paths: any other is
 // treated as one that is not there.
@@ -52,6 +69,8 @@ public:
     std::string const& workdir() const { return workdir_; }
     std::string        engine_path() const { return workdir_ + "/.zelieml/engine"; }
     std::string        path_of(std::string const& name) const { return workdir_ + "/" + name; }
+    std::string        held_path() const { return workdir_ + "/.zelieml/sending"; }
+    std::string        held_path(std::string const& file) const { return held_path() + "/" + file; }
     std::string        undelivered_path() const { return workdir_ + "/undelivered"; }
     std::string        undelivered_path(std::string const& name) const
     {
@@ -73,71 +92,68 @@ public:
     // Throws a failure (EX_NOINPUT) when the directory cannot be read.
     void each(std::function<void(spooled const& file)> const& proc) const;
 
-    // waiting, undelivered - the regular message files with one name, the oldest first
+    // held, undelivered - what lies in these folders, the oldest first; likewise
     //
-    // undelivered is empty when there is no folder. Both throw a failure when there is one that
-    // cannot be read.
-    std::vector<spooled> waiting() const;
+    // Empty when there is no folder. Both throw a failure when there is one that cannot be read.
+    std::vector<spooled> held() const;
     std::vector<spooled> undelivered() const;
 
-    // is_in_use - whether a message file is still being written or sent by its poster: it is locked
-    // and changed within the last hour, or empty and changed within the last minute. Also when this
-    // process has no descriptor to find out; false when the file cannot be opened otherwise.
-    bool is_in_use(spooled const& file) const;
+    // look_at, look_at_held - whether a message can be taken, and sent
+    look look_at(std::string const& name) const;
+    look look_at_held(std::string const& file) const;
 
-    // may_delete - whether this user may take a file out of the work directory
-    bool may_delete(spooled const& file) const;
+    // These return 0, or why it was not done, as errno; ENOENT when the message is gone. One caller
+    // at a time: the service.
 
-    // reason - why the last attempt at a message failed: JSON as keep_reason got it; empty when
-    // nothing is known
-    std::string reason(std::string const& name) const;
+    // take - moves a message from the work directory to the held ones
+    int take(std::string const& name, held_name const& as) const;
 
-    // keep_reason, forget_reason - best effort: nothing tells when the disk is full
-    void keep_reason(std::string const& name, std::string const& text) const;
-    void forget_reason(std::string const& name) const;
+    // rename_held - gives a held message another name, and its reason with it
+    int rename_held(std::string const& file, held_name const& as) const;
 
-    // is_reason_new - whether the service that has the lock now, or had it last, has kept this reason
-    bool is_reason_new(std::string const& name) const;
+    // give_up - moves a held message to the undelivered ones
+    //
+    // reason  kept for the name that it has there, which "there" receives
+    int give_up(std::string const& file, std::string const& reason, std::string& there) const;
 
-    // forget_old_reasons - those of messages that are neither waiting nor undelivered
+    // remove_held - deletes a held message, and its reason
+    int remove_held(std::string const& file) const;
+
+    // reason, undelivered_reason - why the last attempt at a message failed: JSON as it was kept;
+    // empty when nothing is known
+    std::string reason(held_name const& name) const;
+    std::string undelivered_reason(std::string const& name) const;
+
+    // keep_reason - best effort: nothing tells when the disk is full
+    void keep_reason(held_name const& name, std::string const& text) const;
+
+    // forget_old_reasons - those of messages that are neither held nor undelivered
     void forget_old_reasons() const;
 
-    // give_up - moves a message from the work directory to the undelivered ones
+    // put_back, put_back_held - moves a message that is undelivered, or waits for its second
+    // attempt, to the work directory, where a service sends it as one that has just been posted
     //
-    // reason  kept for the name that it has there; empty: none is
-    // error   receives why it was not moved, as errno; ENOENT when it is not in the work directory
-    //
-    // Returns the name that it has among the undelivered, empty when it was not moved. One caller
-    // at a time: the service.
-    std::string give_up(std::string const& name, std::string const& reason, int& error) const;
-
-    // put_back - moves an undelivered message, and its reason, to the work directory, where a
-    // service sends it as one that has just been posted
-    //
-    // It gets a name that it did not have before: a service may still be about to delete a file of
-    // the old name.
-    //
-    // Returns the new name; empty when there is no such message. Throws a failure (EX_CANTCREAT)
-    // when it cannot be moved.
+    // Returns the name that it has there; empty when there is no such message. Throws a failure
+    // (EX_CANTCREAT) when it cannot be moved.
     std::string put_back(std::string const& name) const;
+    std::string put_back_held(std::string const& file) const;
 
-    // put_aside - gives a message in the work directory another name, and with it a place of its own
+    // drop, drop_held, drop_undelivered - delete a message, and its reason. A message that is just
+    // being sent may be delivered all the same.
     //
-    // Returns that name; empty when it could not be moved.
-    std::string put_aside(std::string const& name) const;
-
-    // drop, drop_undelivered - delete a message, and its reason. A message that is just being sent
-    // may be delivered all the same.
-    //
-    // Returns false when there is none of this name. Throws a failure (EX_CANTCREAT) when it cannot
-    // be deleted.
+    // Return false when there is none of this name. Throw a failure (EX_CANTCREAT) when it cannot be
+    // deleted.
     bool drop(std::string const& name) const;
+    bool drop_held(std::string const& file) const;
     bool drop_undelivered(std::string const& name) const;
 
 private:
     // Takes a name like this one in the work directory by making an empty file of it: moving a
     // message there then overwrites nobody's. Empty, with errno, when that does not work.
     std::string claim_another(std::string const& name) const;
+
+    std::string move_back(int folder, std::string const& name, std::string const& path,
+                          std::string const& like) const;
 
     std::string workdir_;
 };
@@ -146,15 +162,14 @@ private:
 class service_lock
 {
 public:
-    // Throws a failure: EX_TEMPFAIL, with the process that has it, when there is another service;
-    // EX_CANTCREAT when the file cannot be made. The folders have to be there.
-    explicit service_lock(spool const& place);
+    // is_shared  with others that share it, but no other
+    //
+    // Throws a failure: EX_TEMPFAIL, with the process that has it, when somebody else has it;
+    // EX_CANTCREAT when the file cannot be made.
+    explicit service_lock(spool const& place, bool is_shared = false);
 
     // False when the file was removed, so that another service could come.
     bool is_valid(spool const& place) const;
-
-    // expect_none - throws as the constructor does when there is a service, and makes nothing
-    static void expect_none(spool const& place);
 
 private:
     descriptor file_;

@@ -19,7 +19,7 @@ namespace zelieml::program
 class watch
 {
 public:
-    // What has happened since it was asked last.
+    // What has happened.
     struct news {
         std::vector<std::string> names;  // finished or moved in, perhaps; in this order
         bool look = false;               // something else has: it is to be looked at as a whole
@@ -40,7 +40,10 @@ public:
     // Readable when there is news; -1 while it watches nothing.
     int fd() const { return queue_.get(); }
 
-    news read();
+    // read - some of what has happened; the rest next time
+    //
+    // is_wanted  whether a name is to be told
+    news read(bool (*is_wanted)(std::string const& name));
 
 private:
     descriptor queue_;

@@ -117,21 +117,22 @@ TEST(Engine, KeepsTheReasonOfAFailure)
     write_message(work.file("a.sme"), "hello");
     service_program service(QUICK_PROGRAM, work.path());
     service.run().wait_for("\n");
-    EXPECT_TRUE(contains(read_file(work.file(".zelieml/reasons/a.sme")), "550 5.1.1 no such user"));
+    EXPECT_TRUE(contains(kept_reason(work.path(), "a.sme"), "550 5.1.1 no such user"));
     EXPECT_EQ(service.end(), EX_OK);
 }
 
-TEST(Engine, AnswersWithinASecond)
+TEST(Engine, HearsOfWhatComes)
 {
     mail_server     server;
     workplace       work(server.smtp_port());
     service_program service(QUICK_PROGRAM, work.path());
     ASSERT_TRUE(service.is_ready());
-    // Each long before the service looks by itself, which it does every 30 seconds.
-    for (std::size_t i = 1; i <= 20; ++i) {
+    // By itself it would look after 30 seconds.
+    for (std::size_t i = 1; i <= 3; ++i) {
         post(work, "mail");
-        ASSERT_TRUE(server.wait_for_mails(i, std::chrono::seconds(10))) << i;
+        ASSERT_TRUE(server.wait_for_mails(i, std::chrono::seconds(15))) << i;
     }
+    EXPECT_EQ(service.run().err(), "") << "it watches";
 }
 
 TEST(Engine, SendsInTheOrderOfPosting)
@@ -286,25 +287,25 @@ TEST(Engine, RefusesADirectoryThatIsTooDeep)
     EXPECT_TRUE(contains(run.err, "is too long: use one of at most 239 bytes")) << run.err;
 }
 
-TEST(Engine, ANameThatIsTooLongIsToldOnce)
+TEST(Engine, AnyNameIsSent)
 {
     mail_server    server;
     temp_dir const dir;
     std::string    deep = dir.path();
-    while (deep.size() < 200) {
-        deep += "/" + std::string(std::min<std::size_t>(100, 201 - deep.size()), 'd');
+    while (deep.size() < 239) {  // the deepest that it takes
+        deep += "/" + std::string(std::min<std::size_t>(100, 238 - deep.size()), 'd');
         ASSERT_EQ(::mkdir(deep.c_str(), 0700), 0);
     }
     write_file(deep + "/zelismes.cf", settings_for(server.smtp_port()));
-    write_message(deep + "/" + std::string(196, 'a') + ".sme", "too long");
-    write_message(deep + "/" + std::string(197, 'a') + ".sme", "too long");
-    write_message(deep + "/b.sme", "short");
+    write_message(deep + "/" + std::string(251, 'a') + ".sme", "long");
+    write_message(deep + "/.sme" + std::string(251, 'a'), "also long");
+    write_message(deep + "/a\n\x1b[2J\xff~1-2.tried.sme", "odd");
     service_program service(QUICK_PROGRAM, deep);
-    EXPECT_TRUE(server.wait_for_mails(1));
-    service.run().wait_for("\n");
+    EXPECT_TRUE(server.wait_for_mails(3));
+    service.run().wait_for("\n", 3);
     EXPECT_EQ(service.end(), EX_OK);
-    EXPECT_EQ(count_of(service.run().err(), "\n"), 1) << service.run().err();
-    EXPECT_TRUE(contains(service.run().err(), "give it a shorter name"));
+    EXPECT_EQ(waiting_in(deep), strings());
+    EXPECT_EQ(service.run().err(), "");
 }
 
 TEST(Engine, EndsInOrder)
@@ -458,19 +459,212 @@ TEST(Engine, AFullDiskForItsOutputIsToldOnce)
     EXPECT_EQ(count_of(service.err(), "standard output"), 1) << service.err();
 }
 
-TEST(Engine, DeletesNoOtherMessageThatHasTakenTheName)
+TEST(Engine, ANameMayBeUsedAgainAtOnce)
 {
-    loopback_program server({"--show", "--fault", "greeting=delay:300"});
-    workplace        work(server.port("smtp"));
-    write_message(work.file("status.sme"), "first");
-    service_program service(QUICK_PROGRAM, work.path());
-    server.wait_for("(connects)");  // the engine has opened it
-    write_message(work.file("new"), "second");
-    ASSERT_EQ(::rename(work.file("new").c_str(), work.file("status.sme").c_str()), 0);
-    server.wait_for("Subject: second");
-    server.wait_for("Subject: first");
-    EXPECT_TRUE(wait_until([&] { return waiting_in(work.path()).empty(); }));
+    mail_server       server;
+    workplace         work(server.smtp_port());
+    constexpr int     count = 300;
+    std::string const name  = work.file("status.sme");
+    service_program   service(QUICK_PROGRAM, work.path());
+    for (int i = 0; i < count; ++i) {
+        write_message(work.file("new"), "mail." + std::to_string(i));
+        ASSERT_TRUE(wait_until([&] { return !file_exists(name); }));
+        ASSERT_EQ(::rename(work.file("new").c_str(), name.c_str()), 0);
+    }
+    EXPECT_TRUE(server.wait_for_mails(count));
     EXPECT_EQ(service.end(), EX_OK);
+    EXPECT_EQ(subjects_of(server.mails()), numbered("mail", count));
+}
+
+TEST(Engine, WhatFailsDoesNotKeepOthersOfItsNameWaiting)
+{
+    mailserver::options options;
+    options.faults          = {mailserver::parse_fault("rcpt=refuse:550 5.1.1 no such user")};
+    options.faults[0].times = 1;
+    mail_server     server(options);
+    workplace       work(server.smtp_port());
+    service_program service(QUICK_PROGRAM, work.path());
+    write_message(work.file("status.sme"), "first");
+    service.run().wait_for("\n");
+    write_message(work.file("status.sme"), "second");
+    EXPECT_TRUE(server.wait_for_mails(1));
+    EXPECT_EQ(subjects_of(server.mails()), strings{"second"});
+    service.run().wait_for("\n", 2);
+    EXPECT_EQ(waiting_in(work.path()), strings{"status.sme"});
+}
+
+TEST(Engine, HundredsThatFailKeepNobodyWaiting)
+{
+    mailserver::options options;
+    options.rejected_recipients = {"nobody@b.test"};
+    mail_server     server(options);
+    workplace       work(server.smtp_port());
+    service_program service(QUICK_PROGRAM, work.path());
+    constexpr int   count = 600;
+    for (int i = 0; i < count; ++i) {
+        write_file(work.file(std::to_string(i) + ".sme"),
+                   "from: a@a.test\nto: nobody@b.test\n\n.\n");
+    }
+    service.run().wait_for("\n", count);
+    write_message(work.file("good.sme"), "good");
+    EXPECT_TRUE(server.wait_for_mails(1));
+    service.run().wait_for("\n", count + 1);
+    EXPECT_EQ(service.end(), EX_OK);
+    EXPECT_EQ(waiting_in(work.path()).size(), std::size_t{count});
+}
+
+TEST(Engine, SendsWhatWasThereWhenTheDirectoryWasAway)
+{
+    loopback_program  server({"--show", "--fault", "text=delay:200"});
+    workplace         work(server.port("smtp"));
+    std::string const away = work.outside() + "/away";
+    for (int i = 0; i < 10; ++i) {
+        post(work, "mail." + std::to_string(i));
+    }
+    service_program service(QUICK_PROGRAM, work.path());
+    server.wait_for("Subject: mail.1");
+    ASSERT_EQ(::rename(work.path(), away.c_str()), 0);
+    EXPECT_TRUE(wait_until([&] { return contains(service.run().err(), "is not there any more"); }));
+    ASSERT_EQ(::rename(away.c_str(), work.path()), 0);
+    EXPECT_TRUE(wait_until([&] { return waiting_in(work.path()).empty(); }));
+    for (int i = 0; i < 10; ++i) {
+        server.wait_for("Subject: mail." + std::to_string(i));
+    }
+    EXPECT_EQ(service.end(), EX_OK);
+    EXPECT_EQ(list_directory(work.file("undelivered")), strings());
+}
+
+TEST(Engine, AFileThatIsSwappedForADirectoryStopsNothing)
+{
+    mail_server     server;
+    workplace       work(server.smtp_port());
+    service_program service(QUICK_PROGRAM, work.path());
+    ASSERT_TRUE(service.is_ready());
+    for (int i = 0; i < 200; ++i) {
+        write_message(work.file("a.sme"), "mail");
+        ::unlink(work.file("a.sme").c_str());
+        ::mkdir(work.file("a.sme").c_str(), 0755);
+        ::rmdir(work.file("a.sme").c_str());
+        ::symlink("zelismes.cf", work.file("a.sme").c_str());
+        ::unlink(work.file("a.sme").c_str());
+    }
+    post(work, "last");
+    service.run().wait_for("\"subject\":\"last\",");
+    EXPECT_EQ(service.end(), EX_OK);
+    EXPECT_EQ(waiting_in(work.path()), strings());
+}
+
+// --------------------------------------------------------------------- output
+
+// A pipe that is full.
+class stuffed_pipe
+{
+public:
+    stuffed_pipe()
+    {
+        int ends[2];
+        EXPECT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+        reader_.reset(ends[0]);
+        writer_.reset(ends[1]);
+        ::fcntl(writer_.get(), F_SETFL, O_NONBLOCK);
+        while (::write(writer_.get(), "x", 1) == 1) {
+        }
+        ::fcntl(writer_.get(), F_SETFL, 0);
+    }
+
+    // For a shell.
+    std::string path() const
+    {
+        return "/proc/" + std::to_string(::getpid()) + "/fd/" + std::to_string(writer_.get());
+    }
+
+private:
+    unique_fd reader_;
+    unique_fd writer_;
+};
+
+TEST(Engine, SendsThoughNobodyReadsWhatItPrints)
+{
+    SKIP_UNLESS(file_exists("/proc/self/fd"), "there is no /proc");
+    constexpr int     count = 1200;  // more than are kept
+    mail_server       server;
+    workplace         work(server.smtp_port());
+    stuffed_pipe      full;
+    manager_socket    manager;
+    environment const told("NOTIFY_SOCKET", manager.name());
+    environment const pipe("FULL", full.path());
+    for (int i = 0; i < count; ++i) {
+        write_message(work.file(std::to_string(i) + ".sme"), "mail");
+    }
+    program service({"/bin/sh", "-c", "exec \"$@\" > $FULL 2>&1", "sh", QUICK_PROGRAM, "engine",
+                     "--stop-timeout", "1", "-w", work.path()});
+    EXPECT_TRUE(server.wait_for_mails(count, std::chrono::seconds(60)));
+    EXPECT_TRUE(wait_until([&] { return waiting_in(work.path()).empty(); }));
+    service.signal(SIGTERM);
+    EXPECT_EQ(service.wait(), EX_OK);
+}
+
+TEST(Engine, SaysHowManyAttemptsItDidNotReport)
+{
+    SKIP_UNLESS(file_exists("/proc/self/fd"), "there is no /proc");
+    constexpr int count = 1200;
+    mail_server   server;
+    workplace     work(server.smtp_port());
+    int           ends[2];
+    ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    unique_fd const   reader(ends[0]);
+    unique_fd         writer(ends[1]);
+    environment const pipe("FULL", "/proc/" + std::to_string(::getpid()) + "/fd/" +
+                                       std::to_string(writer.get()));
+    ASSERT_GT(::fcntl(writer.get(), F_SETPIPE_SZ, 4096), 0);
+    for (int i = 0; i < count; ++i) {
+        write_message(work.file(std::to_string(i) + ".sme"), "mail");
+    }
+    program service(
+        {"/bin/sh", "-c", "exec \"$@\" > $FULL", "sh", QUICK_PROGRAM, "engine", "-w", work.path()});
+    EXPECT_TRUE(server.wait_for_mails(count, std::chrono::seconds(60)));
+    EXPECT_TRUE(wait_until([&] { return waiting_in(work.path()).empty(); }));
+    writer.reset();
+    service.signal(SIGTERM);
+    char        bytes[4096];
+    std::string read;
+    ssize_t     got = 0;
+    while ((got = ::read(reader.get(), bytes, sizeof bytes)) > 0) {
+        read.append(bytes, static_cast<std::size_t>(got));
+    }
+    EXPECT_EQ(service.wait(), EX_OK);
+    int const         lines = count_of(read, "\n");
+    std::string const lost  = std::to_string(count - lines) + " attempts are not reported";
+    EXPECT_LT(lines, count);
+    EXPECT_TRUE(contains(service.err(), lost)) << lines << service.err();
+}
+
+TEST(Engine, AHugeHeaderIsCutInWhatItPrintsAndKeeps)
+{
+    mailserver::options options;
+    options.rejected_recipients = {"anna@b.test"};
+    mail_server     server(options);
+    workplace       work(server.smtp_port());
+    service_program service(QUICK_PROGRAM, work.path());
+    write_message(work.file("a.sme"), std::string(20 << 20, 'x'));
+    service.run().wait_for("\n");
+    EXPECT_EQ(service.end(), EX_OK);
+    EXPECT_LT(service.run().out().size(), 4096u);
+    EXPECT_LT(kept_reason(work.path(), "a.sme").size(), 4096u);
+    EXPECT_TRUE(contains(service.run().out(), "\"subject\":\"xxx"));
+}
+
+TEST(Engine, TellsItsManagerWhenThatHasRoomAgain)
+{
+    mail_server       server;
+    workplace         work(server.smtp_port());
+    manager_socket    manager;
+    environment const told("NOTIFY_SOCKET", manager.name());
+    manager.stuff();
+    program service({QUICK_PROGRAM, "engine", "-w", work.path()});
+    post(work, "mail");
+    EXPECT_TRUE(server.wait_for_mails(1));  // it has told, in vain
+    EXPECT_TRUE(manager.hears("READY=1"));
 }
 
 // ----------------------------------------------------------------- without it
@@ -483,12 +677,23 @@ TEST(BareEngine, DeletesWhatLiesThereAndSendsWhatIsPosted)
     service_program service(ZELIEML_PROGRAM, work.path(), {"--bare", "--symbol", "bare", "--json"});
     ASSERT_TRUE(service.is_ready());
     wait_for_registration();
-    EXPECT_EQ(work.messages(), strings());
+    EXPECT_EQ(waiting_in(work.path()), strings());
     EXPECT_EQ(post_mail(work.path(), "bare", "posted"), 0);
     service.run().wait_for("\"subject\":\"posted\",\"attempt\":1,\"code\":0,");
     EXPECT_EQ(service.end(), EX_OK);
     EXPECT_EQ(subjects_of(server.mails()), strings{"posted"});
-    EXPECT_EQ(work.messages(), strings());
+    EXPECT_EQ(waiting_in(work.path()), strings());
+}
+
+TEST(BareEngine, KeepsAServiceAway)
+{
+    mail_server     server;
+    workplace       work(server.smtp_port());
+    service_program bare(QUICK_PROGRAM, work.path(), {"--bare"});
+    ASSERT_TRUE(bare.is_ready());
+    outcome const second = run_zelieml({"engine", "-w", work.path()});
+    EXPECT_EQ(second.status, EX_TEMPFAIL);
+    EXPECT_TRUE(contains(second.err, "has a service already")) << second.err;
 }
 
 }  // namespace

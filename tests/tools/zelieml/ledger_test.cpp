@@ -1,4 +1,4 @@
-// ledger_test.cpp - which messages the engine has been told of
+// ledger_test.cpp - which of the messages that the service holds are where
 
 #include "tools/zelieml/ledger.h"
 
@@ -11,120 +11,113 @@ namespace
 {
 
 using program::ledger;
-using program::spooled;
 using names = std::vector<std::string>;
-using std::chrono::hours;
+using std::chrono::minutes;
 using std::chrono::seconds;
 
 class Ledger : public testing::Test
 {
 protected:
-    ledger                    book;
-    ledger::clock::time_point now = ledger::clock::now();
+    ledger             book;
+    ledger::time_point now = ledger::clock::now();
 
-    void add(std::string const& name) { book.add({name, {}}, now); }
+    void give(std::string const& name, bool is_second_attempt = false)
+    {
+        book.give(name, is_second_attempt, now);
+    }
 };
 
-TEST_F(Ledger, HoldsAPlaceUntilTheLastAttempt)
+TEST_F(Ledger, GivesOutInOrder)
 {
-    add("a.sme");
-    add("b.sme");
-    EXPECT_EQ(book.places(), ledger::most - 2);
-    book.settle("a.sme", false, now);
-    EXPECT_TRUE(book.has("a.sme"));
-    EXPECT_EQ(book.places(), ledger::most - 2);
-    book.settle("b.sme", true, now);
-    book.settle("a.sme", true, now);
-    EXPECT_FALSE(book.has("a.sme"));
-    EXPECT_EQ(book.places(), ledger::most);
+    EXPECT_FALSE(book.has_next());
+    EXPECT_FALSE(book.take());
+    book.add("a");
+    book.add("b");
+    book.add_in_front("c");
+    EXPECT_TRUE(book.knows("b"));
+    EXPECT_EQ(book.take(), "c");
+    EXPECT_EQ(book.take(), "a");
+    EXPECT_EQ(book.take(), "b");
+    EXPECT_FALSE(book.knows("b"));
+    EXPECT_FALSE(book.has_next());
 }
 
-TEST_F(Ledger, CountsWhatTheEngineHoldsUnexpectedly)
+TEST_F(Ledger, GivesOutLaterWhatIsDue)
 {
-    book.settle("a.sme", false, now);
-    EXPECT_EQ(book.places(), ledger::most - 1);
-    book.settle("a.sme", true, now);
-    EXPECT_EQ(book.places(), ledger::most);
+    EXPECT_FALSE(book.next_due());
+    EXPECT_TRUE(book.add_later("a", now + seconds(2)));
+    EXPECT_TRUE(book.add_later("b", now + seconds(1)));
+    EXPECT_TRUE(book.add_later("a", now)) << "known already";
+    EXPECT_TRUE(book.knows("a"));
+    EXPECT_EQ(book.next_due(), now + seconds(1));
+    EXPECT_FALSE(book.take_due(now));
+    EXPECT_EQ(book.take_due(now + seconds(2)), "b");
+    EXPECT_EQ(book.take_due(now + seconds(2)), "a");
+    EXPECT_FALSE(book.take_due(now + seconds(2)));
+    EXPECT_FALSE(book.knows("a"));
 }
 
-TEST_F(Ledger, IsLowWhenHalfOfWhatMayBeTriedIsOver)
+TEST_F(Ledger, RemembersOnlySoMany)
 {
-    EXPECT_TRUE(book.is_low());
+    for (std::size_t i = 0; i < ledger::most_later; ++i) {
+        EXPECT_TRUE(book.add_later(std::to_string(i), now));
+    }
+    EXPECT_FALSE(book.add_later("one more", now));
+    EXPECT_FALSE(book.knows("one more"));
+    EXPECT_TRUE(book.take_due(now));
+    EXPECT_TRUE(book.add_later("one more", now));
+}
+
+TEST_F(Ledger, CountsThePlacesOfTheEngine)
+{
     for (std::size_t i = 0; i < ledger::most; ++i) {
-        add(std::to_string(i));
+        EXPECT_EQ(book.places(), ledger::most - i);
+        EXPECT_EQ(book.is_low(), i <= ledger::most / 2);
+        give(std::to_string(i), i < ledger::most_second_attempts);
     }
-    EXPECT_FALSE(book.is_low());
-    // All but ten wait for their second attempt.
-    std::size_t const failed = ledger::most - 10;
-    for (std::size_t i = 0; i < failed; ++i) {
-        book.settle(std::to_string(i), false, now);
-        EXPECT_FALSE(book.is_low()) << "no place";
-    }
-    for (std::size_t i = failed; i < failed + 5; ++i) {
-        EXPECT_FALSE(book.is_low());
-        book.settle(std::to_string(i), true, now);
-    }
-    EXPECT_TRUE(book.is_low());
+    EXPECT_EQ(book.places(), 0u);
+    EXPECT_EQ(book.places_for_second_attempts(), 0u);
+    book.settle("0", now);
+    EXPECT_EQ(book.places(), 1u);
+    EXPECT_EQ(book.places_for_second_attempts(), 1u);
+    EXPECT_FALSE(book.is_given("0"));
+    book.take_back("7");
+    EXPECT_FALSE(book.is_given("7"));
+    EXPECT_EQ(book.places(), 2u);
 }
 
-TEST_F(Ledger, SeesWhatTheEngineHasNotHeardOf)
+TEST_F(Ledger, SeesWhatTheEngineHasPassedOver)
 {
-    add("a.sme");
-    add("b.sme");
-    add("c.sme");
-    EXPECT_FALSE(book.has_passed_over());
-    book.settle("b.sme", false, now);
-    EXPECT_TRUE(book.has_passed_over());
-    EXPECT_EQ(book.passed_over(now), names{"a.sme"});
-    EXPECT_EQ(book.passed_over(now), names());
-    book.settle("c.sme", true, now);
-    EXPECT_FALSE(book.has_passed_over()) << "a.sme is announced after c.sme now";
-    add("d.sme");
-    book.settle("d.sme", true, now);
-    EXPECT_EQ(book.passed_over(now), names{"a.sme"});
+    give("a");
+    give("b");
+    give("c");
+    EXPECT_EQ(book.settle("b", now), names{"a"});
+    EXPECT_FALSE(book.knows("a"));
+    EXPECT_EQ(book.settle("a", now), names()) << "not the ledger's any more";
+    EXPECT_EQ(book.settle("c", now), names());
+    EXPECT_EQ(book.places(), ledger::most);
 }
 
-TEST_F(Ledger, IsPatientLongerEachTime)
+TEST_F(Ledger, KnowsForHowLongTheEngineIsSilent)
 {
-    EXPECT_FALSE(book.overdue_at());
-    add("a.sme");
-    add("b.sme");
-    book.settle("a.sme", false, now);
-    EXPECT_EQ(book.overdue(now), names());
-    for (int const patience : {5, 10, 20, 40, 80, 160, 320, 320}) {
-        ASSERT_TRUE(book.overdue_at());
-        EXPECT_EQ(*book.overdue_at(), now + seconds(patience));
-        EXPECT_EQ(book.overdue(now + seconds(patience - 1)), names());
-        now += seconds(patience);
-        EXPECT_EQ(book.overdue(now), names{"b.sme"}) << patience;
-    }
-    add("c.sme");
-    EXPECT_EQ(*book.overdue_at(), now + seconds(5)) << "there was progress";
-    book.settle("b.sme", false, now);
-    book.settle("c.sme", true, now);
-    EXPECT_FALSE(book.overdue_at());
+    EXPECT_EQ(book.silence(now + minutes(60)), seconds(0)) << "it has none";
+    give("a");
+    now += minutes(3);
+    give("b");
+    EXPECT_EQ(book.silence(now), minutes(3));
+    book.settle("a", now);
+    EXPECT_EQ(book.silence(now + minutes(1)), minutes(1));
+    book.settle("b", now + minutes(2));
+    EXPECT_EQ(book.silence(now + minutes(60)), seconds(0));
 }
 
-TEST_F(Ledger, ForgetsWhatIsHoursLate)
+TEST_F(Ledger, KnowsWhatIsOver)
 {
-    add("a.sme");
-    add("b.sme");
-    book.settle("a.sme", false, now);
-    book.forget_stuck(now + hours(3));
-    EXPECT_TRUE(book.has("a.sme"));
-    book.forget_stuck(now + hours(4));
-    EXPECT_FALSE(book.has("a.sme"));
-    EXPECT_TRUE(book.has("b.sme")) << "its first attempt is to come";
-}
-
-TEST_F(Ledger, KnowsTheFileAsItWas)
-{
-    spooled file        = {"a.sme", {}};
-    file.status.st_size = 7;
-    book.add(file, now);
-    EXPECT_FALSE(book.file("b.sme"));
-    ASSERT_TRUE(book.file("a.sme"));
-    EXPECT_EQ(book.file("a.sme")->status.st_size, 7);
+    book.keep_over("a");
+    EXPECT_TRUE(book.knows("a"));
+    EXPECT_EQ(book.all_over(), names{"a"});
+    book.forget_over("a");
+    EXPECT_FALSE(book.knows("a"));
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
-// move_hook.cpp - what happens when the program moves a message away that failed twice
+// move_hook.cpp - what happens when the program moves a message
 //
-//     ZELIEML_TEST_KILL=before, after   it is killed, before or after the file is moved
+//     ZELIEML_TEST_MOVE=TEXT            the moves that are meant: "OLD-NAME NEW-NAME" contains it
+//     ZELIEML_TEST_KILL=before, after   the program is killed, before or after the file is moved
 //     ZELIEML_TEST_FULL=PATH            the disk is full while there is this file
 
 #include <cerrno>
@@ -25,8 +26,10 @@ std::string variable(char const* name)
 
 int __wrap_renameat(int from, char const* old_name, int to, char const* new_name)
 {
-    if (old_name[0] != '/') {
-        return __real_renameat(from, old_name, to, new_name);  // a reason's
+    std::string const meant = variable("ZELIEML_TEST_MOVE");
+    std::string const names = std::string(old_name) + " " + new_name;
+    if (meant.empty() || names.find(meant) == names.npos) {
+        return __real_renameat(from, old_name, to, new_name);
     }
     std::string const full = variable("ZELIEML_TEST_FULL");
     if (!full.empty() && ::access(full.c_str(), F_OK) == 0) {

@@ -1,7 +1,8 @@
 // service_program.h - the service, run by a test that is its service manager
 //
 // ZELIEML_PROGRAM is the program as it is shipped. QUICK_PROGRAM is the same with an engine whose
-// second lasts a millisecond, HOURS_PROGRAM one whose half hour lasts a second or two, as well.
+// second lasts a millisecond, HOURS_PROGRAM one whose half hour lasts a second or two, as well, and that tries a
+// message that failed again after a second.
 
 #ifndef ZELIEML_TESTS_TOOLS_ZELIEML_SERVICE_PROGRAM_H
 #define ZELIEML_TESTS_TOOLS_ZELIEML_SERVICE_PROGRAM_H
@@ -62,6 +63,18 @@ public:
     }
 
     std::string const& name() const { return name_; }
+
+    // Sends itself what nobody asks for until there is no more room.
+    void stuff() const
+    {
+        sockaddr_un address = {};
+        socklen_t   size    = sizeof address;
+        EXPECT_EQ(::getsockname(socket_.get(), reinterpret_cast<sockaddr*>(&address), &size), 0);
+        unique_fd const sender(::socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        while (::sendto(sender.get(), "x", 1, 0, reinterpret_cast<sockaddr*>(&address), size) ==
+               1) {
+        }
+    }
 
     // All that it has been told so far, with LF after each message.
     std::string const& told()
@@ -138,7 +151,15 @@ private:
     std::unique_ptr<program> run_;
 };
 
-// The messages in a work directory, without the service's own folders.
+// The files that a service has taken from a work directory, and not given up.
+inline strings held_in(std::string const& workdir)
+{
+    std::string const folder = workdir + "/.zelieml/sending";
+    return file_exists(folder) ? list_directory(folder) : strings();
+}
+
+// The messages that wait in a work directory, taken by a service or not, by the names that they were
+// posted under.
 inline strings waiting_in(std::string const& workdir)
 {
     strings names;
@@ -147,7 +168,22 @@ inline strings waiting_in(std::string const& workdir)
             names.push_back(name);
         }
     }
-    return names;
+    for (std::string const& file : held_in(workdir)) {
+        names.push_back(file.substr(0, file.rfind('~')));
+    }
+    return sorted(names);
+}
+
+// Why an attempt at a message that waits failed, as the service has kept it.
+inline std::string kept_reason(std::string const& workdir, std::string const& name)
+{
+    std::string const folder = workdir + "/.zelieml/reasons/waiting";
+    for (std::string const& key : list_directory(folder)) {
+        if (key.substr(0, key.rfind('~')) == name) {
+            return read_file(folder + "/" + key);
+        }
+    }
+    return "";
 }
 
 // A message file, as a program writes it that does not know the library.

@@ -23,9 +23,13 @@ namespace
 {
 
 using program::failure;
+using program::held_name;
+using program::held_names;
+using program::look;
 using program::service_lock;
 using program::spool;
 using program::spooled;
+using program::stage;
 
 using names = std::vector<std::string>;
 
@@ -65,6 +69,17 @@ protected:
 
     std::string file(std::string const& name) const { return dir.file(name); }
     void        post(std::string const& name) const { write_file(file(name), "to: a@b.test\n"); }
+
+    // Posts and takes a message. Its name then.
+    held_name take(std::string const& name, stage reached = stage::first)
+    {
+        post(name);
+        held_name const held = make.make(name, reached);
+        EXPECT_EQ(place.take(name, held), 0);
+        return held;
+    }
+
+    held_names make;
 };
 
 TEST_F(Spool, AMessageIsWhatTheEngineTakesForOne)
@@ -93,7 +108,8 @@ TEST_F(Spool, MakesWhatIsMissing)
 {
     place.make();
     for (char const* const name :
-         {".zelieml", ".zelieml/engine", ".zelieml/reasons", "undelivered"}) {
+         {".zelieml", ".zelieml/engine", ".zelieml/sending", ".zelieml/reasons",
+          ".zelieml/reasons/waiting", ".zelieml/reasons/undelivered", "undelivered"}) {
         struct stat status = {};
         ASSERT_EQ(::lstat(file(name).c_str(), &status), 0) << name;
         EXPECT_EQ(status.st_mode & 07777U, 0700U) << name;
@@ -110,7 +126,8 @@ TEST_F(Spool, MakesWhatIsMissing)
 
 TEST_F(Spool, UsesNoFolderThatOthersCanWriteTo)
 {
-    for (char const* const name : {".zelieml", ".zelieml/engine", "undelivered"}) {
+    for (char const* const name :
+         {".zelieml", ".zelieml/engine", ".zelieml/sending", "undelivered"}) {
         place.make();
         ASSERT_EQ(::chmod(file(name).c_str(), 0770), 0);
         auto const [status, text] = failure_of([&] { place.make(); });
@@ -143,7 +160,10 @@ TEST_F(Spool, UsesNoFolderOfAnotherUser)
 
 TEST_F(Spool, ListsTheOldestFirst)
 {
-    int age = 10;
+    ::mkdir(file("undelivered").c_str(), 0700);
+    auto const file = [&](std::string const& name) { return place.undelivered_path(name); };
+    auto const post = [&](std::string const& name) { write_file(file(name), "to: a@b.test\n"); };
+    int        age  = 10;
     for (char const* const name : {"c.sme", "a.sme", "b.sme"}) {
         post(name);
         set_age(file(name), age--);
@@ -157,129 +177,180 @@ TEST_F(Spool, ListsTheOldestFirst)
     set_age(file("y.sme"), 1);
     set_age(file("x.sme"), 1);
     post("no message");
-    ::symlink("a.sme", file("link.sme").c_str());
+    EXPECT_EQ(names_of(place.undelivered()),
+              (names{"c.sme", "a.sme", "b.sme", "e.sme", "d.sme", "x.sme", "y.sme"}));
+}
+
+TEST_F(Spool, SeesWhatIsNoMessage)
+{
     post("two.sme");
+    ::symlink("two.sme", file("link.sme").c_str());
     ::link(file("two.sme").c_str(), file("names.sme").c_str());
     ::mkdir(file("folder.sme").c_str(), 0700);
-    EXPECT_EQ(names_of(place.waiting()),
-              (names{"c.sme", "a.sme", "b.sme", "e.sme", "d.sme", "x.sme", "y.sme"}));
+    ::mkfifo(file("pipe.sme").c_str(), 0600);
+    for (char const* const name : {"two.sme", "link.sme", "names.sme", "folder.sme", "pipe.sme"}) {
+        EXPECT_EQ(place.look_at(name), look::no_message) << name;
+    }
+    EXPECT_EQ(place.look_at("none.sme"), look::gone);
 }
 
 TEST_F(Spool, AFileIsInUseWhileItIsLockedOrEmpty)
 {
     post("a.sme");
     write_file(file("b.sme"), "");
-    auto const in_use = [&](std::size_t which) { return place.is_in_use(place.waiting()[which]); };
-    EXPECT_FALSE(in_use(0));
-    EXPECT_TRUE(in_use(1)) << "empty";
+    EXPECT_EQ(place.look_at("a.sme"), look::ready);
+    EXPECT_EQ(place.look_at("b.sme"), look::in_use) << "empty";
     set_age(file("b.sme"), 61);
-    EXPECT_FALSE(in_use(0)) << "empty, and old";
+    EXPECT_EQ(place.look_at("b.sme"), look::ready) << "empty, and old";
 
     descriptor const writer(::open(file("a.sme").c_str(), O_RDWR));
     ASSERT_EQ(::flock(writer.get(), LOCK_EX), 0);
-    EXPECT_TRUE(in_use(1)) << "locked";
+    EXPECT_EQ(place.look_at("a.sme"), look::in_use) << "locked";
     set_age(file("a.sme"), 3601);
-    EXPECT_FALSE(in_use(0)) << "locked, and old";
+    EXPECT_EQ(place.look_at("a.sme"), look::ready) << "locked, and old";
+}
+
+TEST_F(Spool, TakesAMessageAndMarksHowFarItIs)
+{
+    place.make();
+    held_name const first = make.make("a.sme", stage::first);
+    EXPECT_EQ(place.take("a.sme", first), ENOENT);
+    post("a.sme");
+    EXPECT_EQ(place.take("a.sme", first), 0);
+    EXPECT_FALSE(file_exists(file("a.sme")));
+    EXPECT_EQ(names_of(place.held()), names{first.file()});
+    EXPECT_EQ(place.look_at_held(first.file()), look::ready);
+
+    place.keep_reason(first, "why");
+    EXPECT_EQ(place.rename_held(first.file(), first.at(stage::tried)), 0);
+    EXPECT_EQ(place.reason(first), "why");
+    held_name const another = make.make("a.sme", stage::second);
+    EXPECT_EQ(place.rename_held(first.at(stage::tried).file(), another), 0);
+    EXPECT_EQ(place.reason(first), "");
+    EXPECT_EQ(place.reason(another), "why") << "it goes with the message";
+    EXPECT_EQ(place.rename_held(first.file(), another), ENOENT);
+    EXPECT_EQ(place.remove_held(another.file()), 0);
+    EXPECT_EQ(place.remove_held(another.file()), ENOENT);
+    EXPECT_EQ(place.reason(another), "");
+    EXPECT_EQ(names_of(place.held()), names());
 }
 
 TEST_F(Spool, GivesUpWithAReason)
 {
     place.make();
-    int error = -1;
-    post("a.sme");
-    EXPECT_EQ(place.give_up("a.sme", "why", error), "a.sme");
-    EXPECT_EQ(error, 0);
-    EXPECT_EQ(place.reason("a.sme"), "why");
-    post("a.sme");
-    EXPECT_EQ(place.give_up("a.sme", "why not", error), "a.sme~2");
-    EXPECT_EQ(place.reason("a.sme"), "why") << "that of the undelivered one";
-    EXPECT_EQ(place.reason("a.sme~2"), "why not");
+    std::string there;
+    EXPECT_EQ(place.give_up(take("a.sme").file(), "why", there), 0);
+    EXPECT_EQ(there, "a.sme");
+    EXPECT_EQ(place.undelivered_reason("a.sme"), "why");
+    held_name const second = take("a.sme");
+    place.keep_reason(second, "why it waits");
+    EXPECT_EQ(place.give_up(second.file(), "why not", there), 0);
+    EXPECT_EQ(there, "a.sme~2");
+    EXPECT_EQ(place.undelivered_reason("a.sme"), "why");
+    EXPECT_EQ(place.undelivered_reason("a.sme~2"), "why not");
+    EXPECT_EQ(place.reason(second), "");
     EXPECT_EQ(names_of(place.undelivered()), (names{"a.sme", "a.sme~2"}));
-    EXPECT_EQ(names_of(place.waiting()), names());
-    EXPECT_EQ(place.give_up("a.sme", "why", error), "");
-    EXPECT_EQ(error, ENOENT);
+    EXPECT_EQ(names_of(place.held()), names());
+    EXPECT_EQ(place.give_up(second.file(), "why", there), ENOENT);
 }
 
 TEST_F(Spool, GivesUpWhatItCannotMoveLater)
 {
     place.make();
-    post("a.sme");
+    held_name const held = take("a.sme");
     ASSERT_EQ(::rmdir(file("undelivered").c_str()), 0);
     write_file(file("undelivered"), "");
-    int error = 0;
-    EXPECT_EQ(place.give_up("a.sme", "why", error), "");
+    std::string there;
+    int const   error = place.give_up(held.file(), "why", there);
     EXPECT_NE(error, 0);
     EXPECT_NE(error, ENOENT);
-    EXPECT_TRUE(file_exists(file("a.sme")));
+    EXPECT_EQ(names_of(place.held()), names{held.file()});
     ::unlink(file("undelivered").c_str());
-    EXPECT_EQ(place.give_up("a.sme", "why", error), "a.sme");
+    EXPECT_EQ(place.give_up(held.file(), "why", there), 0) << "it makes the folder";
 }
 
 TEST_F(Spool, PutsBackUnderANewName)
 {
     place.make();
     EXPECT_EQ(place.put_back("a.sme"), "");
-    int error = 0;
-    post("a.sme");
-    place.give_up("a.sme", "why", error);
+    std::string there;
+    EXPECT_EQ(place.give_up(take("a.sme").file(), "why", there), 0);
     post("a.sme~2");
     EXPECT_EQ(place.put_back("a.sme"), "a.sme~3");
     EXPECT_EQ(place.put_back("a.sme"), "");
-    EXPECT_EQ(place.reason("a.sme~3"), "why");
-    EXPECT_EQ(place.reason("a.sme"), "");
+    EXPECT_EQ(place.undelivered_reason("a.sme"), "");
     EXPECT_EQ(read_file(file("a.sme~3")), "to: a@b.test\n");
     EXPECT_EQ(names_of(place.undelivered()), names());
+
+    held_name const held = take("b.sme", stage::tried);
+    place.keep_reason(held, "why");
+    EXPECT_EQ(place.put_back_held(held.file()), "b.sme~2");
+    EXPECT_EQ(place.put_back_held(held.file()), "");
+    EXPECT_EQ(place.reason(held), "");
+    EXPECT_TRUE(file_exists(file("b.sme~2")));
 }
 
 TEST_F(Spool, DropsMessagesAndReasons)
 {
     place.make();
-    int error = 0;
-    post("a.sme");
-    place.give_up("a.sme", "why", error);
-    post("b.sme");
-    place.keep_reason("b.sme", "why");
+    std::string there;
+    EXPECT_EQ(place.give_up(take("a.sme").file(), "why", there), 0);
+    held_name const held = take("b.sme");
+    place.keep_reason(held, "why");
+    post("c.sme");
     EXPECT_FALSE(place.drop("a.sme"));
     EXPECT_TRUE(place.drop_undelivered("a.sme"));
     EXPECT_FALSE(place.drop_undelivered("a.sme"));
-    EXPECT_FALSE(place.drop_undelivered("../b.sme"));
-    EXPECT_FALSE(place.drop("./b.sme"));
-    EXPECT_TRUE(place.drop("b.sme"));
+    EXPECT_FALSE(place.drop_undelivered("../c.sme"));
+    EXPECT_TRUE(place.drop_held(held.file()));
+    EXPECT_FALSE(place.drop_held(held.file()));
+    EXPECT_FALSE(place.drop_held("../lock"));
+    EXPECT_FALSE(place.drop("./c.sme"));
+    EXPECT_TRUE(place.drop("c.sme"));
     post("settings");
     EXPECT_FALSE(place.drop("settings"));
-    EXPECT_EQ(place.reason("a.sme"), "");
-    EXPECT_EQ(place.reason("b.sme"), "");
+    EXPECT_EQ(place.undelivered_reason("a.sme"), "");
+    EXPECT_EQ(place.reason(held), "");
 }
 
 TEST_F(Spool, ForgetsTheReasonsOfMessagesThatAreGone)
 {
     place.make();
-    int error = 0;
-    post("a.sme");
-    post("b.sme");
-    place.give_up("b.sme", "why", error);
-    for (char const* const name : {"a.sme", "b.sme", "c.sme"}) {
-        place.keep_reason(name, "why");
-    }
+    std::string     there;
+    held_name const here = take("a.sme");
+    held_name const gone = make.make("a.sme", stage::tried);
+    place.keep_reason(here, "why");
+    place.keep_reason(gone, "why");
+    EXPECT_EQ(place.give_up(take("b.sme").file(), "why", there), 0);
+    EXPECT_EQ(place.give_up(take("c.sme").file(), "why", there), 0);
+    ::unlink(file("undelivered/c.sme").c_str());
     place.forget_old_reasons();
-    EXPECT_EQ(place.reason("a.sme"), "why");
-    EXPECT_EQ(place.reason("b.sme"), "why");
-    EXPECT_EQ(place.reason("c.sme"), "");
+    EXPECT_EQ(place.reason(here), "why");
+    EXPECT_EQ(place.reason(gone), "");
+    EXPECT_EQ(place.undelivered_reason("b.sme"), "why");
+    EXPECT_EQ(place.undelivered_reason("c.sme"), "");
 }
 
 TEST_F(Spool, AFullDiskCostsReasonsOnly)
 {
     place.make();
-    post("a.sme");
-    place.keep_reason("b.sme", "as it was");
+    held_name const held = take("a.sme");
+    place.keep_reason(held, "as it was");
     full_disk const full(4);
-    place.keep_reason("b.sme", "too long for this disk");
-    EXPECT_EQ(place.reason("b.sme"), "as it was");
-    int error = 0;
-    EXPECT_EQ(place.give_up("a.sme", "too long for this disk", error), "a.sme");
-    EXPECT_EQ(list_directory(file(".zelieml/reasons")), names{"b.sme"});
+    place.keep_reason(held, "too long for this disk");
+    EXPECT_EQ(place.reason(held), "as it was");
+    std::string there;
+    EXPECT_EQ(place.give_up(held.file(), "too long for this disk", there), 0);
+    EXPECT_EQ(list_directory(file(".zelieml/reasons/undelivered")), names());
     service_lock const lock(place);
     EXPECT_TRUE(lock.is_valid(place)) << "without a number in it";
+}
+
+TEST_F(Spool, OthersMayShareTheLock)
+{
+    service_lock const lock(place, true);
+    service_lock const second(place, true);
+    EXPECT_EQ(failure_of([&] { service_lock const third(place); }).first, EX_TEMPFAIL);
 }
 
 TEST_F(Spool, OneServiceOnly)

@@ -38,22 +38,22 @@ void watch::end()
     queue_ = descriptor();
 }
 
-watch::news watch::read()
+watch::news watch::read(bool (*is_wanted)(std::string const& name))
 {
     news              found;
     std::vector<char> events(several_events);
-    ssize_t           got = 0;
-    while ((got = ::read(queue_.get(), events.data(), events.size())) > 0) {
-        for (std::size_t at = 0; at + sizeof(inotify_event) <= static_cast<std::size_t>(got);) {
-            inotify_event event;
-            std::memcpy(&event, &events[at], sizeof event);
-            if (event.len > 0) {
-                found.names.emplace_back(&events[at + sizeof event]);
-            }
-            found.look = found.look || (event.mask & IN_Q_OVERFLOW) != 0;
-            found.over = found.over || (event.len == 0 && (event.mask & its_end) != 0);
-            at += sizeof event + event.len;
+    // Once: whoever can make changes without end would have it read without end.
+    ssize_t const got = ::read(queue_.get(), events.data(), events.size());
+    for (std::size_t at = 0;
+         got > 0 && at + sizeof(inotify_event) <= static_cast<std::size_t>(got);) {
+        inotify_event event;
+        std::memcpy(&event, &events[at], sizeof event);
+        if (event.len > 0 && is_wanted(&events[at + sizeof event])) {
+            found.names.emplace_back(&events[at + sizeof event]);
         }
+        found.look = found.look || (event.mask & IN_Q_OVERFLOW) != 0;
+        found.over = found.over || (event.len == 0 && (event.mask & its_end) != 0);
+        at += sizeof event + event.len;
     }
     return found;
 }

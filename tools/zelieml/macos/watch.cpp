@@ -44,12 +44,12 @@ void watch::end()
     directory_ = descriptor();
 }
 
-watch::news watch::read()
+watch::news watch::read(bool (*)(std::string const& name))
 {
     news           found;
     timespec const at_once = {0, 0};
     struct kevent  event   = {};
-    while (::kevent(queue_.get(), nullptr, 0, &event, 1, &at_once) > 0) {
+    if (::kevent(queue_.get(), nullptr, 0, &event, 1, &at_once) > 0) {
         found.look = true;
         found.over = found.over || (event.fflags & its_end) != 0;
     }

@@ -1,0 +1,11 @@
+#include "tools/zelieml/retry_pause.h"
+
+namespace zelieml::program
+{
+
+std::chrono::seconds retry_pause()
+{
+    return std::chrono::minutes(30);
+}
+
+}  // namespace zelieml::program
