@@ -10,6 +10,7 @@
 #include "tests/libcryptw/passwords.h"
 #include "tests/libmsg/message_model.h"
 #include "tests/libsendw/compose_model.h"
+#include "tests/support/contains.h"
 #include "zelieml.h"
 
 namespace zelieml::test
@@ -24,11 +25,6 @@ constexpr int         attempts_to_read = 3001;
 constexpr std::size_t place_after_code = 3;
 constexpr std::size_t longest_hmac_key = 64;
 constexpr int         us_in_a_ms       = 1000;
-
-bool contains(std::string const& text, std::string const& part)
-{
-    return text.find(part) != std::string::npos;
-}
 
 // atoi; the smallest or largest int for a number out of range.
 int number_in(std::string const& text)

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "tests/support/case_name.h"
+#include "tests/support/contains.h"
 #include "tests/support/files.h"
 #include "tests/support/loopback_program.h"
 #include "tests/support/mail_server.h"
@@ -29,20 +30,6 @@ outcome check(workplace const& work, strings const& more = {})
     strings words = {"check", "-w", work.path()};
     words.insert(words.end(), more.begin(), more.end());
     return run_zelieml(words);
-}
-
-bool contains(std::string const& text, std::string const& part)
-{
-    return text.find(part) != text.npos;
-}
-
-int count(std::string const& text, std::string const& part)
-{
-    int found = 0;
-    for (std::size_t at = text.find(part); at != text.npos; at = text.find(part, at + 1)) {
-        ++found;
-    }
-    return found;
 }
 
 // What was printed, with no time for each step.
@@ -165,7 +152,7 @@ TEST(Check, IsOneObjectInJson)
     outcome const   run = check(work, {"--json", "--to", "anna@b.test"});
     EXPECT_EQ(run.status, EX_OK);
     EXPECT_EQ(run.err, "");
-    EXPECT_EQ(count(run.out, "\n"), 1) << run.out;
+    EXPECT_EQ(count_of(run.out, "\n"), 1) << run.out;
     std::string const out = without_times(run.out);
     EXPECT_EQ(
         out.rfind("{\"ok\":true,\"steps\":[{\"name\":\"settings\",\"server\":\"\","
@@ -250,7 +237,7 @@ TEST_P(FailedCheck, SaysWhereAndWhatToDo)
     std::string const steps = steps_of(run.out);
     std::string const last  = c.step + ":FAILED";
     EXPECT_EQ(steps.substr(steps.size() - std::min(steps.size(), last.size())), last) << run.out;
-    EXPECT_EQ(count(run.out, "FAILED"), 1);
+    EXPECT_EQ(count_of(run.out, "FAILED"), 1);
     expect_said(run, c.reason, c.advice);
     EXPECT_EQ(work.messages(), strings{});
 

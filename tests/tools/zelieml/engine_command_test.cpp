@@ -12,6 +12,7 @@
 #include <thread>
 #include <unistd.h>
 
+#include "tests/support/contains.h"
 #include "tests/support/loopback_program.h"
 #include "tests/support/mail_server.h"
 #include "tests/support/skip.h"
@@ -26,27 +27,6 @@ namespace
 {
 
 notification_root const root;
-
-char const* const usual_symbol = "zelieml_stocksymbol";
-
-void post(workplace const& work, std::string const& subject)
-{
-    EXPECT_EQ(post_mail(work.path(), usual_symbol, subject), 0);
-}
-
-bool contains(std::string const& text, std::string const& part)
-{
-    return text.find(part) != text.npos;
-}
-
-int count_of(std::string const& text, std::string const& part)
-{
-    int count = 0;
-    for (std::size_t at = 0; (at = text.find(part, at)) != text.npos; ++at) {
-        ++count;
-    }
-    return count;
-}
 
 // A fault of the server, as the loopback program takes it.
 mailserver::options with_fault(std::string const& fault)
@@ -208,7 +188,7 @@ TEST(Engine, TellsItsManager)
 {
     mail_server       server;
     workplace         work(server.smtp_port());
-    environment const period("WATCHDOG_USEC", "100000");
+    set_for_now const period("WATCHDOG_USEC", "100000");
     service_program   service(QUICK_PROGRAM, work.path());
     ASSERT_TRUE(service.is_ready());
     EXPECT_TRUE(contains(service.manager.told(),
@@ -223,8 +203,8 @@ TEST(Engine, AWatchdogOfAnotherProcessIsNotItsOwn)
 {
     mail_server       server;
     workplace         work(server.smtp_port());
-    environment const period("WATCHDOG_USEC", "2000");
-    environment const process("WATCHDOG_PID", "1");
+    set_for_now const period("WATCHDOG_USEC", "2000");
+    set_for_now const process("WATCHDOG_PID", "1");
     service_program   service(QUICK_PROGRAM, work.path());
     ASSERT_TRUE(service.is_ready());
     EXPECT_EQ(service.end(), EX_OK);
@@ -237,7 +217,7 @@ TEST(Engine, TellsAManagerWithoutAFile)
     mail_server       server;
     workplace         work(server.smtp_port());
     manager_socket    manager("@zelieml-test-" + std::to_string(::getpid()));
-    environment const told("NOTIFY_SOCKET", manager.name());
+    set_for_now const told("NOTIFY_SOCKET", manager.name());
     program           service({QUICK_PROGRAM, "engine", "-w", work.path()});
     EXPECT_TRUE(manager.hears("READY=1"));
 }
@@ -319,7 +299,8 @@ TEST(Engine, EndsInOrder)
     EXPECT_TRUE(server.wait_for_mails(1));
     EXPECT_EQ(service.end(), EX_OK);
     EXPECT_EQ(server.mails().size() + waiting_in(work.path()).size(), 3u);
-    EXPECT_EQ(service.sent(), server.mails().size()) << "what was on the wire is over";
+    EXPECT_EQ(service.sent(), static_cast<int>(server.mails().size()))
+        << "what was on the wire is over";
 }
 
 TEST(Engine, EndsInTime)
@@ -446,7 +427,7 @@ TEST(Engine, AFullDiskForItsOutputIsToldOnce)
     mail_server       server;
     workplace         work(server.smtp_port());
     manager_socket    manager;
-    environment const told("NOTIFY_SOCKET", manager.name());
+    set_for_now const told("NOTIFY_SOCKET", manager.name());
     program service({"/bin/sh", "-c", "exec \"$@\" > /dev/full", "sh", QUICK_PROGRAM, "engine",
                      "-w", work.path()});
     for (std::size_t i = 1; i <= 3; ++i) {
@@ -591,8 +572,8 @@ TEST(Engine, SendsThoughNobodyReadsWhatItPrints)
     workplace         work(server.smtp_port());
     stuffed_pipe      full;
     manager_socket    manager;
-    environment const told("NOTIFY_SOCKET", manager.name());
-    environment const pipe("FULL", full.path());
+    set_for_now const told("NOTIFY_SOCKET", manager.name());
+    set_for_now const pipe("FULL", full.path());
     for (int i = 0; i < count; ++i) {
         write_message(work.file(std::to_string(i) + ".sme"), "mail");
     }
@@ -614,7 +595,7 @@ TEST(Engine, SaysHowManyAttemptsItDidNotReport)
     ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
     unique_fd const   reader(ends[0]);
     unique_fd         writer(ends[1]);
-    environment const pipe("FULL", "/proc/" + std::to_string(::getpid()) + "/fd/" +
+    set_for_now const pipe("FULL", "/proc/" + std::to_string(::getpid()) + "/fd/" +
                                        std::to_string(writer.get()));
     ASSERT_GT(::fcntl(writer.get(), F_SETPIPE_SZ, 4096), 0);
     for (int i = 0; i < count; ++i) {
@@ -659,7 +640,7 @@ TEST(Engine, TellsItsManagerWhenThatHasRoomAgain)
     mail_server       server;
     workplace         work(server.smtp_port());
     manager_socket    manager;
-    environment const told("NOTIFY_SOCKET", manager.name());
+    set_for_now const told("NOTIFY_SOCKET", manager.name());
     manager.stuff();
     program service({QUICK_PROGRAM, "engine", "-w", work.path()});
     post(work, "mail");

@@ -7,6 +7,7 @@
 #include <tuple>
 #include <unistd.h>
 
+#include "tests/support/contains.h"
 #include "tests/support/mail_server.h"
 #include "tests/support/workplace.h"
 #include "tests/tools/zelieml/service_program.h"
@@ -18,11 +19,6 @@ namespace
 {
 
 notification_root const root;
-
-bool contains(std::string const& text, std::string const& part)
-{
-    return text.find(part) != text.npos;
-}
 
 // Refuses every recipient.
 mailserver::options refusing()
@@ -178,8 +174,8 @@ TEST_F(EngineFailures, ReasonsAreKeptApart)
 
 TEST_F(EngineFailures, WaitsForRoomToRenameAMessage)
 {
-    environment const move("ZELIEML_TEST_MOVE", ".tried");
-    environment const full("ZELIEML_TEST_FULL", work.file("full"));
+    set_for_now const move("ZELIEML_TEST_MOVE", ".tried");
+    set_for_now const full("ZELIEML_TEST_FULL", work.file("full"));
     write_file(work.file("full"), "");
     write_message(work.file("a.sme"), "hello");
     service_program service(HOURS_PROGRAM, work.path());
@@ -196,8 +192,8 @@ TEST_F(EngineFailures, WaitsForRoomToRenameAMessage)
 
 TEST_F(EngineFailures, EndsWithoutLosingWhatItCannotRename)
 {
-    environment const move("ZELIEML_TEST_MOVE", ".tried");
-    environment const full("ZELIEML_TEST_FULL", work.file("full"));
+    set_for_now const move("ZELIEML_TEST_MOVE", ".tried");
+    set_for_now const full("ZELIEML_TEST_FULL", work.file("full"));
     write_file(work.file("full"), "");
     write_message(work.file("a.sme"), "hello");
     service_program service(HOURS_PROGRAM, work.path());
@@ -208,8 +204,8 @@ TEST_F(EngineFailures, EndsWithoutLosingWhatItCannotRename)
 
 TEST_F(EngineFailures, TriesOnceMoreWhatItCannotGiveUp)
 {
-    environment const move("ZELIEML_TEST_MOVE", ".second a.sme");  // and no number
-    environment const full("ZELIEML_TEST_FULL", work.file("full"));
+    set_for_now const move("ZELIEML_TEST_MOVE", ".second a.sme");  // and no number
+    set_for_now const full("ZELIEML_TEST_FULL", work.file("full"));
     write_file(work.file("full"), "");
     write_message(work.file("a.sme"), "hello");
     service_program service(HOURS_PROGRAM, work.path());
@@ -223,8 +219,8 @@ TEST_F(EngineFailures, TriesOnceMoreWhatItCannotGiveUp)
 
 TEST_F(EngineFailures, LeavesWhereItIsWhatItCannotTake)
 {
-    environment const move("ZELIEML_TEST_MOVE", "/a.sme a.sme~");
-    environment const full("ZELIEML_TEST_FULL", work.file("full"));
+    set_for_now const move("ZELIEML_TEST_MOVE", "/a.sme a.sme~");
+    set_for_now const full("ZELIEML_TEST_FULL", work.file("full"));
     mend_settings();
     write_file(work.file("full"), "");
     write_message(work.file("a.sme"), "hello");
@@ -261,8 +257,8 @@ TEST_P(EngineKilled, LosesAndDoublesNothing)
     auto const& [move, when] = GetParam();
     write_message(work.file("a.sme"), "hello");
     {
-        environment const meant("ZELIEML_TEST_MOVE", move.names);
-        environment const kill("ZELIEML_TEST_KILL", when);
+        set_for_now const meant("ZELIEML_TEST_MOVE", move.names);
+        set_for_now const kill("ZELIEML_TEST_KILL", when);
         service_program   service(HOURS_PROGRAM, work.path());
         EXPECT_EQ(service.run().wait(), -SIGKILL);
     }

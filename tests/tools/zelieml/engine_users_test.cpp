@@ -11,6 +11,7 @@
 #include <unistd.h>
 
 #include "tests/engine/neighbours.h"
+#include "tests/support/contains.h"
 #include "tests/support/mail_server.h"
 #include "tests/support/skip.h"
 #include "tests/support/workplace.h"
@@ -25,25 +26,6 @@ namespace
 notification_root const root;
 
 constexpr uid_t other_user = 12345;
-
-void post(workplace const& work, std::string const& subject)
-{
-    EXPECT_EQ(post_mail(work.path(), "zelieml_stocksymbol", subject), 0);
-}
-
-bool contains(std::string const& text, std::string const& part)
-{
-    return text.find(part) != text.npos;
-}
-
-int count_of(std::string const& text, std::string const& part)
-{
-    int count = 0;
-    for (std::size_t at = 0; (at = text.find(part, at)) != text.npos; ++at) {
-        ++count;
-    }
-    return count;
-}
 
 // A service of another user than the test's.
 std::unique_ptr<service_program> service_of_other(workplace const& work)

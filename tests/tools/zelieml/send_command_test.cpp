@@ -5,6 +5,7 @@
 #include <unistd.h>
 #include <vector>
 
+#include "tests/support/contains.h"
 #include "tests/support/dialogues.h"
 #include "tests/support/files.h"
 #include "tests/support/full_disk.h"
@@ -34,11 +35,6 @@ strings mail_words(workplace const& work, strings const& more = {})
 outcome send(workplace const& work, strings const& more = {}, std::string const& body = "hello\n")
 {
     return run_zelieml(mail_words(work, more), body);
-}
-
-bool contains(std::string const& text, std::string const& part)
-{
-    return text.find(part) != text.npos;
 }
 
 // Standard error is one line, and says this.

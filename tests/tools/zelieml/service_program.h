@@ -7,7 +7,6 @@
 #ifndef ZELIEML_TESTS_TOOLS_ZELIEML_SERVICE_PROGRAM_H
 #define ZELIEML_TESTS_TOOLS_ZELIEML_SERVICE_PROGRAM_H
 
-#include <cstdlib>
 #include <string>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -15,29 +14,15 @@
 #include <vector>
 
 #include "support/unique_fd.h"
+#include "tests/support/contains.h"
 #include "tests/support/files.h"
 #include "tests/support/program.h"
 #include "tests/support/wait_until.h"
 #include "tests/support/workplace.h"
+#include "tests/tools/zelieml/surroundings.h"
 
 namespace zelieml::test
 {
-
-// An environment variable, for as long as the object lives.
-class environment
-{
-public:
-    environment(std::string name, std::string const& value) : name_(std::move(name))
-    {
-        ::setenv(name_.c_str(), value.c_str(), 1);
-    }
-    ~environment() { ::unsetenv(name_.c_str()); }
-    environment(environment const&)            = delete;
-    environment& operator=(environment const&) = delete;
-
-private:
-    std::string name_;
-};
 
 // What a service tells its manager.
 class manager_socket
@@ -116,7 +101,7 @@ public:
     service_program(std::string const& path, std::string const& workdir,
                     strings const& arguments = {"--json"})
     {
-        environment const told("NOTIFY_SOCKET", manager.name());
+        set_for_now const told("NOTIFY_SOCKET", manager.name());
         strings           words = {path, "engine", "-w", workdir};
         words.insert(words.end(), arguments.begin(), arguments.end());
         run_ = std::make_unique<program>(words);
@@ -128,15 +113,7 @@ public:
     program const& run() const { return *run_; }
 
     // How often it has sent a mail so far.
-    std::size_t sent() const
-    {
-        std::string const all   = run_->out();
-        std::size_t       count = 0;
-        for (std::size_t at = 0; (at = all.find("\"code\":0,", at)) != all.npos; ++at) {
-            ++count;
-        }
-        return count;
-    }
+    int sent() const { return count_of(run_->out(), "\"code\":0,"); }
 
     // Its exit status when it is told to end.
     int end()
@@ -184,6 +161,12 @@ inline std::string kept_reason(std::string const& workdir, std::string const& na
         }
     }
     return "";
+}
+
+// Posts as a program with the library does.
+inline void post(workplace const& work, std::string const& subject)
+{
+    EXPECT_EQ(post_mail(work.path(), "zelieml_stocksymbol", subject), 0);
 }
 
 // A message file, as a program writes it that does not know the library.
