@@ -75,7 +75,8 @@ ZELIEML_API const char *eml_version(void);
  *   1004        EHLO or the login was refused, or the settings name no account
  *   1005        the message cannot be read, or sender, a recipient or the text was refused
  *   1006        the end of the session was not confirmed. THE SERVER HAS TAKEN THE MAIL
- *   2002        the POP3 server was not found, not reached, or did not greet
+ *   2002        the POP3 server was not found, not reached, or did not greet; eml_probe and
+ *               eml_receive_mails_result: or it is none, by its greeting
  *   2004, 2005  the POP3 server refused the user, the password
  *   2006        the POP3 server refused APOP, or offers none
  *
@@ -246,13 +247,18 @@ ZELIEML_API int eml_receive_mails_sized(void *server, void *list, const char *do
  * result                 receives the result record; free it with eml_cb_delete. Null when there
  *                        was no memory for a record.
  *
+ * It says nothing to a server that greets with neither +OK nor -ERR, and so is none of POP3, and
+ * fails with 2002, eml_cause_protocol and the step "pop greeting". eml_receive_mails and
+ * eml_receive_mails_sized log in there all the same.
+ *
  * The record has no file, and 1 as its attempt. Its message is the server's last line. Its number
  * is one of the POP3 server, also when the server record lacks the host (2002), the account or the
  * password (2004 to 2006); or 100: there is no memory, no server record, no list, or no way to log
  * in in the record; STAT or a mail was refused, the connection was lost after the login, or the
  * server deletes nothing.
  *
- * Returns what eml_receive_mails returns. Returns -1 with no record when result is null.
+ * Otherwise it returns what eml_receive_mails returns. Returns -1 with no record when result is
+ * null.
  */
 ZELIEML_API int eml_receive_mails_result(void *server, void *list, const char *domains,
                                          void **result);
@@ -331,6 +337,10 @@ typedef struct eml_probe_step {
  * - "sender", "recipient" and "reset" when there is a recipient
  * - "offer" when the settings ask for no login: EHLO, only to see what the server offers
  * - "quit", which ends when the server has closed the connection
+ *
+ * "pop greeting" is stricter than a mail: it fails, with 2002 and eml_cause_protocol, when the
+ * server greets with neither +OK nor -ERR. To such a server, which is none of POP3, a mail sends the
+ * password, and may get through.
  *
  * The step "greeting" contains the look-up of this machine's own name.
  *

@@ -28,6 +28,17 @@ char const* refused_step(int login)
     }
 }
 
+int start(_s_mailserver const& server, pop_greeting greeting, pop_holder& session)
+{
+    if (pop_start_session(server.pop_host, server.pop_port, session.out()) == 0 &&
+        (greeting == pop_greeting::any || pop_check_greeting(session.get()) == 0)) {
+        return 0;
+    }
+    trace_msg("error: pop_start_session");
+    note_result(pop_start_failed);
+    return -1;
+}
+
 // Logs in and asks for the number of the mails.
 int open_mailbox(_s_pop* session, _s_mailserver const& server, int& count)
 {
@@ -63,7 +74,8 @@ int close_mailbox(pop_holder& session, std::string& reply)
 
 // with_mailbox without a note of its own.
 template <class Work>
-int hold_session(_s_mailserver const& server, std::string& reply, Work&& work)
+int hold_session(_s_mailserver const& server, pop_greeting greeting, std::string& reply,
+                 Work&& work)
 {
     if (server.pop_auth_type == nullptr) {
         note_failure(eml_cause_settings, step_name::settings,
@@ -71,13 +83,8 @@ int hold_session(_s_mailserver const& server, std::string& reply, Work&& work)
         return -1;
     }
     pop_holder session;
-    int        count   = 0;
-    int const  started = pop_start_session(server.pop_host, server.pop_port, session.out());
-    if (started != 0) {
-        trace_msg("error: pop_start_session");
-        note_result(pop_start_failed);
-    }
-    if (started != 0 || open_mailbox(session.get(), server, count) != 0 ||
+    int        count = 0;
+    if (start(server, greeting, session) != 0 || open_mailbox(session.get(), server, count) != 0 ||
         work(session.get(), count) != 0) {
         if (session.get() != nullptr) {
             reply = session->reply;
@@ -90,10 +97,11 @@ int hold_session(_s_mailserver const& server, std::string& reply, Work&& work)
 // One session: start, login, work with the number of the mails, end. What was lost on the way is no
 // failure when it ends well, since a server that was slow has answered then.
 template <class Work>
-int with_mailbox(_s_mailserver const& server, std::string& reply, Work&& work)
+int with_mailbox(_s_mailserver const& server, pop_greeting greeting, std::string& reply,
+                 Work&& work)
 {
     noting_attempt const noted;
-    int const            result = hold_session(server, reply, work);
+    int const            result = hold_session(server, greeting, reply, work);
     if (result != 0) {
         noted.pass_on();
     }
@@ -150,10 +158,11 @@ bool is_apop(_s_mailserver const& server)
 
 int fetchmail_get_one_mail(_s_mailserver const& server, std::int32_t& fetched,
                            std::int32_t& remaining, std::string& from, std::string& subject,
-                           std::string& reply, std::vector<std::string>* mail)
+                           std::string& reply, std::vector<std::string>* mail,
+                           pop_greeting greeting)
 {
     trace_msg("fetchmail_get_one_mail in");
-    int const result = with_mailbox(server, reply, [&](_s_pop* session, int count) {
+    int const result = with_mailbox(server, greeting, reply, [&](_s_pop* session, int count) {
         return fetch_one(session, count, fetched, remaining, from, subject, mail);
     });
     trace_msg("fetchmail_get_one_mail out %d");
@@ -164,13 +173,14 @@ int fetchmail_get_mails(_s_mailserver const& server, std::vector<std::string>& f
                         std::vector<std::string>& subjects, std::string& reply)
 {
     trace_msg("fetchmail_get_mails in");
-    int const result = with_mailbox(server, reply, [&](_s_pop* session, int count) {
-        if (fetch_mails(session, count, froms, subjects) != 0) {
-            trace_msg("error: fetch_mails");
-            return -1;
-        }
-        return delete_fetched(session, count);
-    });
+    int const result =
+        with_mailbox(server, pop_greeting::any, reply, [&](_s_pop* session, int count) {
+            if (fetch_mails(session, count, froms, subjects) != 0) {
+                trace_msg("error: fetch_mails");
+                return -1;
+            }
+            return delete_fetched(session, count);
+        });
     trace_msg("fetchmail_get_mails out %d");
     return result;
 }

@@ -24,6 +24,12 @@ namespace zelieml
 constexpr char key_from[]    = "From: ";
 constexpr char key_subject[] = "Subject: ";
 
+// How a server has to greet.
+enum class pop_greeting : char {
+    any,
+    of_pop3  // to a server that does not, nothing is said
+};
+
 // fetchmail_get_one_mail - fetch and delete the first mail of a mailbox, in a session of its own
 //
 // server         the record
@@ -35,14 +41,16 @@ constexpr char key_subject[] = "Subject: ";
 // reply          receives the server's last line, also on failure
 // mail           receives the lines of the mail as far as they were read, without its status line;
 //                null when they are not wanted. Unchanged when the mailbox is empty.
+// greeting       that the server has to give
 //
-// Fails when the session cannot be started, the login or STAT is refused, the mail cannot be
+// Fails when the session cannot be started, the server greets otherwise, the login or STAT is refused, the mail cannot be
 // fetched, or QUIT is not answered. A refused DELE is not a failure. On failure fetched and
 // remaining are undefined, and the mail is still on the server unless only the reply to QUIT is
 // missing.
 int fetchmail_get_one_mail(_s_mailserver const& server, std::int32_t& fetched,
                            std::int32_t& remaining, std::string& from, std::string& subject,
-                           std::string& reply, std::vector<std::string>* mail = nullptr);
+                           std::string& reply, std::vector<std::string>* mail = nullptr,
+                           pop_greeting greeting = pop_greeting::any);
 
 // delete_keyword - what follows the first occurrence of key; the whole string when there is none
 std::string delete_keyword(std::string const& text, char const* key);

@@ -89,11 +89,11 @@ int get_field(void* list, mail_field field, std::string (*text)(std::string cons
 
 // receive_mails that throws nothing, but notes lack of memory.
 int noted_receive(void* server, void* list, char const* domains, std::string& last_line,
-                  after_failure mails)
+                  receiving how)
 {
     constexpr int thrown = -2;
     int const     result = at_c_boundary(
-            thrown, [&] { return receive_mails(server, list, domains, &last_line, mails); });
+            thrown, [&] { return receive_mails(server, list, domains, &last_line, how); });
     if (result == thrown) {
         note_no_memory();
         return -1;
@@ -112,14 +112,17 @@ void cut_back(_s_receive_msg& list, std::size_t mails)
 
 // Fetches until the mailbox is empty. Returns -1 when that fails; the mails that were fetched before
 // are there all the same, also one that the server may not have deleted.
-int collect(_s_mailserver const& server, _s_receive_msg& collected, std::string* reply)
+int collect(_s_mailserver const& server, _s_receive_msg& collected, std::string* reply,
+            receiving how)
 {
+    pop_greeting const greeting =
+        how == receiving::careful ? pop_greeting::of_pop3 : pop_greeting::any;
     standstill               watch;
     std::vector<std::string> mail;
     std::int32_t             remaining = 0;
     do {
-        int const result =
-            process_one_mail(server, remaining, collected.from, collected.subject, &mail, reply);
+        int const result = process_one_mail(server, remaining, collected.from, collected.subject,
+                                            &mail, reply, greeting);
         if (collected.header.size() < collected.from.size()) {  // the session brought a mail
             collected.header.push_back(read_mail_header(mail));
             ++collected.count;
@@ -140,10 +143,12 @@ int collect(_s_mailserver const& server, _s_receive_msg& collected, std::string*
 }
 
 // collect that throws nothing: when memory runs out, the mails that were fetched before are there.
-int noted_collect(_s_mailserver const& server, _s_receive_msg& collected, std::string* reply)
+int noted_collect(_s_mailserver const& server, _s_receive_msg& collected, std::string* reply,
+                  receiving how)
 {
     constexpr int thrown = -2;
-    int const     result = at_c_boundary(thrown, [&] { return collect(server, collected, reply); });
+    int const     result =
+        at_c_boundary(thrown, [&] { return collect(server, collected, reply, how); });
     if (result != thrown) {
         return result;
     }
@@ -196,8 +201,7 @@ int receive_msg_count(void* list)
     return list == nullptr ? 0 : static_cast<_s_receive_msg*>(list)->count;
 }
 
-int receive_mails(void* server, void* list, char const* domains, std::string* reply,
-                  after_failure mails)
+int receive_mails(void* server, void* list, char const* domains, std::string* reply, receiving how)
 {
     if (server == nullptr || list == nullptr) {
         note_failure(eml_cause_settings, step_name::settings,
@@ -208,8 +212,8 @@ int receive_mails(void* server, void* list, char const* domains, std::string* re
     receive_msg_init(received);
 
     _s_receive_msg collected;
-    int const      result = noted_collect(*static_cast<_s_mailserver*>(server), collected, reply);
-    if (result == 0 || mails == after_failure::keep) {
+    int const result = noted_collect(*static_cast<_s_mailserver*>(server), collected, reply, how);
+    if (result == 0 || how == receiving::careful) {
         received = allowed(std::move(collected), domains);
     }
     return result;
@@ -220,7 +224,7 @@ int receive_mails_sized(void* server, void* list, char const* domains, char* rep
 {
     noting_attempt const attempt;
     std::string          last_line;
-    int const result = noted_receive(server, list, domains, last_line, after_failure::drop);
+    int const            result = noted_receive(server, list, domains, last_line, receiving::plain);
     copy_cut(last_line.c_str(), reply, reply_size);
     copy_cut(result != 0 ? attempt->reason : "", reason, reason_size);
     return result;
@@ -233,7 +237,7 @@ int receive_mails_result(void* server, void* list, char const* domains, void** r
     }
     noting_attempt const attempt(1);
     std::string          last_line;
-    int const status = noted_receive(server, list, domains, last_line, after_failure::keep);
+    int const status = noted_receive(server, list, domains, last_line, receiving::careful);
     int const failed = attempt->result != 0 ? attempt->result : send_other_failure;
     *result          = create_callback_info(status == 0 ? send_ok : failed, last_line);
     return status;
@@ -241,14 +245,14 @@ int receive_mails_result(void* server, void* list, char const* domains, void** r
 
 int process_one_mail(_s_mailserver const& server, std::int32_t& remaining,
                      std::vector<std::string>& froms, std::vector<std::string>& subjects,
-                     std::vector<std::string>* mail, std::string* last_line)
+                     std::vector<std::string>* mail, std::string* last_line, pop_greeting greeting)
 {
     std::int32_t fetched = 0;
     std::string  from;
     std::string  subject;
     std::string  reply;
     int const    result =
-        fetchmail_get_one_mail(server, fetched, remaining, from, subject, reply, mail);
+        fetchmail_get_one_mail(server, fetched, remaining, from, subject, reply, mail, greeting);
     if (last_line != nullptr) {
         *last_line = std::move(reply);
     }

@@ -41,10 +41,12 @@ int receive_msg_destroy(void* list);
 // receive_msg_count - number of mails in a list, 0 for null
 int receive_msg_count(void* list);
 
-// What becomes of the mails that were fetched when receiving fails.
-enum class after_failure : char {
-    drop,
-    keep  // also one whose deletion the server has not confirmed; one that stays only once
+// How a mailbox is emptied.
+enum class receiving : char {
+    plain,   // any greeting will do; what was fetched before a failure is dropped
+    careful  // nothing is said to a server that does not greet as one of POP3; mails that were
+             // fetched before a failure are kept, also one whose deletion the server has not
+             // confirmed, and one that stays only once
 };
 
 // receive_mails - fetch all mails of a mailbox and delete them on the server
@@ -54,17 +56,17 @@ enum class after_failure : char {
 // domains  allowed sender domains, see analyze.h; null or empty: all. Mails of other senders are
 //          deleted on the server too, and lost.
 // reply    receives the server's last line of the last session; null when it is not wanted
-// mails    that were fetched before a failure: whether the list has them
+// how      it is done
 //
 // Holds one session per mail, until the mailbox is empty. A mail of more than 2000 lines is
 // deleted and left out.
 //
-// Returns 0. Returns -1 when server or list is null or any session fails; with drop, the list is then
+// Returns 0. Returns -1 when server or list is null or any session fails; with plain, the list is then
 // empty, and the mails of earlier sessions are lost. Also fails after 1000 sessions in a row without
 // progress: each brought the same mail as the one before, as far as it was read, and STAT gave no
 // smaller number than ever since that mail first came. What the server says to DELE does not count.
 int receive_mails(void* server, void* list, char const* domains, std::string* reply = nullptr,
-                  after_failure mails = after_failure::drop);
+                  receiving how = receiving::plain);
 
 // receive_mails_sized - receive_mails, with a note of why it failed
 //
@@ -82,8 +84,8 @@ int receive_mails_sized(void* server, void* list, char const* domains, char* rep
 // result  receives the record, which the caller frees with cb_destroy, or null when there is no
 //         memory; null is a failure with nothing done
 //
-// The list has what was fetched before a failure, too. When memory runs out, the mail is missing that
-// there was none for; with domains, all may be.
+// Receives carefully. When memory runs out, the mail is missing that there was none for; with domains,
+// all may be.
 //
 // Returns what receive_mails returns, and -1 when there is no memory.
 int receive_mails_result(void* server, void* list, char const* domains, void** result);
@@ -126,11 +128,13 @@ void receive_msg_init(_s_receive_msg& list);
 // froms, subjects  one line each is appended when a mail was fetched, also if the session fails then
 // mail             as for fetchmail_get_one_mail
 // last_line        receives the server's last line, also on failure; null when it is not wanted
+// greeting         as for fetchmail_get_one_mail
 //
 // Returns 0, or -1 when the session failed.
 int process_one_mail(_s_mailserver const& server, std::int32_t& remaining,
                      std::vector<std::string>& froms, std::vector<std::string>& subjects,
-                     std::vector<std::string>* mail = nullptr, std::string* last_line = nullptr);
+                     std::vector<std::string>* mail = nullptr, std::string* last_line = nullptr,
+                     pop_greeting greeting = pop_greeting::any);
 
 }  // namespace zelieml
 

@@ -5,11 +5,13 @@
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 #include "liblog/trace.h"
 #include "libsendw/digest_text.h"
 #include "libsendw/sock.h"
 #include "platform/sleep.h"
+#include "support/ascii.h"
 #include "support/attempt_note.h"
 #include "support/number.h"
 
@@ -146,6 +148,18 @@ int pop_read_greeting(_s_pop* session)
         session->book.greeting = session->reply;
     }
     return 0;
+}
+
+int pop_check_greeting(_s_pop const* session)
+{
+    for (std::string_view const status : {"+OK", "-ERR"}) {
+        if (equal_ignoring_case(std::string_view(session->reply).substr(0, status.size()),
+                                status)) {
+            return 0;
+        }
+    }
+    note_reply(session->book, eml_cause_protocol, "does not greet as one", session->reply);
+    return -1;
 }
 
 void pop_abandon_session(_s_pop* session)

@@ -52,11 +52,18 @@ inline constexpr connect_steps pop_connecting = {step_name::pop_look_up, step_na
 //       pop_end_session, or with pop_abandon_session when the start failed.
 //
 // The greeting is kept as the last reply, where pop_apop looks for its time stamp. Its status is
-// not checked.
+// not checked: deliberate, see docs/ODDITIES.md.
 int pop_start_session(char const* host, int port, _s_pop** out);
 
 // pop_read_greeting - the last step of pop_start_session
 int pop_read_greeting(_s_pop* session);
+
+// pop_check_greeting - whether the server greeted as one of POP3, for a caller that wants to know
+//
+// session  whose greeting is the last reply
+//
+// Returns 0 when it begins with "+OK" or "-ERR", in upper or lower case, otherwise -1.
+int pop_check_greeting(_s_pop const* session);
 
 // pop_abandon_session - close the connection, if there is one, without QUIT, and free the session
 //

@@ -274,7 +274,8 @@ bool probing::pop_session()
     }
     report_.listens_to(*session);
     report_.begins(step_name::pop_greeting);
-    if (!report_.ends(pop_read_greeting(session), pop_start_failed)) {
+    int const greets = pop_read_greeting(session) == 0 ? pop_check_greeting(session) : -1;
+    if (!report_.ends(greets, pop_start_failed)) {
         return false;
     }
     report_.begins(step_name::pop_login);

@@ -600,6 +600,83 @@ TEST_F(Receive, TheCallWithAResultKeepsMailsOfAllowedDomainsOnly)
     EXPECT_EQ(receive_msg_count(list()), 2);
 }
 
+// Greetings of a server that is none of POP3, and the answers of one that takes any command.
+char const* const foreign_greetings[] = {
+    "220 mail.test ESMTP", "554 no service", "HTTP/1.1 400 Bad Request", "ready", "OK", " +OK", ""};
+
+std::string foreign_session(std::string const& greeting)
+{
+    std::string const what = "500 what?";
+    return "S: " + greeting + "\n" + answered("user anna", what) + answered("pass secret", what) +
+           answered("stat", "502 0") + answered("quit", "221 bye");
+}
+
+TEST_F(Receive, TheCallWithAResultSaysNothingToAServerThatIsNoneOfPop3)
+{
+    for (std::string const greeting : foreign_greetings) {
+        SCOPED_TRACE(greeting);
+        local_server  server("S: " + greeting + "\n" + hangs_up);
+        _s_mailserver record = record_of(server);
+        told const    t      = receive_with_result(&record, list());
+        EXPECT_EQ(server.heard(), server.expected()) << server.problem();
+        EXPECT_EQ(t.result, -1);
+        EXPECT_EQ(t.number, 2002);
+        EXPECT_EQ(t.code, eml_send_error_connection);
+        EXPECT_EQ(t.cause, eml_cause_protocol);
+        EXPECT_EQ(t.step, "pop greeting");
+        EXPECT_EQ(t.reply, greeting + "\r\n");
+        std::string const quoted = greeting[0] == ' ' ? "+OK" : greeting;
+        EXPECT_EQ(t.reason.rfind("the POP3 server does not greet as one", 0), 0U) << t.reason;
+        EXPECT_NE(t.reason.find(quoted), std::string::npos) << t.reason;
+    }
+}
+
+TEST_F(Receive, TheOtherCallsTakeAnyGreeting)
+{
+    for (std::string const greeting : foreign_greetings) {
+        SCOPED_TRACE(greeting);
+        local_server server(foreign_session(greeting));
+        EXPECT_EQ(receive(server), 0);
+        EXPECT_EQ(server.heard(), server.expected()) << server.problem();
+        local_server  again(foreign_session(greeting));
+        _s_mailserver record = record_of(again);
+        char          reason[1024];
+        EXPECT_EQ(receive_mails_sized(&record, list(), "", nullptr, 0, reason, sizeof reason), 0);
+        EXPECT_STREQ(reason, "");
+        EXPECT_EQ(again.heard(), again.expected()) << again.problem();
+    }
+}
+
+TEST_F(Receive, AGreetingOfPop3IsTakenInAnyCase)
+{
+    for (std::string const greeting : {"+OK", "+ok ready", "+OK<1@pop.test>"}) {
+        SCOPED_TRACE(greeting);
+        local_server  server("S: " + greeting + "\n" + answered("user anna", "+OK") +
+                             answered("pass secret", "+OK") + answered("stat", "+OK 0 0") +
+                             pop_goodbye);
+        _s_mailserver record = record_of(server);
+        EXPECT_EQ(receive_with_result(&record, list()).reason, "");
+        EXPECT_EQ(server.heard(), server.expected()) << server.problem();
+    }
+    // A refusal is no failure yet: the login may succeed all the same.
+    local_server  busy("S: -ERR busy\n" + refused_at("user anna", "-ERR no"));
+    _s_mailserver record = record_of(busy);
+    told const    t      = receive_with_result(&record, list());
+    EXPECT_EQ(t.reason, "the POP3 server refused the connection: -ERR busy");
+    EXPECT_EQ(t.number, 2004);
+}
+
+TEST_F(Receive, TheCallWithAResultKeepsWhatCameBeforeAForeignGreeting)
+{
+    local_server  server(session("2 200", "S: From: a@d.test") + next + "S: 220 mail.test\n" +
+                         hangs_up);
+    _s_mailserver record = record_of(server);
+    told const    t      = receive_with_result(&record, list());
+    EXPECT_EQ(t.step, "pop greeting");
+    EXPECT_EQ(mails().from, strings{"From: a@d.test"});
+    EXPECT_EQ(server.heard(), server.expected()) << server.problem();
+}
+
 // In 15 s.
 constexpr int waits_of_a_read = 3000;
 

@@ -656,6 +656,31 @@ TEST_F(Probe, LeavesTheConversationToTheParent)
     EXPECT_EQ(pop_server.heard(), pop_server.expected()) << pop_server.problem();
 }
 
+// The one case in which a mail gets through, for it takes any greeting.
+TEST_F(Probe, SaysNothingToAServerThatIsNoneOfPop3)
+{
+    std::string const    foreign  = "S: 220 mail.test\n";
+    probe_settings const settings = probe_settings().set("pop_before_smtp", "yes");
+    local_server         pop_server(foreign + hangs_up);
+    local_server         nobody(nobody_comes);
+    probe_room const     room(settings, nobody.port(), pop_server.port());
+    told_steps           steps;
+    EXPECT_EQ(room.probe(steps), -1);
+    EXPECT_EQ(steps.lines(), was_found + "pop greeting failed 2002: 220 mail.test|\n");
+    EXPECT_EQ(steps.all().back().cause, eml_cause_protocol);
+    EXPECT_EQ(steps.all().back().reason, "the POP3 server does not greet as one: 220 mail.test");
+    EXPECT_EQ(pop_server.heard(), pop_server.expected()) << pop_server.problem();
+    EXPECT_EQ(nobody.connections(), 0);
+
+    local_server     server(helo + delivery);
+    local_server     any(foreign + answered("user anna", "500 what?") +
+                         answered("pass secret", "500 what?") + answered("quit", "221 bye"));
+    probe_room const of_mail(settings, server.port(), any.port());
+    EXPECT_EQ(of_mail.send(), 0);
+    EXPECT_EQ(server.heard(), server.expected()) << server.problem();
+    EXPECT_EQ(any.heard(), any.expected()) << any.problem();
+}
+
 // ---- passwords
 
 TEST_F(Probe, ShowsNoPasswordThatAServerRepeats)

@@ -111,6 +111,9 @@ constexpr row rows[] = {
     {eml_cause_protocol, "greeting",
      "this is no SMTP server: compare smtp_server and smtp_port with what its administrator says. "
      "POP3 servers have port 110, SMTP servers 25 or 587"},
+    {eml_cause_protocol, "pop greeting",
+     "this is no POP3 server: compare pop_server and pop_port with what its administrator says. "
+     "POP3 servers have port 110, SMTP servers 25 or 587"},
     {eml_cause_protocol, "",
      "is this a mail server, and of the right kind? Compare the names and ports in the settings "
      "with what its administrator says"},

@@ -226,9 +226,13 @@ void print(received const& all, bool as_json)
     }
 }
 
-char const* advice(int status)
+char const* advice(attempt const& ended)
 {
-    switch (status) {
+    if (ended.step == "pop greeting" && ended.cause == eml_cause_protocol) {
+        return "this is no POP3 server, compare host and port (--host, --port; pop_server, "
+               "pop_port) with what its administrator says";
+    }
+    switch (exit_status(ended)) {
     case EX_NOPERM:
         return "look at account and password, and at the way to log in (--apop, pop_auth_type)";
     case EX_UNAVAILABLE:
@@ -255,7 +259,7 @@ int receive(command_line const& line, receive_options const& asked_for)
     int const status = exit_status(all.ended);
     if (status != EX_OK) {
         std::string const why = all.ended.reason.empty() ? "the mailbox" : all.ended.reason;
-        throw failure(status, to_terminal(why + ": " + advice(status)));
+        throw failure(status, to_terminal(why + ": " + advice(all.ended)));
     }
     return EX_OK;
 }

@@ -316,6 +316,12 @@ INSTANTIATE_TEST_SUITE_P(
             .fails_at("pop login", "refused_now")
             .ends(EX_TEMPFAIL, "the POP3 server refused the password of user: -ERR [IN-USE] wait",
                   "another program may be reading the mailbox"),
+        check_case("the POP3 server is none")
+            .fault("pop.greeting=refuse:220 mail.test ESMTP")
+            .settings(pop_settings)
+            .fails_at("pop greeting", "protocol")
+            .ends(EX_PROTOCOL, "the POP3 server does not greet as one: 220 mail.test ESMTP",
+                  "this is no POP3 server: compare pop_server and pop_port with"),
         check_case("the sender is refused")
             .fault("mail=refuse:550 not \\x1b[1myou")
             .to("anna@b.test")

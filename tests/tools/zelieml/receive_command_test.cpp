@@ -328,6 +328,32 @@ TEST(ReceiveFailure, HasAStatusForEachCause)
     }
 }
 
+// One session, in which no password is sent.
+TEST(ReceiveFailure, EndsAtAServerThatIsNoneOfPop3)
+{
+    std::string const greeting = "S: 220 mail.test ESMTP\nC: (closes)\n";
+    scripted_server   server(greeting);
+    outcome const     run = receive_from(server);
+    EXPECT_EQ(run.status, EX_PROTOCOL);
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err, "zelieml: the POP3 server does not greet as one: 220 mail.test ESMTP: this "
+                       "is no POP3 server, compare host and port (--host, --port; pop_server, "
+                       "pop_port) with what its administrator says\n");
+    EXPECT_TRUE(server.ok()) << server.problem();
+    EXPECT_EQ(server.connections(), 1);
+
+    scripted_server again(greeting);
+    outcome const   as_json = receive_from(again, {"--json"});
+    EXPECT_EQ(as_json.status, EX_PROTOCOL);
+    EXPECT_EQ(as_json.err, run.err);
+    json const all = json::parse(as_json.out);
+    EXPECT_EQ(all["mails"], json::array());
+    EXPECT_EQ(all["cause"], "protocol");
+    EXPECT_EQ(all["step"], "pop greeting");
+    EXPECT_EQ(all["number"], 2002);
+    EXPECT_EQ(all["reply"], "220 mail.test ESMTP");
+}
+
 TEST(ReceiveFailure, RepeatsNoPassword)
 {
     scripted_server server(
