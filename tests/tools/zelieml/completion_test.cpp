@@ -242,6 +242,22 @@ TEST_P(Completion, OffersWords)
     EXPECT_EQ(tried.completes({"send", "--subject", "s"}), offers{}) << "any text";
 }
 
+TEST_P(Completion, OffersTheValuesOfAKey)
+{
+    EXPECT_EQ(tried.completes({"settings", "set", "smtp_auth_type", ""}),
+              (offers{"auto", "cram-md5", "login", "plain"}));
+    EXPECT_EQ(tried.completes({"settings", "set", "-w", "smtp_auth", "pop_auth_type", ""}),
+              (offers{"pop", "apop"}));
+    EXPECT_EQ(tried.completes({"settings", "set", "passwd_raw", "--json", "y"}), offers{"yes"});
+    for (strings const& none : {strings{"settings", "set", "smtp_server", ""},
+                                {"settings", "set", "smtp_passwd", ""},
+                                {"settings", "set", "no_key", ""},
+                                {"settings", "set", "smtp_auth", "yes", "y"},
+                                {"settings", "get", "smtp_auth", "y"}}) {
+        EXPECT_EQ(tried.completes(none), offers{}) << none[2];
+    }
+}
+
 TEST_P(Completion, OffersTheMessagesOfTheQueue)
 {
     offers const all = {"a.sme", hostile, "undelivered/b.sme"};

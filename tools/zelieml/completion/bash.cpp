@@ -22,6 +22,11 @@ std::string pattern(command const& after, strings const& words)
     return "        " + joined(quoted, " | ") + ") ";
 }
 
+std::string words_text(strings const& words)
+{
+    return "echo words " + joined(words, " ") + " ;;\n";
+}
+
 // What _zelieml_value says.
 std::string value_text(value const& from)
 {
@@ -33,7 +38,8 @@ std::string value_text(value const& from)
     case kind::message:
         return "echo message ;;\n";
     case kind::words:
-        return "echo words " + joined(from.words, " ") + " ;;\n";
+        return words_text(from.words);
+    case kind::words_of_key:
     case kind::none:
         break;
     }
@@ -52,7 +58,7 @@ _zelieml_messages() {
 }
 
 _zelieml() {
-    local word=${COMP_WORDS[COMP_CWORD]} command='' option='' workdir='' arguments=0 value i
+    local word=${COMP_WORDS[COMP_CWORD]} command='' option='' workdir='' key='' arguments=0 value i
     # A "=" is a word of its own.
     [ "$word" != = ] || word=''
     for ((i = 1; i < COMP_CWORD; i++)); do
@@ -65,6 +71,7 @@ _zelieml() {
             command=$value
         elif [[ ${COMP_WORDS[i]} != -* ]]; then
             arguments=$((arguments + 1))
+            key=${COMP_WORDS[i]}
         elif _zelieml_value "$command" "${COMP_WORDS[i]}" >/dev/null; then
             option=${COMP_WORDS[i]}
         fi
@@ -75,7 +82,9 @@ _zelieml() {
     elif [[ $word == -* ]]; then
         value="words $(_zelieml_options "$command")"
     else
-        value=$(_zelieml_value "$command" "$arguments") || value=$(_zelieml_value "$command" '*')
+        value=$(_zelieml_value "$command" "$arguments:$key") ||
+            value=$(_zelieml_value "$command" "$arguments") ||
+            value=$(_zelieml_value "$command" '*')
     fi
     COMPREPLY=()
     # A bash without compopt offers files wherever there is nothing else.
@@ -112,7 +121,11 @@ std::string for_bash(command const& program)
                       value_text({kind::words, "command", names_of(each->commands)});
         }
         for (std::size_t i = 0; i < each->arguments.size(); ++i) {
-            values += pattern(*each, {each->argument_name(i)}) + value_text(each->arguments[i]);
+            std::string const place = each->argument_name(i);
+            values += pattern(*each, {place}) + value_text(each->arguments[i]);
+            for (key_words const& of : each->arguments[i].of_keys) {
+                values += pattern(*each, {place + ":" + of.key}) + words_text(of.words);
+            }
         }
         options +=
             "        '" + each->path + "') echo " + joined(names_of(each->options), " ") + " ;;\n";
@@ -123,6 +136,7 @@ std::string for_bash(command const& program)
            steps +
            "        *) return 1 ;;\n    esac\n}\n\n"
            "# What follows an option, or stands as an argument, of a command.\n"
+           "# An argument is its number, or that and the argument before it.\n"
            "_zelieml_value() {\n    case \"$1:$2\" in\n" +
            values +
            "        *) return 1 ;;\n    esac\n}\n\n"

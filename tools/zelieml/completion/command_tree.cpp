@@ -37,6 +37,17 @@ strings names_of(std::vector<setting_key> const& keys)
     return names;
 }
 
+std::vector<key_words> words_of(std::vector<setting_key> const& keys)
+{
+    std::vector<key_words> all;
+    for (setting_key const& key : keys) {
+        if (!key.choices.empty()) {
+            all.push_back({key.name, key.choices});
+        }
+    }
+    return all;
+}
+
 // What the help calls it: "DIR", "yes|no", "TEXT:{yes,no}" where a check has added its words; an
 // argument without a type goes by its name.
 value value_of(CLI::Option const& from)
@@ -53,6 +64,9 @@ value value_of(CLI::Option const& from)
     }
     if (name == "KEY") {
         return {kind::words, name, names_of(setting_keys())};
+    }
+    if (name == "VALUE") {
+        return {kind::words_of_key, name, {}, words_of(setting_keys())};
     }
     if (name == "DIR") {
         return {kind::directory, name, {}};

@@ -2,8 +2,9 @@
 //
 // They are read from the command line itself, as the help is, so a script misses none. How the value
 // of an option, or an argument, is completed depends on what the help calls it: DIR and FILE are
-// directories and files, MESSAGE one of 'queue list', KEY one of the settings, "yes|no" one of these
-// words; a check with CLI::IsMember names its words itself. For anything else nothing is offered.
+// directories and files, MESSAGE one of 'queue list', KEY one of the settings, VALUE one that the KEY
+// before it may have, "yes|no" one of these words; a check with CLI::IsMember names its words itself.
+// For anything else nothing is offered.
 
 #ifndef ZELIEML_TOOLS_ZELIEML_COMPLETION_COMMAND_TREE_H
 #define ZELIEML_TOOLS_ZELIEML_COMPLETION_COMMAND_TREE_H
@@ -22,7 +23,14 @@ enum class kind {
     directory,
     file,
     message,
-    words
+    words,
+    words_of_key
+};
+
+// What may follow a word.
+struct key_words {
+    std::string key;
+    strings     words;
 };
 
 // What can stand in a place of the command line.
@@ -30,6 +38,8 @@ struct value {
     kind        what = kind::none;
     std::string name;  // in the help
     strings     words;
+
+    std::vector<key_words> of_keys = {};  // by the argument before
 };
 
 struct option {

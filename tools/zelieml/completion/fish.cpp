@@ -17,6 +17,11 @@ std::string quoted(std::string const& text)
     return "'" + replaced(replaced(text, "\\", "\\\\"), "'", "\\'") + "'";
 }
 
+std::string words_text(strings const& words, std::string const& alone)
+{
+    return alone + " -a " + quoted(joined(words, " "));
+}
+
 // " -x ..." for a value that an option needs, " -f ..." for an argument.
 std::string value_text(value const& from, std::string const& alone)
 {
@@ -28,7 +33,8 @@ std::string value_text(value const& from, std::string const& alone)
     case kind::message:
         return alone + " -a '(__zelieml_messages)'";
     case kind::words:
-        return alone + " -a " + quoted(joined(from.words, " "));
+        return words_text(from.words, alone);
+    case kind::words_of_key:
     case kind::none:
         break;
     }
@@ -48,12 +54,14 @@ std::string option_text(option const& from)
 
 char const script_begin[] = R"script(# fish completion for zelieml
 
-# The command that the words before the cursor name, the number of its arguments, its work directory.
+# The command that the words before the cursor name, the number of its arguments, its work directory
+# and its last argument.
 function __zelieml_words
     set -l command ''
     set -l arguments 0
     set -l option ''
     set -l workdir ''
+    set -l key ''
     set -l words (commandline -opc)
     set -e words[1]
     for word in $words
@@ -70,19 +78,24 @@ char const words_end[] = R"script(            case '*:--workdir=*'
             case '*:-*'
             case '*'
                 set arguments (math $arguments + 1)
+                set key $word
         end
     end
     echo $command
     echo $arguments
     echo $workdir
+    echo $key
 end
 
-# Whether an option of this command can stand here or, with a number, this argument of it, or "*".
+# Whether an option of this command can stand here or, with a number, this argument of it, or "*"; with
+# a word, this argument after that one.
 function __zelieml_at
     set -l words (__zelieml_words)
     test "$words[1]" = $argv[1]; or return
     set -q argv[2]; or return 0
-    contains -- $argv[2] '*' $words[2]
+    contains -- $argv[2] '*' $words[2]; or return
+    set -q argv[3]; or return 0
+    test "$words[4]" = $argv[3]
 end
 
 function __zelieml_messages
@@ -113,8 +126,11 @@ std::string for_fish(command const& program)
             }
         }
         for (std::size_t i = 0; i < each->arguments.size(); ++i) {
-            rule(" '" + each->argument_name(i) + "'") +=
-                value_text(each->arguments[i], " -f") + "\n";
+            std::string const place = " '" + each->argument_name(i) + "'";
+            rule(place) += value_text(each->arguments[i], " -f") + "\n";
+            for (key_words const& of : each->arguments[i].of_keys) {
+                rule(place + " " + of.key) += words_text(of.words, " -f") + "\n";
+            }
         }
         for (command const& next : each->commands) {
             rule(" 0") += " -a " + next.name + " -d " + quoted(next.description) + "\n";

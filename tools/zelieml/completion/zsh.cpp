@@ -39,6 +39,8 @@ std::string value_text(value const& from)
         return name + "_zelieml_messages";
     case kind::words:
         return name + "(" + joined(from.words, " ") + ")";
+    case kind::words_of_key:
+        return name + "_zelieml_values";
     case kind::none:
         break;
     }
@@ -103,6 +105,16 @@ std::string command_function(command const& from)
            "    esac\n}\n\n";
 }
 
+// The function that completes the value of the key before it.
+std::string values_function(std::vector<key_words> const& of_keys)
+{
+    std::string text = "_zelieml_values() {\n    case ${(Q)line[1]} in\n";
+    for (key_words const& of : of_keys) {
+        text += "        " + of.key + ") compadd " + joined(of.words, " ") + " ;;\n";
+    }
+    return text + "    esac\n}\n\n";
+}
+
 char const script_begin[] = R"script(#compdef zelieml
 
 # The messages of the work directory.
@@ -130,6 +142,11 @@ std::string for_zsh(command const& program)
 {
     std::string text = script_begin;
     for (command const* const each : all_of(program)) {
+        for (value const& argument : each->arguments) {
+            if (argument.what == kind::words_of_key) {
+                text += values_function(argument.of_keys);
+            }
+        }
         text += command_function(*each);
     }
     return text + script_end;
