@@ -5,6 +5,7 @@
 
 #include "tools/zelieml/usage.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cstddef>
 #include <sysexits.h>
@@ -48,6 +49,18 @@ bool takes_password(CLI::App const& command)
     return command.get_option_no_throw("--password-fd") != nullptr;
 }
 
+// Whether a word that no command takes may be a password: it gives a name a value, or a command beside
+// this one takes a password.
+bool may_be_password(CLI::App const& command, std::string const& word)
+{
+    CLI::App const* const group    = command.get_parent();
+    bool const            in_group = group != nullptr && group->get_parent() != nullptr;
+    auto const beside = in_group ? group->get_subcommands(nullptr) : std::vector<CLI::App const*>();
+    return word.find('=') != word.npos ||
+           std::any_of(beside.begin(), beside.end(),
+                       [](CLI::App const* each) { return takes_password(*each); });
+}
+
 bool is_flag(CLI::Option const& option)
 {
     return option.get_items_expected_max() == 0;
@@ -85,8 +98,12 @@ std::string said_of_word(CLI::App const& command, std::string const& word, std::
     if (!option.empty()) {
         return "there is no option " + option + ": " + help + " names all";
     }
-    return is_group(command) ? "there is no command " + word + ": " + help + " names all"
-                             : "'" + word + "' is one word too many: " + help + " says more";
+    bool const hidden = may_be_password(command, word);
+    if (is_group(command)) {
+        return "there is no " + (hidden ? "such command" : "command " + word) + ": " + help +
+               " names all";
+    }
+    return (hidden ? "this" : "'" + word + "'") + " is one word too many: " + help + " says more";
 }
 
 std::string said_of_number(CLI::App const& command, words const& given)

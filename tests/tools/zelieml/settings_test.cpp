@@ -544,6 +544,36 @@ TEST_F(Settings, AreChecked)
     EXPECT_EQ(pipe[0]["text"], path + " is not a regular file: replace it by one");
 }
 
+TEST_F(Settings, RepeatNoWordThatMayBeAPassword)
+{
+    strings const lines[] = {
+        {"set", "smtp_passwd=geheim"},
+        {"set", "smtp_passwd=geheim", "25"},
+        {"set", "smtp_passwd=", "geheim"},
+        {"set", "passwd=geheim"},
+        {"set", "geheim"},
+        {"set", "geheim", "25"},
+        {"set", "--smtp_passwd=geheim"},
+        {"get", "smtp_passwd=geheim"},
+        {"get", "smtp_passwd", "geheim"},
+        {"get", "geheim"},
+        {"show", "smtp_passwd=geheim"},
+        {"show", "geheim"},
+        {"check", "geheim"},
+        {"smtp_passwd=geheim"},
+    };
+    for (strings const& line : lines) {
+        outcome const refused = run(line);
+        EXPECT_EQ(refused.status, EX_USAGE) << line.back();
+        EXPECT_EQ(refused.out, "");
+        EXPECT_EQ(refused.err.rfind("zelieml: th", 0), 0U) << refused.err;
+        EXPECT_EQ(refused.err.find("geheim"), std::string::npos) << refused.err;
+        EXPECT_FALSE(file_exists(path));
+    }
+    outcome const other = run({"shwo"});
+    EXPECT_NE(other.err.find("there is no command shwo"), std::string::npos) << other.err;
+}
+
 TEST_F(Settings, StorePasswordsEncrypted)
 {
     for (char const* const key : {"smtp_passwd", "pop_passwd"}) {
