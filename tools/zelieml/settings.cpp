@@ -137,6 +137,18 @@ int set(common_options const& options, set_options const& asked_for)
     return EX_OK;
 }
 
+// Why a value is not what its line looks like.
+enum class trap : char {
+    none,
+    other_key,  // the line is another key's, and contains the name of this one
+    cut         // its last character is lost
+};
+
+trap trap_of(setting_key const& key, reading const& found)
+{
+    return found.key != key.name ? trap::other_key : found.has_cr ? trap::none : trap::cut;
+}
+
 // overlong  of the settings
 std::string line_of(setting_key const& key, std::optional<reading> const& found,
                     std::size_t overlong)
@@ -148,38 +160,63 @@ std::string line_of(setting_key const& key, std::optional<reading> const& found,
     }
     std::string const line =
         key.name + " = " + (is_password(key) ? "(set)" : to_terminal(found->value));
-    if (found->key != key.name) {
+    switch (trap_of(key, *found)) {
+    case trap::other_key:
         return line + "   # from line " + std::to_string(found->line) +
                ", which contains that name";
+    case trap::cut:
+        return line + "   # its CR is missing, so the last character is lost: set it anew " +
+               set_command(key.name);
+    case trap::none:
+        break;
     }
-    return found->has_cr ? line
-                         : line +
-                               "   # its CR is missing, so the last character is lost: set it "
-                               "anew " +
-                               set_command(key.name);
+    return line;
 }
 
-int show(common_options const& options)
+void show_text(settings_text const& settings)
 {
-    settings_text const settings = read_settings(options.workdir);
-    json                all      = json::object();
-    if (settings.overlong() != 0 && !options.json) {
+    if (settings.overlong() != 0) {
         print_line("# line " + std::to_string(settings.overlong()) +
                    " is longer than 1023 bytes and hides all from there on: shorten it with an "
                    "editor");
     }
     for (setting_key const& key : setting_keys()) {
+        print_line(line_of(key, settings.read(key.name), settings.overlong()));
+    }
+}
+
+json mark(std::size_t line, std::string const& key, char const* what)
+{
+    return {{"line", line}, {"key", key}, {"mark", what}};
+}
+
+void show_json(settings_text const& settings)
+{
+    json all   = json::object();
+    json marks = json::array();
+    if (settings.overlong() != 0) {
+        marks.push_back(mark(settings.overlong(), "", "too_long"));
+    }
+    for (setting_key const& key : setting_keys()) {
         std::optional<reading> const found = settings.read(key.name);
-        if (options.json) {
-            all[key.name] =
-                found && found->has_sign ? shown_value(key, found->value) : json(nullptr);
-        } else {
-            print_line(line_of(key, found, settings.overlong()));
+        if (!found || !found->has_sign) {
+            all[key.name] = nullptr;
+            continue;
+        }
+        all[key.name]  = shown_value(key, found->value);
+        trap const met = trap_of(key, *found);
+        if (met != trap::none) {
+            marks.push_back(mark(found->line, key.name, met == trap::cut ? "cut" : "other_key"));
         }
     }
-    if (options.json) {
-        print_json(all);
-    }
+    all["marks"] = marks;
+    print_json(all);
+}
+
+int show(common_options const& options)
+{
+    settings_text const settings = read_settings(options.workdir);
+    options.json ? show_json(settings) : show_text(settings);
     return EX_OK;
 }
 

@@ -476,7 +476,9 @@ TEST_F(Settings, AreShown)
                          "# passwd_raw is not set: no\n"
                          "# subject_use_encoding is not set: yes\n");
     json const all = json::parse(run({"show", "--json"}).out);
-    EXPECT_EQ(all.size(), all_keys.size());
+    EXPECT_EQ(all.size(), all_keys.size() + 1);
+    EXPECT_EQ(all.at("marks"),
+              json::parse(R"([{"line": 1, "key": "smtp_auth", "mark": "other_key"}])"));
     EXPECT_EQ(all["smtp_port"], "25");
     EXPECT_EQ(all["smtp_passwd"], true);
     EXPECT_EQ(all["smtp_account"], "a\033b");
@@ -499,6 +501,20 @@ TEST_F(Settings, AreShownWithWhatHidesThem)
         << shown.out;
     EXPECT_NE(shown.out.find("\n# pop_port is not set before line 3: "), shown.out.npos)
         << shown.out;
+    json const all = json::parse(run({"show", "--json"}).out);
+    EXPECT_EQ(all["smtp_server"], "a.tes");
+    EXPECT_EQ(all["pop_port"], nullptr);
+    EXPECT_EQ(all.at("marks"), json::parse(R"([{"line": 3, "key": "", "mark": "too_long"},
+                                            {"line": 1, "key": "smtp_server", "mark": "cut"},
+                                            {"line": 2, "key": "smtp_port", "mark": "cut"}])"));
+
+    write("smtp_server = a.test\r\nsmtp_passwd = geheim\n");
+    json const cut = json::parse(run({"show", "--json"}).out);
+    EXPECT_EQ(cut["smtp_passwd"], true);
+    EXPECT_EQ(cut.at("marks"),
+              json::parse(R"([{"line": 2, "key": "smtp_passwd", "mark": "cut"}])"));
+    write("smtp_server = a.test\r\nsmtp_port\n");
+    EXPECT_EQ(json::parse(run({"show", "--json"}).out).at("marks"), json::array());
 }
 
 TEST_F(Settings, AreChecked)
