@@ -24,6 +24,21 @@ bool is_login(std::string const& step)
     return step == "login" || step == "pop login" || step == "ehlo";
 }
 
+// Of an exit status before anything was attempted.
+eml_cause cause_of(int status)
+{
+    switch (status) {
+    case EX_DATAERR:
+        return eml_cause_message;
+    case EX_CONFIG:
+        return eml_cause_settings;
+    case EX_SOFTWARE:
+        return eml_cause_memory;
+    default:
+        return eml_cause_file;
+    }
+}
+
 }  // namespace
 
 attempt attempt_of(void* record)
@@ -55,6 +70,11 @@ attempt not_attempted(eml_cause cause, std::string const& reason, std::string co
     made.reason = reason;
     made.mend   = mend;
     return made;
+}
+
+attempt not_attempted(failure const& fault)
+{
+    return not_attempted(cause_of(fault.status()), fault.what(), "do as the reason says");
 }
 
 json to_json(attempt const& made)

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "tools/zelieml/failure.h"
 #include "tools/zelieml/output.h"
 #include "zelieml_ext.h"
 
@@ -30,6 +31,9 @@ attempt attempt_of(void* record);
 
 // not_attempted - of a mail that cannot be sent as it is, read or saved
 attempt not_attempted(eml_cause cause, std::string const& reason, std::string const& mend = "");
+
+// not_attempted - of a failure before an attempt was made
+attempt not_attempted(failure const& fault);
 
 // to_json - code, number, cause, step, reason, reply, seconds, and file if there was one
 json to_json(attempt const& made);

@@ -182,7 +182,7 @@ public:
         }
     }
 
-    // That no mail can be saved, which the probe does not find out.
+    // That no mail can be made or saved, which the probe does not find out.
     void take_unsaved(attempt const& made)
     {
         fails(step_of(made), exit_status(made));
@@ -321,6 +321,13 @@ int check(common_options const& options, std::optional<std::string> const& to)
     return all.ends();
 }
 
+void print_failure(failure const& fault)
+{
+    report all(true);
+    all.take_unsaved(not_attempted(fault));
+    all.ends();
+}
+
 }  // namespace
 
 void add_check(command_line& line)
@@ -337,7 +344,7 @@ void add_check(command_line& line)
     command
         .add_option("--to", *to, "Also try this address, and if all is well SEND a test mail there")
         ->type_name("ADDRESS");
-    line.add_json(command);
+    line.add_json(command, print_failure);
 }
 
 }  // namespace zelieml::program

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "tools/zelieml/failure.h"
+#include "tools/zelieml/output.h"
 #include "tools/zelieml/usage.h"
 #include "zelieml_ext.h"
 
@@ -164,9 +165,15 @@ std::string command_line::workdir() const
     return directory_at(named);
 }
 
-void command_line::add_json(CLI::App& command)
+void command_line::add_json(CLI::App& command, failure_printer print)
 {
-    command.add_flag("--json", options_.json, "Print JSON");
+    command.add_flag_callback(
+        "--json",
+        [this, print = std::move(print)] {
+            options_.json  = true;
+            print_failure_ = print;
+        },
+        "Print JSON");
 }
 
 int command_line::run(int argc, char** argv)
@@ -181,14 +188,26 @@ int command_line::run(int argc, char** argv)
         }
         return chosen_();
     } catch (failure const& error) {
-        std::fprintf(stderr, "zelieml: %s\n", error.what());
-        return error.status();
+        return fails(error.status(), error.what());
     } catch (std::bad_alloc const&) {
-        std::fputs("zelieml: there is not enough memory\n", stderr);
+        return fails(EX_SOFTWARE, "there is not enough memory");
     } catch (std::exception const& error) {
-        std::fprintf(stderr, "zelieml: %s\n", error.what());
+        return fails(EX_SOFTWARE, error.what());
     }
-    return EX_SOFTWARE;
+}
+
+int command_line::fails(int status, char const* why) const
+{
+    std::fprintf(stderr, "zelieml: %s\n", why);
+    if (print_failure_ != nullptr && status != EX_USAGE && !has_printed()) {
+        try {
+            need_output();
+            print_failure_(failure(status, why));
+        } catch (std::exception const&) {
+            return status;  // what was said last is the reason
+        }
+    }
+    return status;
 }
 
 void command_line::understand(words given)

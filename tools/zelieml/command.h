@@ -12,6 +12,8 @@
 #include <string>
 #include <vector>
 
+#include "tools/zelieml/failure.h"
+
 namespace zelieml::program
 {
 
@@ -52,8 +54,13 @@ public:
     // Its options().workdir is empty: it calls workdir() if it needs one.
     void add_own_workdir(CLI::App& command);
 
+    // What a command prints with --json for a failure before it has printed anything.
+    using failure_printer = std::function<void(failure const&)>;
+
     // add_json - the option --json
-    void add_json(CLI::App& command);
+    //
+    // print  null: nothing is printed then, as with a wrong command line
+    void add_json(CLI::App& command, failure_printer print = nullptr);
 
     common_options const& options() const { return options_; }
 
@@ -75,11 +82,15 @@ private:
     // Says what to run, or prints the help; throws a failure.
     void understand(std::vector<std::string> words);
 
+    // Says why the command failed. Returns the exit status.
+    int fails(int status, char const* why) const;
+
     CLI::App             app_;
     common_options       options_;
     std::string          given_workdir_;  // with -w
     bool                 needs_workdir_ = false;
     std::function<int()> chosen_;
+    failure_printer      print_failure_;
 };
 
 // One for each command or group of commands, in the order of the help.

@@ -18,6 +18,8 @@ namespace zelieml::program
 namespace
 {
 
+bool printed = false;
+
 bool is_control(char c)
 {
     return (c >= 0 && c < ' ') || c == '\x7f';
@@ -45,9 +47,15 @@ int error_of_output()
 
 void print_line(std::string const& line)
 {
+    printed = true;
     if (std::fputs((line + "\n").c_str(), stdout) < 0 || std::fflush(stdout) != 0) {
         throw failure(EX_CANTCREAT, "standard output", errno, "the rest was not printed");
     }
+}
+
+bool has_printed()
+{
+    return printed;
 }
 
 void need_output()

@@ -17,6 +17,9 @@ using json = nlohmann::ordered_json;
 // Throws a failure when it cannot be written.
 void print_line(std::string const& line);
 
+// has_printed - whether any line was to be printed
+bool has_printed();
+
 // need_output - throws a failure when it is known that nothing can be written to standard output:
 // it is closed, or open for reading only, or its reader has gone, or its device is full
 void need_output();

@@ -226,6 +226,15 @@ void print(received const& all, bool as_json)
     }
 }
 
+// That nothing was received.
+void print_failure(failure const& fault)
+{
+    received none;
+    none.ended      = not_attempted(fault);
+    none.ended.step = none.ended.cause == eml_cause_settings ? "settings" : "";
+    print(none, true);
+}
+
 char const* advice(attempt const& ended)
 {
     if (ended.step == "pop greeting" && ended.cause == eml_cause_protocol) {
@@ -306,7 +315,7 @@ void add_receive(command_line& line)
         ->type_name("DOMAIN")
         ->allow_extra_args(false);
     line.add_own_workdir(command);
-    line.add_json(command);
+    line.add_json(command, print_failure);
     add_password_fd(command, asked_for->password_fd);
 }
 

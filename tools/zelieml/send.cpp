@@ -133,21 +133,6 @@ attempt post(std::string const& workdir, std::string const& symbol, message cons
     return made;
 }
 
-// The mail that was asked for.
-message mail_of(mail_options const& asked, bool as_json)
-{
-    try {
-        return make_message(asked);
-    } catch (failure const& fault) {
-        if (as_json) {
-            bool const is_unread = fault.status() == EX_NOINPUT;
-            print_json(to_json(
-                not_attempted(is_unread ? eml_cause_file : eml_cause_message, fault.what())));
-        }
-        throw;
-    }
-}
-
 int refuse(std::vector<std::string> const& faults, bool as_json)
 {
     std::string reason;
@@ -166,7 +151,7 @@ template <class Deliver>
 int run(command_line const& line, send_options const& asked, char const* done, Deliver&& deliver)
 {
     common_options const& common = line.options();
-    message const         mail   = mail_of(asked.mail, common.json);
+    message const         mail   = make_message(asked.mail);
     eml_severity const    least  = asked.check ? eml_severity_note : eml_severity_error;
     if (auto const faults = faults_of(mail, asked.mail, least); !faults.empty()) {
         return refuse(faults, common.json);
@@ -186,7 +171,7 @@ void add_options(command_line& line, CLI::App& command, send_options& options)
     command.add_flag("--check", options.check,
                      "Refuse all that the message check finds, not only errors");
     command.add_flag("--dry-run", options.dry_run, "Show the mail as it would go, and end");
-    line.add_json(command);
+    line.add_json(command, [](failure const& fault) { print_json(to_json(not_attempted(fault))); });
 }
 
 }  // namespace

@@ -478,6 +478,28 @@ TEST(Check, SaysThatTheMailCannotBeSaved)
         << as_json.out;
 }
 
+TEST(Check, PrintsJsonWhenItCouldNotBegin)
+{
+    outcome const run = run_zelieml({"check", "-w", "/no/such", "--json"});
+    EXPECT_EQ(run.status, EX_NOINPUT);
+    std::string const reason =
+        "the work directory /no/such: No such file or directory: make it, or "
+        "name another one with -w";
+    EXPECT_EQ(run.err, "zelieml: " + reason + "\n");
+    EXPECT_EQ(without_times(run.out),
+              "{\"ok\":false,\"steps\":[{\"name\":\"message\",\"server\":\"\",\"outcome\":"
+              "\"failed\",\"number\":100,\"cause\":\"file\",\"seconds\":0.0,\"reply\":\"\","
+              "\"reason\":\"" +
+                  reason + "\"}],\"advice\":\"do as the reason says\",\"findings\":[]}\n");
+
+    workplace const work(25);
+    outcome const   wrong = check(work, {"--to", "Anna <anna@b.test>", "--json"});
+    EXPECT_EQ(wrong.status, EX_DATAERR);
+    EXPECT_EQ(wrong.out.rfind("{\"ok\":false,\"steps\":[{\"name\":\"message\"", 0), 0U)
+        << wrong.out;
+    EXPECT_TRUE(contains(wrong.out, "\"cause\":\"message\"")) << wrong.out;
+}
+
 TEST(Check, ShowsNoControlCharacters)
 {
     loopback_program const server({"--fault", "helo=refuse:550 \x1b[1mno"});

@@ -282,6 +282,26 @@ TEST_F(ReceiveCommand, TakesTheMailboxFromTheSettings)
     }
 }
 
+TEST_F(ReceiveCommand, PrintsJsonWhenItCouldNotBegin)
+{
+    outcome const lost = run_zelieml({"receive", "--delete", "-w", "/no/such", "--json"});
+    EXPECT_EQ(lost.status, EX_NOINPUT);
+    json const all = json::parse(lost.out);
+    EXPECT_EQ(all["mails"], json::array());
+    EXPECT_EQ(all["number"], 100);
+    EXPECT_EQ(all["cause"], "file");
+    EXPECT_EQ(all["step"], "");
+    EXPECT_EQ("zelieml: " + all["reason"].get<std::string>() + "\n", lost.err);
+
+    temp_dir const dir;
+    outcome const  unset = run_zelieml({"receive", "--delete", "-w", dir.path(), "--json"});
+    EXPECT_EQ(unset.status, EX_CONFIG);
+    EXPECT_EQ(json::parse(unset.out)["cause"], "settings");
+    EXPECT_EQ(json::parse(unset.out)["step"], "settings");
+
+    EXPECT_EQ(run_zelieml({"receive", "-w", dir.path(), "--json"}).out, "") << "wrong usage";
+}
+
 // A conversation for which there is no server.
 outcome receive_from(scripted_server const& server, strings const& more = {})
 {

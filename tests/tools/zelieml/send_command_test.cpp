@@ -435,6 +435,58 @@ TEST(Send, PrintsJsonForWhatItRefusesItself)
     }
 }
 
+// A mail of this many bytes that there is no memory for.
+outcome send_without_memory(workplace const& work, strings const& words)
+{
+    strings       script = {"/bin/sh", "-c",
+                            "ulimit -v 100000; head -c 60000000 /dev/zero | tr '\\0' a | "
+                                  "\"$0\" \"$@\" -w " +
+                                std::string(work.path())};
+    strings const ask    = zelieml_command(words);
+    script.insert(script.end(), ask.begin(), ask.end());
+    program   run(script);
+    int const status = run.wait();
+    return {status, run.out(), run.err()};
+}
+
+TEST(Send, PrintsJsonWhenItCouldNotBegin)
+{
+    for (char const* const command : {"send", "post"}) {
+        outcome const run = run_zelieml({command, "-w", "/no/such/directory", "--from", "a@a.test",
+                                         "--to", "b@b.test", "--json"});
+        EXPECT_EQ(run.status, EX_NOINPUT);
+        std::string const reason = "the work directory /no/such/directory: No such file or "
+                                   "directory: make it, or name another one with -w";
+        EXPECT_EQ(run.err, "zelieml: " + reason + "\n");
+        EXPECT_EQ(run.out, "{\"code\":1,\"number\":100,\"cause\":\"file\",\"step\":\"message\","
+                           "\"reason\":\"" +
+                               reason + "\",\"reply\":\"\",\"seconds\":0.0}\n");
+        EXPECT_EQ(run_zelieml({command, "-w", "/", "--json"}).out, "") << "wrong usage";
+    }
+}
+
+TEST(Send, PrintsJsonWithoutMemory)
+{
+    SKIP_UNLESS(!has_sanitizer("address") && !has_sanitizer("thread"),
+                "a sanitizer takes more address space than that");
+    workplace const work(1);
+    strings const   words = {"send", "--from", "a@a.test", "--to", "b@b.test"};
+    outcome const   run   = send_without_memory(work, words);
+    if (run.status != EX_SOFTWARE) {
+        GTEST_SKIP() << "this system does not limit memory so: " << run.status << run.err;
+    }
+    EXPECT_EQ(run.out, "");
+    EXPECT_EQ(run.err, "zelieml: there is not enough memory\n");
+    strings as_json = words;
+    as_json.emplace_back("--json");
+    outcome const told = send_without_memory(work, as_json);
+    EXPECT_EQ(told.status, EX_SOFTWARE);
+    EXPECT_EQ(told.err, run.err);
+    EXPECT_EQ(told.out, "{\"code\":1,\"number\":100,\"cause\":\"memory\",\"step\":\"message\","
+                        "\"reason\":\"there is not enough memory\",\"reply\":\"\","
+                        "\"seconds\":0.0}\n");
+}
+
 TEST(Send, SaysThatTheMailWasSentWhenThatCannotBePrinted)
 {
     SKIP_UNLESS(::access("/dev/full", W_OK) == 0, "it has no /dev/full");
