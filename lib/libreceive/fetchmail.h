@@ -43,10 +43,10 @@ enum class pop_greeting : char {
 //                null when they are not wanted. Unchanged when the mailbox is empty.
 // greeting       that the server has to give
 //
-// Fails when the session cannot be started, the server greets otherwise, the login or STAT is refused, the mail cannot be
-// fetched, or QUIT is not answered. A refused DELE is not a failure. On failure fetched and
-// remaining are undefined, and the mail is still on the server unless only the reply to QUIT is
-// missing.
+// Fails when the session cannot be started, the server greets otherwise, the login or STAT is
+// refused, the mail cannot be fetched, or QUIT is not answered. A refused DELE is not a failure. On
+// failure fetched and remaining are undefined, and the mail is still on the server unless only the
+// reply to QUIT is missing.
 int fetchmail_get_one_mail(_s_mailserver const& server, std::int32_t& fetched,
                            std::int32_t& remaining, std::string& from, std::string& subject,
                            std::string& reply, std::vector<std::string>* mail = nullptr,
