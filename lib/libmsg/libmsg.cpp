@@ -15,6 +15,8 @@
 #include <utility>
 
 #include "liblog/trace.h"
+#include "libmsg/load_message.h"
+#include "libmsg/message_lines.h"
 #include "support/format.h"
 #include "support/heap.h"
 #include "support/line_breaks.h"
@@ -85,48 +87,6 @@ void set_value(std::string_view line, std::size_t skipped, std::string& field)
     field.assign(value, 0, value.find('\0'));
 }
 
-// set_msg for one line after the other.
-class line_setter
-{
-public:
-    explicit line_setter(_s_msg& msg) : msg_(msg)
-    {
-        for (header_field const& field : header_fields) {
-            key_starts_ |= bit_of(**field.key);
-        }
-    }
-
-    void set(std::string_view line)
-    {
-        if (line.empty() || (key_starts_ & bit_of(line.front())) == 0 || !set_field(line)) {
-            if (!msg_.body.empty()) {
-                for (char const c : joint_) {
-                    msg_.body += c;  // quicker than to append so few together
-                }
-            }
-            msg_.body += line;
-        }
-    }
-
-private:
-    static std::uint64_t bit_of(char c) { return std::uint64_t{1} << (c & 63); }
-
-    bool set_field(std::string_view line)
-    {
-        header_field const* const field = find_header_field(line);
-        if (field == nullptr) {
-            return false;
-        }
-        set_value(line, std::strlen(*field->key), msg_.*field->text);
-        return true;
-    }
-
-    _s_msg&                msg_;
-    std::string_view const joint_ = ValCharCrLf;
-    // Most lines of a body begin with a character that no key begins with.
-    std::uint64_t key_starts_ = 0;
-};
-
 // A message file being written. Its buffer is on the stack, where it is cheaper than on the heap:
 // messages are short. After a failure nothing more is written.
 class file_writer
@@ -191,7 +151,7 @@ std::size_t copy_without_cr(std::string_view text, char* out)
     std::size_t count = 0;
     for (;;) {
         std::size_t const size = std::min(text.find('\r'), text.size());
-        std::memcpy(out + count, text.data(), size);
+        copy_short(out + count, text.size(), text, size);
         count += size;
         if (size == text.size()) {
             return count;
@@ -214,10 +174,11 @@ void put_body(std::string const& body, Put&& put)
         trace_msg("error:malloc");  // left out
         return;
     }
-    for (std::string_view left = body.c_str(); !left.empty();) {
+    for (std::string_view left = body; !left.empty();) {
         std::string_view const next = left.substr(0, piece_size);
-        put(piece.get(), copy_without_cr(next, piece.get()));
-        left.remove_prefix(next.size());
+        std::size_t const      size = std::min(next.find('\0'), next.size());
+        put(piece.get(), copy_without_cr(next.substr(0, size), piece.get()));
+        left.remove_prefix(size == next.size() ? size : left.size());
     }
 }
 
@@ -225,22 +186,6 @@ void put_body(std::string const& body, Put&& put)
 void end_body(_s_msg& msg)
 {
     msg.body.resize(std::strlen(msg.body.c_str()));
-}
-
-// Sets the lines that end in a piece of the file. What is left stays in rest, which contains the
-// beginning of the first one.
-void set_lines(std::string& rest, std::string_view piece, line_setter& lines)
-{
-    for (std::size_t lf; (lf = piece.find('\n')) != piece.npos; piece.remove_prefix(lf + 1)) {
-        std::string_view const line = piece.substr(0, lf);
-        if (rest.empty()) {
-            lines.set(line);
-        } else {
-            lines.set(rest.append(line));
-            rest.clear();
-        }
-    }
-    rest.append(piece);
 }
 
 // Reserves memory for the body of a file of this size. Only a hint: the body may be much smaller.
@@ -260,25 +205,20 @@ void expect_body(_s_msg& msg, std::int64_t size)
 // read_msg without a stream. Returns false when the file cannot be read.
 bool read_file(message_file const& file, _s_msg& msg)
 {
-    char         piece[16384];
-    std::string  rest;
-    line_setter  lines(msg);
-    std::int64_t position = 0;
+    char          piece[16384];
+    message_lines lines(file, piece, sizeof piece);
     expect_body(msg, file.size());
-    for (bool complete = false; !complete;) {
-        std::int64_t const count = file.read(piece, sizeof piece, position);
-        if (count < 0) {
-            return false;
+    for (message_part part; lines.next(part);) {
+        if (part.header != nullptr) {
+            set_header(part, msg);
+            continue;
         }
-        auto const taken = static_cast<std::size_t>(count);
-        position += count;
-        // A short read need not be the last one, and the file may have grown.
-        complete = taken == 0 || (taken < sizeof piece && position >= file.size());
-        set_lines(rest, {piece, taken}, lines);
+        for (char const c : part.joint) {
+            msg.body += c;  // quicker than to append so few together
+        }
+        msg.body += part.text;
     }
-    lines.set(rest);  // after a final LF an empty one, as in read_msg
-    end_body(msg);
-    return true;
+    return !lines.failed();
 }
 
 }  // namespace
@@ -521,22 +461,7 @@ int msg_load(void** msg, char const* path)
 
 int msg_load(void** msg, message_file const& file)
 {
-    if (msg_create(msg) != 0) {
-        errno = ENOMEM;
-        return -1;
-    }
-    no_cancellation const shielded;
-    bool                  loaded = false;
-    try {
-        loaded = file && read_file(file, *static_cast<_s_msg*>(*msg));
-    } catch (std::exception const&) {
-        errno = ENOMEM;  // traced below, like a file that cannot be read
-    }
-    if (!loaded) {
-        trace_msg("error:ifstream(%s)");
-        return -1;
-    }
-    return 0;
+    return load_message(msg, file, [&](_s_msg& record) { return read_file(file, record); });
 }
 
 int write_key_dat(std::ofstream& out, char const* key, std::string& value, bool add_lf)
@@ -587,7 +512,14 @@ int set_msg(std::string const& line, _s_msg* msg)
     if (msg == nullptr) {
         return -1;
     }
-    line_setter(*msg).set(line);
+    if (header_field const* const field = find_header_field(line)) {
+        set_value(line, std::strlen(*field->key), msg->*field->text);
+        return 0;
+    }
+    if (!msg->body.empty()) {
+        msg->body += ValCharCrLf;
+    }
+    msg->body += line;
     return 0;
 }
 

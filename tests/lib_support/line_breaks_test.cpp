@@ -70,6 +70,34 @@ TEST(CrLfText, IsTheSameInPiecesAsAtOnce)
     }
 }
 
+TEST(CrLfText, MayBeMadeOfSeveralStrings)
+{
+    char const characters[] = "\n\r.a";
+    for (int number = 0; number < 4096; ++number) {
+        std::string text;
+        for (int i = 0, left = number; i < 6; ++i, left /= 4) {
+            text += characters[left % 4];
+        }
+        for (opening_dot const dot : {opening_dot::kept, opening_dot::doubled}) {
+            std::string const whole = copied(text.c_str(), dot);
+            for (std::size_t first = 0; first <= text.size(); ++first) {
+                if (first > 0 && text.compare(first - 1, 2, "\r\n") == 0) {
+                    continue;
+                }
+                char              out[13];
+                std::string const parts[] = {text.substr(0, first), text.substr(first)};
+                crlf_text         pieces(parts[0], dot);
+                std::string       joined(out, pieces.next(out, sizeof out));
+                EXPECT_TRUE(pieces.at_end());
+                pieces.go_on(parts[1]);
+                joined.append(out, pieces.next(out, sizeof out));
+                EXPECT_TRUE(pieces.at_end());
+                EXPECT_EQ(joined, whole) << first;
+            }
+        }
+    }
+}
+
 TEST(CrLfText, IsTheSameAsAString)
 {
     struct {
