@@ -3,6 +3,8 @@
 #include "libsendw/libsendw.h"
 
 #include <cerrno>
+#include <cstdint>
+#include <optional>
 #include <set>
 #include <string_view>
 #include <utility>
@@ -10,6 +12,7 @@
 
 #include "liblog/trace.h"
 #include "libmsg/libmsg.h"
+#include "libmsg/message_body.h"
 #include "libsendw/pop.h"
 #include "libsendw/send_settings.h"
 #include "libsendw/smtp.h"
@@ -25,6 +28,9 @@ namespace zelieml
 
 namespace
 {
+
+// Bytes of a message file that is loaded as a whole: one piece is sent of it.
+constexpr std::int64_t short_message = 65536;
 
 int _pop_before_smtp(conf_settings const& conf, std::string& result_text)
 {
@@ -82,26 +88,62 @@ int _send_rcptto(_s_smtp* session, void* msg)
     return 0;
 }
 
-// Composes the mail and sends it, a short one at once.
-int _send_text(_s_smtp* session, void* msg, conf_settings const& conf)
+// error  errno; 0 for a file that changes while it is sent
+void note_not_read(int error)
+{
+    note_failure(error == ENOMEM ? eml_cause_memory : eml_cause_file, step_name::message,
+                 "the message file cannot be read: %s",
+                 error != 0 ? platform::error_text(error).c_str() : "it has changed meanwhile");
+}
+
+// Why a message file could not be loaded.
+void note_not_loaded(message_file const& message, int error)
+{
+    if (message) {
+        note_not_read(error);
+    } else if (message.error() == EPERM || message.error() == ELOOP) {
+        note_failure(eml_cause_file, step_name::message,
+                     "the message file is not to be sent: it is a link or no regular file, has a "
+                     "second name, is somebody else's, or is too large");
+    } else {
+        note_failure(message.error() == ENOMEM ? eml_cause_memory : eml_cause_file,
+                     step_name::message, "the message file cannot be opened: %s",
+                     platform::error_text(message.error()).c_str());
+    }
+}
+
+// Composes the mail and sends it: a short one at once, a long one piece by piece.
+//
+// body  null if the record has it
+int _send_text(_s_smtp* session, void* msg, message_body* body, conf_settings const& conf)
 {
     mail_text                text;
     std::vector<std::string> lines;
-    if (text.begin(msg, lines, conf) != 0) {
+    int const                composed = body != nullptr ? text.begin(msg, *body, lines, conf)
+                                                        : smtpmsg_create_multiline(msg, lines, conf);
+    if (composed != 0) {
         note_failure(eml_cause_message, step_name::message,
                      "the text of the mail cannot be composed");
         return -1;
     }
     while (!text.done()) {
-        if (smtp_send_text(session, lines) != 0) {
+        if (!text.next(lines.back())) {
+            int const error = errno;
+            trace_msg("error:ifstream(%s)");
+            note_not_read(error);
             return -1;
         }
-        text.next(lines);
+        if (!text.done()) {
+            if (smtp_send_text(session, lines) != 0) {
+                return -1;
+            }
+            lines.erase(lines.begin(), lines.end() - 1);
+        }
     }
     return smtp_send_data(session, std::move(lines));
 }
 
-int _send_message(_s_smtp* session, void* msg, conf_settings const& conf)
+int _send_message(_s_smtp* session, void* msg, message_body* body, conf_settings const& conf)
 {
     // The envelope sender is the reply-to address, not From, and an empty one sends "<>":
     // deliberate, see docs/ODDITIES.md.
@@ -109,35 +151,39 @@ int _send_message(_s_smtp* session, void* msg, conf_settings const& conf)
         smtp_start_data(session) != 0) {
         return -1;
     }
-    return _send_text(session, msg, conf);
+    return _send_text(session, msg, body, conf);
 }
 
-// Why a message file could not be loaded.
-void note_not_loaded(message_file const& message, int error)
+// msg_load, except that the body of a long message stays in its file
+//
+// body  receives it
+int load_to_send(void** msg, message_file const& message, std::optional<message_body>& body)
 {
-    if (!message && (message.error() == EPERM || message.error() == ELOOP)) {
-        note_failure(eml_cause_file, step_name::message,
-                     "the message file is not to be sent: it is a link or no regular file, has a "
-                     "second name, is somebody else's, or is too large");
-    } else {
-        int const cause = message ? error : message.error();
-        note_failure(cause == ENOMEM ? eml_cause_memory : eml_cause_file, step_name::message,
-                     "the message file cannot be %s: %s", message ? "read" : "opened",
-                     platform::error_text(cause).c_str());
+    if (message.size() <= short_message) {
+        return msg_load(msg, message);
     }
+    body.emplace();
+    int const result = body->load(msg, message);
+    if (result != 0 || mail_text::takes(*msg, *body)) {
+        return result;
+    }
+    body.reset();
+    msg_destroy(*msg);
+    return msg_load(msg, message);
 }
 
 int send_message(_s_smtp* session, message_file const& message, conf_settings const& conf)
 {
-    void*                loaded = nullptr;
-    int const            load   = msg_load(&loaded, message);
-    int const            error  = errno;
-    message_holder const msg(loaded);  // there is a record even when the file cannot be read
+    void*                       loaded = nullptr;
+    std::optional<message_body> body;
+    int const                   load  = load_to_send(&loaded, message, body);
+    int const                   error = errno;
+    message_holder const        msg(loaded);  // there is a record even when the file cannot be read
     if (load != 0) {
         note_not_loaded(message, error);
         return -1;
     }
-    if (_send_message(session, msg.get(), conf) != 0) {
+    if (_send_message(session, msg.get(), body ? &*body : nullptr, conf) != 0) {
         trace_msg("error:_send_message");
         return -1;
     }

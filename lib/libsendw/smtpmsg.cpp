@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstring>
+#include <exception>
 #include <limits>
 #include <new>
 #include <utility>
@@ -35,7 +36,7 @@ constexpr mail_form utf8_form = {get_subject_utf8_base64, get_content_type_utf8,
 constexpr mail_form jis_form  = {get_subject_jis_base64, get_content_type_jis,
                                  get_content_transfer_encoding_7bit, msg_body_jis};
 
-// Of a body that is encoded piece by piece; whole lines.
+// Of a body that is composed piece by piece; whole lines.
 constexpr std::size_t piece_size = std::size_t{57} * 1024;
 
 bool is_jis(std::string const& encoding)
@@ -163,43 +164,71 @@ int smtpmsg_create_jis_multiline(void* msg, std::vector<std::string>& out, char 
     return create(msg, out, read_settings(conf), jis_form);
 }
 
-int mail_text::begin(void* msg, std::vector<std::string>& out, conf_settings const& conf)
+bool mail_text::takes(void* msg, message_body const& body)
 {
-    // A body that is too long for an encoder is left to the whole form as well.
-    std::size_t const size = with_record(msg, [](_s_msg const& of) { return of.body.size(); });
-    if (size <= piece_size || size > std::numeric_limits<int>::max() / 2) {
-        return smtpmsg_create_multiline(msg, out, conf);
-    }
-    _s_msg&    record = *static_cast<_s_msg*>(msg);
-    bool const jis    = is_jis(record.encoding);
-    modify_body(msg);
-    body_ = std::move(record.body);
-    record.body.assign(body_, 0, jis ? 0 : piece_size);
-    if (smtpmsg_create_multiline(msg, out, conf) != 0) {
-        return -1;
-    }
-    if (jis) {
-        out.back() = std::move(body_);
-        body_.clear();
-    }
-    // Without memory for its beginning the whole body is left out: deliberate, see docs/ODDITIES.md.
-    given_ = jis || out.back().empty() ? body_.size() : piece_size;
-    return 0;
+    constexpr std::int64_t most = std::numeric_limits<int>::max() / 2;
+    return body.most() <= (is_jis(msg_get_encoding(msg)) ? most / 2 : most);  // dots may double it
 }
 
-bool mail_text::next(std::vector<std::string>& strings)
+int mail_text::begin(void* msg, message_body& body, std::vector<std::string>& out,
+                     conf_settings const& conf)
 {
-    if (done()) {
+    body_ = &body;
+    done_ = false;
+    jis_  = is_jis(msg_get_encoding(msg));
+    bytes_.reset(new char[piece_size + 1]);  // with the CR before it
+    return smtpmsg_create_multiline(msg, out, conf);
+}
+
+bool mail_text::next(std::string& piece)
+{
+    std::size_t size = 0;
+    if (!body_->read(bytes_.get() + held_, piece_size, size)) {
         return false;
     }
-    strings.erase(strings.begin(), strings.end() - 1);
-    auto const* const bytes = reinterpret_cast<unsigned char const*>(body_.data()) + given_;
-    std::size_t const size  = std::min(piece_size, body_.size() - given_);
-    if (!base64_encode(bytes, static_cast<int>(size), true, strings.back())) {
-        throw std::bad_alloc();  // not after begin, which has encoded as much
+    done_ = size < piece_size;
+    if (jis_) {
+        convert(piece, held_ + size);
+    } else {
+        encode(piece, size);
     }
-    given_ += size;
+    started_ = true;
     return true;
+}
+
+void mail_text::encode(std::string& piece, std::size_t size)
+{
+    auto const* const bytes = reinterpret_cast<unsigned char const*>(bytes_.get());
+    if (base64_encode(bytes, static_cast<int>(size), true, piece)) {
+        return;
+    }
+    if (started_) {
+        throw std::bad_alloc();  // the first piece was no shorter
+    }
+    // Without memory for its beginning the whole body is left out: deliberate, see docs/ODDITIES.md.
+    trace_msg("error:base64_encode");
+    done_ = true;
+}
+
+void mail_text::convert(std::string& piece, std::size_t size)
+{
+    if (!started_) {
+        try {
+            piece.reserve(2 * (piece_size + 1));
+            converts_ = true;
+        } catch (std::exception const&) {
+            converts_ = false;  // sent unchanged: deliberate, see docs/ODDITIES.md
+        }
+    }
+    if (!converts_) {
+        piece.assign(bytes_.get(), size);
+        return;
+    }
+    held_ = !done_ && bytes_[size - 1] == '\r' ? 1 : 0;
+    converted_.go_on({bytes_.get(), size - held_});
+    piece.resize(2 * size);
+    piece.resize(converted_.next(&piece[0], piece.size()));
+    bytes_[0] = '\r';  // if it is held
 }
 
 int smtpmsg_split_address(std::string const& list, std::vector<std::string>& out)
@@ -266,7 +295,7 @@ void modify_body(void* msg)
     }
 
     std::string modified;
-    if (text_with_crlf(body.c_str(), body.size(), opening_dot::doubled, modified) &&
+    if (text_with_crlf(body.c_str(), std::strlen(body.c_str()), opening_dot::doubled, modified) &&
         modified.size() <= max_capacity / 2) {
         body = std::move(modified);
     }

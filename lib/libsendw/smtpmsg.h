@@ -14,10 +14,14 @@
 #define ZELIEML_LIBSENDW_SMTPMSG_H
 
 #include <cstddef>
+#include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "libconfw/libconfw.h"
+#include "libmsg/message_body.h"
+#include "support/line_breaks.h"
 
 namespace zelieml
 {
@@ -35,34 +39,52 @@ int smtpmsg_create_multiline(void* msg, std::vector<std::string>& out, char cons
 constexpr char key_subject_use_encoding[] = "subject_use_encoding";
 int smtpmsg_create_multiline(void* msg, std::vector<std::string>& out, conf_settings const& conf);
 
-// mail_text - smtpmsg_create_multiline for a mail that is being sent
+// mail_text - smtpmsg_create_multiline for a mail whose body is still in its file
 //
-// Gives the strings in lots: a long body is encoded piece by piece, so that it is never there in
-// Base64 as a whole, and that the server has something to do meanwhile. All lots together are the
-// text that smtpmsg_create_multiline gives.
+// A long body is read and encoded piece by piece, so that it is never in memory as a whole, and
+// that the server has something to do meanwhile. All strings together are the text that
+// smtpmsg_create_multiline gives.
 class mail_text
 {
 public:
-    // begin - compose all but what is left of a long body
+    // takes - whether a body can be composed in pieces
     //
-    // msg   the record; a long body is taken away from it
-    // out   receives the first strings; emptied first
+    // One that is so long that the whole form leaves it out, or unchanged, is left to that form.
+    static bool takes(void* msg, message_body const& body);
+
+    // begin - compose all but the body
+    //
+    // msg   the record without its body
+    // body  which is taken; the caller keeps it where it is
+    // out   receives the strings, the last one an empty one for the body; emptied first
     // conf  as above
     //
     // Returns as smtpmsg_create_multiline does.
-    int begin(void* msg, std::vector<std::string>& out, conf_settings const& conf);
+    int begin(void* msg, message_body& body, std::vector<std::string>& out,
+              conf_settings const& conf);
 
-    // done - whether there is no more to come
-    bool done() const { return given_ >= body_.size(); }
+    // done - whether there is no more to come; true before begin
+    bool done() const { return done_; }
 
-    // next - replace the strings given before by the next ones, in their memory
+    // next - replace a string by the next piece of the body, in its memory
     //
-    // Returns false when there are none.
-    bool next(std::vector<std::string>& strings);
+    // piece  the same string each time: after the first time nothing is allocated
+    //
+    // Returns false when the file cannot be read, as message_body::read does.
+    bool next(std::string& piece);
 
 private:
-    std::string body_;
-    std::size_t given_ = 0;
+    void encode(std::string& piece, std::size_t size);
+    void convert(std::string& piece, std::size_t size);
+
+    message_body*           body_     = nullptr;
+    bool                    jis_      = false;
+    bool                    started_  = false;
+    bool                    done_     = true;
+    bool                    converts_ = false;
+    std::unique_ptr<char[]> bytes_;     // of the body
+    std::size_t             held_ = 0;  // of them: a CR whose LF may follow in the next piece
+    crlf_text               converted_{"", opening_dot::doubled};
 };
 
 // smtpmsg_split_address - split a list of addresses

@@ -3,14 +3,19 @@
 #include "libsendw/smtpmsg.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdint>
 #include <cstdlib>
+#include <limits>
 #include <memory>
 #include <new>
 #include <random>
+#include <unistd.h>
 
 #include "libmsg/libmsg.h"
 #include "tests/support/clean_machine.h"
 #include "tests/support/failing_new.h"
+#include "tests/support/files.h"
 
 namespace zelieml::test
 {
@@ -577,37 +582,79 @@ TEST(Base64Body, ConvertsNothing)
     EXPECT_EQ(_base64("", true), "");
 }
 
-// -------------------------------------------------------------- in several lots
+// ------------------------------------------------------------------- in pieces
 
 namespace
 {
 
-// The strings of a mail that is being sent, one after the other.
-std::string in_lots(message_holder const& msg, conf_settings const& settings, int* lots = nullptr)
+constexpr unsigned piece = 57 * 1024;
+
+// A message file.
+class message_on_disk
 {
-    mail_text   text;
-    strings     now;
-    std::string sent;
-    EXPECT_EQ(text.begin(msg.get(), now, settings), 0);
-    bool more = true;
-    for (int count = 1; more; ++count) {
-        bool const last = text.done();
-        sent += joined(now);
-        more = text.next(now);
-        EXPECT_EQ(more, !last);
-        if (lots != nullptr) {
-            *lots = count;
-        }
+public:
+    message_on_disk(std::string const& encoding, std::string const& body)
+    {
+        write_file(dir_.file("a.sme"), "encoding: " + encoding + "\nto: x@a.test\n" + body);
+        file_ = follow_message_file(dir_.file("a.sme").c_str());
+    }
+
+    message_holder whole() const
+    {
+        void* msg = nullptr;
+        EXPECT_EQ(msg_load(&msg, file_), 0);
+        return message_holder(msg);
+    }
+
+    message_holder without_body(message_body& body) const
+    {
+        void* msg = nullptr;
+        EXPECT_EQ(body.load(&msg, file_), 0);
+        EXPECT_TRUE(mail_text::takes(msg, body));
+        return message_holder(msg);
+    }
+
+    // Whether a body of so many bytes can be composed in pieces; it has nothing but NULs.
+    bool can_be_composed_in_pieces(std::int64_t size) const
+    {
+        EXPECT_EQ(::truncate(dir_.file("a.sme").c_str(), static_cast<off_t>(size)), 0);
+        void*        msg = nullptr;
+        message_body body;
+        EXPECT_EQ(body.load(&msg, file_), 0);
+        EXPECT_GE(body.most(), size);
+        message_holder const holder(msg);
+        return mail_text::takes(msg, body);
+    }
+
+    void change() const { write_file(dir_.file("a.sme"), "to: y"); }
+
+private:
+    temp_dir const dir_;
+    message_file   file_;
+};
+
+// The strings of a mail that is composed in pieces, one after the other.
+std::string in_pieces(message_on_disk const& message, conf_settings const& settings, int& pieces)
+{
+    message_body         body;
+    mail_text            text;
+    strings              first;
+    message_holder const msg = message.without_body(body);
+    EXPECT_EQ(text.begin(msg.get(), body, first, settings), 0);
+    std::string sent = joined(first);
+    EXPECT_EQ(first.back(), "");
+    for (pieces = 0; !text.done(); ++pieces) {
+        EXPECT_TRUE(text.next(first.back()));
+        sent += first.back();
     }
     return sent;
 }
 
 }  // namespace
 
-TEST_F(Composition, OfAMailThatIsBeingSentIsTheSame)
+TEST_F(Composition, InPiecesIsTheSame)
 {
     conf_settings const settings(conf(), {key_subject_use_encoding});
-    constexpr unsigned  piece = 57 * 1024;
     std::mt19937        random(4);
     for (unsigned const size : {0u,
                                 1u,
@@ -637,46 +684,79 @@ TEST_F(Composition, OfAMailThatIsBeingSentIsTheSame)
                                 4 * piece - 1,
                                 400000u}) {
         for (char const* const encoding : {"UTF-8", "ISO-2022-JP", "iso-2022-jp"}) {
-            SCOPED_TRACE(encoding + (" " + std::to_string(size)));
-            std::string body(size, '\0');
-            for (char& c : body) {
-                c = "\r\n.."[random() % 4];
-                c = random() % 4 == 0 ? c : static_cast<char>(1 + random() % 255);
-            }
-            std::string mail[2];
-            strings     trace[2];
-            int         lots = 0;
-            for (int sending = 0; sending < 2; ++sending) {
-                auto const msg       = new_message();
-                record(msg).encoding = encoding;
-                record(msg).to       = "x@a.test";
-                record(msg).body     = body;
-                strings out;
-                clear_traces();
-                if (sending != 0) {
-                    mail[1] = in_lots(msg, settings, &lots);
-                } else {
-                    EXPECT_EQ(smtpmsg_create_multiline(msg.get(), out, settings), 0);
-                    mail[0] = joined(out);
+            for (bool const lines : {false, true}) {
+                SCOPED_TRACE(encoding + (" " + std::to_string(size)));
+                std::string body(size, lines ? 'x' : '.');
+                for (char& c : body) {
+                    if (lines) {
+                        c = "\r\n.."[random() % 4];
+                        c = random() % 4 == 0 ? c : static_cast<char>(1 + random() % 255);
+                    }
                 }
-                trace[sending] = traces();
+                message_on_disk const message(encoding, body);
+
+                clear_traces();
+                strings    whole;
+                auto const msg    = message.whole();
+                auto const length = static_cast<int>(record(msg).body.size());
+                EXPECT_EQ(smtpmsg_create_multiline(msg.get(), whole, settings), 0);
+                strings const as_a_whole = traces();
+                clear_traces();
+                int pieces = 0;
+                EXPECT_TRUE(in_pieces(message, settings, pieces) == joined(whole));
+                EXPECT_EQ(traces(), as_a_whole);
+                EXPECT_EQ(pieces, length / static_cast<int>(piece) + 1);
             }
-            EXPECT_TRUE(mail[0] == mail[1]);
-            EXPECT_EQ(trace[0], trace[1]);
-            bool const jis = std::string(encoding) == "ISO-2022-JP";
-            EXPECT_EQ(lots, jis || size <= piece ? 1 : static_cast<int>((size - 1) / piece + 1));
         }
     }
 }
 
-TEST_F(Composition, OfAMailThatIsBeingSentSurvivesANullRecord)
+// A piece that ends between CR and LF, or whose next one begins with a dot.
+TEST_F(Composition, InPiecesIsTheSameAtEveryBorder)
 {
-    mail_text text;
-    strings   out;
-    EXPECT_EQ(text.begin(nullptr, out, conf_settings(conf(), {key_subject_use_encoding})), 0);
-    EXPECT_EQ(out.size(), 10U);
-    EXPECT_TRUE(text.done());
-    EXPECT_FALSE(text.next(out));
+    conf_settings const settings(conf(), {key_subject_use_encoding});
+    for (std::string const cut : {"\r", "\r\r", "\n", "\n.", "\r.", "\r\n.\n..\r", "..", "\n\n"}) {
+        for (unsigned before = 0; before <= 2 * cut.size(); ++before) {
+            for (char const* const after : {"", "x\n"}) {
+                SCOPED_TRACE(testing::PrintToString(cut) + " after " + std::to_string(before));
+                std::string const     body = std::string(piece - before, 'x') + cut + after;
+                message_on_disk const message("ISO-2022-JP", body);
+                strings               whole;
+                int                   pieces = 0;
+                EXPECT_EQ(smtpmsg_create_multiline(message.whole().get(), whole, settings), 0);
+                EXPECT_TRUE(in_pieces(message, settings, pieces) == joined(whole));
+            }
+        }
+    }
+}
+
+TEST_F(Composition, InPiecesIsForBodiesThatTheWholeFormDoesNotLeaveOut)
+{
+    constexpr std::int64_t limit = std::numeric_limits<int>::max() / 4;  // in ISO-2022-JP
+    EXPECT_TRUE(message_on_disk("UTF-8", "").can_be_composed_in_pieces(limit + 1));
+    EXPECT_TRUE(message_on_disk("ISO-2022-JP", "").can_be_composed_in_pieces(limit - 100));
+    EXPECT_FALSE(message_on_disk("ISO-2022-JP", "").can_be_composed_in_pieces(limit + 1));
+}
+
+TEST_F(Composition, InPiecesEndsWhereTheFileHasChanged)
+{
+    conf_settings const settings(conf(), {key_subject_use_encoding});
+    for (char const* const encoding : {"UTF-8", "ISO-2022-JP"}) {
+        message_on_disk const message(encoding, std::string(200000, 'x'));
+        message_body          body;
+        mail_text             text;
+        strings               out;
+        auto const            msg = message.without_body(body);
+        ASSERT_EQ(text.begin(msg.get(), body, out, settings), 0);
+        EXPECT_TRUE(text.next(out.back()));
+        message.change();
+        bool more = true;
+        while (more) {
+            ASSERT_FALSE(text.done());
+            more = text.next(out.back());
+        }
+        EXPECT_EQ(errno, 0);
+    }
 }
 
 // ------------------------------------------------------------------ no memory
@@ -726,22 +806,23 @@ TEST_F(Composition, WithoutMemoryForBase64AMailIsComposedAllTheSame)
 
 TEST_F(Composition, WithoutMemoryForTheBeginningALongBodyIsLeftOut)
 {
-    conf_settings const settings(conf(), {key_subject_use_encoding});
-    int                 without_body = 0;
-    bool                refused      = true;
+    conf_settings const   settings(conf(), {key_subject_use_encoding});
+    message_on_disk const message("UTF-8", std::string(200000, 'x'));
+    int                   without_body = 0;
+    bool                  refused      = true;
     for (int good = 0; refused; ++good) {
         ASSERT_LT(good, 100);
-        auto const msg   = new_message();
-        record(msg).to   = "x@a.test";
-        record(msg).body = std::string(200000, 'x');
-        mail_text text;
-        strings   out;
-        bool      composed = true;
+        message_body body;
+        mail_text    text;
+        strings      out;
+        auto const   msg      = message.without_body(body);
+        bool         composed = true;
         clear_traces();
         {
             failing_new const no_memory(good, 1);
             try {
-                text.begin(msg.get(), out, settings);
+                text.begin(msg.get(), body, out, settings);
+                text.next(out.back());
             } catch (std::bad_alloc const&) {
                 composed = false;  // somewhere else
             }
@@ -749,17 +830,40 @@ TEST_F(Composition, WithoutMemoryForTheBeginningALongBodyIsLeftOut)
         }
         bool const left_out = composed && out.back().empty();
         EXPECT_EQ(trouble_traces(), left_out ? strings{"error:base64_encode"} : strings{});
-        if (left_out) {
-            ++without_body;
-            EXPECT_TRUE(text.done());
-        } else if (composed) {
+        EXPECT_EQ(text.done(), left_out);
+        without_body += left_out ? 1 : 0;
+        if (composed && !left_out) {
             failing_new const no_memory(0);
-            while (text.next(out)) {
+            while (!text.done()) {
+                EXPECT_TRUE(text.next(out.back()));
             }
             EXPECT_FALSE(failing_new::refused()) << "what follows takes no more memory";
         }
     }
     EXPECT_EQ(without_body, 1);
+}
+
+TEST_F(Composition, WithoutMemoryToConvertItALongBodyInJisIsSentAsItIs)
+{
+    conf_settings const   settings(conf(), {key_subject_use_encoding});
+    message_on_disk const message("ISO-2022-JP", ".a\n" + std::string(200000, 'x') + "\r");
+    message_body          body;
+    mail_text             text;
+    strings               out;
+    auto const            msg = message.without_body(body);
+    ASSERT_EQ(text.begin(msg.get(), body, out, settings), 0);
+    std::string sent;
+    {
+        failing_new const no_memory(0, 1);
+        EXPECT_TRUE(text.next(out.back()));
+        EXPECT_TRUE(failing_new::refused());
+    }
+    sent += out.back();
+    while (!text.done()) {
+        EXPECT_TRUE(text.next(out.back()));
+        sent += out.back();
+    }
+    EXPECT_EQ(sent, ".a\r\n" + std::string(200000, 'x') + "\r");
 }
 
 TEST_F(Composition, WithoutMemoryToConvertItABodyInJisIsSentAsItIs)
@@ -778,12 +882,15 @@ TEST_F(Composition, WithoutMemoryToConvertItABodyInJisIsSentAsItIs)
 
 TEST_F(Composition, OfALongBodyDoesNotGoOnWithAGap)
 {
-    auto const msg   = new_message();
-    record(msg).body = std::string(200000, 'x');
-    mail_text text;
-    strings   out;
-    ASSERT_EQ(text.begin(msg.get(), out, conf_settings(conf(), {key_subject_use_encoding})), 0);
-    strings           other(1);  // without the memory of the first strings
+    message_on_disk const message("UTF-8", std::string(200000, 'x'));
+    message_body          body;
+    mail_text             text;
+    strings               out;
+    auto const            msg = message.without_body(body);
+    ASSERT_EQ(text.begin(msg.get(), body, out, conf_settings(conf(), {key_subject_use_encoding})),
+              0);
+    EXPECT_TRUE(text.next(out.back()));
+    std::string       other;  // without the memory of the first piece
     failing_new const no_memory(0);
     EXPECT_THROW(text.next(other), std::bad_alloc);
 }
