@@ -131,11 +131,17 @@ verdict check_engine(trial const& what, sighting const& seen, playground& place)
     return found;
 }
 
-// The part of a message file that fits stays, as eml_post and eml_post_sync say.
-bool was_cut_short(trial const& what, sighting const& seen)
+// The part of a message file that fits stays, as eml_post and eml_post_sync say: exactly what there
+// was room for.
+bool was_cut_short(trial const& what, sighting const& seen, playground const& place)
 {
-    return what.lack.file_size > 0 ||
-           fails(what, {call_write, call_writev, call_close, call_fclose}, seen);
+    long const room = what.lack.pages >= 0 ? what.lack.pages * page_size : what.lack.file_size;
+    auto const left = place.files();
+    return fails(what, {call_write, call_writev, call_close, call_fclose}, seen) ||
+           (room > 0 && std::all_of(left.begin(), left.end(), [&](auto const& file) {
+                return !is_message(file.first) ||
+                       file.second.size() == static_cast<std::size_t>(room);
+            }));
 }
 
 verdict check_sync(trial const& what, sighting const& seen, playground& place)
@@ -154,7 +160,8 @@ verdict check_sync(trial const& what, sighting const& seen, playground& place)
         found.wrong = "the call failed and its record says ok";
     } else if (told.has_record == 0 && !lacks_memory(what, seen)) {
         found.wrong = "there is no result record";
-    } else if (files_left(place) > 0 && !cannot_delete(what, seen) && !was_cut_short(what, seen)) {
+    } else if (files_left(place) > 0 && !cannot_delete(what, seen) &&
+               !was_cut_short(what, seen, place)) {
         found.wrong = "the message file was left behind";
     }
     return found;
@@ -333,6 +340,11 @@ std::vector<scenario> scenarios()
          check_sync,
          "results 0 -, code 0, records 1, mails 1, sent 1 0",
          {login}},
+        {"send-long",
+         send_long_and_wait,
+         check_sync,
+         "results 0 -, code 0, records 1, mails 1, sent 1 0",
+         {""}},
         {"send-after-pop",
          send_and_wait,
          check_sync,

@@ -31,8 +31,7 @@ namespace
 constexpr int   limit_ms = 20000;  // the longest documented wait, 15 s for a reply, and some more
 constexpr uid_t nobody   = 65534;
 
-constexpr off_t page_size   = 4096;
-constexpr char  disk_size[] = "size=128k";
+constexpr char disk_size[] = "size=128k";
 
 int entries(char const* directory)
 {

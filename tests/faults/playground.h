@@ -22,11 +22,13 @@
 namespace zelieml::test
 {
 
+constexpr long page_size = 4096;  // of a disk
+
 // What a process may run out of.
 struct shortage {
     int  descriptors = -1;     // as many are left; negative: enough
     long file_size   = -1;     // no file may become longer; negative: any
-    int  pages       = -1;     // of 4 KiB are free on the disk; negative: enough
+    int  pages       = -1;     // are free on the disk; negative: enough
     bool read_only   = false;  // the work directory cannot be written to
 };
 

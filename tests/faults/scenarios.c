@@ -146,12 +146,14 @@ void take_files_over(struct scene const* scene, struct outcome* outcome)
     eml_stop(eml);
 }
 
-void send_and_wait(struct scene const* scene, struct outcome* outcome)
+/* body  null: a short one */
+static void send_body(struct scene const* scene, struct outcome* outcome, char const* body)
 {
     void*      msg    = NULL;
     void*      result = NULL;
     eml_send_e code   = eml_send_ok;
-    if (new_message(&msg, "one@office.test") == 0) {
+    if (new_message(&msg, "one@office.test") == 0 &&
+        (body == NULL || eml_msg_set_body(msg, body) == 0)) {
         outcome->result[0]  = eml_post_sync(scene->work, msg, &result);
         outcome->has_record = result != NULL;
         if (eml_cb_get_code(result, &code) == 0) {
@@ -160,6 +162,22 @@ void send_and_wait(struct scene const* scene, struct outcome* outcome)
     }
     eml_cb_delete(result);
     eml_msg_destroy(msg);
+}
+
+void send_and_wait(struct scene const* scene, struct outcome* outcome)
+{
+    send_body(scene, outcome, NULL);
+}
+
+void send_long_and_wait(struct scene const* scene, struct outcome* outcome)
+{
+    static char const line[] = "Tray 2 is empty.\n";
+    static char       body[200000];
+    size_t            i;
+    for (i = 0; i + 1 < sizeof body; ++i) {
+        body[i] = line[i % (sizeof line - 1)];
+    }
+    send_body(scene, outcome, body);
 }
 
 static int new_server(void** server, struct scene const* scene)

@@ -43,17 +43,18 @@ struct outcome {
 
 typedef void scenario_body(struct scene const* scene, struct outcome* outcome);
 
-scenario_body live_as_engine;    /* start, two posts, both attempts if need be, stop */
-scenario_body look_for_files;    /* a start that deletes a file, and the scan that finds one */
-scenario_body take_files_over;   /* a start, and the scan that finds the files of scene->aside */
-scenario_body send_and_wait;     /* eml_post_sync */
-scenario_body try_pop_login;     /* test_pop_auth */
-scenario_body try_smtp_login;    /* test_smtp_auth after a POP3 login */
-scenario_body receive_two_mails; /* eml_receive_mails */
-scenario_body change_settings;   /* result: of setting and of getting */
-scenario_body post_to_nobody;    /* result: of eml_post and of eml_post_message_file */
-scenario_body save_and_load;     /* result: of eml_msg_save and of eml_msg_load */
-scenario_body keep_a_password;   /* result: of encrypting and of decrypting */
+scenario_body live_as_engine;     /* start, two posts, both attempts if need be, stop */
+scenario_body look_for_files;     /* a start that deletes a file, and the scan that finds one */
+scenario_body take_files_over;    /* a start, and the scan that finds the files of scene->aside */
+scenario_body send_and_wait;      /* eml_post_sync */
+scenario_body send_long_and_wait; /* the same with a body that is sent from its file */
+scenario_body try_pop_login;      /* test_pop_auth */
+scenario_body try_smtp_login;     /* test_smtp_auth after a POP3 login */
+scenario_body receive_two_mails;  /* eml_receive_mails */
+scenario_body change_settings;    /* result: of setting and of getting */
+scenario_body post_to_nobody;     /* result: of eml_post and of eml_post_message_file */
+scenario_body save_and_load;      /* result: of eml_msg_save and of eml_msg_load */
+scenario_body keep_a_password;    /* result: of encrypting and of decrypting */
 
 #ifdef __cplusplus
 }
