@@ -37,8 +37,9 @@ SUBJECTS = [
 # Ten times the work may take so much more time than ten times, measured at the largest sizes; the
 # rest is caches and allocations of the system.
 ROOM = 1.6
-# What a send may take of memory at its peak, in bodies, beside the record that is sent.
-MOST_BODIES = {"body": 1.25, "line": 2.5, "short": 2.5, "japanese": 2.5}
+# What a send of the longest body may take of memory at its peak, beside the record that is sent.
+LONG_BODIES = ["body", "line", "short", "japanese"]
+MOST_KILOBYTES = 2000
 
 
 def measure(build, what, size, scratch):
@@ -89,24 +90,19 @@ def faults(results):
         if after / before > ROOM * large / small:
             yield (f"{what}: {large / small:.0f} times the work takes {after / before:.1f} times "
                    f"the time")
-    for what, most in MOST_BODIES.items():
-        if bodies(results[what]) > most:
-            yield f"{what}: {bodies(results[what]):.2f} times as much memory as the body is long"
-
-
-def bodies(points):
-    """Memory that sending the longest body takes at its peak, in bodies."""
-    size, _, kilobytes = points[-1]
-    return kilobytes * 1024 / size
+    for what in LONG_BODIES:
+        size, _, kilobytes = results[what][-1]
+        if kilobytes > MOST_KILOBYTES:
+            yield f"{what}: {kilobytes} KB of memory for a body of {size} bytes"
 
 
 def memory(results):
     """A sentence on it."""
     names = {what: name for what, name, _, _ in SUBJECTS}
-    parts = ", ".join(f"{bodies(results[what]):.2f} times ({names[what]})" for what in MOST_BODIES)
+    parts = ", ".join(f"{results[what][-1][2]} KB ({names[what]})" for what in LONG_BODIES)
     size = results["body"][-1][0] // 1_000_000
-    return (f"At its peak, sending a body of {size} MB takes so many times its size of memory, beside "
-            f"the record that is sent: {parts}.")
+    return (f"At its peak, sending a body of {size} MB takes so much memory beside the record that "
+            f"is sent: {parts}.")
 
 
 def table(results):
