@@ -47,6 +47,9 @@ HEADERS = {
     },
 }
 
+# What every manual page leads to besides.
+OTHER_PAGES = [("zelieml-message", 5), ("zelismes.cf", 5), ("zelieml", 7)]
+
 DEFINITION = re.compile(r"(?P<indent> *)(?P<term>\w+(?:, \w+)*)  +(?P<text>\S.*)")
 
 
@@ -491,7 +494,9 @@ class Manual:
         names = [name for header in self.headers
                  for name in [header.stem] + [f"zelieml_{part.page}" for part in header.parts]
                  if name != but]
-        return ".SH SEE ALSO\n" + " ,\n".join(f".BR {name} (3)" for name in names) + "\n"
+        pages = [(name, 3) for name in names] + OTHER_PAGES
+        return ".SH SEE ALSO\n" + " ,\n".join(f".BR {name} ({section})"
+                                              for name, section in pages) + "\n"
 
     def files(self):
         files = {}

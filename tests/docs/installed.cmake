@@ -17,6 +17,7 @@ endforeach()
 if(TOOLS)
   foreach(file IN ITEMS ${BINDIR}/zelieml ${BINDIR}/zelieml-loopback
                ${MANDIR}/man1/zelieml.1 ${MANDIR}/man1/zelieml-loopback.1
+               ${MANDIR}/man5/zelieml-message.5 ${MANDIR}/man5/zelismes.cf.5 ${MANDIR}/man7/zelieml.7
                ${DATADIR}/bash-completion/completions/zelieml ${DATADIR}/zsh/site-functions/_zelieml
                ${DATADIR}/fish/vendor_completions.d/zelieml.fish)
     if(NOT EXISTS ${prefix}/${file})

@@ -3,13 +3,13 @@
 cmake_minimum_required(VERSION 3.21)
 
 file(GLOB pages ${PAGES}/zelieml*.3)
-file(GLOB programs ${PROGRAMS}/*.1)
+file(GLOB others ${OTHERS}/*.[157])
 list(LENGTH pages count)
-list(LENGTH programs count_of_programs)
-if(count LESS 11 OR count_of_programs LESS 2)
-  message(FATAL_ERROR "only ${count} pages in ${PAGES}, ${count_of_programs} in ${PROGRAMS}")
+list(LENGTH others count_of_others)
+if(count LESS 11 OR count_of_others LESS 5)
+  message(FATAL_ERROR "only ${count} pages in ${PAGES}, ${count_of_others} in ${OTHERS}")
 endif()
-execute_process(COMMAND ${MANDOC} -T lint -W warning ${pages} ${programs}
+execute_process(COMMAND ${MANDOC} -T lint -W warning ${pages} ${others}
                 RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
 if(NOT result EQUAL 0)
   message(FATAL_ERROR "${output}")
