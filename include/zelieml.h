@@ -352,7 +352,8 @@ ZELIEML_API int eml_post_sync(const char *workdir, void *msg, void **result);
  * - Stopping an engine completes the attempt in progress and leaves all other files where they are.
  *   The next start deletes them.
  *
- * See docs/ENGINE.md for daemons, main loops, posting between users, and known limits.
+ * See docs/ENGINE.md for posting between users and known limits, docs/EMBEDDING.md for daemons and
+ * main loops.
  */
 
 /*
