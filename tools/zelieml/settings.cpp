@@ -158,8 +158,7 @@ std::string line_of(setting_key const& key, std::optional<reading> const& found,
                (found || overlong == 0 ? "" : " before line " + std::to_string(overlong)) + ": " +
                key.missing;
     }
-    std::string const line =
-        key.name + " = " + (is_password(key) ? "(set)" : to_terminal(found->value));
+    std::string line = key.name + " = " + (is_password(key) ? "(set)" : to_terminal(found->value));
     switch (trap_of(key, *found)) {
     case trap::other_key:
         return line + "   # from line " + std::to_string(found->line) +
