@@ -238,8 +238,7 @@ void timer_proc_mailslot(platform::notification_center* /*center*/, void* observ
 int queue_file(_s_iemlw* engine, char const* path, std::optional<uid_t> owner)
 {
     iqmgr* const queue = engine->queue;
-    if (path == nullptr || ::strnlen(path, notified_path_size) == notified_path_size ||
-        queue == nullptr) {
+    if (path == nullptr || std::strlen(path) >= notified_path_size || queue == nullptr) {
         return -1;
     }
     mutex_lock const hold(queue->mutex());
