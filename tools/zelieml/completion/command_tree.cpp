@@ -2,6 +2,7 @@
 
 #include "tools/zelieml/completion/command_tree.h"
 
+#include <CLI/CLI.hpp>
 #include <sstream>
 
 #include "tools/zelieml/setting_keys.h"

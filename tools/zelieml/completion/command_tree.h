@@ -9,9 +9,14 @@
 #ifndef ZELIEML_TOOLS_ZELIEML_COMPLETION_COMMAND_TREE_H
 #define ZELIEML_TOOLS_ZELIEML_COMPLETION_COMMAND_TREE_H
 
-#include <CLI/CLI.hpp>
+#include <cstddef>
 #include <string>
 #include <vector>
+
+namespace CLI
+{
+class App;
+}
 
 namespace zelieml::program::completion
 {
