@@ -105,13 +105,17 @@ bool ledger::is_low_of_second_attempts() const
     return places_for_second_attempts() >= most_second_attempts / 2;
 }
 
-void ledger::give(std::string const& name, bool is_second_attempt, time_point now)
+bool ledger::give(std::string const& name, bool is_second_attempt, time_point now)
 {
     hold const held(guard_);
+    if (given_.size() > most) {
+        return false;
+    }
     if (given_.empty()) {
         told_ = now;
     }
     given_.push_back({name, is_second_attempt});
+    return true;
 }
 
 void ledger::take_back(std::string const& name)

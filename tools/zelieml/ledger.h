@@ -30,7 +30,7 @@ public:
     using time_point = clock::time_point;
 
     // The engine holds 500, and deletes the oldest beyond that: so that it is always one that is
-    // over.
+    // over. One more than these asks the engine whether it still tells.
     static constexpr std::size_t most = 400;
 
     // So that what fails never keeps what is new from being sent.
@@ -65,7 +65,9 @@ public:
     bool is_low_of_second_attempts() const;
 
     // give - the engine is about to be given it; take_back - it was not
-    void give(std::string const& name, bool is_second_attempt, time_point now);
+    //
+    // Returns false when the engine has too many, which must not be given it.
+    bool give(std::string const& name, bool is_second_attempt, time_point now);
     void take_back(std::string const& name);
     bool is_given(std::string const& name) const;
 

@@ -1,6 +1,6 @@
-// retry_pause.h - how long a message that failed waits for its second attempt
+// retry_pause.h - how long the service waits
 //
-// By itself, so that tests can be quicker.
+// By themselves, so that tests can be quicker.
 
 #ifndef ZELIEML_TOOLS_ZELIEML_RETRY_PAUSE_H
 #define ZELIEML_TOOLS_ZELIEML_RETRY_PAUSE_H
@@ -10,7 +10,11 @@
 namespace zelieml::program
 {
 
+// retry_pause - before the second attempt at a message that failed
 std::chrono::seconds retry_pause();
+
+// quiet_pause - while the engine ends no attempt, before it is asked; twice that, and it is stuck
+std::chrono::milliseconds quiet_pause();
 
 }  // namespace zelieml::program
 

@@ -67,9 +67,7 @@ constexpr auto last_use_pause   = milliseconds(1000);
 constexpr auto held_use_pause   = seconds(10);
 constexpr auto try_pause        = seconds(1);   // where the system has no room just now
 constexpr auto refusal_pause    = minutes(10);  // without one, before it is complained of again
-constexpr auto quiet            = minutes(5);   // of the engine, before it is asked
-constexpr auto stuck_after      = minutes(10);
-constexpr int  look_rest        = 5;     // times what a look took, before the next one
+constexpr int  look_rest        = 5;            // times what a look took, before the next one
 constexpr auto most_waiting     = 4096;  // files that are remembered; the others are looked for
 constexpr auto most_in_use      = 4096;
 constexpr auto longest_work_dir = 255;
@@ -146,6 +144,7 @@ private:
     void       take_up(std::string const& file);
     time_point second_attempt_of(held_name const& name) const;
     void       ask_the_engine();
+    bool       give(std::string const& file, bool is_second_attempt);
     void       hear();
     void       add(waiting_file const& waiting);
     void       add(std::string const& name);
@@ -189,7 +188,7 @@ private:
     time_point                  look_at_;          // at the latest
     time_point                  look_not_before_;  // for news
     time_point                  send_not_before_;
-    time_point                  asked_at_;
+    std::string                 question_;  // to the engine, the last one
     bool                        is_news_ = false;
     complaint                   gone_{host_.output()};
     complaint                   broken_{host_.output()};
@@ -243,7 +242,7 @@ void service::work()
     host_.manager().ready("sending what comes to " + place_.workdir());
     while (host_.told().ends() == 0) {
         send_waiting();
-        host_.wait(next_time(), watch_.fd(), ledger_.silence(clock::now()) > stuck_after);
+        host_.wait(next_time(), watch_.fd(), ledger_.silence(clock::now()) > 2 * quiet_pause());
         if (watch_) {
             hear();
         }
@@ -420,17 +419,13 @@ time_point service::second_attempt_of(held_name const& name) const
 }
 
 // Without memory the engine makes an attempt and does not tell. The next one that it tells of shows
-// that; so after a while it is given one that is not there.
+// that; so after a while it is given one that is not there. One at a time: an attempt can take hours.
 void service::ask_the_engine()
 {
     auto const now = clock::now();
-    if (ledger_.silence(now) > quiet && now - asked_at_ > quiet) {
-        std::string const nothing = names_.make("nothing.sme", stage::first).file();
-        asked_at_                 = now;
-        ledger_.give(nothing, false, now);
-        if (!host_.queue(place_.held_path(nothing))) {
-            ledger_.take_back(nothing);
-        }
+    if (ledger_.silence(now) > quiet_pause() && !ledger_.is_given(question_)) {
+        question_ = names_.make("nothing.sme", stage::first).file();
+        give(question_, false);
     }
 }
 
@@ -635,10 +630,19 @@ bool service::queue(std::string const& file)
     case look::ready:
         break;
     }
-    ledger_.give(file, held_name::of(file).reached == stage::second, clock::now());
-    if (!host_.queue(place_.held_path(file))) {
+    return give(file, held_name::of(file).reached == stage::second) || not_now(file);
+}
+
+// Gives the engine a file, unless there is no room for it.
+bool service::give(std::string const& file, bool is_second_attempt)
+{
+    std::string const path = place_.held_path(file);
+    if (!ledger_.give(file, is_second_attempt, clock::now())) {
+        return false;
+    }
+    if (!host_.queue(path)) {
         ledger_.take_back(file);
-        return not_now(file);
+        return false;
     }
     return true;
 }

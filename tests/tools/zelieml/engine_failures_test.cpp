@@ -106,6 +106,27 @@ TEST_F(EngineFailures, OfHundredsThatFailNoneIsLost)
     EXPECT_EQ(service.run().err(), "");
 }
 
+// However often it could ask the engine meanwhile, which deletes files when it has 500.
+TEST(EngineSilence, AnAttemptWithoutEndCostsNoMail)
+{
+    mailserver::options silent;
+    silent.faults = {mailserver::parse_fault("greeting=delay:60000")};
+    mail_server     server(silent);
+    workplace const work(server.smtp_port());
+    constexpr int   count = 399;
+    for (int i = 0; i < count; ++i) {
+        write_message(work.file(std::to_string(i) + ".sme"), "hello");
+    }
+    set_for_now const quiet("ZELIEML_TEST_QUIET", "1");
+    service_program   service(HOURS_PROGRAM, work.path());
+    EXPECT_TRUE(wait_until([&] { return held_in(work.path()).size() == count; }));
+    for (int i = 0; i < 150; ++i) {
+        service.run().signal(SIGHUP);
+        wait_ms(10);
+    }
+    EXPECT_EQ(held_in(work.path()).size(), std::size_t{count});
+}
+
 // Its time comes while as many second attempts are with the engine as may be.
 TEST(EngineSecondAttempts, ComeAsSoonAsThereIsAPlace)
 {

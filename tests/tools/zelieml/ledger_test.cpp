@@ -86,6 +86,16 @@ TEST_F(Ledger, CountsThePlacesOfTheEngine)
     EXPECT_EQ(book.places(), 2u);
 }
 
+TEST_F(Ledger, GivesTheEngineOneMoreAtMost)
+{
+    for (std::size_t i = 0; i <= ledger::most; ++i) {
+        EXPECT_TRUE(book.give(std::to_string(i), false, now));
+    }
+    EXPECT_EQ(book.places(), 0u);
+    EXPECT_FALSE(book.give("another", false, now));
+    EXPECT_FALSE(book.is_given("another"));
+}
+
 TEST_F(Ledger, SeesWhatTheEngineHasPassedOver)
 {
     give("a");
