@@ -364,14 +364,15 @@ int spool::take(std::string const& name, held_name const& as) const
 
 int spool::rename_held(std::string const& file, held_name const& as) const
 {
-    held_name const before = held_name::of(file);
-    int const       error  = in_folder(held_path(), [&](int folder) {
+    std::lock_guard<std::mutex> const alone(guard_);
+    held_name const                   before = held_name::of(file);
+    int const                         error  = in_folder(held_path(), [&](int folder) {
         return ::renameat(folder, file.c_str(), folder, as.file().c_str());
     });
     if (error == 0 && before.key() != as.key()) {
         std::string const known = reason(before);
         if (!known.empty()) {
-            keep_reason(as, known);
+            keep_in(workdir_ + waiting_reasons, as.key(), known);
         }
         forget_in(workdir_ + waiting_reasons, before.key());
     }
@@ -380,9 +381,10 @@ int spool::rename_held(std::string const& file, held_name const& as) const
 
 int spool::give_up(std::string const& file, std::string const& reason, std::string& there) const
 {
-    std::string       name  = held_name::of(file).posted;
-    std::string const from  = held_path(file);
-    int const         error = in_folder(undelivered_path(), [&](int folder) {
+    std::lock_guard<std::mutex> const alone(guard_);
+    std::string                       name  = held_name::of(file).posted;
+    std::string const                 from  = held_path(file);
+    int const                         error = in_folder(undelivered_path(), [&](int folder) {
         while (is_there(folder, name)) {
             name = another_name(name);
         }
@@ -423,6 +425,7 @@ std::string spool::undelivered_reason(std::string const& name) const
 
 void spool::keep_reason(held_name const& name, std::string const& text) const
 {
+    std::lock_guard<std::mutex> const alone(guard_);
     keep_in(workdir_ + waiting_reasons, name.key(), text);
 }
 

@@ -21,6 +21,7 @@
 #define ZELIEML_TOOLS_ZELIEML_SPOOL_H
 
 #include <functional>
+#include <mutex>
 #include <string>
 #include <sys/stat.h>
 #include <sys/types.h>
@@ -102,8 +103,8 @@ public:
     look look_at(std::string const& name) const;
     look look_at_held(std::string const& file) const;
 
-    // These return 0, or why it was not done, as errno; ENOENT when the message is gone. One caller
-    // at a time: the service.
+    // These return 0, or why it was not done, as errno; ENOENT when the message is gone. They are the
+    // service's; any of its threads.
 
     // take - moves a message from the work directory to the held ones
     int take(std::string const& name, held_name const& as) const;
@@ -155,7 +156,8 @@ private:
     std::string move_back(int folder, std::string const& name, std::string const& path,
                           std::string const& like) const;
 
-    std::string workdir_;
+    std::string        workdir_;
+    mutable std::mutex guard_;  // while names are chosen and reasons written
 };
 
 // The right to be the service for a work directory: the lock, held while the object lives.

@@ -3,12 +3,15 @@
 #include "tools/zelieml/spool.h"
 
 #include <algorithm>
+#include <atomic>
+#include <cerrno>
 #include <climits>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <sysexits.h>
+#include <thread>
 #include <unistd.h>
 
 #include "tests/support/files.h"
@@ -252,6 +255,28 @@ TEST_F(Spool, GivesUpWithAReason)
     EXPECT_EQ(names_of(place.undelivered()), (names{"a.sme", "a.sme~2"}));
     EXPECT_EQ(names_of(place.held()), names());
     EXPECT_EQ(place.give_up(second.file(), "why", there), ENOENT);
+}
+
+TEST_F(Spool, TwoThreadsGiveUpUnderTwoNames)
+{
+    place.make();
+    for (int i = 0; i < 500; ++i) {
+        held_name const  one = take("a.sme");
+        held_name const  two = take("a.sme");
+        std::string      there[2];
+        std::atomic<int> waiting{2};
+        auto const       give_up = [&](held_name const& held, std::string& name) {
+            for (--waiting; waiting > 0;) {
+            }
+            EXPECT_EQ(place.give_up(held.file(), "why", name), 0);
+        };
+        std::thread other([&] { give_up(one, there[0]); });
+        give_up(two, there[1]);
+        other.join();
+        ASSERT_NE(there[0], there[1]);
+        EXPECT_TRUE(place.drop_undelivered(there[0]));
+        EXPECT_TRUE(place.drop_undelivered(there[1]));
+    }
 }
 
 TEST_F(Spool, GivesUpWhatItCannotMoveLater)
