@@ -119,6 +119,7 @@ private:
     struct waiting_file {
         timespec    time;
         std::string name;
+        bool        looked_for = false;  // not told of
 
         bool operator<(waiting_file const& other) const
         {
@@ -182,7 +183,7 @@ private:
     struct stat                 watched_ = {};
     std::set<waiting_file>      waiting_;
     bool                        has_more_ = false;  // in the directory than waiting_ holds
-    std::optional<waiting_file> offered_;           // the last one
+    std::optional<waiting_file> offered_;           // the last one that was looked for
     std::map<std::string, use>  in_use_;
     std::map<int, time_point>   refusals_;         // by errno
     time_point                  look_at_;          // at the latest
@@ -369,7 +370,7 @@ void service::look_at_posted()
     has_more_ = false;
     waiting_.clear();
     place_.each([&](spooled const& file) {
-        waiting_file const waiting = {modified(file.status), file.name};
+        waiting_file const waiting = {modified(file.status), file.name, true};
         if (!is_left_alone(file) && (!offered_ || *offered_ < waiting)) {
             add(waiting);
         }
@@ -455,7 +456,7 @@ void service::add(std::string const& name)
     spooled file = {name, {}};
     if (is_message_name(name) && ::lstat(place_.path_of(name).c_str(), &file.status) == 0 &&
         !is_left_alone(file)) {
-        add({modified(file.status), name});
+        add({modified(file.status), name, false});
     }
 }
 
@@ -485,7 +486,7 @@ void service::look_again_at_used()
             in_use_.erase(known);
             continue;
         }
-        add({modified(status), known->first});
+        add({modified(status), known->first, false});
     }
 }
 
@@ -544,7 +545,7 @@ void service::take_posted()
     while (ledger_.places() > 0 && !waiting_.empty() && clock::now() >= send_not_before_) {
         waiting_file const first = *waiting_.begin();
         waiting_.erase(waiting_.begin());
-        if (!offered_ || *offered_ < first) {
+        if (first.looked_for) {
             offered_ = first;
         }
         offer(first.name);

@@ -494,6 +494,37 @@ TEST(Engine, HundredsThatFailKeepNobodyWaiting)
     EXPECT_EQ(waiting_in(work.path()).size(), std::size_t{count});
 }
 
+// More than it remembers, of which it can take none: it goes on behind those, whatever comes.
+TEST(Engine, WhatComesDoesNotMakeItPassOverOthers)
+{
+    auto const set_age = [](std::string const& path, int seconds) {
+        timespec const times[2] = {{::time(nullptr) - seconds, 0}, {::time(nullptr) - seconds, 0}};
+        EXPECT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+    };
+    mail_server server;
+    workplace   work(server.smtp_port());
+    for (int i = 0; i < 4200; ++i) {
+        std::string const path = work.file(std::to_string(i) + ".sme");
+        write_file(path, "");  // as if it was about to be written
+        set_age(path, 15);
+    }
+    for (int i = 0; i < 20; ++i) {
+        std::string const path = work.file("old." + std::to_string(i) + ".sme");
+        write_message(path, "old");
+        set_age(path, 10);
+    }
+    service_program service(QUICK_PROGRAM, work.path());
+    auto const      all_old = [&] {
+        strings const subjects = subjects_of(server.mails());
+        return std::count(subjects.begin(), subjects.end(), "old") == 20;
+    };
+    for (int i = 0; i < 300 && !all_old(); ++i) {
+        write_message(work.file("new." + std::to_string(i) + ".sme"), "new");
+        wait_ms(10);
+    }
+    EXPECT_TRUE(wait_until(all_old, std::chrono::seconds(10))) << "before the next look";
+}
+
 TEST(Engine, SendsWhatWasThereWhenTheDirectoryWasAway)
 {
     loopback_program  server({"--show", "--fault", "text=delay:200"});
