@@ -53,7 +53,8 @@ struct file_closer {
 };
 using temporary_file = std::unique_ptr<std::FILE, file_closer>;
 
-// The beginning of a file, as a file without a name; nothing when that does not work.
+// The beginning of a file, as a file without a name; nothing when that does not work. The library
+// loads a file as a whole, and somebody can make one longer meanwhile.
 temporary_file beginning_of(descriptor const& file)
 {
     temporary_file    beginning(std::tmpfile());
@@ -79,14 +80,11 @@ message_head read_head(std::string const& path)
     if (!head.fault.empty()) {
         return head;
     }
-    // The library loads a message as a whole.
-    struct stat status = {};
-    ::fstat(file.get(), &status);
-    bool const           is_large = status.st_size > static_cast<off_t>(read_of_it);
-    temporary_file const beginning(is_large ? beginning_of(file) : nullptr);
-    int const from   = is_large ? (beginning ? ::fileno(beginning.get()) : -1) : file.get();
+    temporary_file const beginning = beginning_of(file);
+    std::string const    path_of_it =
+        beginning ? "/dev/fd/" + std::to_string(::fileno(beginning.get())) : "";
     void*     loaded = nullptr;
-    int const result = eml_msg_load(&loaded, ("/dev/fd/" + std::to_string(from)).c_str());
+    int const result = beginning ? eml_msg_load(&loaded, path_of_it.c_str()) : -1;
     std::unique_ptr<void, decltype(&eml_msg_destroy)> const msg(loaded, eml_msg_destroy);
     if (result != 0) {
         head.fault = "it could not be loaded";
