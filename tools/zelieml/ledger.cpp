@@ -142,8 +142,8 @@ std::vector<std::string> ledger::settle(std::string const& name, time_point now)
         std::transform(given_.cbegin(), found, std::back_inserter(passed),
                        [](given const& each) { return each.name; });
         given_.erase(given_.cbegin(), found + 1);
-        told_ = now;
     }
+    told_ = now;
     return passed;
 }
 

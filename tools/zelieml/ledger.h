@@ -71,12 +71,13 @@ public:
     void take_back(std::string const& name);
     bool is_given(std::string const& name) const;
 
-    // settle - an attempt is over
+    // settle - an attempt is over, perhaps at a message that it was not given under this name
     //
     // Returns those that were given before it, and of which the engine has not told.
     std::vector<std::string> settle(std::string const& name, time_point now);
 
-    // silence - for how long the engine has not told of any, though it has some; zero when it has none
+    // silence - for how long the engine has not told of any attempt, though it has some to make; zero
+    // when it has none
     clock::duration silence(time_point now) const;
 
     // ---- over, though the file is still there

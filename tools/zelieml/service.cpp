@@ -700,6 +700,7 @@ void service::settle(void* record)
     logged_attempt    made = logged(record);
     std::string const file = held_file(made.made.file);
     if (!ledger_.is_given(file)) {
+        ledger_.settle(file, clock::now());
         return;  // the engine's second attempt at what has another name by now
     }
     held_name const name     = held_name::of(file);

@@ -117,6 +117,8 @@ TEST_F(Ledger, KnowsForHowLongTheEngineIsSilent)
     EXPECT_EQ(book.silence(now), minutes(3));
     book.settle("a", now);
     EXPECT_EQ(book.silence(now + minutes(1)), minutes(1));
+    book.settle("what failed before", now + minutes(1));
+    EXPECT_EQ(book.silence(now + minutes(1)), seconds(0)) << "it moves";
     book.settle("b", now + minutes(2));
     EXPECT_EQ(book.silence(now + minutes(60)), seconds(0));
 }
