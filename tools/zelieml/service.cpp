@@ -161,6 +161,7 @@ private:
     bool       queue(std::string const& file);
     bool       not_now(std::string const& file);
     void       set_aside(std::string const& file);
+    bool       complain_of_silence();
     time_point next_time() const;
 
     // The engine's thread.
@@ -195,6 +196,7 @@ private:
     complaint                   broken_{host_.output()};
     complaint                   unreadable_{host_.output()};
     complaint                   unwatched_{host_.output()};
+    complaint                   silent_{host_.output()};
 
     std::mutex              guard_;
     std::condition_variable stopping_changed_;
@@ -243,7 +245,7 @@ void service::work()
     host_.manager().ready("sending what comes to " + place_.workdir());
     while (host_.told().ends() == 0) {
         send_waiting();
-        host_.wait(next_time(), watch_.fd(), ledger_.silence(clock::now()) > 2 * quiet_pause());
+        host_.wait(next_time(), watch_.fd(), complain_of_silence());
         if (watch_) {
             hear();
         }
@@ -254,6 +256,22 @@ void service::work()
             look_around();
         }
     }
+}
+
+// Returns whether the engine has ended no attempt for so long that it may never end one.
+bool service::complain_of_silence()
+{
+    auto const limit = 2 * quiet_pause();
+    if (ledger_.silence(clock::now()) <= limit) {
+        silent_.end();
+        return false;
+    }
+    auto const passed = std::chrono::duration_cast<minutes>(limit).count();
+    silent_.begin("no attempt has ended for " + std::to_string(passed) +
+                  " minutes, and nothing else is sent meanwhile: perhaps the server keeps the "
+                  "connection open after QUIT: end the service and start it again, or have "
+                  "systemd do that (WatchdogSec=)");
+    return true;
 }
 
 time_point service::next_time() const

@@ -28,6 +28,14 @@ mailserver::options refusing()
     return options;
 }
 
+// Lets every session wait.
+mailserver::options silent()
+{
+    mailserver::options options;
+    options.faults = {mailserver::parse_fault("greeting=delay:60000")};
+    return options;
+}
+
 class EngineFailures : public testing::Test
 {
 protected:
@@ -109,9 +117,7 @@ TEST_F(EngineFailures, OfHundredsThatFailNoneIsLost)
 // However often it could ask the engine meanwhile, which deletes files when it has 500.
 TEST(EngineSilence, AnAttemptWithoutEndCostsNoMail)
 {
-    mailserver::options silent;
-    silent.faults = {mailserver::parse_fault("greeting=delay:60000")};
-    mail_server     server(silent);
+    mail_server     server(silent());
     workplace const work(server.smtp_port());
     constexpr int   count = 399;
     for (int i = 0; i < count; ++i) {
@@ -125,6 +131,24 @@ TEST(EngineSilence, AnAttemptWithoutEndCostsNoMail)
         wait_ms(10);
     }
     EXPECT_EQ(held_in(work.path()).size(), std::size_t{count});
+}
+
+// Such as one whose server never closes the connection.
+TEST(EngineSilence, OfAnAttemptWithoutEndItComplainsOnce)
+{
+    mail_server     server(silent());
+    workplace const work(server.smtp_port());
+    write_message(work.file("a.sme"), "hello");
+    set_for_now const quiet("ZELIEML_TEST_QUIET", "200");
+    service_program   service(HOURS_PROGRAM, work.path());
+    ASSERT_TRUE(service.is_ready());
+    EXPECT_TRUE(wait_until([&] {
+        service.run().signal(SIGHUP);
+        return contains(service.run().err(), "no attempt has ended for ");
+    }));
+    service.run().signal(SIGHUP);
+    wait_ms(300);
+    EXPECT_EQ(service.run().err().find('\n') + 1, service.run().err().size()) << "told once";
 }
 
 // Its time comes while as many second attempts are with the engine as may be.
