@@ -46,11 +46,11 @@ std::optional<std::string> ledger::take()
     return name;
 }
 
-bool ledger::add_later(std::string const& name, time_point due)
+void ledger::add_later(std::string const& name, time_point due)
 {
     hold const held(guard_);
-    if (later_.size() >= most_later || later_.count(name) != 0) {
-        return later_.count(name) != 0;
+    if (later_.count(name) != 0) {
+        return;
     }
     auto const timed = by_time_.emplace(due, name);
     try {
@@ -59,7 +59,6 @@ bool ledger::add_later(std::string const& name, time_point due)
         by_time_.erase(timed);
         throw;
     }
-    return true;
 }
 
 std::optional<std::string> ledger::take_due(time_point now)

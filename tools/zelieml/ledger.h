@@ -36,9 +36,6 @@ public:
     // So that what fails never keeps what is new from being sent.
     static constexpr std::size_t most_second_attempts = 20;
 
-    // That are remembered; more have to be looked for.
-    static constexpr std::size_t most_later = 4096;
-
     bool knows(std::string const& name) const;
 
     // ---- to be sent as soon as there is a place
@@ -50,8 +47,8 @@ public:
 
     // ---- later
 
-    // Returns false when there are too many.
-    bool                       add_later(std::string const& name, time_point due);
+    // However many: who keeps thousands in use must not keep others from being remembered.
+    void                       add_later(std::string const& name, time_point due);
     std::optional<std::string> take_due(time_point now);
     std::optional<time_point>  next_due() const;
 
