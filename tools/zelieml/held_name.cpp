@@ -15,6 +15,7 @@ namespace
 
 constexpr char                       message_ending[] = ".sme";
 constexpr std::size_t                longest_posted   = 90;  // so that the engine takes the path
+constexpr std::size_t                longest_key      = 135;
 constexpr std::array<char const*, 3> words            = {".first", ".tried", ".second"};
 
 bool is_number(std::string const& text)
@@ -77,6 +78,11 @@ held_name held_name::of(std::string const& file)
 std::string held_name::file() const
 {
     return key() + words[static_cast<std::size_t>(reached)];
+}
+
+bool held_name::fits() const
+{
+    return key().size() <= longest_key;
 }
 
 std::string held_name::key() const

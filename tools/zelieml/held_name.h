@@ -26,6 +26,9 @@ struct held_name {
 
     std::string file() const;
 
+    // Whether the engine takes a path with this name, at every stage. Others' names can be longer.
+    bool fits() const;
+
     // What stays the same at every stage.
     std::string key() const;
 

@@ -413,14 +413,20 @@ void service::look_at_held()
 
 void service::take_up(std::string const& file)
 {
-    held_name const name = held_name::of(file);
-    if (name.reached == stage::tried) {
+    held_name const name     = held_name::of(file);
+    bool const      is_tried = name.reached == stage::tried;
+    if (is_tried && name.fits()) {
         ledger_.add_later(file, second_attempt_of(name));
         return;
     }
-    // The engine may know it by this name.
+    // The engine may know it by this name, or not take it.
     held_name const another = names_.make(name.posted, name.reached);
-    if (place_.rename_held(file, another) == 0) {
+    if (place_.rename_held(file, another) != 0) {
+        return;
+    }
+    if (is_tried) {
+        ledger_.add_later(another.file(), second_attempt_of(another));
+    } else {
         ledger_.add(another.file());
     }
 }

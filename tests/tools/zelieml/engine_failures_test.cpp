@@ -284,6 +284,26 @@ TEST_F(EngineFailures, LeavesWhereItIsWhatItCannotTake)
     EXPECT_EQ(service.run().err().find('\n') + 1, service.run().err().size()) << "told once";
 }
 
+// Its path is longer than what the engine takes.
+TEST_F(EngineFailures, ATooLongNameKeepsNobodyWaiting)
+{
+    mend_settings();
+    std::string const deep = work.outside() + "/" + std::string(150, 'd');
+    ASSERT_EQ(::rename(work.path(), deep.c_str()), 0);
+    service_program first(HOURS_PROGRAM, deep);
+    ASSERT_TRUE(first.is_ready());
+    ASSERT_EQ(first.end(), EX_OK);
+    std::string const key = std::string(200, 'x') + ".sme~1-1";
+    write_message(deep + "/.zelieml/sending/" + key + ".tried", "long");
+    write_file(deep + "/.zelieml/reasons/waiting/" + key, "{\"next\":1}");
+    service_program second(HOURS_PROGRAM, deep);
+    ASSERT_TRUE(second.is_ready());
+    EXPECT_TRUE(taker->wait_for_mails(1));
+    write_message(deep + "/a.sme", "hello");
+    EXPECT_TRUE(taker->wait_for_mails(2));
+    EXPECT_EQ(second.end(), EX_OK);
+}
+
 // ------------------------------------------------------------------ killed
 
 // A move of a message: what its two names contain, as move_hook.cpp says.

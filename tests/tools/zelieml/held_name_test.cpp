@@ -49,12 +49,22 @@ TEST(HeldName, IsShortEnoughForAnyName)
         held_name const name = make.make(posted, stage::second);
         // In the deepest work directory that the engine takes.
         EXPECT_LE(239 + std::string("/.zelieml/sending/").size() + name.file().size() + 10, 399u);
+        EXPECT_TRUE(name.fits());
         EXPECT_NE(name.file().find(".sme"), std::string::npos);
         EXPECT_EQ(held_name::of(name.file()).posted, name.posted);
     }
     EXPECT_EQ(make.make(std::string(85, 'a') + "\u00e9\u00e9\u00e9.sme", stage::first).posted,
               std::string(85, 'a') + ".sme")
         << "no half of a character";
+}
+
+TEST(HeldName, OfOthersMayBeTooLong)
+{
+    std::size_t const most = 399 - (239 + std::string("/.zelieml/sending/").size());
+    std::string const rest = ".sme~1-1.second";
+    EXPECT_TRUE(held_name::of(std::string(most - rest.size(), 'a') + rest).fits());
+    EXPECT_FALSE(held_name::of(std::string(most - rest.size() + 1, 'a') + rest).fits());
+    EXPECT_FALSE(held_name::of("a.sme~" + std::string(200, '1') + ".tried").fits());
 }
 
 TEST(HeldName, WhatIsNoneCountsAsPosted)
