@@ -70,6 +70,7 @@ constexpr auto refusal_pause    = minutes(10);  // without one, before it is com
 constexpr int  look_rest        = 5;            // times what a look took, before the next one
 constexpr auto most_waiting     = 4096;  // files that are remembered; the others are looked for
 constexpr auto most_in_use      = 4096;
+constexpr int  most_refused     = 3;  // by an engine that has taken no message yet
 constexpr auto longest_work_dir = 255;
 
 // Whether an error is of this moment, and not of this file.
@@ -190,8 +191,10 @@ private:
     time_point                  look_at_;          // at the latest
     time_point                  look_not_before_;  // for news
     time_point                  send_not_before_;
-    std::string                 question_;  // to the engine, the last one
-    bool                        is_news_ = false;
+    std::string                 question_;           // to the engine, the last one
+    bool                        has_given_ = false;  // the engine a message, ever
+    int                         refused_   = 0;
+    bool                        is_news_   = false;
     complaint                   gone_{host_.output()};
     complaint                   broken_{host_.output()};
     complaint                   unreadable_{host_.output()};
@@ -665,11 +668,17 @@ bool service::give(std::string const& file, bool is_second_attempt)
     if (!ledger_.give(file, is_second_attempt, clock::now())) {
         return false;
     }
-    if (!host_.queue(path)) {
-        ledger_.take_back(file);
-        return false;
+    if (host_.queue(path)) {
+        has_given_ = true;
+        return true;
     }
-    return true;
+    ledger_.take_back(file);
+    if (!has_given_ && ++refused_ == most_refused) {
+        throw failure(EX_OSERR,
+                      "the engine takes no message: it had no memory for its queue when it "
+                      "started: start the service again");
+    }
+    return false;
 }
 
 bool service::not_now(std::string const& file)

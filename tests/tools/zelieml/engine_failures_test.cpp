@@ -284,6 +284,16 @@ TEST_F(EngineFailures, LeavesWhereItIsWhatItCannotTake)
     EXPECT_EQ(service.run().err().find('\n') + 1, service.run().err().size()) << "told once";
 }
 
+TEST_F(EngineFailures, EndsWhenItsEngineTakesNothing)
+{
+    set_for_now const none("ZELIEML_TEST_NO_QUEUE", "1");
+    write_message(work.file("a.sme"), "hello");
+    service_program service(HOURS_PROGRAM, work.path());
+    ASSERT_TRUE(wait_until([&] { return contains(service.run().err(), "takes no message: "); }));
+    EXPECT_EQ(service.run().wait(), EX_OSERR);
+    EXPECT_EQ(waiting_in(work.path()), strings{"a.sme"});
+}
+
 // Its path is longer than what the engine takes.
 TEST_F(EngineFailures, ATooLongNameKeepsNobodyWaiting)
 {
