@@ -14,12 +14,14 @@ namespace zelieml::program
 namespace
 {
 
+std::string const no_memory = "zelieml: there is not enough memory";
+
 void complain_on(line_writer& err, std::string const& text) noexcept
 {
     try {
         err.add("zelieml: " + to_terminal(text));
     } catch (std::exception const&) {
-        err.add("zelieml: there is not enough memory");
+        err.add(no_memory);
     }
 }
 
