@@ -35,6 +35,7 @@
 #include <set>
 #include <sys/stat.h>
 #include <sysexits.h>
+#include <thread>
 #include <tuple>
 #include <vector>
 
@@ -137,6 +138,7 @@ private:
 
     // The service's thread.
     void       work();
+    void       send_wait_and_look();
     void       look_around();
     bool       find_place();
     bool       repair_place();
@@ -247,17 +249,26 @@ void service::work()
     look_around();
     host_.manager().ready("sending what comes to " + place_.workdir());
     while (host_.told().ends() == 0) {
-        send_waiting();
-        host_.wait(next_time(), watch_.fd(), complain_of_silence());
-        if (watch_) {
-            hear();
+        try {
+            send_wait_and_look();
+        } catch (std::bad_alloc const&) {
+            look_at_ = clock::now();  // what was begun lies in a folder, and is found again
+            std::this_thread::sleep_for(try_pause);
         }
-        look_again_at_used();
-        auto const now = clock::now();
-        if (host_.told().take_hangup() || now >= look_at_ ||
-            (is_news_ && now >= look_not_before_)) {
-            look_around();
-        }
+    }
+}
+
+void service::send_wait_and_look()
+{
+    send_waiting();
+    host_.wait(next_time(), watch_.fd(), complain_of_silence());
+    if (watch_) {
+        hear();
+    }
+    look_again_at_used();
+    auto const now = clock::now();
+    if (host_.told().take_hangup() || now >= look_at_ || (is_news_ && now >= look_not_before_)) {
+        look_around();
     }
 }
 

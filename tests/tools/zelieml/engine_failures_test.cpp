@@ -294,6 +294,21 @@ TEST_F(EngineFailures, EndsWhenItsEngineTakesNothing)
     EXPECT_EQ(waiting_in(work.path()), strings{"a.sme"});
 }
 
+TEST_F(EngineFailures, WaitsForMemory)
+{
+    set_for_now const none("ZELIEML_TEST_NO_MEMORY", work.file("no memory"));
+    mend_settings();
+    service_program service(HOURS_PROGRAM, work.path());
+    ASSERT_TRUE(service.is_ready());
+    write_file(work.file("no memory"), "");
+    write_message(work.file("a.sme"), "hello");
+    wait_ms(1500);  // in which it tries again
+    EXPECT_EQ(taker->mails().size(), 0u);
+    ASSERT_EQ(::unlink(work.file("no memory").c_str()), 0);
+    EXPECT_TRUE(taker->wait_for_mails(1));
+    EXPECT_EQ(service.end(), EX_OK);
+}
+
 // Its path is longer than what the engine takes.
 TEST_F(EngineFailures, ATooLongNameKeepsNobodyWaiting)
 {

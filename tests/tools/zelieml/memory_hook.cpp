@@ -1,0 +1,35 @@
+// memory_hook.cpp - there is no memory
+//
+//     ZELIEML_TEST_NO_MEMORY=PATH   while there is this file
+
+#include <cstddef>
+#include <cstdlib>
+#include <new>
+#include <unistd.h>
+
+namespace
+{
+
+char const* const file = std::getenv("ZELIEML_TEST_NO_MEMORY");
+
+}  // namespace
+
+void* operator new(std::size_t size)
+{
+    bool const  none   = file != nullptr && ::access(file, F_OK) == 0;
+    void* const memory = none ? nullptr : std::malloc(size);
+    if (memory == nullptr) {
+        throw std::bad_alloc();
+    }
+    return memory;
+}
+
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+
+void operator delete(void* memory, std::size_t) noexcept
+{
+    std::free(memory);
+}
