@@ -191,7 +191,7 @@ private:
     std::map<std::string, use>  in_use_;
     std::map<int, time_point>   refusals_;         // by errno
     time_point                  look_at_;          // at the latest
-    time_point                  look_not_before_;  // for news
+    time_point                  look_not_before_;  // unless a signal asks for it
     time_point                  send_not_before_;
     std::string                 question_;           // to the engine, the last one
     bool                        has_given_ = false;  // the engine a message, ever
@@ -331,6 +331,7 @@ void service::look_around()
     ask_the_engine();
     auto const end   = clock::now();
     look_not_before_ = end + look_rest * (end - begin);
+    look_at_         = std::max(look_at_, look_not_before_);
 }
 
 // Whether the work directory is there, with all that the service needs; watched, if that works.
