@@ -233,8 +233,8 @@ class Page:
             code = code.replace(name, value)
         # A reader types the next line later than a server needs to start.
         code = re.sub(r"^(zelieml-loopback .*--port (\d+).* &)$",
-                      r"\1\nuntil (: </dev/tcp/127.0.0.1/\2) 2>/dev/null; do sleep 0.02; done", code,
-                      flags=re.MULTILINE)
+                      r"\1\nfor i in {1..1000}; do (: </dev/tcp/127.0.0.1/\2) 2>/dev/null && break; "
+                      r"sleep 0.02; done", code, flags=re.MULTILINE)
         before = self.mails_to(block.recipient) if block.recipient else 0
         command = ["bash", "-euo", "pipefail", "-c", code]
         if block.language == "python":
