@@ -23,8 +23,8 @@ bool is_number(std::string const& text)
     if (text.empty()) {
         return false;
     }
-    for (unsigned char const c : text) {
-        if (std::isxdigit(c) == 0 && c != '-') {
+    for (char const c : text) {
+        if (std::isxdigit(static_cast<unsigned char>(c)) == 0 && c != '-') {
             return false;
         }
     }
