@@ -97,12 +97,11 @@ def faults(results):
 
 
 def memory(results):
-    """A sentence on it."""
+    """A list of it."""
     names = {what: name for what, name, _, _ in SUBJECTS}
-    parts = ", ".join(f"{results[what][-1][2]} KB ({names[what]})" for what in LONG_BODIES)
     size = results["body"][-1][0] // 1_000_000
-    return (f"At its peak, sending a body of {size} MB takes so much memory beside the record that "
-            f"is sent: {parts}.")
+    lines = [f"What sending a body of {size} MB takes of memory at its peak, beside the record that is sent:", ""]
+    return "\n".join(lines + [f"- {names[what]}: {results[what][-1][2]} KB" for what in LONG_BODIES])
 
 
 def table(results):

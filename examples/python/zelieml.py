@@ -323,7 +323,9 @@ def _decoded(text):
 @contextlib.contextmanager
 def _made(message):
     """A message record with what a Message says."""
-    charset = {"utf-8": "utf-8", "iso-2022-jp": "iso2022_jp"}[message.encoding.lower()]
+    charset = {"utf-8": "utf-8", "iso-2022-jp": "iso2022_jp"}.get(message.encoding.lower())
+    if charset is None:
+        raise ValueError(f"the encoding of a message is utf-8 or iso-2022-jp, not {message.encoding}")
     headers = zip(_HEADERS, (message.sender, message.to, message.cc, message.subject,
                              message.reply_to, message.message_id))
     values = [(name, _bytes(text, charset, header=True)) for name, text in headers]
@@ -516,7 +518,7 @@ def _settings(workdir):
 
 
 def get_setting(workdir, key):
-    """The value of a setting, or None."""
+    """The value of a setting, or None when there is none or the file cannot be read."""
     buffer = ctypes.create_string_buffer(1026)  # a line has 1023 bytes at most
     size = c_uint(len(buffer))
     if _c.eml_cf_get_string(_bytes(key), buffer, byref(size), _settings(workdir)) != 0:

@@ -30,6 +30,7 @@ class Zelieml < Formula
     <<~TEXT
       The service sends what is posted to #{var}/spool/zelieml. Name the mail server first:
         zelieml settings set -w #{var}/spool/zelieml smtp_server mail.office.test
+        zelieml settings set -w #{var}/spool/zelieml smtp_port 25
       For a service of the whole machine, with a user of its own, see
         #{opt_pkgshare}/launchd
     TEXT
@@ -46,7 +47,7 @@ class Zelieml < Formula
   test do
     server = spawn "#{bin}/zelieml-loopback", "--smtp-port", "0", "--ready-file", "ports",
                    "--maildir", "mails", "--seconds", "60"
-    sleep 0.1 until (testpath/"ports").exist?
+    100.times { (testpath/"ports").exist? ? break : sleep(0.1) }
     port = (testpath/"ports").read[/^smtp .*:(\d+)$/, 1]
     work = testpath/"work"
     work.mkpath
