@@ -41,7 +41,7 @@ line_writer::line_writer(int fd, complainer trouble) : shared_(std::make_shared<
         // It has a share: a write that never ends outlives the writer.
         std::thread([all = shared_] { all->run(); }).detach();
     } catch (std::system_error const& error) {
-        throw failure(EX_OSERR,
+        throw failure(EX_SOFTWARE,
                       std::string("a thread: ") + error.what() + ": allow the user more processes");
     }
 }

@@ -28,7 +28,7 @@ public:
     //          complain of: that writing failed, once until it works again, as errno; or, with 0, how
     //          many lines were dropped. Without one a line says so in the place of those.
     //
-    // Throws a failure (EX_OSERR) when there is no thread.
+    // Throws a failure (EX_SOFTWARE) when there is no thread.
     line_writer(int fd, complainer trouble);
 
     // Ends without waiting for the thread, which may be writing.

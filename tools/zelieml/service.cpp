@@ -104,6 +104,20 @@ std::string private_symbol()
     return symbol;
 }
 
+// What is kept of an attempt; of one that waits, until when. Made before its message is moved: JSON
+// ends the process where it lacks memory to end.
+std::string reason_of(logged_attempt const& made)
+{
+    return json_text(to_json(made));
+}
+
+std::string reason_until(logged_attempt const& made, std::time_t next)
+{
+    json kept    = to_json(made);
+    kept["next"] = next;
+    return json_text(kept);
+}
+
 bool is_plain(struct stat const& status)
 {
     return S_ISREG(status.st_mode) && status.st_nlink == 1;
@@ -169,10 +183,13 @@ private:
 
     // The engine's thread.
     static int on_result(void* record, void* user);
-    void       settle(void* record);
-    void       remove_sent(std::string const& file);
-    void       put_off(std::string const& file, held_name const& tried, logged_attempt const& made);
-    std::string give_up(held_name const& name, logged_attempt const& made);
+    struct settlement;
+    void        settle(void* record, settlement& work);
+    bool        begin(void* record, settlement& work);
+    void        remove_sent(std::string const& file);
+    void        put_off(settlement& work, held_name const& tried);
+    void        give_up(settlement& work);
+    void        wake_for_places();
     bool        rename(std::string const& file, held_name const& as);
     void        wait_a_moment();
     std::string held_file(std::string const& path) const;
@@ -209,6 +226,7 @@ private:
     std::atomic<bool>       wants_places_{false};
     std::atomic<bool>       has_due_{false};
     std::atomic<bool>       is_stuck_{false};
+    std::atomic<bool>       waits_{false};  // the engine, for room or memory
 };
 
 int service::run()
@@ -272,11 +290,12 @@ void service::send_wait_and_look()
     }
 }
 
-// Returns whether the engine has ended no attempt for so long that it may never end one.
+// Returns whether the engine has ended no attempt for so long that it may never end one, and does not
+// wait for the service.
 bool service::complain_of_silence()
 {
     auto const limit = 2 * quiet_pause();
-    if (ledger_.silence(clock::now()) <= limit) {
+    if (ledger_.silence(clock::now()) <= limit || waits_) {
         silent_.end();
         return false;
     }
@@ -402,6 +421,12 @@ void service::look_at_posted()
     }
     has_more_ = false;
     waiting_.clear();
+    for (auto each = in_use_.begin(); each != in_use_.end();) {
+        auto const known = each++;
+        if (known->second.again == time_point::max()) {
+            in_use_.erase(known);  // it was in waiting_, and is added again if it is still there
+        }
+    }
     place_.each([&](spooled const& file) {
         waiting_file const waiting = {modified(file.status), file.name, true};
         if (!is_left_alone(file) && (!offered_ || *offered_ < waiting)) {
@@ -686,9 +711,9 @@ bool service::give(std::string const& file, bool is_second_attempt)
     }
     ledger_.take_back(file);
     if (!has_given_ && ++refused_ == most_refused) {
-        throw failure(EX_OSERR,
-                      "the engine takes no message: it had no memory for its queue when it "
-                      "started: start the service again");
+        throw failure(EX_SOFTWARE,
+                      "the engine takes no message: there is no memory, or was none for its queue "
+                      "when it started: start the service again");
     }
     return false;
 }
@@ -718,17 +743,39 @@ void service::set_aside(std::string const& file)
 
 // ---------------------------------------------------------------- results
 
+// What becomes of a message when an attempt is over: one step after the other. Where one lacks memory,
+// it is made again, and none before it.
+struct service::settlement {
+    enum class step {
+        begin,
+        move,
+        remember,
+        report
+    };
+
+    step                     next = step::begin;
+    logged_attempt           made;
+    std::string              file;
+    held_name                name;
+    bool                     was_here = false;
+    std::string              later;   // its name, if it waits for another attempt
+    std::vector<std::string> passed;  // of others, of which the engine has not told
+};
+
 int service::on_result(void* record, void* user)
 {
     auto* const self = static_cast<service*>(user);
+    settlement  work;
     for (;;) {
         try {
-            self->settle(record);
+            self->settle(record, work);
+            self->waits_ = false;
             return 0;
         } catch (std::bad_alloc const&) {
-            self->wait_a_moment();  // and then again: what was done is not done twice
+            self->wait_a_moment();
         } catch (std::exception const& error) {
             self->host_.output().complain(error.what());
+            self->waits_ = false;
             return 0;
         }
     }
@@ -740,37 +787,66 @@ std::string service::held_file(std::string const& path) const
     return path.compare(0, start.size(), start) == 0 ? path.substr(start.size()) : "";
 }
 
-void service::settle(void* record)
+void service::settle(void* record, settlement& work)
 {
-    logged_attempt    made = logged(record);
-    std::string const file = held_file(made.made.file);
-    if (!ledger_.is_given(file)) {
-        ledger_.settle(file, clock::now());
-        return;  // the engine's second attempt at what has another name by now
+    using step = settlement::step;
+    if (work.next == step::begin) {
+        if (!begin(record, work)) {
+            return;
+        }
+        work.next = step::move;
     }
-    held_name const name     = held_name::of(file);
-    bool const      sent     = made.made.code == eml_send_ok;
-    bool const      was_here = sent || place_.look_at_held(file) != look::gone;
-    made.name                = name.posted;
-    made.made.file           = name.posted;
-    made.made.attempt_number = name.reached == stage::second ? 2 : 1;
-    if (was_here) {
-        made.head = read_head(place_.held_path(file));
+    if (work.next == step::move) {
+        if (work.made.made.code == eml_send_ok) {
+            remove_sent(work.file);
+        } else if (work.was_here && work.name.reached == stage::second) {
+            give_up(work);
+        } else if (work.was_here) {
+            put_off(work, work.name.at(stage::tried));
+        }
+        work.next = step::remember;
     }
-    if (sent) {
-        remove_sent(file);
-    } else if (was_here && name.reached == stage::second) {
-        made.undelivered = give_up(name, made);
-    } else if (was_here) {
-        put_off(file, name.at(stage::tried), made);
+    if (work.next == step::remember) {
+        if (!work.later.empty()) {
+            ledger_.add_later(work.later, clock::now() + retry_pause());
+            host_.wake();
+        }
+        work.passed = ledger_.settle(work.file, clock::now());
+        work.next   = step::report;
     }
-    for (std::string const& passed : ledger_.settle(file, clock::now())) {
-        take_up(passed);
+    for (; !work.passed.empty(); work.passed.pop_back()) {
+        take_up(work.passed.back());
     }
-    if (was_here) {
-        host_.output().report(line_of(made, host_.options().json));
+    wake_for_places();
+    if (work.was_here) {
+        host_.output().report(line_of(work.made, host_.options().json));
     }
-    // The service's thread sleeps until it can give many.
+}
+
+// Reads what the engine tells, and the file. Returns false when there is nothing to do.
+bool service::begin(void* record, settlement& work)
+{
+    work.made = logged(record);
+    work.file = held_file(work.made.made.file);
+    if (!ledger_.is_given(work.file)) {
+        ledger_.settle(work.file, clock::now());
+        return false;  // the engine's second attempt at what has another name by now
+    }
+    work.name = held_name::of(work.file);
+    work.was_here =
+        work.made.made.code == eml_send_ok || place_.look_at_held(work.file) != look::gone;
+    work.made.name                = work.name.posted;
+    work.made.made.file           = work.name.posted;
+    work.made.made.attempt_number = work.name.reached == stage::second ? 2 : 1;
+    if (work.was_here) {
+        work.made.head = read_head(place_.held_path(work.file));
+    }
+    return true;
+}
+
+// The service's thread sleeps until it can give many.
+void service::wake_for_places()
+{
     if (ledger_.has_next() || (wants_places_ && ledger_.is_low()) ||
         (has_due_ && ledger_.is_low_of_second_attempts())) {
         wants_places_ = false;
@@ -790,32 +866,28 @@ void service::remove_sent(std::string const& file)
 }
 
 // Renames a file after its first attempt, to wait for the next.
-void service::put_off(std::string const& file, held_name const& tried, logged_attempt const& made)
+void service::put_off(settlement& work, held_name const& tried)
 {
-    if (rename(file, tried)) {
-        json kept    = to_json(made);
-        kept["next"] = std::time(nullptr) + retry_pause().count();
-        place_.keep_reason(tried, json_text(kept));
-        ledger_.add_later(tried.file(), clock::now() + retry_pause());
-        host_.wake();
+    std::string later = tried.file();
+    place_.keep_reason(tried, reason_until(work.made, std::time(nullptr) + retry_pause().count()));
+    if (rename(work.file, tried)) {
+        work.later = std::move(later);
     }
 }
 
-// After the second. Returns the name that it has among the undelivered; empty when it cannot be moved
-// there, and waits for one more attempt.
-std::string service::give_up(held_name const& name, logged_attempt const& made)
+// After the second. What cannot be moved to the undelivered waits for one more attempt.
+void service::give_up(settlement& work)
 {
-    std::string there;
-    int const   error = place_.give_up(name.file(), json_text(to_json(made)), there);
+    std::string const reason = reason_of(work.made);
+    int const         error  = place_.give_up(work.file, reason, work.made.undelivered);
     if (error == 0 || error == ENOENT) {
-        return there;
+        return;
     }
-    host_.output().complain(name.posted + " failed twice and cannot be moved to " +
+    host_.output().complain(work.name.posted + " failed twice and cannot be moved to " +
                             place_.undelivered_path() + ": " + std::strerror(error) +
                             ": it is tried once more");
     // Under another number: the engine knows the one of this second attempt.
-    put_off(name.file(), names_.make(name.posted, stage::tried), made);
-    return there;
+    put_off(work, names_.make(work.name.posted, stage::tried));
 }
 
 // Renames a held file before the engine goes on, which could delete it by its name. Returns whether
@@ -842,6 +914,7 @@ bool service::rename(std::string const& file, held_name const& as)
 void service::wait_a_moment()
 {
     std::unique_lock<std::mutex> hold(guard_);
+    waits_ = true;
     stopping_changed_.wait_for(hold, try_pause, [&] { return stopping_; });
     while (stopping_) {
         is_stuck_ = true;  // until the process ends

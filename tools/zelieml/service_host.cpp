@@ -5,11 +5,11 @@
 #include <algorithm>
 #include <atomic>
 #include <csignal>
+#include <exception>
 #include <limits>
 #include <new>
 #include <poll.h>
 #include <sysexits.h>
-#include <system_error>
 #include <thread>
 #include <unistd.h>
 
@@ -50,7 +50,9 @@ extern "C" void on_alarm(int)
 }  // namespace
 
 service_host::service_host(service_options const& options)
-    : options_(options), wake_(pipe_of_the_process()), told_(wake_)
+    : options_(options), wake_(pipe_of_the_process()), told_(wake_),
+      too_late_("the attempt in progress has not ended in time (--stop-timeout " +
+                std::to_string(options_.stop_limit.count()) + "): its mail may be sent again")
 {
     if (manager_.watchdog()) {
         alive_at_ = clock::now();
@@ -61,7 +63,7 @@ void service_host::start(std::string const& directory, std::string const& symbol
                          int (*proc)(void* result, void* user), void*     user)
 {
     if (eml_start_with_stocksymbol(directory.c_str(), symbol.c_str(), &engine_) != 0) {
-        throw failure(EX_OSERR,
+        throw failure(EX_SOFTWARE,
                       "the engine for " + options_.workdir +
                           " cannot be started: it needs memory, a thread, and a place for "
                           "notifications (docs/ENGINE.md)");
@@ -99,7 +101,10 @@ void service_host::wait(time_point until, int fd, bool is_stuck)
 
 int service_host::stop(std::function<bool()> const& is_stuck)
 {
-    manager_.stopping("waiting for the attempt in progress");
+    try {
+        manager_.stopping("waiting for the attempt in progress");
+    } catch (std::bad_alloc const&) {  // it need not know
+    }
     int const         told     = told_.ends();
     auto const        deadline = clock::now() + options_.stop_limit;
     std::atomic<bool> stopped{false};
@@ -111,7 +116,7 @@ int service_host::stop(std::function<bool()> const& is_stuck)
     std::thread stopping;
     try {
         stopping = std::thread(stop_engine);
-    } catch (std::system_error const&) {
+    } catch (std::exception const&) {
         // Without a thread a clock ends the process.
         std::signal(SIGALRM, on_alarm);
         ::alarm(static_cast<unsigned>(std::max<long long>(1, options_.stop_limit.count())));
@@ -122,9 +127,7 @@ int service_host::stop(std::function<bool()> const& is_stuck)
         wait(deadline);
     }
     if (!stopped) {
-        output_.complain("the attempt in progress has not ended in time (--stop-timeout " +
-                         std::to_string(options_.stop_limit.count()) +
-                         "): its mail may be sent again");
+        output_.complain(too_late_);
         output_.finish();
         ::_exit(EX_TEMPFAIL);
     }

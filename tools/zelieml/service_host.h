@@ -61,6 +61,7 @@ private:
     service_manager           manager_;
     std::optional<time_point> alive_at_;
     void*                     engine_ = nullptr;
+    std::string const         too_late_;  // what is said when a stop takes too long
 };
 
 }  // namespace zelieml::program

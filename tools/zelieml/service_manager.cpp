@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
+#include <new>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -62,9 +63,12 @@ void service_manager::alive()
 
 void service_manager::repeat()
 {
-    if (has_unsaid() && tell(state_ + status_)) {
-        state_.clear();
-        status_.clear();
+    try {
+        if (has_unsaid() && tell(state_ + status_)) {
+            state_.clear();
+            status_.clear();
+        }
+    } catch (std::bad_alloc const&) {  // later
     }
 }
 

@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <dirent.h>
+#include <exception>
 #include <fcntl.h>
 #include <memory>
 #include <set>
@@ -321,7 +322,10 @@ bool spool::is_whole() const
     descriptor const engine(own_folder(engine_path()));
     descriptor const held(own_folder(held_path()));
     descriptor const undelivered(own_folder(undelivered_path()));
-    return service && engine && held && undelivered &&
+    descriptor const reasons(own_folder(workdir_ + reasons_folder));
+    descriptor const waiting(own_folder(workdir_ + waiting_reasons));
+    descriptor const others(own_folder(workdir_ + other_reasons));
+    return service && engine && held && undelivered && reasons && waiting && others &&
            ::fstatat(engine.get(), settings_name, &status, AT_SYMLINK_NOFOLLOW) == 0;
 }
 
@@ -365,18 +369,28 @@ int spool::take(std::string const& name, held_name const& as) const
 int spool::rename_held(std::string const& file, held_name const& as) const
 {
     std::lock_guard<std::mutex> const alone(guard_);
-    held_name const                   before = held_name::of(file);
-    int const                         error  = in_folder(held_path(), [&](int folder) {
+    held_name const                   before  = held_name::of(file);
+    bool const                        carries = before.key() != as.key();
+    int const                         error   = in_folder(held_path(), [&](int folder) {
         return ::renameat(folder, file.c_str(), folder, as.file().c_str());
     });
-    if (error == 0 && before.key() != as.key()) {
-        std::string const known = reason(before);
-        if (!known.empty()) {
-            keep_in(workdir_ + waiting_reasons, as.key(), known);
-        }
-        forget_in(workdir_ + waiting_reasons, before.key());
+    if (error == 0 && carries) {
+        carry_reason(before, as);
     }
     return error;
+}
+
+// Nothing tells when there is no memory for it: its message has the new name.
+void spool::carry_reason(held_name const& from, held_name const& to) const noexcept
+{
+    try {
+        std::string const known = reason(from);
+        if (!known.empty() && reason(to).empty()) {
+            keep_in(workdir_ + waiting_reasons, to.key(), known);
+        }
+        forget_in(workdir_ + waiting_reasons, from.key());
+    } catch (std::exception const&) {
+    }
 }
 
 int spool::give_up(std::string const& file, std::string const& reason, std::string& there) const
@@ -400,7 +414,7 @@ int spool::give_up(std::string const& file, std::string const& reason, std::stri
         return moved;
     });
     if (error == 0) {
-        there = name;
+        there = std::move(name);
         forget_in(workdir_ + waiting_reasons, held_name::of(file).key());
     }
     return error;

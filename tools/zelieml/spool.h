@@ -109,7 +109,8 @@ public:
     // take - moves a message from the work directory to the held ones
     int take(std::string const& name, held_name const& as) const;
 
-    // rename_held - gives a held message another name, and its reason with it
+    // rename_held - gives a held message another name, and its reason with it, unless that name has
+    // one already
     int rename_held(std::string const& file, held_name const& as) const;
 
     // give_up - moves a held message to the undelivered ones
@@ -152,6 +153,8 @@ private:
     // Takes a name like this one in the work directory by making an empty file of it: moving a
     // message there then overwrites nobody's. Empty, with errno, when that does not work.
     std::string claim_another(std::string const& name) const;
+
+    void carry_reason(held_name const& from, held_name const& to) const noexcept;
 
     std::string move_back(int folder, std::string const& name, std::string const& path,
                           std::string const& like) const;

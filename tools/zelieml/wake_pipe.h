@@ -21,7 +21,7 @@ public:
     {
         int ends[2];
         if (::pipe(ends) != 0) {
-            throw failure(EX_OSERR, "a pipe", errno, "allow the process more descriptors");
+            throw failure(EX_SOFTWARE, "a pipe", errno, "allow the process more descriptors");
         }
         reader_ = descriptor(ends[0]);
         writer_ = descriptor(ends[1]);

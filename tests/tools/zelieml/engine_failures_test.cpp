@@ -290,8 +290,22 @@ TEST_F(EngineFailures, EndsWhenItsEngineTakesNothing)
     write_message(work.file("a.sme"), "hello");
     service_program service(HOURS_PROGRAM, work.path());
     ASSERT_TRUE(wait_until([&] { return contains(service.run().err(), "takes no message: "); }));
-    EXPECT_EQ(service.run().wait(), EX_OSERR);
+    EXPECT_EQ(service.run().wait(), EX_SOFTWARE);
     EXPECT_EQ(waiting_in(work.path()), strings{"a.sme"});
+}
+
+TEST_F(EngineFailures, ReportsWhatItHasMovedOnceThereIsMemory)
+{
+    set_for_now const move("ZELIEML_TEST_MOVE", ".first a.sme~");
+    set_for_now const made("ZELIEML_TEST_MADE", work.file("none"));
+    set_for_now const none("ZELIEML_TEST_NO_MEMORY_ONCE", work.file("none"));
+    write_message(work.file("a.sme"), "hello");
+    service_program service(HOURS_PROGRAM, work.path());
+    service.run().wait_for("\"attempt\":1,");
+    service.run().wait_for("\"undelivered\":\"a.sme\"}\n");
+    EXPECT_EQ(service.end(), EX_OK);
+    EXPECT_EQ(count_of(service.run().out(), "\"to\":\"anna@b.test\",\"subject\":\"hello\""), 2);
+    EXPECT_EQ(count_of(service.run().out(), "\n"), 2);
 }
 
 TEST_F(EngineFailures, WaitsForMemory)

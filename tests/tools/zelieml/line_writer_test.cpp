@@ -93,9 +93,8 @@ TEST_F(LineWriter, DropsAndCountsWhatFindsNoRoom)
 TEST_F(LineWriter, SaysOnceThatItCannotWrite)
 {
     std::atomic<int> errors{0};
-    ::fcntl(writer.get(), F_SETFL, 0);
-    unique_fd   read_only(::open("/dev/null", O_RDONLY));
-    line_writer lines(read_only.get(), [&](int error, std::size_t) {
+    unique_fd        read_only(::open("/dev/null", O_RDONLY));
+    line_writer      lines(read_only.get(), [&](int error, std::size_t) {
         EXPECT_EQ(error, EBADF);
         ++errors;
     });

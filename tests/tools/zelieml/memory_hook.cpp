@@ -1,6 +1,7 @@
 // memory_hook.cpp - there is no memory
 //
-//     ZELIEML_TEST_NO_MEMORY=PATH   while there is this file
+//     ZELIEML_TEST_NO_MEMORY=PATH        while there is this file
+//     ZELIEML_TEST_NO_MEMORY_ONCE=PATH   once, when there is this file, which is removed
 
 #include <cstddef>
 #include <cstdlib>
@@ -11,12 +12,14 @@ namespace
 {
 
 char const* const file = std::getenv("ZELIEML_TEST_NO_MEMORY");
+char const* const once = std::getenv("ZELIEML_TEST_NO_MEMORY_ONCE");
 
 }  // namespace
 
 void* operator new(std::size_t size)
 {
-    bool const  none   = file != nullptr && ::access(file, F_OK) == 0;
+    bool const none =
+        (file != nullptr && ::access(file, F_OK) == 0) || (once != nullptr && ::unlink(once) == 0);
     void* const memory = none ? nullptr : std::malloc(size);
     if (memory == nullptr) {
         throw std::bad_alloc();

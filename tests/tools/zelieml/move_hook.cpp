@@ -3,10 +3,12 @@
 //     ZELIEML_TEST_MOVE=TEXT            the moves that are meant: "OLD-NAME NEW-NAME" contains it
 //     ZELIEML_TEST_KILL=before, after   the program is killed, before or after the file is moved
 //     ZELIEML_TEST_FULL=PATH            the disk is full while there is this file
+//     ZELIEML_TEST_MADE=PATH            this file is made after the move
 
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <fcntl.h>
 #include <string>
 #include <unistd.h>
 
@@ -43,6 +45,10 @@ int __wrap_renameat(int from, char const* old_name, int to, char const* new_name
     int const result = __real_renameat(from, old_name, to, new_name);
     if (kill == "after") {
         ::raise(SIGKILL);
+    }
+    std::string const made = variable("ZELIEML_TEST_MADE");
+    if (!made.empty()) {
+        ::close(::open(made.c_str(), O_WRONLY | O_CREAT, 0600));
     }
     return result;
 }

@@ -1,8 +1,8 @@
 // service_program.h - the service, run by a test that is its service manager
 //
 // ZELIEML_PROGRAM is the program as it is shipped. QUICK_PROGRAM is the same with an engine whose
-// second lasts a millisecond, HOURS_PROGRAM one whose half hour lasts a second or two, as well, and that tries a
-// message that failed again after a second.
+// second lasts a millisecond. HOURS_PROGRAM is that with an engine whose half hour lasts a second or
+// two, and it tries a message that failed again after a second.
 
 #ifndef ZELIEML_TESTS_TOOLS_ZELIEML_SERVICE_PROGRAM_H
 #define ZELIEML_TESTS_TOOLS_ZELIEML_SERVICE_PROGRAM_H
