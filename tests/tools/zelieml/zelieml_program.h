@@ -5,6 +5,8 @@
 #ifndef ZELIEML_TESTS_TOOLS_ZELIEML_ZELIEML_PROGRAM_H
 #define ZELIEML_TESTS_TOOLS_ZELIEML_ZELIEML_PROGRAM_H
 
+#include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -12,6 +14,13 @@
 
 namespace zelieml::test
 {
+
+// The program resolves links in the path of a work directory, and names it so. On macOS the place for
+// temporary files has some.
+inline bool const has_resolved_temp = [] {
+    std::string const place = std::filesystem::canonical(std::filesystem::temp_directory_path());
+    return ::setenv("TMPDIR", place.c_str(), 1) == 0;
+}();
 
 // What became of a run of the program.
 struct outcome {
