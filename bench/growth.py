@@ -100,7 +100,8 @@ def memory(results):
     """A list of it."""
     names = {what: name for what, name, _, _ in SUBJECTS}
     size = results["body"][-1][0] // 1_000_000
-    lines = [f"What sending a body of {size} MB takes of memory at its peak, beside the record that is sent:", ""]
+    lines = [f"What sending a body of {size} MB takes of memory at its peak, beside the record that "
+             "is sent:", ""]
     return "\n".join(lines + [f"- {names[what]}: {results[what][-1][2]} KB" for what in LONG_BODIES])
 
 
