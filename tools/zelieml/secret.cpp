@@ -155,15 +155,18 @@ public:
             fd_set ready;
             FD_ZERO(&ready);
             FD_SET(fd_, &ready);
-            ssize_t got = ::pselect(fd_ + 1, &ready, nullptr, nullptr, nullptr, &mask_before_);
+            ssize_t got   = ::pselect(fd_ + 1, &ready, nullptr, nullptr, nullptr, &mask_before_);
+            int     error = errno;
+            show("");  // the thread sanitizer runs handlers in calls that it knows
             if (caught != 0) {
                 show("\n");
                 return std::nullopt;
             }
             if (got > 0) {
-                got = read_piece(fd_, line);
+                got   = read_piece(fd_, line);
+                error = errno;
             }
-            if (got == 0 || (got < 0 && errno != EINTR)) {
+            if (got == 0 || (got < 0 && error != EINTR)) {
                 show("\n");
                 if (line.size > 0) {
                     break;
