@@ -327,7 +327,7 @@ TEST_F(EngineFailures, WaitsForMemory)
 TEST_F(EngineFailures, ATooLongNameKeepsNobodyWaiting)
 {
     mend_settings();
-    std::string const deep = work.outside() + "/" + std::string(150, 'd');
+    std::string const deep = work.outside() + "/" + std::string(235 - work.outside().size(), 'd');
     ASSERT_EQ(::rename(work.path(), deep.c_str()), 0);
     service_program first(HOURS_PROGRAM, deep);
     ASSERT_TRUE(first.is_ready());

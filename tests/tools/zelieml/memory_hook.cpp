@@ -16,11 +16,16 @@ char const* const once = std::getenv("ZELIEML_TEST_NO_MEMORY_ONCE");
 
 }  // namespace
 
-void* operator new(std::size_t size)
+void* operator new(std::size_t size, std::nothrow_t const&) noexcept
 {
     bool const none =
         (file != nullptr && ::access(file, F_OK) == 0) || (once != nullptr && ::unlink(once) == 0);
-    void* const memory = none ? nullptr : std::malloc(size);
+    return none ? nullptr : std::malloc(size);
+}
+
+void* operator new(std::size_t size)
+{
+    void* const memory = operator new(size, std::nothrow);
     if (memory == nullptr) {
         throw std::bad_alloc();
     }
