@@ -122,7 +122,7 @@ TEST(Engine, LooksEverySecondWhereNothingCanBeWatched)
     }
     auto const service = service_of_other(work);
     ASSERT_TRUE(service->is_ready());
-    EXPECT_TRUE(contains(service->run().err(), "cannot be watched"));
+    EXPECT_TRUE(wait_until([&] { return contains(service->run().err(), "cannot be watched"); }));
     for (std::size_t i = 1; i <= 3; ++i) {
         post(work, "mail");
         ::chmod(work.file(waiting_in(work.path()).front()).c_str(), 0644);
