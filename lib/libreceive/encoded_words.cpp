@@ -151,7 +151,7 @@ bool take(std::string_view& text, std::string_view& taken)
 struct run {
     charset     name = charset({});
     std::string bytes;
-    std::size_t size = 0;  // of the words and the blanks between them, as they stand in the field
+    std::size_t size = 0;  // of the words and the blanks between them, still encoded
 };
 
 // Adds the word at the beginning of rest, if there is one that belongs to the run. Returns its size.

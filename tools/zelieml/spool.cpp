@@ -191,8 +191,7 @@ look look_at_file(int folder, std::string const& name)
     }
     std::time_t const age = std::time(nullptr) - modified(status).tv_sec;
     if (status.st_size == 0 && age < empty_s) {
-        return look::
-            in_use;  // and its lock is not asked for, which its writer may be about to take
+        return look::in_use;  // its lock is not asked for: its writer may be about to take it
     }
     bool const is_locked =
         age < locked_s && ::flock(opened.get(), LOCK_SH | LOCK_NB) != 0 && errno == EWOULDBLOCK;
