@@ -157,7 +157,9 @@ public:
             FD_SET(fd_, &ready);
             ssize_t got   = ::pselect(fd_ + 1, &ready, nullptr, nullptr, nullptr, &mask_before_);
             int     error = errno;
-            show("");  // the thread sanitizer runs handlers in calls that it knows
+            if (got < 0) {
+                show("");  // the thread sanitizer runs handlers in calls that it knows
+            }
             if (caught != 0) {
                 show("\n");
                 return std::nullopt;
