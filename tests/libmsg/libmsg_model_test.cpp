@@ -27,35 +27,11 @@ std::string random_text(std::mt19937& random, std::vector<std::string> const& pi
     return text;
 }
 
-std::vector<std::string> const pieces = {
-    "a",
-    "word ",
-    "\n",
-    "\n",
-    "\r",
-    "\r\n",
-    " ",
-    "to: ",
-    "\nto: x",
-    "\ncc: ",
-    "\nfrom: f",
-    "From: ",
-    "\nencoding: E",
-    ":",
-    "\nsub",
-    "ject: s",
-    "replyto: ",
-    "\nreplyto: ",
-    "id: ",
-    "\xe3\x83\x88",
-    "\t",
-    "\nmess",
-    "ageid: 1",
-    "subject: s",
-    "\xff\x01",
-    ".",
-    std::string(9000, 'x'),
-};
+std::vector<std::string> const pieces = [] {
+    std::vector<std::string> all = test::file_pieces;
+    all.push_back(std::string(9000, 'x'));
+    return all;
+}();
 
 TEST(RandomMessages, AreSavedAndLoadedAsTheModelSays)
 {

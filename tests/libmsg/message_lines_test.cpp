@@ -35,33 +35,7 @@ std::string random_file(test::random_values& random)
 {
     std::string bytes;
     for (auto count = random.below(30); count > 0; --count) {
-        bytes += random.pick({"\n",
-                              "\n",
-                              "\n",
-                              "a",
-                              "word ",
-                              "to: ",
-                              "\nto: x",
-                              "\ncc: ",
-                              "\nfrom: f",
-                              "From: ",
-                              "\nencoding: E",
-                              ":",
-                              "\nsub",
-                              "ject: s",
-                              "replyto: ",
-                              "id: ",
-                              "\r",
-                              "\r\n",
-                              "\nmess",
-                              "ageid: 1",
-                              "\nt",
-                              "\nto",
-                              "\nx",
-                              "\nmessageid:",
-                              " ",
-                              "\xff",
-                              "a line of some length "});
+        bytes += random.pick(test::file_pieces);
         bytes += random.percent(2) ? std::string(1, '\0') : "";
     }
     return bytes;

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <gtest/gtest.h>
 #include <string>
+#include <vector>
 
 #include "libmsg/libmsg.h"
 
@@ -101,6 +102,40 @@ inline std::string stored_body(std::string const& text)
     }
     return lone_breaks_only ? text : body;
 }
+
+// What random files are made of: lines, and all that is nearly a header.
+inline std::vector<std::string> const file_pieces = {"a",
+                                                     "word ",
+                                                     "\n",
+                                                     "\n",
+                                                     "\n",
+                                                     "\r",
+                                                     "\r\n",
+                                                     " ",
+                                                     "to: ",
+                                                     "\nto: x",
+                                                     "\ncc: ",
+                                                     "\nfrom: f",
+                                                     "From: ",
+                                                     "\nencoding: E",
+                                                     ":",
+                                                     "\nsub",
+                                                     "ject: s",
+                                                     "replyto: ",
+                                                     "\nreplyto: ",
+                                                     "id: ",
+                                                     "\xe3\x83\x88",
+                                                     "\t",
+                                                     "\nmess",
+                                                     "ageid: 1",
+                                                     "\nmessageid:",
+                                                     "subject: s",
+                                                     "\nt",
+                                                     "\nto",
+                                                     "\nx",
+                                                     "\xff\x01",
+                                                     ".",
+                                                     "a line of some length "};
 
 // The message in a record of the library.
 inline message get_all(void* msg)
