@@ -193,9 +193,9 @@ received receive_from(mailbox const& from, std::string const& domains)
     return all;
 }
 
-using getter = int (*)(void*, int, char*, int);
+using mail_getter = int (*)(void*, int, char*, int);
 
-std::string field_of(received const& all, int index, getter get)
+std::string field_of(received const& all, int index, mail_getter get)
 {
     return library_text([&](char* buf, int size) { return get(all.list.get(), index, buf, size); });
 }
