@@ -15,7 +15,7 @@ struct ticking_clock {
     using period                    = std::nano;
     using duration                  = std::chrono::duration<rep, period>;
     using time_point                = std::chrono::time_point<ticking_clock>;
-    static constexpr bool is_steady = true;
+    [[maybe_unused]] static constexpr bool is_steady = true;
 
     static inline rep ticks = 0;
 
