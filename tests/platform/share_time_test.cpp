@@ -11,10 +11,10 @@ namespace
 
 // Goes on by some ticks whenever it is looked at.
 struct ticking_clock {
-    using rep                       = long long;
-    using period                    = std::nano;
-    using duration                  = std::chrono::duration<rep, period>;
-    using time_point                = std::chrono::time_point<ticking_clock>;
+    using rep                                        = long long;
+    using period                                     = std::nano;
+    using duration                                   = std::chrono::duration<rep, period>;
+    using time_point                                 = std::chrono::time_point<ticking_clock>;
     [[maybe_unused]] static constexpr bool is_steady = true;
 
     static inline rep ticks = 0;
