@@ -6,6 +6,7 @@ the cost grows faster than the work. With --write it puts table and plot into do
 """
 
 import argparse
+import os
 import pathlib
 import subprocess
 import sys
@@ -42,18 +43,26 @@ LONG_BODIES = ["body", "line", "short", "japanese"]
 MOST_KILOBYTES = 2000
 
 
+def on_one():
+    """What a command begins with that runs on one processor, always the same."""
+    return ["taskset", "-c", str(min(os.sched_getaffinity(0)))]
+
+
 def measure(build, what, size, scratch):
     """Microseconds and kilobytes of one piece of work."""
     ready = scratch / "ready"
     ready.unlink(missing_ok=True)
-    sink = subprocess.Popen([build / "bench/sink", ready, str(size if what == "mailbox" else 0)])
+    # All on one processor: how long another one takes to wake up changes from second to second.
+    sink = subprocess.Popen([*on_one(), build / "bench/sink", ready,
+                             str(size if what == "mailbox" else 0)])
     try:
         for _ in range(200):
             if ready.exists():
                 break
             time.sleep(0.05)
         words = subprocess.run(
-            [build / "bench/growth_bench", what, str(size), *ready.read_text().split()],
+            [*on_one(), build / "bench/growth_bench", what, str(size),
+             *ready.read_text().split()],
             check=True, capture_output=True, text=True, timeout=600).stdout.split()
     finally:
         sink.kill()
