@@ -13,14 +13,16 @@ source, build = (pathlib.Path(word).resolve() for word in sys.argv[1:])
 problems, units = [], {"lib": 0, "tools": 0}
 for entry in json.loads((build / "compile_commands.json").read_text()):
     file = pathlib.Path(entry["file"])
-    unit = file.relative_to(source).parts[0] if file.is_relative_to(source) else ""
+    # In the build folder lie the files that have CMake compile several sources together.
+    unit = next((file.relative_to(root).parts[0] for root in (build, source)
+                 if file.is_relative_to(root)), "")
     if unit not in units or " -o tests/" in entry["command"]:  # what a test compiles for itself
         continue
     units[unit] += 1
     # The last one counts.
     level = ["-O0", *re.findall(r"\s(-O\w*)", entry["command"])][-1]
     if level == "-O0":
-        problems.append(f"{file.relative_to(source)} is compiled without optimisation")
+        problems.append(f"{file} is compiled without optimisation")
 problems += [f"nothing of {unit}/ is compiled" for unit, count in units.items() if count == 0]
 
 if problems:
