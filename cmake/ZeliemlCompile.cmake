@@ -19,8 +19,10 @@ if(ZELIEML_SANITIZE)
   add_compile_options(-fsanitize=${ZELIEML_SANITIZE} -fno-omit-frame-pointer
                       -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${ZELIEML_SANITIZE})
-  if(ZELIEML_SANITIZE MATCHES "undefined" AND CMAKE_CXX_COMPILER_ID MATCHES "Clang")
-    # Programs in C would have to be linked with the runtime of C++ for these two.
+  if(CMAKE_CXX_COMPILER_ID MATCHES "Clang" AND ZELIEML_SANITIZE MATCHES "undefined"
+     AND NOT ZELIEML_SANITIZE MATCHES "fuzzer")
+    # Programs in C, of which the fuzz targets are none, would have to be linked with the runtime of
+    # C++ for these two.
     add_compile_options(-fno-sanitize=vptr,function)
   endif()
 endif()
