@@ -10,8 +10,11 @@
 
 #include "tests/soak/engine_clock.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
+#include <netdb.h>
 #include <poll.h>
+#include <stdbool.h>
 #include <sys/stat.h>
 #include <time.h>
 
@@ -81,4 +84,33 @@ int poll(struct pollfd* fds, nfds_t count, int timeout)
                                      ? until_next_tick()
                                      : (struct timespec){timeout / 1000, timeout % 1000 * 1000000L};
     return ppoll(fds, count, timeout < 0 ? NULL : &wait, NULL);
+}
+
+typedef int look_up(char const* name, struct hostent* entry, char* buffer, size_t size,
+                    struct hostent** result, int* error);
+
+static look_up* real_look_up;
+static bool     finds_no_names;
+
+/* Not later: a child must not wait for the locks of dlsym. */
+__attribute__((constructor)) static void find_real_look_up(void)
+{
+    *(void**)&real_look_up = dlsym(RTLD_NEXT, "gethostbyname_r");
+}
+
+void look_no_names_up(void)
+{
+    finds_no_names = true;
+}
+
+int gethostbyname_r(char const* restrict name, struct hostent* restrict entry,
+                    char* restrict buffer, size_t size, struct hostent** restrict result,
+                    int* restrict error)
+{
+    if (finds_no_names) {
+        *result = NULL;
+        *error  = HOST_NOT_FOUND;
+        return 0;
+    }
+    return real_look_up(name, entry, buffer, size, result, error);
 }

@@ -19,6 +19,9 @@ void start_engine_clock(void);
 /* What the library takes for the time, in ms since 1970. */
 int64_t engine_clock_ms(void);
 
+/* From now on this process finds no host by its name. */
+void look_no_names_up(void);
+
 #ifdef __cplusplus
 }
 #endif

@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 
 #include "tests/soak/books.h"
+#include "tests/soak/engine_clock.h"
 #include "tests/soak/posters.h"
 #include "tests/soak/reports.h"
 #include "zelieml.h"
@@ -271,6 +272,7 @@ void overflow(round const& r)
     stop_multi(main_copy);
     post_to(r.home(), way::other_engine);
     if (threads_in_child) {
+        look_no_names_up();  // it could wait for ever, see fork in docs/EMBEDDING.md
         guest_engine own(r.where.forked[r.number]);
         own.post(way::other_engine, 2);
         own.wait_for_reports(2);
