@@ -40,7 +40,7 @@ std::unique_ptr<service_program> service_of_other(workplace const& work)
 
 TEST(Engine, OtherUsersMayPost)
 {
-    SKIP_UNLESS_ROOT("posts as another user");
+    SKIP_UNLESS_ROOT("to post as another user");
     mail_server server;
     workplace   work(server.smtp_port());
     ::chmod(work.outside().c_str(), 0755);
@@ -59,7 +59,7 @@ TEST(Engine, OtherUsersMayPost)
 
 TEST(Engine, WhatItCannotTakeIsNotSent)
 {
-    SKIP_UNLESS_ROOT("needs a file of another user");
+    SKIP_UNLESS_ROOT("a file of another user");
     SKIP_UNLESS(has_backend("linux"), "the notifications of the fake are one user's");
     mail_server server;
     workplace   work(server.smtp_port());
@@ -86,7 +86,7 @@ TEST(Engine, WhatItCannotTakeIsNotSent)
 // More than are remembered at a time.
 TEST(Engine, WhatItCannotReadKeepsNobodyWaiting)
 {
-    SKIP_UNLESS_ROOT("needs files of another user");
+    SKIP_UNLESS_ROOT("files of another user");
     SKIP_UNLESS(has_backend("linux"), "the notifications of the fake are one user's");
     mail_server server;
     workplace   work(server.smtp_port());
@@ -106,7 +106,7 @@ TEST(Engine, WhatItCannotReadKeepsNobodyWaiting)
 
 TEST(Engine, LooksEverySecondWhereNothingCanBeWatched)
 {
-    SKIP_UNLESS_ROOT("uses up what another user may have");
+    SKIP_UNLESS_ROOT("to use up what another user may have");
     SKIP_UNLESS(has_backend("linux"), "the notifications of the fake are one user's");
     mail_server server;
     workplace   work(server.smtp_port());

@@ -114,7 +114,8 @@ TEST(Killed, ServicesAndPostersLoseNothingAndDoubleWhatWasOnTheWire)
         posted.insert(posted.end(), these.begin(), these.end());
     }
 
-    service_program            service(QUICK_PROGRAM, work.path());
+    service_program service(QUICK_PROGRAM, work.path());
+    EXPECT_TRUE(service.is_ready());  // also when nothing is left for it
     std::map<std::string, int> counts;
     EXPECT_TRUE(wait_until(
         [&] {

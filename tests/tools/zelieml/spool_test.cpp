@@ -153,7 +153,7 @@ TEST_F(Spool, UsesNoLinkAndNoFile)
 
 TEST_F(Spool, UsesNoFolderOfAnotherUser)
 {
-    SKIP_UNLESS_ROOT("makes a folder of another user's");
+    SKIP_UNLESS_ROOT("a folder of another user's");
     ASSERT_EQ(::mkdir(file(".zelieml").c_str(), 0700), 0);
     ASSERT_EQ(::chown(file(".zelieml").c_str(), 12345, 12345), 0);
     auto const [status, text] = failure_of([&] { place.make(); });
