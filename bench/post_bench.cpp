@@ -37,7 +37,7 @@ struct bench_case {
 std::map<std::string, bench_case> const cases = {
     {"plain", {false, 0, {1.8, 1.25}}},
     {"login", {true, 0, {1.8, 1.3}}},
-    {"large", {false, 20'000'000, {1.8, 1.4}}},
+    {"large", {false, 20'000'000, {1.8, 1.3}}},
 };
 
 // What is posted, on both sides.

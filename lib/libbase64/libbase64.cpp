@@ -70,19 +70,25 @@ void put_pair(unsigned char* out, std::uint64_t bits)
     std::memcpy(out, encoded.pairs[bits & 4095], 2);
 }
 
-// Encodes groups of three bytes. Returns the end of the characters.
-unsigned char* encode_groups(unsigned char const* in, int groups, unsigned char* out)
+// Encodes two groups of three bytes, from one load of eight bytes.
+void put_two_groups(unsigned char const* in, unsigned char* out)
 {
-    // Two groups at a time, from one load of eight bytes; the last two belong to the next group.
+    std::uint64_t const bits = std::uint64_t{in[0]} << 56 | std::uint64_t{in[1]} << 48 |
+                               std::uint64_t{in[2]} << 40 | std::uint64_t{in[3]} << 32 |
+                               std::uint64_t{in[4]} << 24 | std::uint64_t{in[5]} << 16 |
+                               std::uint64_t{in[6]} << 8 | std::uint64_t{in[7]};
+    put_pair(out, bits >> 52);
+    put_pair(out + 2, bits >> 40);
+    put_pair(out + 4, bits >> 28);
+    put_pair(out + 6, bits >> 16);
+}
+
+// Encodes groups of three bytes. Returns the end of the characters. Of lines there are many: in
+// them the compiler knows the number.
+inline unsigned char* encode_groups(unsigned char const* in, int groups, unsigned char* out)
+{
     for (; groups >= 3; groups -= 2, in += 6, out += 8) {
-        std::uint64_t const bits = std::uint64_t{in[0]} << 56 | std::uint64_t{in[1]} << 48 |
-                                   std::uint64_t{in[2]} << 40 | std::uint64_t{in[3]} << 32 |
-                                   std::uint64_t{in[4]} << 24 | std::uint64_t{in[5]} << 16 |
-                                   std::uint64_t{in[6]} << 8 | std::uint64_t{in[7]};
-        put_pair(out, bits >> 52);
-        put_pair(out + 2, bits >> 40);
-        put_pair(out + 4, bits >> 28);
-        put_pair(out + 6, bits >> 16);
+        put_two_groups(in, out);  // the last two of the eight bytes belong to the next group
     }
     for (; groups > 0; --groups, in += 3, out += 4) {
         std::uint32_t const bits =

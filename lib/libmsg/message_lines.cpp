@@ -21,36 +21,57 @@ std::uint64_t bit_of(char const* start)
     return std::uint64_t{1} << ((3 * start[0] ^ start[1]) & 63);
 }
 
-// The second sum contains each word as often as there are words from it on: it depends on order.
-void add_to(std::uint64_t (&sums)[2], char const* bytes, std::size_t size)
+// Of two words side by side. The second sum of each contains a word as often as there are words from
+// it on: it depends on order.
+void add_to(std::uint64_t (&sums)[4], char const* bytes, std::size_t size)
 {
-    std::uint64_t first  = sums[0];
-    std::uint64_t second = sums[1];
-    std::uint64_t word   = 0;
-    for (; size >= sizeof word; bytes += sizeof word, size -= sizeof word) {
-        std::memcpy(&word, bytes, sizeof word);
-        first += word;
-        second += first;
+    std::uint64_t words[2]  = {};
+    std::uint64_t first[2]  = {sums[0], sums[1]};
+    std::uint64_t second[2] = {sums[2], sums[3]};
+    auto const    add       = [&] {
+        for (int i = 0; i < 2; ++i) {
+            first[i] += words[i];
+            second[i] += first[i];
+        }
+    };
+    for (; size >= sizeof words; bytes += sizeof words, size -= sizeof words) {
+        std::memcpy(words, bytes, sizeof words);
+        add();
     }
-    word = 0;
-    std::memcpy(&word, bytes, size);
-    sums[0] = first + word;
-    sums[1] = second + sums[0];
+    words[0] = words[1] = 0;
+    std::memcpy(words, bytes, size);
+    add();
+    std::uint64_t const all[4] = {first[0], first[1], second[0], second[1]};
+    std::memcpy(sums, all, sizeof all);
+}
+
+std::int64_t count_lfs(std::string_view text)
+{
+    constexpr std::size_t piece = 128;  // known to the compiler, and its sum fits a byte
+    std::int64_t          count = 0;
+    for (; text.size() >= piece; text.remove_prefix(piece)) {
+        std::uint8_t sum = 0;
+        for (std::size_t i = 0; i < piece; ++i) {
+            sum = static_cast<std::uint8_t>(sum + (text[i] == '\n' ? 1 : 0));
+        }
+        count += sum;
+    }
+    return count + std::count(text.begin(), text.end(), '\n');
 }
 
 }  // namespace
 
 bool operator==(reading const& a, reading const& b)
 {
-    return a.count == b.count && a.sums[0] == b.sums[0] && a.sums[1] == b.sums[1];
+    return a.count == b.count && std::equal(a.sums, a.sums + 4, b.sums);
 }
 
 message_lines::message_lines(message_file const& file, char* buffer, std::size_t size)
     : file_(file), buffer_(buffer), size_(size), joint_(ValCharCrLf)
 {
     for (header_field const& field : header_fields) {
-        char const* const key = *field.key;
-        key_starts_ |= key[0] != '\0' && key[1] != '\0' ? bit_of(key) : every_start;
+        std::string_view const key = *field.key;
+        key_starts_ |= key.size() >= 2 ? bit_of(key.data()) : every_start;
     }
 }
 
@@ -81,7 +102,7 @@ bool message_lines::next(message_part& part)
 bool message_lines::next_header(message_part& part)
 {
     do {
-        take_lines([](std::string_view) { return true; });
+        pass_body();
         if (!next(part)) {
             return false;
         }
@@ -91,37 +112,45 @@ bool message_lines::next_header(message_part& part)
 
 std::size_t message_lines::take_body(char* out, std::size_t room)
 {
-    if (!body_begun_ || body_ended_ || has_nul_) {
-        return 0;
-    }
     std::size_t count = 0;
-    take_lines([&](std::string_view line) {
-        if (room - count < joint_.size() + line.size()) {
-            return false;
+    while (begins_ && body_begun_ && !body_ended_ && !has_nul_) {
+        std::size_t const      lf   = left_.find('\n');
+        std::string_view const line = left_.substr(0, lf);
+        if (lf == left_.npos || header_of(line) != nullptr ||
+            room - count < joint_.size() + line.size()) {
+            break;
         }
         for (char const c : joint_) {
             out[count++] = c;
         }
         copy_short(out + count, room - count, left_, line.size());
         count += line.size();
-        return true;
-    });
-    return count;
-}
-
-// Takes the next lines of the body that are whole in the buffer, as long as take returns true.
-template <class Take>
-void message_lines::take_lines(Take&& take)
-{
-    while (begins_) {
-        std::size_t const      lf   = left_.find('\n');
-        std::string_view const line = left_.substr(0, lf);
-        if (lf == left_.npos || header_of(line) != nullptr || !take(line)) {
-            return;
-        }
         left_.remove_prefix(lf + 1);
         ++lines_;
     }
+    return count;
+}
+
+// Drops what is left of the buffer up to the next header, or to its last line.
+//
+// Each key ends with its only colon and a blank: a line in which they follow something else is none.
+void message_lines::pass_body()
+{
+    constexpr std::string_view key_end = ": ";
+    if (!begins_) {
+        return;
+    }
+    std::string_view lines = left_.substr(0, left_.rfind('\n') + 1);
+    for (std::size_t at = lines.find(key_end); at != lines.npos;
+         at             = lines.find(key_end, lines.find('\n', at))) {
+        std::size_t const line = lines.rfind('\n', at) + 1;
+        if (header_of(lines.substr(line)) != nullptr) {
+            lines = lines.substr(0, line);
+            break;
+        }
+    }
+    lines_ += count_lfs(lines);
+    left_.remove_prefix(lines.size());
 }
 
 std::int64_t message_lines::most_of_body() const

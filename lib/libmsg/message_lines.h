@@ -27,7 +27,7 @@ struct message_part {
 // How many bytes were read, and sums of them, which differ when a byte has changed.
 struct reading {
     std::int64_t  count   = 0;
-    std::uint64_t sums[2] = {};
+    std::uint64_t sums[4] = {};
 };
 
 bool operator==(reading const& a, reading const& b);
@@ -67,8 +67,7 @@ public:
     std::int64_t most_of_body() const;
 
 private:
-    template <class Take>
-    void take_lines(Take&& take);
+    void pass_body();
 
     header_field const* header_of(std::string_view line) const;
     bool                fill();
