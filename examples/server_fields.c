@@ -4,13 +4,14 @@
 #include <stdlib.h>
 #include <string.h>
 
-#include <zelieml.h>
+#include <zelieml_ext.h>
 
 enum kind {
     any_text,
     number,
     pop_or_apop,
-    on_or_off
+    on_or_off,
+    kind_of_tls
 };
 
 struct field {
@@ -26,7 +27,8 @@ static const struct field fields[] = {
     {"smtp_server", "", any_text},   {"smtp_port", "25", number},
     {"smtp_account", "", any_text},  {"smtp_passwd", "", any_text},
     {"smtp_auth", "off", on_or_off}, {"pop_before_smtp", "off", on_or_off},
-    {"domains", "", any_text},
+    {"smtp_tls", "no", kind_of_tls}, {"pop_tls", "no", kind_of_tls},
+    {"tls_ca_file", "", any_text},   {"domains", "", any_text},
 };
 
 /* The value in an argument that sets the field, or null when it sets another. */
@@ -49,6 +51,9 @@ static int is_of_kind(const char *value, enum kind kind)
         return strcmp(value, "pop") == 0 || strcmp(value, "apop") == 0;
     case on_or_off:
         return strcmp(value, "on") == 0 || strcmp(value, "off") == 0;
+    case kind_of_tls:
+        return strcmp(value, "no") == 0 || strcmp(value, "starttls") == 0 ||
+               strcmp(value, "tls") == 0;
     default:
         return 1;
     }
@@ -92,8 +97,9 @@ const char *server_field(char **arguments, const char *name)
 
 void *server_from_arguments(char **arguments)
 {
-    void  *server = NULL;
-    char **argument;
+    const char *ca_file = server_field(arguments, "tls_ca_file");
+    void       *server  = NULL;
+    char      **argument;
 
     for (argument = arguments; *argument != NULL; ++argument) {
         if (!sets_a_field(*argument)) {
@@ -113,5 +119,12 @@ void *server_from_arguments(char **arguments)
                          server_field(arguments, "smtp_account"),
                          server_field(arguments, "smtp_passwd"),
                          server_field(arguments, "smtp_auth"), number_of(arguments, "smtp_port"));
+    if (server_info_set_tls(server, server_field(arguments, "smtp_tls"),
+                            server_field(arguments, "pop_tls"),
+                            ca_file[0] != '\0' ? ca_file : NULL) != 0) {
+        fprintf(stderr, "no memory for a server record\n");
+        server_info_destroy(server);
+        return NULL;
+    }
     return server;
 }

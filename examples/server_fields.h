@@ -14,6 +14,8 @@
  *              pop_wait_time (milliseconds after a login for POP before SMTP, 0 unless set),
  *              smtp_server, smtp_port (25 unless set), smtp_account, smtp_passwd,
  *              smtp_auth, pop_before_smtp ("on", or "off", which is the default),
+ *              smtp_tls, pop_tls ("tls", "starttls", or "no", which is the default),
+ *              tls_ca_file (unless set, the authorities that the system trusts),
  *              domains (for the caller)
  *            The record points to these strings: they have to stay valid and unchanged until it is
  *            freed. The arguments of main do.

@@ -1,7 +1,7 @@
 // smtp.cpp - sending a message file: SMTP with all logins, and POP before SMTP
 //
 // The input is a settings file, a message file, and what the servers say. Everything is compared with
-// a model.
+// a model. There is no plug-in for TLS: a send that may be meant to have TLS is refused.
 
 #include <set>
 

@@ -32,7 +32,7 @@
  *   as it does for eml_start and eml_stop on every system.
  * - Servers are reached over IPv4 only, at the first address that the system's resolver gives for
  *   the name. If that address does not answer, no other is tried: name a server with one address.
- * - The connections are not encrypted.
+ * - The connections are encrypted only where a setting or zelieml_ext.h asks for TLS.
  */
 
 #ifndef ZELIEML_H
@@ -307,7 +307,8 @@ ZELIEML_API int eml_post_message_file_with_stocksymbol(const char *fullpath,
  * waits, and ends there, the file stays.
  *
  * Runs on the caller's thread, and the server decides how long: use a thread that can wait.
- * Connecting is given up after 30 s, a reply after 15 s without a byte. There is no limit for
+ * Connecting is given up after 30 s, a reply after 15 s without a byte, and the beginning of TLS, if
+ * the settings ask for it, after 30 s more and 15 s for each reply before it. There is no limit for
  *
  * - a server that trickles bytes, or does not read what it is sent,
  * - closing: once the server has greeted, the call waits until the server closes the connection,

@@ -7,6 +7,7 @@
  * - [versions]: which library is this?
  * - [reasons]: which message a result is for, and why it was not sent, in words and as a number.
  * - [login tests with reasons]: the login tests, with buffers of known size.
+ * - [TLS for server records]: login tests and receiving inside TLS.
  * - [more of received mails]: receiving with a reason; sender and subject as UTF-8.
  * - [the probe]: one conversation with the servers that the settings name, step by step.
  * - [the preview]: a message as it would be sent.
@@ -70,13 +71,14 @@ ZELIEML_API const char *eml_version(void);
  *   100         no memory; the message could not be saved; POP3: settings missing or QUIT not
  *               answered
  *   1000        the settings name no SMTP server or no port
- *   1001        the SMTP server was not found, not reached, or did not greet
+ *   1001        the SMTP server was not found, not reached, or did not greet; TLS was asked for
+ *               and did not begin, or may have been asked for
  *   1003        HELO was refused
  *   1004        EHLO or the login was refused, or the settings name no account
  *   1005        the message cannot be read, or sender, a recipient or the text was refused
  *   1006        the end of the session was not confirmed. THE SERVER HAS TAKEN THE MAIL
- *   2002        the POP3 server was not found, not reached, or did not greet; eml_probe and
- *               eml_receive_mails_result: or it is none, by its greeting
+ *   2002        the POP3 server was not found, not reached, or did not greet, or TLS as for 1001;
+ *               eml_probe and eml_receive_mails_result: or it is none, by its greeting
  *   2004, 2005  the POP3 server refused the user, the password
  *   2006        the POP3 server refused APOP, or offers none
  *
@@ -101,6 +103,7 @@ typedef enum eml_cause {
     eml_cause_refused_now = 7,
     eml_cause_refused     = 8,
     eml_cause_protocol    = 9,
+    eml_cause_tls         = 10,
     eml_cause_32_bits     = -0x7fffffff - 1 /* so that every 32-bit value may be passed */
 } eml_cause;
 
@@ -121,6 +124,8 @@ typedef enum eml_cause {
  *                          IN-USE, LOGIN-DELAY or SYS/TEMP
  *   eml_cause_refused      refused for good: an SMTP reply 5yz; any other POP3 reply -ERR
  *   eml_cause_protocol     the server answered what it must not, or what is no reply
+ *   eml_cause_tls          TLS was asked for and cannot be had: the server's certificate is not
+ *                          trusted, the server offers no TLS, the plug-in is missing
  *
  * At the step "quit" the server HAS TAKEN THE MAIL, whatever the cause: do not send it again. With
  * eml_cause_memory, and with eml_cause_lost at the step "text", it may have taken it.
@@ -216,6 +221,29 @@ ZELIEML_API eml_send_e test_pop_auth_sized(void *server, char *reply, int reply_
                                            int reason_size);
 ZELIEML_API eml_send_e test_smtp_auth_sized(void *server, const char *pop_before_smtp, char *reply,
                                             int reply_size, char *reason, int reason_size);
+
+/* -------------------------------------------------- TLS for server records */
+
+/*
+ * server_info_set_tls - have login tests and receiving use TLS
+ *
+ * server             the record
+ * smtp_tls, pop_tls  for each of its servers "tls" for TLS from the first byte, which is
+ *                    recommended and has a port of its own (465, 995); "starttls" for TLS after
+ *                    STARTTLS or STLS, on the usual port; "no" or null for none. With anything else
+ *                    there is no connection.
+ * ca_file            the full path of a file with certificates of authorities in PEM, to trust
+ *                    instead of those that the system trusts; may be null
+ *
+ * THE STRINGS ARE COPIED, unlike those of server_info_set_smtp. The server's certificate must be
+ * valid and for the host of the record. Without TLS nothing is said but EHLO and STARTTLS, or CAPA
+ * and STLS. See docs/TLS.md; for mails there are the settings smtp_tls, pop_tls and tls_ca_file.
+ *
+ * Returns 0. Returns -1 for a null record, and when there is no memory: the record then gets no
+ * connection until the next call.
+ */
+ZELIEML_API int server_info_set_tls(void *server, const char *smtp_tls, const char *pop_tls,
+                                    const char *ca_file);
 
 /* ---------------------------------------------------- more of received mails */
 
@@ -330,10 +358,10 @@ typedef struct eml_probe_step {
  *
  * - "settings": everything that a mail needs is there. It comes first, whereas a mail notices only
  *   after the greeting that the account is missing, and may fail before.
- * - with POP before SMTP "pop look-up", "pop connect", "pop greeting", "pop login", "pop quit",
- *   "pop wait"
- * - "look-up", "connect", "greeting", then "helo", or "ehlo" and "login" when the settings ask for
- *   a login
+ * - with POP before SMTP "pop look-up", "pop connect", "pop tls" when the settings ask for TLS,
+ *   "pop greeting", "pop login", "pop quit", "pop wait"
+ * - "look-up", "connect", "tls" when the settings ask for TLS, "greeting", then "helo", or "ehlo"
+ *   and "login" when the settings ask for a login
  * - "sender", "recipient" and "reset" when there is a recipient
  * - "offer" when the settings ask for no login: EHLO, only to see what the server offers
  * - "quit", which ends when the server has closed the connection

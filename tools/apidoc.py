@@ -39,6 +39,7 @@ HEADERS = {
         "versions": "versions",
         "reasons": "reasons",
         "login tests with reasons": "logins",
+        "TLS for server records": "tls",
         "more of received mails": "received",
         "the probe": "probe",
         "the preview": "preview",
@@ -368,7 +369,7 @@ class Markdown:
 
     def page(self, header, part):
         self.here = []
-        blocks = [self.begin(f"include/{header.name}", part.title.capitalize()),
+        blocks = [self.begin(f"include/{header.name}", heading(part.title)),
                   self.rules(header)]
         if part.introduction:
             blocks.append(self.paragraphs(part.introduction))
@@ -387,7 +388,7 @@ class Markdown:
         return "\n".join(blocks + self.targets())
 
     def tables(self, header, level):
-        return [f"{level} [{part.title.capitalize()}]({part.page}.md)\n\n| | |\n|---|---|\n" +
+        return [f"{level} [{heading(part.title)}]({part.page}.md)\n\n| | |\n|---|---|\n" +
                 "".join(map(self.row, part.entries)) for part in header.parts]
 
     def row(self, entry):
@@ -403,8 +404,12 @@ class Markdown:
         return files
 
 
+def heading(text):
+    return text[0].upper() + text[1:]
+
+
 def sentence(text):
-    return text[0].upper() + text[1:] + "."
+    return heading(text) + "."
 
 
 # ------------------------------------------------------------------ manual pages

@@ -74,6 +74,7 @@ class Cause(_Number):
     REFUSED_NOW = 7
     REFUSED = 8
     PROTOCOL = 9
+    TLS = 10
 
 
 class Severity(_Number):

@@ -40,6 +40,22 @@ int greet(_s_smtp* session, _s_mailserver const& server)
     return send_ok;
 }
 
+// All but the mode, which is returned.
+tls_mode take_tls(tls_choice& choice, char const* name, char const* text, char const* ca_file)
+{
+    tls_mode mode  = text != nullptr ? tls_mode_of(text) : tls_mode::none;
+    choice.ca_file = ca_file != nullptr ? ca_file : "";
+    if (mode == tls_mode::unclear) {
+        std::string fault = name;
+        fault += " of the server record must be no, starttls or tls";
+        choice.fault.swap(fault);
+    } else if (mode != tls_mode::none && ca_file != nullptr && *ca_file != '/') {
+        choice.fault = "ca_file of the server record must be a full path";
+        mode         = tls_mode::unclear;
+    }
+    return mode;
+}
+
 // A caller's buffer for a string of which as much is written as fits.
 struct cut_buffer {
     char* buf;
@@ -126,6 +142,22 @@ int set_smtp(void* server, char const* host, char const* user, char const* passw
     return 0;
 }
 
+int set_tls(void* server, char const* smtp_tls, char const* pop_tls, char const* ca_file)
+{
+    if (server == nullptr) {
+        return -1;
+    }
+    auto& record         = *static_cast<_s_mailserver*>(server);
+    record.smtp_tls.mode = tls_mode::unclear;  // as long as the rest may throw
+    record.pop_tls.mode  = tls_mode::unclear;
+    record.smtp_tls.fault.clear();
+    record.pop_tls.fault.clear();
+    tls_mode const smtp  = take_tls(record.smtp_tls, "smtp_tls", smtp_tls, ca_file);
+    record.pop_tls.mode  = take_tls(record.pop_tls, "pop_tls", pop_tls, ca_file);
+    record.smtp_tls.mode = smtp;
+    return 0;
+}
+
 int pop_access(_s_mailserver const* server, bool use_wait, std::string& reply)
 {
     if (server == nullptr || server->pop_auth_type == nullptr) {
@@ -138,7 +170,8 @@ int pop_access(_s_mailserver const* server, bool use_wait, std::string& reply)
     // docs/ODDITIES.md.
     bool const apop = std::strcmp(server->pop_auth_type, "pop") != 0;
     return pop_before_smtp(server->pop_host, server->pop_port, server->pop_user,
-                           server->pop_password, apop, use_wait ? server->pop_wait : 0, reply);
+                           server->pop_password, apop, use_wait ? server->pop_wait : 0, reply,
+                           &server->pop_tls);
 }
 
 int access_receive(_s_mailserver const* server, std::string& reply)
@@ -162,8 +195,9 @@ int access_send(_s_mailserver* server, char const* pop_before_smtp, std::string&
         }
     }
 
-    return smtp_converse(server->smtp_host, server->smtp_port, reply,
-                         [&](_s_smtp* session) { return greet(session, *server); });
+    return smtp_converse(
+        server->smtp_host, server->smtp_port, reply,
+        [&](_s_smtp* session) { return greet(session, *server); }, &server->smtp_tls);
 }
 
 eml_send_e test_pop_auth(void* server, char* message)

@@ -1,9 +1,9 @@
 // libaccess.h - server records, and test logins to the servers they name
 //
-// A server record holds what is needed to reach an SMTP and a POP3 server. It stores the caller's
-// pointers, not copies: every string must stay valid and unchanged until the last test login or
-// receiving with the record is over. Code outside this unit and libreceive holds it as a void*
-// handle.
+// A server record holds what is needed to reach an SMTP and a POP3 server. But for TLS it stores
+// the caller's pointers, not copies: every string must stay valid and unchanged until the last test
+// login or receiving with the record is over. Code outside this unit and libreceive holds it as a
+// void* handle.
 //
 // Threads: any, but only one at a time for one record.
 
@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <string>
 
+#include "libsendw/tunnel.h"
 #include "zelieml.h"
 
 namespace zelieml
@@ -31,6 +32,8 @@ struct _s_mailserver {
     char const*  pop_user        = nullptr;
     char const*  pop_password    = nullptr;  // clear text
     char const*  pop_auth_type   = nullptr;  // "pop", "apop"; see pop_access and is_apop
+    tls_choice   smtp_tls        = {};
+    tls_choice   pop_tls         = {};
 };
 
 // server_create - make a server record
@@ -65,6 +68,18 @@ int set_pop(void* server, char const* host, char const* user, char const* passwo
 // Returns 0, or -1 for a null record. A null string makes the test logins fail, not this call.
 int set_smtp(void* server, char const* host, char const* user, char const* password,
              char const* auth, int port);
+
+// set_tls - store the TLS that a record asks for
+//
+// server             the record
+// smtp_tls, pop_tls  "starttls" or "tls", copied; "no" or null for none. With anything else there
+//                    is no connection.
+// ca_file            the full path of a file in PEM, copied; null for the authorities that the
+//                    system trusts
+//
+// Returns 0, or -1 for a null record. Lack of memory is thrown as std::bad_alloc: there is no
+// connection then until the next call.
+int set_tls(void* server, char const* smtp_tls, char const* pop_tls, char const* ca_file);
 
 // pop_access - log in to the POP3 server of a record and quit
 //

@@ -31,7 +31,9 @@ enum class value_kind : char {
     passwd_raw,
     passwd,
     smtp_mechanism,
-    pop_mechanism
+    pop_mechanism,
+    tls,
+    path
 };
 
 enum class needed : char {
@@ -50,9 +52,13 @@ struct known_key {
 };
 
 enum {
+    smtp_port       = 1,
     smtp_auth       = 2,
     pop_before_smtp = 6,
-    passwd_raw      = 13
+    pop_port        = 8,
+    passwd_raw      = 13,
+    smtp_tls        = 15,
+    pop_tls         = 16
 };
 
 constexpr known_key known_keys[] = {
@@ -71,6 +77,9 @@ constexpr known_key known_keys[] = {
     {"pop_wait_time", value_kind::milliseconds, needed::never},
     {"passwd_raw", value_kind::passwd_raw, needed::never},
     {"subject_use_encoding", value_kind::yes, needed::never},
+    {"smtp_tls", value_kind::tls, needed::never},
+    {"pop_tls", value_kind::tls, needed::never},
+    {"tls_ca_file", value_kind::path, needed::never},
 };
 constexpr std::size_t keys = sizeof known_keys / sizeof *known_keys;
 
@@ -81,7 +90,14 @@ struct known_setting {
     bool told                  = false;  // that the line is not what the key should be read from
     bool read                  = false;  // whether there is a value
     char value[line_limit + 1] = {};
+    char text[line_limit + 1]  = {};  // of the line
 };
+
+// Keys of which no other line may say anything: a send that misunderstood them would go in clear.
+bool is_strict(std::size_t key)
+{
+    return known_keys[key].kind == value_kind::tls || known_keys[key].kind == value_kind::path;
+}
 
 // A part of a line.
 struct part {
@@ -219,6 +235,9 @@ public:
                 "it is longer than 1023 bytes, and hides all lines from here on: shorten it");
         }
         check_set();
+        check_port(smtp_port, smtp_tls, "465", "25", "587");
+        check_port(pop_port, pop_tls, "995", "110", "110");
+        check_login_in_clear();
         check_passwords(file.get());
         return found_.worst();
     }
@@ -264,16 +283,33 @@ private:
     // Returns whether the key is read from the line.
     bool take(std::size_t key, char const* line, bool own)
     {
-        known_setting& setting = settings_[key];
+        known_setting& setting    = settings_[key];
+        bool const     is_foreign = is_strict(key) && !is_own_line_of(line, known_keys[key].name);
+        if (is_foreign) {
+            found_.at(number_, known_keys[key].name);
+            found_.add(eml_severity_error,
+                       "nothing is sent while a line contains this key and does not begin with it "
+                       "and \"=\": change that");
+        }
         if (setting.line == 0) {
             unsigned int length = sizeof setting.value;
             setting.line        = number_;
             setting.own         = own;
             setting.read        = get_val(line, setting.value, &length) == 0;
-            setting.told        = !setting.read;
+            setting.told        = !setting.read || is_foreign;
+            std::memcpy(setting.text, line, std::strlen(line) + 1);
             return true;
         }
-        if (own) {
+        if (is_foreign) {
+            return false;
+        }
+        if (is_strict(key) && std::strcmp(setting.text, line) != 0) {
+            found_.at(number_, known_keys[key].name);
+            found_.add(eml_severity_error,
+                       "nothing is sent while line % contains this key and differs: remove one of "
+                       "the two",
+                       static_cast<std::size_t>(setting.line));
+        } else if (own) {
             found_.at(number_, known_keys[key].name);
             found_.add(setting.own ? eml_severity_warning : eml_severity_error,
                        setting.own
@@ -353,6 +389,17 @@ private:
                 wrong = "it does not count as apop: write apop and nothing else";
             }
             break;
+        case value_kind::tls:
+            if (std::strcmp(value, "no") != 0 && std::strcmp(value, "starttls") != 0 &&
+                std::strcmp(value, "tls") != 0) {
+                wrong = "nothing is sent with it: write no, starttls or tls";
+            }
+            break;
+        case value_kind::path:
+            if (*value != '/') {
+                wrong = "it is no full path: write one that begins with \"/\"";
+            }
+            break;
         }
         if (wrong != nullptr) {
             found_.add(severity, wrong);
@@ -383,6 +430,40 @@ private:
                 found_.add(eml_severity_error, "it is missing or empty, and % needs it: set it",
                            reason);
             }
+        }
+    }
+
+    bool has_value(std::size_t key, char const* value) const
+    {
+        return std::strcmp(settings_[key].value, value) == 0;
+    }
+
+    // What the ports of mail servers are for (RFC 8314).
+    void check_port(std::size_t port, std::size_t tls, char const* from_first_byte,
+                    char const* in_clear, char const* also_in_clear)
+    {
+        bool const is_tls = has_value(tls, "tls");
+        found_.at(settings_[port].line, known_keys[port].name);
+        if (!is_tls && has_value(port, from_first_byte)) {
+            found_.add(eml_severity_warning,
+                       "servers expect TLS from the first byte on this port: set % = tls",
+                       known_keys[tls].name);
+        } else if (is_tls && (has_value(port, in_clear) || has_value(port, also_in_clear))) {
+            found_.add(eml_severity_warning,
+                       "servers begin without TLS on this port: take another one, or set % = "
+                       "starttls",
+                       known_keys[tls].name);
+        }
+    }
+
+    void check_login_in_clear()
+    {
+        bool const inside = has_value(smtp_tls, "tls") || has_value(smtp_tls, "starttls");
+        if (inside && is_yes(pop_before_smtp) && settings_[pop_tls].line == 0) {
+            found_.at(settings_[pop_before_smtp].line, known_keys[pop_before_smtp].name);
+            found_.add(eml_severity_warning,
+                       "the login to the POP3 server goes without TLS: set pop_tls = tls or "
+                       "starttls");
         }
     }
 

@@ -34,15 +34,17 @@ bool line_reader::fill()
     end_ -= begin_;
     begin_ = 0;
 
-    ssize_t count = 0;
+    std::size_t const room  = sizeof buffer_ - end_;
+    ssize_t           count = 0;
     do {
-        count = ::read(fd_, buffer_ + end_, sizeof buffer_ - end_);
+        count = ::read(fd_, buffer_ + end_, room);
     } while (count < 0 && errno == EINTR);
     if (count < 0) {
         error_ = errno;
         return false;
     }
-    at_end_ = count == 0;
+    left_ -= count;
+    at_end_ = count == 0 || (left_ == 0 && static_cast<std::size_t>(count) < room);
     end_ += static_cast<std::size_t>(count);
     return true;
 }
@@ -56,6 +58,13 @@ bool is_comment(char const* line)
 bool is_line_of(char const* line, char const* key)
 {
     return !is_comment(line) && std::strstr(line, key) != nullptr;
+}
+
+bool is_own_line_of(char const* line, char const* key)
+{
+    std::size_t const size = std::strlen(key);
+    return std::strncmp(line, key, size) == 0 &&
+           line[size + std::strspn(line + size, " \t")] == '=';
 }
 
 int get_val(char const* line, char* val, unsigned int* len)
@@ -451,7 +460,8 @@ conf_settings::conf_settings(char const* path, std::initializer_list<char const*
 {
     no_cancellation const shielded;
     unique_fd const       file = open_settings(path);
-    if (!file) {
+    struct stat           info = {};
+    if (!file || ::fstat(file.get(), &info) != 0) {
         error_ = errno;
         return;
     }
@@ -461,43 +471,60 @@ conf_settings::conf_settings(char const* path, std::initializer_list<char const*
         keys_.push_back({key, characters_of(key)});
     }
     lines_.reserve(usual_line * keys.size());
-    line_reader in(file.get());
-    for (std::size_t left = keys.size(); left > 0 && in.next() == line_reader::result::line;) {
-        left -= take(in.text());
+    line_reader in(file.get(), info.st_size);
+    auto        got     = line_reader::result::line;
+    bool        has_nul = false;
+    while ((got = in.next()) == line_reader::result::line) {
+        has_nul = has_nul || std::strlen(in.text()) < in.size();
+        take(in.text());
     }
-    error_ = in.error();
+    error_    = in.error();
+    searched_ = !in.is_short();
+    if (has_nul || got == line_reader::result::overlong) {
+        look_for_hidden(file.get(), info.st_size);
+    }
 }
 
-std::size_t conf_settings::take(char const* line)
+void conf_settings::take(char const* line)
 {
     if (is_comment(line)) {
-        return 0;
+        return;
     }
     std::string_view const text       = line;
     std::uint64_t const    characters = characters_of(text);
-    std::size_t            count      = 0;
+    std::size_t const      end        = lines_.size();
+    bool                   is_kept    = false;
     for (asked_key& key : keys_) {
-        if (key.line == no_line && (key.characters & ~characters) == 0 &&
-            text.find(key.name) != std::string_view::npos) {
-            key.line = lines_.size();
-            ++count;
+        if ((key.characters & ~characters) != 0 || text.find(key.name) == text.npos) {
+            continue;
+        }
+        if (key.line == no_line) {
+            key.line = end;
+            is_kept  = true;
+        } else {
+            key.elsewhere = key.elsewhere || text != line_of(key);
         }
     }
-    if (count > 0) {
+    if (is_kept) {
         lines_.append(line, text.size() + 1);
     }
-    return count;
 }
 
-char const* conf_settings::find(char const* key) const
+conf_settings::asked_key const* conf_settings::asked(char const* key) const
 {
     std::string_view const name = key;
     for (asked_key const& asked : keys_) {
         if (asked.name == name) {
-            return asked.line != no_line ? lines_.c_str() + asked.line : nullptr;
+            return &asked;
         }
     }
     return nullptr;
+}
+
+char const* conf_settings::find(char const* key) const
+{
+    asked_key const* const known = asked(key);
+    return known != nullptr && known->line != no_line ? line_of(*known) : nullptr;
 }
 
 int conf_get_string(char const* key, char* val, unsigned int* len, char const* path)

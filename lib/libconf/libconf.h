@@ -20,6 +20,7 @@
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <sys/types.h>
 #include <vector>
 
 namespace zelieml
@@ -47,21 +48,43 @@ public:
     // constructor have none.
     char const* find(char const* key) const;
 
+    // Whether a key may stand where find does not look: the file cannot be read, or was shortened
+    // meanwhile; the key is behind a NUL, or in or behind an overlong line; or a file with such
+    // lines has more than 1 MiB.
+    // Comments do not count, nor copies of the line that find has.
+    bool hides(char const* key) const;
+
+    // Whether lines that can be read disagree on a key: the one that find has does not begin with
+    // the key and "=", or another one contains the key too and is no copy of it.
+    bool is_contested(char const* key) const;
+
 private:
     static constexpr std::size_t no_line = static_cast<std::size_t>(-1);
 
     struct asked_key {
         std::string_view name;
         std::uint64_t    characters;
-        std::size_t      line = no_line;  // where it begins in lines_
+        std::size_t      line      = no_line;  // where it begins in lines_
+        bool             hidden    = false;    // see hides
+        bool             elsewhere = false;    // whether a line that is no copy contains it too
     };
 
-    // Keeps a line that contains keys without one. Returns the number of these.
-    std::size_t take(char const* line);
+    // Keeps a line that contains keys without one.
+    void take(char const* line);
+
+    char const* line_of(asked_key const& key) const { return lines_.c_str() + key.line; }
+
+    asked_key const* asked(char const* key) const;
+
+    // Notes which of the keys are where no line of theirs is.
+    void look_for_hidden(int file, off_t its_size);
+    void note_hidden(std::string_view part, bool is_whole);
 
     char const*            path_;
-    bool                   opened_ = false;
-    int                    error_  = 0;
+    bool                   opened_   = false;
+    bool                   searched_ = true;   // all that may be hidden was looked at
+    bool                   hidden_   = false;  // any key is
+    int                    error_    = 0;
     std::vector<asked_key> keys_;
     std::string            lines_;  // each with its NUL
 };

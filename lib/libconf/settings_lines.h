@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <sys/types.h>
 #include <unistd.h>
 
 #include "support/unique_fd.h"
@@ -27,8 +28,10 @@ public:
         failure
     };
 
-    // fd  read from its current position on; the caller keeps it
-    explicit line_reader(int fd) : fd_(fd) {}
+    // fd    read from its current position on; the caller keeps it
+    // size  how many bytes there should be. A read that brings fewer than it might, up to just this
+    //       many, is the last one: it saves the one that would find the end.
+    explicit line_reader(int fd, off_t size = unknown) : fd_(fd), left_(size) {}
 
     // Goes to the next line. After an overlong line or a failure, a read error, nothing more is
     // read.
@@ -63,13 +66,18 @@ public:
     char const* text() const { return text_; }
     // Its length, which includes bytes after a NUL in the line.
     std::size_t size() const { return size_; }
+    // Whether the end came before the size.
+    bool is_short() const { return at_end_ && left_ > 0; }
     // The error of the system that ended the reading, as errno; 0 if there was none.
     int error() const { return error_; }
 
 private:
+    static constexpr off_t unknown = -1;
+
     bool fill();
 
     int         fd_;
+    off_t       left_;  // of the size; never 0 if that is unknown
     int         error_  = 0;
     bool        at_end_ = false;
     std::size_t begin_  = 0;  // of the unread bytes
@@ -92,6 +100,9 @@ bool is_comment(char const* line);
 
 // is_line_of - whether a line belongs to a key: to every one that it contains anywhere
 bool is_line_of(char const* line, char const* key);
+
+// is_own_line_of - whether a line has this key and no other: the key, blanks and tabs, "="
+bool is_own_line_of(char const* line, char const* key);
 
 // get_val - the value in a line; val, len and result as for conf_get_string
 int get_val(char const* line, char* val, unsigned int* len);

@@ -30,7 +30,7 @@ char const* refused_step(int login)
 
 int start(_s_mailserver const& server, pop_greeting greeting, pop_holder& session)
 {
-    if (pop_start_session(server.pop_host, server.pop_port, session.out()) == 0 &&
+    if (pop_start_session(server.pop_host, server.pop_port, session.out(), &server.pop_tls) == 0 &&
         (greeting == pop_greeting::any || pop_check_greeting(session.get()) == 0)) {
         return 0;
     }

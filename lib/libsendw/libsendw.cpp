@@ -44,9 +44,10 @@ int _pop_before_smtp(conf_settings const& conf, std::string& result_text)
         trace_msg("error:get_smtp_userinfo");  // deliberate, see docs/ODDITIES.md
         return send_other_failure;
     }
+    tls_choice const tls = get_pop_tls(conf);
     trace_msg("pop_before_smtp user:%s passwd:%s");
     return pop_before_smtp(addr.host, text_to_int(addr.port), info.user, info.password,
-                           is_apop(conf), get_waittime(conf), result_text);
+                           is_apop(conf), get_waittime(conf), result_text, &tls);
 }
 
 int ehlo_auth(_s_smtp* session, conf_settings const& conf)
@@ -238,8 +239,10 @@ int isendw::send(message_file const& message, char const* conf_fullpath, std::st
         return send_no_server;
     }
 
-    return smtp_converse(addr.host, text_to_int(addr.port), result_text,
-                         [&](_s_smtp* session) { return converse(session, message, conf); });
+    tls_choice const tls = get_smtp_tls(conf);
+    return smtp_converse(
+        addr.host, text_to_int(addr.port), result_text,
+        [&](_s_smtp* session) { return converse(session, message, conf); }, &tls);
 }
 
 int envelope_recipients(void* msg, std::vector<std::string>& recipients)

@@ -133,9 +133,11 @@ void store_number(char const* token, int* number)
 
 }  // namespace
 
-int pop_start_session(char const* host, int port, _s_pop** out)
+int pop_start_session(char const* host, int port, _s_pop** out, tls_choice const* tls)
 {
-    return connect_session(host, port, out, pop_connecting) == 0 ? pop_read_greeting(*out) : -1;
+    return connect_session(host, port, out, pop_connecting, tls, tunnel_protocol::pop) == 0
+               ? pop_read_greeting(*out)
+               : -1;
 }
 
 int pop_read_greeting(_s_pop* session)
@@ -353,11 +355,11 @@ void remove_end_char(char* text, char end)
 }
 
 int pop_before_smtp(char const* server, int port, char const* user, char const* password, bool apop,
-                    int wait_ms, std::string& reply)
+                    int wait_ms, std::string& reply, tls_choice const* tls)
 {
     trace_msg("pop_before_smtp in");
     pop_holder session;
-    if (pop_start_session(server, port, session.out()) != 0) {
+    if (pop_start_session(server, port, session.out(), tls) != 0) {
         trace_msg("pop_start_session");
         if (session.get() != nullptr) {
             reply = session->reply;

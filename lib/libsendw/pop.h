@@ -11,7 +11,9 @@
 #ifndef ZELIEML_LIBSENDW_POP_H
 #define ZELIEML_LIBSENDW_POP_H
 
+#include <optional>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 #include "libsendw/session_holder.h"
@@ -37,12 +39,19 @@ struct _s_pop {
     int         socket    = 0;      // valid while connected
     std::string reply     = {};     // the last line read, with its line end
     bool        connected = false;  // socket is open and belongs to this session
+    pid_t       tunneled  = 0;      // the process that has made socket the end of a tunnel, or 0
     step_book   book = {"the POP3 server", {step_name::pop_greeting, nullptr, "the connection"}};
 };
 
+// It does not need this host's name.
+inline std::optional<std::string>* own_name_of(_s_pop& /*session*/)
+{
+    return nullptr;
+}
+
 // How connecting to a POP3 server is noted and traced.
 inline constexpr connect_steps pop_connecting = {step_name::pop_look_up, step_name::pop_connect,
-                                                 "IP:%s Port:%d"};
+                                                 "IP:%s Port:%d", step_name::pop_tls};
 
 // pop_start_session - connect and read the greeting
 //
@@ -50,10 +59,11 @@ inline constexpr connect_steps pop_connecting = {step_name::pop_look_up, step_na
 // port  port number
 // out   receives the session, null only when there is no memory. The caller ends it with
 //       pop_end_session, or with pop_abandon_session when the start failed.
+// tls   see tunnel_connect_host
 //
 // The greeting is kept as the last reply, where pop_apop looks for its time stamp. Its status is
 // not checked: deliberate, see docs/ODDITIES.md.
-int pop_start_session(char const* host, int port, _s_pop** out);
+int pop_start_session(char const* host, int port, _s_pop** out, tls_choice const* tls = nullptr);
 
 // pop_read_greeting - the last step of pop_start_session
 int pop_read_greeting(_s_pop* session);
@@ -136,10 +146,11 @@ int pop_free(_s_pop* session);
 // wait_ms         milliseconds to wait after a successful login, once the session has ended; a
 //                 negative number is none
 // reply           receives the server's last line
+// tls             see tunnel_connect_host
 //
 // Returns a pop_result. After a refused login no QUIT is sent: deliberate, see docs/ODDITIES.md.
 int pop_before_smtp(char const* server, int port, char const* user, char const* password, bool apop,
-                    int wait_ms, std::string& reply);
+                    int wait_ms, std::string& reply, tls_choice const* tls = nullptr);
 
 // The steps of the commands.
 

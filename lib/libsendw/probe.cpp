@@ -185,8 +185,16 @@ private:
     bool try_envelope(_s_smtp* session);
     bool look_at_offer(_s_smtp* session);
 
-    bool connects(server_addr const& server, connect_steps const& steps, int number, int& socket,
-                  bool& connected);
+    // What a session knows of its connection.
+    struct link {
+        int&                        socket;
+        bool&                       connected;
+        pid_t&                      tunneled;
+        std::optional<std::string>* own_name;
+    };
+
+    bool connects(server_addr const& server, connect_steps const& steps, int number,
+                  tls_choice const& tls, tunnel_protocol protocol, link const& of);
 
     // Begins a step of the SMTP session. A command that cannot be sent has no reply.
     void begins(char const* name, _s_smtp* session)
@@ -203,6 +211,8 @@ private:
     server_addr       server_      = {};
     userinfo          account_     = {};
     std::string       auth_type_;
+    tls_choice        pop_tls_;
+    tls_choice        tls_;
     int               wait_ms_   = 0;
     bool              pop_first_ = false;
     bool              apop_      = false;
@@ -220,9 +230,19 @@ int probing::read(conf_settings const& conf)
         }
         apop_    = is_apop(conf);
         wait_ms_ = get_waittime(conf);
+        pop_tls_ = get_pop_tls(conf);
+        if (pop_tls_.mode == tls_mode::unclear) {
+            tunnel_note_unclear(pop_tls_);
+            return pop_start_failed;
+        }
     }
     if (get_smtp_server_addr(server_, conf) != 0) {
         return send_no_server;
+    }
+    tls_ = get_smtp_tls(conf);
+    if (tls_.mode == tls_mode::unclear) {
+        tunnel_note_unclear(tls_);
+        return send_not_connected;
     }
     logs_in_ = is_auth(conf);
     if (logs_in_) {
@@ -234,9 +254,9 @@ int probing::read(conf_settings const& conf)
     return send_ok;
 }
 
-// The first two steps to a server.
+// The steps to a server before its greeting.
 bool probing::connects(server_addr const& server, connect_steps const& steps, int number,
-                       int& socket, bool& connected)
+                       tls_choice const& tls, tunnel_protocol protocol, link const& of)
 {
     int const port = text_to_int(server.port);
     report_.talks_to(server, port);
@@ -246,8 +266,16 @@ bool probing::connects(server_addr const& server, connect_steps const& steps, in
         return false;
     }
     report_.begins(steps.connect);
-    int const status = sock_connect_found(server.host, address, port, socket, steps);
-    connected        = status == 0;
+    int status   = sock_connect_found(server.host, address, port, of.socket, steps);
+    of.connected = status == 0;
+    if (!report_.ends(status, number) || tls.mode == tls_mode::none) {
+        return status == 0 && !report_.in_child();
+    }
+    report_.begins(steps.tls);
+    of.connected = false;  // the socket is handed over
+    status       = tunnel_start_tls(of.socket, server.host, tls, protocol, steps, of.own_name);
+    of.connected = status == 0;
+    of.tunneled  = status == 0 ? ::getpid() : 0;
     return report_.ends(status, number);
 }
 
@@ -268,8 +296,8 @@ bool probing::pop_session()
 {
     pop_holder    held(new _s_pop());
     _s_pop* const session = held.get();
-    if (!connects(pop_server_, pop_connecting, pop_start_failed, session->socket,
-                  session->connected)) {
+    if (!connects(pop_server_, pop_connecting, pop_start_failed, pop_tls_, tunnel_protocol::pop,
+                  {session->socket, session->connected, session->tunneled, nullptr})) {
         return false;
     }
     report_.listens_to(*session);
@@ -296,8 +324,9 @@ bool probing::smtp_session()
 {
     smtp_holder    held(new _s_smtp());
     _s_smtp* const session = held.get();
-    if (!connects(server_, smtp_connecting, send_not_connected, session->socket,
-                  session->connected)) {
+    if (!connects(
+            server_, smtp_connecting, send_not_connected, tls_, tunnel_protocol::smtp,
+            {session->socket, session->connected, session->tunneled, own_name_of(*session)})) {
         return false;
     }
     report_.listens_to(*session);

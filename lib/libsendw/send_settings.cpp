@@ -27,11 +27,16 @@ struct passwd_deleter {
 };
 using passwd_buffer = std::unique_ptr<unsigned char, passwd_deleter>;
 
+constexpr char key_smtp_tls[]    = "smtp_tls";
+constexpr char key_pop_tls[]     = "pop_tls";
+constexpr char key_tls_ca_file[] = "tls_ca_file";
+
 // All that the driver asks for.
 constexpr std::initializer_list<char const*> setting_keys = {
-    "pop_before_smtp", "pop_server",    "pop_port",    "pop_account", "pop_passwd",
-    "pop_auth_type",   "pop_wait_time", "smtp_server", "smtp_port",   "smtp_auth",
-    "smtp_auth_type",  "smtp_account",  "smtp_passwd", "passwd_raw",  key_subject_use_encoding,
+    "pop_before_smtp", "pop_server",    "pop_port",      "pop_account", "pop_passwd",
+    "pop_auth_type",   "pop_wait_time", "smtp_server",   "smtp_port",   "smtp_auth",
+    "smtp_auth_type",  "smtp_account",  "smtp_passwd",   "passwd_raw",  key_subject_use_encoding,
+    key_smtp_tls,      key_pop_tls,     key_tls_ca_file,
 };
 
 bool read_setting(char const* key, setting& value, conf_settings const& conf,
@@ -89,6 +94,63 @@ bool passwords_are_raw(conf_settings const& conf)
            std::strcmp(value, "no") != 0;
 }
 
+bool may_be_there(char const* key, conf_settings const& conf)
+{
+    return conf.find(key) != nullptr || conf.hides(key);
+}
+
+// Reads a setting that is there, or may be. Unlike other settings it must have a line of its own
+// that says all there is to say of it, and end as a line must: without a CR its last character
+// would be missing. Returns what is wrong, or null.
+char const* read_strictly(char const* key, setting& value, conf_settings const& conf)
+{
+    if (conf.is_contested(key)) {
+        return "must stand in one line only, which begins with it and \"=\"";
+    }
+    char const* const line    = conf.find(key);
+    bool const        has_end = line != nullptr && line[std::strlen(line) - 1] == '\r';
+    return has_end && !conf.hides(key) && read_setting(key, value, conf)
+               ? nullptr
+               : "cannot be read: its line must end in CR LF, and stand above any line of more "
+                 "than 1023 bytes";
+}
+
+void make_unclear(tls_choice& choice, char const* key, char const* what, conf_settings const& conf)
+{
+    choice.mode = tls_mode::unclear;
+    choice.fault += key;
+    choice.fault += " in ";
+    choice.fault += conf.has_path() ? conf.path() : "the settings";
+    choice.fault += ' ';
+    choice.fault += what;
+}
+
+tls_choice get_tls(char const* key, conf_settings const& conf)
+{
+    tls_choice choice;
+    if (!may_be_there(key, conf)) {
+        return choice;
+    }
+    setting     value;
+    char const* wrong = read_strictly(key, value, conf);
+    if (wrong == nullptr) {
+        choice.mode = tls_mode_of(value);
+        wrong       = choice.mode == tls_mode::unclear ? "must be no, starttls or tls" : nullptr;
+    }
+    if (wrong == nullptr && choice.mode != tls_mode::none && may_be_there(key_tls_ca_file, conf)) {
+        key   = key_tls_ca_file;
+        wrong = read_strictly(key, value, conf);
+        if (wrong == nullptr) {
+            choice.ca_file = value;
+            wrong          = *value != '/' ? "must be a full path" : nullptr;
+        }
+    }
+    if (wrong != nullptr) {
+        make_unclear(choice, key, wrong, conf);
+    }
+    return choice;
+}
+
 int get_userinfo(char const* account_key, char const* passwd_key, userinfo& info,
                  conf_settings const& conf)
 {
@@ -132,6 +194,16 @@ bool is_apop(conf_settings const& conf)
 bool is_auth(conf_settings const& conf)
 {
     return setting_is("smtp_auth", "yes", conf);
+}
+
+tls_choice get_smtp_tls(conf_settings const& conf)
+{
+    return get_tls(key_smtp_tls, conf);
+}
+
+tls_choice get_pop_tls(conf_settings const& conf)
+{
+    return get_tls(key_pop_tls, conf);
 }
 
 int get_waittime(conf_settings const& conf)

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "libconfw/libconfw.h"
+#include "libsendw/tunnel.h"
 
 namespace zelieml
 {
@@ -34,6 +35,13 @@ conf_settings read_send_settings(char const* path);
 bool is_pop_before_smtp(conf_settings const& conf);
 bool is_apop(conf_settings const& conf);
 bool is_auth(conf_settings const& conf);
+
+// get_smtp_tls, get_pop_tls - the TLS that is asked for
+//
+// Unclear when the key may be in the file but has none of its values, or cannot be read: a mail
+// that is to be sent with TLS never goes without because of a mistake in the file.
+tls_choice get_smtp_tls(conf_settings const& conf);
+tls_choice get_pop_tls(conf_settings const& conf);
 
 // get_waittime - milliseconds to wait after the login to the POP3 server
 int get_waittime(conf_settings const& conf);

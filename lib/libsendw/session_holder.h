@@ -4,9 +4,12 @@
 #define ZELIEML_LIBSENDW_SESSION_HOLDER_H
 
 #include <new>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include "liblog/trace.h"
 #include "libsendw/sock.h"
+#include "libsendw/tunnel.h"
 #include "support/attempt_note.h"
 #include "support/no_cancellation.h"
 
@@ -16,11 +19,13 @@ namespace zelieml
 // connect_session - make a session and connect it, for smtp_start_session and pop_start_session
 //
 // host, port, steps  see sock_connect_host
+// tls, protocol      see tunnel_connect_host
 // out                receives the session, null only when there is no memory; see the callers
 //
 // Returns 0 or -1.
 template <class Session>
-int connect_session(char const* host, int port, Session** out, connect_steps const& steps)
+int connect_session(char const* host, int port, Session** out, connect_steps const& steps,
+                    tls_choice const* tls, tunnel_protocol protocol)
 {
     auto* const session = new (std::nothrow) Session();
     *out                = session;
@@ -28,10 +33,12 @@ int connect_session(char const* host, int port, Session** out, connect_steps con
         note_no_memory(steps.connect);
         return -1;
     }
-    if (sock_connect_host(host, port, session->socket, steps) != 0) {
+    if (tunnel_connect_host(host, port, tls, protocol, session->socket, steps,
+                            own_name_of(*session)) != 0) {
         return -1;
     }
     session->connected = true;
+    session->tunneled  = tls != nullptr && tls->mode != tls_mode::none ? ::getpid() : 0;
     return 0;
 }
 
@@ -40,6 +47,11 @@ template <class Session>
 void abandon_session(Session* session)
 {
     if (session != nullptr && session->connected) {
+        // A forked child may have a copy of the tunnel, which would not end then; and the child
+        // itself must not end it.
+        if (session->tunneled != 0 && session->tunneled == ::getpid()) {
+            ::shutdown(session->socket, SHUT_RDWR);
+        }
         close_descriptor(session->socket);
     }
     delete session;

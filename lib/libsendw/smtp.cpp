@@ -221,9 +221,9 @@ int cram_md5_response(step_book const& book, std::string const& reply, char cons
 
 }  // namespace
 
-int smtp_start_session(char const* host, int port, _s_smtp** out)
+int smtp_start_session(char const* host, int port, _s_smtp** out, tls_choice const* tls)
 {
-    if (connect_session(host, port, out, smtp_connecting) != 0) {
+    if (connect_session(host, port, out, smtp_connecting, tls, tunnel_protocol::smtp) != 0) {
         return -1;
     }
     return smtp_read_greeting(*out);

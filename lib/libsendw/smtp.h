@@ -19,6 +19,7 @@
 
 #include <optional>
 #include <string>
+#include <sys/types.h>
 #include <vector>
 
 #include "libsendw/session_holder.h"
@@ -31,14 +32,21 @@ struct _s_smtp {
     int         socket    = 0;      // valid while connected
     std::string reply     = {};     // the last reply, all its lines with their CR LF
     bool        connected = false;  // socket is open and belongs to this session
+    pid_t       tunneled  = 0;      // the process that has made socket the end of a tunnel, or 0
     // This host's name, once it was looked up: it may be an empty one.
     std::optional<std::string> own_name = {};
     step_book                  book     = {"the server"};
 };
 
+// Where a session keeps this host's name.
+inline std::optional<std::string>* own_name_of(_s_smtp& session)
+{
+    return &session.own_name;
+}
+
 // How connecting to an SMTP server is noted and traced.
 inline constexpr connect_steps smtp_connecting = {step_name::look_up, step_name::connect,
-                                                  "connect IP:%s Port:%d"};
+                                                  "connect IP:%s Port:%d", step_name::tls};
 
 // smtp_start_session - connect and read the greeting
 //
@@ -46,9 +54,10 @@ inline constexpr connect_steps smtp_connecting = {step_name::look_up, step_name:
 // port  port number
 // out   receives the session, null only when there is no memory. The caller ends it with
 //       smtp_end_session, or with smtp_abandon_session when the start failed.
+// tls   see tunnel_connect_host
 //
 // Succeeds when the last line of the greeting contains "220".
-int smtp_start_session(char const* host, int port, _s_smtp** out);
+int smtp_start_session(char const* host, int port, _s_smtp** out, tls_choice const* tls = nullptr);
 
 // smtp_read_greeting - the last step of smtp_start_session
 int smtp_read_greeting(_s_smtp* session);

@@ -18,14 +18,16 @@ namespace zelieml
 // host, port    of the server; a null host counts as not found
 // reply         receives the server's last reply; unchanged when the session could not be started
 // conversation  called with the session once it has started; returns a send_result
+// tls           see tunnel_connect_host
 //
 // Returns what conversation returned, or send_not_connected or send_not_ended. Leaves no connection
 // open, also when conversation throws.
 template <class Conversation>
-int smtp_converse(char const* host, int port, std::string& reply, Conversation&& conversation)
+int smtp_converse(char const* host, int port, std::string& reply, Conversation&& conversation,
+                  tls_choice const* tls = nullptr)
 {
     smtp_holder session;
-    if (smtp_start_session(host, port, session.out()) != 0) {
+    if (smtp_start_session(host, port, session.out(), tls) != 0) {
         trace_msg("error:smtp_start_sesion");  // deliberate, see docs/ODDITIES.md
         return send_not_connected;
     }

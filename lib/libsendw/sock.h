@@ -47,9 +47,10 @@ int sock_connect(unsigned long addr, unsigned short port);
 
 // What connecting to a server of one kind is called.
 struct connect_steps {
-    char const* look_up;  // of step_names.h
-    char const* connect;  // likewise
-    char const* trace;    // given between the two
+    char const* look_up;   // of step_names.h
+    char const* connect;   // likewise
+    char const* trace;     // given between the two
+    char const* tls = "";  // of step_names.h, for tunnel.h
 };
 
 // sock_connect_host - look a server up and connect

@@ -9,8 +9,11 @@
 #include <cstddef>
 #include <cstdint>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sys/types.h>
 #include <sys/uio.h>
+
+#include "support/unique_fd.h"
 
 namespace zelieml::platform
 {
@@ -54,6 +57,25 @@ ssize_t receive_bytes(int fd, void* data, std::size_t size);
 //
 // pieces, count  not empty all together, and of at most INT_MAX bytes; unchanged
 ssize_t send_pieces(int fd, iovec* pieces, int count);
+
+// open_local_pair - two stream sockets of this process that are connected to each other
+//
+// Like those of open_stream_socket: never 0, 1 or 2, closed on exec, no SIGPIPE. They block.
+//
+// Returns 0, or -1 with errno.
+int open_local_pair(unique_fd& one, unique_fd& other);
+
+// poll_pair - poll for a socket of open_local_pair, and others
+//
+// entries  that socket's first. It has POLLHUP when the other end is closed, and not yet when that
+//          only sends no more; soon also where no event is asked for it.
+//
+// Otherwise as poll.
+int poll_pair(pollfd* entries, nfds_t count, int ms);
+
+// acknowledge_at_once - have the system confirm what a TCP socket has received without delay, for
+// now; nothing where the system decides alone
+void acknowledge_at_once(int fd);
 
 }  // namespace zelieml::platform
 

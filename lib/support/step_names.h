@@ -14,6 +14,7 @@ inline constexpr char settings[] = "settings";  // read, or those of a server re
 // The conversation with a POP3 server.
 inline constexpr char pop_look_up[]  = "pop look-up";
 inline constexpr char pop_connect[]  = "pop connect";
+inline constexpr char pop_tls[]      = "pop tls";  // where it is asked for
 inline constexpr char pop_greeting[] = "pop greeting";
 inline constexpr char pop_login[]    = "pop login";
 inline constexpr char pop_quit[]     = "pop quit";
@@ -26,6 +27,7 @@ inline constexpr char dele[] = "dele";
 // The conversation with an SMTP server.
 inline constexpr char look_up[]   = "look-up";
 inline constexpr char connect[]   = "connect";
+inline constexpr char tls[]       = "tls";  // where it is asked for
 inline constexpr char greeting[]  = "greeting";
 inline constexpr char helo[]      = "helo";
 inline constexpr char ehlo[]      = "ehlo";

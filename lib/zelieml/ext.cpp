@@ -77,6 +77,12 @@ eml_send_e test_smtp_auth_sized(void* server, char const* pop_before_smtp, char*
     });
 }
 
+int server_info_set_tls(void* server, char const* smtp_tls, char const* pop_tls,
+                        char const* ca_file)
+{
+    return exported_call(-1, [&] { return set_tls(server, smtp_tls, pop_tls, ca_file); });
+}
+
 int eml_receive_mails_sized(void* server, void* list, char const* domains, char* reply,
                             int reply_size, char* reason, int reason_size)
 {

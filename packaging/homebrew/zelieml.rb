@@ -11,8 +11,12 @@ class Zelieml < Formula
   depends_on "python@3.13" => :build
   depends_on "nettle"
 
+  on_linux do
+    depends_on "gnutls"
+  end
+
   def install
-    args = ["-DZELIEML_TESTS=OFF"]
+    args = ["-DZELIEML_TESTS=OFF", "-DZELIEML_TLS=ON"]
     # For this machine only: a package has one processor's code.
     args << "-DCMAKE_OSX_ARCHITECTURES=#{Hardware::CPU.arch}" if OS.mac?
     system "cmake", "-S", ".", "-B", "build", *args, *std_cmake_args

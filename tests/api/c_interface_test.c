@@ -454,6 +454,10 @@ static void test_smtp_server(void)
     CHECK(test_smtp_auth(NULL, "off", text) == eml_send_error_other);
     CHECK(test_smtp_auth(server, NULL, text) == eml_send_error_other);
     CHECK_STRING(text, "");
+    CHECK(server_info_set_tls(NULL, "tls", NULL, NULL) == -1);
+    CHECK(server_info_set_tls(server, "Yes", "no", NULL) == 0);
+    CHECK(test_smtp_auth(server, "off", text) == eml_send_error_connection);
+    CHECK(server_info_set_tls(server, NULL, NULL, NULL) == 0);
     CHECK(test_smtp_auth(server, "off", text) == eml_send_ok);
     CHECK_STRING(text, "221 bye\r\n");
     CHECK(waitpid(smtp, NULL, 0) == smtp);

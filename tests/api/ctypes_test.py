@@ -20,7 +20,7 @@ SUBJECT = "用紙切れ in tray 2"
 PROBE_FAILED = 1
 CAUSE_NONE, CAUSE_SETTINGS, CAUSE_REFUSED = 0, 4, 8
 SEVERITY_ERROR = 3
-SEND_OK, SEND_ERROR_AUTH = 0, 3
+SEND_OK, SEND_ERROR_CONNECTION, SEND_ERROR_AUTH = 0, 2, 3
 
 
 class Step(ctypes.Structure):
@@ -56,6 +56,7 @@ ARGUMENTS = {
     "eml_cb_get_reason": GET_TEXT,
     "eml_cb_get_cause": [c_void_p, POINTER(c_int)],
     "eml_cb_get_step": GET_TEXT,
+    "server_info_set_tls": [c_void_p, c_char_p, c_char_p, c_char_p],
     "test_pop_auth_sized": [c_void_p, *BUFFERS],
     "test_smtp_auth_sized": [c_void_p, c_char_p, *BUFFERS],
     "eml_receive_mails_sized": [c_void_p, c_void_p, c_char_p, *BUFFERS],
@@ -223,6 +224,12 @@ def test_logins(lib, server):
 
     logins(b"password", SEND_OK, (b"+OK", b"221"), False)
     logins(b"wrong", SEND_ERROR_AUTH, (b"-ER", b"535"), True)
+
+    # Nobody is asked without TLS.
+    expect(lib.server_info_set_tls(server.record, b"yes", None, None), 0)
+    expect(lib.test_smtp_auth_sized(server.record, b"off", *buffers), SEND_ERROR_CONNECTION)
+    expect(reason.value[:14], b"TLS: smtp_tls ")
+    expect(lib.server_info_set_tls(server.record, None, b"no", None), 0)
 
 
 def receive(lib, server):

@@ -400,6 +400,25 @@ TEST_P(NoMemory, ForServerRecordsAndLists)
     EXPECT_GT(until_it_succeeds([&] { return (result = eml_receive_msg_create(&list)) == 0; },
                                 [&] { EXPECT_EQ(result, -1); }),
               0);
+    // Until it succeeds there is no connection, and so no login in clear. What was wrong before is
+    // not what is wrong now.
+    EXPECT_EQ(server_info_set_tls(server, "Yes", "Yes", nullptr), 0);
+    std::string const ca_file =
+        "/a/path/that/is/longer/than/a/string/without/memory/of/its/own.pem";
+    EXPECT_GT(until_it_succeeds(
+                  [&] {
+                      return (result =
+                                  server_info_set_tls(server, "tls", "tls", ca_file.c_str())) == 0;
+                  },
+                  [&] {
+                      EXPECT_EQ(result, -1);
+                      char reason[EML_REASON_SIZE];
+                      server_info_set_smtp(server, "127.0.0.1", "u", "p", "on", 1);
+                      test_smtp_auth_sized(server, "off", nullptr, 0, reason, sizeof reason);
+                      EXPECT_STREQ(reason,
+                                   "TLS: there was no memory for the choice of the server record");
+                  }),
+              0);
     failing_new const none(0);
     EXPECT_EQ(server_info_set_pop(server, "h", "u", "p", "pop", 110, 0), 0);
     EXPECT_EQ(server_info_set_smtp(server, "h", "u", "p", "on", 25), 0);

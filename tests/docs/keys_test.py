@@ -31,9 +31,11 @@ settings = found_in("lib/libcheck/settings_check.cpp", r'^    \{"(\w+)", value_k
 compare(settings, {
     "lib/libsendw/send_settings.cpp":
         found_in("lib/libsendw/send_settings.cpp", r'"(\w+)"', r"setting_keys = \{(.*?)\}")
+        | found_in("lib/libsendw/send_settings.cpp", r'^constexpr char key_\w+\[\] += "(\w+)";')
         | found_in("lib/libsendw/smtpmsg.h", r'key_subject_use_encoding.*"(\w+)"'),
     "tools/zelieml/setting_keys.cpp":
-        found_in("tools/zelieml/setting_keys.cpp", r'^ +(?:text|host|number|one_of|password)\("(\w+)"'),
+        found_in("tools/zelieml/setting_keys.cpp",
+                 r'^ +(?:text|host|path|number|one_of|password)\("(\w+)"'),
     "docs/FORMATS.md":
         found_in("docs/FORMATS.md", r"^\| `(\w+(?:`, `\w+)*)` \|", r"^\| key \| value \|(.*?)\n\n"),
     "docs/man/zelismes.cf.5":

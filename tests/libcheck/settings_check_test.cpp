@@ -137,6 +137,14 @@ char const not_stored[] = ": it is no encrypted password: encrypt it, or set pas
 char const readers[]    = " can read the passwords: take the right to read away, or trust them";
 char const overlong[] =
     ": it is longer than 1023 bytes, and hides all lines from here on: shorten it";
+char const no_tls[]  = ": nothing is sent with it: write no, starttls or tls";
+char const foreign[] = ": nothing is sent while a line contains this key and does not begin with "
+                       "it and \"=\": change that";
+char const line_3_differs[] =
+    ": nothing is sent while line 3 contains this key and differs: remove one of the two";
+char const no_path[]    = ": it is no full path: write one that begins with \"/\"";
+char const tls_port[]   = ": servers expect TLS from the first byte on this port: set ";
+char const clear_port[] = ": servers begin without TLS on this port: take another one, or set ";
 char const unreadable[] = "error: the file is missing, cannot be read, or is no regular file";
 
 std::string error(std::string const& place, char const* sentence)
@@ -156,6 +164,43 @@ settings_case const cases[] = {
     settings_case("values in other words")
         .more("smtp_auth = off\npop_before_smtp =\nsubject_use_encoding = FALSE\n"
               "smtp_auth_type = PLAIN\npop_auth_type = user\n"),
+
+    settings_case("TLS from the first byte")
+        .file(
+            std::string("smtp_server = a\nsmtp_port = 465\nsmtp_tls = tls\npop_tls = starttls\n") +
+            pop + "tls_ca_file = /etc/ca.pem\n"),
+    settings_case("no TLS").more("smtp_tls = no\npop_tls = no\n"),
+    settings_case("TLS in other words")
+        .more("smtp_tls = yes\npop_tls = TLS\n")
+        .finds({error("3 smtp_tls", no_tls), error("4 pop_tls", no_tls)}),
+    settings_case("TLS that is empty").more("smtp_tls =\n").finds({error("3 smtp_tls", no_tls)}),
+    settings_case("a port for another kind of TLS")
+        .more("smtp_tls = tls\n")
+        .finds({std::string("warning 2 smtp_port") + clear_port + "smtp_tls = starttls"}),
+    settings_case("ports that expect TLS")
+        .file("smtp_server = a\nsmtp_port = 465\nsmtp_tls = starttls\npop_port = 995\n")
+        .finds({std::string("warning 2 smtp_port") + tls_port + "smtp_tls = tls",
+                std::string("warning 4 pop_port") + tls_port + "pop_tls = tls"}),
+    settings_case("authorities somewhere")
+        .more("tls_ca_file = ca.pem\n")
+        .finds({error("3 tls_ca_file", no_path)}),
+    settings_case("TLS by chance")
+        .more("tls_ca_file = /etc/smtp_tls\n")
+        .finds({error("3 smtp_tls", foreign)}),
+    settings_case("comments of another kind")
+        .more(" # smtp_tls = no\n;pop_tls = no\nsmtp_tls = starttls\n")
+        .finds({error("3 smtp_tls", foreign), unknown(3, "smtp_tls"), error("4 pop_tls", foreign),
+                unknown(4, "pop_tls"), error("5 smtp_tls", line_3_differs)}),
+    settings_case("two kinds of TLS")
+        .more("smtp_tls = starttls\nsmtp_tls = no\n")
+        .finds({error("4 smtp_tls", line_3_differs)}),
+    settings_case("TLS twice")
+        .more("smtp_tls = no\nsmtp_tls = no\n")
+        .finds({repeated("4 smtp_tls", 3)}),
+    settings_case("TLS for mails only")
+        .file(std::string("smtp_server = a\nsmtp_port = 465\nsmtp_tls = tls\n") + pop)
+        .finds({"warning 4 pop_before_smtp: the login to the POP3 server goes without TLS: set "
+                "pop_tls = tls or starttls"}),
 
     settings_case("an empty file")
         .file("")
@@ -420,7 +465,7 @@ std::set<std::string> documented_keys()
 
 TEST(SettingsCheck, KnowsTheDocumentedKeys)
 {
-    EXPECT_EQ(documented_keys().size(), 15U);
+    EXPECT_EQ(documented_keys().size(), 18U);
     std::string file;
     for (std::string const& key : documented_keys()) {
         file += key + " =\n";

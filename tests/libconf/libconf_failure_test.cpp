@@ -9,6 +9,7 @@
 #include <fcntl.h>
 #include <functional>
 #include <gtest/gtest.h>
+#include <initializer_list>
 #include <string>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -41,6 +42,7 @@ off_t size_at_sync = -1;
 bool used_standard = false;  // one of 0 to 2 was open during a read, a write or a removal
 
 std::function<void()> when_one_goes;  // called after the first removal
+std::function<void()> before_a_read;  // called before each one
 
 void look_at_standard()
 {
@@ -102,6 +104,9 @@ ssize_t __wrap_read(int fd, void* data, size_t size)
     look_at_standard();
     if (interrupted()) {
         return -1;
+    }
+    if (before_a_read) {
+        before_a_read();
     }
     if (failing_read) {
         return fail();
@@ -169,6 +174,7 @@ protected:
         interruptions        = 0;
         most_at_once         = 0;
         when_one_goes        = nullptr;
+        before_a_read        = nullptr;
     }
 
     int set() { return conf_set_string("k", "new", path.c_str()); }
@@ -273,6 +279,92 @@ TEST_F(SettingsFailure, ToReadLeavesTheFile)
     EXPECT_EQ(len, 0u);
     expect_reported({"error:put_tmp"});
     EXPECT_EQ(test::read_file(path), file);
+}
+
+// It may stand in the rest.
+TEST_F(SettingsFailure, ToReadTheRestHidesWhatIsNotFound)
+{
+    test::write_file(path, "k = old\r\n" + std::string(5000, '\n'));
+    int reads     = 0;
+    before_a_read = [&] { failing_read = ++reads > 1; };
+    conf_settings const settings(path.c_str(), {"k", "other"});
+    EXPECT_STREQ(settings.find("k"), "k = old\r");
+    EXPECT_EQ(settings.find("other"), nullptr);
+    EXPECT_TRUE(settings.hides("other"));
+}
+
+// Nobody knows what has gone.
+TEST_F(SettingsFailure, ToReadAllOfAFileThatIsShortenedHidesWhatIsNotFound)
+{
+    for (int const last_read : {1, 2}) {
+        test::write_file(path, "k = old\r\n" + std::string(5000, '\n') + "other = x\r\n");
+        int reads     = 0;
+        before_a_read = [&] {
+            if (++reads == last_read) {
+                EXPECT_EQ(::truncate(path.c_str(), 9), 0);
+            }
+        };
+        conf_settings const settings(path.c_str(), {"k", "other"});
+        EXPECT_STREQ(settings.find("k"), "k = old\r");
+        EXPECT_EQ(settings.find("other"), nullptr);
+        EXPECT_TRUE(settings.hides("other")) << last_read;
+    }
+}
+
+TEST_F(SettingsFailure, ToReadAllOfAFileThatIsShortenedInAnOverlongLineHidesWhatIsNotFound)
+{
+    std::string const lines = "k = old\r\n" + std::string(5000, '\n') + std::string(2000, 'x');
+    test::write_file(path, lines + "\r\nother = x\r\n");
+    int reads     = 0;
+    before_a_read = [&] {
+        if (++reads == 2) {
+            EXPECT_EQ(::truncate(path.c_str(), static_cast<off_t>(lines.size() - 900)), 0);
+        }
+    };
+    conf_settings const settings(path.c_str(), {"k", "other"});
+    EXPECT_STREQ(settings.find("k"), "k = old\r");
+    EXPECT_TRUE(settings.hides("other"));
+}
+
+// As the library does it: what was opened stays as it is.
+TEST_F(SettingsFailure, DoesNotComeOfAFileThatIsReplacedByAShorterOne)
+{
+    test::write_file(path, "k = old\r\n" + std::string(5000, '\n') + "other = x\r\n");
+    before_a_read = [&] {
+        test::write_file(path + ".new", "k = new\r\n");
+        EXPECT_EQ(std::rename((path + ".new").c_str(), path.c_str()), 0);
+    };
+    conf_settings const settings(path.c_str(), {"k", "other"});
+    EXPECT_STREQ(settings.find("k"), "k = old\r");
+    EXPECT_FALSE(settings.hides("other"));
+}
+
+TEST_F(SettingsFailure, ToReadMuchAtOnceHidesNothing)
+{
+    for (std::size_t const most : std::initializer_list<std::size_t>{1, 2, 7, 15, 16}) {
+        most_at_once = most;
+        conf_settings const settings(path.c_str(), {"k", "other"});
+        EXPECT_STREQ(settings.find("k"), "k = old\r");
+        EXPECT_FALSE(settings.hides("other")) << most;
+    }
+}
+
+// The end is where the size, of a moment before, says; otherwise it is looked for.
+TEST_F(SettingsFailure, DoesNotComeOfAFileThatGrows)
+{
+    int reads     = 0;
+    before_a_read = [&] { ++reads; };
+    EXPECT_EQ(conf_settings(path.c_str(), {"k", "none"}).find("none"), nullptr);
+    EXPECT_EQ(reads, 1);
+
+    reads         = 0;
+    before_a_read = [&] {
+        if (++reads == 1) {
+            test::write_file(path, file + "other = 1\r\n");
+        }
+    };
+    EXPECT_STREQ(conf_settings(path.c_str(), {"k", "none", "other"}).find("other"), "other = 1\r");
+    EXPECT_EQ(reads, 2);
 }
 
 TEST_F(SettingsFailure, ToSetThePermissionBitsWritesNothing)

@@ -1,12 +1,15 @@
 #include "tests/libsendw/send_model.h"
 
+#include <algorithm>
 #include <arpa/inet.h>
 #include <cstdlib>
 #include <gtest/gtest.h>
 #include <limits>
 #include <memory>
+#include <sstream>
 
 #include "tests/libbase64/base64_model.h"
+#include "tests/libconf/settings_model.h"
 #include "tests/libcryptw/passwords.h"
 #include "tests/libmsg/message_model.h"
 #include "tests/libsendw/compose_model.h"
@@ -206,6 +209,9 @@ private:
         if (!host || !port) {
             return 1000;
         }
+        if (tls_refuses("smtp_tls", *host, *port)) {
+            return 1001;
+        }
         return smtp_step(*host, *port, [this](connection& server, std::string& reply) {
             return smtp_session(server, reply);
         });
@@ -263,6 +269,10 @@ private:
         auto const login = read_account("pop_account", "pop_passwd");
         if (!login) {
             return 100;
+        }
+        if (tls_refuses("pop_tls", *host, *port)) {
+            outcome_.reply.clear();
+            return 2002;
         }
         return pop_login(*host, *port, *login, setting("pop_auth_type") == "apop",
                          number_in(setting("pop_wait_time").value_or("0")));
@@ -486,6 +496,66 @@ private:
     std::optional<std::string> setting(std::string const& key) const
     {
         return model_setting(room_.settings, key);
+    }
+
+    // Whether a setting for TLS may be anywhere in the file, but in a comment: also behind a NUL,
+    // and in and behind an overlong line.
+    bool may_be_set(std::string const& key) const { return !whole_lines_with(key).empty(); }
+
+    std::vector<std::string> whole_lines_with(std::string const& key) const
+    {
+        std::vector<std::string> found;
+        std::istringstream       file(*room_.settings);
+        for (std::string line; std::getline(file, line);) {
+            if (line[0] != '#' && contains(line, key)) {
+                found.push_back(line);
+            }
+        }
+        return found;
+    }
+
+    // Its value, if all lines that may speak of it are copies of one that is written as it must be.
+    // Behind an overlong line parts of it count as copies.
+    std::optional<std::string> strict_setting(std::string const& key) const
+    {
+        bool        complete = false;
+        auto const  readable = lines_of(*room_.settings, complete);
+        std::string own;
+        for (auto line = readable.rbegin(); line != readable.rend(); ++line) {
+            own = belongs_to(*line, key) ? *line : own;
+        }
+        std::size_t const sign = own.find('=');
+        if (own.find(key) != 0 || own.back() != '\r' || sign == own.npos ||
+            own.find_first_not_of(" \t", key.size()) != sign ||
+            contains(own, std::string(1, '\0'))) {
+            return {};
+        }
+        for (std::string const& line : readable) {
+            if (belongs_to(line, key) && line != own) {
+                return {};
+            }
+        }
+        for (std::string const& line : whole_lines_with(key)) {
+            if (!contains(own, line)) {
+                return {};
+            }
+        }
+        return setting(key);
+    }
+
+    // Whether there is no session: TLS may be asked for, and there is no plug-in. A choice that is
+    // clear is noticed when the server is connected.
+    bool tls_refuses(std::string const& key, std::string const& host, std::string const& port)
+    {
+        auto const mode = strict_setting(key);
+        if (mode == "no" || !may_be_set(key)) {
+            return false;
+        }
+        if ((mode == "tls" || mode == "starttls") &&
+            (!may_be_set("tls_ca_file") || strict_setting("tls_ca_file").value_or("")[0] == '/')) {
+            connect(host, port);
+        }
+        return true;
     }
 
     std::optional<account> read_account(std::string const& user_key,

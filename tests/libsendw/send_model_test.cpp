@@ -396,13 +396,26 @@ private:
         settings_.line("pop_port", {"110", "1110"}, {"", "x", "65646"});
         write_account("pop");
         bool const apop = settings_.line("pop_auth_type", {"apop", "pop"}, {"APOP"}) == "apop";
+        write_tls("pop");
         settings_.line("pop_wait_time", {"0", "5", "1500"}, {"-1", "x", "99999999999"});
 
         room.servers.push_back(pop_server(random_, apop));
     }
 
+    // Most without TLS, as there is no plug-in.
+    void write_tls(std::string const& protocol)
+    {
+        if (random_.percent(20)) {
+            settings_.line(protocol + "_tls", {"no"}, {"tls", "starttls", "Yes", "", "no "});
+        }
+        if (random_.percent(3)) {
+            settings_.line("tls_ca_file", {"/ca.pem"}, {"", "ca.pem"});
+        }
+    }
+
     void write_smtp(test::send_room& room)
     {
+        write_tls("smtp");
         settings_.line("smtp_server", {test::server_name, "127.0.0.1", "0x7f.2"},
                        {"nowhere.test", "255.255.255.255", "", "mail.test "});
         settings_.line("smtp_port", {"25", "587", " +25"}, {"0", "-1", "99999999999", "x"});

@@ -62,6 +62,8 @@ CASES = [
     ("CXXFLAGS that warn", {"flags": "-Wof-another-compiler", "given_up": 101300}, [],
      ("10.13", "x86_64 arm64")),
     ("no SDK named", {"by_xcrun": True}, [], ("10.9", "x86_64 arm64")),
+    ("TLS by Homebrew's GnuTLS", {"gnutls": True}, ["-DZELIEML_TLS=gnutls"],
+     ("10.9", "x86_64 arm64")),
 ]
 
 
@@ -89,7 +91,8 @@ def make_sdk(folder, oldest=None, archs=None, says=True):
     return folder
 
 
-def configure(work, options, given_up=0, how="warning", flags="", by_xcrun=False, **sdk):
+def configure(work, options, given_up=0, how="warning", flags="", by_xcrun=False, gnutls=False,
+              **sdk):
     """CMake's words, and the options of the command that compiles a file of the library."""
     environment = {name: value for name, value in os.environ.items()
                    if name not in ("SDKROOT", "MACOSX_DEPLOYMENT_TARGET")}
@@ -101,7 +104,7 @@ def configure(work, options, given_up=0, how="warning", flags="", by_xcrun=False
     # the system's own libraries have.
     brew = work / "homebrew"
     for name in ("include/nettle/md5.h", "lib/libnettle.dylib", "lib/libobjc.dylib",
-                 "include/objc/objc.h"):
+                 "include/objc/objc.h", "include/gnutls/gnutls.h", "lib/libgnutls.dylib"):
         (brew / name).parent.mkdir(parents=True, exist_ok=True)
         (brew / name).touch()
     environment["PATH"] = f"{work}/bin:{environment['PATH']}"
@@ -118,9 +121,14 @@ def configure(work, options, given_up=0, how="warning", flags="", by_xcrun=False
     commands = json.loads((work / "build/compile_commands.json").read_text())
     for command in commands:
         require(f"-isysroot {sdk} " in command["command"], f"another SDK: {command['command']}")
-        require(str(brew) not in command["command"], f"Homebrew's: {command['command']}")
+        from_brew = str(brew) in command["command"]
+        if gnutls and "/plugins/" in command["file"]:
+            require(from_brew and "-arch" not in command["command"],
+                    f"not Homebrew's, or for others: {command['command']}")
+        else:
+            require(not from_brew, f"Homebrew's: {command['command']}")
     rules = (work / "build/build.ninja").read_text()
-    require(str(brew) not in rules, "a file of Homebrew's is linked")
+    require((str(brew) in rules) == gnutls, "a file of Homebrew's is linked, or none")
     require(" -lobjc" in rules, "libobjc is not linked by its name")
     return words, commands[0]["command"]
 
@@ -155,22 +163,23 @@ def check_signing():
         require(command is not None, words)
         build = work / "build"
         rules = (build / "build.ninja").read_text()
-        dylib = "lib/libzelieml.1.dylib"
-        built = build / dylib
-        steps = [f"dsymutil {built} -o {built}.dSYM", f"llvm-strip-14 -x {built}",
-                 f"codesign --force --sign - {built}"]
-        require(re.search(" && \\S*".join(re.escape(step) for step in steps), rules),
-                f"not in build.ninja: {steps}")
-
-        built.touch()
+        dylibs = ["lib/libzelieml.1.dylib", "lib/libzelieml-tls.1.dylib"]
+        for dylib in dylibs:
+            built = build / dylib
+            steps = [f"dsymutil {built} -o {built}.dSYM", f"llvm-strip-14 -x {built}",
+                     f"codesign --force --sign - {built}"]
+            require(re.search(" && \\S*".join(re.escape(step) for step in steps), rules),
+                    f"not in build.ninja: {steps}")
+            built.touch()
+            (build / f"{dylib}.dSYM").mkdir(parents=True)
         (build / "lib/libzelieml.a").touch()
         (build / "lib/libzelieml.dylib").symlink_to("libzelieml.1.dylib")
-        for folder in (f"{dylib}.dSYM", "docs/man/man3"):
-            (build / folder).mkdir(parents=True)
-        installed = f"{work}/staged/usr/local/{dylib}"
-        for state, wanted in (("whole", [f"--verify {installed}"]),
-                              ("broken", [f"--verify {installed}",
-                                          f"--force --sign - {installed}"])):
+        (build / "docs/man/man3").mkdir(parents=True)
+        for state in ("whole", "broken"):
+            wanted = []
+            for installed in (f"{work}/staged/usr/local/{dylib}" for dylib in dylibs):
+                wanted.append(f"--verify {installed}")
+                wanted += [f"--force --sign - {installed}"] if state == "broken" else []
             (work / state).touch()
             done = subprocess.run(["cmake", "--install", build, "--prefix", "/usr/local"],
                                   env={**os.environ, "DESTDIR": f"{work}/staged"}, text=True,

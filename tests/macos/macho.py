@@ -2,12 +2,14 @@
 """macho.py - looks into the macOS binaries that ./run macho has built
 
 Installs the universal library into a temporary folder, and fails, saying why, unless
-- the dylib has both slices, its install name and versions, exports what lib/zelieml/exports.txt
-  says, is marked for the oldest system, loads nothing but the system's own libraries, has no path
-  of this machine in it, and a signature that fits what it signs, also when stripped once more;
-- the debug symbols beside it are its own;
-- the archives for all three processors refer to nothing that neither they nor the .tbd files of
-  sdk/ define (no linker here links i386), and can be made into one;
+- the dylib and the plug-in for TLS have both slices, their install names and versions, export what
+  lib/zelieml/exports.txt says and one function, are marked for the oldest system, load nothing but
+  the system's own libraries, the plug-in only those it needs, have no path of this machine in them,
+  and a signature that fits what it signs, also when stripped once more;
+- the debug symbols beside them are their own;
+- the archives for all three processors, and the objects of the plug-in, refer to nothing that
+  neither they nor the .tbd files of sdk/ define (no linker here links i386), and the archives can be
+  made into one;
 - both headers are installed, and compile; so do the example hosts of macOS, and the program that
   PORTING.md has for a Mac;
 - the compiler refuses what macOS 10.9 lacks, or all of the above would show nothing.
@@ -31,9 +33,12 @@ I386 = ROOT / "build-macho-i386"
 
 LINKED = {"x86_64": "10.9", "arm64": "11.0"}
 ALL = {"x86_64": "10.9", "i386": "10.9", "arm64": "11.0"}
-INSTALL_NAME = "@rpath/libzelieml.1.dylib"
+LIBRARY = "libzelieml.1.dylib"
+PLUGIN = "libzelieml-tls.1.dylib"
+PLUGIN_EXPORTS = {"_zelieml_tls_open_1"}
+PLUGIN_LOADS = {"Security", "CoreFoundation", "libc++.1.dylib", "libSystem.B.dylib"}
 HEADERS = {"zelieml", "zelieml.h", "zelieml_ext.h"}
-INSTALLED = {"cmake", "libzelieml.1.dylib", "libzelieml.1.dylib.dSYM", "libzelieml.a",
+INSTALLED = {"cmake", LIBRARY, f"{LIBRARY}.dSYM", PLUGIN, f"{PLUGIN}.dSYM", "libzelieml.a",
              "libzelieml.dylib", "pkgconfig"}
 
 # What the linker of every binary provides.
@@ -63,8 +68,8 @@ def require(condition, message):
         sys.exit(f"macho: {message}")
 
 
-def symbols(binary, *options):
-    lines = llvm("nm", "-j", *options, binary).splitlines()
+def symbols(binaries, *options):
+    lines = llvm("nm", "-j", *options, *binaries).splitlines()
     return {line for line in lines if line and not line.endswith(":")}
 
 
@@ -119,12 +124,31 @@ def check_signature(library):
                 f"{library}: page {page} is not what was signed")
 
 
-def check_slice(library, oldest_system, version):
-    output("cmake", f"-DNM=llvm-nm-{LLVM}", "-DNM_OPTIONS=-gU", f"-DLIBRARY={library}",
-           "-DPREFIX=_", f"-DEXPORTS={ROOT}/lib/zelieml/exports.txt",
-           "-P", ROOT / "tests/api/exports.cmake")
+def check_exports(library):
+    if library.name.endswith(PLUGIN):
+        found = symbols([library], "-gU")
+        require(found == PLUGIN_EXPORTS, f"{library}: exports {sorted(found)}")
+    else:
+        output("cmake", f"-DNM=llvm-nm-{LLVM}", "-DNM_OPTIONS=-gU", f"-DLIBRARY={library}",
+               "-DPREFIX=_", f"-DEXPORTS={ROOT}/lib/zelieml/exports.txt",
+               "-P", ROOT / "tests/api/exports.cmake")
+
+
+def check_loads(library, install_name):
+    lines = llvm("objdump", "--macho", "--dylibs-used", library).splitlines()[1:]
+    loads = [line.split()[0] for line in lines if line.split()[0] != install_name]
+    for used in loads:
+        require(used.startswith(("/usr/lib/", "/System/Library/Frameworks/")),
+                f"{library}: loads {used}")
+    if library.name.endswith(PLUGIN):
+        found = {pathlib.Path(used).name for used in loads}
+        require(found == PLUGIN_LOADS, f"{library}: loads {sorted(found)}")
+
+
+def check_slice(library, install_name, oldest_system, version):
+    check_exports(library)
     name = llvm("objdump", "--macho", "--dylib-id", library).split("\n")[1]
-    require(name == INSTALL_NAME, f"{library}: install name {name}")
+    require(name == install_name, f"{library}: install name {name}")
 
     commands = llvm("objdump", "--macho", "--private-headers", library)
     oldest = re.search(r"LC_VERSION_MIN_MACOSX\n.*\n\s+version (\S+)|minos (\S+)", commands)
@@ -135,11 +159,7 @@ def check_slice(library, oldest_system, version):
             f"{library}: has the versions {versions and versions.groups()}")
     require("LC_RPATH" not in commands, f"{library}: looks for libraries in a folder of its own")
 
-    for line in llvm("objdump", "--macho", "--dylibs-used", library).splitlines()[1:]:
-        used = line.split()[0]
-        require(used.startswith(("/usr/lib/", "/System/Library/Frameworks/")) or
-                used == INSTALL_NAME, f"{library}: loads {used}")
-
+    check_loads(library, install_name)
     require(bytes(ROOT) not in library.read_bytes(), f"{library}: has the path {ROOT} in it")
     check_signature(library)
 
@@ -157,21 +177,22 @@ def check_installed(work, version):
         require(found == INSTALLED, f"installed: {sorted(found)}")
         headers = {path.name for path in (prefix / "include").iterdir()}
         require(headers == HEADERS, f"installed headers: {sorted(headers)}")
-        library = folder / "libzelieml.1.dylib"
         link = folder / "libzelieml.dylib"
-        require(library.is_file() and not library.is_symlink(), f"{library}: no plain file")
-        require(link.is_symlink() and str(link.readlink()) == library.name,
-                f"{link}: no link to {library.name}")
-        for architecture, path in slices(library, work).items():
-            check_slice(path, LINKED[architecture], version)
-        require(len(uuids(library)) == len(LINKED), f"{library}: UUIDs {uuids(library)}")
-        require(uuids(library) == uuids(f"{library}.dSYM"), f"{library}: not its debug symbols")
+        require(link.is_symlink() and str(link.readlink()) == LIBRARY,
+                f"{link}: no link to {LIBRARY}")
+        for library in (folder / LIBRARY, folder / PLUGIN):
+            require(library.is_file() and not library.is_symlink(), f"{library}: no plain file")
+            for architecture, path in slices(library, work).items():
+                check_slice(path, f"@rpath/{library.name}", LINKED[architecture], version)
+            require(len(uuids(library)) == len(LINKED), f"{library}: UUIDs {uuids(library)}")
+            require(uuids(library) == uuids(f"{library}.dSYM"),
+                    f"{library}: not its debug symbols")
 
 
-def check_archive(archive, architecture):
-    missing = (symbols(archive, "-u") - symbols(archive, "-U") - listed_symbols(architecture)
+def check_defined(what, binaries, architecture):
+    missing = (symbols(binaries, "-u") - symbols(binaries, "-U") - listed_symbols(architecture)
                - FROM_LINKER)
-    require(not missing, f"{archive}: nobody defines {' '.join(sorted(missing))}")
+    require(not missing, f"{what}: nobody defines {' '.join(sorted(missing))}")
 
 
 def compiler(architecture, language):
@@ -203,7 +224,10 @@ def main():
         archives = slices(UNIVERSAL / "lib/libzelieml.a", work)
         archives["i386"] = I386 / "lib/libzelieml.a"
         for architecture, archive in archives.items():
-            check_archive(archive, architecture)
+            check_defined(archive, [archive], architecture)
+        plugin = list((I386 / "plugins/tls").rglob("*.o"))
+        require(len(plugin) > 5, f"the plug-in for i386 has {len(plugin)} objects")
+        check_defined("the plug-in for i386", [*plugin, archives["i386"]], "i386")
         joined = work / "libzelieml.a"
         llvm("lipo", "-create", *archives.values(), "-output", joined)
         found = llvm("lipo", "-archs", joined).split()

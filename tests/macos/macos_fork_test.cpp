@@ -15,6 +15,7 @@
 #include "platform/directory.h"
 #include "platform/key_handle.h"
 #include "platform/notification.h"
+#include "platform/plugin.h"
 #include "platform/zone.h"
 #include "tests/macos/fake/fake.h"
 #include "tests/macos/in_child.h"
@@ -85,6 +86,14 @@ bool has_arrays()
     return array != nullptr && platform::text_array_autorelease(array) == array;
 }
 
+// Whether a plug-in would be loaded, if there were one of this name.
+bool looks_for_plugins()
+{
+    std::string error;
+    EXPECT_EQ(platform::load_function("no-such-plug-in", "a_function", error), nullptr);
+    return error != "a forked child has to call exec first";
+}
+
 TEST(ForkedChild, UsesNothingWhateverItsParentHasUsed)
 {
     notification_room const room;
@@ -101,6 +110,7 @@ TEST(ForkedChild, UsesNothingWhateverItsParentHasUsed)
                       [] { return platform::zone_offset_seconds({}) == 0; }},
                      {"directory_names", [&] { return lists(folder.path()); },
                       [&] { return !lists(folder.path()); }},
+                     {"load_function", looks_for_plugins, [] { return !looks_for_plugins(); }},
                      {"text_array_create", has_arrays, [] { return !has_arrays(); }},
                      {"append_as_utf8", converts, [] { return !converts(); }},
                      {"attach", [] { return platform::start_provider() == 0 && attach() == 0; },

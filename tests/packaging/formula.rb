@@ -31,6 +31,8 @@ class Formula
 
     def depends_on(what) = (@needed ||= []) << what
 
+    def on_linux = yield
+
     def test(&block) = @tested = block
 
     def service(&block) = @served = block

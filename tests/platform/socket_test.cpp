@@ -12,6 +12,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <netinet/tcp.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <thread>
 
@@ -22,6 +23,7 @@
 #include "tests/support/files.h"
 #include "tests/support/peers.h"
 #include "tests/support/threads.h"
+#include "tests/support/wait_until.h"
 
 namespace
 {
@@ -254,6 +256,54 @@ TEST(PlatformSend, FailsForPiecesToADescriptorThatIsNotOpen)
 {
     EXPECT_EQ(send_pieces(-1), -1);
     EXPECT_EQ(errno, EBADF);
+}
+
+class PlatformPair : public testing::Test
+{
+protected:
+    PlatformPair() { EXPECT_EQ(platform::open_local_pair(one, other), 0); }
+
+    // What poll_pair says of one of them.
+    short told(short events, int ms)
+    {
+        pollfd entry = {one.get(), events, 0};
+        ready        = platform::poll_pair(&entry, 1, ms);
+        return entry.revents;
+    }
+
+    unique_fd one;
+    unique_fd other;
+    int       ready = -1;
+};
+
+TEST_F(PlatformPair, HangsUpWhenTheOtherEndIsClosed)
+{
+    std::thread closing([&] {
+        wait_ms(50);
+        other.reset();
+    });
+    EXPECT_EQ(told(0, -1), POLLHUP);
+    EXPECT_EQ(ready, 1);
+    closing.join();
+    EXPECT_EQ(told(POLLIN, -1), POLLIN | POLLHUP);
+}
+
+TEST_F(PlatformPair, DoesNotHangUpWhenTheOtherEndSendsNoMore)
+{
+    send_text(other.get(), "x");
+    ::shutdown(other.get(), SHUT_WR);
+    EXPECT_EQ(told(POLLIN, -1), POLLIN);
+    EXPECT_EQ(ready, 1);
+    EXPECT_EQ(told(POLLOUT, -1), POLLOUT);
+}
+
+TEST_F(PlatformPair, WaitsAsLongAsItIsTold)
+{
+    using std::chrono::steady_clock;
+    steady_clock::time_point const begin = steady_clock::now();
+    EXPECT_EQ(told(0, 600), 0);
+    EXPECT_EQ(ready, 0);
+    EXPECT_GE(steady_clock::now() - begin, std::chrono::milliseconds(600));
 }
 
 }  // namespace

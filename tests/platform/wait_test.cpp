@@ -5,7 +5,6 @@
 #include <arpa/inet.h>
 #include <cerrno>
 #include <chrono>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <thread>
@@ -33,20 +32,6 @@ steady_clock::duration time_of(Function function)
     auto const start = steady_clock::now();
     function();
     return steady_clock::now() - start;
-}
-
-// Fills what the system holds for a peer that does not read. There may be room again when bytes have
-// moved on to the peer's side, which takes its time.
-void fill(int fd)
-{
-    ::fcntl(fd, F_SETFL, O_NONBLOCK);
-    char const piece[4096] = {};
-    for (int full_ms = 0; full_ms < 300; ++full_ms) {
-        while (platform::send_bytes(fd, piece, sizeof piece) > 0) {
-            full_ms = 0;
-        }
-        std::this_thread::sleep_for(milliseconds(1));
-    }
 }
 
 TEST(PlatformWait, EndsWhenSomethingIsThereToReceive)
@@ -91,7 +76,7 @@ TEST(PlatformWait, SaysWhetherADescriptorTakesBytes)
 {
     tcp_pair pair;
     EXPECT_TRUE(platform::wait_writable(pair.client(), 20000000));
-    fill(pair.client());
+    send_until_full(pair.client());
     bool writable = true;
     EXPECT_GE(time_of([&] { writable = platform::wait_writable(pair.client(), 20000); }),
               milliseconds(20));
@@ -105,7 +90,7 @@ TEST(PlatformWait, IsNotEndedBySignals)
     EXPECT_GE(time_of([&] { platform::wait_readable(pair.client(), 100000); }), milliseconds(100));
     EXPECT_GT(signals_caught, 3);
 
-    fill(pair.client());
+    send_until_full(pair.client());
     bool writable = true;
     EXPECT_GE(time_of([&] { writable = platform::wait_writable(pair.client(), 100000); }),
               milliseconds(100));

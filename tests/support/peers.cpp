@@ -13,6 +13,7 @@
 #include <sys/socket.h>
 
 #include "platform/socket.h"
+#include "tests/support/wait_until.h"
 #include "tools/mailserver/quiet.h"
 
 namespace zelieml::test
@@ -132,6 +133,23 @@ void send_all(int fd, std::string const& bytes)
         }
         sent += static_cast<std::size_t>(taken);
     }
+}
+
+std::size_t send_until_full(int fd)
+{
+    ::fcntl(fd, F_SETFL, O_NONBLOCK);
+    char const  piece[4096] = {};
+    std::size_t all         = 0;
+    for (int full_ms = 0; full_ms < 300; ++full_ms) {
+        ssize_t taken = platform::send_bytes(fd, piece, sizeof piece);
+        while (taken > 0) {
+            full_ms = 0;
+            all += static_cast<std::size_t>(taken);
+            taken = platform::send_bytes(fd, piece, sizeof piece);
+        }
+        wait_ms(1);
+    }
+    return all;
 }
 
 void break_connection(unique_fd& fd)

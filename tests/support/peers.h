@@ -64,6 +64,12 @@ private:
 // Sends all of it, or as much as a client that is there takes.
 void send_all(int fd, std::string const& bytes);
 
+// Fills what the system holds for a peer that does not read. There may be room again when bytes have
+// moved on to the peer's side, which takes its time.
+//
+// Returns how many bytes it took. The descriptor is non-blocking then.
+std::size_t send_until_full(int fd);
+
 // Closes a connection by breaking it (RST).
 void break_connection(unique_fd& fd);
 

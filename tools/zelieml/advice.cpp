@@ -59,12 +59,30 @@ constexpr row rows[] = {
      "with what its administrator says. If it is reset, a firewall or the server ends it. If there "
      "is no answer, a firewall is in between, or the server is off. Many networks close port 25: ask for another one, such as 587"},
 
+    {eml_cause_tls, "pop tls",
+     "nothing but CAPA and STLS was said in clear. If the certificate is for another host, set "
+     "pop_server to a name that it is for; if its authority is your own, set tls_ca_file. With "
+     "pop_tls = tls the port is usually 995, with starttls 110"},
+    {eml_cause_tls, "",
+     "nothing but EHLO and STARTTLS was said in clear. If the certificate is for another host, set "
+     "smtp_server to a name that it is for; if its authority is your own, set tls_ca_file. With "
+     "smtp_tls = tls the port is usually 465, with starttls 587. If the plug-in is missing, "
+     "install it (libzelieml-tls1)"},
+
+    {eml_cause_lost, "tls",
+     "does the server speak TLS so on this port? smtp_tls = tls is for port 465, starttls for 587 "
+     "and 25. A firewall may also look into the conversation and end it"},
+    {eml_cause_lost, "pop tls",
+     "does the server speak TLS so on this port? pop_tls = tls is for port 995, starttls for 110. "
+     "A firewall may also look into the conversation and end it"},
     {eml_cause_lost, "greeting",
-     "is this an SMTP server, and without TLS? One on port 465 waits for TLS, which is not spoken "
-     "here. A server may also keep out machines that it does not know: ask its administrator"},
+     "is this an SMTP server, and without TLS? One on port 465 waits for TLS: 'zelieml settings "
+     "set smtp_tls tls'. A server may also keep out machines that it does not know: ask its "
+     "administrator"},
     {eml_cause_lost, "pop greeting",
-     "is this a POP3 server, and without TLS? One on port 995 waits for TLS, which is not spoken "
-     "here. A server may also keep out machines that it does not know: ask its administrator"},
+     "is this a POP3 server, and without TLS? One on port 995 waits for TLS: 'zelieml settings "
+     "set pop_tls tls'. A server may also keep out machines that it does not know: ask its "
+     "administrator"},
     {eml_cause_lost, "text",
      "the server may have taken the mail: look before you send it again. Its log says why it did "
      "not answer"},
@@ -92,7 +110,7 @@ constexpr row rows[] = {
     {eml_cause_refused, "login",
      "compare smtp_account with what the server's administrator says, and set the password anew: "
      "'zelieml settings set smtp_passwd' asks for it. If both are right, the server wants another "
-     "smtp_auth_type, or logins only with TLS, which is not spoken here"},
+     "smtp_auth_type, or logins only inside TLS (smtp_tls)"},
     {eml_cause_refused, "pop login",
      "compare pop_account with what the server's administrator says, and set the password anew: "
      "'zelieml settings set pop_passwd' asks for it"},
@@ -142,6 +160,8 @@ char const* in_words(eml_cause cause)
         return "the server refused for good";
     case eml_cause_protocol:
         return "the server answered what it must not";
+    case eml_cause_tls:
+        return "TLS is asked for, and cannot be had";
     case eml_cause_none:
     case eml_cause_32_bits:
         break;

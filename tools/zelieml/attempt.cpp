@@ -118,6 +118,7 @@ std::string remedy(attempt const& made)
         return "'zelieml settings check' says more";
     case eml_cause_unreachable:
     case eml_cause_protocol:
+    case eml_cause_tls:
         return "'zelieml check' says more";
     case eml_cause_lost:
         return made.step == "text"
@@ -157,6 +158,8 @@ char const* name_of(eml_cause cause)
         return "refused";
     case eml_cause_protocol:
         return "protocol";
+    case eml_cause_tls:
+        return "tls";
     case eml_cause_32_bits:
         break;
     }
@@ -180,6 +183,7 @@ int exit_status(eml_cause cause, std::string const& step)
         return EX_CONFIG;
     case eml_cause_unreachable:
     case eml_cause_lost:
+    case eml_cause_tls:
         return EX_UNAVAILABLE;
     case eml_cause_refused_now:
         return step == "quit" ? EX_PROTOCOL : EX_TEMPFAIL;  // the server has taken the mail

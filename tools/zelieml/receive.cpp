@@ -1,6 +1,8 @@
 // receive.cpp - zelieml receive: empty a mailbox, and print what was in it
 
 #include <algorithm>
+#include <cerrno>
+#include <cstdlib>
 #include <memory>
 #include <new>
 #include <optional>
@@ -26,7 +28,8 @@ namespace zelieml::program
 namespace
 {
 
-constexpr int usual_port = 110;
+constexpr int usual_port     = 110;
+constexpr int usual_tls_port = 995;
 
 struct receive_options {
     bool                     may_delete = false;
@@ -34,6 +37,8 @@ struct receive_options {
     std::optional<int>       port;
     std::string              user;
     bool                     apop = false;
+    std::string              tls;
+    std::string              ca_file;
     std::vector<std::string> domains;
     int                      password_fd = -1;
 };
@@ -44,6 +49,8 @@ struct mailbox {
     std::string user;
     secret      password;
     bool        apop;
+    std::string tls;
+    std::string ca_file;  // empty for the authorities that the system trusts
 };
 
 bool has_control(std::string const& text)
@@ -63,6 +70,17 @@ std::string text_of(std::string const& value, std::string const& option)
     return to_utf8(value, option);
 }
 
+// The library takes full paths only.
+std::string full_path(std::string const& file)
+{
+    std::unique_ptr<char, decltype(&std::free)> const full(::realpath(file.c_str(), nullptr),
+                                                           std::free);
+    if (full == nullptr) {
+        throw failure(EX_NOINPUT, "--ca-file " + file, errno, "name a file that can be read");
+    }
+    return full.get();
+}
+
 mailbox mailbox_of_options(receive_options const& asked_for)
 {
     if (asked_for.user.empty()) {
@@ -70,8 +88,15 @@ mailbox mailbox_of_options(receive_options const& asked_for)
     }
     std::string host = text_of(asked_for.host, "--host");
     std::string user = text_of(asked_for.user, "--user");
-    return {std::move(host), asked_for.port.value_or(usual_port), std::move(user),
-            read_secret("Password: ", asked_for.password_fd), asked_for.apop};
+    std::string tls  = asked_for.tls.empty() ? "no" : asked_for.tls;
+    int const   port = asked_for.port.value_or(tls == "tls" ? usual_tls_port : usual_port);
+    return {std::move(host),
+            port,
+            std::move(user),
+            read_secret("Password: ", asked_for.password_fd),
+            asked_for.apop,
+            std::move(tls),
+            asked_for.ca_file.empty() ? "" : full_path(asked_for.ca_file)};
 }
 
 // A setting that has to do what its writer means.
@@ -95,6 +120,20 @@ secret stored_password(settings_text const& settings, std::string const& workdir
     return are_clear(settings) ? secret(text) : decrypted(text, "pop_passwd");
 }
 
+// A setting for TLS, which may be missing. As in the library, nothing is taken for it while there
+// is a doubt.
+std::string sound_or(std::string const& otherwise, settings_text const& settings,
+                     std::string const& key, std::string const& workdir)
+{
+    std::size_t const contested = settings.contested(key);
+    if (contested != 0) {
+        throw failure(EX_CONFIG, settings_path(workdir) + ", line " + std::to_string(contested) +
+                                     ": " + key + " must stand in one line only, which begins " +
+                                     "with it and \"=\": correct it with an editor");
+    }
+    return settings.read(key) ? sound(settings, key, workdir) : otherwise;
+}
+
 mailbox mailbox_of_settings(receive_options const& asked_for, std::string const& workdir)
 {
     settings_text const    settings = read_settings(workdir);
@@ -102,19 +141,25 @@ mailbox mailbox_of_settings(receive_options const& asked_for, std::string const&
     std::string            host     = sound(settings, "pop_server", workdir);
     int const              port     = std::stoi(sound(settings, "pop_port", workdir));
     std::string            user     = sound(settings, "pop_account", workdir);
-    return {std::move(host), port, std::move(user),
+    return {std::move(host),
+            port,
+            std::move(user),
             asked_for.password_fd >= 0 ? read_secret("", asked_for.password_fd)
                                        : stored_password(settings, workdir),
-            type && type->value == "apop"};
+            type && type->value == "apop",
+            sound_or("no", settings, "pop_tls", workdir),
+            sound_or("", settings, "tls_ca_file", workdir)};
 }
 
 // The option that only says something about the server of --host; empty when there is none.
 std::string option_of_host(receive_options const& asked_for)
 {
-    return !asked_for.user.empty() ? "--user"
-           : asked_for.port        ? "--port"
-           : asked_for.apop        ? "--apop"
-                                   : "";
+    return !asked_for.user.empty()      ? "--user"
+           : asked_for.port             ? "--port"
+           : asked_for.apop             ? "--apop"
+           : !asked_for.tls.empty()     ? "--tls"
+           : !asked_for.ca_file.empty() ? "--ca-file"
+                                        : "";
 }
 
 mailbox mailbox_of(receive_options const& asked_for, command_line const& line)
@@ -125,8 +170,8 @@ mailbox mailbox_of(receive_options const& asked_for, command_line const& line)
     std::string const option = option_of_host(asked_for);
     if (!option.empty()) {
         throw failure(EX_USAGE, option + " goes with --host only: name the mailbox with --host and "
-                                         "--user, or set pop_server, pop_port, pop_account and "
-                                         "pop_auth_type (zelieml settings set)");
+                                         "--user, or set pop_server, pop_port, pop_account, "
+                                         "pop_auth_type and pop_tls (zelieml settings set)");
     }
     if (!line.has_workdir()) {
         throw failure(EX_USAGE, "no mailbox is named: name it with --host and --user, or a work "
@@ -181,6 +226,10 @@ received receive_from(mailbox const& from, std::string const& domains)
                                                                              server_info_destroy);
     server_info_set_pop(server, from.host.c_str(), from.user.c_str(), from.password.text(),
                         from.apop ? "apop" : "pop", from.port, 0);
+    if (server_info_set_tls(server, nullptr, from.tls.c_str(),
+                            from.ca_file.empty() ? nullptr : from.ca_file.c_str()) != 0) {
+        throw std::bad_alloc();
+    }
     void*     record = nullptr;
     int const status = eml_receive_mails_result(server, list, domains.c_str(), &record);
     std::unique_ptr<void, decltype(&eml_cb_delete)> const record_owner(record, eml_cb_delete);
@@ -302,13 +351,23 @@ void add_receive(command_line& line)
         .add_option("--host", asked_for->host, "The POP3 server; without it, the settings count")
         ->type_name("HOST")
         ->check(not_empty("name the server"));
-    command.add_option("--port", asked_for->port, "Its port (110)")
+    command.add_option("--port", asked_for->port, "Its port (110; with --tls tls 995)")
         ->type_name("PORT")
         ->check(number_from(1, 65535));
     command.add_option("--user", asked_for->user, "The account")
         ->type_name("NAME")
         ->check(not_empty("name the account"));
     command.add_flag("--apop", asked_for->apop, "Log in with APOP");
+    command
+        .add_option("--tls", asked_for->tls,
+                    "TLS: from the first byte (tls; port 995), or after STLS (starttls)")
+        ->type_name("MODE")
+        ->check(CLI::IsMember({"no", "starttls", "tls"}));
+    command
+        .add_option("--ca-file", asked_for->ca_file,
+                    "Trust the authorities in this PEM file, not the system's")
+        ->type_name("FILE")
+        ->check(not_empty("name the file"));
     command
         .add_option("--domain", asked_for->domains,
                     "Print only mails of this sender domain; may be repeated")

@@ -30,6 +30,11 @@ setting_key host(char const* name, char const* help, char const* missing)
     return {name, setting_kind::host, help, missing};
 }
 
+setting_key path(char const* name, char const* help, char const* missing)
+{
+    return {name, setting_kind::path, help, missing};
+}
+
 setting_key number(char const* name, long low, long high, char const* help, char const* missing)
 {
     return {name, setting_kind::number, help, missing, low, high};
@@ -68,6 +73,12 @@ std::vector<setting_key> all_keys()
                "0"),
         one_of("passwd_raw", {"yes", "no"}, "store the passwords in clear text", "no"),
         one_of("subject_use_encoding", {"yes", "no"}, "send the subject as an encoded word", "yes"),
+        one_of("smtp_tls", {"no", "starttls", "tls"},
+               "TLS with it; tls: from the first byte, port 465", "no TLS"),
+        one_of("pop_tls", {"no", "starttls", "tls"}, "the same for the POP3 server; tls: port 995",
+               "no TLS"),
+        path("tls_ca_file", "a PEM file with the authorities to trust",
+             "those that the system trusts"),
     };
 }
 
@@ -169,6 +180,12 @@ char const* fault_of_host(std::string const& value)
     return fault_of_text(value);
 }
 
+char const* fault_of_path(std::string const& value)
+{
+    return !value.empty() && value.front() != '/' ? "is no full path: begin it with \"/\""
+                                                  : fault_of_text(value);
+}
+
 bool is_allowed(setting_key const& key, std::string const& value)
 {
     return key.kind == setting_kind::number
@@ -212,6 +229,8 @@ std::string values_of(setting_key const& key)
         return "TEXT";
     case setting_kind::host:
         return "HOST";
+    case setting_kind::path:
+        return "PATH";
     case setting_kind::password:
         return "asked for";
     case setting_kind::number:
@@ -231,8 +250,9 @@ std::string fault_of(setting_key const& key, std::string const& value)
     if (key.kind == setting_kind::number || key.kind == setting_kind::one_of) {
         return is_allowed(key, value) ? "" : thing + "is not allowed: write " + values_of(key);
     }
-    char const* const fault =
-        key.kind == setting_kind::host ? fault_of_host(value) : fault_of_text(value);
+    char const* const fault = key.kind == setting_kind::host   ? fault_of_host(value)
+                              : key.kind == setting_kind::path ? fault_of_path(value)
+                                                               : fault_of_text(value);
     if (fault != nullptr) {
         return thing + fault;
     }

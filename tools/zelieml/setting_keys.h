@@ -13,6 +13,7 @@ namespace zelieml::program
 enum class setting_kind : char {
     text,
     host,
+    path,
     number,
     one_of,
     password

@@ -1,5 +1,6 @@
 // settings.cpp - zelieml settings: look at the settings of a work directory, and change them
 
+#include <cstdio>
 #include <memory>
 #include <sysexits.h>
 
@@ -102,6 +103,22 @@ void convert_passwords(settings_text& settings, bool clear, std::string const& w
     }
 }
 
+// Warns of a key for TLS that is set and not read, or that the change of another one has hidden:
+// then nothing is sent.
+void warn_of_contested(std::string const& set, settings_text const& before,
+                       settings_text const& after)
+{
+    for (char const* const key : {"smtp_tls", "pop_tls", "tls_ca_file"}) {
+        std::size_t const line = after.contested(key);
+        if (line != 0 && (key == set || before.contested(key) == 0)) {
+            std::fprintf(stderr,
+                         "zelieml: nothing is sent while line %zu contains %s, too: correct that "
+                         "line with an editor\n",
+                         line, key);
+        }
+    }
+}
+
 void set_value(common_options const& options, set_options const& asked_for, setting_key const& key)
 {
     if (!asked_for.has_value) {
@@ -113,14 +130,16 @@ void set_value(common_options const& options, set_options const& asked_for, sett
     if (!fault.empty()) {
         throw failure(EX_USAGE, fault);
     }
-    settings_change change(options.workdir);
-    bool const      were_clear = are_clear(change.settings());
+    settings_change     change(options.workdir);
+    settings_text const before     = change.settings();
+    bool const          were_clear = are_clear(before);
     change.settings().set(key.name, value);
     bool const clear = are_clear(change.settings());
     if (clear != were_clear) {
         convert_passwords(change.settings(), clear, options.workdir);
     }
     change.write(key.name, value);
+    warn_of_contested(key.name, before, change.settings());
 }
 
 int set(common_options const& options, set_options const& asked_for)

@@ -60,6 +60,14 @@ std::string key_of(std::string const& line)
     return is_comment(line) ? "" : trimmed(seen(line).substr(0, seen(line).find('=')));
 }
 
+// Whether a line says nothing but the value of a key: the key, blanks and "=", and no NUL.
+bool is_own_line_of(std::string const& line, std::string const& key)
+{
+    std::size_t const sign = line.find_first_not_of(blanks, key.size());
+    return line.compare(0, key.size(), key) == 0 && sign != line.npos && line[sign] == '=' &&
+           seen(line) == line;
+}
+
 reading reading_of(std::string const& whole, std::size_t number)
 {
     std::string const line = seen(whole);
@@ -270,6 +278,19 @@ std::optional<reading> settings_text::read(std::string const& key) const
         return std::nullopt;
     }
     return reading_of(lines_[index], index + 1);
+}
+
+std::size_t settings_text::contested(std::string const& key) const
+{
+    std::size_t const own = index_of(key);
+    for (std::size_t i = 0; i < lines_.size(); ++i) {
+        std::string const& line = lines_[i];
+        bool const fits = own < lines_.size() && line == lines_[own] && is_own_line_of(line, key);
+        if (!fits && !is_comment(line) && line.find(key) != line.npos) {
+            return i + 1;
+        }
+    }
+    return 0;
 }
 
 std::string settings_text::bitten_by(std::size_t index, settings_text const& before) const

@@ -38,6 +38,12 @@ public:
 
     std::optional<reading> read(std::string const& key) const;
 
+    // contested - a line that the library minds for a key of TLS: the number, from 1, or 0
+    //
+    // It contains the key and is not the line that is read, nor a copy; or it is that line, but
+    // does not begin with the key and "=". Lines that are hidden and bytes behind a NUL count.
+    std::size_t contested(std::string const& key) const;
+
     // set - replaces or adds the line of a key
     //
     // All other lines stay as they are, and each other key is read as before, or from its own line

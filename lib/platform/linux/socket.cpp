@@ -4,6 +4,7 @@
 
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <utility>
 
 #include "platform/posix/uninterrupted.h"
 #include "support/unique_fd.h"
@@ -42,6 +43,30 @@ ssize_t send_pieces(int fd, iovec* pieces, int count)
     message.msg_iov    = pieces;
     message.msg_iovlen = static_cast<decltype(message.msg_iovlen)>(count);
     return uninterrupted([&] { return ::sendmsg(fd, &message, MSG_NOSIGNAL); });
+}
+
+int open_local_pair(unique_fd& one, unique_fd& other)
+{
+    int pair[2];
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, pair) != 0) {
+        return -1;
+    }
+    unique_fd first(pair[0]);
+    unique_fd second(pair[1]);
+    one   = above_standard(std::move(first));
+    other = above_standard(std::move(second));
+    return one && other ? 0 : -1;
+}
+
+int poll_pair(pollfd* entries, nfds_t count, int ms)
+{
+    return ::poll(entries, count, ms);
+}
+
+void acknowledge_at_once(int fd)
+{
+    int const on = 1;
+    ::setsockopt(fd, IPPROTO_TCP, TCP_QUICKACK, &on, sizeof on);
 }
 
 }  // namespace zelieml::platform

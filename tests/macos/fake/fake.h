@@ -12,6 +12,10 @@
 // - removing an observer by a name, object and pointer that are not those of exactly one
 // - any call in a forked child of a process that has made one: the real frameworks may be used after
 //   exec only
+// - TLS without functions for its bytes, a connection, or the stop at the server's certificate;
+//   reading or writing before the handshake and after the end, and a function for bytes that does
+//   less than it was asked to and does not say so
+// - a trust evaluated without a policy, or with leave to ask the network
 // - a key-handle session detached while it has contexts or keys, and a context that is initialised
 //   for a second text to be encrypted
 //
@@ -20,7 +24,12 @@
 //
 // What the real frameworks leave open is here as inconvenient as it may be: a string that cannot be
 // converted leaves rubbish in the buffer, the bytes of empty data are at null, and a transform runs
-// on a thread of its own, which releases it some time after the result was returned.
+// on a thread of its own, which releases it some time after the result was returned. What is
+// written inside TLS, and cannot be sent, has been taken, and is sent again with what is written
+// twice. A second handshake begins by itself. The policy for servers takes for addresses what
+// inet_aton does, also where a certificate has them as names, for a server's purpose also that of
+// servers with stronger algorithms, and for no server's a certificate without one of these two,
+// without alternative names, or that is valid for more than 825 days.
 //
 // What may fail in the real frameworks can be made to fail here. The functions below are for tests.
 

@@ -82,9 +82,10 @@ long& count_of(state& all, char const* name)
 
 char const* kind_name(kind what)
 {
-    static char const* const names[] = {"string",     "number", "boolean",   "data",     "array",
-                                        "dictionary", "error",  "time zone", "run loop", "center",
-                                        "allocator",  "key",    "transform", "instance"};
+    static char const* const names[] = {
+        "string",    "number",      "boolean",  "data",   "array",       "dictionary",
+        "error",     "time zone",   "run loop", "center", "allocator",   "key",
+        "transform", "certificate", "policy",   "trust",  "TLS context", "instance"};
     return names[static_cast<int>(what)];
 }
 

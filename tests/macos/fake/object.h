@@ -79,6 +79,10 @@ enum class kind {
     allocator,
     key,
     transform,
+    certificate,
+    policy,
+    trust,
+    tls_context,
     instance  // of an Objective-C class that is nothing else
 };
 

@@ -13,7 +13,10 @@
 //   to wait for that. Only ports that the same process has bound are known here.
 // - An accepted socket has its listener's O_NONBLOCK.
 // - To shut down a listener does nothing.
-// - poll knows no devices, and says at the end of a stream that it has been hung up.
+// - poll knows no devices, and says at the end of a stream that it has been hung up: of two sockets
+//   of this machine already when the other one has shut down its sending side, before everything was
+//   read. Of a socket for which no event is asked it says nothing.
+// - A socket of this machine has no peer any more when that one is closed.
 // - A pipe takes 16 KiB.
 // - A thread has a stack of 512 KiB, and its own result of gethostbyname.
 // - A signal to the process that all threads have blocked waits with the main thread. sigpending
@@ -22,7 +25,9 @@
 //   its own.
 // - A process may have 256 descriptors open.
 
+#include <algorithm>
 #include <atomic>
+#include <bitset>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -80,11 +85,27 @@ int option_of(int fd, int level, int name)
     return ::getsockopt(fd, level, name, &value, &size) == 0 ? value : 0;
 }
 
-bool is_tcp(int fd)
+bool is_stream(int fd, int domain)
 {
     kept_errno const kept;
-    return option_of(fd, SOL_SOCKET, SO_DOMAIN) == AF_INET &&
+    return option_of(fd, SOL_SOCKET, SO_DOMAIN) == domain &&
            option_of(fd, SOL_SOCKET, SO_TYPE) == SOCK_STREAM;
+}
+
+bool is_socket(int fd)
+{
+    kept_errno const kept;
+    return option_of(fd, SOL_SOCKET, SO_TYPE) != 0;
+}
+
+bool is_tcp(int fd)
+{
+    return is_stream(fd, AF_INET);
+}
+
+bool is_local(int fd)
+{
+    return is_stream(fd, AF_UNIX);
 }
 
 bool is_listener(int fd)
@@ -146,6 +167,25 @@ ssize_t send_as_on_macos(int fd, int flags, char const* function, Send&& real)
     return sent;
 }
 
+int real_poll(pollfd* entries, nfds_t count, int ms)
+{
+    static auto* const real = NEXT(poll);
+    return real(entries, count, ms);
+}
+
+bool says(int fd, short event)
+{
+    pollfd entry = {fd, event, 0};
+    return real_poll(&entry, 1, 0) == 1 && (entry.revents & event) != 0;
+}
+
+constexpr std::size_t most_polled = 64;  // more are polled as they are
+
+void hang_up(pollfd& entry)
+{
+    entry.revents = static_cast<short>((entry.revents | POLLHUP) & ~POLLOUT);
+}
+
 void adjust(pollfd& entry)
 {
     struct stat status = {};
@@ -158,7 +198,9 @@ void adjust(pollfd& entry)
     } else if ((entry.revents & (POLLIN | POLLERR)) == POLLIN && is_tcp(entry.fd) &&
                !is_listener(entry.fd) &&  // and whoever asks first has the error
                ::recv(entry.fd, &byte, 1, MSG_PEEK | MSG_DONTWAIT) == 0) {
-        entry.revents = static_cast<short>((entry.revents | POLLHUP) & ~POLLOUT);
+        hang_up(entry);
+    } else if ((entry.revents & POLLIN) != 0 && is_local(entry.fd) && says(entry.fd, POLLRDHUP)) {
+        hang_up(entry);
     }
 }
 
@@ -279,6 +321,16 @@ int shutdown(int fd, int how) noexcept
     return real(fd, how);
 }
 
+int getpeername(int fd, sockaddr* peer, socklen_t* size) noexcept
+{
+    static auto* const real = NEXT(getpeername);
+    if (is_local(fd) && says(fd, POLLHUP)) {
+        errno = EINVAL;
+        return -1;
+    }
+    return real(fd, peer, size);
+}
+
 int close(int fd)
 {
     static auto* const real = NEXT(close);
@@ -297,10 +349,21 @@ int close(int fd)
 
 int poll(pollfd* entries, nfds_t count, int ms)
 {
-    static auto* const real  = NEXT(poll);
-    int const          ready = real(entries, count, ms);
-    for (nfds_t i = 0; ready > 0 && i < count; ++i) {
-        adjust(entries[i]);
+    // In place: a program that has no memory polls, too.
+    std::bitset<most_polled> is_left_out;
+    for (nfds_t i = 0; i < std::min<nfds_t>(count, most_polled); ++i) {
+        if (entries[i].fd >= 0 && entries[i].events == 0 && is_socket(entries[i].fd)) {
+            is_left_out.set(i);
+            entries[i].fd = ~entries[i].fd;
+        }
+    }
+    int const ready = real_poll(entries, count, ms);
+    for (nfds_t i = 0; i < count; ++i) {
+        if (i < most_polled && is_left_out[i]) {
+            entries[i].fd = ~entries[i].fd;
+        } else if (ready > 0) {
+            adjust(entries[i]);
+        }
     }
     return ready;
 }

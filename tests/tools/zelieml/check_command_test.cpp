@@ -223,7 +223,8 @@ class FailedCheck : public testing::TestWithParam<check_case>
 
 TEST_P(FailedCheck, SaysWhereAndWhatToDo)
 {
-    check_case const&      c = GetParam();
+    check_case const& c = GetParam();
+    SKIP_UNLESS(ZELIEML_HAS_TLS || c.cause != "tls", "built without the plug-in for TLS");
     loopback_program const server(c.arguments);
     std::string            settings = c.more_settings;
     std::size_t const      port     = settings.find("{pop}");
@@ -271,6 +272,25 @@ INSTANTIATE_TEST_SUITE_P(
             .fails_at("settings", "settings")
             .ends(EX_CONFIG, "settings: pop_server is missing in ",
                   "set it with 'zelieml settings"),
+        check_case("TLS in other words")
+            .settings("smtp_tls = Yes\r\n")
+            .fails_at("settings", "settings")
+            .ends(EX_CONFIG, "TLS: smtp_tls in ", "set it with 'zelieml settings"),
+        check_case("no STARTTLS")
+            .settings("smtp_tls = starttls\r\n")
+            .fails_at("tls", "tls")
+            .ends(EX_UNAVAILABLE, "TLS: the server does not offer STARTTLS",
+                  "nothing but EHLO and STARTTLS was said in clear"),
+        check_case("no TLS from the first byte")
+            .settings("smtp_tls = tls\r\n")
+            .fails_at("tls", "tls")
+            .ends(EX_UNAVAILABLE, "TLS: the server speaks no TLS here",
+                  "nothing but EHLO and STARTTLS was said in clear"),
+        check_case("no STLS")
+            .settings(pop_settings + "pop_tls = starttls\r\n")
+            .fails_at("pop tls", "tls")
+            .ends(EX_UNAVAILABLE, "TLS: the server does not offer STLS",
+                  "nothing but CAPA and STLS was said in clear"),
         check_case("the greeting is a refusal")
             .fault("smtp.greeting=refuse:554 no service")
             .fails_at("greeting", "refused")

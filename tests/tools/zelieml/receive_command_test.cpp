@@ -282,6 +282,55 @@ TEST_F(ReceiveCommand, TakesTheMailboxFromTheSettings)
     }
 }
 
+TEST_F(ReceiveCommand, NeedsTheAuthoritiesThatItIsGiven)
+{
+    outcome const run = run_zelieml(command({"--tls", "tls", "--ca-file", "no/such"}), "geheim");
+    EXPECT_EQ(run.status, EX_NOINPUT);
+    EXPECT_NE(run.err.find("--ca-file no/such: No such file"), std::string::npos) << run.err;
+    EXPECT_TRUE(server.sessions().empty());
+}
+
+struct tls_lines {
+    char const* name;
+    std::string lines;  // of the settings
+    bool        is_clear;
+};
+
+TEST_F(ReceiveCommand, LogsInInClearOnlyIfNoLineMayMeanTls)
+{
+    std::string const overlong = std::string(1200, 'x') + "\r\n";
+    std::string const nul(1, '\0');
+    tls_lines const   cases[] = {
+          {"no setting", "", true},
+          {"no", "pop_tls = no\r\n", true},
+          {"written twice", "pop_tls\t=no\r\npop_tls\t=no\r\n", true},
+          {"a comment", "#pop_tls = tls\r\npop_tls = no\r\n", true},
+          {"above another", "pop_tls = no\r\npop_tls = tls\r\n", false},
+          {"behind a blank", " pop_tls = no\r\n", false},
+          {"behind a blank, above another", " pop_tls = no\r\npop_tls = tls\r\n", false},
+          {"above a hidden one", "pop_tls = no\r\n" + overlong + "pop_tls = tls\r\n", false},
+          {"hidden", overlong + "pop_tls = no\r\n", false},
+          {"in front of a NUL", "pop_tls = no\r" + nul + "\r\n", false},
+          {"behind a NUL", "pop_tls = no\r\nx" + nul + "pop_tls = no\r\n", false},
+          {"in a value", "pop_tls = no\r\nx = pop_tls\r\n", false},
+          {"without a sign", "pop_tls\r\n", false},
+          {"without CR", "pop_tls = no", false},
+          {"authorities twice", "tls_ca_file = /a\r\ntls_ca_file = /b\r\n", false},
+    };
+    for (auto const& [name, lines, is_clear] : cases) {
+        SCOPED_TRACE(name);
+        temp_dir const dir;
+        write_file(dir.file("zelismes.cf"),
+                   "pop_server = 127.0.0.1\r\npop_port = " + std::to_string(server.pop_port()) +
+                       "\r\npop_account = anna\r\npop_passwd = geheim\r\npasswd_raw = yes\r\n" +
+                       lines);
+        std::size_t const before = server.sessions().size();
+        outcome const     run    = run_zelieml({"receive", "--delete", "-w", dir.path()});
+        EXPECT_EQ(run.status, is_clear ? EX_OK : EX_CONFIG) << run.err;
+        EXPECT_EQ(server.sessions().size(), before + (is_clear ? 1 : 0));
+    }
+}
+
 TEST_F(ReceiveCommand, PrintsJsonWhenItCouldNotBegin)
 {
     outcome const lost = run_zelieml({"receive", "--delete", "-w", "/no/such", "--json"});

@@ -32,9 +32,10 @@ using strings = std::vector<std::string>;
 using nlohmann::json;
 
 strings const all_keys = {
-    "smtp_server", "smtp_port",     "smtp_auth",  "smtp_auth_type",       "smtp_account",
-    "smtp_passwd", "pop_server",    "pop_port",   "pop_before_smtp",      "pop_account",
-    "pop_passwd",  "pop_auth_type", "passwd_raw", "subject_use_encoding", "pop_wait_time",
+    "smtp_server", "smtp_port",     "smtp_auth",   "smtp_auth_type",       "smtp_account",
+    "smtp_passwd", "pop_server",    "pop_port",    "pop_before_smtp",      "pop_account",
+    "pop_passwd",  "pop_auth_type", "passwd_raw",  "subject_use_encoding", "pop_wait_time",
+    "smtp_tls",    "pop_tls",       "tls_ca_file",
 };
 
 // As the library reads it.
@@ -142,6 +143,9 @@ TEST_F(Settings, AreWrittenAndRead)
         {"pop_wait_time", "0"},
         {"subject_use_encoding", "no"},
         {"passwd_raw", "no"},
+        {"smtp_tls", "starttls"},
+        {"pop_tls", "no"},
+        {"tls_ca_file", "/etc/office.pem"},
     };
     std::string expected;
     for (strings const& set : sets) {
@@ -269,6 +273,7 @@ TEST_F(Settings, AreRefusedWhenTheyAreWrong)
         {"passwd_raw", ""},
         {"smtp_server", ""},
         {"smtp_server", "mail.test:25"},
+        {"tls_ca_file", "ca.pem"},
         {"smtp_server", "::1"},
         {"smtp_server", "smtp://mail.test"},
         {"smtp_server", "mail.test "},
@@ -379,6 +384,22 @@ std::string source_of(std::string const& bytes, std::string const& key)
     return "";
 }
 
+// The library minds each line that contains a key for TLS.
+TEST_F(Settings, ForTlsWarnOfOtherLinesThatContainThem)
+{
+    write(";smtp_tls = no\r\nsmtp_server = a\r\n");
+    outcome const hidden = run({"set", "smtp_tls", "tls"});
+    EXPECT_EQ(hidden.status, EX_OK);
+    EXPECT_NE(hidden.err.find("line 2 contains smtp_tls"), std::string::npos) << hidden.err;
+    EXPECT_EQ(bytes(), "smtp_tls = tls\r\n;smtp_tls = no\r\nsmtp_server = a\r\n");
+    expect_set("smtp_server", "b");
+
+    write("smtp_tls = tls\r\n");
+    outcome const hiding = run({"set", "tls_ca_file", "/etc/smtp_tls/ca.pem"});
+    EXPECT_EQ(hiding.status, EX_OK);
+    EXPECT_NE(hiding.err.find("line 2 contains smtp_tls"), std::string::npos) << hiding.err;
+}
+
 // Whatever the file is like, a change changes what is read for its own key, or nothing.
 TEST_F(Settings, AreNeverReadForEachOther)
 {
@@ -474,7 +495,10 @@ TEST_F(Settings, AreShown)
                          "# pop_auth_type is not set: pop\n"
                          "# pop_wait_time is not set: 0\n"
                          "# passwd_raw is not set: no\n"
-                         "# subject_use_encoding is not set: yes\n");
+                         "# subject_use_encoding is not set: yes\n"
+                         "# smtp_tls is not set: no TLS\n"
+                         "# pop_tls is not set: no TLS\n"
+                         "# tls_ca_file is not set: those that the system trusts\n");
     json const all = json::parse(run({"show", "--json"}).out);
     EXPECT_EQ(all.size(), all_keys.size() + 1);
     EXPECT_EQ(all.at("marks"),

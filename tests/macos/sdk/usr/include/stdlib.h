@@ -66,7 +66,8 @@ size_t             wcstombs(char* to, wchar_t const* from, size_t size);
 int                wctomb(char* to, wchar_t c);
 END_SINCE
 SINCE(10.6)
-int posix_memalign(void** bytes, size_t alignment, size_t size);
+int   posix_memalign(void** bytes, size_t alignment, size_t size);
+char* realpath(char const* path, char* real) __asm__("_realpath$DARWIN_EXTSN");
 END_SINCE
 
 #endif

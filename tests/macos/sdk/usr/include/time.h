@@ -32,6 +32,7 @@ clock_t    clock(void) SDK_UNIX03(clock);
 char*      ctime(time_t const* time);
 double     difftime(time_t later, time_t earlier);
 struct tm* gmtime(time_t const* time);
+struct tm* gmtime_r(time_t const* time, struct tm* out);
 struct tm* localtime(time_t const* time);
 struct tm* localtime_r(time_t const* time, struct tm* out);
 time_t     mktime(struct tm* time) SDK_UNIX03(mktime);

@@ -10,6 +10,10 @@ struct in_addr {
     in_addr_t s_addr;
 };
 
+struct in6_addr {
+    uint8_t s6_addr[16];
+};
+
 struct sockaddr_in {
     uint8_t        sin_len;
     sa_family_t    sin_family;

@@ -23,7 +23,9 @@ struct msghdr {
 };
 
 #define AF_UNSPEC    0
+#define AF_UNIX      1
 #define AF_INET      2
+#define AF_INET6     30
 #define SOCK_STREAM  1
 #define SOL_SOCKET   0xffff
 #define SO_REUSEADDR 0x0004
@@ -37,6 +39,7 @@ struct msghdr {
 
 SINCE(10.0)
 int     connect(int fd, struct sockaddr const* peer, socklen_t size) SDK_UNIX03(connect);
+int     getpeername(int fd, struct sockaddr* peer, socklen_t* size) SDK_UNIX03(getpeername);
 int     getsockopt(int fd, int level, int name, void* value, socklen_t* size);
 ssize_t recv(int fd, void* bytes, size_t size, int flags) SDK_UNIX03(recv);
 ssize_t send(int fd, void const* bytes, size_t size, int flags) SDK_UNIX03(send);
@@ -44,6 +47,7 @@ ssize_t sendmsg(int fd, struct msghdr const* message, int flags) SDK_UNIX03(send
 int     setsockopt(int fd, int level, int name, void const* value, socklen_t size);
 int     shutdown(int fd, int how);
 int     socket(int family, int type, int protocol);
+int     socketpair(int family, int type, int protocol, int pair[2]);
 END_SINCE
 
 #endif

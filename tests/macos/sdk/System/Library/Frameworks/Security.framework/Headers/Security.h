@@ -100,4 +100,131 @@ SDK_EXTERN CFStringRef const kSecDigestMD5 SDK_SINCE(10.7);
 SDK_EXTERN SecTransformRef SecDigestTransformCreate(CFTypeRef type, CFIndex length,
                                                     CFErrorRef* error) SDK_SINCE(10.7);
 
+/* ---- certificates and trust */
+
+typedef struct OpaqueSecCertificateRef* SecCertificateRef;
+typedef struct OpaqueSecPolicyRef*      SecPolicyRef;
+typedef struct OpaqueSecTrustRef*       SecTrustRef;
+
+typedef uint32_t SecTrustResultType;
+enum {
+    kSecTrustResultInvalid                 = 0,
+    kSecTrustResultProceed                 = 1, /* the user says so */
+    kSecTrustResultDeny                    = 3,
+    kSecTrustResultUnspecified             = 4, /* trusted, and the user says nothing */
+    kSecTrustResultRecoverableTrustFailure = 5,
+    kSecTrustResultFatalTrustFailure       = 6,
+    kSecTrustResultOtherError              = 7
+};
+
+/* Null for what is no certificate. */
+SDK_EXTERN SecCertificateRef SecCertificateCreateWithData(CFAllocatorRef allocator, CFDataRef data)
+    SDK_SINCE(10.6);
+SDK_EXTERN CFDataRef SecCertificateCopyData(SecCertificateRef certificate) SDK_SINCE(10.6);
+
+SDK_EXTERN SecPolicyRef SecPolicyCreateBasicX509(void) SDK_SINCE(10.6);
+/* hostname  null for any */
+SDK_EXTERN SecPolicyRef SecPolicyCreateSSL(Boolean server, CFStringRef hostname) SDK_SINCE(10.6);
+
+/* policies  one, or an array */
+SDK_EXTERN OSStatus SecTrustSetPolicies(SecTrustRef trust, CFTypeRef policies) SDK_SINCE(10.3);
+SDK_EXTERN OSStatus SecTrustSetAnchorCertificates(SecTrustRef trust, CFArrayRef anchors)
+    SDK_SINCE(10.3);
+SDK_EXTERN OSStatus SecTrustSetAnchorCertificatesOnly(SecTrustRef trust, Boolean only)
+    SDK_SINCE(10.6);
+SDK_EXTERN OSStatus SecTrustSetNetworkFetchAllowed(SecTrustRef trust, Boolean allowed)
+    SDK_SINCE(10.9);
+SDK_EXTERN OSStatus SecTrustEvaluate(SecTrustRef trust, SecTrustResultType* result) SDK_SINCE(10.3);
+SDK_EXTERN CFIndex  SecTrustGetCertificateCount(SecTrustRef trust) SDK_SINCE(10.7);
+SDK_EXTERN SecCertificateRef SecTrustGetCertificateAtIndex(SecTrustRef trust, CFIndex index)
+    SDK_SINCE(10.7);
+
+/* A dictionary for each certificate, the server's first; null before an evaluation. */
+SDK_EXTERN CFArrayRef SecTrustCopyProperties(SecTrustRef trust) SDK_SINCE(10.7);
+SDK_EXTERN CFStringRef const kSecPropertyTypeError SDK_SINCE(10.7);
+
+/* reserved  null */
+SDK_EXTERN CFStringRef SecCopyErrorMessageString(OSStatus status, void* reserved) SDK_SINCE(10.3);
+
+/* ---- Secure Transport */
+
+enum {
+    errSSLProtocol            = -9800,
+    errSSLNegotiation         = -9801,
+    errSSLFatalAlert          = -9802,
+    errSSLWouldBlock          = -9803,
+    errSSLClosedGraceful      = -9805,
+    errSSLClosedAbort         = -9806,
+    errSSLInternal            = -9810,
+    errSSLClosedNoNotify      = -9816,
+    errSSLPeerUnexpectedMsg   = -9819,
+    errSSLPeerHandshakeFail   = -9824,
+    errSSLPeerProtocolVersion = -9836,
+    errSSLPeerNoRenegotiation = -9840,
+    errSSLServerAuthCompleted = -9841,
+    errSSLConnectionRefused   = -9844,
+    errSSLRecordOverflow      = -9847
+};
+
+typedef struct SSLContext* SSLContextRef;
+typedef void const*        SSLConnectionRef;
+
+typedef enum {
+    kSSLServerSide,
+    kSSLClientSide
+} SSLProtocolSide;
+
+typedef enum {
+    kSSLStreamType,
+    kSSLDatagramType
+} SSLConnectionType;
+
+typedef enum {
+    kSSLIdle,
+    kSSLHandshake,
+    kSSLConnected,
+    kSSLClosed,
+    kSSLAborted
+} SSLSessionState;
+
+typedef enum {
+    kSSLSessionOptionBreakOnServerAuth,
+    kSSLSessionOptionBreakOnCertRequested
+} SSLSessionOption;
+
+typedef enum {
+    kSSLProtocolUnknown = 0,
+    kSSLProtocol3       = 2,
+    kTLSProtocol1       = 4,
+    kTLSProtocol11      = 7,
+    kTLSProtocol12      = 8
+} SSLProtocol;
+
+/* size  what is wanted, then what was done; less than that with errSSLWouldBlock */
+typedef OSStatus (*SSLReadFunc)(SSLConnectionRef connection, void* data, size_t* size);
+typedef OSStatus (*SSLWriteFunc)(SSLConnectionRef connection, void const* data, size_t* size);
+
+SDK_EXTERN SSLContextRef SSLCreateContext(CFAllocatorRef allocator, SSLProtocolSide side,
+                                          SSLConnectionType type) SDK_SINCE(10.8);
+SDK_EXTERN OSStatus      SSLSetIOFuncs(SSLContextRef context, SSLReadFunc read, SSLWriteFunc write)
+    SDK_SINCE(10.2);
+SDK_EXTERN OSStatus SSLSetConnection(SSLContextRef context, SSLConnectionRef connection)
+    SDK_SINCE(10.2);
+SDK_EXTERN OSStatus SSLSetPeerDomainName(SSLContextRef context, char const* name, size_t size)
+    SDK_SINCE(10.2);
+SDK_EXTERN OSStatus SSLSetProtocolVersionMin(SSLContextRef context, SSLProtocol oldest)
+    SDK_SINCE(10.8);
+SDK_EXTERN OSStatus SSLSetSessionOption(SSLContextRef context, SSLSessionOption option,
+                                        Boolean value) SDK_SINCE(10.6);
+SDK_EXTERN OSStatus SSLGetSessionState(SSLContextRef context, SSLSessionState* state)
+    SDK_SINCE(10.2);
+SDK_EXTERN OSStatus SSLHandshake(SSLContextRef context) SDK_SINCE(10.2);
+SDK_EXTERN OSStatus SSLCopyPeerTrust(SSLContextRef context, SecTrustRef* trust) SDK_SINCE(10.6);
+SDK_EXTERN OSStatus SSLRead(SSLContextRef context, void* data, size_t size, size_t* done)
+    SDK_SINCE(10.2);
+/* With errSSLWouldBlock, what was done waits in the context: no data, and a size of 0, send it. */
+SDK_EXTERN OSStatus SSLWrite(SSLContextRef context, void const* data, size_t size, size_t* done)
+    SDK_SINCE(10.2);
+SDK_EXTERN OSStatus SSLClose(SSLContextRef context) SDK_SINCE(10.2);
+
 #endif
