@@ -23,8 +23,9 @@ compare() {
 }
 
 server=
+tls_server=
 stop() {
-    [ -z "$server" ] || kill "$server" 2>/dev/null || true
+    kill $server $tls_server 2>/dev/null || true
     rm -rf "$scratch"
 }
 trap stop EXIT
@@ -69,6 +70,24 @@ echo 'with a login:'
 compare "$build/bench/post_bench" "$port" 2000 login
 echo 'a body of 20 MB:'
 compare "$build/bench/post_bench" "$port" 9 large
+
+if [ -x "$build/bench/tls_bench" ]; then
+    mkdir "$scratch/tls"
+    "${as_server[@]}" "$build/bench/tls_sink" "$scratch/tls" &
+    tls_server=$!
+    for _ in $(seq 100); do
+        [ -e "$scratch/tls/ready" ] && break
+        sleep 0.05
+    done
+    echo
+    echo '== one message inside TLS'
+    echo 'a mail of 1 KB:'
+    "${as_client[@]}" "$build/bench/tls_bench" "$scratch/tls" 500 0
+    echo 'a body of 20 MB:'
+    "${as_client[@]}" "$build/bench/tls_bench" "$scratch/tls" 9 20000000
+    kill "$tls_server"
+    tls_server=
+fi
 
 echo
 echo '== an engine'

@@ -6,91 +6,20 @@
 // killed. SMTP (RFC 5321) takes every mail of any size and any number of recipients; POP3
 // (RFC 1939) has MAILS mails, all the same, and takes any login.
 
-#include <arpa/inet.h>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <netinet/tcp.h>
 #include <string>
 #include <string_view>
-#include <sys/socket.h>
-#include <thread>
-#include <unistd.h>
+
+#include "bench/sink_server.h"
 
 namespace
 {
 
-class client
-{
-public:
-    explicit client(int fd) : fd_(fd) {}
-    ~client() { ::close(fd_); }
-    client(client const&)            = delete;
-    client& operator=(client const&) = delete;
-
-    bool say(std::string_view text) const
-    {
-        return ::send(fd_, text.data(), text.size(), MSG_NOSIGNAL) ==
-               static_cast<ssize_t>(text.size());
-    }
-
-    // The next command line, without its end. False when the client is gone.
-    bool hear(std::string& line)
-    {
-        std::size_t end;
-        while ((end = have_.find("\r\n")) == have_.npos) {
-            if (!receive()) {
-                return false;
-            }
-        }
-        line = have_.substr(0, end);
-        have_.erase(0, end + 2);
-        return true;
-    }
-
-    // Hears a mail to its end, and forgets it.
-    bool hear_mail()
-    {
-        static constexpr std::string_view end = "\r\n.\r\n";
-        have_.insert(0, "\r\n");
-        std::size_t at;
-        while ((at = have_.find(end)) == have_.npos) {
-            if (have_.size() > end.size()) {
-                have_.erase(0, have_.size() - end.size());
-            }
-            if (!receive()) {
-                return false;
-            }
-        }
-        have_.erase(0, at + end.size());
-        return true;
-    }
-
-private:
-    bool receive()
-    {
-        static thread_local char bytes[1 << 18];
-        ssize_t const            got = ::recv(fd_, bytes, sizeof bytes, 0);
-        if (got <= 0) {
-            return false;
-        }
-        have_.append(bytes, static_cast<std::size_t>(got));
-        return true;
-    }
-
-    int const   fd_;
-    std::string have_;
-};
-
-bool begins(std::string const& line, char const* verb)
-{
-    return ::strncasecmp(line.c_str(), verb, std::strlen(verb)) == 0;
-}
-
 void serve_smtp(int fd)
 {
-    client      peer(fd);
+    sink_client peer(fd);
     std::string line;
     bool        going = peer.say("220 sink\r\n");
     while (going && peer.hear(line)) {
@@ -117,7 +46,7 @@ constexpr std::string_view mail = "Date: Sat, 21 Nov 2026 10:00:00 -0000\r\n"
 
 void serve_pop(int fd)
 {
-    client      peer(fd);
+    sink_client peer(fd);
     std::string line;
     bool        going = peer.say("+OK sink\r\n");
     while (going && peer.hear(line)) {
@@ -138,30 +67,6 @@ void serve_pop(int fd)
     }
 }
 
-// Listens on a free port, which is returned, and serves whoever comes. Ends the program on failure.
-int listen_for(void (*serve)(int))
-{
-    sockaddr_in own     = {};
-    own.sin_family      = AF_INET;
-    own.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t size      = sizeof own;
-    int const fd        = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd < 0 || ::bind(fd, reinterpret_cast<sockaddr*>(&own), size) != 0 ||
-        ::listen(fd, 1024) != 0 ||
-        ::getsockname(fd, reinterpret_cast<sockaddr*>(&own), &size) != 0) {
-        std::perror("sink");
-        std::exit(1);
-    }
-    std::thread([fd, serve] {
-        for (int one; (one = ::accept4(fd, nullptr, nullptr, SOCK_CLOEXEC)) >= 0;) {
-            int const on = 1;
-            ::setsockopt(one, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-            std::thread([one, serve] { serve(one); }).detach();
-        }
-    }).detach();
-    return ntohs(own.sin_port);
-}
-
 }  // namespace
 
 int main(int argc, char** argv)
@@ -170,17 +75,8 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "use: sink READY-FILE [MAILS]\n");
         return 2;
     }
-    mails_left                  = argc > 2 ? std::atol(argv[2]) : 0;
-    int const         smtp      = listen_for(serve_smtp);
-    int const         pop       = listen_for(serve_pop);
-    std::string const temporary = std::string(argv[1]) + ".new";
-    FILE* const       ready     = std::fopen(temporary.c_str(), "w");
-    if (ready == nullptr || std::fprintf(ready, "%d %d\n", smtp, pop) < 0 ||
-        std::fclose(ready) != 0 || std::rename(temporary.c_str(), argv[1]) != 0) {
-        std::perror("sink");
-        return 1;
-    }
-    for (;;) {
-        ::pause();
-    }
+    mails_left     = argc > 2 ? std::atol(argv[2]) : 0;
+    int const smtp = listen_for(serve_smtp);
+    int const pop  = listen_for(serve_pop);
+    serve_for_ever(argv[1], std::to_string(smtp) + " " + std::to_string(pop));
 }
