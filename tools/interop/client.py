@@ -15,8 +15,10 @@ class Client:
     """A work directory with its settings file."""
 
     def __init__(self, build, workdir):
-        self.examples = pathlib.Path(build) / "examples"
-        self.programs = pathlib.Path(build) / "tools/zelieml"
+        build = pathlib.Path(build).resolve()  # the library finds no plug-in by a relative path
+        self.examples = build / "examples"
+        self.programs = build / "tools/zelieml"
+        self.library = build / "lib/libzelieml.so"
         self.workdir = pathlib.Path(workdir)
         self.settings = self.workdir / "zelismes.cf"
 

@@ -10,9 +10,11 @@ class Dovecot(Server):
     name = "Dovecot"
     refuses_login = r"-ERR \[AUTH\] "
 
-    def __init__(self, *place):
+    def __init__(self, *place, authority):
         super().__init__(*place)
-        self.port = free_port()
+        self.authority = authority
+        self.port = free_port()  # with STLS
+        self.tls_port = free_port()
         self.conf = self.folder / "dovecot.conf"
         self.sasl_socket = self.folder / "sasl"
 
@@ -31,7 +33,9 @@ state_dir = {self.folder}/run
 log_path = {self.folder}/log
 protocols = pop3
 listen = 127.0.0.1
-ssl = no
+ssl = yes
+ssl_cert = <{self.authority.certificate}
+ssl_key = <{self.authority.key}
 disable_plaintext_auth = no
 auth_mechanisms = plain login cram-md5 apop
 auth_failure_delay = 0
@@ -53,7 +57,9 @@ service pop3-login {{
     port = {self.port}
   }}
   inet_listener pop3s {{
-    port = 0
+    address = 127.0.0.1
+    port = {self.tls_port}
+    ssl = yes
   }}
 }}
 # No waiting for those who have mistaken a password before.

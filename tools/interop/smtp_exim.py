@@ -22,29 +22,39 @@ class Exim(Server):
         "no login": r"550 log in first",
     }
 
-    def __init__(self, *place, program):
+    def __init__(self, *place, program, authority):
         super().__init__(*place)
+        self.authority = authority
         os.chown(self.folder, self.mailboxes.UID, self.mailboxes.UID)
         # Where the user id of the mailboxes can run it, and without a set-user-id bit.
         self.program = shutil.copyfile(program, self.folder / "exim")
         self.program.chmod(0o755)
         self.process = None
-        self.ports = {service: free_port() for service in ("open", "auth", "login", "plain")}
+        self.ports = {service: free_port()
+                      for service in ("open", "auth", "login", "plain", "starttls", "tls")}
 
     def all_ports(self):
-        return self.ports.values()
+        return [port for service, port in self.ports.items() if service != "tls"]
 
     def last_login(self):
-        driver = self.last_logged(r" <= \S+(?: H=.*)? P=\w+(?: A=(\w+))?")
+        driver = self.last_logged(r" <= \S+(?: H=.*)? P=\w+(?: X=\S+)?(?: CV=\w+)?(?: A=(\w+))?")
         return driver.replace("_", "-").upper() if driver else None
 
     def last_recipients(self):
         return len((self.last_logged(r" <= .* for (.*)") or "").split())
 
     def offered_on(self, *services):
-        """A condition of Exim's: the client has come in by the port of one of the services."""
+        """A condition of Exim's: the client has come in by the port of one of the services, or is
+        inside TLS."""
         ports = " : ".join(str(self.ports[service]) for service in services)
-        return f"${{if inlist{{$received_port}}{{{ports}}}}}"
+        return f"${{if or{{{{inlist{{$received_port}}{{{ports}}}}}{{def:tls_in_cipher}}}}}}"
+
+    def own_copy(self, file):
+        """A file of root's, readable for Exim."""
+        copy = shutil.copyfile(file, self.folder / file.name)
+        os.chown(copy, self.mailboxes.UID, self.mailboxes.UID)
+        copy.chmod(0o600)
+        return copy
 
     def start(self):
         uid = self.mailboxes.UID
@@ -68,7 +78,10 @@ daemon_smtp_ports = {" : ".join(map(str, self.ports.values()))}
 host_lookup =
 helo_lookup_domains =
 rfc1413_hosts =
-tls_advertise_hosts =
+tls_certificate = {self.own_copy(self.authority.certificate)}
+tls_privatekey = {self.own_copy(self.authority.key)}
+tls_advertise_hosts = ${{if eq{{$received_port}}{{{self.ports["starttls"]}}}{{*}}}}
+tls_on_connect_ports = {self.ports["tls"]}
 acl_smtp_rcpt = recipient
 
 begin acl

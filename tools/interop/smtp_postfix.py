@@ -1,8 +1,8 @@
 """A private Postfix, which has passwords checked by Dovecot. As root: it changes its user ids."""
 
 import shutil
-import subprocess
 
+import postfix
 from mailboxes import DOMAIN, address
 from net import free_port
 from server import Server
@@ -17,14 +17,16 @@ class Postfix(Server):
         "no login": r"554 5\.7\.1 ",
     }
 
-    def __init__(self, *place, sasl_socket):
+    def __init__(self, *place, sasl_socket, authority):
         super().__init__(*place)
         self.sasl_socket = sasl_socket
-        self.ports = {service: free_port() for service in ("open", "auth", "login", "plain")}
+        self.authority = authority
+        self.ports = {service: free_port()
+                      for service in ("open", "auth", "login", "plain", "starttls", "tls")}
         self.etc = self.folder / "etc"
 
     def all_ports(self):
-        return self.ports.values()
+        return [port for service, port in self.ports.items() if service != "tls"]
 
     def last_login(self):
         return self.last_logged(r"smtpd\[.*: client=[^,\n]*(?:, sasl_method=([A-Z0-9-]+))?") or None
@@ -68,6 +70,9 @@ smtpd_sasl_path = {self.sasl_socket}
 smtpd_peername_lookup = no
 smtpd_client_restrictions =
 smtpd_error_sleep_time = 0
+smtpd_tls_cert_file = {self.authority.certificate}
+smtpd_tls_key_file = {self.authority.key}
+smtpd_tls_session_cache_database =
 smtpd_recipient_restrictions = reject_unlisted_recipient, permit
 """)
         auth = ("  -o smtpd_sasl_auth_enable=yes\n  -o mynetworks=\n"
@@ -77,29 +82,13 @@ smtpd_recipient_restrictions = reject_unlisted_recipient, permit
             "open": "",
             "auth": auth,
             "login": auth + "  -o smtpd_sasl_mechanism_filter=login\n",
+            "starttls": auth + "  -o smtpd_tls_security_level=encrypt\n",
+            "tls": auth + "  -o smtpd_tls_wrappermode=yes\n",
             "plain": auth + "  -o smtpd_sasl_mechanism_filter=plain\n",
         }
         smtpd = "".join(f"127.0.0.1:{port} inet n - n - - smtpd\n{extra[name]}"
                         for name, port in self.ports.items())
-        (self.etc / "master.cf").write_text(smtpd + """
-pickup    unix  n  -  n  60   1  pickup
-cleanup   unix  n  -  n  -    0  cleanup
-qmgr      unix  n  -  n  300  1  qmgr
-rewrite   unix  -  -  n  -    -  trivial-rewrite
-bounce    unix  -  -  n  -    0  bounce
-defer     unix  -  -  n  -    0  bounce
-trace     unix  -  -  n  -    0  bounce
-verify    unix  -  -  n  -    1  verify
-proxymap  unix  -  -  n  -    -  proxymap
-error     unix  -  -  n  -    -  error
-retry     unix  -  -  n  -    -  error
-virtual   unix  -  n  n  -    -  virtual
-anvil     unix  -  -  n  -    1  anvil
-postlog   unix-dgram n - n - 1 postlogd
-""")
-        subprocess.run(["setsid", "postfix", "-c", self.etc, "start"], stdin=subprocess.DEVNULL,
-                       stdout=subprocess.DEVNULL, stderr=subprocess.PIPE, check=True)
+        postfix.start(self.etc, smtpd)
 
     def stop(self):
-        subprocess.run(["postfix", "-c", self.etc, "stop"],
-                       stdin=subprocess.DEVNULL, capture_output=True)
+        postfix.stop(self.etc)
