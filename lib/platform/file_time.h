@@ -5,19 +5,17 @@
 #ifndef ZELIEML_PLATFORM_FILE_TIME_H
 #define ZELIEML_PLATFORM_FILE_TIME_H
 
-#include <chrono>
+#include <ctime>
 #include <sys/stat.h>
 
 namespace zelieml::platform
 {
 
-using since_1970 = std::chrono::nanoseconds;
-
 // modified - when its bytes changed, or whenever somebody has said
-since_1970 modified(struct stat const& file);
+timespec modified(struct stat const& file);
 
 // changed - when anything of it changed, its name and its owner included
-since_1970 changed(struct stat const& file);
+timespec changed(struct stat const& file);
 
 }  // namespace zelieml::platform
 

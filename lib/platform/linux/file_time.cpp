@@ -5,24 +5,14 @@
 namespace zelieml::platform
 {
 
-namespace
+timespec modified(struct stat const& file)
 {
-
-since_1970 since(timespec const& when)
-{
-    return std::chrono::seconds(when.tv_sec) + std::chrono::nanoseconds(when.tv_nsec);
+    return file.st_mtim;
 }
 
-}  // namespace
-
-since_1970 modified(struct stat const& file)
+timespec changed(struct stat const& file)
 {
-    return since(file.st_mtim);
-}
-
-since_1970 changed(struct stat const& file)
-{
-    return since(file.st_ctim);
+    return file.st_ctim;
 }
 
 }  // namespace zelieml::platform

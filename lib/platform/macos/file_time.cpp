@@ -5,24 +5,14 @@
 namespace zelieml::platform
 {
 
-namespace
+timespec modified(struct stat const& file)
 {
-
-since_1970 since(timespec const& when)
-{
-    return std::chrono::seconds(when.tv_sec) + std::chrono::nanoseconds(when.tv_nsec);
+    return file.st_mtimespec;
 }
 
-}  // namespace
-
-since_1970 modified(struct stat const& file)
+timespec changed(struct stat const& file)
 {
-    return since(file.st_mtimespec);
-}
-
-since_1970 changed(struct stat const& file)
-{
-    return since(file.st_ctimespec);
+    return file.st_ctimespec;
 }
 
 }  // namespace zelieml::platform

@@ -22,8 +22,10 @@ namespace zelieml::tls
 namespace
 {
 
+using since_1970 = std::chrono::nanoseconds;
+
 // Which file it is, and as of when.
-using version = std::tuple<dev_t, ino_t, off_t, platform::since_1970, platform::since_1970>;
+using version = std::tuple<dev_t, ino_t, off_t, since_1970, since_1970>;
 
 struct entry {
     std::string ca_file;
@@ -49,14 +51,20 @@ cache& kept()
     return all;
 }
 
+since_1970 since(timespec const& when)
+{
+    return std::chrono::seconds(when.tv_sec) + std::chrono::nanoseconds(when.tv_nsec);
+}
+
 version version_of(struct stat const& is)
 {
-    return {is.st_dev, is.st_ino, is.st_size, platform::modified(is), platform::changed(is)};
+    return {is.st_dev, is.st_ino, is.st_size, since(platform::modified(is)),
+            since(platform::changed(is))};
 }
 
 bool is_settled(struct stat const& is)
 {
-    platform::since_1970 const last = std::max(platform::modified(is), platform::changed(is));
+    since_1970 const last = std::max(since(platform::modified(is)), since(platform::changed(is)));
     return last + unsettled < std::chrono::system_clock::now().time_since_epoch();
 }
 
