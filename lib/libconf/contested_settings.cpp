@@ -11,14 +11,6 @@
 namespace zelieml
 {
 
-namespace
-{
-
-// How much of a file with overlong lines or NULs is looked at.
-constexpr off_t most_searched = off_t{1} << 20;
-
-}  // namespace
-
 // Lines of any length, with anything in them. Those that may be the one that find has are seen whole;
 // of others the pieces overlap by more than a key.
 void conf_settings::look_for_hidden(int file, off_t its_size)
@@ -52,8 +44,8 @@ void conf_settings::look_for_hidden(int file, off_t its_size)
         }
         size = rest.size();
         std::memmove(bytes, rest.data(), size);
-    } while (got > 0 && at < most_searched);
-    searched_ = searched_ && got == 0 && at >= its_size;
+    } while (got > 0);
+    whole_ = got == 0 && at >= its_size;
 }
 
 // part      of a line
@@ -69,7 +61,7 @@ void conf_settings::note_hidden(std::string_view part, bool is_whole)
 
 bool conf_settings::hides(char const* key) const
 {
-    if (!opened_ || error_ != 0 || !searched_) {
+    if (!whole_) {
         return true;
     }
     asked_key const* const known = hidden_ ? asked(key) : nullptr;

@@ -478,8 +478,8 @@ conf_settings::conf_settings(char const* path, std::initializer_list<char const*
         has_nul = has_nul || std::strlen(in.text()) < in.size();
         take(in.text());
     }
-    error_    = in.error();
-    searched_ = !in.is_short();
+    error_ = in.error();
+    whole_ = error_ == 0 && !in.is_short();
     if (has_nul || got == line_reader::result::overlong) {
         look_for_hidden(file.get(), info.st_size);
     }

@@ -48,10 +48,12 @@ public:
     // constructor have none.
     char const* find(char const* key) const;
 
-    // Whether a key may stand where find does not look: the file cannot be read, or was shortened
-    // meanwhile; the key is behind a NUL, or in or behind an overlong line; or a file with such
-    // lines has more than 1 MiB.
-    // Comments do not count, nor copies of the line that find has.
+    // Whether the file was read to its end, and did not become shorter meanwhile.
+    bool is_whole() const { return whole_; }
+
+    // Whether a key may stand where find does not look: the file is not whole, or the key is behind
+    // a NUL, or in or behind an overlong line. Comments do not count, nor copies of the line that
+    // find has.
     bool hides(char const* key) const;
 
     // Whether lines that can be read disagree on a key: the one that find has does not begin with
@@ -81,10 +83,10 @@ private:
     void note_hidden(std::string_view part, bool is_whole);
 
     char const*            path_;
-    bool                   opened_   = false;
-    bool                   searched_ = true;   // all that may be hidden was looked at
-    bool                   hidden_   = false;  // any key is
-    int                    error_    = 0;
+    bool                   opened_ = false;
+    bool                   whole_  = false;
+    bool                   hidden_ = false;  // any key is
+    int                    error_  = 0;
     std::vector<asked_key> keys_;
     std::string            lines_;  // each with its NUL
 };

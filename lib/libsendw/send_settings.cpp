@@ -104,6 +104,9 @@ bool may_be_there(char const* key, conf_settings const& conf)
 // would be missing. Returns what is wrong, or null.
 char const* read_strictly(char const* key, setting& value, conf_settings const& conf)
 {
+    if (!conf.is_whole()) {
+        return "is not known: the file cannot be read, or changed while it was read";
+    }
     if (conf.is_contested(key)) {
         return "must stand in one line only, which begins with it and \"=\"";
     }

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "libconf/libconf.h"
+#include "libsendw/send_settings.h"
 #include "tests/support/closed_standard.h"
 #include "tests/support/files.h"
 #include "tests/support/interruptions.h"
@@ -308,6 +309,9 @@ TEST_F(SettingsFailure, ToReadAllOfAFileThatIsShortenedHidesWhatIsNotFound)
         EXPECT_STREQ(settings.find("k"), "k = old\r");
         EXPECT_EQ(settings.find("other"), nullptr);
         EXPECT_TRUE(settings.hides("other")) << last_read;
+        EXPECT_EQ(get_smtp_tls(settings).fault,
+                  "smtp_tls in " + path +
+                      " is not known: the file cannot be read, or changed while it was read");
     }
 }
 

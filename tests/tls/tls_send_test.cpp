@@ -394,7 +394,8 @@ unclear_case const unclear_cases[] = {
      "% = " + std::string(400, ' ') + "no\r\n" + std::string(3350, 'x') +
          "\r\n% = " + std::string(600, ' ') + "tls\r\n",
      unreadable},
-    {"more than can be looked at", std::string(3000, 'x') + std::string(2 << 20, '\n'), unreadable},
+    {"2 MiB behind an overlong line",
+     std::string(3000, 'x') + std::string(2 << 20, '\n') + "% = tls\r\n", unreadable},
 };
 
 void PrintTo(unclear_case const& c, std::ostream* out)
@@ -479,7 +480,9 @@ TEST_F(TlsSend, SendsPlainlyWhereNoKeyCanBe)
     }
     for (std::string const& lines :
          {std::string("no line end"), std::string("no CR\n\n\n"), std::string("a NUL\0\r\n", 8),
-          std::string(1100, 'x') + "\r\n", std::string(900'000, 'x'), three_megabytes,
+          std::string(1100, 'x') + "\r\n", std::string(2 << 20, 'x'),
+          std::string(1100, 'x') + "\r\n" + three_megabytes, std::string(2 << 20, '\0'),
+          std::string(1, '\0') + three_megabytes, three_megabytes,
           std::string("smtp_tl\r\ns = tls\r\n")}) {
         local_server server(helo + delivery);
         EXPECT_EQ(send(smtp_at(server.port()) + lines).result, send_ok) << lines.substr(0, 20);
@@ -495,12 +498,15 @@ TEST_F(TlsSend, NeverGoesWithoutWhileTheSettingsAreReplaced)
     std::thread       writer([&] {
         while (!over) {
             conf_set_string("subject_use_encoding", "yes", conf_path_.c_str());
+            ::usleep(100);
         }
     });
-    for (int i = 0; i < 300; ++i) {
+    // A send that comes while there is no file does not get so far.
+    for (int found = 0; found < 1000;) {
         std::string text;
         int const   result = isendw().send(msg_path_.c_str(), conf_path_.c_str(), text);
         EXPECT_TRUE(result == send_not_connected || result == send_no_server) << result;
+        found += result == send_not_connected;
     }
     over = true;
     writer.join();

@@ -1,5 +1,6 @@
 """A private Dovecot: POP3, and the check of passwords for others."""
 
+import re
 import subprocess
 
 from net import answers, free_port, wait_until
@@ -23,6 +24,12 @@ class Dovecot(Server):
 
     def logged_in(self, user):
         return self.last_logged(rf"Login: user=<{user}>, method=(\w+)")
+
+    def logins(self):
+        """How many there were inside TLS, and how many in clear."""
+        all_logins = re.findall(r"Login: user=<.*", self.log())
+        inside = sum(", TLS" in login for login in all_logins)
+        return inside, len(all_logins) - inside
 
     def start(self):
         passwords = self.folder / "passwords"

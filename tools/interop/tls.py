@@ -11,15 +11,19 @@ from receiving import mail
 from sending import Sending
 
 WAYS = ("tls", "starttls")
+POP3_LOGINS = 7 * len(WAYS)  # before mails, tested, and for what is received
 
 
 class Tls(Sending):
     def run(self):
+        inside, in_clear = self.pop.logins()
         for way in WAYS:
             self.sent(way)
             self.refused(way)
             self.tested(way)
             self.received(way)
+        self.report.becomes("POP3 logins inside TLS, and in clear", self.pop.logins,
+                            (inside + POP3_LOGINS, in_clear))
         self.only_inside()
 
     def relayed(self, relay):
@@ -52,7 +56,7 @@ class Tls(Sending):
         self.report.equal(f"probe inside {way}", self.client.probe()[-1], ("quit", "ok"))
 
     def refused(self, way):
-        for name, more in (("the system's authorities", {"tls_ca_file": "/nonexistent"}),
+        for name, more in (("no file of authorities", {"tls_ca_file": "/nonexistent"}),
                            ("another name", {"smtp_server": "127.1"}),
                            ("another value", {"smtp_tls": way.upper()})):
             self.configure_inside(way, **more)
@@ -91,7 +95,7 @@ class Tls(Sending):
                           (GOOD, 0))
 
     def only_inside(self):
-        """The servers take no login in clear, so what was delivered was delivered inside."""
+        """The servers of SMTP take no login in clear: what was delivered was delivered inside."""
         self.configure("starttls", smtp_auth="yes", smtp_auth_type="plain")
         self.report.equal("no login in clear", self.post(to=address("ben"))[0], "auth")
 
