@@ -58,7 +58,8 @@ enum {
     pop_port        = 8,
     passwd_raw      = 13,
     smtp_tls        = 15,
-    pop_tls         = 16
+    pop_tls         = 16,
+    tls_ca_file     = 17
 };
 
 constexpr known_key known_keys[] = {
@@ -237,7 +238,7 @@ public:
         check_set();
         check_port(smtp_port, smtp_tls, "465", "25", "587");
         check_port(pop_port, pop_tls, "995", "110", "110");
-        check_login_in_clear();
+        check_what_goes_in_clear();
         check_passwords(file.get());
         return found_.worst();
     }
@@ -288,8 +289,8 @@ private:
         if (is_foreign) {
             found_.at(number_, known_keys[key].name);
             found_.add(eml_severity_error,
-                       "nothing is sent while a line contains this key and does not begin with it "
-                       "and \"=\": change that");
+                       "no connection is made while a line contains this key and does not begin "
+                       "with it and \"=\": change that");
         }
         if (setting.line == 0) {
             unsigned int length = sizeof setting.value;
@@ -306,8 +307,8 @@ private:
         if (is_strict(key) && std::strcmp(setting.text, line) != 0) {
             found_.at(number_, known_keys[key].name);
             found_.add(eml_severity_error,
-                       "nothing is sent while line % contains this key and differs: remove one of "
-                       "the two",
+                       "no connection is made while line % contains this key and differs: remove "
+                       "one of the two",
                        static_cast<std::size_t>(setting.line));
         } else if (own) {
             found_.at(number_, known_keys[key].name);
@@ -392,7 +393,7 @@ private:
         case value_kind::tls:
             if (std::strcmp(value, "no") != 0 && std::strcmp(value, "starttls") != 0 &&
                 std::strcmp(value, "tls") != 0) {
-                wrong = "nothing is sent with it: write no, starttls or tls";
+                wrong = "no connection is made with it: write no, starttls or tls";
             }
             break;
         case value_kind::path:
@@ -456,14 +457,31 @@ private:
         }
     }
 
-    void check_login_in_clear()
+    bool asks_for_tls(std::size_t key) const
     {
-        bool const inside = has_value(smtp_tls, "tls") || has_value(smtp_tls, "starttls");
-        if (inside && is_yes(pop_before_smtp) && settings_[pop_tls].line == 0) {
-            found_.at(settings_[pop_before_smtp].line, known_keys[pop_before_smtp].name);
-            found_.add(eml_severity_warning,
-                       "the login to the POP3 server goes without TLS: set pop_tls = tls or "
-                       "starttls");
+        return has_value(key, "tls") || has_value(key, "starttls");
+    }
+
+    void warn_at(std::size_t key, char const* text)
+    {
+        found_.at(settings_[key].line, known_keys[key].name);
+        found_.add(eml_severity_warning, text);
+    }
+
+    // A key that is there, with "no", is meant so.
+    void check_what_goes_in_clear()
+    {
+        bool const has_smtp = settings_[smtp_tls].line != 0;
+        bool const has_pop  = settings_[pop_tls].line != 0;
+        if (asks_for_tls(smtp_tls) && is_yes(pop_before_smtp) && !has_pop) {
+            warn_at(pop_before_smtp,
+                    "the login to the POP3 server goes without TLS: set pop_tls = tls or starttls");
+        }
+        if (asks_for_tls(pop_tls) && !has_smtp) {
+            warn_at(pop_tls, "mails go without TLS: set smtp_tls = tls or starttls");
+        }
+        if (settings_[tls_ca_file].line != 0 && !has_smtp && !has_pop) {
+            warn_at(tls_ca_file, "nothing uses it: set smtp_tls = tls or starttls");
         }
     }
 

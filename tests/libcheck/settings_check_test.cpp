@@ -137,11 +137,11 @@ char const not_stored[] = ": it is no encrypted password: encrypt it, or set pas
 char const readers[]    = " can read the passwords: take the right to read away, or trust them";
 char const overlong[] =
     ": it is longer than 1023 bytes, and hides all lines from here on: shorten it";
-char const no_tls[]  = ": nothing is sent with it: write no, starttls or tls";
-char const foreign[] = ": nothing is sent while a line contains this key and does not begin with "
-                       "it and \"=\": change that";
+char const no_tls[]  = ": no connection is made with it: write no, starttls or tls";
+char const foreign[] = ": no connection is made while a line contains this key and does not begin "
+                       "with it and \"=\": change that";
 char const line_3_differs[] =
-    ": nothing is sent while line 3 contains this key and differs: remove one of the two";
+    ": no connection is made while line 3 contains this key and differs: remove one of the two";
 char const no_path[]    = ": it is no full path: write one that begins with \"/\"";
 char const tls_port[]   = ": servers expect TLS from the first byte on this port: set ";
 char const clear_port[] = ": servers begin without TLS on this port: take another one, or set ";
@@ -182,10 +182,13 @@ settings_case const cases[] = {
         .finds({std::string("warning 2 smtp_port") + tls_port + "smtp_tls = tls",
                 std::string("warning 4 pop_port") + tls_port + "pop_tls = tls"}),
     settings_case("authorities somewhere")
-        .more("tls_ca_file = ca.pem\n")
+        .more("tls_ca_file = ca.pem\nsmtp_tls = no\n")
         .finds({error("3 tls_ca_file", no_path)}),
+    settings_case("authorities for nothing")
+        .more("tls_ca_file = /ca.pem\n")
+        .finds({"warning 3 tls_ca_file: nothing uses it: set smtp_tls = tls or starttls"}),
     settings_case("TLS by chance")
-        .more("tls_ca_file = /etc/smtp_tls\n")
+        .more("tls_ca_file = /etc/smtp_tls\npop_tls = no\n")
         .finds({error("3 smtp_tls", foreign)}),
     settings_case("comments of another kind")
         .more(" # smtp_tls = no\n;pop_tls = no\nsmtp_tls = starttls\n")
@@ -201,6 +204,11 @@ settings_case const cases[] = {
         .file(std::string("smtp_server = a\nsmtp_port = 465\nsmtp_tls = tls\n") + pop)
         .finds({"warning 4 pop_before_smtp: the login to the POP3 server goes without TLS: set "
                 "pop_tls = tls or starttls"}),
+
+    settings_case("TLS for received mails only")
+        .more("pop_tls = starttls\n")
+        .finds({"warning 3 pop_tls: mails go without TLS: set smtp_tls = tls or starttls"}),
+    settings_case("mails without TLS that are meant so").more("pop_tls = tls\nsmtp_tls = no\n"),
 
     settings_case("an empty file")
         .file("")

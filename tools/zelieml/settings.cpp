@@ -104,17 +104,18 @@ void convert_passwords(settings_text& settings, bool clear, std::string const& w
 }
 
 // Warns of a key for TLS that is set and not read, or that the change of another one has hidden:
-// then nothing is sent.
+// then no connection to that server is made.
 void warn_of_contested(std::string const& set, settings_text const& before,
                        settings_text const& after)
 {
     for (char const* const key : {"smtp_tls", "pop_tls", "tls_ca_file"}) {
         std::size_t const line = after.contested(key);
         if (line != 0 && (key == set || before.contested(key) == 0)) {
-            std::fprintf(stderr,
-                         "zelieml: nothing is sent while line %zu contains %s, too: correct that "
-                         "line with an editor\n",
-                         line, key);
+            std::fprintf(
+                stderr,
+                "zelieml: no connection is made while line %zu contains %s, too: correct that "
+                "line with an editor\n",
+                line, key);
         }
     }
 }
