@@ -40,6 +40,12 @@ constexpr row rows[] = {
     {eml_cause_settings, "settings file",
      "the settings file has to be a regular file that this user may read: 'zelieml settings check' "
      "says what is wrong with it"},
+    {eml_cause_settings, "tls",
+     "tls_ca_file has to be a file of certificates in PEM that this user may read. Without it, "
+     "those that the system trusts have to be there: Debian's are in the package ca-certificates"},
+    {eml_cause_settings, "pop tls",
+     "tls_ca_file has to be a file of certificates in PEM that this user may read. Without it, "
+     "those that the system trusts have to be there: Debian's are in the package ca-certificates"},
     {eml_cause_settings, "",
      "set it with 'zelieml settings set'. Is this the right work directory, and may this user read "
      "its settings? 'zelieml settings check' finds all that is wrong with the file"},
@@ -62,7 +68,8 @@ constexpr row rows[] = {
     {eml_cause_tls, "pop tls",
      "nothing but CAPA and STLS was said in clear. If the certificate is for another host, set "
      "pop_server to a name that it is for; if its authority is your own, set tls_ca_file. With "
-     "pop_tls = tls the port is usually 995, with starttls 110"},
+     "pop_tls = tls the port is usually 995, with starttls 110. If the plug-in is missing, install "
+     "it (libzelieml-tls1)"},
     {eml_cause_tls, "",
      "nothing but EHLO and STARTTLS was said in clear. If the certificate is for another host, set "
      "smtp_server to a name that it is for; if its authority is your own, set tls_ca_file. With "

@@ -24,6 +24,12 @@ bool is_login(std::string const& step)
     return step == "login" || step == "pop login" || step == "ehlo";
 }
 
+// A step of which the settings file alone does not tell enough.
+bool is_tls(std::string const& step)
+{
+    return step == "tls" || step == "pop tls";
+}
+
 // Of an exit status before anything was attempted.
 eml_cause cause_of(int status)
 {
@@ -115,7 +121,8 @@ std::string remedy(attempt const& made)
     case eml_cause_file:
         return "make room, give this user the right to write there, or use another directory";
     case eml_cause_settings:
-        return "'zelieml settings check' says more";
+        return is_tls(made.step) ? "'zelieml check' says more"
+                                 : "'zelieml settings check' says more";
     case eml_cause_unreachable:
     case eml_cause_protocol:
     case eml_cause_tls:

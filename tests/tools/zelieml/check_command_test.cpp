@@ -224,7 +224,8 @@ class FailedCheck : public testing::TestWithParam<check_case>
 TEST_P(FailedCheck, SaysWhereAndWhatToDo)
 {
     check_case const& c = GetParam();
-    SKIP_UNLESS(ZELIEML_HAS_TLS || c.cause != "tls", "built without the plug-in for TLS");
+    SKIP_UNLESS(ZELIEML_HAS_TLS || c.step.find("tls") == c.step.npos,
+                "built without the plug-in for TLS");
     loopback_program const server(c.arguments);
     std::string            settings = c.more_settings;
     std::size_t const      port     = settings.find("{pop}");
@@ -276,6 +277,11 @@ INSTANTIATE_TEST_SUITE_P(
             .settings("smtp_tls = Yes\r\n")
             .fails_at("settings", "settings")
             .ends(EX_CONFIG, "TLS: smtp_tls in ", "set it with 'zelieml settings"),
+        check_case("no authorities")
+            .settings("smtp_tls = tls\r\ntls_ca_file = /no/such\r\n")
+            .fails_at("tls", "settings")
+            .ends(EX_CONFIG, "TLS: the authorities in /no/such cannot be read",
+                  "tls_ca_file has to be a file of certificates in PEM"),
         check_case("no STARTTLS")
             .settings("smtp_tls = starttls\r\n")
             .fails_at("tls", "tls")

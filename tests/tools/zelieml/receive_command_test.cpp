@@ -8,6 +8,7 @@
 #include "tests/support/mail_server.h"
 #include "tests/support/peers.h"
 #include "tests/support/scripted_server.h"
+#include "tests/support/skip.h"
 #include "tests/tools/zelieml/surroundings.h"
 #include "tests/tools/zelieml/terminal_program.h"
 #include "tests/tools/zelieml/zelieml_program.h"
@@ -290,13 +291,44 @@ TEST_F(ReceiveCommand, NeedsTheAuthoritiesThatItIsGiven)
     EXPECT_TRUE(server.sessions().empty());
 }
 
+class ReceiveWithSettings : public ReceiveCommand
+{
+protected:
+    outcome run_with(std::string const& lines) const
+    {
+        temp_dir const dir;
+        write_file(dir.file("zelismes.cf"),
+                   "pop_server = 127.0.0.1\r\npop_port = " + std::to_string(server.pop_port()) +
+                       "\r\npop_account = anna\r\npop_passwd = geheim\r\npasswd_raw = yes\r\n" +
+                       lines);
+        return run_zelieml({"receive", "--delete", "-w", dir.path()});
+    }
+};
+
+TEST_F(ReceiveWithSettings, SaysNothingInClearWhereTlsIsAskedFor)
+{
+    SKIP_UNLESS(ZELIEML_HAS_TLS, "built without the plug-in for TLS");
+    for (std::string const way : {"tls", "starttls"}) {
+        for (outcome const& run : {run_zelieml(command({"--tls", way}), "geheim"),
+                                   run_with("pop_tls = " + way + "\r\n")}) {
+            EXPECT_EQ(run.status, EX_UNAVAILABLE) << run.err;
+            EXPECT_NE(run.err.find("TLS: "), std::string::npos) << run.err;
+        }
+    }
+    strings const sessions = server.sessions();
+    EXPECT_EQ(sessions.size(), 4U);
+    for (std::string const& session : sessions) {
+        EXPECT_EQ(session.find("anna"), std::string::npos) << session;
+    }
+}
+
 struct tls_lines {
     char const* name;
     std::string lines;  // of the settings
     bool        is_clear;
 };
 
-TEST_F(ReceiveCommand, LogsInInClearOnlyIfNoLineMayMeanTls)
+TEST_F(ReceiveWithSettings, LogsInInClearOnlyIfNoLineMayMeanTls)
 {
     std::string const overlong = std::string(1200, 'x') + "\r\n";
     std::string const nul(1, '\0');
@@ -319,13 +351,8 @@ TEST_F(ReceiveCommand, LogsInInClearOnlyIfNoLineMayMeanTls)
     };
     for (auto const& [name, lines, is_clear] : cases) {
         SCOPED_TRACE(name);
-        temp_dir const dir;
-        write_file(dir.file("zelismes.cf"),
-                   "pop_server = 127.0.0.1\r\npop_port = " + std::to_string(server.pop_port()) +
-                       "\r\npop_account = anna\r\npop_passwd = geheim\r\npasswd_raw = yes\r\n" +
-                       lines);
         std::size_t const before = server.sessions().size();
-        outcome const     run    = run_zelieml({"receive", "--delete", "-w", dir.path()});
+        outcome const     run    = run_with(lines);
         EXPECT_EQ(run.status, is_clear ? EX_OK : EX_CONFIG) << run.err;
         EXPECT_EQ(server.sessions().size(), before + (is_clear ? 1 : 0));
     }
