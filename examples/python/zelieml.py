@@ -224,6 +224,7 @@ _FUNCTIONS = {
     "server_info_create": (c_int, [_HANDLE]),
     "server_info_destroy": (c_int, [c_void_p]),
     "server_info_set_pop": (c_int, [c_void_p, c_char_p, c_char_p, c_char_p, c_char_p, c_int, c_int]),
+    "server_info_set_tls": (c_int, [c_void_p, c_char_p, c_char_p, c_char_p]),
     "eml_receive_msg_create": (c_int, [_HANDLE]),
     "eml_receive_msg_destroy": (c_int, [c_void_p]),
     "eml_receive_msg_count": (c_int, [c_void_p]),
@@ -545,10 +546,12 @@ def encrypt_password(password):
         _c.eml_encrypt_free_passwd(text)
 
 
-def receive(host, user, password, port=110, apop=False, domains=""):
+def receive(host, user, password, port=110, apop=False, domains="", tls="no", ca_file=None):
     """Empties a POP3 mailbox: THE MAILS ARE DELETED THERE, also those that are not returned.
 
     domains: only mails from senders whose domain contains one of these, with commas between them
+    tls:     "tls", TLS from the first byte, usually on port 995; "starttls"; or "no"
+    ca_file: the full path of a file with the authorities to trust, instead of the system's
 
     Returns the Mails. Raises ReceiveError, which has those that came before the failure.
     """
@@ -557,6 +560,9 @@ def receive(host, user, password, port=110, apop=False, domains=""):
     with _handle(_c.server_info_create, _c.server_info_destroy) as server, \
             _handle(_c.eml_receive_msg_create, _c.eml_receive_msg_destroy) as got:
         _succeed(_c.server_info_set_pop(server, *texts, port, 0), "there is no server record")
+        authorities = None if ca_file is None else _bytes(ca_file)
+        _succeed(_c.server_info_set_tls(server, b"no", _bytes(tls), authorities),
+                 "there is no memory")
         record = c_void_p()
         status = _c.eml_receive_mails_result(server, got, _bytes(domains), byref(record))
         result = _taken_result(record)

@@ -166,6 +166,11 @@ def receives(server):
     with raises(zelieml.ReceiveError, "password") as caught:
         zelieml.receive("127.0.0.1", "user", "wrong", server.pop3)
     expect((caught[0].mails, caught[0].result.number), ([], 2005))
+    with raises(zelieml.ReceiveError, "TLS: pop_tls of the server record must be") as caught:
+        zelieml.receive("127.0.0.1", "user", "password", server.pop3, tls="Yes")
+    expect(caught[0].result.number, 2002)
+    with raises(zelieml.ReceiveError, "TLS: ca_file of the server record must be a full path"):
+        zelieml.receive("127.0.0.1", "user", "password", server.pop3, tls="tls", ca_file="ca.pem")
     mails = zelieml.receive("127.0.0.1", "user", "password", server.pop3, domains="a.test")
     expect({(mail.sender, mail.subject) for mail in mails} >= {("tim@a.test", SUBJECT)}, True)
     expect(zelieml.receive("127.0.0.1", "user", "password", server.pop3, apop=True), [])
