@@ -48,7 +48,10 @@ compare(headers, {
     "docs/man/zelieml-message.5":
         found_in("docs/man/zelieml-message.5", r"^\.It Ql (\w+):"),
 })
-if len(settings) < 15 or len(headers) < 7:
+strict = found_in("lib/libcheck/settings_check.cpp", r'^    \{"(\w+)", value_kind::(?:tls|path)')
+problems.extend(f"a line with {one} contains {other}, too" for one in settings for other in settings
+                if one != other and other in one and strict & {one, other})
+if len(strict) < 3 or len(settings) < 15 or len(headers) < 7:
     problems.append(f"only {len(settings)} and {len(headers)} keys")
 print("\n".join(problems) or f"all name {len(settings)} settings and {len(headers)} headers")
 sys.exit(1 if problems else 0)
