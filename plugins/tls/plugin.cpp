@@ -11,7 +11,6 @@
 #include "libsendw/tls_plugin.h"
 #include "platform/socket.h"
 #include "platform/thread.h"
-#include "plugins/tls/tls_session.h"
 #include "plugins/tls/tunnel_thread.h"
 
 namespace zelieml::tls
@@ -58,7 +57,6 @@ unique_fd open_tunnel(unique_fd tcp, zelieml_tls_ask const& ask)
     if (platform::open_local_pair(here, there) != 0) {
         return unique_fd();
     }
-    tls_session::prepare();
     auto      work = std::make_unique<tunnel_work>(std::move(tcp), std::move(there), ask);
     pthread_t thread;
     if (platform::start_thread_without_signals(thread, work_through, work.get()) != 0) {

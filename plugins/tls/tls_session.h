@@ -17,12 +17,6 @@ namespace zelieml::tls
 class tls_session
 {
 public:
-    // prepare - make ready what all sessions of the process share
-    //
-    // To be called before a thread is started for a session: where a process exits while a thread
-    // does it, both free the same. A failure is told by the constructor.
-    static void prepare();
-
     // fd       the connection, which stays the caller's, and open as long as the object
     // host     host name or IP address
     // ca_file  PEM; empty for the authorities that the system trusts

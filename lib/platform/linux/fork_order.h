@@ -1,7 +1,7 @@
 // fork_order.h - which of the library's fork handlers runs first
 //
-// Handlers that run before a fork do so in the reverse order of their registration. The resolver's
-// may wait for a second, so it has to run while no other handler holds anything yet. So the others
+// Handlers that run before a fork do so in the reverse order of their registration. That
+// of no_fork.cpp may wait for a second, so it has to run while no other handler holds anything yet. So the others
 // register early, whatever the order in which the library was linked.
 //
 // All are registered when the library is loaded, since the first fork may come during the first

@@ -1,4 +1,4 @@
-// plugin_use.cpp - plug-ins use nothing that a forked child must not use
+// plugin_use.cpp - plug-ins see to it that forked children can use them: see platform/no_fork.h
 
 #include "platform/plugin.h"
 

@@ -4,6 +4,7 @@
 
 #include <dlfcn.h>
 
+#include "platform/no_fork.h"
 #include "support/no_cancellation.h"
 
 namespace zelieml::platform
@@ -25,8 +26,14 @@ void* load_function(char const* name, char const* function, std::string& error)
     path += "/lib";
     path += name;
     path += ZELIEML_PLUGIN_SUFFIX;
-    void* const library = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
-    void* const found   = library != nullptr ? ::dlsym(library, function) : nullptr;
+    void* found = nullptr;
+    {
+        no_fork const waits;  // the child would have half of what is loaded
+        void* const   library = ::dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL | RTLD_NODELETE);
+        found                 = library != nullptr ? ::dlsym(library, function) : nullptr;
+    }
+    // A fork that waited for this knows nothing of the plug-in's own handlers. It is over now.
+    no_fork const is_over;
     if (found == nullptr) {
         char const* const why = ::dlerror();
         path += " cannot be loaded";

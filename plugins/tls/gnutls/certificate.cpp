@@ -7,6 +7,8 @@
 #include <memory>
 #include <vector>
 
+#include "platform/zone_lock.h"
+
 namespace zelieml::tls
 {
 
@@ -57,6 +59,8 @@ std::string day(time_t when)
 {
     char text[32] = "an unknown day";
     tm   date     = {};
+
+    platform::zone_lock const alone;  // gmtime_r takes the lock of localtime_r
     if (::gmtime_r(&when, &date) != nullptr) {
         std::strftime(text, sizeof text, "%Y-%m-%d", &date);
     }

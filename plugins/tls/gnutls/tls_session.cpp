@@ -7,18 +7,19 @@
 #include <cerrno>
 #include <cstdint>
 #include <exception>
+#include <gnutls/crypto.h>
 #include <gnutls/gnutls.h>
 #include <gnutls/x509.h>
 #include <new>
 #include <poll.h>
 #include <utility>
 
+#include "platform/no_fork.h"
 #include "platform/socket.h"
 #include "plugins/tls/failure.h"
 #include "plugins/tls/gnutls/authorities.h"
 #include "plugins/tls/gnutls/certificate.h"
 #include "support/ascii.h"
-#include "support/no_cancellation.h"
 
 namespace zelieml::tls
 {
@@ -48,20 +49,9 @@ std::string cannot_be_set_up(int status)
 }
 
 // One use of GnuTLS that never ends: what it has set up stays until the process is gone, also while
-// a thread is on its last steps.
-int set_up()
-{
-    static int const status = gnutls_global_init();
-    return status;
-}
-
-bool is_address(std::string const& host)
-{
-    in_addr  v4;
-    in6_addr v6;
-    return ::inet_pton(AF_INET, host.c_str(), &v4) == 1 ||
-           ::inet_pton(AF_INET6, host.c_str(), &v6) == 1;
-}
+// a thread is on its last steps. It begins when the plug-in is loaded: were it a thread's, a process
+// that exits or forks meanwhile would have half of it.
+int const set_up = gnutls_global_init();
 
 void check(int status)
 {
@@ -71,6 +61,23 @@ void check(int status)
     if (status < 0) {
         throw failure{eml_cause_tls, cannot_be_set_up(status)};
     }
+}
+
+// GnuTLS makes a generator of random numbers for each thread when it first needs one, and holds a
+// lock then that it does not release in a forked child.
+void make_generator()
+{
+    platform::no_fork const waits;
+    unsigned char           any = 0;
+    check(gnutls_rnd(GNUTLS_RND_NONCE, &any, sizeof any));
+}
+
+bool is_address(std::string const& host)
+{
+    in_addr  v4;
+    in6_addr v6;
+    return ::inet_pton(AF_INET, host.c_str(), &v4) == 1 ||
+           ::inet_pton(AF_INET6, host.c_str(), &v6) == 1;
 }
 
 // What GnuTLS sends. It never has to wait and never fails: where it has to go on with half a record,
@@ -201,16 +208,11 @@ void tls_session::state::fail(int status) const
     }
 }
 
-void tls_session::prepare()
-{
-    no_cancellation const shielded;
-    set_up();
-}
-
 tls_session::tls_session(int fd, std::string const& host, std::string const& ca_file)
     : state_(std::make_unique<state>(fd))
 {
-    check(set_up());
+    check(set_up);
+    make_generator();
     state_->host  = host;
     state_->trust = trusted(ca_file);
     check(gnutls_init(&state_->session, GNUTLS_CLIENT | GNUTLS_NONBLOCK | GNUTLS_NO_TICKETS));

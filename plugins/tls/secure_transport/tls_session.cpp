@@ -164,8 +164,6 @@ bool tls_session::state::may_go_on() const
            is == kSSLConnected;
 }
 
-void tls_session::prepare() {}
-
 tls_session::tls_session(int fd, std::string const& host, std::string const& ca_file)
     : state_(std::make_unique<state>())
 {
