@@ -229,7 +229,8 @@ public:
                        "the file is missing, cannot be read, or is no regular file");
             return found_.worst();
         }
-        if (got == line_reader::result::overlong) {
+        bool const is_cut = got == line_reader::result::overlong;
+        if (is_cut) {
             found_.at(number_ + 1, "");
             found_.add(
                 eml_severity_error,
@@ -238,7 +239,9 @@ public:
         check_set();
         check_port(smtp_port, smtp_tls, "465", "25", "587");
         check_port(pop_port, pop_tls, "995", "110", "110");
-        check_what_goes_in_clear();
+        if (!is_cut) {
+            check_what_goes_in_clear();
+        }
         check_passwords(file.get());
         return found_.worst();
     }

@@ -45,7 +45,7 @@ void conf_settings::look_for_hidden(int file, off_t its_size)
         size = rest.size();
         std::memmove(bytes, rest.data(), size);
     } while (got > 0);
-    whole_ = got == 0 && at >= its_size;
+    whole_ = whole_ && got == 0 && at >= its_size;
 }
 
 // part      of a line

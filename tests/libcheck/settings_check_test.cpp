@@ -208,6 +208,9 @@ settings_case const cases[] = {
     settings_case("TLS for received mails only")
         .more("pop_tls = starttls\n")
         .finds({"warning 3 pop_tls: mails go without TLS: set smtp_tls = tls or starttls"}),
+    settings_case("TLS for mails that is hidden")
+        .more("pop_tls = tls\n" + std::string(1100, '#') + "\nsmtp_tls = tls\n")
+        .finds({std::string("error 4") + overlong}),
     settings_case("mails without TLS that are meant so").more("pop_tls = tls\nsmtp_tls = no\n"),
 
     settings_case("an empty file")

@@ -294,6 +294,15 @@ TEST_F(SettingsFailure, ToReadTheRestHidesWhatIsNotFound)
     EXPECT_TRUE(settings.hides("other"));
 }
 
+// Reading goes on behind the NUL, and may succeed there.
+TEST_F(SettingsFailure, ToReadTheRestOnceIsNotForgotten)
+{
+    test::write_file(path, "k = old\r\n" + std::string(1, '\0') + std::string(5000, '\n'));
+    int reads     = 0;
+    before_a_read = [&] { failing_read = ++reads == 2; };
+    EXPECT_FALSE(conf_settings(path.c_str(), {"k"}).is_whole());
+}
+
 // Nobody knows what has gone.
 TEST_F(SettingsFailure, ToReadAllOfAFileThatIsShortenedHidesWhatIsNotFound)
 {
