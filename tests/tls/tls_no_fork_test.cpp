@@ -43,7 +43,7 @@ auto slowly(call which, Real real)
         return real();
     }
     is_inside = true;
-    wait_ms(200);
+    wait_ms(50);
     auto const got = real();
     is_inside      = false;
     return got;

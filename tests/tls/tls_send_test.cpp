@@ -506,7 +506,7 @@ TEST_F(TlsSend, NeverGoesWithoutWhileTheSettingsAreReplaced)
         std::string text;
         int const   result = isendw().send(msg_path_.c_str(), conf_path_.c_str(), text);
         EXPECT_TRUE(result == send_not_connected || result == send_no_server) << result;
-        found += result == send_not_connected;
+        found += result != send_no_server;
     }
     over = true;
     writer.join();
