@@ -16,6 +16,10 @@ struct row {
     char const* advice;
 };
 
+constexpr char authorities[] =
+    "tls_ca_file has to be a file of certificates in PEM that this user may read. Without it, "
+    "those that the system trusts have to be there: Debian's are in the package ca-certificates";
+
 // The first row that fits counts.
 constexpr row rows[] = {
     {any_cause, "quit",
@@ -40,12 +44,8 @@ constexpr row rows[] = {
     {eml_cause_settings, "settings file",
      "the settings file has to be a regular file that this user may read: 'zelieml settings check' "
      "says what is wrong with it"},
-    {eml_cause_settings, "tls",
-     "tls_ca_file has to be a file of certificates in PEM that this user may read. Without it, "
-     "those that the system trusts have to be there: Debian's are in the package ca-certificates"},
-    {eml_cause_settings, "pop tls",
-     "tls_ca_file has to be a file of certificates in PEM that this user may read. Without it, "
-     "those that the system trusts have to be there: Debian's are in the package ca-certificates"},
+    {eml_cause_settings, "tls", authorities},
+    {eml_cause_settings, "pop tls", authorities},
     {eml_cause_settings, "",
      "set it with 'zelieml settings set'. Is this the right work directory, and may this user read "
      "its settings? 'zelieml settings check' finds all that is wrong with the file"},

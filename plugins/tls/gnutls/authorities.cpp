@@ -39,16 +39,23 @@ constexpr std::size_t most_entries = 4;
 // coarse.
 constexpr std::chrono::seconds unsettled(2);
 
-// Never destroyed: a thread may need them while the process exits.
 struct cache {
     std::mutex         lock;
     std::vector<entry> entries;  // the oldest first
 };
 
+// Made when the plug-in is loaded: nobody waits for a thread that makes it. Never destroyed: a
+// thread may need it while the process exits.
+union never_destroyed {
+    never_destroyed() : all() {}
+    ~never_destroyed() {}
+
+    cache all;
+} holder;
+
 cache& kept()
 {
-    static auto& all = *new cache;
-    return all;
+    return holder.all;
 }
 
 since_1970 since(timespec const& when)
