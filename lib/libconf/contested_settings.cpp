@@ -11,6 +11,15 @@
 namespace zelieml
 {
 
+namespace
+{
+
+// How much of a file with overlong lines or NULs is looked at: others who may write to the work
+// directory can make a file of any size there.
+constexpr off_t most_searched = off_t{16} << 20;
+
+}  // namespace
+
 // Lines of any length, with anything in them. Those that may be the one that find has are seen whole;
 // of others the pieces overlap by more than a key.
 void conf_settings::look_for_hidden(int file, off_t its_size)
@@ -44,7 +53,7 @@ void conf_settings::look_for_hidden(int file, off_t its_size)
         }
         size = rest.size();
         std::memmove(bytes, rest.data(), size);
-    } while (got > 0);
+    } while (got > 0 && at < most_searched);
     whole_ = whole_ && got == 0 && at >= its_size;
 }
 

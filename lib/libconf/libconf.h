@@ -48,7 +48,8 @@ public:
     // constructor have none.
     char const* find(char const* key) const;
 
-    // Whether the file was read to its end, and did not become shorter meanwhile.
+    // Whether the file was read to its end, and did not become shorter meanwhile. One with overlong
+    // lines or NULs is read up to 16 MiB.
     bool is_whole() const { return whole_; }
 
     // Whether a key may stand where find does not look: the file is not whole, or the key is behind

@@ -105,7 +105,7 @@ bool may_be_there(char const* key, conf_settings const& conf)
 char const* read_strictly(char const* key, setting& value, conf_settings const& conf)
 {
     if (!conf.is_whole()) {
-        return "is not known: the file cannot be read, or changed while it was read";
+        return "is not known: the file cannot be read to its end, or changed meanwhile";
     }
     if (conf.is_contested(key)) {
         return "must stand in one line only, which begins with it and \"=\"";

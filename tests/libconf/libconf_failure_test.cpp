@@ -320,7 +320,7 @@ TEST_F(SettingsFailure, ToReadAllOfAFileThatIsShortenedHidesWhatIsNotFound)
         EXPECT_TRUE(settings.hides("other")) << last_read;
         EXPECT_EQ(get_smtp_tls(settings).fault,
                   "smtp_tls in " + path +
-                      " is not known: the file cannot be read, or changed while it was read");
+                      " is not known: the file cannot be read to its end, or changed meanwhile");
     }
 }
 

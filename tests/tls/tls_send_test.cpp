@@ -394,6 +394,8 @@ unclear_case const unclear_cases[] = {
      "% = " + std::string(400, ' ') + "no\r\n" + std::string(3350, 'x') +
          "\r\n% = " + std::string(600, ' ') + "tls\r\n",
      unreadable},
+    {"more than is looked at", std::string(3000, 'x') + std::string(17 << 20, '\n'),
+     "is not known: the file cannot be read to its end, or changed meanwhile"},
     {"2 MiB behind an overlong line",
      std::string(3000, 'x') + std::string(2 << 20, '\n') + "% = tls\r\n", unreadable},
 };
