@@ -43,6 +43,15 @@ class TlsPlugin : public plugin_room
 {
 protected:
     std::pair<std::string, std::string> heard_at(ending const& e);
+
+    // What a tunnel says to a server with these manners.
+    std::string heard_from(tls_manners const& manners,
+                           zelieml_tls_before before   = zelieml_tls_nothing,
+                           int                limit_ms = far_off_ms)
+    {
+        tls_front server(ca().issue(), manners);
+        return hear(ask(server.port(), "mail.test", before, limit_ms));
+    }
 };
 
 // ---- how TLS begins
@@ -131,8 +140,7 @@ TEST_F(TlsPlugin, IsRefusedByAServerThatSpeaksNoTls)
     tls_manners manners;
     manners.in_clear = {{"220 mail.test ready\r\n", ""}};
     manners.stalls   = true;
-    tls_front server(ca().issue(), manners);
-    EXPECT_EQ(hear(ask(server.port())),
+    EXPECT_EQ(heard_from(manners),
               refusal(eml_cause_tls, "the server speaks no TLS here, or none newer than 1.1"));
 }
 
@@ -140,8 +148,7 @@ TEST_F(TlsPlugin, ToldOfAServerThatClosesAtOnce)
 {
     tls_manners manners;
     manners.in_clear = {{"", "no such line"}};
-    tls_front server(ca().issue(), manners);
-    EXPECT_EQ(hear(ask(server.port())),
+    EXPECT_EQ(heard_from(manners),
               refusal(eml_cause_lost, "the server closed the connection while TLS began"));
 }
 
@@ -149,8 +156,7 @@ TEST_F(TlsPlugin, GivesUpAHandshakeThatStalls)
 {
     tls_manners manners;
     manners.stalls = true;
-    tls_front server(ca().issue(), manners);
-    EXPECT_EQ(hear(ask(server.port(), "mail.test", zelieml_tls_nothing, 200)),
+    EXPECT_EQ(heard_from(manners, zelieml_tls_nothing, 200),
               refusal(eml_cause_lost, "TLS did not begin within 1 s"));
 }
 
@@ -173,8 +179,7 @@ TEST_F(TlsPlugin, GivesUpAHandshakeThatTrickles)
     tls_manners manners;
     manners.trickles = true;
     manners.pause_ms = 20;
-    tls_front server(ca().issue(), manners);
-    EXPECT_EQ(hear(ask(server.port(), "mail.test", zelieml_tls_nothing, 200)),
+    EXPECT_EQ(heard_from(manners, zelieml_tls_nothing, 200),
               refusal(eml_cause_lost, "TLS did not begin within 1 s"));
 }
 
@@ -190,8 +195,7 @@ TEST_F(TlsPlugin, GivesUpASilentServerBeforeTls)
 {
     tls_manners manners;
     manners.stalls = true;
-    tls_front server(ca().issue(), manners);
-    EXPECT_EQ(hear(ask(server.port(), "mail.test", zelieml_tls_smtp, 200)),
+    EXPECT_EQ(heard_from(manners, zelieml_tls_smtp, 200),
               refusal(eml_cause_lost, "no greeting from the server within 1 s"));
 }
 
@@ -211,8 +215,7 @@ TEST_F(TlsPlugin, RefusesALineWithoutAnEnd)
     tls_manners manners;
     manners.in_clear = {{"220 " + std::string(5000, 'x'), ""}};
     manners.stalls   = true;
-    tls_front server(ca().issue(), manners);
-    EXPECT_EQ(hear(ask(server.port(), "mail.test", zelieml_tls_smtp)),
+    EXPECT_EQ(heard_from(manners, zelieml_tls_smtp),
               refusal(eml_cause_protocol, "the server greets with a line of more than 4096 bytes"));
 }
 
